@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// The host's device and data streams, as far as the library uses them. All objects belong to the host.
+
+#pragma once
+
+#include <cstddef>
+#include <utility>
+
+#include "xapel2/XapelExport.h"
+#include "xapel2/XapelString.h"
+
+namespace XAPEL2 {
+
+class Node;
+
+/// A data stream of a device. Owned by the host until its device is closed.
+class XAPEL2_HOST_API DataStream {
+public:
+    bool IsOpen();
+    /// @throws Exceptions::IException  the stream cannot be opened.
+    void Open();
+
+private:
+    friend struct HostAccess;
+    explicit DataStream(void* pImpl);
+    void* m_pImpl;
+};
+
+/// The data streams of a device, each with its identifier.
+class XAPEL2_HOST_API DataStreamList {
+public:
+    class XAPEL2_HOST_API iterator {
+    public:
+        iterator(const iterator& rOther);
+        iterator& operator=(const iterator& rOther);
+        ~iterator();
+        /// The entry; borrowed until the iterator moves or is destroyed.
+        std::pair<String, DataStream*>& operator*();
+        iterator& operator++();
+        bool operator!=(const iterator& rOther) const;
+
+    private:
+        friend struct HostAccess;
+        explicit iterator(void* pImpl);
+        void* m_pImpl;
+    };
+
+    /// Brings the list up to date with the device.
+    void Refresh();
+    std::size_t size();
+    iterator begin();
+    iterator end();
+
+private:
+    friend struct HostAccess;
+    explicit DataStreamList(void* pImpl);
+    void* m_pImpl;
+};
+
+/// An opened device. Owned by the host until it is closed.
+class XAPEL2_HOST_API Device {
+public:
+    /// The device's streams, borrowed.
+    DataStreamList* GetDataStreams();
+
+    /// A node of the camera, borrowed until the device is closed.
+    /// @throws Exceptions::Xapel_NotAvailableException  the camera has no such node.
+    Node* GetRemoteNode(String strName);
+
+private:
+    friend struct HostAccess;
+    explicit Device(void* pImpl);
+    void* m_pImpl;
+};
+
+}  // namespace XAPEL2

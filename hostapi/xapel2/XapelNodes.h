@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// The host's nodes, node maps and image processor, as far as the library uses them.
+
+#pragma once
+
+#include "xapel2/XapelExport.h"
+#include "xapel2/XapelString.h"
+
+namespace XAPEL2 {
+
+/// One node of a node map. Owned by its map; a pointer to it is good for as long as the map's owner lives.
+/// @throws Exceptions::IException  every operation: wrong type of node, value out of range, access refused.
+/// @threads any thread.
+class XAPEL2_HOST_API Node {
+public:
+    /// Writes an integer node.
+    void SetInt(long long iValue);
+    long long GetInt();
+    long long GetIntMin();
+    long long GetIntMax();
+
+    /// Writes a text node.
+    void SetString(String strValue);
+
+    /// Writes a node of any type from its text; selects the entry of an enumeration.
+    void SetValue(String strValue);
+
+    /// The value of a node of any type as text.
+    String GetString();
+
+private:
+    friend struct HostAccess;
+    explicit Node(void* pImpl);
+    void* m_pImpl;
+};
+
+/// The nodes of a device or an image processor, found by name. Owned by that object.
+class XAPEL2_HOST_API NodeMap {
+public:
+    bool GetNodePresent(String strName);
+
+    /// @throws Exceptions::Xapel_NotAvailableException  there is no node of this name.
+    Node* GetNode(String strName);
+
+private:
+    friend struct HostAccess;
+    explicit NodeMap(void* pImpl);
+    void* m_pImpl;
+};
+
+/// An object that carries a node map.
+class XAPEL2_HOST_API INode {
+public:
+    virtual ~INode();
+    INode(const INode&) = delete;
+    INode& operator=(const INode&) = delete;
+
+    /// The object's node map, borrowed; null when it has none.
+    NodeMap* GetNodeList();
+
+protected:
+    INode();
+    void* m_pImpl;
+};
+
+/// The host's image processor. Each one holds references and correction tables of its own.
+class XAPEL2_HOST_API ImageProcessor : public INode {
+public:
+    ImageProcessor();
+    ~ImageProcessor() override;
+};
+
+}  // namespace XAPEL2

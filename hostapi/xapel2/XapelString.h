@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// The host's text type.
+
+#pragma once
+
+#include <iosfwd>
+
+#include "xapel2/XapelExport.h"
+
+namespace XAPEL2 {
+
+/// An immutable NUL-terminated text. Copies own their text; the host library allocates and frees it.
+/// @threads one object per thread; different objects are independent.
+class XAPEL2_HOST_API String {
+public:
+    String();
+    /// @param[in] pText  copied; null gives the empty text.
+    String(const char* pText);
+    String(const String& rOther);
+    String& operator=(const String& rOther);
+    ~String();
+
+    /// The text, never null; borrowed until this object is assigned to or destroyed.
+    const char* get() const;
+
+private:
+    void* m_pImpl;
+};
+
+XAPEL2_HOST_API std::ostream& operator<<(std::ostream& rOut, const String& rText);
+
+}  // namespace XAPEL2
