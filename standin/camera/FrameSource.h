@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// The interface between the host and whatever produces its frames.
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "xapel2_standin/PixelFormat.h"
+
+namespace XAPEL2 {
+namespace StandIn {
+
+/// What the camera looks at.
+enum eScene { eSceneDark = 0, eSceneLight = 1, eSceneObjects = 2 };
+
+/// Settings of a camera that shape its frames. The host keeps them within the limits that the source gives.
+struct CameraSettings {
+    const PixelFormat* pFormat = nullptr;  ///< never null in use
+    uint64_t nWidth = 0, nHeight = 0;      ///< pixels
+    uint64_t nOffsetX = 0, nOffsetY = 0;   ///< pixels; offset + size within the sensor
+    uint64_t iExposureUs = 10000;          ///< exposure time in us
+    uint64_t iGainPercent = 100;           ///< gain, 100 = 1
+};
+
+/// Produces frames. One object serves one device; calls come from one thread at a time unless noted.
+class IFrameSource {
+public:
+    virtual ~IFrameSource() = default;
+
+    /// One line that says what this source is, for people and figures ("simulated camera, seed 1").
+    virtual std::string description() const = 0;
+
+    /// Settings that the camera starts with.
+    virtual CameraSettings defaultSettings() const = 0;
+    /// Formats that it can deliver.
+    virtual std::vector<const PixelFormat*> formats() const = 0;
+    /// Sensor size in pixels; width, height and offsets can be changed only when canResize().
+    virtual uint64_t sensorWidth() const = 0;
+    virtual uint64_t sensorHeight() const = 0;
+    virtual bool canResize() const = 0;
+
+    /// Frames of the scene, 0 for endless. Frame i of a finite scene with n frames is frame i modulo n.
+    virtual uint64_t frameCount(eScene eWhat) const = 0;
+
+    /// Name of frame i of the scene without folder and suffix ("light_0175", "even_0002"). Any thread.
+    virtual std::string frameName(eScene eWhat, uint64_t iFrame) const = 0;
+
+    /// Writes frame iFrame of the scene: imageBytes() of the settings, every byte of it. The same arguments give the
+    /// same bytes. @throws std::runtime_error  the frame cannot be produced (names the file).
+    virtual void fill(const CameraSettings& rSettings, eScene eWhat, uint64_t iFrame, void* pImage) = 0;
+};
+
+/// The source that a device identifier names: "sim...", "replay:DIR" (see openDevice).
+/// @throws std::invalid_argument  the text names no source or carries a bad setting.
+/// @throws std::runtime_error     a folder or file cannot be used; names it.
+std::unique_ptr<IFrameSource> makeFrameSource(const std::string& strId);
+
+}  // namespace StandIn
+}  // namespace XAPEL2

@@ -1,0 +1,181 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Faults on request, and a view of what the library asked of the stand-in host. For tests: an application needs none
+// of it. Every switch is off by default, holds for the whole process and may be set from any thread.
+
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "xapel2/XapelDevice.h"
+#include "xapel2/XapelExport.h"
+
+namespace XAPEL2 {
+namespace StandIn {
+namespace Control {
+
+/// Every host operation that an extension library calls. eOpCount is their number.
+enum eHostOp {
+    // clang-format off
+    eRegisterFetch, eRegisterCancel, eRegisterInfo, eRegisterClose, eRegisterOpen,
+    eRemoveFetch, eRemoveCancel, eRemoveInfo, eRemoveClose, eRemoveOpen,
+    eHostFetch, eHostCancel, eHostInfo, eHostClose,  // the host's own functions, as the registrations hand them out
+    eGetDataStreams, eListRefresh, eListSize, eListBegin, eListEntry, eStreamIsOpen, eStreamOpen,
+    eGetRemoteNode, eCreateProcessor, eGetNodeList, eGetNodePresent, eGetNode,
+    eNodeSetInt, eNodeGetInt, eNodeGetIntMin, eNodeGetIntMax, eNodeSetString, eNodeSetValue, eNodeGetString,
+    eGetBufferInfoFunc, eGetPixelFormatFunc, eBufferInfo, eBufferPixelFormat,
+    eTrace,
+    eOpCount
+    // clang-format on
+};
+
+/// The name of an operation, for messages.
+XAPEL2_HOST_API const char* name(eHostOp eOp);
+
+enum eFaultKind {
+    eRefuse,     ///< the operation's own way to say no: false, null, 0, a GenTL error, nothing written; a node access
+                 ///< or Open throws Xapel_AccessDeniedException
+    eThrowHost,  ///< throws Xapel_ErrorException ("injected")
+    eThrowStd,   ///< throws std::runtime_error ("injected")
+};
+
+struct Fault {
+    eHostOp eOp;
+    eFaultKind eKind;
+    uint64_t nCall = 1;     ///< the call that it hits, counted from 1 since inject()
+    bool bFromThen = false; ///< every later call too
+    std::string strNode;    ///< for node accesses, GetNode, GetNodePresent and GetRemoteNode: this node only; empty: any
+};
+
+/// Adds a fault. Several may be active.
+XAPEL2_HOST_API void inject(const Fault& rFault);
+
+/// Times that any fault has hit since the last reset().
+XAPEL2_HOST_API uint64_t hits();
+
+/// Calls of the operation since the last reset(), faulty ones included.
+XAPEL2_HOST_API uint64_t calls(eHostOp eOp);
+
+/// Everything off, counters and records empty, traces to the default sink.
+XAPEL2_HOST_API void reset();
+
+// --- Image processor ---------------------------------------------------------------------------------------------
+
+/// Processors created from now on lack this node.
+XAPEL2_HOST_API void dropNode(const std::string& strName);
+
+/// Processors created from now on have no node map at all.
+XAPEL2_HOST_API void dropNodeMap(bool bDrop);
+
+/// The status of every later command with this code (0: any) reads as this value, once the command has been executed.
+XAPEL2_HOST_API void forceStatus(int64_t iCommand, int64_t iStatus);
+
+// --- Buffers -----------------------------------------------------------------------------------------------------
+
+/// Buffer information queries with this command write nothing and return GC_ERR_NOT_AVAILABLE.
+XAPEL2_HOST_API void answerNothing(int32_t iInfoCmd);
+
+enum eBufferFault { eGood, eIncomplete, eNoImage };
+
+/// Asked for every frame produced, with its index since the acquisition started. Incomplete: only the first half of
+/// the payload is filled and counted. No image: nothing is filled. Null: all good.
+XAPEL2_HOST_API void setBufferFaults(std::function<eBufferFault(uint64_t iFrame)> fnFault);
+
+/// Images begin this many bytes after the buffer's base; payloadSize grows by as much. Takes effect at the next
+/// start of an acquisition.
+XAPEL2_HOST_API void setImageOffset(std::size_t nBytes);
+
+/// Called with the image of every frame after it has been filled, to replace its content. Null: nothing.
+XAPEL2_HOST_API void setFrameContent(std::function<void(uint64_t iFrame, void* pImage, std::size_t nBytes)> fnFill);
+
+// --- Cancel ------------------------------------------------------------------------------------------------------
+
+enum eCancelMode {
+    eEndsAllBegun,       ///< default: ends every fetch called before the cancel, blocked already or not; no other
+    eWakesOne,           ///< GenTL: ends one waiting fetch; without one, the next fetch (sticky)
+    eSticksWithoutWaiter,///< ends all waiting fetches; without one, the next fetch
+    eForgotten,          ///< ends all waiting fetches; without one, nothing
+    eIgnored,            ///< nothing
+};
+XAPEL2_HOST_API void setCancelMode(eCancelMode eMode);
+
+// --- Hooks -------------------------------------------------------------------------------------------------------
+
+enum eHook { eHookFetch, eHookCancel, eHookInfo, eHookClose, eHookOpen };
+
+/// Number of registered hooks of the process; with a context, only of that context.
+XAPEL2_HOST_API std::size_t liveHooks();
+XAPEL2_HOST_API std::size_t liveHooks(const void* pContext);
+
+/// Contexts of the registered hooks, each once.
+XAPEL2_HOST_API std::vector<void*> hookContexts();
+
+/// A hook function as it stands in the host's table, with its context.
+struct RegisteredHook { eHook eKind; void* pfnHook; void* pContext; };
+XAPEL2_HOST_API std::vector<RegisteredHook> registeredHooks();
+
+/// Holds the next call of a hook between its look-up in the host's table and the call of the hook.
+class XAPEL2_HOST_API HookHold {
+public:
+    explicit HookHold(eHook eKind);
+    /// Lets the call go on, as release() does.
+    ~HookHold();
+    HookHold(const HookHold&) = delete;
+    HookHold& operator=(const HookHold&) = delete;
+    /// Waits until a call is held; false after the deadline.
+    bool waitUntilHeld(unsigned iDeadlineMs);
+    void release();
+
+private:
+    void* m_pImpl;
+};
+
+/// Waits until nCount fetches are blocked in the host's own fetch of this stream; false after the deadline.
+XAPEL2_HOST_API bool waitForBlockedFetches(DataStream* pStream, unsigned nCount, unsigned iDeadlineMs);
+
+// --- Observation -------------------------------------------------------------------------------------------------
+
+/// One access to a node of an image processor or of a camera, by the way of hostapi/.
+struct NodeAccess {
+    std::string strNode;
+    std::string strOperation;  ///< "SetInt", "GetInt", "GetIntMin", "GetIntMax", "SetString", "SetValue", "GetString"
+    std::string strValue;      ///< written or read, integers in decimal
+    bool operator==(const NodeAccess& r) const {
+        return strNode == r.strNode && strOperation == r.strOperation && strValue == r.strValue;
+    }
+};
+
+/// Starts (empty) or ends the record of node accesses.
+XAPEL2_HOST_API void recordNodes(bool bRecord);
+XAPEL2_HOST_API std::vector<NodeAccess> nodeAccesses();
+
+/// Called during every node access, before it takes effect, outside the host's locks. Null: nothing.
+XAPEL2_HOST_API void setNodeObserver(std::function<void(const NodeAccess&)> fnObserver);
+
+struct TraceLine { int32_t iLevel; std::string strText; };
+
+/// Starts (empty) or ends the record of traces. While it runs nothing is printed; otherwise level 2 goes to stderr.
+XAPEL2_HOST_API void recordTraces(bool bRecord);
+XAPEL2_HOST_API std::vector<TraceLine> traces();
+
+/// Called for every trace, outside the host's locks, on the tracing thread. Null: nothing.
+XAPEL2_HOST_API void setTraceObserver(std::function<void(const TraceLine&)> fnObserver);
+
+/// Every host registration (and removal) in order, for example "register fetch", "remove open".
+XAPEL2_HOST_API void recordRegistrations(bool bRecord);
+XAPEL2_HOST_API std::vector<std::string> registrations();
+
+// --- Devices -----------------------------------------------------------------------------------------------------
+
+/// Puts another, closed data stream at the front of the device's list. Null when the device is not open.
+XAPEL2_HOST_API DataStream* addFirstStream(Device* pDevice);
+
+/// Takes all data streams off the device's list; the streams themselves stay alive until the device is closed.
+XAPEL2_HOST_API void hideStreams(Device* pDevice, bool bHide);
+
+}  // namespace Control
+}  // namespace StandIn
+}  // namespace XAPEL2

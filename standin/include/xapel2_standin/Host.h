@@ -1,0 +1,109 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// What an application does with the stand-in host beyond the declarations in hostapi/: devices, streams, buffers.
+//
+// Terms, codes and rules are those of GenTL. Stream operations return GenTL codes (0 or GC_ERR_...); an exception of a
+// hook passes through them. Device pointers and stream pointers belong to the host; one that is no longer alive is
+// refused, never dereferenced. Every operation may be called from any thread.
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "xapel2/GenTLCodes.h"
+#include "xapel2/XapelDevice.h"
+#include "xapel2/XapelExport.h"
+#include "xapel2/XapelNodes.h"
+
+namespace XAPEL2 {
+namespace StandIn {
+
+/// A buffer of a data stream, as announcing and fetching hand it out.
+typedef void* BufferHandle;
+
+/// Time-out in ms that never expires.
+constexpr unsigned long long TIMEOUT_INFINITE = ~0ULL;
+
+/// Buffer information of the stand-in's own: the name that the source gives the frame (STRING).
+constexpr int32_t BUFFER_INFO_STANDIN_FRAME_NAME = BUFFER_INFO_CUSTOM_ID + 1;
+
+struct DeviceInfo {
+    std::string strId;           ///< what openDevice takes
+    std::string strDescription;  ///< one line for people
+};
+
+/// The devices that can be opened without further knowledge (the simulated camera).
+XAPEL2_HOST_API std::vector<DeviceInfo> enumerateDevices();
+
+/// Opens a device with one closed data stream. It belongs to the host until closeDevice.
+/// @param[in] strId  "sim", "sim:SEED", "sim:SEED?width=640&height=480&format=Mono8", or "replay:DIR".
+/// @throws Exceptions::Xapel_InvalidParameterException  the text names no device or carries a bad setting.
+/// @throws Exceptions::Xapel_NotAvailableException      the folder or one of its files cannot be used; names it.
+XAPEL2_HOST_API Device* openDevice(const std::string& strId);
+
+/// Closes the device, its streams (their close hooks do not run) and drops their hooks; waiting fetches end with -1012.
+/// @return GC_ERR_SUCCESS, or GC_ERR_INVALID_HANDLE when the device is not open.
+XAPEL2_HOST_API int closeDevice(Device* pDevice);
+
+/// The remote nodes of the device, borrowed until it is closed: PixelFormat, Width, Height, OffsetX, OffsetY,
+/// ExposureTime (us), Gain (percent), AcquisitionFrameRate (Hz, 0 = as fast as buffers come), StandInScene (Dark,
+/// Light, Scene), StandInFrame (index of the next frame of the scene; writing the scene sets it to 0) and
+/// StandInFrameCount (frames of the scene, 0 = without end). Null when the device is not open.
+XAPEL2_HOST_API NodeMap* remoteNodes(Device* pDevice);
+
+/// The device's first data stream, null when the device is not open.
+XAPEL2_HOST_API DataStream* firstDataStream(Device* pDevice);
+
+/// Opens a data stream, then runs the device's open hook.
+XAPEL2_HOST_API int openDataStream(Device* pDevice, DataStream* pStream);
+
+/// Closes a data stream through the device's close hook: stops the acquisition, ends waiting fetches with -1012,
+/// revokes the buffers, drops the stream's hooks.
+XAPEL2_HOST_API int closeDataStream(Device* pDevice, DataStream* pStream);
+
+/// Bytes of one frame with the camera's present settings; 0 when the stream is not open.
+XAPEL2_HOST_API std::size_t payloadSize(DataStream* pStream);
+
+/// Allocates a buffer and announces it. Freed by revoking it or closing the stream.
+XAPEL2_HOST_API int allocAndAnnounceBuffer(DataStream* pStream, std::size_t nBytes, BufferHandle* phBuffer);
+
+/// Announces memory of the caller, which must stay until the buffer is revoked or the stream closed.
+XAPEL2_HOST_API int announceBuffer(DataStream* pStream, void* pMemory, std::size_t nBytes, BufferHandle* phBuffer);
+
+/// Takes a buffer back. GC_ERR_RESOURCE_IN_USE while the camera is filling it.
+XAPEL2_HOST_API int revokeBuffer(DataStream* pStream, BufferHandle hBuffer);
+
+/// Hands a buffer to the camera to be filled. GC_ERR_RESOURCE_IN_USE when it is queued already.
+XAPEL2_HOST_API int queueBuffer(DataStream* pStream, BufferHandle hBuffer);
+
+/// Starts the camera. It fills queued buffers in order until the acquisition is stopped or nFrames are produced. The
+/// image settings of the camera are locked meanwhile.
+XAPEL2_HOST_API int startAcquisition(DataStream* pStream, uint64_t nFrames = ~0ULL);
+
+/// Stops the camera; frames that wait for a fetch can still be fetched.
+XAPEL2_HOST_API int stopAcquisition(DataStream* pStream);
+
+/// Takes all buffers off the queues: queued and filled ones alike wait to be queued again.
+XAPEL2_HOST_API int flushBuffers(DataStream* pStream);
+
+/// Waits for the next filled buffer, through the fetch hook.
+/// @return GC_ERR_SUCCESS, GC_ERR_TIMEOUT, GC_ERR_ABORT (cancelled), GC_ERR_INVALID_HANDLE (stream not open), or what a
+///         hook returned (the buffer is the application's then too, when *ppBuffer was written).
+XAPEL2_HOST_API int getFilledBuffer(DataStream* pStream, BufferHandle* phBuffer, unsigned long long iTimeoutMs);
+
+/// Ends every fetch that was called before this call, and none that is called later. Through the cancel hook.
+XAPEL2_HOST_API int cancelGetFilledBuffer(DataStream* pStream);
+
+/// One property of the stream (STREAM_INFO_...), through the information hook. A null pValue asks for the size.
+XAPEL2_HOST_API int getStreamInfo(DataStream* pStream, int iInfoCmd, int* piType, void* pValue,
+                                  unsigned long long* piSize);
+
+/// One property of a buffer (BUFFER_INFO_...). A null pValue asks for the size.
+XAPEL2_HOST_API int getBufferInfo(DataStream* pStream, BufferHandle hBuffer, int iInfoCmd, int* piType, void* pValue,
+                                  unsigned long long* piSize);
+
+}  // namespace StandIn
+}  // namespace XAPEL2

@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// The image processor behind the shading nodes: records, keeps and files references, corrects images in place.
+
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace XAPEL2 {
+namespace StandIn {
+
+/// Values of the input nodes at the moment of a command.
+struct ShadingInputs {
+    std::string strPixelFormat;
+    int64_t iWidth = 0;
+    int64_t iHeight = 0;
+    int64_t iBufferSize = 0;  ///< bytes at iBuffer
+    int64_t iBuffer = 0;      ///< address of the image
+    std::string strFilename;
+};
+
+enum eShadingCommand : int64_t {
+    eCommandEnable = 1,
+    eCommandProcess = 2,
+    eCommandApply = 3,
+    eCommandClear = 4,
+    eCommandLoadDark = 5,
+    eCommandLoadLight = 6,
+    eCommandStartDark = 7,
+    eCommandStartLight = 8,
+    eCommandEnd = 9,
+};
+
+/// One image processor. A command that comes while another one runs is refused with GC_ERR_RESOURCE_IN_USE; the
+/// parameters have a lock of their own and never wait for a command.
+class CShadingProcessor {
+public:
+    /// Receives the processor's traces (level, text without a line end). Called on the thread of the command.
+    using TraceFunc = std::function<void(int32_t iLevel, const std::string& strText)>;
+
+    explicit CShadingProcessor(TraceFunc fnTrace);
+    ~CShadingProcessor();
+    CShadingProcessor(const CShadingProcessor&) = delete;
+    CShadingProcessor& operator=(const CShadingProcessor&) = delete;
+
+    /// Runs a command. Returns its status: 0 or positive as the command says, else a GenTL error code. Nothing
+    /// leaves as an exception; want of memory is GC_ERR_ERROR and changes nothing.
+    int64_t execute(int64_t iCommand, const ShadingInputs& rInputs) noexcept;
+
+    /// The parameters' names, in a fixed order: BoxFilterLight, BoxFilterDark, MedianFilterLight, MedianFilterDark.
+    static bool isParameter(const std::string& strName);
+    static constexpr int64_t PARAM_MIN = 0;
+    static constexpr int64_t PARAM_MAX = 31;
+
+    /// False, and nothing changed, when the name is unknown or the value out of range.
+    bool setParameter(const std::string& strName, int64_t iValue);
+    /// 0 when the name is unknown.
+    int64_t parameter(const std::string& strName) const;
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> m_pImpl;
+};
+
+}  // namespace StandIn
+}  // namespace XAPEL2
