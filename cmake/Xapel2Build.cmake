@@ -20,7 +20,7 @@ endif()
 
 find_package(Threads REQUIRED)
 
-add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor)
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion)
 if(XAPEL2_WERROR)
   add_compile_options(-Werror)
 endif()

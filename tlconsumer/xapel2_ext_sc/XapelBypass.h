@@ -1,0 +1,239 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Stream interception: the hub of a device, the registry of hubs, and the base of everything that takes part.
+//
+// Lock order: registry lock, gate of a hub, leaf lock of a hub. Nothing is called while a leaf lock is held, and none
+// but the registry lock, which no hook takes, is held while the library calls a host registration.
+
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <list>
+#include <map>
+#include <mutex>
+#include <vector>
+
+#include "xapel2/XapelBypassRegistration.h"
+
+#include "XapelAccessControl.h"
+#include "XapelBypassSlot.h"
+
+class CXapelBypass;
+
+/// Flag bits that guards publish at a hub's gate.
+enum eCallInFlight : unsigned {
+    eCallNone = 0,
+    eCallFetch = 1,  ///< may be blocked in the host until its time-out: cancelled by whoever wants to be alone
+    eCallInfo = 2,
+};
+
+/// What the host handed back when the hooks were registered, with the stream that it belongs to. One set: read and
+/// replaced together.
+struct XapelHostFunctions {
+    XAPEL2::DataStream* pDataStream = nullptr;
+    void* hDataStream = nullptr;
+    void* hDevice = nullptr;
+    DataStreamGetFilledBufferFunc pfnGetFilledBuffer = nullptr;
+    DataStreamCancelGetFilledBufferFunc pfnCancelGetFilledBuffer = nullptr;
+    DataStreamGetInfoFunc pfnGetInfo = nullptr;
+    DeviceCloseDataStreamFunc pfnCloseDataStream = nullptr;
+};
+
+/// The interception hub of one device: owns its five hooks at the host, hands intercepted calls to the participants,
+/// and carries them on to the host's own functions. Created with new (it lives in a slot) and only by the registry.
+class CXapelBypassDevice {
+public:
+    /// Finds the device's first data stream, opens it when closed, and registers all hooks; takes back what it has
+    /// registered when it fails.
+    /// @param[in] pDevice  borrowed; must outlive the hub.
+    /// @throws Xapel_NotAvailableException   the device lists no data stream.
+    /// @throws Xapel_ObjectInvalidException  the host refused a hook.
+    /// @throws host exceptions of the list and stream operations, after a trace.
+    explicit CXapelBypassDevice(XAPEL2::Device* pDevice);
+
+    /// Removes the hooks and returns when no hook call is left inside. A host that refuses a removal is traced;
+    /// whatever hook it keeps finds no hub from then on.
+    ~CXapelBypassDevice();
+
+    CXapelBypassDevice(const CXapelBypassDevice&) = delete;
+    CXapelBypassDevice& operator=(const CXapelBypassDevice&) = delete;
+
+    static void* operator new(std::size_t nBytes) { return xapelSlotAcquire(nBytes); }
+    static void operator delete(void* pHub) noexcept { xapelSlotRetire(pHub); }
+
+    /// Registers the fetch, cancel, information and close hooks, and the open hook if asked, on the present stream.
+    /// @throws Xapel_ObjectInvalidException  refused; the host functions stay as they were.
+    void initCallBacks(bool bRegisterOpen);
+
+    /// Removes all hooks, stopping at the first refusal, then clears the host functions under exclusive access.
+    /// @throws Xapel_ObjectInvalidException  refused; the remaining hooks and the host functions stay.
+    void deInitCallBacks();
+
+    /// For the holder of an exclusive guard: cancels a fetch in flight, once, and waits until the caller is alone.
+    void waitExclusiveAccess();
+
+    /// The cancel pass, for a caller that is inside the gate. Returns 0.
+    int cancelGetFilledBuffer();
+
+    /// Adds p to a list, or removes every entry of it, under exclusive access. Ends a fetch that is blocked in the
+    /// host. A removal returns only when no call that may still reach p is under way, so p may be destroyed then. Never
+    /// to be called from inside an intercepted call of this hub: it would wait for itself.
+    /// @param[in] p  borrowed until it is off the list.
+    void registerParticipant(CXapelBypass* p);
+    void unregisterParticipant(CXapelBypass* p);
+    void registerParticipantForCalling(CXapelBypass* p);
+    void unregisterParticipantForCalling(CXapelBypass* p);
+
+    /// Takes p off both lists, whatever the host does. Leaves the gate alone when p is in neither.
+    void dropParticipant(CXapelBypass* p) noexcept;
+
+    // Hook calls, entered from the host with the hub pinned. Exceptions of participants and host functions leave them.
+    int getFilledBuffer_Callback(void** ppBuffer, unsigned long long iTimeout);
+    int getInfo_Callback(int iInfoCmd, int* piType, void* pValue, unsigned long long* piSize);
+    int cancelGetFilledBuffer_Callback();
+    int deviceCloseDataStream_Callback(void* pStream);
+    int deviceOpenDataStream_Callback();
+
+    // Default operations: the call carried on to the host, -1002 when the host function is missing.
+
+    /// The host's fetch; a delivered buffer goes to every participant for calling. -1001 when one of them throws.
+    /// The caller is inside the gate.
+    int consumer_getFilledBuffer(void** ppBuffer, unsigned long long iTimeout);
+    int consumer_getStreamInfo(int iInfoCmd, int* piType, void* pValue, unsigned long long* piSize);
+    int consumer_cancelGetFilledBuffer();
+    int consumer_DeviceCloseDataStream(void* pStream);
+    /// Moves the hub to the stream that the device lists first now, and registers the hooks again. Returns 0.
+    int consumer_DeviceOpenDataStream();
+
+    XAPEL2::Device* getXapelDevice() const { return m_pDevice; }
+    XAPEL2::DataStream* getXapelDataStream() const { return hostFunctions().pDataStream; }
+
+private:
+    typedef std::list<CXapelBypass*> ParticipantList;
+
+    XapelHostFunctions hostFunctions() const;
+    void storeHostFunctions(const XapelHostFunctions& rHost);
+    void registerHooks(XAPEL2::DataStream* pDataStream, bool bRegisterOpen);
+    void clearHostFunctions();
+    XAPEL2::DataStream* findFirstDataStream(const char* pFunction);
+
+    void addTo(ParticipantList& rList, CXapelBypass* p);
+    void removeFrom(ParticipantList& rList, CXapelBypass* p);
+    bool isListed(CXapelBypass* p) const;
+    std::vector<CXapelBypass*> copyParticipants() const;
+
+    XAPEL2::Device* m_pDevice;
+    XAPEL2::DataStream* m_pDataStream;                               // guarded by m_mtxLeaf
+    void* m_hDataStream;                                             // guarded by m_mtxLeaf
+    void* m_hDevice;                                                 // guarded by m_mtxLeaf
+    DataStreamGetFilledBufferFunc m_pfnGetFilledBuffer;              // guarded by m_mtxLeaf
+    DataStreamCancelGetFilledBufferFunc m_pfnCancelGetFilledBuffer;  // guarded by m_mtxLeaf
+    DataStreamGetInfoFunc m_pfnGetInfo;                              // guarded by m_mtxLeaf
+    DeviceCloseDataStreamFunc m_pfnCloseDataStream;                  // guarded by m_mtxLeaf
+
+    // Changed with the gate held exclusively and m_mtxLeaf; read with either.
+    ParticipantList m_lstParticipants;
+    ParticipantList m_lstParticipantsForCalling;
+
+    std::mutex m_mtxAccess;  // entry mutex of the gate
+    XapelAccessControlData m_AccessData;
+
+    /// The leaf lock: copy out, release, call.
+    mutable std::mutex m_mtxLeaf;
+
+    /// Open and close calls, which take no gate.
+    class CCallCount {
+    public:
+        /// Counts one call while it lives.
+        class CEntry {
+        public:
+            explicit CEntry(CCallCount& rCount);
+            ~CEntry();
+            CEntry(const CEntry&) = delete;
+            CEntry& operator=(const CEntry&) = delete;
+            bool isClosing() const { return m_bClosing; }
+
+        private:
+            CCallCount& m_rCount;
+            const bool m_bClosing;
+        };
+
+        void close();
+        /// Spins until the count has been zero once; not from inside an open or close call.
+        void waitUntilNone() const;
+
+    private:
+        std::atomic<uint64_t> m_uWord{0};  // bit 0: closing; bits 1..63: calls inside
+    } m_OpenClose;
+
+    CXapelHubLife m_Life;  // the last member
+};
+
+/// The process-wide registry: one hub for each device in use.
+class CXapelBypassManager {
+public:
+    /// The device's hub, built when there is none; held by the caller until it hands it back.
+    /// @throws what building a hub throws; the registry is then as before.
+    static CXapelBypassDevice* getXapelBypassDevice(XAPEL2::Device* pDevice);
+
+    /// Hands a hub back; with the last holder it is destroyed. A hub that is not registered is ignored.
+    /// @throws std::system_error  the registry lock cannot be taken; nothing has changed.
+    static void removeXapelBypassDevice(CXapelBypassDevice* pHub);
+
+private:
+    static std::mutex m_mtx;  // guards mParticipants; held while a hub is built or destroyed
+    static std::map<CXapelBypassDevice*, int> mParticipants;  // number of participants that hold the hub
+};
+
+/// An object that takes part in a device's intercepted calls. In neither list after construction; transparent unless it
+/// overrides: each operation here carries the call on to the host.
+///
+/// Its operations run on the thread of the intercepted call and must not register or unregister on the same hub.
+class CXapelBypass {
+public:
+    /// Binds to the device's hub.
+    /// @param[in] pDevice  borrowed; must outlive the object.
+    /// @throws Xapel_InvalidParameterException  pDevice is null.
+    /// @throws what building a hub throws.
+    explicit CXapelBypass(XAPEL2::Device* pDevice);
+
+    /// Leaves both lists and hands the hub back. Not virtual: objects are destroyed as what they are, and a derived class
+    /// puts a virtual destructor of its own after the operations below.
+    ~CXapelBypass();
+
+    CXapelBypass(const CXapelBypass&) = delete;
+    CXapelBypass& operator=(const CXapelBypass&) = delete;
+
+    // pbForward: set to true to ask the hub to carry the call on when all participants have been asked.
+    virtual int consumer_getFilledBuffer(void** ppBuffer, unsigned long long iTimeout, bool* pbForward);
+    virtual int consumer_getStreamInfo(int iInfoCmd, int* piType, void* pValue, unsigned long long* piSize,
+                                       bool* pbForward);
+    virtual int consumer_cancelGetFilledBuffer(bool* pbForward);
+    virtual int consumer_DeviceCloseDataStream(void* pStream, bool* pbForward);
+    virtual int consumer_DeviceOpenDataStream(bool* pbForward);
+
+    /// Gets every buffer that the hub fetches, before the application does. The result is not looked at.
+    virtual int extended_useFilledBuffer(void* pBuffer);
+
+    /// The stream that the hub intercepts now.
+    XAPEL2::DataStream* getXapelDataStream();
+
+    /// Joins or leaves the hub's lists (see the hub's operations of these names).
+    void registerParticipant();
+    void unregisterParticipant();
+    void registerParticipantForCalling();
+    void unregisterParticipantForCalling();
+
+protected:
+    /// Off both lists, whatever the host does; for destructors.
+    void leaveLists() noexcept;
+
+    XAPEL2::Device* getXapelDevice() const { return m_pDevice; }
+
+private:
+    XAPEL2::Device* m_pDevice;
+    CXapelBypassDevice* m_pBypassDevice;
+};
+

@@ -1,0 +1,241 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// The hub's life: finding the stream, registering and removing the hooks, changing the participant lists.
+
+#include <algorithm>
+
+#include "xapel2/XapelDevice.h"
+#include "xapel2/XapelExceptions.h"
+
+#include "XapelBypass.h"
+#include "XapelBypassHooks.h"
+#include "XapelTraceText.h"
+
+using XAPEL2::Exceptions::IException;
+using XAPEL2::Exceptions::Xapel_NotAvailableException;
+using XAPEL2::Exceptions::Xapel_ObjectInvalidException;
+
+namespace {
+
+const char SOURCE_FILE[] = "tlconsumer/xapel2_ext_sc/XapelBypass";
+const char STREAM_INVALID[] = "The DataStream object is not valid or is no longer valid";
+const char DEVICE_INVALID[] = "The Device object is not valid or is no longer valid";
+
+/// Removes a hook. @throws Xapel_ObjectInvalidException  the host refused.
+void removeOrThrow(eXapelHook eHook, XAPEL2::Device* pDevice, XAPEL2::DataStream* pDataStream,
+                   CXapelBypassDevice* pHub) {
+    if (!xapelRemoveHook(eHook, pDevice, pDataStream, pHub))
+        throw Xapel_ObjectInvalidException(SOURCE_FILE, __LINE__, "deInitCallBacks",
+                                           eHook == eHookClose ? DEVICE_INVALID : STREAM_INVALID);
+}
+
+/// Removes the first nHooks hooks, last one first, as far as the host lets it, in silence.
+void takeBack(unsigned nHooks, XAPEL2::Device* pDevice, XAPEL2::DataStream* pDataStream, CXapelBypassDevice* pHub) {
+    while (nHooks-- > 0) {
+        try {
+            xapelRemoveHook(static_cast<eXapelHook>(nHooks), pDevice, pDataStream, pHub);
+        } catch (...) {
+        }
+    }
+}
+
+/// Runs one step of a destructor: lets nothing out, traces a host exception.
+template <typename Step>
+void runInDestructor(Step fnStep) noexcept {
+    try {
+        try {
+            fnStep();
+        } catch (const IException& rException) {
+            xapelTraceException("XapelBypass; dtor;", rException);
+        }
+    } catch (...) {
+    }
+}
+
+}  // namespace
+
+CXapelBypassDevice::CXapelBypassDevice(XAPEL2::Device* pDevice)
+    : m_pDevice(pDevice),
+      m_pDataStream(nullptr),
+      m_hDataStream(nullptr),
+      m_hDevice(nullptr),
+      m_pfnGetFilledBuffer(nullptr),
+      m_pfnCancelGetFilledBuffer(nullptr),
+      m_pfnGetInfo(nullptr),
+      m_pfnCloseDataStream(nullptr),
+      m_Life(this) {
+    try {
+        XAPEL2::DataStream* pDataStream = findFirstDataStream("CXapelBypassDevice");
+        if (!pDataStream->IsOpen())
+            pDataStream->Open();
+        m_pDataStream = pDataStream;
+    } catch (const IException& rException) {
+        xapelTraceException("XapelBypass; ctor;", rException);
+        throw;
+    }
+    initCallBacks(true);
+}
+
+CXapelBypassDevice::~CXapelBypassDevice() {
+    m_OpenClose.close();
+    m_OpenClose.waitUntilNone();
+    runInDestructor([] { xapelTrace(eTraceOrdinary, "CXapelBypassDevice::; deInitCallBack called;"); });
+    for (unsigned iHook = 0; iHook < eHookCount; ++iHook) {
+        runInDestructor(
+            [this, iHook] { removeOrThrow(static_cast<eXapelHook>(iHook), m_pDevice, getXapelDataStream(), this); });
+    }
+    runInDestructor([this] {
+        const CXapelAccessControl guard(m_mtxAccess, m_AccessData, CXapelAccessControl::eExclusive, eCallNone);
+        runInDestructor([this] { waitExclusiveAccess(); });
+        m_AccessData.WaitExclusive();
+        clearHostFunctions();
+    });
+}
+
+XAPEL2::DataStream* CXapelBypassDevice::findFirstDataStream(const char* pFunction) {
+    XAPEL2::DataStreamList* pList = m_pDevice->GetDataStreams();
+    if (pList != nullptr)
+        pList->Refresh();
+    if (pList == nullptr || pList->size() == 0)
+        throw Xapel_NotAvailableException(SOURCE_FILE, __LINE__, pFunction,
+                                          "The device doesn't support any data streams.");
+    return (*pList->begin()).second;
+}
+
+XapelHostFunctions CXapelBypassDevice::hostFunctions() const {
+    const std::lock_guard<std::mutex> lock(m_mtxLeaf);
+    XapelHostFunctions host;
+    host.pDataStream = m_pDataStream;
+    host.hDataStream = m_hDataStream;
+    host.hDevice = m_hDevice;
+    host.pfnGetFilledBuffer = m_pfnGetFilledBuffer;
+    host.pfnCancelGetFilledBuffer = m_pfnCancelGetFilledBuffer;
+    host.pfnGetInfo = m_pfnGetInfo;
+    host.pfnCloseDataStream = m_pfnCloseDataStream;
+    return host;
+}
+
+void CXapelBypassDevice::storeHostFunctions(const XapelHostFunctions& rHost) {
+    const std::lock_guard<std::mutex> lock(m_mtxLeaf);
+    m_pDataStream = rHost.pDataStream;
+    m_hDataStream = rHost.hDataStream;
+    m_hDevice = rHost.hDevice;
+    m_pfnGetFilledBuffer = rHost.pfnGetFilledBuffer;
+    m_pfnCancelGetFilledBuffer = rHost.pfnCancelGetFilledBuffer;
+    m_pfnGetInfo = rHost.pfnGetInfo;
+    m_pfnCloseDataStream = rHost.pfnCloseDataStream;
+}
+
+void CXapelBypassDevice::clearHostFunctions() {
+    XapelHostFunctions host = hostFunctions();
+    host.pfnGetFilledBuffer = nullptr;
+    host.pfnCancelGetFilledBuffer = nullptr;
+    host.pfnGetInfo = nullptr;
+    host.pfnCloseDataStream = nullptr;
+    storeHostFunctions(host);
+}
+
+void CXapelBypassDevice::initCallBacks(bool bRegisterOpen) {
+    registerHooks(getXapelDataStream(), bRegisterOpen);
+}
+
+void CXapelBypassDevice::registerHooks(XAPEL2::DataStream* pDataStream, bool bRegisterOpen) {
+    xapelTrace(eTraceOrdinary, "CXapelBypassDevice::; initCallBack called;");
+    XAPEL2::DataStream* const pBefore = getXapelDataStream();
+    XapelHostFunctions host;
+    host.pDataStream = pDataStream;
+    unsigned nDone = 0;
+    try {
+        const unsigned nHooks = bRegisterOpen ? eHookCount : eHookOpen;
+        // A host that throws may have registered all the same, so a hook counts until it has been refused.
+        while (nDone < nHooks) {
+            const auto eHook = static_cast<eXapelHook>(nDone++);
+            if (xapelRegisterHook(eHook, m_pDevice, this, host))
+                continue;
+            --nDone;
+            throw Xapel_ObjectInvalidException(SOURCE_FILE, __LINE__, "initCallBacks", STREAM_INVALID);
+        }
+    } catch (...) {
+        // A hub under construction takes all back; one that lives only what stands on another stream than before.
+        if (bRegisterOpen)
+            takeBack(nDone, m_pDevice, pDataStream, this);
+        else if (pDataStream != pBefore)
+            takeBack(std::min(nDone, XAPEL_HOOK_FIRST_OF_DEVICE), m_pDevice, pDataStream, this);
+        throw;
+    }
+    storeHostFunctions(host);
+    // The stream that the hub has moved away from must not keep hooks that nobody would remove later.
+    if (pBefore != nullptr && pBefore != pDataStream)
+        takeBack(XAPEL_HOOK_FIRST_OF_DEVICE, m_pDevice, pBefore, this);
+}
+
+void CXapelBypassDevice::deInitCallBacks() {
+    xapelTrace(eTraceOrdinary, "CXapelBypassDevice::; deInitCallBack called;");
+    for (unsigned iHook = 0; iHook < eHookCount; ++iHook)
+        removeOrThrow(static_cast<eXapelHook>(iHook), m_pDevice, getXapelDataStream(), this);
+    const CXapelAccessControl guard(m_mtxAccess, m_AccessData, CXapelAccessControl::eExclusive, eCallNone);
+    waitExclusiveAccess();
+    clearHostFunctions();
+}
+
+void CXapelBypassDevice::waitExclusiveAccess() {
+    if (m_AccessData.IsExclusive())
+        return;
+    if ((m_AccessData.Flags() & eCallFetch) != 0)
+        cancelGetFilledBuffer();
+    m_AccessData.WaitExclusive();
+}
+
+void CXapelBypassDevice::addTo(ParticipantList& rList, CXapelBypass* p) {
+    ParticipantList entry(1, p);  // allocated before the gate is closed
+    const CXapelAccessControl guard(m_mtxAccess, m_AccessData, CXapelAccessControl::eExclusive, eCallNone);
+    waitExclusiveAccess();
+    const std::lock_guard<std::mutex> lock(m_mtxLeaf);
+    rList.splice(rList.end(), entry);
+}
+
+void CXapelBypassDevice::removeFrom(ParticipantList& rList, CXapelBypass* p) {
+    {
+        const CXapelAccessControl guard(m_mtxAccess, m_AccessData, CXapelAccessControl::eExclusive, eCallNone);
+        waitExclusiveAccess();
+        const std::lock_guard<std::mutex> lock(m_mtxLeaf);
+        rList.remove(p);
+    }
+    // Outside the gate: a host's close may wait for its fetches, which may wait at the gate.
+    m_OpenClose.waitUntilNone();
+}
+
+void CXapelBypassDevice::dropParticipant(CXapelBypass* p) noexcept {
+    if (!isListed(p))
+        return;
+    {
+        const CXapelAccessControl guard(m_mtxAccess, m_AccessData, CXapelAccessControl::eExclusive, eCallNone);
+        runInDestructor([this] { waitExclusiveAccess(); });
+        m_AccessData.WaitExclusive();
+        const std::lock_guard<std::mutex> lock(m_mtxLeaf);
+        m_lstParticipants.remove(p);
+        m_lstParticipantsForCalling.remove(p);
+    }
+    m_OpenClose.waitUntilNone();
+}
+
+bool CXapelBypassDevice::isListed(CXapelBypass* p) const {
+    const std::lock_guard<std::mutex> lock(m_mtxLeaf);
+    const auto fnHolds = [p](const ParticipantList& rList) {
+        return std::find(rList.begin(), rList.end(), p) != rList.end();
+    };
+    return fnHolds(m_lstParticipants) || fnHolds(m_lstParticipantsForCalling);
+}
+
+void CXapelBypassDevice::registerParticipant(CXapelBypass* p) {
+    addTo(m_lstParticipants, p);
+}
+void CXapelBypassDevice::unregisterParticipant(CXapelBypass* p) {
+    removeFrom(m_lstParticipants, p);
+}
+void CXapelBypassDevice::registerParticipantForCalling(CXapelBypass* p) {
+    addTo(m_lstParticipantsForCalling, p);
+}
+void CXapelBypassDevice::unregisterParticipantForCalling(CXapelBypass* p) {
+    removeFrom(m_lstParticipantsForCalling, p);
+}
