@@ -69,8 +69,7 @@ void unpackSamples(const PixelFormat& rFormat, const void* pImage, std::size_t i
         return;
     }
     if (rFormat.nWireBits == 8) {
-        for (std::size_t i = 0; i < nSamples; ++i)
-            pSamples[i] = pBytes[iFirst + i];
+        for (std::size_t i = 0; i < nSamples; ++i) pSamples[i] = pBytes[iFirst + i];
         return;
     }
     // A packed sample of 10 or 12 bits always ends in the byte after the one that it begins in.
@@ -90,8 +89,7 @@ void packSamples(const PixelFormat& rFormat, const uint16_t* pSamples, std::size
         return;
     }
     if (rFormat.nWireBits == 8) {
-        for (std::size_t i = 0; i < nSamples; ++i)
-            pBytes[iFirst + i] = static_cast<uint8_t>(pSamples[i]);
+        for (std::size_t i = 0; i < nSamples; ++i) pBytes[iFirst + i] = static_cast<uint8_t>(pSamples[i]);
         return;
     }
     for (std::size_t i = 0; i < nSamples; ++i) {

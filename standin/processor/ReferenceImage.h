@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// What the parts of the image processor share: the layout of an image and a recorded reference.
+
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "xapel2_standin/PixelFormat.h"
+
+namespace XAPEL2 {
+namespace StandIn {
+
+/// Format and size of an image.
+struct ImageLayout {
+    const PixelFormat* pFormat = nullptr;
+    uint64_t nWidth = 0;   ///< pixels
+    uint64_t nHeight = 0;  ///< pixels
+
+    /// Most samples of an image that the processor works on: 1 GiB of reference.
+    static constexpr uint64_t SAMPLES_MAX = 1ULL << 28;
+
+    /// True when the format is known and the size is one that an image can have.
+    bool isPossible() const {
+        return pFormat && nWidth != 0 && nHeight != 0 && nWidth <= IMAGE_SIDE_MAX && nHeight <= IMAGE_SIDE_MAX &&
+               nWidth * nHeight * pFormat->nChannels <= SAMPLES_MAX;
+    }
+    bool operator==(const ImageLayout& r) const {
+        return pFormat == r.pFormat && nWidth == r.nWidth && nHeight == r.nHeight;
+    }
+    bool operator!=(const ImageLayout& r) const { return !(*this == r); }
+
+    std::size_t samplesPerRow() const { return static_cast<std::size_t>(nWidth) * pFormat->nChannels; }
+    std::size_t samples() const { return samplesPerRow() * static_cast<std::size_t>(nHeight); }
+    std::size_t bytes() const { return imageBytes(*pFormat, nWidth, nHeight); }
+
+    /// True when the samples of both mean the same, place by place: size, bits, channels in their order and colour
+    /// phase agree. How samples are packed in the image does not matter.
+    bool hasSamplesLike(const ImageLayout& r) const {
+        return nWidth == r.nWidth && nHeight == r.nHeight && pFormat->nBits == r.pFormat->nBits &&
+               pFormat->nChannels == r.pFormat->nChannels &&
+               (pFormat->nChannels == 1 || pFormat->uPfnc == r.pFormat->uPfnc) &&
+               std::string(pFormat->pCfa) == r.pFormat->pCfa;
+    }
+};
+
+enum eReferenceKind { eReferenceDark = 0, eReferenceLight = 1 };
+
+/// The mean of the images of one recording, with what is known about them.
+struct ReferenceImage {
+    eReferenceKind eKind = eReferenceDark;
+    ImageLayout sLayout;
+    uint64_t nImages = 0;          ///< images that were averaged, 1 or more
+    double dSaturatedShare = 0.0;  ///< share of samples at full scale over all images, 0 to 1
+    double dMean = 0.0;            ///< mean of all samples, DN
+    /// Temporal standard deviation of a pixel, DN: root of the per-pixel temporal variance (divisor n - 1) averaged
+    /// over the pixels (EMVA 1288, temporal variance of an image stack). 0 for a single image.
+    double dTemporalNoise = 0.0;
+    std::string strCamera;        ///< JSON object with the camera's settings, empty when none were filed
+    std::vector<float> vSamples;  ///< DN, 0 to full scale, row by row, channels of a pixel side by side
+};
+
+}  // namespace StandIn
+}  // namespace XAPEL2

@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Sums the images of a recording and turns them into a reference.
+
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "ReferenceImage.h"
+
+namespace XAPEL2 {
+namespace StandIn {
+
+__extension__ typedef unsigned __int128 UInt128;
+
+/// A running recording. All sums are integers, so the order of the images does not change a bit of the result.
+/// Takes 8 bytes a sample. @threads one at a time.
+class CReferenceRecorder {
+public:
+    explicit CReferenceRecorder(eReferenceKind eKind) : m_eKind(eKind) {}
+
+    /// Adds an image; the first one fixes format and size.
+    /// @param[in] rLayout  a possible layout, after the first image the same one.
+    /// @param[in] pImage   borrowed for the call, rLayout.bytes() bytes.
+    /// @throws std::bad_alloc  only for the first image; the recording is as before.
+    void add(const ImageLayout& rLayout, const void* pImage);
+
+    eReferenceKind kind() const { return m_eKind; }
+    uint64_t images() const { return m_nImages; }
+    /// Layout of the recording; meaningful once it has an image.
+    const ImageLayout& layout() const { return m_sLayout; }
+
+    /// The reference of the images so far, of which there must be one at least. The recording goes on unchanged.
+    /// @throws std::bad_alloc
+    ReferenceImage reference() const;
+
+private:
+    eReferenceKind m_eKind;
+    ImageLayout m_sLayout;
+    uint64_t m_nImages = 0;
+    uint64_t m_nSaturated = 0;
+    UInt128 m_uSquares = 0;         // sum of the squares of all samples of all images
+    std::vector<uint64_t> m_vSums;  // per sample, over all images
+};
+
+}  // namespace StandIn
+}  // namespace XAPEL2

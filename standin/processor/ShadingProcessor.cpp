@@ -1,0 +1,295 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// The commands of the image processor.
+
+#include "ShadingProcessor.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <mutex>
+#include <new>
+#include <stdexcept>
+#include <utility>
+
+#include "xapel2/GenTLCodes.h"
+
+#include "Correction.h"
+#include "ReferenceFile.h"
+#include "ReferenceFilter.h"
+#include "ReferenceImage.h"
+#include "ReferenceRecorder.h"
+
+namespace XAPEL2 {
+namespace StandIn {
+
+namespace {
+
+constexpr std::array<const char*, 4> PARAMETERS = {"BoxFilterLight", "BoxFilterDark", "MedianFilterLight",
+                                                   "MedianFilterDark"};
+enum eParameter : std::size_t { eBoxLight, eBoxDark, eMedianLight, eMedianDark };
+
+constexpr int64_t UNTOUCHED = 1;  // status of an image that was left as it is because nothing is applied for it
+constexpr int32_t TRACE_ERROR = 2;
+
+/// Why an image was left untouched.
+enum eReason { eNothingApplied, eOtherFormat, eOtherSize, eImpossible, eOtherThanRecording, eBusy, eReasonCount };
+
+const char* textOf(eReason eWhy) {
+    static constexpr std::array<const char*, eReasonCount> TEXTS = {"no reference is applied",
+                                                                    "a reference is applied for another format",
+                                                                    "a reference is applied for another size",
+                                                                    "the image is impossible",
+                                                                    "the recording has another format or size",
+                                                                    "another command is running"};
+    return TEXTS[eWhy];
+}
+
+std::size_t parameterIndex(const std::string& strName) {
+    return static_cast<std::size_t>(std::find(PARAMETERS.begin(), PARAMETERS.end(), strName) - PARAMETERS.begin());
+}
+
+std::string toText(const std::string& strFormat, int64_t iWidth, int64_t iHeight) {
+    return strFormat + " " + std::to_string(iWidth) + "x" + std::to_string(iHeight);
+}
+
+ImageLayout layoutOf(const ShadingInputs& rInputs) {
+    // A negative size becomes a huge one, which is as impossible.
+    return {findPixelFormat(rInputs.strPixelFormat), static_cast<uint64_t>(rInputs.iWidth),
+            static_cast<uint64_t>(rInputs.iHeight)};
+}
+
+}  // namespace
+
+struct CShadingProcessor::Impl {
+    explicit Impl(TraceFunc fnTrace) : m_fnTrace(std::move(fnTrace)) {}
+
+    int64_t run(int64_t iCommand, const ShadingInputs& rInputs);
+    int64_t process(const ShadingInputs& rInputs);
+    int64_t apply(const ShadingInputs& rInputs);
+    int64_t clear() noexcept;
+    int64_t load(eReferenceKind eKind, const ShadingInputs& rInputs);
+    int64_t start(eReferenceKind eKind);
+    int64_t end(const ShadingInputs& rInputs);
+
+    int64_t leaveUntouched(eReason eWhy, const ShadingInputs& rInputs, int64_t iStatus);
+    FilterRadii radii(eReferenceKind eKind) const;
+    void emit(const std::string& strText) const noexcept;
+
+    const TraceFunc m_fnTrace;
+
+    // Taken by exchange, released by store: a command that finds it taken is refused. No mutex, because a trace
+    // function may run a command on the thread that holds it.
+    std::atomic<bool> m_bBusy{false};
+
+    // Guarded by m_bBusy.
+    std::array<std::unique_ptr<ReferenceImage>, 2> m_aReferences;  // by eReferenceKind
+    std::unique_ptr<CReferenceRecorder> m_pRecorder;               // null: no recording runs
+    ImageLayout m_sApplied;                                        // what m_pCorrection is for
+    std::unique_ptr<ICorrection> m_pCorrection;                    // null: nothing is applied
+    std::string m_strTrace;                                        // emitted once the command is over
+
+    // One bit for each reason that has been traced; any thread, the order does not matter.
+    std::atomic<uint32_t> m_uTraced{0};
+
+    // Protects m_aParameters alone; held for a copy.
+    mutable std::mutex m_mtxParameters;
+    std::array<int64_t, PARAMETERS.size()> m_aParameters = {};
+};
+
+void CShadingProcessor::Impl::emit(const std::string& strText) const noexcept {
+    if (strText.empty() || !m_fnTrace)
+        return;
+    try {
+        m_fnTrace(TRACE_ERROR, "ImageProcessor; " + strText);
+    } catch (...) {
+        // A trace that cannot be delivered changes no status.
+    }
+}
+
+int64_t CShadingProcessor::Impl::leaveUntouched(eReason eWhy, const ShadingInputs& rInputs, int64_t iStatus) {
+    const uint32_t uBit = 1U << eWhy;
+    if ((m_uTraced.fetch_or(uBit, std::memory_order_relaxed) & uBit) == 0)
+        m_strTrace = "image left untouched; " + std::string(textOf(eWhy)) + "; image " +
+                     toText(rInputs.strPixelFormat, rInputs.iWidth, rInputs.iHeight) + ", " +
+                     std::to_string(rInputs.iBufferSize) + " bytes";
+    return iStatus;
+}
+
+FilterRadii CShadingProcessor::Impl::radii(eReferenceKind eKind) const {
+    const std::lock_guard<std::mutex> sLock(m_mtxParameters);
+    const bool bLight = eKind == eReferenceLight;
+    return {static_cast<unsigned>(m_aParameters[bLight ? eMedianLight : eMedianDark]),
+            static_cast<unsigned>(m_aParameters[bLight ? eBoxLight : eBoxDark])};
+}
+
+int64_t CShadingProcessor::Impl::process(const ShadingInputs& rInputs) {
+    const ImageLayout sLayout = layoutOf(rInputs);
+    if (!sLayout.isPossible() || rInputs.iBuffer == 0 || rInputs.iBufferSize < 0 ||
+        static_cast<uint64_t>(rInputs.iBufferSize) < sLayout.bytes())
+        return leaveUntouched(eImpossible, rInputs, GC_ERR_INVALID_PARAMETER);
+    void* const pImage = reinterpret_cast<void*>(static_cast<uintptr_t>(rInputs.iBuffer));
+
+    if (m_pRecorder) {
+        if (m_pRecorder->images() != 0 && m_pRecorder->layout() != sLayout)
+            return leaveUntouched(eOtherThanRecording, rInputs, GC_ERR_INVALID_PARAMETER);
+        m_pRecorder->add(sLayout, pImage);
+        return static_cast<int64_t>(m_pRecorder->images());
+    }
+    if (!m_pCorrection)
+        return leaveUntouched(eNothingApplied, rInputs, UNTOUCHED);
+    if (m_sApplied.pFormat != sLayout.pFormat)
+        return leaveUntouched(eOtherFormat, rInputs, UNTOUCHED);
+    if (m_sApplied != sLayout)
+        return leaveUntouched(eOtherSize, rInputs, UNTOUCHED);
+    m_pCorrection->correct(pImage);
+    return GC_ERR_SUCCESS;
+}
+
+int64_t CShadingProcessor::Impl::apply(const ShadingInputs& rInputs) {
+    const ImageLayout sLayout = layoutOf(rInputs);
+    const std::string strWanted = toText(rInputs.strPixelFormat, rInputs.iWidth, rInputs.iHeight);
+    if (!sLayout.isPossible()) {
+        m_strTrace = "cannot apply to " + strWanted + "; unknown format or impossible size";
+        return GC_ERR_INVALID_PARAMETER;
+    }
+    if (!m_aReferences[eReferenceDark] && !m_aReferences[eReferenceLight]) {
+        m_strTrace = "cannot apply to " + strWanted + "; there is no reference";
+        return GC_ERR_NOT_AVAILABLE;
+    }
+    for (const auto& rpReference : m_aReferences) {
+        if (rpReference && !rpReference->sLayout.hasSamplesLike(sLayout)) {
+            const ImageLayout& rOther = rpReference->sLayout;
+            m_strTrace = "cannot apply to " + strWanted + "; a reference is of " +
+                         toText(rOther.pFormat->pName, static_cast<int64_t>(rOther.nWidth),
+                                static_cast<int64_t>(rOther.nHeight));
+            return GC_ERR_NOT_AVAILABLE;
+        }
+    }
+    std::array<std::vector<float>, 2> aFiltered;
+    for (const eReferenceKind eKind : {eReferenceDark, eReferenceLight}) {
+        if (!m_aReferences[eKind])
+            continue;
+        aFiltered[eKind] = m_aReferences[eKind]->vSamples;
+        filterReference(sLayout, radii(eKind), aFiltered[eKind]);
+    }
+    m_pCorrection = makeCorrection(sLayout, m_aReferences[eReferenceDark] ? &aFiltered[eReferenceDark] : nullptr,
+                                   m_aReferences[eReferenceLight] ? &aFiltered[eReferenceLight] : nullptr);
+    m_sApplied = sLayout;
+    m_uTraced = 0;
+    return GC_ERR_SUCCESS;
+}
+
+int64_t CShadingProcessor::Impl::clear() noexcept {
+    for (auto& rpReference : m_aReferences) rpReference.reset();
+    m_pRecorder.reset();
+    m_pCorrection.reset();
+    m_uTraced = 0;
+    return GC_ERR_SUCCESS;
+}
+
+int64_t CShadingProcessor::Impl::load(eReferenceKind eKind, const ShadingInputs& rInputs) {
+    if (m_pRecorder)
+        return GC_ERR_RESOURCE_IN_USE;
+    auto pReference = std::make_unique<ReferenceImage>(readReferenceFile(rInputs.strFilename));
+    if (pReference->eKind != eKind)
+        throw CReferenceFileError(eKind == eReferenceLight ? "it is a dark reference" : "it is a light reference");
+    m_aReferences[eKind] = std::move(pReference);
+    return GC_ERR_SUCCESS;
+}
+
+int64_t CShadingProcessor::Impl::start(eReferenceKind eKind) {
+    if (m_pRecorder)
+        return GC_ERR_RESOURCE_IN_USE;
+    m_pRecorder = std::make_unique<CReferenceRecorder>(eKind);
+    m_uTraced = 0;
+    return GC_ERR_SUCCESS;
+}
+
+int64_t CShadingProcessor::Impl::end(const ShadingInputs& rInputs) {
+    if (!m_pRecorder || m_pRecorder->images() == 0)
+        return GC_ERR_NO_DATA;
+    auto pReference = std::make_unique<ReferenceImage>(m_pRecorder->reference());
+    writeReferenceFile(rInputs.strFilename, *pReference);
+    m_aReferences[m_pRecorder->kind()] = std::move(pReference);
+    m_pRecorder.reset();
+    return GC_ERR_SUCCESS;
+}
+
+int64_t CShadingProcessor::Impl::run(int64_t iCommand, const ShadingInputs& rInputs) {
+    try {
+        switch (iCommand) {
+            case eCommandEnable:
+                return GC_ERR_SUCCESS;
+            case eCommandProcess:
+                return process(rInputs);
+            case eCommandApply:
+                return apply(rInputs);
+            case eCommandClear:
+                return clear();
+            case eCommandLoadDark:
+                return load(eReferenceDark, rInputs);
+            case eCommandLoadLight:
+                return load(eReferenceLight, rInputs);
+            case eCommandStartDark:
+                return start(eReferenceDark);
+            case eCommandStartLight:
+                return start(eReferenceLight);
+            case eCommandEnd:
+                return end(rInputs);
+            default:
+                return GC_ERR_INVALID_PARAMETER;
+        }
+    } catch (const CReferenceFileError& rError) {
+        m_strTrace = "reference file " + rInputs.strFilename + "; " + rError.what();
+        return GC_ERR_IO;
+    }
+}
+
+CShadingProcessor::CShadingProcessor(TraceFunc fnTrace) : m_pImpl(std::make_unique<Impl>(std::move(fnTrace))) {}
+CShadingProcessor::~CShadingProcessor() = default;
+
+int64_t CShadingProcessor::execute(int64_t iCommand, const ShadingInputs& rInputs) noexcept {
+    Impl& rImpl = *m_pImpl;
+    // Acquire pairs with the release below: a command sees all that the one before it did.
+    if (rImpl.m_bBusy.exchange(true, std::memory_order_acquire)) {
+        const uint32_t uBit = 1U << eBusy;
+        if (iCommand == eCommandProcess && (rImpl.m_uTraced.fetch_or(uBit, std::memory_order_relaxed) & uBit) == 0)
+            rImpl.emit("image left untouched; another command is running");
+        return GC_ERR_RESOURCE_IN_USE;
+    }
+    int64_t iStatus = GC_ERR_ERROR;
+    try {
+        iStatus = rImpl.run(iCommand, rInputs);
+    } catch (...) {
+        // Want of memory, or a failure that nobody foresaw. The commands change nothing before their last step.
+    }
+    const std::string strTrace = std::exchange(rImpl.m_strTrace, {});
+    rImpl.m_bBusy.store(false, std::memory_order_release);
+    rImpl.emit(strTrace);
+    return iStatus;
+}
+
+bool CShadingProcessor::isParameter(const std::string& strName) {
+    return parameterIndex(strName) < PARAMETERS.size();
+}
+
+bool CShadingProcessor::setParameter(const std::string& strName, int64_t iValue) {
+    const std::size_t iParameter = parameterIndex(strName);
+    if (iParameter == PARAMETERS.size() || iValue < PARAM_MIN || iValue > PARAM_MAX)
+        return false;
+    const std::lock_guard<std::mutex> sLock(m_pImpl->m_mtxParameters);
+    m_pImpl->m_aParameters[iParameter] = iValue;
+    return true;
+}
+
+int64_t CShadingProcessor::parameter(const std::string& strName) const {
+    const std::size_t iParameter = parameterIndex(strName);
+    if (iParameter == PARAMETERS.size())
+        return 0;
+    const std::lock_guard<std::mutex> sLock(m_pImpl->m_mtxParameters);
+    return m_pImpl->m_aParameters[iParameter];
+}
+
+}  // namespace StandIn
+}  // namespace XAPEL2

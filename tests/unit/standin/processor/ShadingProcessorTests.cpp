@@ -1,0 +1,339 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// The commands of the image processor: states, statuses, traces, and what a failure leaves behind.
+
+#include "ShadingProcessor.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <thread>
+
+#include "Allocations.h"
+#include "ReferenceFile.h"
+#include "TestImages.h"
+#include "xapel2/GenTLCodes.h"
+
+namespace XAPEL2 {
+namespace StandIn {
+namespace {
+
+class ShadingProcessor : public testing::Test {
+protected:
+    /// Runs a command with an image of one value.
+    int64_t run(int64_t iCommand, const std::string& strFormat = "Mono12", int64_t iWidth = 8, int64_t iHeight = 4,
+                uint16_t uValue = 100) {
+        const ImageLayout sLayout = layout(strFormat, static_cast<uint64_t>(iWidth), static_cast<uint64_t>(iHeight));
+        m_vImage.assign(4096, 0);
+        if (sLayout.isPossible() && sLayout.bytes() <= m_vImage.size()) {
+            m_vImage = pack(sLayout, std::vector<uint16_t>(sLayout.samples(), uValue));
+            m_sInputs.iBufferSize = static_cast<int64_t>(m_vImage.size());
+        }
+        m_sInputs.strPixelFormat = strFormat;
+        m_sInputs.iWidth = iWidth;
+        m_sInputs.iHeight = iHeight;
+        m_sInputs.iBuffer = static_cast<int64_t>(reinterpret_cast<uintptr_t>(m_vImage.data()));
+        return m_oProcessor.execute(iCommand, m_sInputs);
+    }
+    int64_t runFile(int64_t iCommand, const std::string& strName) {
+        m_sInputs.strFilename = m_oFolder / strName;
+        return m_oProcessor.execute(iCommand, m_sInputs);
+    }
+    int64_t record(eShadingCommand eStart, uint16_t uValue, const std::string& strName,
+                   const std::string& strFormat = "Mono12") {
+        EXPECT_EQ(run(eStart), 0);
+        EXPECT_EQ(run(eCommandProcess, strFormat, 8, 4, uValue), 1);
+        return runFile(eCommandEnd, strName);
+    }
+    /// The value that an even image of 100 has after processing.
+    int corrected(const std::string& strFormat = "Mono12") {
+        EXPECT_EQ(run(eCommandProcess, strFormat), 0);
+        return unpack(layout(strFormat, 8, 4), m_vImage)[5];
+    }
+    std::size_t traces(const std::string& strPart) const {
+        std::size_t nCount = 0;
+        for (const std::string& rTrace : m_vTraces) nCount += rTrace.find(strPart) != std::string::npos;
+        return nCount;
+    }
+
+    CTestFolder m_oFolder;
+    std::vector<std::string> m_vTraces;
+    CShadingProcessor m_oProcessor{[this](int32_t iLevel, const std::string& strText) {
+        EXPECT_EQ(iLevel, 2);
+        m_vTraces.push_back(strText);
+    }};
+    ShadingInputs m_sInputs;
+    std::vector<uint8_t> m_vImage;
+};
+
+TEST_F(ShadingProcessor, AnswersEachCommandInEachState) {
+    // What a command answers: with nothing, while recording without an image, while recording with one, with a
+    // reference, and with the reference applied. Each answer is taken from a processor that has just reached the state.
+    struct Row {
+        int64_t iCommand;
+        int64_t aStatus[5];
+    };
+    constexpr int64_t BUSY = GC_ERR_RESOURCE_IN_USE, NODATA = GC_ERR_NO_DATA, NOREF = GC_ERR_NOT_AVAILABLE;
+    constexpr int64_t BAD = GC_ERR_INVALID_PARAMETER;
+    const std::vector<Row> vRows = {
+        {eCommandEnable, {0, 0, 0, 0, 0}},
+        {eCommandProcess, {1, 1, 2, 1, 0}},
+        {eCommandApply, {NOREF, NOREF, NOREF, 0, 0}},
+        {eCommandClear, {0, 0, 0, 0, 0}},
+        {eCommandLoadDark, {0, BUSY, BUSY, 0, 0}},
+        {eCommandLoadLight, {GC_ERR_IO, BUSY, BUSY, GC_ERR_IO, GC_ERR_IO}},  // the file holds a dark reference
+        {eCommandStartDark, {0, BUSY, BUSY, 0, 0}},
+        {eCommandStartLight, {0, BUSY, BUSY, 0, 0}},
+        {eCommandEnd, {NODATA, NODATA, 0, NODATA, NODATA}},
+        {0, {BAD, BAD, BAD, BAD, BAD}},
+        {10, {BAD, BAD, BAD, BAD, BAD}},
+        {-1, {BAD, BAD, BAD, BAD, BAD}},
+    };
+    ASSERT_EQ(record(eCommandStartDark, 20, "dark"), 0);
+    for (const Row& rRow : vRows) {
+        for (int iState = 0; iState < 5; ++iState) {
+            ASSERT_EQ(run(eCommandClear), 0);
+            if (iState == 1 || iState == 2) {
+                ASSERT_EQ(run(eCommandStartLight), 0);
+            }
+            if (iState == 2) {
+                ASSERT_EQ(run(eCommandProcess), 1);
+            }
+            if (iState >= 3) {
+                ASSERT_EQ(runFile(eCommandLoadDark, "dark"), 0);
+            }
+            if (iState == 4) {
+                ASSERT_EQ(run(eCommandApply), 0);
+            }
+            m_sInputs.strFilename = m_oFolder / (rRow.iCommand == eCommandEnd ? "end" : "dark");
+            EXPECT_EQ(run(rRow.iCommand), rRow.aStatus[iState]) << "command " << rRow.iCommand << " state " << iState;
+        }
+    }
+}
+
+TEST_F(ShadingProcessor, CorrectsWithDarkAndLight) {
+    ASSERT_EQ(record(eCommandStartDark, 20, "dark"), 0);
+    ASSERT_EQ(run(eCommandApply), 0);
+    EXPECT_EQ(corrected(), 80);
+    ASSERT_EQ(record(eCommandStartLight, 500, "light"), 0);
+    EXPECT_EQ(corrected(), 80) << "a reference takes effect when it is applied";
+    ASSERT_EQ(run(eCommandApply), 0);
+    EXPECT_EQ(corrected(), 80) << "an even light changes nothing";
+    ASSERT_EQ(run(eCommandApply, "Mono12p"), 0) << "packing does not matter to a reference";
+    EXPECT_EQ(corrected("Mono12p"), 80);
+    for (const auto& [strFormat, iWidth] : {std::make_pair("Mono10", 8), std::make_pair("BayerRG12", 8),
+                                            std::make_pair("Mono16", 8), std::make_pair("Mono12", 4)})
+        EXPECT_EQ(run(eCommandApply, strFormat, iWidth), GC_ERR_NOT_AVAILABLE) << strFormat << " " << iWidth;
+    EXPECT_EQ(corrected("Mono12p"), 80) << "an apply that fails leaves what was applied";
+    EXPECT_EQ(run(eCommandApply, "Mono99"), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(run(eCommandApply, "Mono12", 0), GC_ERR_INVALID_PARAMETER);
+
+    ASSERT_EQ(run(eCommandClear), 0);
+    ASSERT_EQ(record(eCommandStartDark, 20, "bayer", "BayerGR8"), 0);
+    EXPECT_EQ(run(eCommandApply, "BayerRG8"), GC_ERR_NOT_AVAILABLE) << "another colour phase";
+    ASSERT_EQ(run(eCommandClear), 0);
+    ASSERT_EQ(record(eCommandStartDark, 20, "rgb", "RGB8"), 0);
+    EXPECT_EQ(run(eCommandApply, "BGR8"), GC_ERR_NOT_AVAILABLE) << "another order of channels";
+}
+
+TEST_F(ShadingProcessor, FilterValuesTakeEffectAtTheNextApply) {
+    // One hot pixel in the dark: gone with a median of radius 1, spread by a box.
+    ReferenceImage sDark{eReferenceDark, layout("Mono12", 8, 4), 1, 0, 0, 0, "", std::vector<float>(32, 10.0F)};
+    sDark.vSamples[5] = 100.0F;
+    writeReferenceFile(m_oFolder / "dark", sDark);
+    ASSERT_EQ(runFile(eCommandLoadDark, "dark"), 0);
+    ASSERT_EQ(run(eCommandApply), 0);
+    EXPECT_EQ(corrected(), 0);
+    EXPECT_TRUE(m_oProcessor.setParameter("MedianFilterDark", 1));
+    EXPECT_TRUE(m_oProcessor.setParameter("BoxFilterLight", 31));
+    EXPECT_EQ(corrected(), 0);
+    ASSERT_EQ(run(eCommandApply), 0);
+    EXPECT_EQ(corrected(), 90);
+    EXPECT_TRUE(m_oProcessor.setParameter("MedianFilterDark", 0));
+    EXPECT_TRUE(m_oProcessor.setParameter("BoxFilterDark", 1));
+    ASSERT_EQ(run(eCommandApply), 0);
+    EXPECT_EQ(corrected(), 70) << "9 pixels, two of them the hot one on the border row";
+    ASSERT_EQ(run(eCommandClear), 0);
+    EXPECT_EQ(m_oProcessor.parameter("BoxFilterDark"), 1) << "clearing keeps the parameters";
+    for (const auto& [strName, iValue] :
+         {std::make_pair("BoxFilterDark", 32), std::make_pair("BoxFilterDark", -1), std::make_pair("BoxFilter", 1)})
+        EXPECT_FALSE(m_oProcessor.setParameter(strName, iValue)) << strName << iValue;
+    EXPECT_EQ(m_oProcessor.parameter("BoxFilterDark"), 1);
+}
+
+TEST_F(ShadingProcessor, RecordingIsUnharmedByImagesThatItRefuses) {
+    ASSERT_EQ(run(eCommandStartLight), 0);
+    const auto refuseAll = [&](bool bStarted) {
+        struct Bad {
+            const char* pFormat;
+            int64_t iWidth, iHeight;
+        };
+        std::vector<Bad> vBad = {{"", 8, 4},
+                                 {"Mono11", 8, 4},
+                                 {"Mono12", 0, 4},
+                                 {"Mono12", 8, -4},
+                                 {"Mono12", 1 << 20, 4},
+                                 {"Mono12", INT64_MAX, INT64_MAX},
+                                 {"RGB8", 32768, 32768}};
+        if (bStarted)
+            vBad.insert(vBad.end(), {{"Mono10", 8, 4}, {"Mono12p", 8, 4}, {"Mono12", 4, 8}, {"BayerRG12", 8, 4}});
+        for (const Bad& rBad : vBad) {
+            m_sInputs.iBufferSize = INT64_MAX;
+            EXPECT_EQ(run(eCommandProcess, rBad.pFormat, rBad.iWidth, rBad.iHeight), GC_ERR_INVALID_PARAMETER)
+                << rBad.pFormat << " " << rBad.iWidth << "x" << rBad.iHeight;
+        }
+        ShadingInputs sInputs{"Mono12", 8, 4, 64, 0, ""};
+        EXPECT_EQ(m_oProcessor.execute(eCommandProcess, sInputs), GC_ERR_INVALID_PARAMETER) << "no address";
+        sInputs.iBuffer = static_cast<int64_t>(reinterpret_cast<uintptr_t>(m_vImage.data()));
+        for (const int64_t iSize : {int64_t{63}, int64_t{0}, int64_t{-1}, INT64_MIN}) {
+            sInputs.iBufferSize = iSize;
+            EXPECT_EQ(m_oProcessor.execute(eCommandProcess, sInputs), GC_ERR_INVALID_PARAMETER) << iSize;
+        }
+    };
+    refuseAll(false);
+    EXPECT_EQ(run(eCommandProcess, "Mono12", 8, 4, 100), 1);
+    refuseAll(true);
+    EXPECT_EQ(run(eCommandProcess, "Mono12", 8, 4, 104), 2);
+    EXPECT_EQ(run(eCommandProcess, "Mono12", 8, 4, 4095), 3);
+    ASSERT_EQ(runFile(eCommandEnd, "light"), 0);
+    const ReferenceImage sLight = readReferenceFile(m_oFolder / "light");
+    EXPECT_EQ(sLight.nImages, 3U);
+    EXPECT_EQ(sLight.vSamples, std::vector<float>(32, 4299.0F / 3));
+    EXPECT_NEAR(sLight.dMean, 1433.0, 1e-9);
+    EXPECT_NEAR(sLight.dSaturatedShare, 1.0 / 3, 1e-12);
+    EXPECT_NEAR(sLight.dTemporalNoise, std::sqrt((1333.0 * 1333 + 1329.0 * 1329 + 2662.0 * 2662) / 2), 1e-9);
+}
+
+TEST_F(ShadingProcessor, FailedSaveKeepsTheRecordingAndBadLoadTheReference) {
+    ASSERT_EQ(record(eCommandStartDark, 30, "dark"), 0);
+    ASSERT_EQ(record(eCommandStartLight, 90, "light"), 0);
+    ASSERT_EQ(run(eCommandClear), 0);
+    ASSERT_EQ(runFile(eCommandLoadDark, "dark"), 0);
+    EXPECT_EQ(runFile(eCommandLoadDark, "absent"), GC_ERR_IO);
+    EXPECT_EQ(runFile(eCommandLoadDark, "light"), GC_ERR_IO) << "a light reference is no dark one";
+    EXPECT_EQ(traces("absent"), 1U);
+    EXPECT_EQ(traces("it is a light reference"), 1U);
+    ASSERT_EQ(run(eCommandApply), 0);
+    EXPECT_EQ(corrected(), 70);
+
+    ASSERT_EQ(run(eCommandStartDark), 0);
+    ASSERT_EQ(run(eCommandProcess, "Mono12", 8, 4, 50), 1);
+    EXPECT_EQ(runFile(eCommandEnd, "no/such/folder"), GC_ERR_IO);
+    EXPECT_EQ(traces("no/such/folder"), 1U);
+    EXPECT_EQ(run(eCommandApply), 0) << "the old dark still holds";
+    ASSERT_EQ(run(eCommandProcess, "Mono12", 8, 4, 52), 2) << "the recording goes on";
+    ASSERT_EQ(runFile(eCommandEnd, "again"), 0);
+    ASSERT_EQ(run(eCommandApply), 0);
+    EXPECT_EQ(corrected(), 49);
+    EXPECT_EQ(m_oFolder.names().size(), 3U) << "dark, light, again, and nothing temporary";
+}
+
+TEST_F(ShadingProcessor, TracesOnceWhyAnImageIsLeftUntouched) {
+    const auto processAll = [&] {
+        for (int i = 0; i < 3; ++i) {
+            for (const auto& [strFormat, iWidth] : {std::make_pair("Mono12", 8), std::make_pair("Mono8", 8),
+                                                    std::make_pair("Mono12", 4), std::make_pair("Mono99", 8)}) {
+                run(eCommandProcess, strFormat, iWidth);
+                if (strFormat != std::string("Mono99") && (strFormat != std::string("Mono12") || iWidth != 8)) {
+                    EXPECT_EQ(unpack(layout(strFormat, static_cast<uint64_t>(iWidth), 4), m_vImage)[5], 100);
+                }
+            }
+        }
+    };
+    processAll();
+    EXPECT_EQ(traces("no reference is applied"), 1U);
+    EXPECT_EQ(traces("impossible"), 1U);
+    EXPECT_EQ(m_vTraces.size(), 2U);
+    ASSERT_EQ(record(eCommandStartDark, 20, "dark"), 0);
+    ASSERT_EQ(run(eCommandApply), 0);
+    m_vTraces.clear();
+    processAll();
+    EXPECT_EQ(traces("another format"), 1U);
+    EXPECT_EQ(traces("another size"), 1U);
+    EXPECT_EQ(traces("impossible"), 1U);
+    EXPECT_EQ(m_vTraces.size(), 3U);
+    ASSERT_EQ(run(eCommandApply), 0);
+    processAll();
+    EXPECT_EQ(m_vTraces.size(), 6U) << "new tables, new reasons";
+}
+
+TEST_F(ShadingProcessor, WantOfMemoryChangesNothing) {
+    ASSERT_EQ(record(eCommandStartDark, 20, "dark"), 0);
+    ASSERT_EQ(record(eCommandStartDark, 60, "other"), 0);
+    for (const int64_t iCommand : {eCommandApply, eCommandLoadDark, eCommandStartDark, eCommandProcess, eCommandEnd}) {
+        const bool bRecording = iCommand == eCommandProcess || iCommand == eCommandEnd;
+        uint64_t nFailed = 0;
+        for (int64_t iStatus = GC_ERR_ERROR; iStatus == GC_ERR_ERROR; ++nFailed) {
+            ASSERT_LT(nFailed, 1000U);
+            ASSERT_EQ(run(eCommandClear), 0);
+            ASSERT_EQ(runFile(eCommandLoadDark, "dark"), 0);
+            ASSERT_EQ(run(eCommandApply), 0);
+            ASSERT_EQ(runFile(eCommandLoadDark, "other"), 0);  // another apply would show
+            if (bRecording) {
+                ASSERT_EQ(run(eCommandStartDark), 0);
+            }
+            if (iCommand == eCommandEnd) {
+                ASSERT_EQ(run(eCommandProcess), 1);
+            }
+            ShadingInputs sInputs = m_sInputs;
+            sInputs.strFilename = m_oFolder / (iCommand == eCommandEnd ? "end" : "dark");
+            Allocations::t_nUntilFailure = nFailed;
+            iStatus = m_oProcessor.execute(iCommand, sInputs);
+            Allocations::t_nUntilFailure = UINT64_MAX;
+            if (iStatus != GC_ERR_ERROR)
+                break;
+            if (bRecording) {
+                ASSERT_EQ(run(eCommandProcess), iCommand == eCommandEnd ? 2 : 1) << "the recording as before";
+            } else
+                ASSERT_EQ(corrected(), 80) << "command " << iCommand << ", allocation " << nFailed;
+            if (iCommand == eCommandLoadDark) {
+                ASSERT_EQ(run(eCommandApply), 0);
+                ASSERT_EQ(corrected(), 40) << "the reference as before";
+            }
+            ASSERT_EQ(m_oFolder.names().size(), 2U) << "nothing temporary";
+        }
+        EXPECT_GT(nFailed, 0U) << "command " << iCommand << " allocates";
+    }
+}
+
+TEST_F(ShadingProcessor, CorrectingAllocatesNothing) {
+    ASSERT_EQ(record(eCommandStartDark, 20, "dark"), 0);
+    ASSERT_EQ(run(eCommandApply), 0);
+    ASSERT_EQ(corrected(), 80);
+    const uint64_t nBefore = Allocations::t_nDone;
+    EXPECT_EQ(m_oProcessor.execute(eCommandProcess, m_sInputs), 0);
+    EXPECT_EQ(Allocations::t_nDone, nBefore);
+}
+
+TEST_F(ShadingProcessor, RefusesASecondCommandButNotAParameter) {
+    ReferenceImage sDark{eReferenceDark, layout("Mono16", 256, 256), 1, 0, 0, 0, "", std::vector<float>(65536)};
+    for (std::size_t i = 0; i < sDark.vSamples.size(); ++i) sDark.vSamples[i] = static_cast<float>(i * 7919 % 65521);
+    writeReferenceFile(m_oFolder / "dark", sDark);
+    ASSERT_EQ(runFile(eCommandLoadDark, "dark"), 0);
+    ASSERT_TRUE(m_oProcessor.setParameter("MedianFilterDark", 31));
+    m_sInputs.strPixelFormat = "Mono16";
+    m_sInputs.iWidth = m_sInputs.iHeight = 256;
+    std::atomic<bool> bStop{false};
+    std::thread oApply([&] {
+        while (!bStop) EXPECT_EQ(m_oProcessor.execute(eCommandApply, m_sInputs), 0);
+    });
+    // A parameter that was set between two refusals of the same apply did not wait for it. The apply is long beside
+    // these calls, so a few rounds are enough.
+    const auto tDeadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    bool bSeen = false;
+    while (!bSeen && std::chrono::steady_clock::now() < tDeadline) {
+        const bool bBefore = m_oProcessor.execute(eCommandEnable, {}) == GC_ERR_RESOURCE_IN_USE;
+        const bool bSet = m_oProcessor.setParameter("BoxFilterLight", 3);
+        bSeen = bBefore && bSet && m_oProcessor.execute(eCommandEnable, {}) == GC_ERR_RESOURCE_IN_USE;
+    }
+    bStop = true;
+    oApply.join();
+    EXPECT_TRUE(bSeen);
+}
+
+}  // namespace
+}  // namespace StandIn
+}  // namespace XAPEL2

@@ -1,0 +1,81 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Images and folders for the tests of the image processor.
+
+#pragma once
+
+#include <dirent.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "ReferenceImage.h"
+
+namespace XAPEL2 {
+namespace StandIn {
+
+inline ImageLayout layout(const std::string& strFormat, uint64_t nWidth, uint64_t nHeight) {
+    return {findPixelFormat(strFormat), nWidth, nHeight};
+}
+
+inline std::vector<uint8_t> pack(const ImageLayout& rLayout, const std::vector<uint16_t>& rSamples) {
+    std::vector<uint8_t> vImage(rLayout.bytes());
+    packSamples(*rLayout.pFormat, rSamples.data(), 0, rSamples.size(), vImage.data());
+    return vImage;
+}
+
+inline std::vector<uint16_t> unpack(const ImageLayout& rLayout, const std::vector<uint8_t>& rImage) {
+    std::vector<uint16_t> vSamples(rLayout.samples());
+    unpackSamples(*rLayout.pFormat, rImage.data(), 0, vSamples.size(), vSamples.data());
+    return vSamples;
+}
+
+/// Colour class of a sample, written down apart from the code under test.
+inline unsigned classOf(const ImageLayout& rLayout, std::size_t iSample) {
+    const std::size_t iPixel = iSample / rLayout.pFormat->nChannels;
+    const std::size_t iX = iPixel % rLayout.nWidth;
+    const std::size_t iY = iPixel / rLayout.nWidth;
+    if (rLayout.pFormat->isCfa())
+        return static_cast<unsigned>((iY & 1) << 1 | (iX & 1));
+    return static_cast<unsigned>(iSample - iPixel * rLayout.pFormat->nChannels);
+}
+
+/// A folder of its own, removed with what is in it.
+class CTestFolder {
+public:
+    CTestFolder() {
+        char aName[] = "/tmp/xapel2-processor-XXXXXX";
+        m_strPath = mkdtemp(aName);
+    }
+    ~CTestFolder() {
+        for (const std::string& rName : names()) {
+            if (unlink((*this / rName).c_str()) != 0)
+                rmdir((*this / rName).c_str());
+        }
+        rmdir(m_strPath.c_str());
+    }
+    CTestFolder(const CTestFolder&) = delete;
+    CTestFolder& operator=(const CTestFolder&) = delete;
+
+    std::string operator/(const std::string& strName) const { return m_strPath + "/" + strName; }
+    std::vector<std::string> names() const {
+        std::vector<std::string> vNames;
+        DIR* pFolder = opendir(m_strPath.c_str());
+        while (const dirent* pEntry = readdir(pFolder)) {
+            const std::string strName = pEntry->d_name;
+            if (strName != "." && strName != "..")
+                vNames.push_back(strName);
+        }
+        closedir(pFolder);
+        return vNames;
+    }
+
+private:
+    std::string m_strPath;
+};
+
+}  // namespace StandIn
+}  // namespace XAPEL2
