@@ -44,7 +44,8 @@ public:
     virtual uint64_t sensorHeight() const = 0;
     virtual bool canResize() const = 0;
 
-    /// Frames of the scene, 0 for endless. Frame i of a finite scene with n frames is frame i modulo n.
+    /// Frames of the scene. Frame i of a finite scene with n frames is frame i modulo n. 0 for endless, and for a scene
+    /// that a source lacks: fill throws there.
     virtual uint64_t frameCount(eScene eWhat) const = 0;
 
     /// Name of frame i of the scene without folder and suffix ("light_0175", "even_0002"). Any thread.

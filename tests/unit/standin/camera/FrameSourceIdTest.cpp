@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Device identifiers: what each one opens, and what is said about those that open nothing.
+
+#include "FrameSource.h"
+
+#include <stdexcept>
+
+#include <gtest/gtest.h>
+
+namespace XAPEL2 {
+namespace StandIn {
+namespace {
+
+TEST(FrameSourceId, OpensTheSimulatedSensorAsAsked) {
+    const struct {
+        const char* pId;
+        const char* pDescription;
+        uint64_t nWidth, nHeight;
+        const char* pFormat;
+    } CASES[] = {
+        {"sim", "simulated camera, seed 1", 1024, 768, "Mono12"},
+        {"sim:0", "simulated camera, seed 0", 1024, 768, "Mono12"},
+        {"sim:18446744073709551615", "simulated camera, seed 18446744073709551615", 1024, 768, "Mono12"},
+        {"sim:7?width=640&height=480&format=BayerRG12p", "simulated camera, seed 7", 640, 480, "BayerRG12p"},
+        {"sim?height=1&width=32768", "simulated camera, seed 1", 32768, 1, "Mono12"},
+    };
+    for (const auto& rCase : CASES) {
+        const auto pSource = makeFrameSource(rCase.pId);
+        const CameraSettings settings = pSource->defaultSettings();
+        EXPECT_EQ(pSource->description(), rCase.pDescription);
+        EXPECT_EQ(settings.nWidth, rCase.nWidth) << rCase.pId;
+        EXPECT_EQ(settings.nHeight, rCase.nHeight) << rCase.pId;
+        EXPECT_EQ(pSource->sensorWidth(), rCase.nWidth) << rCase.pId;
+        EXPECT_STREQ(settings.pFormat->pName, rCase.pFormat) << rCase.pId;
+    }
+}
+
+TEST(FrameSourceId, RefusesOthersAndSaysWhy) {
+    const struct {
+        const char* pId;
+        const char* pSaid;
+    } CASES[] = {
+        {"", "no such source"},
+        {"camera", "no such source"},
+        {"simulated", "no such source"},
+        {"replay", "no such source"},
+        {"replay:", "no folder"},
+        {"sim:", "seed ''"},
+        {"sim:?width=64", "seed ''"},
+        {"sim:-1", "seed '-1'"},
+        {"sim:18446744073709551616", "seed '18446744073709551616'"},
+        {"sim:1 ", "seed '1 '"},
+        {"sim?", "unknown setting ''"},
+        {"sim?width=64&", "unknown setting ''"},
+        {"sim?Width=64", "unknown setting 'Width', known are width, height, format"},
+        {"sim?width", "width '' is not a number from 1 to 32768"},
+        {"sim?width=0", "width '0'"},
+        {"sim?height=32769", "height '32769'"},
+        {"sim?width=0x40", "width '0x40'"},
+        {"sim?width=64&width=64", "'width' is given twice"},
+        {"sim?format=Mono9", "unknown format 'Mono9', known are Mono8, Mono10,"},
+    };
+    for (const auto& rCase : CASES) {
+        try {
+            makeFrameSource(rCase.pId);
+            ADD_FAILURE() << "'" << rCase.pId << "' was accepted";
+        } catch (const std::invalid_argument& rError) {
+            EXPECT_NE(std::string(rError.what()).find(rCase.pSaid), std::string::npos) << rError.what();
+        }
+    }
+}
+
+}  // namespace
+}  // namespace StandIn
+}  // namespace XAPEL2

@@ -1,0 +1,365 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Replay of folders: what comes back, in which order, and what is said about files that cannot be used.
+
+#include "ReplaySource.h"
+
+#include <tiffio.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <stdexcept>
+
+#include <gtest/gtest.h>
+
+namespace XAPEL2 {
+namespace StandIn {
+namespace {
+
+typedef std::vector<uint16_t> Samples;
+
+// A folder of its own for each test.
+class ReplaySource : public ::testing::Test {
+protected:
+    ReplaySource() {
+        std::string strName = (std::filesystem::temp_directory_path() / "replay-test-XXXXXX").string();
+        if (mkdtemp(&strName[0]) == nullptr)
+            throw std::runtime_error("no temporary folder");
+        m_strFolder = strName;
+    }
+    ~ReplaySource() override { std::filesystem::remove_all(m_strFolder); }
+
+    std::string path(const std::string& strName) const { return m_strFolder + "/" + strName; }
+
+    void write(const std::string& strName, const std::string& strBytes) const {
+        std::ofstream(path(strName), std::ios::binary) << strBytes;
+    }
+
+    void clear() const {
+        for (const auto& rEntry : std::filesystem::directory_iterator(m_strFolder))
+            std::filesystem::remove_all(rEntry.path());
+    }
+
+    // What opening the folder and reading the frames of a scene says; empty when it works.
+    std::string complaint(eScene eWhat = eSceneLight) const {
+        try {
+            CReplaySource source(m_strFolder);
+            for (uint64_t i = 0; i < std::max<uint64_t>(1, source.frameCount(eWhat)); ++i) frame(source, eWhat, i);
+        } catch (const std::runtime_error& rError) {
+            return rError.what();
+        }
+        return "";
+    }
+
+    static Samples frame(IFrameSource& rSource, eScene eWhat, uint64_t iFrame) {
+        const CameraSettings settings = rSource.defaultSettings();
+        const PixelFormat& rFormat = *settings.pFormat;
+        std::vector<uint8_t> aBytes(imageBytes(rFormat, settings.nWidth, settings.nHeight));
+        rSource.fill(settings, eWhat, iFrame, aBytes.data());
+        Samples aSamples(static_cast<std::size_t>(settings.nWidth * settings.nHeight * rFormat.nChannels));
+        unpackSamples(rFormat, aBytes.data(), 0, aSamples.size(), aSamples.data());
+        return aSamples;
+    }
+
+    std::string m_strFolder;
+};
+
+std::string pgm(unsigned nWidth, unsigned nHeight, unsigned uMaxval, const Samples& aSamples,
+                const std::string& strComment = "") {
+    std::string strBytes = "P5\n" + strComment + std::to_string(nWidth) + " " + std::to_string(nHeight) + "\n" +
+                           std::to_string(uMaxval) + "\n";
+    for (const uint16_t u : aSamples) {
+        if (uMaxval > 255)
+            strBytes += static_cast<char>(u >> 8);
+        strBytes += static_cast<char>(u & 0xFF);
+    }
+    return strBytes;
+}
+
+struct TiffShape {
+    uint32_t nWidth = 3, nHeight = 2;
+    uint16_t uBits = 16, uSamples = 1, uCompression = COMPRESSION_NONE, uPhotometric = PHOTOMETRIC_MINISBLACK;
+    uint16_t uPlanar = PLANARCONFIG_CONTIG, uFormat = SAMPLEFORMAT_UINT, uOrientation = ORIENTATION_TOPLEFT;
+    const char* pMode = "wl";
+    unsigned nImages = 1;
+    uint32_t nLinesMissing = 0;
+};
+
+void writeTiff(const std::string& strPath, const TiffShape& r, const Samples& aSamples) {
+    TIFF* pTiff = TIFFOpen(strPath.c_str(), r.pMode);
+    ASSERT_NE(pTiff, nullptr);
+    for (unsigned iImage = 0; iImage < r.nImages; ++iImage) {
+        TIFFSetField(pTiff, TIFFTAG_IMAGEWIDTH, r.nWidth);
+        TIFFSetField(pTiff, TIFFTAG_IMAGELENGTH, r.nHeight);
+        TIFFSetField(pTiff, TIFFTAG_BITSPERSAMPLE, r.uBits);
+        TIFFSetField(pTiff, TIFFTAG_SAMPLESPERPIXEL, r.uSamples);
+        TIFFSetField(pTiff, TIFFTAG_COMPRESSION, r.uCompression);
+        TIFFSetField(pTiff, TIFFTAG_PHOTOMETRIC, r.uPhotometric);
+        TIFFSetField(pTiff, TIFFTAG_PLANARCONFIG, r.uPlanar);
+        TIFFSetField(pTiff, TIFFTAG_SAMPLEFORMAT, r.uFormat);
+        TIFFSetField(pTiff, TIFFTAG_ORIENTATION, r.uOrientation);
+        TIFFSetField(pTiff, TIFFTAG_ROWSPERSTRIP, 1U);
+        std::vector<uint8_t> aLine(static_cast<std::size_t>(TIFFScanlineSize(pTiff)) + 8);
+        const std::size_t nLine = r.nWidth * (r.uPlanar == PLANARCONFIG_CONTIG ? r.uSamples : 1U);
+        for (uint32_t iRow = 0; iRow < r.nHeight - r.nLinesMissing; ++iRow) {
+            for (std::size_t i = 0; i < nLine; ++i) {
+                const uint16_t u = aSamples[(iRow * nLine + i) % aSamples.size()];
+                aLine[r.uBits == 16 ? 2 * i : i] = static_cast<uint8_t>(u);
+                if (r.uBits == 16)
+                    aLine[2 * i + 1] = static_cast<uint8_t>(u >> 8);
+            }
+            for (uint16_t iPlane = 0; iPlane < (r.uPlanar == PLANARCONFIG_CONTIG ? 1 : r.uSamples); ++iPlane)
+                ASSERT_EQ(TIFFWriteScanline(pTiff, aLine.data(), iRow, iPlane), 1);
+        }
+        ASSERT_EQ(TIFFWriteDirectory(pTiff), 1);
+    }
+    TIFFClose(pTiff);
+}
+
+TEST_F(ReplaySource, PgmComesBackInTheFormatOfItsMaxval) {
+    const struct {
+        unsigned uMaxval;
+        const char* pFormat;
+    } CASES[] = {{1, "Mono8"},     {255, "Mono8"},   {256, "Mono10"},   {1023, "Mono10"},  {1024, "Mono12"},
+                 {4095, "Mono12"}, {4096, "Mono14"}, {16383, "Mono14"}, {16384, "Mono16"}, {65535, "Mono16"}};
+    for (const auto& rCase : CASES) {
+        const auto uMax = static_cast<uint16_t>(rCase.uMaxval);
+        const Samples aSamples = {0, 1, uMax, static_cast<uint16_t>(uMax / 2), static_cast<uint16_t>(uMax / 3), 1};
+        write("light_1.pgm", pgm(3, 2, rCase.uMaxval, aSamples, "# written\t by\n#\n"));
+        CReplaySource source(m_strFolder);
+        EXPECT_STREQ(source.defaultSettings().pFormat->pName, rCase.pFormat);
+        EXPECT_EQ(frame(source, eSceneLight, 0), aSamples) << rCase.uMaxval;
+    }
+}
+
+TEST_F(ReplaySource, TiffComesBackFromEitherByteOrderPlainOrPacked) {
+    for (const char* pMode : {"wl", "wb", "wb8"}) {
+        for (const int iCompression : {COMPRESSION_NONE, COMPRESSION_LZW, COMPRESSION_ADOBE_DEFLATE}) {
+            for (const char* pFormat : {"Mono8", "Mono16", "RGB8"}) {
+                TiffShape shape;
+                shape.pMode = pMode;
+                shape.uCompression = static_cast<uint16_t>(iCompression);
+                shape.uBits = std::string(pFormat) == "Mono16" ? 16 : 8;
+                shape.uSamples = std::string(pFormat) == "RGB8" ? 3 : 1;
+                shape.uPhotometric = shape.uSamples == 3 ? PHOTOMETRIC_RGB : PHOTOMETRIC_MINISBLACK;
+                Samples aSamples;
+                for (unsigned i = 0; i < 6U * shape.uSamples; ++i)
+                    aSamples.push_back(static_cast<uint16_t>((i * 9973 + 300) & (shape.uBits == 8 ? 0xFFU : 0xFFFFU)));
+                writeTiff(path("scene_7.tiff"), shape, aSamples);
+                CReplaySource source(m_strFolder);
+                EXPECT_STREQ(source.defaultSettings().pFormat->pName, pFormat);
+                EXPECT_EQ(frame(source, eSceneObjects, 0), aSamples) << pMode << iCompression << pFormat;
+            }
+        }
+    }
+}
+
+TEST_F(ReplaySource, ScenesFollowThePrefixAndFramesTheNames) {
+    write("LICENSE.txt", "text");
+    write("light.pgm", "no image");
+    write("flat_1.pgm", "no image");
+    write("light_1.pgm.bak", "no image");
+    write("dark_2.pgm", pgm(1, 1, 65535, {102}));
+    write("light_10.pgm", pgm(1, 1, 65535, {210}));
+    write("light_1.x.pgm", pgm(1, 1, 65000, {201}));
+    write("light_09.pgm", pgm(1, 1, 65535, {209}));
+    TiffShape shape;
+    shape.nWidth = shape.nHeight = 1;
+    writeTiff(path("light_05.tif"), shape, {205});
+    write("scene_a.pgm", pgm(1, 1, 65535, {300}));
+    CReplaySource source(m_strFolder);
+    const struct {
+        eScene eWhat;
+        uint64_t iFrame;
+        const char* pName;
+        uint16_t uValue;
+    } CASES[] = {{eSceneDark, 0, "dark_2", 102},     {eSceneDark, 1, "dark_2", 102},
+                 {eSceneLight, 0, "light_05", 205},  {eSceneLight, 1, "light_09", 209},
+                 {eSceneLight, 2, "light_1.x", 201}, {eSceneLight, 3, "light_10", 210},
+                 {eSceneLight, 7, "light_10", 210},  {eSceneObjects, 5, "scene_a", 300}};
+    for (const auto& rCase : CASES) {
+        EXPECT_EQ(source.frameName(rCase.eWhat, rCase.iFrame), rCase.pName);
+        EXPECT_EQ(frame(source, rCase.eWhat, rCase.iFrame), Samples{rCase.uValue}) << rCase.pName;
+    }
+    EXPECT_EQ(source.frameCount(eSceneLight), 4U);
+    EXPECT_FALSE(source.canResize());
+
+    CameraSettings settings = source.defaultSettings();
+    uint8_t aImage[8];
+    settings.pFormat = findPixelFormat("Mono8");
+    EXPECT_THROW(source.fill(settings, eSceneDark, 0, aImage), std::runtime_error);
+}
+
+TEST_F(ReplaySource, FilesThatCannotBeUsedAreNamed) {
+    const Samples six = {1, 2, 3, 4, 5, 6};
+    const std::string strGood = pgm(3, 2, 4095, six);
+    const struct {
+        const char* pSaid;
+        std::string strBytes;
+    } CASES[] = {
+        {"not a binary PGM", ""},
+        {"not a binary PGM", "P2\n3 2\n4095\n1 2 3 4 5 6"},
+        {"header is damaged", "P5"},
+        {"header is damaged", "P53 2 255 123456"},
+        {"without a width", "P5\n# 3 2 255"},
+        {"without a height", "P5\n3 x"},
+        {"without a width", "P5\n-3 2\n255\n123456"},
+        {"width is 0", "P5\n0 2\n255\n"},
+        {"width above 32768", "P5\n32769 1\n255\n"},
+        {"height above 32768", "P5\n1 99999999999999999999999\n255\n"},
+        {"maxval is 0", "P5\n3 2\n0\n123456"},
+        {"maxval above 65535", "P5\n3 2\n65536\n123456"},
+        {"does not end with a white space", "P5\n3 2\n255#\n123456"},
+        {"does not end with a white space", "P5\n3 2\n255"},
+        {"truncated: 21 bytes instead of 2147483669", "P5\n32768 32768\n65535\n"},
+        {"truncated", strGood.substr(0, strGood.size() - 1)},
+        {"too long", strGood + "\n"},
+        {"a sample is 257, above the maxval of 256", pgm(3, 2, 256, {1, 2, 257, 4, 5, 6})},
+        {"a sample is 9, above the maxval of 8", pgm(3, 2, 8, {1, 2, 9, 4, 5, 6})},
+        {"width 6 instead of 3", pgm(6, 1, 4095, six)},
+        {"height 1 instead of 2", pgm(3, 1, 4095, {1, 2, 3})},
+        {"format Mono10 instead of Mono12", pgm(3, 2, 1023, six)},
+        {"format Mono8 instead of Mono12", pgm(3, 2, 255, six)},
+        {"without a width", "P5\n#" + std::string(70000, 'x') + "\n3 2\n255\n123456"},
+    };
+    for (const auto& rCase : CASES) {
+        const bool bCompared = std::string(rCase.pSaid).find("instead of M") != std::string::npos ||
+                               std::string(rCase.pSaid).find("instead of 3") != std::string::npos ||
+                               std::string(rCase.pSaid).find("instead of 2") != std::string::npos;
+        clear();
+        if (bCompared)
+            write("dark_0.pgm", strGood);
+        write("light_bad.pgm", rCase.strBytes);
+        const std::string strSaid = complaint();
+        EXPECT_NE(strSaid.find(path("light_bad.pgm") + ": "), std::string::npos) << rCase.pSaid << "\n" << strSaid;
+        EXPECT_NE(strSaid.find(rCase.pSaid), std::string::npos) << rCase.pSaid << "\n" << strSaid;
+    }
+}
+
+TEST_F(ReplaySource, TiffsThatCannotBeUsedAreNamed) {
+    const struct {
+        const char* pSaid;
+        std::function<void(TiffShape&)> fnSpoil;
+    } CASES[] = {
+        {"1 samples of 32 bits", [](TiffShape& r) { r.uBits = 32; }},
+        {"2 samples of 8 bits", [](TiffShape& r) { r.uBits = 8, r.uSamples = 2; }},
+        {"not unsigned integers", [](TiffShape& r) { r.uFormat = SAMPLEFORMAT_INT; }},
+        {"not grey with black as 0", [](TiffShape& r) { r.uPhotometric = PHOTOMETRIC_MINISWHITE; }},
+        {"top left", [](TiffShape& r) { r.uOrientation = ORIENTATION_BOTLEFT; }},
+        {"separate planes",
+         [](TiffShape& r) {
+             r.uBits = 8, r.uSamples = 3, r.uPhotometric = PHOTOMETRIC_RGB, r.uPlanar = PLANARCONFIG_SEPARATE;
+         }},
+        {"three channels that are not RGB",
+         [](TiffShape& r) { r.uBits = 8, r.uSamples = 3, r.uPhotometric = PHOTOMETRIC_YCBCR; }},
+        {"more than one image", [](TiffShape& r) { r.nImages = 2; }},
+        {"TIFF is truncated", [](TiffShape& r) { r.nLinesMissing = 1; }},
+        {"32769 x 2", [](TiffShape& r) { r.nWidth = 32769; }},
+    };
+    for (const auto& rCase : CASES) {
+        TiffShape shape;
+        rCase.fnSpoil(shape);
+        writeTiff(path("light_bad.tif"), shape, Samples(7, 3));
+        const std::string strSaid = complaint();
+        EXPECT_EQ(strSaid.rfind(path("light_bad.tif") + ": ", 0), 0U) << strSaid;
+        EXPECT_NE(strSaid.find(rCase.pSaid), std::string::npos) << rCase.pSaid << "\n" << strSaid;
+    }
+}
+
+// Every shortened or damaged file ends in a message that names it or, where the damage meets no field that matters, in
+// a frame; never in a crash, a line on stderr, or a loop without end.
+TEST_F(ReplaySource, DamagedTiffsAreRefusedSilently) {
+    for (const int iCompression : {COMPRESSION_NONE, COMPRESSION_ADOBE_DEFLATE}) {
+        TiffShape shape;
+        shape.uCompression = static_cast<uint16_t>(iCompression);
+        shape.nWidth = shape.nHeight = 8;
+        writeTiff(path("light_1.tif"), shape, {1000, 2000, 77});
+        std::ifstream file(path("light_1.tif"), std::ios::binary);
+        const std::string strGood((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(complaint(), "");
+        for (std::size_t i = 0; i < strGood.size(); ++i) {
+            write("light_1.tif", strGood.substr(0, i));
+            EXPECT_EQ(complaint().rfind(path("light_1.tif") + ": ", 0), 0U) << "cut to " << i;
+            for (const char cBit : {'\x01', '\x80', '\xFF'}) {
+                std::string strBad = strGood;
+                strBad[i] = static_cast<char>(strBad[i] ^ cBit);
+                write("light_1.tif", strBad);
+                const std::string strSaid = complaint();
+                EXPECT_TRUE(strSaid.empty() || strSaid.rfind(path("light_1.tif") + ": ", 0) == 0) << strSaid;
+            }
+        }
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    }
+}
+
+TEST_F(ReplaySource, FoldersThatCannotBeUsedAreNamed) {
+    EXPECT_NE(complaint().find(m_strFolder + ": the folder has no image"), std::string::npos);
+    write("light_1.pgm", pgm(1, 1, 255, {1}));
+    EXPECT_EQ(complaint(), "");
+    EXPECT_NE(complaint(eSceneDark).find("no image dark_*"), std::string::npos);
+    EXPECT_NE(complaint(eSceneObjects).find("no image scene_*"), std::string::npos);
+    EXPECT_EQ(CReplaySource(m_strFolder).frameName(eSceneDark, 3), "");
+
+    TiffShape shape;
+    shape.nWidth = shape.nHeight = 1;
+    shape.uBits = 8;
+    write("light_1.a.pgm", pgm(1, 1, 255, {1}));
+    writeTiff(path("light_1.tif"), shape, {1});
+    EXPECT_NE(complaint().find("light_1.tif: has the name of"), std::string::npos) << complaint();
+
+    clear();
+    std::filesystem::create_directory(path("dark_1.pgm"));
+    EXPECT_NE(complaint().find("dark_1.pgm: not a regular file"), std::string::npos) << complaint();
+
+    try {
+        makeFrameSource("replay:" + path("missing"));
+        ADD_FAILURE() << "a missing folder was opened";
+    } catch (const std::runtime_error& rError) {
+        EXPECT_NE(std::string(rError.what()).find(path("missing") + ": the folder cannot be read"), std::string::npos);
+    }
+}
+
+TEST_F(ReplaySource, AFileThatChangedAfterOpeningIsRefused) {
+    write("light_1.pgm", pgm(2, 1, 255, {1, 2}));
+    CReplaySource source(m_strFolder);
+    write("light_1.pgm", pgm(2, 100, 255, Samples(200, 1)));
+    EXPECT_THROW(frame(source, eSceneLight, 0), std::runtime_error);
+}
+
+TEST(RecordedFrames, OpenAndLookAsDescribed) {
+    const char* pFrames = std::getenv("XAPEL2_FRAMES");
+    if (pFrames == nullptr)
+        GTEST_SKIP() << "XAPEL2_FRAMES is not set";
+    const auto pSource = makeFrameSource(std::string("replay:") + pFrames + "/ring_16bit");
+    const CameraSettings settings = pSource->defaultSettings();
+    EXPECT_STREQ(settings.pFormat->pName, "Mono16");
+    EXPECT_EQ(settings.nWidth, 512U);
+    EXPECT_EQ(settings.nHeight, 512U);
+    const struct {
+        eScene eWhat;
+        uint64_t nFrames;
+        const char* pLast;
+        double fMean;
+    } CASES[] = {{eSceneDark, 8, "dark_0173", 492.3},
+                 {eSceneLight, 16, "light_0175", 5251},
+                 {eSceneObjects, 6, "scene_0175", 5061}};
+    for (const auto& rCase : CASES) {
+        ASSERT_EQ(pSource->frameCount(rCase.eWhat), rCase.nFrames);
+        EXPECT_EQ(pSource->frameName(rCase.eWhat, rCase.nFrames - 1), rCase.pLast);
+        double fSum = 0.0;
+        for (uint64_t iFrame = 0; iFrame < rCase.nFrames; ++iFrame) {
+            Samples aSamples(512 * 512);
+            pSource->fill(settings, rCase.eWhat, iFrame, aSamples.data());
+            for (const uint16_t u : aSamples) fSum += u;
+        }
+        EXPECT_NEAR(fSum / (512.0 * 512.0 * double(rCase.nFrames)), rCase.fMean, rCase.fMean * 0.001) << rCase.pLast;
+    }
+}
+
+}  // namespace
+}  // namespace StandIn
+}  // namespace XAPEL2

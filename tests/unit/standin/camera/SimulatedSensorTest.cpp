@@ -1,0 +1,331 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// The simulated sensor against its own model: noise, patterns, limits, formats, repeatability.
+
+#include "SimulatedSensor.h"
+
+#include <cmath>
+#include <cstring>
+#include <set>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+namespace XAPEL2 {
+namespace StandIn {
+namespace {
+
+typedef std::vector<uint16_t> Samples;
+
+std::size_t sampleCount(const CameraSettings& r) {
+    return static_cast<std::size_t>(r.nWidth * r.nHeight * r.pFormat->nChannels);
+}
+
+std::vector<uint8_t> fillBytes(IFrameSource& rSource, const CameraSettings& r, eScene eWhat, uint64_t iFrame,
+                               uint8_t uBefore = 0xAA) {
+    std::vector<uint8_t> aBytes(imageBytes(*r.pFormat, r.nWidth, r.nHeight), uBefore);
+    rSource.fill(r, eWhat, iFrame, aBytes.data());
+    return aBytes;
+}
+
+Samples fillSamples(IFrameSource& rSource, const CameraSettings& r, eScene eWhat, uint64_t iFrame) {
+    Samples aSamples(sampleCount(r));
+    unpackSamples(*r.pFormat, fillBytes(rSource, r, eWhat, iFrame).data(), 0, aSamples.size(), aSamples.data());
+    return aSamples;
+}
+
+CSimulatedSensor makeSensor(uint64_t nWidth, uint64_t nHeight, const char* pFormat = "Mono12", uint64_t uSeed = 1) {
+    return CSimulatedSensor(uSeed, nWidth, nHeight, *findPixelFormat(pFormat));
+}
+
+// Mean of a scene over all samples and its variance from frame to frame, and the mean image.
+struct SceneStatistics {
+    double fMean = 0.0;
+    double fVariance = 0.0;
+    std::vector<double> aMeans;
+};
+
+SceneStatistics measure(IFrameSource& rSource, const CameraSettings& r, eScene eWhat, unsigned nFrames) {
+    std::vector<double> aSquares(sampleCount(r));
+    SceneStatistics result;
+    result.aMeans.resize(aSquares.size());
+    for (unsigned iFrame = 0; iFrame < nFrames; ++iFrame) {
+        const Samples aFrame = fillSamples(rSource, r, eWhat, iFrame);
+        for (std::size_t i = 0; i < aFrame.size(); ++i) {
+            result.aMeans[i] += aFrame[i];
+            aSquares[i] += double(aFrame[i]) * aFrame[i];
+        }
+    }
+    for (std::size_t i = 0; i < aSquares.size(); ++i) {
+        result.aMeans[i] /= nFrames;
+        result.fMean += result.aMeans[i];
+        result.fVariance += (aSquares[i] - nFrames * result.aMeans[i] * result.aMeans[i]) / (nFrames - 1);
+    }
+    result.fMean /= double(aSquares.size());
+    result.fVariance /= double(aSquares.size());
+    return result;
+}
+
+double meanOf(const Samples& a) {
+    double fSum = 0.0;
+    for (const uint16_t u : a) fSum += u;
+    return fSum / double(a.size());
+}
+
+TEST(CounterRandom, MomentsAreThoseOfTheDistribution) {
+    const CCounterRandom random(CCounterRandom::deriveKey(7, 1));
+    const unsigned nDraws = 400000;
+    // Negative: the standard normal; otherwise the mean of a Poisson distribution.
+    for (const double fPoisson : {-1.0, 0.2, 3.0, 29.5, 30.0, 8000.0}) {
+        double aPower[5] = {};
+        double fNeighbours = 0.0;
+        double fPrevious = 0.0;
+        const double fMean = std::max(0.0, fPoisson);
+        const double fSigma = fPoisson < 0.0 ? 1.0 : std::sqrt(fPoisson);
+        for (unsigned i = 0; i < nDraws; ++i) {
+            const double fDraw = fPoisson < 0.0 ? random.normal(2 * i) : random.poisson(fPoisson, 2 * i);
+            const double f = (fDraw - fMean) / fSigma;
+            for (int iPower = 1; iPower <= 4; ++iPower) aPower[iPower] += std::pow(f, iPower) / nDraws;
+            fNeighbours += f * fPrevious / nDraws;
+            fPrevious = f;
+        }
+        const double fExact = fPoisson > 0.0 && fPoisson < CCounterRandom::POISSON_NORMAL_FROM ? 1.0 / fPoisson : 0.0;
+        EXPECT_NEAR(aPower[1], 0.0, 0.008) << fPoisson;
+        EXPECT_NEAR(aPower[2], 1.0, 0.025 + 0.02 * fExact) << fPoisson;
+        EXPECT_NEAR(aPower[3], std::sqrt(fExact), 0.03 + 0.1 * fExact) << fPoisson;
+        EXPECT_NEAR(aPower[4], 3.0 + fExact, 0.1 + 0.4 * fExact) << fPoisson;
+        EXPECT_NEAR(fNeighbours, 0.0, 0.008) << fPoisson;
+    }
+}
+
+TEST(SimulatedSensor, VarianceOverMeanIsTheSystemGain) {
+    const struct {
+        const char* pFormat;
+        uint64_t iExposureUs, iGainPercent;
+        double fGain;  // DN per electron
+    } CASES[] = {
+        {"Mono12", 10000, 100, 0.3},    {"Mono12", 2000, 100, 0.3}, {"Mono12", 4000, 200, 0.6},
+        {"Mono16", 10, 100, 4.8},       {"Mono16", 50, 100, 4.8},   {"Mono10", 10000, 100, 0.075},
+        {"Mono8", 10000, 100, 0.01875},
+    };
+    CSimulatedSensor sensor = makeSensor(160, 120);
+    for (const auto& rCase : CASES) {
+        CameraSettings settings = sensor.defaultSettings();
+        settings.pFormat = findPixelFormat(rCase.pFormat);
+        settings.iExposureUs = rCase.iExposureUs;
+        settings.iGainPercent = rCase.iGainPercent;
+        const SceneStatistics dark = measure(sensor, settings, eSceneDark, 8);
+        const SceneStatistics light = measure(sensor, settings, eSceneLight, 8);
+        // An 8-bit dark frame is too quiet to show its read noise, so the model's is taken off there.
+        const double fNoise = rCase.fGain * sensor.model().temporalNoise(settings, 0.0);
+        const double fDarkVariance = fNoise < 0.5 ? fNoise * fNoise : dark.fVariance;
+        const double fSlope = (light.fVariance - fDarkVariance) / (light.fMean - dark.fMean);
+        EXPECT_NEAR(fSlope / rCase.fGain, 1.0, 0.03) << rCase.pFormat << " " << rCase.iExposureUs;
+        EXPECT_NEAR(sensor.model().systemGain(settings), rCase.fGain, 1e-9);
+    }
+}
+
+TEST(SimulatedSensor, DarkSignalHasOffsetCurrentNoiseAndPattern) {
+    CSimulatedSensor sensor = makeSensor(512, 512);
+    CameraSettings settings = sensor.defaultSettings();
+    settings.nWidth = 128;
+    settings.nHeight = 128;
+    for (const uint64_t iSeconds : {uint64_t{0}, uint64_t{2}}) {
+        settings.iExposureUs = iSeconds * 1000000;
+        const SceneStatistics dark = measure(sensor, settings, eSceneDark, 32);
+        double fElectrons = 0.0;
+        double fPattern = 0.0;
+        std::size_t nNormal = 0;
+        for (std::size_t i = 0; i < dark.aMeans.size(); ++i) {
+            if (sensor.expectedDarkElectrons(settings, i % 128, i / 128) > 1000.0)
+                continue;
+            const double f = (dark.aMeans[i] - 64.0) / 0.3 - 20.0 * double(iSeconds);
+            fElectrons += f;
+            fPattern += f * f;
+            ++nNormal;
+        }
+        EXPECT_NEAR(fElectrons / double(nNormal), 0.0, 0.2) << iSeconds;
+        // DSNU of 5 e-, and what 32 frames leave of the noise.
+        const double fNoise = sensor.model().temporalNoise(settings, 20.0 * double(iSeconds));
+        EXPECT_NEAR(std::sqrt(fPattern / double(nNormal) - fNoise * fNoise / 32), 5.0, 0.15) << iSeconds;
+        if (iSeconds == 0) {
+            EXPECT_NEAR(std::sqrt(dark.fVariance) / 0.3, std::sqrt(36.0 + 1.0 / (12 * 0.3 * 0.3)), 0.06);
+        }
+    }
+    unsigned nHot = 0;
+    settings = sensor.defaultSettings();
+    const Samples dark = fillSamples(sensor, settings, eSceneDark, 0);
+    for (std::size_t i = 0; i < dark.size(); ++i) {
+        const bool bHot = sensor.expectedDarkElectrons(settings, i % 512, i / 512) > 400.0;
+        nHot += bHot;
+        EXPECT_EQ(bHot, dark[i] > 64 + 120) << i;
+    }
+    EXPECT_TRUE(nHot >= 1 && nHot <= 25) << nHot;
+}
+
+TEST(SimulatedSensor, PatternsHaveTheirSizeAndAgreeWithTheExpectedElectrons) {
+    CSimulatedSensor sensor = makeSensor(1024, 768);
+    const CameraSettings full = sensor.defaultSettings();
+    CameraSettings settings = full;
+    settings.nWidth = 256;
+    settings.nHeight = 192;
+    settings.nOffsetX = 300;
+    settings.nOffsetY = 200;
+    const unsigned nFrames = 48;
+    const SceneStatistics dark = measure(sensor, settings, eSceneDark, nFrames);
+    for (const eScene eWhat : {eSceneLight, eSceneObjects}) {
+        const SceneStatistics light = measure(sensor, settings, eWhat, nFrames);
+        double fChiSquare = 0.0;
+        double fCurvature = 0.0;
+        double fNoise = 0.0;
+        double aBefore[2] = {};
+        for (std::size_t i = 0; i < light.aMeans.size(); ++i) {
+            const double fPhoto = sensor.expectedPhotoElectrons(settings, eWhat, i % 256, i / 256);
+            const double fDark = sensor.expectedDarkElectrons(settings, i % 256, i / 256);
+            const double fSeen = (light.aMeans[i] - dark.aMeans[i]) / 0.3;
+            const double fVariance = std::pow(sensor.model().temporalNoise(settings, fPhoto + fDark), 2) +
+                                     std::pow(sensor.model().temporalNoise(settings, fDark), 2);
+            fChiSquare += std::pow(fSeen - fPhoto, 2) / (fVariance / nFrames);
+            if (i % 256 >= 2)
+                fCurvature += std::pow((fSeen - 2 * aBefore[0] + aBefore[1]) / fPhoto, 2) / 6;
+            fNoise += fVariance / nFrames / (fPhoto * fPhoto);
+            aBefore[1] = aBefore[0];
+            aBefore[0] = fSeen;
+        }
+        const double nPixels = 256 * 192;
+        EXPECT_NEAR(fChiSquare / nPixels, 1.0, 0.03) << eWhat;
+        if (eWhat == eSceneLight) {
+            // Neighbours share lens and light but for a slope, and differ by the PRNU.
+            EXPECT_NEAR(std::sqrt((fCurvature * 256 / 254 - fNoise) / nPixels), 0.01, 0.0004);
+        }
+    }
+    double aMean[2] = {};  // corners, centre
+    for (unsigned i = 0; i < 64; ++i) {
+        const uint64_t iX = i % 8;
+        const uint64_t iY = i / 8;
+        aMean[0] += sensor.expectedPhotoElectrons(full, eSceneLight, iX, iY) +
+                    sensor.expectedPhotoElectrons(full, eSceneLight, 1023 - iX, 767 - iY);
+        aMean[1] += 2 * sensor.expectedPhotoElectrons(full, eSceneLight, 508 + iX, 380 + iY);
+    }
+    EXPECT_NEAR(aMean[0] / aMean[1], 0.72, 0.03);
+    EXPECT_NEAR(aMean[1] / 128, 8000.0, 400.0);
+}
+
+TEST(SimulatedSensor, ClipsAtFullWellAndAtFullScale) {
+    CSimulatedSensor sensor = makeSensor(32, 24);
+    CameraSettings settings = sensor.defaultSettings();
+    settings.iExposureUs = 100000;
+    for (const uint16_t u : fillSamples(sensor, settings, eSceneLight, 0)) EXPECT_EQ(u, 4095);
+    settings.iGainPercent = 50;  // 15000 e- are 2250 DN above the offset
+    for (const uint16_t u : fillSamples(sensor, settings, eSceneLight, 0)) EXPECT_NEAR(u, 2250 + 64, 8);
+}
+
+TEST(SimulatedSensor, SameSeedGivesTheSameFramesInAnyOrder) {
+    CSimulatedSensor first = makeSensor(64, 48);
+    CSimulatedSensor second = makeSensor(64, 48);
+    const CameraSettings settings = first.defaultSettings();
+    std::set<std::vector<uint8_t>> aDifferent;
+    for (const eScene eWhat : {eSceneDark, eSceneLight, eSceneObjects}) {
+        const std::vector<uint8_t> aZero = fillBytes(first, settings, eWhat, 0);
+        const std::vector<uint8_t> aLate = fillBytes(first, settings, eWhat, 1ULL << 40);
+        std::vector<uint8_t> aOther;
+        std::thread([&] { aOther = fillBytes(second, settings, eWhat, 1ULL << 40); }).join();
+        EXPECT_EQ(aOther, aLate);
+        EXPECT_EQ(fillBytes(second, settings, eWhat, 0), aZero);
+        aDifferent.insert({aZero, aLate});
+    }
+    CSimulatedSensor otherSeed = makeSensor(64, 48, "Mono12", 2);
+    for (const eScene eWhat : {eSceneDark, eSceneLight, eSceneObjects})
+        aDifferent.insert(fillBytes(otherSeed, settings, eWhat, 0));
+    EXPECT_EQ(aDifferent.size(), 9U);
+
+    // Compilers and machines agree: the FNV-1a sum of one frame is pinned.
+    uint64_t uSum = 0xCBF29CE484222325U;
+    for (const uint8_t u : fillBytes(first, settings, eSceneObjects, 3)) uSum = (uSum ^ u) * 0x100000001B3U;
+    EXPECT_EQ(uSum, 8482520176930577587U);
+}
+
+TEST(SimulatedSensor, RegionOfInterestShowsThatPartOfTheFullFrame) {
+    for (const char* pFormat : {"Mono12", "BayerRG8", "RGB8"}) {
+        CSimulatedSensor sensor = makeSensor(80, 60, pFormat);
+        const CameraSettings full = sensor.defaultSettings();
+        CameraSettings region = full;
+        region.nWidth = 31;
+        region.nHeight = 17;
+        region.nOffsetX = 20;
+        region.nOffsetY = 12;
+        const std::size_t nChannels = full.pFormat->nChannels;
+        const Samples aFull = fillSamples(sensor, full, eSceneObjects, 2);
+        // A moved region must not be served from the pattern of the one before.
+        for (const uint64_t iMove : {uint64_t{0}, uint64_t{8}}) {
+            region.nOffsetX = 20 + iMove;
+            const Samples aRegion = fillSamples(sensor, region, eSceneObjects, 2);
+            for (std::size_t iRow = 0; iRow < 17; ++iRow)
+                ASSERT_EQ(std::memcmp(&aRegion[iRow * 31 * nChannels],
+                                      &aFull[((iRow + 12) * 80 + region.nOffsetX) * nChannels], 31 * nChannels * 2),
+                          0)
+                    << pFormat << " row " << iRow;
+        }
+        region.nOffsetX = 50;
+        EXPECT_THROW(fillBytes(sensor, region, eSceneLight, 0), std::runtime_error) << "beyond the right edge";
+        region.nOffsetX = ~0ULL;
+        EXPECT_THROW(fillBytes(sensor, region, eSceneLight, 0), std::runtime_error);
+    }
+}
+
+TEST(SimulatedSensor, EveryFormatFillsItsImageWithPlausibleValues) {
+    CSimulatedSensor sensor = makeSensor(63, 49);
+    EXPECT_EQ(sensor.formats().size(), pixelFormats().size());
+    for (const PixelFormat* pFormat : sensor.formats()) {
+        SCOPED_TRACE(pFormat->pName);
+        CameraSettings settings = sensor.defaultSettings();
+        settings.pFormat = pFormat;
+        const Samples aLight = fillSamples(sensor, settings, eSceneLight, 0);
+        EXPECT_EQ(fillBytes(sensor, settings, eSceneLight, 0, 0xAA), fillBytes(sensor, settings, eSceneLight, 0, 0x55));
+        const double fShare = meanOf(aLight) / pFormat->fullScale();
+        EXPECT_TRUE(fShare > 0.4 && fShare < 0.8) << fShare;
+        EXPECT_NEAR(meanOf(fillSamples(sensor, settings, eSceneDark, 0)) / pFormat->fullScale(), 64.0 / 4095, 0.003);
+        if (pFormat->isPacked()) {
+            CameraSettings unpacked = settings;
+            unpacked.pFormat = findPixelFormat(std::string(pFormat->pName, std::strlen(pFormat->pName) - 1));
+            EXPECT_EQ(aLight, fillSamples(sensor, unpacked, eSceneLight, 0));
+        }
+        // Mean of each colour over the even field, against that of a mono sensor.
+        double aSum[3] = {};
+        double aCount[3] = {};
+        for (std::size_t i = 0; i < aLight.size(); ++i) {
+            const std::size_t iPixel = i / pFormat->nChannels;
+            const char cSite = pFormat->isCfa()          ? pFormat->pCfa[iPixel / 63 % 2 * 2 + iPixel % 63 % 2]
+                               : pFormat->nChannels == 3 ? pFormat->pName[i % 3]
+                                                         : 'G';
+            const int iColour = cSite == 'R' ? 0 : cSite == 'G' ? 1 : 2;
+            aSum[iColour] += aLight[i];
+            ++aCount[iColour];
+        }
+        const double fOffset = sensor.model().offset(*pFormat);
+        for (int i : {0, 2}) {
+            if (aCount[i] > 0) {
+                EXPECT_NEAR((aSum[i] / aCount[i] - fOffset) / (aSum[1] / aCount[1] - fOffset), i == 0 ? 0.85 : 0.75,
+                            0.01);
+            }
+        }
+    }
+}
+
+TEST(SimulatedSensor, LargeFramesComputeWhatSmallOnesKeep) {
+    CSimulatedSensor sensor = makeSensor(4096, 2049);  // one line more than is kept
+    CameraSettings region = sensor.defaultSettings();
+    const Samples aFull = fillSamples(sensor, region, eSceneLight, 0);
+    region.nHeight = 2;
+    region.nOffsetY = 2000;
+    const Samples aRegion = fillSamples(sensor, region, eSceneLight, 0);
+    EXPECT_TRUE(std::equal(aRegion.begin(), aRegion.end(), aFull.begin() + 2000 * 4096));
+    EXPECT_EQ(
+        sensor.frameName(eSceneDark, 0) + sensor.frameName(eSceneLight, 12) + sensor.frameName(eSceneObjects, 34567),
+        "dark_0000even_0012scene_34567");
+    EXPECT_EQ(sensor.frameCount(eSceneLight), 0U);
+}
+
+}  // namespace
+}  // namespace StandIn
+}  // namespace XAPEL2
