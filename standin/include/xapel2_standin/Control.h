@@ -36,8 +36,10 @@ enum eHostOp {
 XAPEL2_HOST_API const char* name(eHostOp eOp);
 
 enum eFaultKind {
-    eRefuse,     ///< the operation's own way to say no: false, null, 0, a GenTL error, nothing written; a node access
-                 ///< or Open throws Xapel_AccessDeniedException
+    eRefuse,     ///< the operation's own way to say no: false, null, 0, GC_ERR_ACCESS_DENIED, nothing written; a node
+                 ///< access, Open or the creation of a processor throws Xapel_AccessDeniedException, GetNode and
+                 ///< GetRemoteNode throw Xapel_NotAvailableException; a list is not refreshed, a walk over it is
+                 ///< empty, an entry reads as ("", null); a trace is dropped
     eThrowHost,  ///< throws Xapel_ErrorException ("injected")
     eThrowStd,   ///< throws std::runtime_error ("injected")
 };
@@ -45,7 +47,7 @@ enum eFaultKind {
 struct Fault {
     eHostOp eOp;
     eFaultKind eKind;
-    uint64_t nCall = 1;     ///< the call that it hits, counted from 1 since inject()
+    uint64_t nCall = 1;     ///< the call that it hits, counted from 1 since inject() (of the node, where one is named)
     bool bFromThen = false; ///< every later call too
     std::string strNode;    ///< for node accesses, GetNode, GetNodePresent and GetRemoteNode: this node only; empty: any
 };
@@ -56,10 +58,11 @@ XAPEL2_HOST_API void inject(const Fault& rFault);
 /// Times that any fault has hit since the last reset().
 XAPEL2_HOST_API uint64_t hits();
 
-/// Calls of the operation since the last reset(), faulty ones included.
+/// Calls of the operation since the last reset(), faulty ones included. What the host does on its own behalf, or for an
+/// operation of Host.h, does not count.
 XAPEL2_HOST_API uint64_t calls(eHostOp eOp);
 
-/// Everything off, counters and records empty, traces to the default sink.
+/// Everything off, counters and records empty, traces to the default sink; calls held by a HookHold go on.
 XAPEL2_HOST_API void reset();
 
 // --- Image processor ---------------------------------------------------------------------------------------------
@@ -142,7 +145,7 @@ XAPEL2_HOST_API bool waitForBlockedFetches(DataStream* pStream, unsigned nCount,
 struct NodeAccess {
     std::string strNode;
     std::string strOperation;  ///< "SetInt", "GetInt", "GetIntMin", "GetIntMax", "SetString", "SetValue", "GetString"
-    std::string strValue;      ///< written or read, integers in decimal
+    std::string strValue;      ///< written or read, integers in decimal; empty for a read that was refused
     bool operator==(const NodeAccess& r) const {
         return strNode == r.strNode && strOperation == r.strOperation && strValue == r.strValue;
     }
@@ -152,7 +155,9 @@ struct NodeAccess {
 XAPEL2_HOST_API void recordNodes(bool bRecord);
 XAPEL2_HOST_API std::vector<NodeAccess> nodeAccesses();
 
-/// Called during every node access, before it takes effect, outside the host's locks. Null: nothing.
+/// Called during every node access, refused ones included, outside the host's locks: for a write before it takes
+/// effect, for a read with the value that it is about to return. What the observer throws leaves the access. Null:
+/// nothing.
 XAPEL2_HOST_API void setNodeObserver(std::function<void(const NodeAccess&)> fnObserver);
 
 struct TraceLine { int32_t iLevel; std::string strText; };
@@ -161,7 +166,7 @@ struct TraceLine { int32_t iLevel; std::string strText; };
 XAPEL2_HOST_API void recordTraces(bool bRecord);
 XAPEL2_HOST_API std::vector<TraceLine> traces();
 
-/// Called for every trace, outside the host's locks, on the tracing thread. Null: nothing.
+/// Called for every trace, outside the host's locks, on the tracing thread; what it throws is dropped. Null: nothing.
 XAPEL2_HOST_API void setTraceObserver(std::function<void(const TraceLine&)> fnObserver);
 
 /// Every host registration (and removal) in order, for example "register fetch", "remove open".
@@ -170,10 +175,12 @@ XAPEL2_HOST_API std::vector<std::string> registrations();
 
 // --- Devices -----------------------------------------------------------------------------------------------------
 
-/// Puts another, closed data stream at the front of the device's list. Null when the device is not open.
+/// Puts another, closed data stream at the front of the device's list, as its next Refresh shows. Null when the device
+/// is not open.
 XAPEL2_HOST_API DataStream* addFirstStream(Device* pDevice);
 
-/// Takes all data streams off the device's list; the streams themselves stay alive until the device is closed.
+/// Takes all data streams off the device's list, as its next Refresh shows, or puts them back; the streams themselves
+/// stay alive until the device is closed, and firstDataStream still tells the first.
 XAPEL2_HOST_API void hideStreams(Device* pDevice, bool bHide);
 
 }  // namespace Control

@@ -58,6 +58,8 @@ XAPEL2_HOST_API NodeMap* remoteNodes(Device* pDevice);
 XAPEL2_HOST_API DataStream* firstDataStream(Device* pDevice);
 
 /// Opens a data stream, then runs the device's open hook.
+/// @return what the hook returned (the stream is open then all the same); GC_ERR_RESOURCE_IN_USE when it is open
+///         already (DataStream::Open takes that for done), GC_ERR_INVALID_HANDLE when it is none of this device.
 XAPEL2_HOST_API int openDataStream(Device* pDevice, DataStream* pStream);
 
 /// Closes a data stream through the device's close hook: stops the acquisition, ends waiting fetches with -1012,
@@ -76,14 +78,18 @@ XAPEL2_HOST_API int announceBuffer(DataStream* pStream, void* pMemory, std::size
 /// Takes a buffer back. GC_ERR_RESOURCE_IN_USE while the camera is filling it.
 XAPEL2_HOST_API int revokeBuffer(DataStream* pStream, BufferHandle hBuffer);
 
-/// Hands a buffer to the camera to be filled. GC_ERR_RESOURCE_IN_USE when it is queued already.
+/// Hands a buffer to the camera to be filled. GC_ERR_RESOURCE_IN_USE when it is queued or waits for a fetch already,
+/// GC_ERR_BUFFER_TOO_SMALL when it does not take the present payload.
 XAPEL2_HOST_API int queueBuffer(DataStream* pStream, BufferHandle hBuffer);
 
 /// Starts the camera. It fills queued buffers in order until the acquisition is stopped or nFrames are produced. The
-/// image settings of the camera are locked meanwhile.
+/// image settings of the camera are locked meanwhile. A paced camera that finds no buffer queued skips its turn, which
+/// counts as an underrun; no frame of the scene is lost by it. A frame that cannot be produced is traced and delivered
+/// incomplete, with nothing filled. GC_ERR_RESOURCE_IN_USE while an acquisition of the device runs.
 XAPEL2_HOST_API int startAcquisition(DataStream* pStream, uint64_t nFrames = ~0ULL);
 
-/// Stops the camera; frames that wait for a fetch can still be fetched.
+/// Stops the camera; frames that wait for a fetch can still be fetched. Success also when none runs.
+/// GC_ERR_RESOURCE_IN_USE on the camera's own thread (inside a frame content function).
 XAPEL2_HOST_API int stopAcquisition(DataStream* pStream);
 
 /// Takes all buffers off the queues: queued and filled ones alike wait to be queued again.
@@ -101,7 +107,8 @@ XAPEL2_HOST_API int cancelGetFilledBuffer(DataStream* pStream);
 XAPEL2_HOST_API int getStreamInfo(DataStream* pStream, int iInfoCmd, int* piType, void* pValue,
                                   unsigned long long* piSize);
 
-/// One property of a buffer (BUFFER_INFO_...). A null pValue asks for the size.
+/// One property of a buffer (BUFFER_INFO_...). A null pValue asks for the size. What only an image has is
+/// GC_ERR_NOT_AVAILABLE while the buffer holds none.
 XAPEL2_HOST_API int getBufferInfo(DataStream* pStream, BufferHandle hBuffer, int iInfoCmd, int* piType, void* pValue,
                                   unsigned long long* piSize);
 

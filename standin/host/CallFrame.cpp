@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// The stack of application calls of a thread.
+
+#include "CallFrame.h"
+
+namespace XAPEL2 {
+namespace StandIn {
+
+namespace {
+thread_local CCallFrame* t_pInnermost = nullptr;
+}
+
+CCallFrame* CCallFrame::find(const DataStream* pStream) {
+    CCallFrame* pFrame = t_pInnermost;
+    while (pFrame != nullptr && pFrame->m_pStream != pStream) {
+        pFrame = pFrame->m_pOuter;
+    }
+    return pFrame;
+}
+
+CCallFrame::CCallFrame(const DataStream* pStream, uint64_t uCancelStamp)
+    : m_pStream(pStream), m_pOuter(t_pInnermost), m_uCancelStamp(uCancelStamp) {
+    if (const CCallFrame* pSame = find(pStream)) {
+        m_uCancelStamp = pSame->m_uCancelStamp;
+    }
+    t_pInnermost = this;
+}
+
+CCallFrame::~CCallFrame() {
+    t_pInnermost = m_pOuter;
+}
+
+void CCallFrame::noteOwnCancel(const DataStream* pStream) {
+    for (CCallFrame* pFrame = t_pInnermost; pFrame != nullptr; pFrame = pFrame->m_pOuter) {
+        if (pFrame->m_pStream == pStream) {
+            pFrame->m_bOwnCancelRan = true;
+        }
+    }
+}
+
+}  // namespace StandIn
+}  // namespace XAPEL2

@@ -1,0 +1,181 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// The settings of a camera.
+
+#include "Camera.h"
+
+#include <cstring>
+#include <limits>
+
+namespace XAPEL2 {
+namespace StandIn {
+
+namespace {
+
+constexpr int64_t EXPOSURE_US_MAX = 60000000;
+constexpr int64_t GAIN_PERCENT_MAX = 10000;
+constexpr int64_t FRAME_RATE_MAX = 100000;
+
+const std::array<const char*, 3> SCENES = {"Dark", "Light", "Scene"};  // in the order of eScene
+
+}  // namespace
+
+CCamera::CCamera(std::unique_ptr<IFrameSource> pSource)
+    : m_pSource(std::move(pSource)),
+      m_vecFormats(m_pSource->formats()),
+      m_bCanResize(m_pSource->canResize()),
+      m_settings(m_pSource->defaultSettings()) {
+    for (std::size_t i = 0; i < m_aFrameCounts.size(); ++i) {
+        m_aFrameCounts[i] = m_pSource->frameCount(static_cast<eScene>(i));
+    }
+    const uint64_t nWidth = m_pSource->sensorWidth();
+    const uint64_t nHeight = m_pSource->sensorHeight();
+    addFormat();
+    addSize("Width", &CameraSettings::nWidth, &CameraSettings::nOffsetX, nWidth, 1);
+    addSize("Height", &CameraSettings::nHeight, &CameraSettings::nOffsetY, nHeight, 1);
+    addSize("OffsetX", &CameraSettings::nOffsetX, &CameraSettings::nWidth, nWidth, 0);
+    addSize("OffsetY", &CameraSettings::nOffsetY, &CameraSettings::nHeight, nHeight, 0);
+    addFree("ExposureTime", &m_settings.iExposureUs, {1, EXPOSURE_US_MAX});
+    addFree("Gain", &m_settings.iGainPercent, {1, GAIN_PERCENT_MAX});
+    addFree("AcquisitionFrameRate", &m_nFrameRate, {0, FRAME_RATE_MAX});
+    addScene();
+}
+
+// A side or an offset: together with its partner it stays on the sensor.
+void CCamera::addSize(const char* pName, uint64_t CameraSettings::*pMember, uint64_t CameraSettings::*pOther,
+                      uint64_t nSensor, int64_t iMin) {
+    NodeSpec spec;
+    spec.strName = pName;
+    spec.fnGetInt = [this, pMember] {
+        std::lock_guard<std::mutex> lock(m_mtx);
+        return static_cast<int64_t>(m_settings.*pMember);
+    };
+    spec.fnMin = [this, iMin, fnGet = spec.fnGetInt] { return m_bCanResize ? iMin : fnGet(); };
+    spec.fnMax = [this, pOther, nSensor, fnGet = spec.fnGetInt] {
+        if (!m_bCanResize) {
+            return fnGet();
+        }
+        std::lock_guard<std::mutex> lock(m_mtx);
+        return static_cast<int64_t>(nSensor - m_settings.*pOther);
+    };
+    spec.fnSetInt = [this, pMember, pOther, nSensor, iMin](int64_t iValue) {
+        std::lock_guard<std::mutex> lock(m_mtx);
+        if (m_bAcquiring || !m_bCanResize) {
+            return eNodeDenied;
+        }
+        if (iValue < iMin || static_cast<uint64_t>(iValue) > nSensor - m_settings.*pOther) {
+            return eNodeInvalid;
+        }
+        m_settings.*pMember = static_cast<uint64_t>(iValue);
+        return eNodeDone;
+    };
+    add(std::move(spec));
+}
+
+// A setting that may change while the camera runs.
+void CCamera::addFree(const char* pName, uint64_t* pMember, IntLimits limits) {
+    NodeSpec spec;
+    spec.strName = pName;
+    spec.fnGetInt = [this, pMember] {
+        std::lock_guard<std::mutex> lock(m_mtx);
+        return static_cast<int64_t>(*pMember);
+    };
+    spec.fnMin = [limits] { return limits[0]; };
+    spec.fnMax = [limits] { return limits[1]; };
+    spec.fnSetInt = [this, pMember, limits](int64_t iValue) {
+        if (iValue < limits[0] || iValue > limits[1]) {
+            return eNodeInvalid;
+        }
+        std::lock_guard<std::mutex> lock(m_mtx);
+        *pMember = static_cast<uint64_t>(iValue);
+        return eNodeDone;
+    };
+    add(std::move(spec));
+}
+
+void CCamera::addFormat() {
+    NodeSpec spec;
+    spec.strName = "PixelFormat";
+    spec.eKind = eEnumNode;
+    spec.fnGetText = [this] { return std::string(settings().pFormat->pName); };
+    spec.fnSetText = [this](const char* pEntry) {
+        for (const PixelFormat* pFormat : m_vecFormats) {
+            if (std::strcmp(pFormat->pName, pEntry) == 0) {
+                std::lock_guard<std::mutex> lock(m_mtx);
+                if (m_bAcquiring) {
+                    return eNodeDenied;
+                }
+                m_settings.pFormat = pFormat;
+                return eNodeDone;
+            }
+        }
+        return eNodeInvalid;
+    };
+    add(std::move(spec));
+}
+
+void CCamera::addScene() {
+    NodeSpec scene;
+    scene.strName = "StandInScene";
+    scene.eKind = eEnumNode;
+    scene.fnGetText = [this] {
+        std::lock_guard<std::mutex> lock(m_mtx);
+        return std::string(SCENES[m_eScene]);
+    };
+    scene.fnSetText = [this](const char* pEntry) {
+        for (std::size_t i = 0; i < SCENES.size(); ++i) {
+            if (std::strcmp(SCENES[i], pEntry) == 0) {
+                std::lock_guard<std::mutex> lock(m_mtx);
+                m_eScene = static_cast<eScene>(i);
+                m_iNextFrame = 0;
+                return eNodeDone;
+            }
+        }
+        return eNodeInvalid;
+    };
+    add(std::move(scene));
+
+    addFree("StandInFrame", &m_iNextFrame, {0, std::numeric_limits<int64_t>::max()});
+
+    NodeSpec count;
+    count.strName = "StandInFrameCount";
+    count.fnGetInt = [this] {
+        std::lock_guard<std::mutex> lock(m_mtx);
+        return static_cast<int64_t>(m_aFrameCounts[m_eScene]);
+    };
+    count.fnMin = [] { return int64_t{0}; };
+    count.fnMax = [] { return std::numeric_limits<int64_t>::max(); };
+    add(std::move(count));
+}
+
+CameraSettings CCamera::settings() const {
+    std::lock_guard<std::mutex> lock(m_mtx);
+    return m_settings;
+}
+
+bool CCamera::beginAcquisition() {
+    std::lock_guard<std::mutex> lock(m_mtx);
+    if (m_bAcquiring) {
+        return false;
+    }
+    m_bAcquiring = true;
+    return true;
+}
+
+void CCamera::endAcquisition() {
+    std::lock_guard<std::mutex> lock(m_mtx);
+    m_bAcquiring = false;
+}
+
+uint64_t CCamera::frameRate() const {
+    std::lock_guard<std::mutex> lock(m_mtx);
+    return m_nFrameRate;
+}
+
+FrameRequest CCamera::nextFrame() {
+    std::lock_guard<std::mutex> lock(m_mtx);
+    return {m_settings, m_eScene, m_iNextFrame++};
+}
+
+}  // namespace StandIn
+}  // namespace XAPEL2

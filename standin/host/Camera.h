@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// A camera: a frame source with its settings as remote nodes.
+
+#pragma once
+
+#include <array>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "FrameSource.h"
+#include "Nodes.h"
+
+namespace XAPEL2 {
+namespace StandIn {
+
+/// What the next frame is made of.
+struct FrameRequest {
+    CameraSettings settings;
+    eScene eWhat = eSceneObjects;
+    uint64_t iFrame = 0;  ///< of the scene
+};
+
+/// @threads any thread; source() is for the thread of the running acquisition, but for frameName().
+class CCamera {
+public:
+    explicit CCamera(std::unique_ptr<IFrameSource> pSource);
+
+    const NodeTable& table() const { return m_table; }
+    IFrameSource& source() { return *m_pSource; }
+    CameraSettings settings() const;
+
+    /// Locks the image settings. False while another acquisition of this camera runs.
+    bool beginAcquisition();
+    void endAcquisition();
+
+    /// Hz; 0 paces nothing.
+    uint64_t frameRate() const;
+    /// The settings of the next frame; counts it.
+    FrameRequest nextFrame();
+
+private:
+    using IntLimits = std::array<int64_t, 2>;
+
+    void add(NodeSpec spec) { m_table.push_back(std::move(spec)); }
+    void addSize(const char* pName, uint64_t CameraSettings::*pMember, uint64_t CameraSettings::*pOther,
+                 uint64_t nSensor, int64_t iMin);
+    void addFree(const char* pName, uint64_t* pMember, IntLimits limits);
+    void addFormat();
+    void addScene();
+
+    const std::unique_ptr<IFrameSource> m_pSource;
+    const std::vector<const PixelFormat*> m_vecFormats;
+    std::array<uint64_t, 3> m_aFrameCounts{};  // by scene; fixed
+    const bool m_bCanResize;
+    NodeTable m_table;
+
+    mutable std::mutex m_mtx;  // guards the members below
+    CameraSettings m_settings;
+    eScene m_eScene = eSceneObjects;
+    uint64_t m_iNextFrame = 0;
+    uint64_t m_nFrameRate = 0;
+    bool m_bAcquiring = false;
+};
+
+}  // namespace StandIn
+}  // namespace XAPEL2

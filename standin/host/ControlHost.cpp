@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// What the control header tells about hooks and streams, and the reset of everything.
+
+#include <algorithm>
+
+#include "Faults.h"
+#include "Observation.h"
+#include "Registry.h"
+#include "Switches.h"
+#include "xapel2_standin/Control.h"
+
+namespace XAPEL2 {
+namespace StandIn {
+namespace Control {
+
+void reset() {
+    releaseAllHolds();
+    resetFaults();
+    resetSwitches();
+    resetObservation();
+}
+
+std::vector<RegisteredHook> registeredHooks() {
+    std::vector<RegisteredHook> vecHooks;
+    for (const auto& pDevice : Registry::devices()) {
+        pDevice->hooks().list(vecHooks);
+        for (const auto& pStream : pDevice->streams()) {
+            pStream->hooks().list(vecHooks);
+        }
+    }
+    return vecHooks;
+}
+
+std::size_t liveHooks() {
+    return registeredHooks().size();
+}
+
+std::size_t liveHooks(const void* pContext) {
+    const std::vector<RegisteredHook> vecHooks = registeredHooks();
+    return static_cast<std::size_t>(
+        std::count_if(vecHooks.begin(), vecHooks.end(),
+                      [pContext](const RegisteredHook& rHook) { return rHook.pContext == pContext; }));
+}
+
+std::vector<void*> hookContexts() {
+    std::vector<void*> vecContexts;
+    for (const RegisteredHook& rHook : registeredHooks()) {
+        if (std::find(vecContexts.begin(), vecContexts.end(), rHook.pContext) == vecContexts.end()) {
+            vecContexts.push_back(rHook.pContext);
+        }
+    }
+    return vecContexts;
+}
+
+bool waitForBlockedFetches(DataStream* pShell, unsigned nCount, unsigned iDeadlineMs) {
+    const auto pStream = Registry::findStream(pShell);
+    return pStream != nullptr && pStream->waitForBlocked(nCount, iDeadlineMs);
+}
+
+DataStream* addFirstStream(Device* pShell) {
+    const auto pDevice = Registry::findDevice(pShell);
+    if (pDevice == nullptr) {
+        return nullptr;
+    }
+    const auto pStream = pDevice->addStream(true);
+    Registry::addStream(pDevice, pStream);
+    return pStream->shell();
+}
+
+void hideStreams(Device* pShell, bool bHide) {
+    if (const auto pDevice = Registry::findDevice(pShell)) {
+        pDevice->hideStreams(bHide);
+    }
+}
+
+}  // namespace Control
+}  // namespace StandIn
+}  // namespace XAPEL2

@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// An open device.
+
+#include "Device.h"
+
+#include "HostAccess.h"
+#include "xapel2/XapelBypassRegistration.h"
+
+namespace XAPEL2 {
+namespace StandIn {
+
+CDevice::CDevice(std::unique_ptr<IFrameSource> pSource)
+    : m_pCamera(std::make_shared<CCamera>(std::move(pSource))),
+      m_pShell(HostAccess::newDevice()),
+      m_pListShell(HostAccess::newStreamList()) {
+    auto pNodes = std::make_unique<CNodeMapShell>(std::shared_ptr<const NodeTable>(m_pCamera, &m_pCamera->table()));
+    m_pNodes = pNodes.get();
+    CNodeMapShell::keep(std::move(pNodes));
+    addStream(false);
+}
+
+std::vector<std::shared_ptr<CStream>> CDevice::streams() const {
+    std::lock_guard<std::mutex> lock(m_mtx);
+    return m_vecStreams;
+}
+
+std::shared_ptr<CStream> CDevice::findStream(const DataStream* pStream) const {
+    std::lock_guard<std::mutex> lock(m_mtx);
+    for (const auto& pEach : m_vecStreams) {
+        if (pEach->shell() == pStream) {
+            return pEach;
+        }
+    }
+    return nullptr;
+}
+
+std::shared_ptr<CStream> CDevice::addStream(bool bFirst) {
+    std::lock_guard<std::mutex> lock(m_mtx);
+    auto pStream =
+        std::make_shared<CStream>(m_pCamera, HostAccess::newStream(), "Stream" + std::to_string(m_vecStreams.size()));
+    m_vecStreams.insert(bFirst ? m_vecStreams.begin() : m_vecStreams.end(), pStream);
+    return pStream;
+}
+
+void CDevice::hideStreams(bool bHide) {
+    std::lock_guard<std::mutex> lock(m_mtx);
+    m_bHidden = bHide;
+}
+
+void CDevice::refreshList() {
+    std::lock_guard<std::mutex> lock(m_mtx);
+    m_vecListed = m_bHidden ? std::vector<std::shared_ptr<CStream>>{} : m_vecStreams;
+}
+
+std::vector<std::shared_ptr<CStream>> CDevice::listed() const {
+    std::lock_guard<std::mutex> lock(m_mtx);
+    return m_vecListed;
+}
+
+int CDevice::openStream(CStream& rStream) {
+    if (!rStream.open()) {
+        return GC_ERR_RESOURCE_IN_USE;
+    }
+    const Hook hook = m_hooks.find(Control::eHookOpen);
+    if (hook.pfn == nullptr) {
+        return GC_ERR_SUCCESS;
+    }
+    passHold(Control::eHookOpen);
+    return reinterpret_cast<DeviceOpenDataStreamFunc>(hook.pfn)(rStream.shell(), hook.pContext);
+}
+
+}  // namespace StandIn
+}  // namespace XAPEL2

@@ -1,0 +1,195 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// The application's side of the host: devices, streams and buffers, through the hooks.
+
+#include "xapel2_standin/Host.h"
+
+#include <stdexcept>
+
+#include "CallFrame.h"
+#include "HostFunctions.h"
+#include "Registry.h"
+#include "Throw.h"
+#include "xapel2/XapelBypassRegistration.h"
+
+namespace XAPEL2 {
+namespace StandIn {
+
+namespace {
+
+// The hook for one call, null when there is none. A HookHold waits here.
+template <class tFunction>
+tFunction lookUp(const CHooks& rHooks, Control::eHook eKind, void*& rContext) {
+    const Hook hook = rHooks.find(eKind);
+    if (hook.pfn != nullptr) {
+        passHold(eKind);
+    }
+    rContext = hook.pContext;
+    return reinterpret_cast<tFunction>(hook.pfn);
+}
+
+// Runs an operation of the stream, GC_ERR_INVALID_HANDLE when it is dead.
+template <class tOperation>
+int onStream(DataStream* pShell, tOperation fnOperation) {
+    const auto pStream = Registry::findStream(pShell);
+    return pStream == nullptr ? GC_ERR_INVALID_HANDLE : fnOperation(*pStream);
+}
+
+}  // namespace
+
+std::vector<DeviceInfo> enumerateDevices() {
+    return {{"sim", "Simulated camera"}};
+}
+
+Device* openDevice(const std::string& strId) {
+    std::unique_ptr<IFrameSource> pSource;
+    try {
+        pSource = makeFrameSource(strId);
+    } catch (const std::invalid_argument& rError) {
+        XAPEL2_RAISE(InvalidParameter, rError.what());
+    } catch (const std::runtime_error& rError) {
+        XAPEL2_RAISE(NotAvailable, rError.what());
+    }
+    const auto pDevice = std::make_shared<CDevice>(std::move(pSource));
+    Registry::add(pDevice);
+    return pDevice->shell();
+}
+
+int closeDevice(Device* pShell) {
+    const auto pDevice = Registry::findDevice(pShell);
+    if (pDevice == nullptr) {
+        return GC_ERR_INVALID_HANDLE;
+    }
+    for (const auto& pStream : pDevice->streams()) {
+        if (pStream->isProducerThread()) {
+            return GC_ERR_RESOURCE_IN_USE;
+        }
+    }
+    if (!Registry::remove(*pDevice)) {
+        return GC_ERR_INVALID_HANDLE;
+    }
+    pDevice->hooks().die();
+    for (const auto& pStream : pDevice->streams()) {
+        pStream->close();
+        pStream->hooks().die();
+    }
+    return GC_ERR_SUCCESS;
+}
+
+NodeMap* remoteNodes(Device* pShell) {
+    const auto pDevice = Registry::findDevice(pShell);
+    return pDevice == nullptr ? nullptr : pDevice->nodes().map();
+}
+
+DataStream* firstDataStream(Device* pShell) {
+    const auto pDevice = Registry::findDevice(pShell);
+    return pDevice == nullptr ? nullptr : pDevice->streams().front()->shell();
+}
+
+int openDataStream(Device* pDeviceShell, DataStream* pStreamShell) {
+    const auto pDevice = Registry::findDevice(pDeviceShell);
+    const auto pStream = pDevice == nullptr ? nullptr : pDevice->findStream(pStreamShell);
+    return pStream == nullptr ? GC_ERR_INVALID_HANDLE : pDevice->openStream(*pStream);
+}
+
+int closeDataStream(Device* pDeviceShell, DataStream* pStreamShell) {
+    const auto pDevice = Registry::findDevice(pDeviceShell);
+    const auto pStream = pDevice == nullptr ? nullptr : pDevice->findStream(pStreamShell);
+    if (pStream == nullptr || !pStream->isOpen()) {
+        return GC_ERR_INVALID_HANDLE;
+    }
+    void* pContext = nullptr;
+    const auto pfnHook = lookUp<DeviceCloseDataStreamFunc>(pDevice->hooks(), Control::eHookClose, pContext);
+    const int iResult = pfnHook == nullptr ? GC_ERR_NOT_INITIALIZED : pfnHook(pStreamShell, pContext);
+    return iResult == GC_ERR_NOT_INITIALIZED ? pStream->close() : iResult;
+}
+
+std::size_t payloadSize(DataStream* pShell) {
+    const auto pStream = Registry::findStream(pShell);
+    return pStream == nullptr ? 0 : pStream->payloadSize();
+}
+
+int allocAndAnnounceBuffer(DataStream* pShell, std::size_t nBytes, BufferHandle* phBuffer) {
+    return onStream(pShell, [&](CStream& rStream) { return rStream.announce(nullptr, nBytes, phBuffer); });
+}
+
+int announceBuffer(DataStream* pShell, void* pMemory, std::size_t nBytes, BufferHandle* phBuffer) {
+    return onStream(pShell, [&](CStream& rStream) {
+        return pMemory == nullptr ? GC_ERR_INVALID_PARAMETER : rStream.announce(pMemory, nBytes, phBuffer);
+    });
+}
+
+int revokeBuffer(DataStream* pShell, BufferHandle hBuffer) {
+    return onStream(pShell, [&](CStream& rStream) { return rStream.revoke(hBuffer); });
+}
+
+int queueBuffer(DataStream* pShell, BufferHandle hBuffer) {
+    return onStream(pShell, [&](CStream& rStream) { return rStream.queue(hBuffer); });
+}
+
+int startAcquisition(DataStream* pShell, uint64_t nFrames) {
+    return onStream(pShell, [&](CStream& rStream) { return rStream.start(nFrames); });
+}
+
+int stopAcquisition(DataStream* pShell) {
+    return onStream(pShell, [](CStream& rStream) { return rStream.stop(); });
+}
+
+int flushBuffers(DataStream* pShell) {
+    return onStream(pShell, [](CStream& rStream) { return rStream.flush(); });
+}
+
+int getFilledBuffer(DataStream* pShell, BufferHandle* phBuffer, unsigned long long iTimeoutMs) {
+    return onStream(pShell, [&](CStream& rStream) {
+        // Stamped first: a cancel during the look-up of the hook, or before the hook arrives, ends this call.
+        const CCallFrame frame(pShell, rStream.cancelStamp());
+        void* pContext = nullptr;
+        const auto pfnHook = lookUp<DataStreamGetFilledBufferFunc>(rStream.hooks(), Control::eHookFetch, pContext);
+        const int iResult = pfnHook == nullptr ? GC_ERR_NOT_INITIALIZED : pfnHook(phBuffer, iTimeoutMs, pContext);
+        return iResult == GC_ERR_NOT_INITIALIZED ? ownFetch(rStream, phBuffer, iTimeoutMs) : iResult;
+    });
+}
+
+int cancelGetFilledBuffer(DataStream* pShell) {
+    return onStream(pShell, [&](CStream& rStream) {
+        const CCallFrame frame(pShell, rStream.cancelStamp());
+        void* pContext = nullptr;
+        const auto pfnHook =
+            lookUp<DataStreamCancelGetFilledBufferFunc>(rStream.hooks(), Control::eHookCancel, pContext);
+        const int iResult = pfnHook == nullptr ? GC_ERR_NOT_INITIALIZED : pfnHook(pContext);
+        const int iOwn = frame.ownCancelRan() ? GC_ERR_SUCCESS : rStream.cancel();
+        return iResult == GC_ERR_NOT_INITIALIZED ? iOwn : iResult;
+    });
+}
+
+int getStreamInfo(DataStream* pShell, int iInfoCmd, int* piType, void* pValue, unsigned long long* piSize) {
+    return onStream(pShell, [&](CStream& rStream) {
+        void* pContext = nullptr;
+        const auto pfnHook = lookUp<DataStreamGetInfoFunc>(rStream.hooks(), Control::eHookInfo, pContext);
+        const int iResult =
+            pfnHook == nullptr ? GC_ERR_NOT_INITIALIZED : pfnHook(iInfoCmd, piType, pValue, piSize, pContext);
+        return iResult == GC_ERR_NOT_INITIALIZED ? ownInfo(rStream, iInfoCmd, piType, pValue, piSize) : iResult;
+    });
+}
+
+int getBufferInfo(DataStream* pShell, BufferHandle hBuffer, int iInfoCmd, int* piType, void* pValue,
+                  unsigned long long* piSize) {
+    return onStream(pShell, [&](const CStream&) -> int {
+        const auto pBuffer = CBufferTable::instance().find(hBuffer);
+        if (pBuffer == nullptr || pBuffer->pStream != pShell) {
+            return GC_ERR_INVALID_HANDLE;
+        }
+        if (piSize == nullptr) {
+            return GC_ERR_INVALID_PARAMETER;
+        }
+        uint64_t nSize = *piSize;
+        const int iResult = CBufferTable::instance().query(hBuffer, iInfoCmd, {piType, pValue, &nSize});
+        if (iResult == GC_ERR_SUCCESS) {
+            *piSize = nSize;
+        }
+        return iResult;
+    });
+}
+
+}  // namespace StandIn
+}  // namespace XAPEL2
