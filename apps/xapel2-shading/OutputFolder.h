@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// The folder that a demonstration writes to.
+
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "Figures.h"
+#include "Frame.h"
+
+namespace XAPEL2 {
+namespace App {
+
+/// Creates the folder where it is missing and takes the files of an earlier demonstration out of it: the frames that
+/// its figures.json lists, pictures, references. Files that no demonstration wrote are never touched.
+class COutputFolder {
+public:
+    /// @throws std::runtime_error  the folder cannot be made or cleaned; names it.
+    explicit COutputFolder(const std::filesystem::path& rFolder);
+
+    const std::filesystem::path& path() const { return m_Folder; }
+    std::filesystem::path file(const char* pName) const { return m_Folder / pName; }
+
+    /// Writes one frame before and after correction, under the same name in raw/ and corrected/.
+    /// @return that file name.
+    std::string writePair(const Frame& rRaw, const Frame& rCorrected) const;
+
+    /// Writes figures.json, last of all files: the next run finds there which frames are this one's.
+    void writeFigures(const DemoFigures& rFigures) const;
+
+private:
+    void removeEarlier() const;
+
+    std::filesystem::path m_Folder;
+};
+
+}  // namespace App
+}  // namespace XAPEL2
