@@ -44,7 +44,8 @@ void printTable(std::ostream& rOut, const DemoFigures& rFigures, const std::file
     rOut << "\nUnevenness: standard deviation over mean of " << stem(rFigures.astrFrames.front())
          << (rFigures.nDarkFrames > 0 ? ", dark reference taken off" : "") << ". Time: median.\n"
          << "Written to " << rFolder.string()
-         << "\n  before.png, after.png, scene-before.png, scene-after.png, profile.png\n  raw/, corrected/, reference-dark.tif, reference-light.tif, figures.json\n";
+         << "\n  before.png, after.png, scene-before.png, scene-after.png, profile.png\n  raw/, corrected/, "
+            "reference-dark.tif, reference-light.tif, figures.json\n";
 }
 
 }  // namespace App

@@ -29,21 +29,21 @@ enum : int32_t {
 
 // Buffer information commands (BUFFER_INFO_CMD) and the type of their value.
 enum : int32_t {
-    BUFFER_INFO_BASE = 0,            // PTR
-    BUFFER_INFO_SIZE = 1,            // SIZET, bytes
-    BUFFER_INFO_TIMESTAMP = 3,       // UINT64
-    BUFFER_INFO_IS_QUEUED = 5,       // BOOL8
-    BUFFER_INFO_IS_INCOMPLETE = 7,   // BOOL8
-    BUFFER_INFO_SIZE_FILLED = 9,     // SIZET, bytes
-    BUFFER_INFO_WIDTH = 10,          // SIZET, pixels
-    BUFFER_INFO_HEIGHT = 11,         // SIZET, pixels
-    BUFFER_INFO_XOFFSET = 12,        // SIZET, pixels
-    BUFFER_INFO_YOFFSET = 13,        // SIZET, pixels
-    BUFFER_INFO_XPADDING = 14,       // SIZET, bytes per line
-    BUFFER_INFO_FRAMEID = 16,        // UINT64
-    BUFFER_INFO_IMAGEPRESENT = 17,   // BOOL8
-    BUFFER_INFO_IMAGEOFFSET = 18,    // SIZET, bytes
-    BUFFER_INFO_PIXELFORMAT = 20,    // UINT64, PFNC
+    BUFFER_INFO_BASE = 0,           // PTR
+    BUFFER_INFO_SIZE = 1,           // SIZET, bytes
+    BUFFER_INFO_TIMESTAMP = 3,      // UINT64
+    BUFFER_INFO_IS_QUEUED = 5,      // BOOL8
+    BUFFER_INFO_IS_INCOMPLETE = 7,  // BOOL8
+    BUFFER_INFO_SIZE_FILLED = 9,    // SIZET, bytes
+    BUFFER_INFO_WIDTH = 10,         // SIZET, pixels
+    BUFFER_INFO_HEIGHT = 11,        // SIZET, pixels
+    BUFFER_INFO_XOFFSET = 12,       // SIZET, pixels
+    BUFFER_INFO_YOFFSET = 13,       // SIZET, pixels
+    BUFFER_INFO_XPADDING = 14,      // SIZET, bytes per line
+    BUFFER_INFO_FRAMEID = 16,       // UINT64
+    BUFFER_INFO_IMAGEPRESENT = 17,  // BOOL8
+    BUFFER_INFO_IMAGEOFFSET = 18,   // SIZET, bytes
+    BUFFER_INFO_PIXELFORMAT = 20,   // UINT64, PFNC
     BUFFER_INFO_CUSTOM_ID = 1000,
 };
 

@@ -37,8 +37,7 @@ XAPEL2_HOST_API bool registerBypass_DataStreamEventControlCancelGetFilledBuffer(
     DataStreamCancelGetFilledBufferFunc* ppfnHost, void** ppHandle);
 
 XAPEL2_HOST_API bool registerBypass_DataStreamGetInfo(XAPEL2::DataStream* pStream, DataStreamGetInfoFunc pfnHook,
-                                                      void* pContext, DataStreamGetInfoFunc* ppfnHost,
-                                                      void** ppHandle);
+                                                      void* pContext, DataStreamGetInfoFunc* ppfnHost, void** ppHandle);
 
 XAPEL2_HOST_API bool registerBypass_DeviceCloseDataStream(XAPEL2::Device* pDevice, DeviceCloseDataStreamFunc pfnHook,
                                                           void* pContext, DeviceCloseDataStreamFunc* ppfnHost,

@@ -39,13 +39,12 @@ private:
 
 // One class a kind: (source file, line of the throw, throwing function's short name, description).
 // The host library writes the destructors, which anchors each type there.
-#define XAPEL2_DECLARE_EXCEPTION(Kind)                                                              \
-    class XAPEL2_HOST_API Xapel_##Kind##Exception : public IException {                             \
-    public:                                                                                         \
-        Xapel_##Kind##Exception(const char* pFile, unsigned uLine, const char* pFunction,           \
-                                const char* pDescription);                                          \
-        Xapel_##Kind##Exception(const Xapel_##Kind##Exception&) noexcept;                           \
-        ~Xapel_##Kind##Exception() override;                                                        \
+#define XAPEL2_DECLARE_EXCEPTION(Kind)                                                                               \
+    class XAPEL2_HOST_API Xapel_##Kind##Exception : public IException {                                              \
+    public:                                                                                                          \
+        Xapel_##Kind##Exception(const char* pFile, unsigned uLine, const char* pFunction, const char* pDescription); \
+        Xapel_##Kind##Exception(const Xapel_##Kind##Exception&) noexcept;                                            \
+        ~Xapel_##Kind##Exception() override;                                                                         \
     }
 
 XAPEL2_DECLARE_EXCEPTION(Abort);

@@ -73,7 +73,7 @@ bool faultHits(Control::eHostOp eOp, const char* pNode) {
     rState.nHits.fetch_add(1, std::memory_order_relaxed);
     switch (eKind) {
         case Control::eThrowHost:
-            XAPEL2_RAISE(Error, "injected");
+            raise<Exceptions::Xapel_ErrorException>(__FILE__, __LINE__, Control::name(eOp), "injected");
         case Control::eThrowStd:
             throw std::runtime_error("injected");
         case Control::eRefuse:

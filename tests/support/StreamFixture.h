@@ -55,10 +55,12 @@ protected:
         EXPECT_EQ(XAPEL2::StandIn::Control::liveHooks(), 0U);
     }
 
-    /// Opens the stream, queues buffers and starts the camera.
+    /// Opens the stream if it is closed, queues buffers and starts the camera.
     void startStream(unsigned nBuffers = 4, uint64_t nFrames = ~0ULL) {
         using namespace XAPEL2::StandIn;
-        ASSERT_EQ(openDataStream(m_pDevice, m_pStream), 0);
+        if (!m_pStream->IsOpen()) {
+            ASSERT_EQ(openDataStream(m_pDevice, m_pStream), 0);
+        }
         for (unsigned i = 0; i < nBuffers; ++i) {
             BufferHandle hBuffer = nullptr;
             ASSERT_EQ(allocAndAnnounceBuffer(m_pStream, payloadSize(m_pStream), &hBuffer), 0);
@@ -78,9 +80,7 @@ protected:
 
     /// A fetch on another thread that is blocked in the host: there is no frame. End it with a cancel.
     std::future<int> blockedFetch(unsigned nBlocked = 1) {
-        auto result = std::async(std::launch::async, [this] {
-            return fetch(XAPEL2::StandIn::TIMEOUT_INFINITE);
-        });
+        auto result = std::async(std::launch::async, [this] { return fetch(XAPEL2::StandIn::TIMEOUT_INFINITE); });
         EXPECT_TRUE(XAPEL2::StandIn::Control::waitForBlockedFetches(m_pStream, nBlocked, DEADLINE_MS));
         return result;
     }

@@ -199,8 +199,8 @@ public:
     /// @throws what building a hub throws.
     explicit CXapelBypass(XAPEL2::Device* pDevice);
 
-    /// Leaves both lists and hands the hub back. Not virtual: objects are destroyed as what they are, and a derived class
-    /// puts a virtual destructor of its own after the operations below.
+    /// Leaves both lists and hands the hub back. Not virtual: objects are destroyed as what they are, and a derived
+    /// class puts a virtual destructor of its own after the operations below.
     ~CXapelBypass();
 
     CXapelBypass(const CXapelBypass&) = delete;
@@ -236,4 +236,3 @@ private:
     XAPEL2::Device* m_pDevice;
     CXapelBypassDevice* m_pBypassDevice;
 };
-

@@ -46,7 +46,7 @@ namespace Sc {
 class __attribute__((visibility("default"))) Shading {
 public:
     /// The filter that a value belongs to.
-    enum eFilterType {
+    enum eFilterType : int {
         eBoxFilter = 0,    ///< mean over a square window
         eMedianFilter = 1  ///< median over a square window, before the box filter
     };

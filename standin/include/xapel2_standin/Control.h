@@ -40,16 +40,17 @@ enum eFaultKind {
                  ///< access, Open or the creation of a processor throws Xapel_AccessDeniedException, GetNode and
                  ///< GetRemoteNode throw Xapel_NotAvailableException; a list is not refreshed, a walk over it is
                  ///< empty, an entry reads as ("", null); a trace is dropped
-    eThrowHost,  ///< throws Xapel_ErrorException ("injected")
+    eThrowHost,  ///< throws Xapel_ErrorException (the operation's name, "injected")
     eThrowStd,   ///< throws std::runtime_error ("injected")
 };
 
 struct Fault {
     eHostOp eOp;
     eFaultKind eKind;
-    uint64_t nCall = 1;     ///< the call that it hits, counted from 1 since inject() (of the node, where one is named)
-    bool bFromThen = false; ///< every later call too
-    std::string strNode;    ///< for node accesses, GetNode, GetNodePresent and GetRemoteNode: this node only; empty: any
+    uint64_t nCall = 1;      ///< the call that it hits, counted from 1 since inject() (of the node, where one is named)
+    bool bFromThen = false;  ///< every later call too
+    /// For node accesses, GetNode, GetNodePresent and GetRemoteNode: this node only; empty: any.
+    std::string strNode{};
 };
 
 /// Adds a fault. Several may be active.
@@ -97,11 +98,11 @@ XAPEL2_HOST_API void setFrameContent(std::function<void(uint64_t iFrame, void* p
 // --- Cancel ------------------------------------------------------------------------------------------------------
 
 enum eCancelMode {
-    eEndsAllBegun,       ///< default: ends every fetch called before the cancel, blocked already or not; no other
-    eWakesOne,           ///< GenTL: ends one waiting fetch; without one, the next fetch (sticky)
-    eSticksWithoutWaiter,///< ends all waiting fetches; without one, the next fetch
-    eForgotten,          ///< ends all waiting fetches; without one, nothing
-    eIgnored,            ///< nothing
+    eEndsAllBegun,         ///< default: ends every fetch called before the cancel, blocked already or not; no other
+    eWakesOne,             ///< GenTL: ends one waiting fetch; without one, the next fetch (sticky)
+    eSticksWithoutWaiter,  ///< ends all waiting fetches; without one, the next fetch
+    eForgotten,            ///< ends all waiting fetches; without one, nothing
+    eIgnored,              ///< nothing
 };
 XAPEL2_HOST_API void setCancelMode(eCancelMode eMode);
 
@@ -117,7 +118,11 @@ XAPEL2_HOST_API std::size_t liveHooks(const void* pContext);
 XAPEL2_HOST_API std::vector<void*> hookContexts();
 
 /// A hook function as it stands in the host's table, with its context.
-struct RegisteredHook { eHook eKind; void* pfnHook; void* pContext; };
+struct RegisteredHook {
+    eHook eKind;
+    void* pfnHook;
+    void* pContext;
+};
 XAPEL2_HOST_API std::vector<RegisteredHook> registeredHooks();
 
 /// Holds the next call of a hook between its look-up in the host's table and the call of the hook.
@@ -160,7 +165,10 @@ XAPEL2_HOST_API std::vector<NodeAccess> nodeAccesses();
 /// nothing.
 XAPEL2_HOST_API void setNodeObserver(std::function<void(const NodeAccess&)> fnObserver);
 
-struct TraceLine { int32_t iLevel; std::string strText; };
+struct TraceLine {
+    int32_t iLevel;
+    std::string strText;
+};
 
 /// Starts (empty) or ends the record of traces. While it runs nothing is printed; otherwise level 2 goes to stderr.
 XAPEL2_HOST_API void recordTraces(bool bRecord);

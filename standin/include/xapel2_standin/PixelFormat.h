@@ -16,12 +16,12 @@ namespace StandIn {
 
 /// Layout of one pixel format. Samples are unsigned integers; unpacked ones little endian.
 struct PixelFormat {
-    const char* pName;    ///< PFNC name, for example "BayerRG12p"
-    uint32_t uPfnc;       ///< PFNC value
-    unsigned nBits;       ///< significant bits of a sample: 8, 10, 12, 14, 16
-    unsigned nWireBits;   ///< bits that a sample takes in the image: 8, 16, or nBits when packed
-    unsigned nChannels;   ///< samples of a pixel: 1, or 3 for RGB8 and BGR8
-    const char* pCfa;     ///< colour sites of a filter array, row by row ("RGGB"); empty for all others
+    const char* pName;   ///< PFNC name, for example "BayerRG12p"
+    uint32_t uPfnc;      ///< PFNC value
+    unsigned nBits;      ///< significant bits of a sample: 8, 10, 12, 14, 16
+    unsigned nWireBits;  ///< bits that a sample takes in the image: 8, 16, or nBits when packed
+    unsigned nChannels;  ///< samples of a pixel: 1, or 3 for RGB8 and BGR8
+    const char* pCfa;    ///< colour sites of a filter array, row by row ("RGGB"); empty for all others
 
     bool isPacked() const { return nWireBits % 8 != 0; }
     bool isCfa() const { return pCfa[0] != '\0'; }

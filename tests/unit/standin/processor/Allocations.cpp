@@ -7,13 +7,24 @@
 #include <cstdlib>
 #include <new>
 
-thread_local uint64_t Allocations::t_nDone = 0;
-thread_local uint64_t Allocations::t_nUntilFailure = UINT64_MAX;
+namespace {
+
+thread_local uint64_t t_nDone = 0;
+thread_local uint64_t t_nUntilFailure = UINT64_MAX;
+
+}  // namespace
+
+uint64_t Allocations::done() {
+    return t_nDone;
+}
+void Allocations::failAfter(uint64_t nMore) {
+    t_nUntilFailure = nMore;
+}
 
 void* operator new(std::size_t nBytes) {
-    ++Allocations::t_nDone;
-    if (Allocations::t_nUntilFailure != UINT64_MAX && Allocations::t_nUntilFailure-- == 0) {
-        Allocations::t_nUntilFailure = UINT64_MAX;
+    ++t_nDone;
+    if (t_nUntilFailure != UINT64_MAX && t_nUntilFailure-- == 0) {
+        t_nUntilFailure = UINT64_MAX;
         throw std::bad_alloc();
     }
     if (void* pMemory = std::malloc(nBytes != 0 ? nBytes : 1))

@@ -9,8 +9,8 @@
 namespace Allocations {
 
 /// Allocations of this thread since it started.
-extern thread_local uint64_t t_nDone;
-/// Allocations of this thread that succeed before one fails; UINT64_MAX: none fails. Set to that by the failure.
-extern thread_local uint64_t t_nUntilFailure;
+uint64_t done();
+/// Lets nMore allocations of this thread succeed and the one after them fail; UINT64_MAX: none fails.
+void failAfter(uint64_t nMore);
 
 }  // namespace Allocations

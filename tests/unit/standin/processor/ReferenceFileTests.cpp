@@ -225,6 +225,10 @@ TEST(ReferenceFile, RefusesWhatIsNoTiff) {
     // A directory of 65535 tags at the end of the header.
     std::ofstream(oFolder / "tags") << std::string("II*\0\x08\0\0\0\xff\xff", 10) << std::string(65535 * 12 + 4, '\1');
     std::ofstream(oFolder / "far") << std::string("II*\0\xf0\xff\xff\xff", 8) << std::string(100, '\1');
+    std::ofstream(oFolder / "magic") << std::string("XX*\0\x08\0\0\0\1\0", 10) << std::string(40, '\1');
+    testing::internal::CaptureStderr();
+    EXPECT_NE(readError(oFolder / "magic").find("magic"), std::string::npos) << "the reason of the TIFF library";
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     for (const char* pName : {"pipe", "text", "tags", "far", "absent", ""})
         EXPECT_NE(readError(oFolder / pName), "") << pName;
     EXPECT_NE(readError(oFolder / "tags").find("too many tags"), std::string::npos);

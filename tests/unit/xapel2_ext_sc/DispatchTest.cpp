@@ -1,0 +1,181 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// How the five intercepted calls travel: participants, flags, results, the host's own functions.
+
+#include <memory>
+#include <stdexcept>
+
+#include "xapel2/XapelExceptions.h"
+
+#include "Participants.h"
+#include "StreamFixture.h"
+
+namespace {
+
+using namespace XAPEL2::StandIn;
+using XapelTest::Answer;
+using XapelTest::CHookCaller;
+using XapelTest::CSpy;
+
+struct Row {
+    std::vector<Answer> participants;
+    int iResult;     // of the hook
+    size_t nAsked;   // participants asked
+    uint64_t nHost;  // calls of the host's own function
+};
+
+const Answer DONE{0, false}, FORWARD{0, true}, FAIL{-1009, false}, FAIL_FORWARD{-1009, true};
+
+class Dispatch : public XapelTest::StreamFixture {
+protected:
+    void SetUp() override {
+        StreamFixture::SetUp();
+        m_pHolder.reset(new CXapelBypass(m_pDevice));
+        startStream();
+    }
+    void TearDown() override {
+        m_pHolder.reset();
+        StreamFixture::TearDown();
+    }
+
+    /// Runs fnHook with the row's participants registered, and compares.
+    template <typename Hook>
+    void check(const Row& rRow, Control::eHostOp eOwn, Hook fnHook) {
+        std::vector<std::string> log;
+        std::vector<std::unique_ptr<CSpy>> spies;
+        for (const Answer& rAnswer : rRow.participants) {
+            spies.emplace_back(new CSpy(m_pDevice, std::to_string(spies.size()), log, rAnswer));
+            spies.back()->registerParticipant();
+        }
+        const uint64_t nBefore = Control::calls(eOwn);
+        EXPECT_EQ(fnHook(), rRow.iResult);
+        EXPECT_EQ(log.size(), rRow.nAsked);
+        EXPECT_EQ(Control::calls(eOwn) - nBefore, rRow.nHost);
+        for (auto& rSpy : spies) rSpy->unregisterParticipant();
+    }
+
+    std::unique_ptr<CXapelBypass> m_pHolder;
+};
+
+TEST_F(Dispatch, FetchReachesTheHostWhenAllForward) {
+    const CHookCaller hooks;
+    const Row rows[] = {
+        {{}, 0, 0, 1},
+        {{DONE}, 0, 1, 0},
+        {{FORWARD}, 0, 1, 1},
+        {{FORWARD, FORWARD}, 0, 2, 1},
+        {{FORWARD, DONE}, 0, 2, 0},
+        {{DONE, FORWARD}, 0, 2, 0},
+        {{FAIL, FORWARD}, -1009, 1, 0},
+        {{FORWARD, FAIL}, -1009, 2, 0},
+        {{FAIL_FORWARD}, -1009, 1, 0},
+    };
+    for (size_t i = 0; i < std::size(rows); ++i) {
+        SCOPED_TRACE(i);
+        check(rows[i], Control::eHostFetch, [&] {
+            void* pBuffer = nullptr;
+            const int iResult = hooks.fetch(&pBuffer);
+            if (pBuffer != nullptr)
+                queueBuffer(m_pStream, pBuffer);
+            return iResult;
+        });
+    }
+}
+
+TEST_F(Dispatch, InformationEndsAtTheHubOrIsReplacedByItsQuery) {
+    const CHookCaller hooks;
+    const Row rows[] = {
+        {{}, -1002, 0, 0},           {{DONE}, 0, 1, 0},          {{FORWARD}, 0, 1, 1},
+        {{FAIL}, 0, 1, 1},           {{FAIL, DONE}, 0, 1, 1},    {{FORWARD, FAIL}, 0, 2, 1},
+        {{DONE, FAIL}, -1009, 2, 0}, {{FORWARD, DONE}, 0, 2, 0}, {{DONE, FORWARD}, 0, 2, 0},
+    };
+    for (size_t i = 0; i < std::size(rows); ++i) {
+        SCOPED_TRACE(i);
+        check(rows[i], Control::eHostInfo, [&] { return hooks.info(); });
+    }
+}
+
+TEST_F(Dispatch, CancelAsksAllAndAlwaysReachesTheHost) {
+    const CHookCaller hooks;
+    for (const Row& rRow : {Row{{}, 0, 0, 1}, Row{{FAIL, DONE, FORWARD}, 0, 3, 1}})
+        check(rRow, Control::eHostCancel, [&] { return hooks.cancel(); });
+}
+
+TEST_F(Dispatch, CloseReachesTheHostWithAnyParticipant) {
+    const CHookCaller hooks;
+    for (const Row& rRow : {Row{{}, -1002, 0, 0}, Row{{DONE}, 0, 1, 1}, Row{{FAIL, DONE}, 0, 1, 1}}) {
+        check(rRow, Control::eHostClose, [&] { return hooks.close(m_pStream); });
+        openDataStream(m_pDevice, m_pStream);
+    }
+}
+
+TEST_F(Dispatch, OpenAlwaysRegistersAgain) {
+    const CHookCaller hooks;
+    for (const Row& rRow : {Row{{}, 0, 0, 1}, Row{{FAIL, DONE}, 0, 1, 1}, Row{{DONE, FORWARD}, 0, 2, 1}})
+        check(rRow, Control::eRegisterFetch, [&] { return hooks.open(); });
+}
+
+TEST_F(Dispatch, BaseParticipantIsTransparent) {
+    std::vector<std::string> log;
+    CSpy useSpy(m_pDevice, "spy", log);
+    useSpy.registerParticipantForCalling();
+    m_pHolder->registerParticipant();
+    const CHookCaller hooks;
+    EXPECT_EQ(fetch(), 0);
+    EXPECT_EQ(Control::calls(Control::eHostFetch), 1U);
+    EXPECT_EQ(log, std::vector<std::string>{"spy.use"});
+    EXPECT_EQ(hooks.info(), 0);
+    EXPECT_EQ(Control::calls(Control::eHostInfo), 1U);
+    // A failing query is repeated by the hub, whose result counts.
+    int iType = 0;
+    EXPECT_EQ(hooks.info(1, &iType, nullptr, nullptr), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(Control::calls(Control::eHostInfo), 3U);
+    m_pHolder->unregisterParticipant();
+    useSpy.unregisterParticipantForCalling();
+}
+
+TEST_F(Dispatch, DeliveredBufferGoesToAllForCallingInOrder) {
+    std::vector<std::string> log;
+    CSpy first(m_pDevice, "first", log, FAIL);
+    CSpy second(m_pDevice, "second", log);
+    CXapelBypass plain(m_pDevice);
+    plain.registerParticipantForCalling();
+    first.registerParticipantForCalling();
+    second.registerParticipantForCalling();
+    BufferHandle hBuffer = nullptr;
+    EXPECT_EQ(getFilledBuffer(m_pStream, &hBuffer, 5000), 0);
+    EXPECT_EQ(log, (std::vector<std::string>{"first.use", "second.use"}));
+    EXPECT_EQ(second.m_pLastBuffer, hBuffer);
+    queueBuffer(m_pStream, hBuffer);
+
+    // One that throws, of any type, ends the pass; the buffer is still delivered.
+    for (const std::function<void()>& rThrow :
+         {std::function<void()>([] { throw 5; }), std::function<void()>([] { throw std::runtime_error("x"); })}) {
+        log.clear();
+        first.m_fnUse = rThrow;
+        hBuffer = nullptr;
+        EXPECT_EQ(getFilledBuffer(m_pStream, &hBuffer, 5000), GC_ERR_ERROR);
+        EXPECT_NE(hBuffer, nullptr);
+        EXPECT_EQ(log, std::vector<std::string>{"first.use"});
+        queueBuffer(m_pStream, hBuffer);
+    }
+
+    // A fetch that fails reaches nobody.
+    log.clear();
+    Control::inject({Control::eHostFetch, Control::eRefuse});
+    EXPECT_EQ(fetch(), GC_ERR_ACCESS_DENIED);
+    EXPECT_TRUE(log.empty());
+}
+
+TEST_F(Dispatch, HostExceptionLeavesTheHookAndTheGateIsLeft) {
+    const CHookCaller hooks;
+    Control::inject({Control::eHostFetch, Control::eThrowStd});
+    void* pBuffer = nullptr;
+    EXPECT_THROW(hooks.fetch(&pBuffer), std::runtime_error);
+    m_pHolder->registerParticipant();  // would wait for ever at a gate that was not left
+    Control::inject({Control::eHostInfo, Control::eThrowHost});
+    EXPECT_THROW(hooks.info(), XAPEL2::Exceptions::Xapel_ErrorException);
+    m_pHolder->unregisterParticipant();
+}
+
+}  // namespace

@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Hook calls that the host had looked up before the hub was unhooked: during its end, after it, in a slot used again.
+
+#include <atomic>
+#include <memory>
+#include <set>
+
+#include "Participants.h"
+#include "StreamFixture.h"
+#include "XapelBypassSlot.h"
+
+namespace {
+
+using namespace XAPEL2::StandIn;
+using XapelTest::CHookCaller;
+using XapelTest::eventually;
+
+class LateCall : public XapelTest::StreamFixture {};
+
+TEST_F(LateCall, HeldCallFindsNoHub) {
+    startStream();
+    const Control::eHook kinds[] = {Control::eHookFetch, Control::eHookCancel, Control::eHookInfo, Control::eHookClose};
+    for (const auto eKind : kinds) {
+        SCOPED_TRACE(eKind);
+        auto pParticipant = std::make_unique<CXapelBypass>(m_pDevice);
+        Control::HookHold hold(eKind);
+        auto call = std::async(std::launch::async, [&]() -> int {
+            unsigned long long nSize = 8;
+            uint64_t nValue = 0;
+            switch (eKind) {
+                case Control::eHookFetch:
+                    return fetch();
+                case Control::eHookCancel:
+                    return cancelGetFilledBuffer(m_pStream);
+                case Control::eHookInfo:
+                    return getStreamInfo(m_pStream, STREAM_INFO_NUM_DELIVERED, nullptr, &nValue, &nSize);
+                default:
+                    return closeDataStream(m_pDevice, m_pStream);
+            }
+        });
+        ASSERT_TRUE(hold.waitUntilHeld(XapelTest::DEADLINE_MS));
+        pParticipant.reset();  // the hub is gone
+        hold.release();
+        ASSERT_TRUE(XapelTest::ready(call));
+        EXPECT_EQ(call.get(), 0);  // the host did it by itself
+    }
+}
+
+TEST_F(LateCall, EndOfTheHubWaitsForACallInside) {
+    auto pHub = std::make_unique<CXapelBypassDevice>(m_pDevice);
+    void* const pContext = pHub.get();
+    XapelPinWord& rPins = xapelSlotPinWord(pContext);
+    EXPECT_EQ(rPins.load(), 1U);
+    auto pPin = std::make_unique<CXapelHubPin>(pContext);
+    EXPECT_TRUE(pPin->isAlive());
+    auto end = std::async(std::launch::async, [&] { pHub.reset(); });
+    EXPECT_TRUE(eventually([&] { return (rPins.load() & 1) == 0; }));
+    EXPECT_FALSE(XapelTest::ready(end, 30));
+    EXPECT_FALSE(CXapelHubPin(pContext).isAlive());
+    pPin.reset();
+    EXPECT_TRUE(XapelTest::ready(end));
+}
+
+TEST_F(LateCall, CallsBesideTheLivesOfManyHubs) {
+    constexpr int LIVES = 300;
+    std::atomic<bool> bStop{false};
+    std::atomic<void*> pContext{nullptr};
+    CHookCaller hooks;
+    {
+        CXapelBypass first(m_pDevice);
+        hooks = CHookCaller();
+        pContext = hooks.m_pContext;
+    }
+    std::atomic<long> nCalls{0};
+    auto late = std::async(std::launch::async, [&] {
+        while (!bStop) {
+            CHookCaller caller = hooks;
+            caller.m_pContext = pContext;
+            void* pBuffer = nullptr;
+            caller.fetch(&pBuffer, 0);
+            caller.info();
+            caller.cancel();
+            caller.close(nullptr);
+            ++nCalls;
+        }
+    });
+    std::set<void*> contexts;
+    for (int i = 0; i < LIVES; ++i) {
+        CXapelBypass participant(m_pDevice);
+        pContext = Control::hookContexts().at(0);
+        contexts.insert(pContext);
+    }
+    EXPECT_TRUE(eventually([&] { return nCalls > 10; }));
+    bStop = true;
+    late.get();
+    // Slots are used again, but not before others have rested.
+    EXPECT_LT(contexts.size(), static_cast<size_t>(LIVES));
+    EXPECT_GE(contexts.size(), XAPEL_SLOTS_RETIRED_MIN);
+}
+
+}  // namespace

@@ -1,0 +1,380 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// The shading object: node accesses of each command, statuses, failures, traces, enabling, parameters.
+
+#include "VexoShading.h"
+
+#include <algorithm>
+#include <functional>
+#include <memory>
+
+#include "xapel2/XapelExceptions.h"
+
+#include "StreamFixture.h"
+
+namespace {
+
+using namespace XAPEL2::StandIn;
+using namespace XAPEL2::Exceptions;
+using XapelTest::thrown;
+using XapelTest::traceTexts;
+
+typedef std::vector<std::string> Texts;
+typedef std::function<void(CVexoShadingObj&)> Operation;
+
+const char* const REQUIRED[] = {"ShadingPixelFormat", "ShadingWidth",       "ShadingHeight",  "ShadingBufferSize",
+                                "ShadingBuffer",      "ShadingBrwFilename", "ShadingCommand", "ShadingStatus"};
+
+const Operation LOAD_LIGHT = [](CVexoShadingObj& r) { r.ReferenceLoad(true, "/no/l.tif"); };
+const Operation LOAD_DARK = [](CVexoShadingObj& r) { r.ReferenceLoad(false, "/no/d.tif"); };
+const Operation START_LIGHT = [](CVexoShadingObj& r) { r.ReferenceStart(true); };
+const Operation START_DARK = [](CVexoShadingObj& r) { r.ReferenceStart(false); };
+const Operation END = [](CVexoShadingObj& r) { r.ReferenceEnd("/no/e.tif"); };
+const Operation APPLY = [](CVexoShadingObj& r) { r.ReferenceApply(); };
+const Operation CLEAR = [](CVexoShadingObj& r) { r.ReferenceClear(); };
+const Operation PROCESS = [](CVexoShadingObj& r) {
+    r.ProcessImage("Mono8", 5, ~0ULL, reinterpret_cast<void*>(0x10), 77);
+};
+const Operation ENABLE = [](CVexoShadingObj& r) { r.SetEnable(true); };
+const Operation DISABLE = [](CVexoShadingObj& r) { r.SetEnable(false); };
+
+class ShadingObj : public XapelTest::StreamFixture {
+protected:
+    /// The node accesses of an operation, "node operation value" each, with every status forced.
+    Texts accesses(CVexoShadingObj& rObject, const Operation& rOperation) {
+        Control::recordNodes(true);
+        try {
+            rOperation(rObject);
+        } catch (const IException&) {
+        }
+        Texts texts;
+        for (const auto& rAccess : Control::nodeAccesses())
+            texts.push_back(rAccess.strNode + " " + rAccess.strOperation + " " + rAccess.strValue);
+        Control::recordNodes(false);
+        return texts;
+    }
+};
+
+TEST_F(ShadingObj, CommandsWriteTheirNodesInOrder) {
+    CVexoShadingObj object(m_pDevice);
+    Control::forceStatus(0, 0);
+    const struct {
+        Operation fn;
+        Texts accesses;
+    } rows[] = {
+        {LOAD_LIGHT, {"ShadingBrwFilename SetString /no/l.tif", "ShadingCommand SetInt 6", "ShadingStatus GetInt 0"}},
+        {LOAD_DARK, {"ShadingBrwFilename SetString /no/d.tif", "ShadingCommand SetInt 5", "ShadingStatus GetInt 0"}},
+        {START_LIGHT, {"ShadingCommand SetInt 8", "ShadingStatus GetInt 0"}},
+        {START_DARK, {"ShadingCommand SetInt 7", "ShadingStatus GetInt 0"}},
+        {END, {"ShadingBrwFilename SetString /no/e.tif", "ShadingCommand SetInt 9", "ShadingStatus GetInt 0"}},
+        {APPLY,
+         {"PixelFormat GetString Mono8", "Width GetInt 64", "Height GetInt 48", "ShadingPixelFormat SetString Mono8",
+          "ShadingWidth SetInt 64", "ShadingHeight SetInt 48", "ShadingCommand SetInt 3", "ShadingStatus GetInt 0"}},
+        {CLEAR, {"ShadingCommand SetInt 4", "ShadingStatus GetInt 0"}},
+        {PROCESS,
+         {"ShadingPixelFormat SetString Mono8", "ShadingWidth SetInt 5", "ShadingHeight SetInt -1",
+          "ShadingBufferSize SetInt 77", "ShadingBuffer SetInt 16", "ShadingCommand SetInt 2",
+          "ShadingStatus GetInt 0"}},
+        {ENABLE, {"ShadingCommand SetInt 1", "ShadingStatus GetInt 0"}},
+        {DISABLE, {}},
+    };
+    for (const auto& rRow : rows) EXPECT_EQ(accesses(object, rRow.fn), rRow.accesses);
+}
+
+TEST_F(ShadingObj, StatusIsJudgedPerCommand) {
+    constexpr int64_t HIGH_ONLY = int64_t{1} << 32;  // its low 32 bits are 0
+    constexpr int64_t LOW_NEGATIVE = 0x80000000LL;
+    CVexoShadingObj object(m_pDevice);
+    const std::string strLoad = "ReferenceLoad: shading load reference failed.";
+    const struct {
+        Operation fn;
+        std::vector<int64_t> good;
+        std::vector<int64_t> bad;
+        std::string strError, strInUse, strInvalid;
+    } rows[] = {
+        {LOAD_LIGHT, {0}, {1, -1, HIGH_ONLY}, strLoad, "", ""},
+        {LOAD_DARK, {0}, {1, -1, HIGH_ONLY}, strLoad, "", ""},
+        {START_LIGHT, {0}, {1, -1, HIGH_ONLY}, "", "ReferenceStart: shading acquire reference failed.", ""},
+        {END, {0}, {1, -1, HIGH_ONLY}, "ReferenceEnd: shading acquire reference failed.", "", ""},
+        {APPLY, {0}, {1, -1, HIGH_ONLY}, "ReferenceApply: shading apply reference failed.", "", ""},
+        {CLEAR, {0}, {1, -1, HIGH_ONLY}, "ReferenceClear: shading clear reference failed.", "", ""},
+        {PROCESS,
+         {0, 5, HIGH_ONLY, -HIGH_ONLY},
+         {-1, LOW_NEGATIVE},
+         "",
+         "",
+         "ProcessImage: shading process image failed."},
+        {ENABLE, {0, 1, LOW_NEGATIVE}, {-1, -HIGH_ONLY}, "SetEnable: enable shading failed.", "", ""},
+    };
+    for (const auto& rRow : rows) {
+        for (const int64_t iStatus : rRow.good) {
+            Control::forceStatus(0, iStatus);
+            EXPECT_NO_THROW(rRow.fn(object)) << iStatus;
+        }
+        for (const int64_t iStatus : rRow.bad) {
+            Control::forceStatus(0, iStatus);
+            std::string strError, strInUse, strInvalid;
+            try {
+                rRow.fn(object);
+            } catch (const Xapel_ErrorException& r) {
+                strError = std::string(r.GetFunctionName().get()) + ": " + r.GetErrorDescription().get();
+                EXPECT_STREQ(r.GetFileName().get(), "tlconsumer/xapel2_ext_sc/VexoShading");
+            } catch (const Xapel_ResourceInUseException& r) {
+                strInUse = std::string(r.GetFunctionName().get()) + ": " + r.GetErrorDescription().get();
+            } catch (const Xapel_InvalidParameterException& r) {
+                strInvalid = std::string(r.GetFunctionName().get()) + ": " + r.GetErrorDescription().get();
+            }
+            EXPECT_EQ(strError, rRow.strError) << iStatus;
+            EXPECT_EQ(strInUse, rRow.strInUse) << iStatus;
+            EXPECT_EQ(strInvalid, rRow.strInvalid) << iStatus;
+        }
+    }
+    Control::forceStatus(0, (int64_t{1} << 32) + 7);
+    EXPECT_EQ(object.ProcessImage("Mono8", 1, 1, nullptr, 0), 7);
+}
+
+TEST_F(ShadingObj, MissingNodeIsToldByTheOperationThatNeedsIt) {
+    const struct {
+        Operation fn;
+        std::string strText;
+    } rows[] = {
+        {LOAD_LIGHT, "ReferenceLoad: shading load reference failed."},
+        {START_DARK, "ReferenceStart: shading acquire reference failed."},
+        {END, "ReferenceEnd: shading acquire reference failed."},
+        {APPLY, "ReferenceApply: shading apply reference failed."},
+        {CLEAR, "ReferenceClear: shading clear reference failed."},
+        {PROCESS, "ProcessImage: shading process image failed."},
+        {ENABLE, "SetEnable: enable shading failed."},
+        {DISABLE, "SetEnable: enable shading failed."},
+        {[](CVexoShadingObj& r) { r.SetParam("BoxFilterDark", 1); }, "SetParam: SetParam failed."},
+        {[](CVexoShadingObj& r) { r.GetParam("BoxFilterDark", CVexoShadingObj::eParamMin); },
+         "GetParam: GetParam failed."},
+    };
+    for (size_t i = 0; i <= std::size(REQUIRED); ++i) {
+        Control::reset();
+        if (i < std::size(REQUIRED))
+            Control::dropNode(REQUIRED[i]);
+        else
+            Control::dropNodeMap(true);
+        CVexoShadingObj object(m_pDevice);
+        for (const auto& rRow : rows) {
+            EXPECT_EQ(thrown<Xapel_NotAvailableException>([&] { rRow.fn(object); }), rRow.strText) << i;
+            EXPECT_TRUE(accesses(object, rRow.fn).empty()) << i;
+        }
+        EXPECT_EQ(object.extended_useFilledBuffer(nullptr), 0);
+    }
+    for (const char* pNode : {"ShadingParamSelector", "ShadingParamValue"}) {
+        Control::reset();
+        Control::dropNode(pNode);
+        CVexoShadingObj object(m_pDevice);
+        EXPECT_NO_THROW(ENABLE(object));
+        EXPECT_EQ(thrown<Xapel_NotAvailableException>([&] { object.SetParam("BoxFilterDark", 1); }),
+                  "SetParam: SetParam failed.");
+    }
+}
+
+TEST_F(ShadingObj, HostExceptionLeavesCommandsUnchangedWithTheLockReleased) {
+    CVexoShadingObj object(m_pDevice);
+    const Operation operations[] = {LOAD_LIGHT, START_DARK, END, APPLY, CLEAR, PROCESS};
+    for (const auto& rOperation : operations) {
+        for (const auto eOp : {Control::eNodeSetInt, Control::eNodeGetInt}) {
+            Control::inject(
+                {eOp, Control::eThrowHost, 1, false, eOp == Control::eNodeSetInt ? "ShadingCommand" : "ShadingStatus"});
+            std::string strThrown;
+            try {
+                rOperation(object);
+            } catch (const Xapel_ErrorException& rException) {
+                strThrown = rException.GetErrorDescription().get();
+            }
+            EXPECT_EQ(strThrown, "injected");
+        }
+    }
+    EXPECT_NO_THROW(ENABLE(object));
+}
+
+TEST_F(ShadingObj, EnablingTracesAndRegistersOnce) {
+    startStream();
+    Control::recordTraces(true);
+    CVexoShadingObj object(m_pDevice);
+    const auto fnTraces = [](const std::function<void()>& fnCall) {
+        Control::recordTraces(true);
+        fnCall();
+        return traceTexts(0);
+    };
+    const std::string strEnable = "Extended-API;CVexoShadingObj; SetEnable called;";
+    const std::string strInit = "Extended-API;CExtScShadingObj; initCallBack called;";
+    const std::string strDeInit = "Extended-API;CExtScShadingObj; deInitCallBack called;";
+    EXPECT_EQ(traceTexts(0).back(), "Extended-API;CExtScShading created;");
+    EXPECT_EQ(fnTraces([&] { object.SetEnable(false); }), (Texts{strEnable, strDeInit}));
+    EXPECT_EQ(fnTraces([&] { object.SetEnable(true); }),
+              (Texts{strEnable, strInit,
+                     "Extended-API;CExtScShadingObj; initCallBack; image callback registered successfully"}));
+    EXPECT_EQ(fnTraces([&] { object.SetEnable(true); }), (Texts{strEnable, strInit}));
+    Control::recordNodes(true);
+    EXPECT_EQ(fetch(), 0);
+    const auto recorded = Control::nodeAccesses();
+    EXPECT_EQ(std::count(recorded.begin(), recorded.end(), Control::NodeAccess{"ShadingCommand", "SetInt", "2"}), 1);
+    EXPECT_EQ(fnTraces([&] { object.SetEnable(false); }),
+              (Texts{strEnable, strDeInit,
+                     "Extended-API;CExtScShadingObj; deinitCallBack; image callback unregistered successfully"}));
+}
+
+/// True when a fetch reaches the object.
+bool seesBuffers(const std::function<int()>& fnFetch) {
+    Control::recordNodes(true);
+    EXPECT_EQ(fnFetch(), 0);
+    return !Control::nodeAccesses().empty();
+}
+
+TEST_F(ShadingObj, LoadStartAndClearSwitchOffFirstEvenWhenTheyFail) {
+    startStream();
+    CVexoShadingObj object(m_pDevice);
+    const auto fnFetch = [this] { return fetch(); };
+    for (const auto& rOperation : {LOAD_LIGHT, START_DARK, CLEAR}) {
+        object.SetEnable(true);
+        EXPECT_TRUE(seesBuffers(fnFetch));
+        // Off before the first node is touched, so that no frame mixes with what the command does.
+        Control::forceStatus(0, -1);
+        bool bOffFirst = true;
+        Control::setNodeObserver([&](const Control::NodeAccess&) {
+            const auto texts = traceTexts(0);
+            bOffFirst =
+                bOffFirst && !texts.empty() && texts.back().find("unregistered successfully") != std::string::npos;
+        });
+        Control::recordTraces(true);
+        EXPECT_THROW(rOperation(object), IException);
+        Control::setNodeObserver(nullptr);
+        EXPECT_TRUE(bOffFirst);
+        EXPECT_FALSE(seesBuffers(fnFetch));
+        Control::forceStatus(0, 0);
+    }
+    for (const auto& rOperation : {END, APPLY, PROCESS}) {
+        object.SetEnable(true);
+        rOperation(object);
+        EXPECT_TRUE(seesBuffers(fnFetch));
+    }
+    Control::forceStatus(1, -1);
+    EXPECT_THROW(ENABLE(object), Xapel_ErrorException);
+    EXPECT_FALSE(seesBuffers(fnFetch));
+}
+
+TEST_F(ShadingObj, FailuresOfHubAndNodesWhileSwitching) {
+    startStream(0);
+    auto pObject = std::make_unique<CVexoShadingObj>(m_pDevice);
+    const std::string strInitFailed = "Extended-API;CExtScShadingObj; initCallback; unexpected exception occurred;";
+    const std::string strDeInitFailed = "Extended-API;CExtScShadingObj; deinitCallback; unexpected exception occurred;";
+    const auto fnWithFailingCancel = [this](const std::function<void()>& fnCall) {
+        auto blocked = blockedFetch();
+        Control::recordTraces(true);
+        Control::inject({Control::eHostCancel, Control::eThrowHost});
+        fnCall();
+        cancelGetFilledBuffer(m_pStream);
+        EXPECT_EQ(blocked.get(), GC_ERR_ABORT);
+    };
+    fnWithFailingCancel([&] { EXPECT_NO_THROW(pObject->SetEnable(true)); });
+    EXPECT_EQ(traceTexts(2), Texts{strInitFailed});
+    pObject->SetEnable(true);
+    fnWithFailingCancel([&] { EXPECT_NO_THROW(pObject->SetEnable(false)); });
+    EXPECT_EQ(traceTexts(2), Texts{strDeInitFailed});
+    Control::recordTraces(true);
+    Control::inject({Control::eNodeGetInt, Control::eThrowHost, 1, false, "ShadingStatus"});
+    EXPECT_EQ(thrown<Xapel_ErrorException>([&] { pObject->SetEnable(true); }), "SetEnable: enable shading failed.");
+    ASSERT_EQ(traceTexts(2).size(), 1U);
+    EXPECT_EQ(traceTexts(2)[0].rfind("Extended-API;CVexoShadingObj; SetEnable;NodeGetInt injected", 0), 0U)
+        << traceTexts(2)[0];
+    // Another exception is not a host's: it passes.
+    Control::inject({Control::eNodeSetInt, Control::eThrowStd, 1, false, "ShadingCommand"});
+    EXPECT_THROW(pObject->SetEnable(true), std::runtime_error);
+    // Destruction lets nothing out and leaves the list, whatever fails.
+    pObject->SetEnable(true);
+    Control::inject({Control::eTrace, Control::eThrowStd, 1, true});
+    pObject.reset();
+    Control::reset();
+    EXPECT_EQ(Control::liveHooks(), 0U);
+}
+
+TEST_F(ShadingObj, ParametersGoThroughTheSelector) {
+    CVexoShadingObj object(m_pDevice);
+    const auto fnGet = [](CVexoShadingObj::eParamMode eMode) {
+        return [eMode](CVexoShadingObj& r) { r.GetParam("BoxFilterDark", eMode); };
+    };
+    const std::string strSelect = "ShadingParamSelector SetValue BoxFilterDark";
+    EXPECT_EQ(accesses(object, [](CVexoShadingObj& r) { r.SetParam("BoxFilterDark", 9); }),
+              (Texts{strSelect, "ShadingParamValue SetInt 9"}));
+    EXPECT_EQ(accesses(object, fnGet(CVexoShadingObj::eParamValue)), (Texts{strSelect, "ShadingParamValue GetInt 9"}));
+    EXPECT_EQ(accesses(object, fnGet(CVexoShadingObj::eParamMin)), (Texts{strSelect, "ShadingParamValue GetIntMin 0"}));
+    EXPECT_EQ(accesses(object, fnGet(CVexoShadingObj::eParamMax)),
+              (Texts{strSelect, "ShadingParamValue GetIntMax 31"}));
+    const auto eNone = static_cast<CVexoShadingObj::eParamMode>(3);
+    EXPECT_EQ(accesses(object, fnGet(eNone)), Texts{strSelect});
+    EXPECT_EQ(thrown<Xapel_InvalidParameterException>([&] { object.GetParam("BoxFilterDark", eNone); }),
+              "GetParam: GetParam failed.");
+    for (const char* pName : {static_cast<const char*>(nullptr), ""}) {
+        EXPECT_EQ(thrown<Xapel_InvalidParameterException>([&] { object.SetParam(pName, 1); }),
+                  "SetParam: SetParam failed.");
+        EXPECT_TRUE(accesses(object, [&](CVexoShadingObj& r) { r.SetParam(pName, 1); }).empty());
+    }
+    // Widened without sign; what the host refuses is traced and becomes an error of the operation's own.
+    Control::recordTraces(true);
+    Texts seen = accesses(object, [](CVexoShadingObj& r) { r.SetParam("BoxFilterDark", 4294967295U); });
+    ASSERT_EQ(seen.size(), 2U);
+    EXPECT_EQ(seen[1], "ShadingParamValue SetInt 4294967295");
+    EXPECT_EQ(thrown<Xapel_ErrorException>([&] { object.GetParam("NoFilter", CVexoShadingObj::eParamMin); }),
+              "GetParam: GetParam failed.");
+    ASSERT_EQ(traceTexts(2).size(), 2U);
+    EXPECT_EQ(traceTexts(2)[0].rfind("Extended-API;CVexoShadingObj; SetParam;SetInt ", 0), 0U) << traceTexts(2)[0];
+    EXPECT_EQ(traceTexts(2)[1].rfind("Extended-API;CVexoShadingObj; >GetParam;SetValue ", 0), 0U) << traceTexts(2)[1];
+    EXPECT_EQ(traceTexts(0), (Texts{"Extended-API;CVexoShadingObj; SetParam called;",
+                                    "Extended-API;CVexoShadingObj; GetParam called;"}));
+}
+
+TEST_F(ShadingObj, ParametersDoNotWaitForACommandNorMixTheirSelections) {
+    CVexoShadingObj object(m_pDevice);
+    object.SetParam("BoxFilterDark", 1);
+    object.SetParam("BoxFilterLight", 2);
+    // While a command is on its way, another thread reads a parameter.
+    std::future<int> read;
+    Control::setNodeObserver([&](const Control::NodeAccess& rAccess) {
+        if (rAccess.strNode != "ShadingCommand")
+            return;
+        read = std::async(std::launch::async,
+                          [&] { return object.GetParam("BoxFilterLight", CVexoShadingObj::eParamValue); });
+        EXPECT_TRUE(XapelTest::ready(read));
+    });
+    object.ReferenceClear();
+    Control::setNodeObserver(nullptr);
+    EXPECT_EQ(read.get(), 2);
+    const auto fnReadMany = [&](const char* pName) {
+        int iSum = 0;
+        for (int i = 0; i < 2000; ++i) iSum += object.GetParam(pName, CVexoShadingObj::eParamValue);
+        return iSum;
+    };
+    auto other = std::async(std::launch::async, fnReadMany, "BoxFilterDark");
+    EXPECT_EQ(fnReadMany("BoxFilterLight"), 4000);
+    EXPECT_EQ(other.get(), 2000);
+}
+
+TEST_F(ShadingObj, CommandsOfThreadsDoNotInterleave) {
+    CVexoShadingObj object(m_pDevice);
+    Control::recordNodes(true);
+    const auto fnMany = [&](unsigned long long nWidth) {
+        for (int i = 0; i < 300; ++i) {
+            try {
+                object.ProcessImage("Mono8", nWidth, nWidth, nullptr, nWidth);
+            } catch (const Xapel_InvalidParameterException&) {
+            }
+        }
+    };
+    auto other = std::async(std::launch::async, fnMany, 1);
+    fnMany(2);
+    other.get();
+    const auto recorded = Control::nodeAccesses();
+    ASSERT_EQ(recorded.size(), 600U * 7);
+    for (size_t i = 0; i < recorded.size(); i += 7) {
+        EXPECT_EQ(recorded[i].strNode, "ShadingPixelFormat");
+        EXPECT_EQ(recorded[i + 1].strValue, recorded[i + 3].strValue);
+        EXPECT_EQ(recorded[i + 6].strNode, "ShadingStatus");
+    }
+}
+
+}  // namespace
