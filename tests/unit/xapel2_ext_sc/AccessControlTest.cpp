@@ -6,12 +6,36 @@
 
 #include <gtest/gtest.h>
 
+#include <pthread.h>
+
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <thread>
 #include <vector>
 
 #include "StreamFixture.h"
+
+namespace {
+
+/// What this thread does, once, as soon as it has unlocked the watched mutex: another thread's turn at that moment.
+thread_local pthread_mutex_t* t_pWatched = nullptr;
+thread_local std::function<void()> t_fnUnlocked;
+
+}  // namespace
+
+// The linker hands every unlock of this program to the wrapper (see CMakeLists.txt).
+extern "C" int __real_pthread_mutex_unlock(pthread_mutex_t* pMutex);
+extern "C" int __wrap_pthread_mutex_unlock(pthread_mutex_t* pMutex);
+
+extern "C" int __wrap_pthread_mutex_unlock(pthread_mutex_t* pMutex) {
+    const int iResult = __real_pthread_mutex_unlock(pMutex);
+    if (t_pWatched != nullptr && pMutex == t_pWatched) {
+        t_pWatched = nullptr;
+        t_fnUnlocked();
+    }
+    return iResult;
+}
 
 namespace {
 
@@ -102,6 +126,25 @@ TEST_F(AccessControl, SharedGuardDoesNotOpenAClosedGate) {
         EXPECT_TRUE(staysOut());
     }
     const_cast<std::unique_ptr<Guard>&>(holder).reset();
+    newcomer.join();
+}
+
+TEST_F(AccessControl, EntryIsWholeWhenTheMutexIsFree) {
+    // The gate is closed right behind a user that has just let go of the mutex. That user must be counted and its bits
+    // published by then, and nothing it does later may open the gate.
+    std::unique_ptr<Guard> holder;
+    t_fnUnlocked = [&] {
+        holder = enter(Guard::eExclusive);
+        EXPECT_FALSE(m_data.IsExclusive());
+        EXPECT_EQ(m_data.Flags(), 5U);
+    };
+    t_pWatched = m_mtx.native_handle();
+    auto user = enter(Guard::eShared, 5);
+    ASSERT_NE(holder, nullptr);
+    std::thread newcomer = enterElsewhere(Guard::eShared);
+    EXPECT_TRUE(staysOut());
+    user.reset();
+    holder.reset();
     newcomer.join();
 }
 

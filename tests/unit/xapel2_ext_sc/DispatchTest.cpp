@@ -2,6 +2,8 @@
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // How the five intercepted calls travel: participants, flags, results, the host's own functions.
 
+#include <pthread.h>
+
 #include <memory>
 #include <stdexcept>
 
@@ -99,6 +101,8 @@ TEST_F(Dispatch, CancelAsksAllAndAlwaysReachesTheHost) {
     const CHookCaller hooks;
     for (const Row& rRow : {Row{{}, 0, 0, 1}, Row{{FAIL, DONE, FORWARD}, 0, 3, 1}})
         check(rRow, Control::eHostCancel, [&] { return hooks.cancel(); });
+    Control::inject({Control::eHostCancel, Control::eRefuse});
+    EXPECT_EQ(hooks.cancel(), 0);
 }
 
 TEST_F(Dispatch, CloseReachesTheHostWithAnyParticipant) {
@@ -130,6 +134,15 @@ TEST_F(Dispatch, BaseParticipantIsTransparent) {
     int iType = 0;
     EXPECT_EQ(hooks.info(1, &iType, nullptr, nullptr), GC_ERR_INVALID_PARAMETER);
     EXPECT_EQ(Control::calls(Control::eHostInfo), 3U);
+    // Once by the participant and once by the hub.
+    const auto fnCount = [](Control::eHostOp eOp, const std::function<void()>& fnCall) {
+        const uint64_t nBefore = Control::calls(eOp);
+        fnCall();
+        return Control::calls(eOp) - nBefore;
+    };
+    EXPECT_EQ(fnCount(Control::eHostCancel, [&] { hooks.cancel(); }), 2U);
+    EXPECT_EQ(fnCount(Control::eRegisterFetch, [&] { hooks.open(); }), 2U);
+    EXPECT_EQ(fnCount(Control::eHostClose, [&] { hooks.close(m_pStream); }), 2U);
     m_pHolder->unregisterParticipant();
     useSpy.unregisterParticipantForCalling();
 }
@@ -176,6 +189,29 @@ TEST_F(Dispatch, HostExceptionLeavesTheHookAndTheGateIsLeft) {
     Control::inject({Control::eHostInfo, Control::eThrowHost});
     EXPECT_THROW(hooks.info(), XAPEL2::Exceptions::Xapel_ErrorException);
     m_pHolder->unregisterParticipant();
+}
+
+TEST_F(Dispatch, ThreadMayEndInsideAParticipant) {
+    // An end by cancellation unwinds the call; swallowing it would end the process.
+    std::vector<std::string> log;
+    CSpy spy(m_pDevice, "spy", log);
+    spy.registerParticipantForCalling();
+    spy.m_fnUse = [] { pthread_exit(nullptr); };
+    CHookCaller hooks;
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(
+                  &thread, nullptr,
+                  [](void* pHooks) -> void* {
+                      void* pBuffer = nullptr;
+                      static_cast<const CHookCaller*>(pHooks)->fetch(&pBuffer);
+                      return pHooks;
+                  },
+                  &hooks),
+              0);
+    void* pResult = &hooks;
+    ASSERT_EQ(pthread_join(thread, &pResult), 0);
+    EXPECT_EQ(pResult, nullptr);
+    spy.unregisterParticipantForCalling();  // the gate has been left
 }
 
 }  // namespace

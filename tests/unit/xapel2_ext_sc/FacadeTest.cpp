@@ -76,6 +76,9 @@ TEST_F(Facade, HandsOnItsArgumentsAndYieldsZero) {
         ASSERT_GE(recorded.size(), 2U);
         EXPECT_EQ(recorded[recorded.size() - 2].strValue, rRow.pCommand);
     }
+    Control::recordNodes(true);
+    shading.SetEnable(false);
+    EXPECT_TRUE(Control::nodeAccesses().empty());
 }
 
 TEST_F(Facade, NullDeviceAndFailedConstructionKeepNothing) {
@@ -83,6 +86,11 @@ TEST_F(Facade, NullDeviceAndFailedConstructionKeepNothing) {
               "CXapelBypass: Device parameter is nullptr.");
     Control::inject({Control::eCreateProcessor, Control::eThrowHost});
     EXPECT_THROW(Shading shading(m_pDevice), XAPEL2::Exceptions::Xapel_ErrorException);
+    EXPECT_EQ(Control::liveHooks(), 0U);
+    {
+        Shading shading(m_pDevice);
+        EXPECT_EQ(Control::liveHooks(), 5U);
+    }
     EXPECT_EQ(Control::liveHooks(), 0U);
 }
 

@@ -4,12 +4,15 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstring>
 #include <memory>
+#include <new>
 
 #include "xapel2/XapelExceptions.h"
 
 #include "Participants.h"
 #include "StreamFixture.h"
+#include "XapelBypassSlot.h"
 
 namespace {
 
@@ -23,6 +26,30 @@ using XapelTest::thrown;
 typedef std::vector<std::string> Texts;
 
 class Hub : public XapelTest::StreamFixture {};
+
+/// Holds the first call that asks a participant until it is released; later ones pass.
+class HeldCall {
+public:
+    explicit HeldCall(CSpy& rSpy) : m_pState(std::make_shared<State>()) {
+        rSpy.m_fnNote = [pState = m_pState] {
+            if (!pState->bInside.exchange(true))
+                eventually([&] { return pState->bGoOn.load(); });
+        };
+    }
+    ~HeldCall() { release(); }
+    HeldCall(const HeldCall&) = delete;
+    HeldCall& operator=(const HeldCall&) = delete;
+    bool waitUntilHeld() const {
+        return eventually([this] { return m_pState->bInside.load(); });
+    }
+    void release() const { m_pState->bGoOn = true; }
+
+private:
+    struct State {
+        std::atomic<bool> bInside{false}, bGoOn{false};
+    };
+    std::shared_ptr<State> m_pState;
+};
 
 TEST_F(Hub, LivesAsLongAsOneParticipantAndHooksOnce) {
     EXPECT_FALSE(m_pStream->IsOpen());
@@ -41,6 +68,7 @@ TEST_F(Hub, LivesAsLongAsOneParticipantAndHooksOnce) {
     EXPECT_EQ(Control::registrations(),
               (Texts{"register fetch", "register cancel", "register info", "register close", "register open",
                      "remove fetch", "remove cancel", "remove info", "remove close", "remove open"}));
+    { CXapelBypass again(m_pDevice); }
     EXPECT_EQ(Control::calls(Control::eStreamOpen), 1U);
 }
 
@@ -67,22 +95,39 @@ TEST_F(Hub, DeviceWithoutStreamsIsRefusedWithATrace) {
                                               "The device doesn't support any data streams."});
     EXPECT_EQ(Control::liveHooks(), 0U);
     Control::hideStreams(m_pDevice, false);
+    Control::inject({Control::eGetDataStreams, Control::eRefuse});
+    EXPECT_THROW({ CXapelBypass none(m_pDevice); }, Xapel_NotAvailableException);
     CXapelBypass works(m_pDevice);
 }
 
 TEST_F(Hub, FailedConstructionTakesItsHooksBack) {
     const Control::eHostOp ops[] = {Control::eRegisterFetch, Control::eRegisterCancel, Control::eRegisterInfo,
                                     Control::eRegisterClose, Control::eRegisterOpen};
+    const auto fnRemovals = [] {
+        const Texts texts = Control::registrations();
+        return std::count_if(texts.begin(), texts.end(), [](const auto& r) { return r.rfind("remove ", 0) == 0; });
+    };
+    std::ptrdiff_t nBefore = 0;
     for (const auto eOp : ops) {
         SCOPED_TRACE(Control::name(eOp));
+        Control::recordRegistrations(true);
         Control::inject({eOp, Control::eRefuse});
         EXPECT_EQ(thrown<Xapel_ObjectInvalidException>([this] { CXapelBypass none(m_pDevice); }),
                   "initCallBacks: The DataStream object is not valid or is no longer valid");
         EXPECT_EQ(Control::liveHooks(), 0U);
+        EXPECT_EQ(fnRemovals(), nBefore);
+        // A host that throws may have registered the hook all the same.
+        Control::recordRegistrations(true);
         Control::inject({eOp, Control::eThrowStd});
         EXPECT_THROW({ CXapelBypass none(m_pDevice); }, std::runtime_error);
         EXPECT_EQ(Control::liveHooks(), 0U);
+        EXPECT_EQ(fnRemovals(), ++nBefore);
     }
+    // A hook that cannot be taken back keeps neither the others nor the reason.
+    Control::inject({Control::eRegisterOpen, Control::eRefuse});
+    Control::inject({Control::eRemoveInfo, Control::eThrowStd});
+    EXPECT_THROW({ CXapelBypass none(m_pDevice); }, Xapel_ObjectInvalidException);
+    EXPECT_EQ(Control::liveHooks(), 1U);
     CXapelBypass works(m_pDevice);
     EXPECT_EQ(Control::liveHooks(), 5U);
 }
@@ -103,6 +148,7 @@ TEST_F(Hub, RefusedRemovalIsTracedAndTheOthersAreRemoved) {
         Control::inject({rRow.eOp, Control::eRefuse});
         pParticipant.reset();
         EXPECT_EQ(XapelTest::traceTexts(2), Texts{"Extended-API;XapelBypass; dtor;deInitCallBacks " + rRow.strText});
+        EXPECT_EQ(XapelTest::traceTexts(0), Texts{"Extended-API;CXapelBypassDevice::; deInitCallBack called;"});
         EXPECT_EQ(Control::liveHooks(), 1U);
         // What the host kept finds no hub.
         void* pBuffer = nullptr;
@@ -124,8 +170,17 @@ TEST_F(Hub, DeInitStopsAtTheFirstRefusalAndKeepsTheFunctions) {
               "deInitCallBacks: The DataStream object is not valid or is no longer valid");
     EXPECT_EQ(Control::liveHooks(), 3U);
     EXPECT_EQ(pHub->consumer_cancelGetFilledBuffer(), 0);
+    pHub->initCallBacks(true);
+    startStream(0);
+    auto blocked = blockedFetch();
     pHub->deInitCallBacks();
+    if (!XapelTest::ready(blocked))
+        cancelGetFilledBuffer(m_pStream);
+    EXPECT_EQ(blocked.get(), GC_ERR_ABORT);
+    EXPECT_EQ(Control::calls(Control::eHostCancel), 2U);
     EXPECT_EQ(pHub->consumer_cancelGetFilledBuffer(), GC_ERR_NOT_INITIALIZED);
+    EXPECT_EQ(pHub->consumer_getStreamInfo(0, nullptr, nullptr, nullptr), GC_ERR_NOT_INITIALIZED);
+    EXPECT_EQ(pHub->consumer_DeviceCloseDataStream(m_pStream), GC_ERR_NOT_INITIALIZED);
     EXPECT_EQ(pHub->getFilledBuffer_Callback(nullptr, 0), GC_ERR_NOT_INITIALIZED);
 }
 
@@ -133,7 +188,10 @@ TEST_F(Hub, OpeningMovesTheHubToTheFirstListedStream) {
     CXapelBypass participant(m_pDevice);
     Control::recordTraces(true);
     XAPEL2::DataStream* pFirst = Control::addFirstStream(m_pDevice);
+    Control::recordRegistrations(true);
     EXPECT_EQ(openDataStream(m_pDevice, pFirst), 0);
+    EXPECT_EQ(Control::registrations(), (Texts{"register fetch", "register cancel", "register info", "register close",
+                                               "remove info", "remove cancel", "remove fetch"}));
     EXPECT_EQ(participant.getXapelDataStream(), pFirst);
     EXPECT_EQ(XapelTest::traceTexts(0), Texts{"Extended-API;CXapelBypassDevice::; initCallBack called;"});
     // No hook stays on the stream that it left: nobody would remove it.
@@ -143,6 +201,10 @@ TEST_F(Hub, OpeningMovesTheHubToTheFirstListedStream) {
 TEST_F(Hub, FailedReopeningKeepsWhatWorked) {
     CXapelBypass participant(m_pDevice);
     const CHookCaller hooks;
+    // The same stream: nothing is taken away.
+    Control::inject({Control::eRegisterClose, Control::eRefuse});
+    EXPECT_THROW(hooks.open(), Xapel_ObjectInvalidException);
+    EXPECT_EQ(Control::liveHooks(), 5U);
     // Another stream: hooks that this opening put on it are taken back.
     XAPEL2::DataStream* pFirst = Control::addFirstStream(m_pDevice);
     Control::inject({Control::eRegisterInfo, Control::eRefuse});
@@ -151,12 +213,6 @@ TEST_F(Hub, FailedReopeningKeepsWhatWorked) {
     EXPECT_EQ(Control::liveHooks(), 5U);
     EXPECT_EQ(hooks.cancel(), 0);
     EXPECT_EQ(Control::calls(Control::eHostCancel), 1U);
-    // The same stream: nothing is taken away.
-    Control::inject({Control::eRegisterClose, Control::eRefuse});
-    participant.registerParticipant();
-    EXPECT_THROW(hooks.open(), Xapel_ObjectInvalidException);
-    EXPECT_EQ(Control::liveHooks(), 5U);
-    participant.unregisterParticipant();
     Control::hideStreams(m_pDevice, true);
     EXPECT_EQ(thrown<Xapel_NotAvailableException>([&] { hooks.open(); }),
               "consumer_DeviceOpenDataStream: The device doesn't support any data streams.");
@@ -172,10 +228,11 @@ TEST_F(Hub, ListKeepsDuplicatesAndOneRemovalTakesAll) {
         log.clear();
         EXPECT_EQ(fetch(), 0);
         EXPECT_EQ(log.size(), 2U);
-        spy.unregisterParticipantForCalling();
-        spy.unregisterParticipantForCalling();  // one that is absent changes nothing
-        EXPECT_EQ(fetch(), 0);
-        EXPECT_EQ(log.size(), 2U);
+        for (int iRemoval = 0; iRemoval < 2; ++iRemoval) {  // one that is absent changes nothing
+            spy.unregisterParticipantForCalling();
+            EXPECT_EQ(fetch(), 0);
+            EXPECT_EQ(log.size(), 2U);
+        }
     }
 }
 
@@ -202,7 +259,7 @@ TEST_F(Hub, ChangeCancelsTheFetchThatIsLeftOfTwo) {
     CXapelBypass participant(m_pDevice);
     startStream(0);
     auto stays = blockedFetch();
-    EXPECT_EQ(fetch(0), GC_ERR_TIMEOUT);
+    EXPECT_EQ(fetch(1), GC_ERR_TIMEOUT);
     auto change = std::async(std::launch::async, [&] { participant.registerParticipant(); });
     EXPECT_TRUE(XapelTest::ready(change));
     if (!XapelTest::ready(stays, 0))
@@ -210,44 +267,58 @@ TEST_F(Hub, ChangeCancelsTheFetchThatIsLeftOfTwo) {
     EXPECT_EQ(stays.get(), GC_ERR_ABORT);
 }
 
-TEST_F(Hub, ChangeWaitsForAQueryWithoutCancelling) {
-    Texts log;
-    CSpy spy(m_pDevice, "spy", log);
-    spy.registerParticipant();
-    std::atomic<bool> bInside{false}, bGoOn{false};
-    spy.m_fnNote = [&] {
-        bInside = true;
-        eventually([&] { return bGoOn.load(); });
-    };
-    const CHookCaller hooks;
-    auto query = std::async(std::launch::async, [&] { return hooks.info(); });
-    ASSERT_TRUE(eventually([&] { return bInside.load(); }));
-    auto change = std::async(std::launch::async, [&] { spy.unregisterParticipant(); });
-    EXPECT_FALSE(XapelTest::ready(change, 30));
-    bGoOn = true;
-    EXPECT_TRUE(XapelTest::ready(change));
-    EXPECT_EQ(query.get(), 0);
-    EXPECT_EQ(Control::calls(Control::eHostCancel), 0U);
+TEST_F(Hub, ChangeWaitsForQueryAndCancelAndShutsTheGateOnly) {
+    for (const bool bCancel : {false, true}) {
+        SCOPED_TRACE(bCancel);
+        Control::reset();
+        Texts log;
+        CSpy spy(m_pDevice, "spy", log);
+        spy.registerParticipant();
+        const HeldCall held(spy);
+        const CHookCaller hooks;
+        auto call = std::async(std::launch::async, [&] { return bCancel ? hooks.cancel() : hooks.info(); });
+        ASSERT_TRUE(held.waitUntilHeld());
+        EXPECT_EQ(xapelSlotPinWord(hooks.m_pContext).load(), 3U);  // alive, and pinned once for as long as it lasts
+        auto beside = std::async(std::launch::async, [&] { return hooks.info(); });
+        EXPECT_TRUE(XapelTest::ready(beside));  // shared
+        auto change = std::async(std::launch::async, [&] { spy.unregisterParticipant(); });
+        EXPECT_FALSE(XapelTest::ready(change, 30));
+        EXPECT_EQ(Control::calls(Control::eHostCancel), 0U);
+        EXPECT_EQ(std::count(log.begin(), log.end(), "spy.cancel"), bCancel ? 1 : 0);
+        // Open and close calls take no gate.
+        beside = std::async(std::launch::async, [&] { return hooks.open() + hooks.close(nullptr); });
+        EXPECT_TRUE(XapelTest::ready(beside));
+        held.release();
+        EXPECT_TRUE(XapelTest::ready(change));
+        EXPECT_EQ(call.get(), 0);
+    }
 }
 
-TEST_F(Hub, RemovalWaitsForOpenAndCloseCalls) {
+TEST_F(Hub, RemovalWaitsForOpenAndCloseCallsOutsideTheGate) {
     // They take no gate; still nobody may be called once he is off the list.
-    for (const bool bOpen : {true, false}) {
+    for (const unsigned uCase : {0U, 1U, 2U, 3U}) {
+        SCOPED_TRACE(uCase);
+        const bool bOpen = (uCase & 1) != 0;
+        const bool bDestroy = (uCase & 2) != 0;
         Texts log;
-        auto pSpy = std::make_unique<CSpy>(m_pDevice, "spy", log);
         CXapelBypass holder(m_pDevice);
+        auto pSpy = std::make_unique<CSpy>(m_pDevice, "spy", log);
         pSpy->registerParticipant();
-        std::atomic<bool> bInside{false}, bGoOn{false};
-        pSpy->m_fnNote = [&] {
-            bInside = true;
-            eventually([&] { return bGoOn.load(); });
-        };
+        const HeldCall held(*pSpy);
         const CHookCaller hooks;
         auto call = std::async(std::launch::async, [&] { return bOpen ? hooks.open() : hooks.close(m_pStream); });
-        ASSERT_TRUE(eventually([&] { return bInside.load(); }));
-        auto removal = std::async(std::launch::async, [&] { pSpy.reset(); });
+        ASSERT_TRUE(held.waitUntilHeld());
+        auto removal = std::async(std::launch::async, [&] {
+            pSpy->unregisterParticipant();
+            if (bDestroy)
+                pSpy.reset();
+        });
+        // Off the list, and the gate is free: a host's close may have to wait for a call that must get through it.
+        auto through = std::async(std::launch::async,
+                                  [&] { return eventually([&] { return hooks.info() == GC_ERR_NOT_INITIALIZED; }); });
+        EXPECT_TRUE(XapelTest::ready(through));
         EXPECT_FALSE(XapelTest::ready(removal, 30));
-        bGoOn = true;
+        held.release();
         EXPECT_TRUE(XapelTest::ready(removal));
         EXPECT_EQ(call.get(), 0);
         if (!bOpen)
@@ -255,19 +326,61 @@ TEST_F(Hub, RemovalWaitsForOpenAndCloseCalls) {
     }
 }
 
+TEST_F(Hub, EndWaitsForACloseCallAndTurnsNewOnesAway) {
+    Texts log;
+    CSpy spy(m_pDevice, "spy", log);
+    auto pHub = std::make_unique<CXapelBypassDevice>(m_pDevice);
+    const void* const pContext = pHub.get();
+    pHub->registerParticipant(&spy);
+    const HeldCall held(spy);
+    const CHookCaller hooks;
+    auto call = std::async(std::launch::async, [&] { return hooks.close(m_pStream); });
+    ASSERT_TRUE(held.waitUntilHeld());
+    auto end = std::async(std::launch::async, [&] { pHub.reset(); });
+    EXPECT_TRUE(eventually([&] {
+        log.clear();
+        EXPECT_EQ(hooks.open(), 0);
+        return log.empty();
+    }));
+    const uint64_t nRegistered = Control::calls(Control::eRegisterFetch);
+    EXPECT_EQ(hooks.open(), 0);
+    EXPECT_EQ(hooks.close(m_pStream), GC_ERR_NOT_INITIALIZED);
+    EXPECT_TRUE(log.empty());
+    EXPECT_EQ(Control::calls(Control::eRegisterFetch), nRegistered);
+    EXPECT_FALSE(XapelTest::ready(end, 30));
+    EXPECT_EQ(Control::liveHooks(pContext), 5U);  // it has not begun to take them down
+    held.release();
+    EXPECT_TRUE(XapelTest::ready(end));
+    EXPECT_EQ(call.get(), 0);
+}
+
 TEST_F(Hub, DestroyedParticipantIsOffTheLists) {
-    startStream();
     CXapelBypass holder(m_pDevice);
-    {
-        CXapelBypass listed(m_pDevice);
-        listed.registerParticipant();
-        listed.registerParticipantForCalling();
+    startStream(0);
+    // One that is on no list leaves the gate alone.
+    auto blocked = blockedFetch();
+    { CXapelBypass unlisted(m_pDevice); }
+    EXPECT_EQ(Control::calls(Control::eHostCancel), 0U);
+    cancelGetFilledBuffer(m_pStream);
+    EXPECT_EQ(blocked.get(), GC_ERR_ABORT);
+    for (const bool bCalling : {false, true}) {
+        // In memory of its own, wiped afterwards: a call would not go unnoticed.
+        alignas(CXapelBypass) unsigned char acMemory[sizeof(CXapelBypass)];
+        auto* pListed = new (acMemory) CXapelBypass(m_pDevice);
+        for (int i = 0; i < 2; ++i)
+            bCalling ? pListed->registerParticipantForCalling() : pListed->registerParticipant();
         // The host's refusal to cancel must not keep it on.
-        Control::inject({Control::eHostCancel, Control::eThrowHost, 1, true});
+        auto ends = std::async(std::launch::async, [this] { return fetch(100); });
+        ASSERT_TRUE(Control::waitForBlockedFetches(m_pStream, 1, XapelTest::DEADLINE_MS));
+        Control::inject({Control::eHostCancel, Control::eThrowHost});
+        pListed->~CXapelBypass();
+        std::memset(acMemory, 0, sizeof(acMemory));
+        EXPECT_EQ(ends.get(), GC_ERR_TIMEOUT);
+        EXPECT_EQ(CHookCaller().info(), GC_ERR_NOT_INITIALIZED);
     }
-    Control::reset();
+    stopAcquisition(m_pStream);
+    startStream();
     EXPECT_EQ(fetch(), 0);
-    EXPECT_EQ(CHookCaller().info(), GC_ERR_NOT_INITIALIZED);
 }
 
 }  // namespace

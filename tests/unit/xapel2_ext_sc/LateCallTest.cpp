@@ -62,6 +62,23 @@ TEST_F(LateCall, EndOfTheHubWaitsForACallInside) {
     EXPECT_TRUE(XapelTest::ready(end));
 }
 
+TEST_F(LateCall, EndCancelsOnceAndACallAtTheGateFindsNoFunctions) {
+    startStream(0);
+    auto pParticipant = std::make_unique<CXapelBypass>(m_pDevice);
+    const CHookCaller hooks;
+    Control::setCancelMode(Control::eIgnored);
+    auto blocked = std::async(std::launch::async, [this] { return fetch(200); });
+    ASSERT_TRUE(Control::waitForBlockedFetches(m_pStream, 1, XapelTest::DEADLINE_MS));
+    auto end = std::async(std::launch::async, [&] { pParticipant.reset(); });
+    EXPECT_TRUE(eventually([] { return Control::calls(Control::eHostCancel) == 1; }));
+    // The end holds the gate until the fetch has timed out; this one waits before the gate meanwhile.
+    void* pBuffer = nullptr;
+    EXPECT_EQ(hooks.fetch(&pBuffer, 0), GC_ERR_NOT_INITIALIZED);
+    EXPECT_TRUE(XapelTest::ready(end));
+    EXPECT_EQ(blocked.get(), GC_ERR_TIMEOUT);
+    EXPECT_EQ(Control::calls(Control::eHostCancel), 1U);
+}
+
 TEST_F(LateCall, CallsBesideTheLivesOfManyHubs) {
     constexpr int LIVES = 300;
     std::atomic<bool> bStop{false};

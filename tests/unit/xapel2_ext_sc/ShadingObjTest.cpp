@@ -162,14 +162,21 @@ TEST_F(ShadingObj, MissingNodeIsToldByTheOperationThatNeedsIt) {
             EXPECT_TRUE(accesses(object, rRow.fn).empty()) << i;
         }
         EXPECT_EQ(object.extended_useFilledBuffer(nullptr), 0);
+        for (const auto& rOperation : {LOAD_LIGHT, START_DARK, CLEAR}) {
+            Control::recordTraces(true);
+            EXPECT_THROW(rOperation(object), IException);
+            EXPECT_EQ(traceTexts(0), Texts{"Extended-API;CExtScShadingObj; deInitCallBack called;"});
+        }
     }
     for (const char* pNode : {"ShadingParamSelector", "ShadingParamValue"}) {
         Control::reset();
         Control::dropNode(pNode);
         CVexoShadingObj object(m_pDevice);
         EXPECT_NO_THROW(ENABLE(object));
-        EXPECT_EQ(thrown<Xapel_NotAvailableException>([&] { object.SetParam("BoxFilterDark", 1); }),
-                  "SetParam: SetParam failed.");
+        for (const char* pName : {"BoxFilterDark", ""}) {
+            EXPECT_EQ(thrown<Xapel_NotAvailableException>([&] { object.SetParam(pName, 1); }),
+                      "SetParam: SetParam failed.");
+        }
     }
 }
 
@@ -217,6 +224,11 @@ TEST_F(ShadingObj, EnablingTracesAndRegistersOnce) {
     EXPECT_EQ(fnTraces([&] { object.SetEnable(false); }),
               (Texts{strEnable, strDeInit,
                      "Extended-API;CExtScShadingObj; deinitCallBack; image callback unregistered successfully"}));
+    EXPECT_EQ(fnTraces([this] {
+                  CVexoShadingObj other(m_pDevice);
+                  Control::recordTraces(true);
+              }),
+              Texts{strDeInit});
 }
 
 /// True when a fetch reaches the object.
@@ -293,6 +305,26 @@ TEST_F(ShadingObj, FailuresOfHubAndNodesWhileSwitching) {
     EXPECT_EQ(Control::liveHooks(), 0U);
 }
 
+TEST_F(ShadingObj, EndWaitsWholeForABufferThatIsOnItsWay) {
+    startStream(0);
+    auto pObject = std::make_unique<CVexoShadingObj>(m_pDevice);
+    pObject->SetEnable(true);
+    auto blocked = blockedFetch();
+    // Switching off fails at its first trace, and the cancel does nothing: the object is still on its list.
+    Control::setCancelMode(Control::eIgnored);
+    Control::inject({Control::eTrace, Control::eThrowStd, 1, true});
+    auto end = std::async(std::launch::async, [&] { pObject.reset(); });
+    EXPECT_TRUE(XapelTest::eventually([] { return Control::calls(Control::eHostCancel) == 1; }));
+    Control::recordNodes(true);
+    BufferHandle hBuffer = nullptr;
+    ASSERT_EQ(allocAndAnnounceBuffer(m_pStream, payloadSize(m_pStream), &hBuffer), 0);
+    ASSERT_EQ(queueBuffer(m_pStream, hBuffer), 0);
+    EXPECT_EQ(blocked.get(), 0);
+    EXPECT_TRUE(XapelTest::ready(end));
+    const auto recorded = Control::nodeAccesses();
+    EXPECT_EQ(std::count(recorded.begin(), recorded.end(), Control::NodeAccess{"ShadingCommand", "SetInt", "2"}), 1);
+}
+
 TEST_F(ShadingObj, ParametersGoThroughTheSelector) {
     CVexoShadingObj object(m_pDevice);
     const auto fnGet = [](CVexoShadingObj::eParamMode eMode) {
@@ -332,48 +364,71 @@ TEST_F(ShadingObj, ParametersDoNotWaitForACommandNorMixTheirSelections) {
     CVexoShadingObj object(m_pDevice);
     object.SetParam("BoxFilterDark", 1);
     object.SetParam("BoxFilterLight", 2);
-    // While a command is on its way, another thread reads a parameter.
+    // While a command is on its way, another thread writes and reads a parameter.
     std::future<int> read;
     Control::setNodeObserver([&](const Control::NodeAccess& rAccess) {
         if (rAccess.strNode != "ShadingCommand")
             return;
-        read = std::async(std::launch::async,
-                          [&] { return object.GetParam("BoxFilterLight", CVexoShadingObj::eParamValue); });
+        read = std::async(std::launch::async, [&] {
+            object.SetParam("BoxFilterLight", 3);
+            return object.GetParam("BoxFilterLight", CVexoShadingObj::eParamValue);
+        });
         EXPECT_TRUE(XapelTest::ready(read));
     });
     object.ReferenceClear();
     Control::setNodeObserver(nullptr);
-    EXPECT_EQ(read.get(), 2);
-    const auto fnReadMany = [&](const char* pName) {
-        int iSum = 0;
-        for (int i = 0; i < 2000; ++i) iSum += object.GetParam(pName, CVexoShadingObj::eParamValue);
-        return iSum;
-    };
-    auto other = std::async(std::launch::async, fnReadMany, "BoxFilterDark");
-    EXPECT_EQ(fnReadMany("BoxFilterLight"), 4000);
-    EXPECT_EQ(other.get(), 2000);
+    EXPECT_EQ(read.get(), 3);
+    // Between the selection and the access of one thread there is no place for another's.
+    const auto fnGet = [&] { return object.GetParam("BoxFilterLight", CVexoShadingObj::eParamValue); };
+    for (const bool bSet : {false, true}) {
+        object.SetParam("BoxFilterLight", 3);
+        std::future<int> other;
+        Control::setNodeObserver([&](const Control::NodeAccess& rAccess) {
+            if (rAccess.strNode != "ShadingParamValue" || other.valid())
+                return;
+            other = std::async(std::launch::async, [&] {
+                object.SetParam("BoxFilterDark", 1);
+                return 1;
+            });
+            EXPECT_FALSE(XapelTest::ready(other, 30));
+        });
+        if (bSet)
+            object.SetParam("BoxFilterLight", 4);
+        else
+            EXPECT_EQ(fnGet(), 3);
+        EXPECT_EQ(other.get(), 1);
+        Control::setNodeObserver(nullptr);
+        EXPECT_EQ(fnGet(), bSet ? 4 : 3);
+    }
 }
 
-TEST_F(ShadingObj, CommandsOfThreadsDoNotInterleave) {
+TEST_F(ShadingObj, CommandWaitsUntilTheOneUnderWayHasEnded) {
+    startStream(1, 1);
+    BufferHandle hBuffer = nullptr;
+    ASSERT_EQ(getFilledBuffer(m_pStream, &hBuffer, 5000), 0);
     CVexoShadingObj object(m_pDevice);
-    Control::recordNodes(true);
-    const auto fnMany = [&](unsigned long long nWidth) {
-        for (int i = 0; i < 300; ++i) {
-            try {
-                object.ProcessImage("Mono8", nWidth, nWidth, nullptr, nWidth);
-            } catch (const Xapel_InvalidParameterException&) {
-            }
+    Control::forceStatus(0, 0);
+    const Operation USE_BUFFER = [&](CVexoShadingObj& r) { EXPECT_EQ(r.extended_useFilledBuffer(hBuffer), 0); };
+    // While the first touches its last node, the second begins: nothing of it may show until the first is done.
+    const struct {
+        Operation fnFirst;
+        const char* pLastNode;
+    } firsts[] = {{PROCESS, "ShadingStatus"}, {ENABLE, "ShadingStatus"}, {USE_BUFFER, "ShadingCommand"}};
+    for (const auto& rFirst : firsts) {
+        for (const auto& rSecond : {PROCESS, ENABLE, USE_BUFFER}) {
+            const Texts alone = accesses(object, rFirst.fnFirst);
+            std::future<void> second;
+            Control::setNodeObserver([&](const Control::NodeAccess& rAccess) {
+                if (rAccess.strNode != rFirst.pLastNode || second.valid())
+                    return;
+                second = std::async(std::launch::async, [&] { rSecond(object); });
+                EXPECT_FALSE(XapelTest::ready(second, 30));
+                EXPECT_LE(Control::nodeAccesses().size(), alone.size());
+            });
+            accesses(object, rFirst.fnFirst);
+            second.get();
+            Control::setNodeObserver(nullptr);
         }
-    };
-    auto other = std::async(std::launch::async, fnMany, 1);
-    fnMany(2);
-    other.get();
-    const auto recorded = Control::nodeAccesses();
-    ASSERT_EQ(recorded.size(), 600U * 7);
-    for (size_t i = 0; i < recorded.size(); i += 7) {
-        EXPECT_EQ(recorded[i].strNode, "ShadingPixelFormat");
-        EXPECT_EQ(recorded[i + 1].strValue, recorded[i + 3].strValue);
-        EXPECT_EQ(recorded[i + 6].strNode, "ShadingStatus");
     }
 }
 

@@ -46,6 +46,7 @@ protected:
                    const std::string& strFormat = "Mono12") {
         EXPECT_EQ(run(eStart), 0);
         EXPECT_EQ(run(eCommandProcess, strFormat, 8, 4, uValue), 1);
+        EXPECT_EQ(unpack(layout(strFormat, 8, 4), m_vImage)[5], uValue) << "a recording leaves its images alone";
         return runFile(eCommandEnd, strName);
     }
     /// The value that an even image of 100 has after processing.
