@@ -5,12 +5,15 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 namespace XAPEL2 {
 
 class DataStream;
 
 namespace StandIn {
+
+struct Buffer;
 
 /// Lives for the length of an application call, the hook included. Calls of a hook into the host nest.
 class CCallFrame {
@@ -24,6 +27,9 @@ public:
 
     uint64_t cancelStamp() const { return m_uCancelStamp; }
     bool ownCancelRan() const { return m_bOwnCancelRan; }
+    /// Keeps the memory of a fetched buffer until this call returns, even when the stream is closed meanwhile: a hook
+    /// may be working on it.
+    void keep(std::shared_ptr<Buffer> pBuffer) { m_pBuffer = std::move(pBuffer); }
 
     /// The innermost frame of this thread for the stream, null when there is none.
     static CCallFrame* find(const DataStream* pStream);
@@ -35,6 +41,7 @@ private:
     CCallFrame* const m_pOuter;
     uint64_t m_uCancelStamp;
     bool m_bOwnCancelRan = false;
+    std::shared_ptr<Buffer> m_pBuffer;
 };
 
 }  // namespace StandIn

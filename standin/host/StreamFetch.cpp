@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 
+#include "CallFrame.h"
 #include "Stream.h"
 #include "Switches.h"
 
@@ -24,6 +25,9 @@ bool CStream::fetchIsOver(const Waiter& rWaiter, uint64_t uStamp) const {
 
 int CStream::takeFilled(void** ppBuffer) {
     Buffer& rBuffer = *m_lstFilled.front();
+    if (CCallFrame* pFrame = CCallFrame::find(m_pShell)) {
+        pFrame->keep(m_lstFilled.front());
+    }
     move(rBuffer, m_lstIdle, eBufferIdle);
     ++m_counts.nDelivered;
     *ppBuffer = rBuffer.hBuffer;

@@ -104,7 +104,8 @@ public:
     int consumer_getStreamInfo(int iInfoCmd, int* piType, void* pValue, unsigned long long* piSize);
     int consumer_cancelGetFilledBuffer();
     int consumer_DeviceCloseDataStream(void* pStream);
-    /// Moves the hub to the stream that the device lists first now, and registers the hooks again. Returns 0.
+    /// Moves the hub to the stream that the device lists first, and registers the hooks again. A stream that it moves
+    /// away from loses its hooks, and fetches that wait there are cancelled once. Returns 0.
     int consumer_DeviceOpenDataStream();
 
     XAPEL2::Device* getXapelDevice() const { return m_pDevice; }
@@ -114,7 +115,10 @@ private:
     typedef std::list<CXapelBypass*> ParticipantList;
 
     XapelHostFunctions hostFunctions() const;
-    void storeHostFunctions(const XapelHostFunctions& rHost);
+    XapelHostFunctions hostFunctionsLocked() const;  // caller holds m_mtxLeaf
+    /// Replaces the set as a whole and returns the one before.
+    XapelHostFunctions storeHostFunctions(const XapelHostFunctions& rHost);
+    void leaveStream(const XapelHostFunctions& rBefore);
     void registerHooks(XAPEL2::DataStream* pDataStream, bool bRegisterOpen);
     void clearHostFunctions();
     XAPEL2::DataStream* findFirstDataStream(const char* pFunction);

@@ -93,17 +93,24 @@ CXapelBypassDevice::~CXapelBypassDevice() {
 }
 
 XAPEL2::DataStream* CXapelBypassDevice::findFirstDataStream(const char* pFunction) {
-    XAPEL2::DataStreamList* pList = m_pDevice->GetDataStreams();
-    if (pList != nullptr)
+    XAPEL2::DataStream* pDataStream = nullptr;
+    if (XAPEL2::DataStreamList* pList = m_pDevice->GetDataStreams()) {
         pList->Refresh();
-    if (pList == nullptr || pList->size() == 0)
+        if (pList->size() != 0)
+            pDataStream = (*pList->begin()).second;
+    }
+    if (pDataStream == nullptr)
         throw Xapel_NotAvailableException(SOURCE_FILE, __LINE__, pFunction,
                                           "The device doesn't support any data streams.");
-    return (*pList->begin()).second;
+    return pDataStream;
 }
 
 XapelHostFunctions CXapelBypassDevice::hostFunctions() const {
     const std::lock_guard<std::mutex> lock(m_mtxLeaf);
+    return hostFunctionsLocked();
+}
+
+XapelHostFunctions CXapelBypassDevice::hostFunctionsLocked() const {
     XapelHostFunctions host;
     host.pDataStream = m_pDataStream;
     host.hDataStream = m_hDataStream;
@@ -115,8 +122,9 @@ XapelHostFunctions CXapelBypassDevice::hostFunctions() const {
     return host;
 }
 
-void CXapelBypassDevice::storeHostFunctions(const XapelHostFunctions& rHost) {
+XapelHostFunctions CXapelBypassDevice::storeHostFunctions(const XapelHostFunctions& rHost) {
     const std::lock_guard<std::mutex> lock(m_mtxLeaf);
+    const XapelHostFunctions before = hostFunctionsLocked();
     m_pDataStream = rHost.pDataStream;
     m_hDataStream = rHost.hDataStream;
     m_hDevice = rHost.hDevice;
@@ -124,6 +132,7 @@ void CXapelBypassDevice::storeHostFunctions(const XapelHostFunctions& rHost) {
     m_pfnCancelGetFilledBuffer = rHost.pfnCancelGetFilledBuffer;
     m_pfnGetInfo = rHost.pfnGetInfo;
     m_pfnCloseDataStream = rHost.pfnCloseDataStream;
+    return before;
 }
 
 void CXapelBypassDevice::clearHostFunctions() {
@@ -141,7 +150,6 @@ void CXapelBypassDevice::initCallBacks(bool bRegisterOpen) {
 
 void CXapelBypassDevice::registerHooks(XAPEL2::DataStream* pDataStream, bool bRegisterOpen) {
     xapelTrace(eTraceOrdinary, "CXapelBypassDevice::; initCallBack called;");
-    XAPEL2::DataStream* const pBefore = getXapelDataStream();
     XapelHostFunctions host;
     host.pDataStream = pDataStream;
     unsigned nDone = 0;
@@ -159,14 +167,20 @@ void CXapelBypassDevice::registerHooks(XAPEL2::DataStream* pDataStream, bool bRe
         // A hub under construction takes all back; one that lives only what stands on another stream than before.
         if (bRegisterOpen)
             takeBack(nDone, m_pDevice, pDataStream, this);
-        else if (pDataStream != pBefore)
+        else if (pDataStream != getXapelDataStream())
             takeBack(std::min(nDone, XAPEL_HOOK_FIRST_OF_DEVICE), m_pDevice, pDataStream, this);
         throw;
     }
-    storeHostFunctions(host);
-    // The stream that the hub has moved away from must not keep hooks that nobody would remove later.
-    if (pBefore != nullptr && pBefore != pDataStream)
-        takeBack(XAPEL_HOOK_FIRST_OF_DEVICE, m_pDevice, pBefore, this);
+    const XapelHostFunctions before = storeHostFunctions(host);
+    if (before.pDataStream != nullptr && before.pDataStream != pDataStream)
+        leaveStream(before);
+}
+
+void CXapelBypassDevice::leaveStream(const XapelHostFunctions& rBefore) {
+    // Nobody would remove these hooks later, nor end a fetch that waits there: the hub now cancels elsewhere.
+    takeBack(XAPEL_HOOK_FIRST_OF_DEVICE, m_pDevice, rBefore.pDataStream, this);
+    if (rBefore.pfnCancelGetFilledBuffer != nullptr)
+        rBefore.pfnCancelGetFilledBuffer(rBefore.hDataStream);
 }
 
 void CXapelBypassDevice::deInitCallBacks() {
@@ -206,6 +220,7 @@ void CXapelBypassDevice::removeFrom(ParticipantList& rList, CXapelBypass* p) {
 }
 
 void CXapelBypassDevice::dropParticipant(CXapelBypass* p) noexcept {
+    // A mutex that cannot be locked ends the process here: the object would be destroyed while it can still be called.
     if (!isListed(p))
         return;
     {

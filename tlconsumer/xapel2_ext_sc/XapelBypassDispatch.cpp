@@ -141,6 +141,13 @@ int CXapelBypassDevice::deviceOpenDataStream_Callback() {
 }
 
 int CXapelBypassDevice::consumer_DeviceOpenDataStream() {
-    registerHooks(findFirstDataStream("consumer_DeviceOpenDataStream"), false);
-    return GC_ERR_SUCCESS;
+    XAPEL2::DataStream* pDataStream = findFirstDataStream("consumer_DeviceOpenDataStream");
+    for (;;) {
+        registerHooks(pDataStream, false);
+        // Another opening may have changed the list meanwhile; the last one to look settles it.
+        XAPEL2::DataStream* pFirst = findFirstDataStream("consumer_DeviceOpenDataStream");
+        if (pFirst == pDataStream)
+            return GC_ERR_SUCCESS;
+        pDataStream = pFirst;
+    }
 }

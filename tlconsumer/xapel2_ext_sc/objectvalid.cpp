@@ -5,7 +5,7 @@
 #include "objectvalid.h"
 
 int xapel2InsertMap(void* pObject, long iValue, XapelObjectMap* pMap) {
-    return pMap->m_mapObjects.emplace(pObject, iValue).second ? 1 : 0;
+    return pMap->m_mapObjects.try_emplace(pObject, iValue).second ? 1 : 0;
 }
 
 int xapel2DeleteMap(void* pObject, long iValue, XapelObjectMap* pMap) {

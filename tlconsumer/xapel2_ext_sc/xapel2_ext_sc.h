@@ -112,7 +112,9 @@ public:
                      unsigned long long size);
 
     /// Switches the correction of the stream on or off. Ends a waiting fetch (see 2. above). Switching off returns when
-    /// no buffer is being corrected any more. Repeating it is harmless.
+    /// no buffer is being corrected any more. Repeating it is harmless. When the host fails while the stream is joined
+    /// or left, the operation returns all the same, correction stays as it was, and the host's trace says so at
+    /// level 2.
     /// @throws Xapel_NotAvailableException  the image processor lacks a shading node.
     /// @throws Xapel_ErrorException         the image processor refused; correction is then off.
     void SetEnable(bool enable);

@@ -198,6 +198,41 @@ TEST_F(Hub, OpeningMovesTheHubToTheFirstListedStream) {
     EXPECT_EQ(Control::liveHooks(), 5U);
 }
 
+TEST_F(Hub, FetchOnTheStreamLeftBehindIsEnded) {
+    // The hub cancels on its new stream from now on; a change would wait for the old one's fetch for ever.
+    CXapelBypass participant(m_pDevice);
+    startStream(0);
+    auto fetch = blockedFetch();
+    EXPECT_EQ(openDataStream(m_pDevice, Control::addFirstStream(m_pDevice)), 0);
+    const bool bEnded = XapelTest::ready(fetch);
+    EXPECT_TRUE(bEnded);
+    if (!bEnded)
+        cancelGetFilledBuffer(m_pStream);
+    EXPECT_EQ(fetch.get(), GC_ERR_ABORT);
+    participant.registerParticipant();
+}
+
+TEST_F(Hub, OverlappingOpeningsEndOnTheFirstStreamAndLeaveNoHook) {
+    {
+        CXapelBypass participant(m_pDevice);
+        XAPEL2::DataStream* pEarly = Control::addFirstStream(m_pDevice);
+        std::atomic<bool> bHeld{false}, bGoOn{false};
+        Control::setTraceObserver([&](const Control::TraceLine& rLine) {
+            if (rLine.strText.find("initCallBack called") != std::string::npos && !bHeld.exchange(true))
+                eventually([&] { return bGoOn.load(); });
+        });
+        auto early = std::async(std::launch::async, [&] { return openDataStream(m_pDevice, pEarly); });
+        ASSERT_TRUE(eventually([&] { return bHeld.load(); }));
+        XAPEL2::DataStream* pLast = Control::addFirstStream(m_pDevice);
+        EXPECT_EQ(openDataStream(m_pDevice, pLast), 0);
+        bGoOn = true;
+        EXPECT_EQ(early.get(), 0);
+        EXPECT_EQ(participant.getXapelDataStream(), pLast);
+        EXPECT_EQ(Control::liveHooks(), 5U);
+    }
+    EXPECT_EQ(Control::liveHooks(), 0U);
+}
+
 TEST_F(Hub, FailedReopeningKeepsWhatWorked) {
     CXapelBypass participant(m_pDevice);
     const CHookCaller hooks;
