@@ -39,6 +39,7 @@ public:
 
     void run() {
         planFrames();
+        m_Output.prepare();
         record("Dark", DARK, m_Figures.nDarkFrames, "reference-dark.tif");
         record("Light", LIGHT, m_Figures.nLightFrames, "reference-light.tif");
         applyReferences();
@@ -113,7 +114,11 @@ void CDemo::record(const char* pScene, bool bLight, uint64_t nFrames, const char
     m_Session.streamFrames(nFrames, [&](uint64_t nDone) {
         m_Progress.show(bLight ? "recording the light reference" : "recording the dark reference", nDone, nFrames);
     });
-    m_Session.shading().ReferenceEnd(m_Output.file(pFile).c_str());
+    try {
+        m_Session.shading().ReferenceEnd(m_Output.file(pFile).c_str());
+    } catch (const Exceptions::IException& rError) {
+        throw std::runtime_error(m_Output.file(pFile).string() + ": " + rError.GetErrorDescription().get());
+    }
 }
 
 void CDemo::applyReferences() {

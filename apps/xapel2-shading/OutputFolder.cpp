@@ -45,7 +45,9 @@ std::vector<std::string> earlierFrames(const fs::path& rFigures) {
 
 }  // namespace
 
-COutputFolder::COutputFolder(const fs::path& rFolder) : m_Folder(rFolder) {
+COutputFolder::COutputFolder(const fs::path& rFolder) : m_Folder(rFolder) {}
+
+void COutputFolder::prepare() const {
     try {
         fs::create_directories(m_Folder / RAW);
         fs::create_directories(m_Folder / CORRECTED);
@@ -56,6 +58,10 @@ COutputFolder::COutputFolder(const fs::path& rFolder) : m_Folder(rFolder) {
 }
 
 void COutputFolder::removeEarlier() const {
+    // Without figures no demonstration has been here: what has our names is somebody else's until it is overwritten.
+    if (!fs::exists(m_Folder / FIGURES)) {
+        return;
+    }
     for (const std::string& strName : earlierFrames(m_Folder / FIGURES)) {
         fs::remove(m_Folder / RAW / strName);
         fs::remove(m_Folder / CORRECTED / strName);

@@ -13,12 +13,16 @@
 namespace XAPEL2 {
 namespace App {
 
-/// Creates the folder where it is missing and takes the files of an earlier demonstration out of it: the frames that
-/// its figures.json lists, pictures, references. Files that no demonstration wrote are never touched.
+/// Where a demonstration writes. Files of its own names are replaced; all others stay.
 class COutputFolder {
 public:
-    /// @throws std::runtime_error  the folder cannot be made or cleaned; names it.
+    /// Touches nothing yet.
     explicit COutputFolder(const std::filesystem::path& rFolder);
+
+    /// Creates the folder where it is missing. Where an earlier demonstration has left its figures.json, takes out the
+    /// frames that this lists, pictures and references. To be called when all is ready to be written.
+    /// @throws std::runtime_error  the folder cannot be made or cleaned; names it.
+    void prepare() const;
 
     const std::filesystem::path& path() const { return m_Folder; }
     std::filesystem::path file(const char* pName) const { return m_Folder / pName; }

@@ -5,6 +5,7 @@
 #include "Table.h"
 
 #include <cstdio>
+#include <filesystem>
 #include <ostream>
 
 namespace XAPEL2 {
@@ -43,9 +44,14 @@ void printTable(std::ostream& rOut, const DemoFigures& rFigures, const std::file
     line(rOut, "fetch of a waiting frame", rFigures.fFetchPlainMs, rFigures.fFetchCorrectedMs, 3, "ms");
     rOut << "\nUnevenness: standard deviation over mean of " << stem(rFigures.astrFrames.front())
          << (rFigures.nDarkFrames > 0 ? ", dark reference taken off" : "") << ". Time: median.\n"
-         << "Written to " << rFolder.string()
-         << "\n  before.png, after.png, scene-before.png, scene-after.png, profile.png\n  raw/, corrected/, "
-            "reference-dark.tif, reference-light.tif, figures.json\n";
+         << "Written to " << rFolder.string() << "\n ";
+    for (const char* pName : {"before.png", "after.png", "scene-before.png", "scene-after.png", "profile.png",
+                              "reference-dark.tif", "reference-light.tif", "figures.json"}) {
+        if (std::filesystem::exists(rFolder / pName)) {
+            rOut << ' ' << pName;
+        }
+    }
+    rOut << "\n  raw/ corrected/\n";
 }
 
 }  // namespace App

@@ -52,10 +52,7 @@ int main(int argc, char** argv) {
         XAPEL2::App::runDemo(Options);
         return eExitDone;
     } catch (const XAPEL2::Exceptions::IException& rError) {
-        const char* pHint = strFrames.empty() ? ""
-                                              : "\n  A frames folder holds dark_*, light_* and scene_* files, PGM or "
-                                                "TIFF, all of one size and depth.";
-        return fail(std::string(rError.GetErrorDescription().get()) + pHint);
+        return fail(rError.GetErrorDescription().get());
     } catch (const std::exception& rError) {
         return fail(rError.what());
     }

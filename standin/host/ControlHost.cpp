@@ -63,8 +63,10 @@ DataStream* addFirstStream(Device* pShell) {
     if (pDevice == nullptr) {
         return nullptr;
     }
-    const auto pStream = pDevice->addStream(true);
+    // Known before it is listed: whoever finds it in the list may use it at once.
+    const auto pStream = pDevice->makeStream();
     Registry::addStream(pDevice, pStream);
+    pDevice->putFirst(pStream);
     return pStream->shell();
 }
 

@@ -17,7 +17,7 @@ CDevice::CDevice(std::unique_ptr<IFrameSource> pSource)
     auto pNodes = std::make_unique<CNodeMapShell>(std::shared_ptr<const NodeTable>(m_pCamera, &m_pCamera->table()));
     m_pNodes = pNodes.get();
     CNodeMapShell::keep(std::move(pNodes));
-    addStream(false);
+    putFirst(makeStream());
 }
 
 std::vector<std::shared_ptr<CStream>> CDevice::streams() const {
@@ -35,12 +35,15 @@ std::shared_ptr<CStream> CDevice::findStream(const DataStream* pStream) const {
     return nullptr;
 }
 
-std::shared_ptr<CStream> CDevice::addStream(bool bFirst) {
+std::shared_ptr<CStream> CDevice::makeStream() const {
     std::lock_guard<std::mutex> lock(m_mtx);
-    auto pStream =
-        std::make_shared<CStream>(m_pCamera, HostAccess::newStream(), "Stream" + std::to_string(m_vecStreams.size()));
-    m_vecStreams.insert(bFirst ? m_vecStreams.begin() : m_vecStreams.end(), pStream);
-    return pStream;
+    return std::make_shared<CStream>(m_pCamera, HostAccess::newStream(),
+                                     "Stream" + std::to_string(m_vecStreams.size()));
+}
+
+void CDevice::putFirst(const std::shared_ptr<CStream>& pStream) {
+    std::lock_guard<std::mutex> lock(m_mtx);
+    m_vecStreams.insert(m_vecStreams.begin(), pStream);
 }
 
 void CDevice::hideStreams(bool bHide) {

@@ -33,7 +33,9 @@ public:
     /// Null when it is none of this device's streams.
     std::shared_ptr<CStream> findStream(const DataStream* pStream) const;
     /// At the front, or at the end of the list.
-    std::shared_ptr<CStream> addStream(bool bFirst);
+    /// A stream that the device does not list yet.
+    std::shared_ptr<CStream> makeStream() const;
+    void putFirst(const std::shared_ptr<CStream>& pStream);
     void hideStreams(bool bHide);
 
     /// The list as an application sees it: as it was at the last refresh.

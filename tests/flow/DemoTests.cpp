@@ -229,12 +229,16 @@ TEST(Demo, UnusableFramesAreNamedAndLeaveTheOutputAlone) {
                  {OtherSize, "scene_7.pgm"},
                  {NoLight, "light_*"},
                  {Folder.path() / "missing", "missing"}};
+    // Somebody's own file of a name that the demonstration uses, too.
     const fs::path Out = Folder.path() / "out";
+    fs::create_directories(Out);
+    std::ofstream(Out / "reference-light.tif") << "mine";
     for (const auto& rRow : aRows) {
         const ProgramResult Result = runShading({"demo", "--frames", rRow.Frames, "--out", Out});
         EXPECT_EQ(Result.iExit, 3) << rRow.pNamed;
         EXPECT_THAT(Result.strErr, HasSubstr(rRow.pNamed));
-        EXPECT_FALSE(fs::exists(Out / "reference-light.tif")) << rRow.pNamed;
+        ASSERT_TRUE(fs::exists(Out / "reference-light.tif")) << rRow.pNamed;
+        EXPECT_EQ(fs::file_size(Out / "reference-light.tif"), 4U) << rRow.pNamed;
     }
     std::ofstream(Folder.path() / "file") << "no folder";
     const ProgramResult Result = runShading({"demo", "--out", Folder.path() / "file"});
