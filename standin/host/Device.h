@@ -32,7 +32,6 @@ public:
     std::vector<std::shared_ptr<CStream>> streams() const;
     /// Null when it is none of this device's streams.
     std::shared_ptr<CStream> findStream(const DataStream* pStream) const;
-    /// At the front, or at the end of the list.
     /// A stream that the device does not list yet.
     std::shared_ptr<CStream> makeStream() const;
     void putFirst(const std::shared_ptr<CStream>& pStream);

@@ -5,6 +5,7 @@
 #include "xapel2_ext_sc.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <functional>
 #include <memory>
@@ -92,6 +93,29 @@ TEST_F(Facade, NullDeviceAndFailedConstructionKeepNothing) {
         EXPECT_EQ(Control::liveHooks(), 5U);
     }
     EXPECT_EQ(Control::liveHooks(), 0U);
+}
+
+TEST_F(Facade, StreamMayBeClosedWhileABufferIsCorrected) {
+    // The buffer's memory must last until the fetch returns; the address sanitizer sees when it does not.
+    startStream();
+    Shading shading(m_pDevice);
+    shading.ReferenceStart(true);
+    shading.SetEnable(true);
+    std::promise<void> inside;
+    std::promise<void> goOn;
+    std::atomic<bool> bOnce{false};
+    Control::setNodeObserver([&](const Control::NodeAccess& rAccess) {
+        if (rAccess.strNode == "ShadingCommand" && !bOnce.exchange(true)) {
+            inside.set_value();
+            goOn.get_future().wait();
+        }
+    });
+    auto fetched = std::async(std::launch::async, [this] { return fetch(); });
+    auto entered = inside.get_future();
+    ASSERT_TRUE(XapelTest::ready(entered));
+    EXPECT_EQ(closeDataStream(m_pDevice, m_pStream), 0);
+    goOn.set_value();
+    EXPECT_EQ(fetched.get(), 0);
 }
 
 /// What a command prints, line by line.

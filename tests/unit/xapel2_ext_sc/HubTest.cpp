@@ -302,7 +302,7 @@ TEST_F(Hub, ChangeCancelsTheFetchThatIsLeftOfTwo) {
     EXPECT_EQ(stays.get(), GC_ERR_ABORT);
 }
 
-TEST_F(Hub, ChangeWaitsForQueryAndCancelAndShutsTheGateOnly) {
+TEST_F(Hub, ChangeWaitsForAQueryWithoutCancelling) {
     for (const bool bCancel : {false, true}) {
         SCOPED_TRACE(bCancel);
         Control::reset();
@@ -329,7 +329,7 @@ TEST_F(Hub, ChangeWaitsForQueryAndCancelAndShutsTheGateOnly) {
     }
 }
 
-TEST_F(Hub, RemovalWaitsForOpenAndCloseCallsOutsideTheGate) {
+TEST_F(Hub, RemovalWaitsForOpenAndCloseCalls) {
     // They take no gate; still nobody may be called once he is off the list.
     for (const unsigned uCase : {0U, 1U, 2U, 3U}) {
         SCOPED_TRACE(uCase);
