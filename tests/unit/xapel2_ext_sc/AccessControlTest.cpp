@@ -24,9 +24,10 @@ thread_local std::function<void()> t_fnUnlocked;
 
 }  // namespace
 
-// The linker hands every unlock of this program to the wrapper (see CMakeLists.txt).
+// The linker hands every unlock of this program to the wrapper (see CMakeLists.txt), and wants it visible where a
+// sanitizer's library unlocks mutexes too.
 extern "C" int __real_pthread_mutex_unlock(pthread_mutex_t* pMutex);
-extern "C" int __wrap_pthread_mutex_unlock(pthread_mutex_t* pMutex);
+extern "C" __attribute__((visibility("default"))) int __wrap_pthread_mutex_unlock(pthread_mutex_t* pMutex);
 
 extern "C" int __wrap_pthread_mutex_unlock(pthread_mutex_t* pMutex) {
     const int iResult = __real_pthread_mutex_unlock(pMutex);

@@ -19,6 +19,7 @@ namespace {
 using namespace XAPEL2::StandIn;
 using namespace XAPEL2::Exceptions;
 using XapelTest::CHookCaller;
+using XapelTest::CPlain;
 using XapelTest::CSpy;
 using XapelTest::eventually;
 using XapelTest::thrown;
@@ -95,8 +96,10 @@ TEST_F(Hub, DeviceWithoutStreamsIsRefusedWithATrace) {
                                               "The device doesn't support any data streams."});
     EXPECT_EQ(Control::liveHooks(), 0U);
     Control::hideStreams(m_pDevice, false);
-    Control::inject({Control::eGetDataStreams, Control::eRefuse});
-    EXPECT_THROW({ CXapelBypass none(m_pDevice); }, Xapel_NotAvailableException);
+    for (const auto eOp : {Control::eGetDataStreams, Control::eListEntry}) {
+        Control::inject({eOp, Control::eRefuse});
+        EXPECT_THROW({ CXapelBypass none(m_pDevice); }, Xapel_NotAvailableException);
+    }
     CXapelBypass works(m_pDevice);
 }
 
@@ -142,7 +145,7 @@ TEST_F(Hub, RefusedRemovalIsTracedAndTheOthersAreRemoved) {
         {Control::eRemoveOpen, "The DataStream object is not valid or is no longer valid"},
     };
     for (const auto& rRow : rows) {
-        auto pParticipant = std::make_unique<CXapelBypass>(m_pDevice);
+        auto pParticipant = std::make_unique<CPlain>(m_pDevice);
         const CHookCaller hooks;
         Control::recordTraces(true);
         Control::inject({rRow.eOp, Control::eRefuse});
@@ -400,15 +403,15 @@ TEST_F(Hub, DestroyedParticipantIsOffTheLists) {
     EXPECT_EQ(blocked.get(), GC_ERR_ABORT);
     for (const bool bCalling : {false, true}) {
         // In memory of its own, wiped afterwards: a call would not go unnoticed.
-        alignas(CXapelBypass) unsigned char acMemory[sizeof(CXapelBypass)];
-        auto* pListed = new (acMemory) CXapelBypass(m_pDevice);
+        alignas(CPlain) unsigned char acMemory[sizeof(CPlain)];
+        auto* pListed = new (acMemory) CPlain(m_pDevice);
         for (int i = 0; i < 2; ++i)
             bCalling ? pListed->registerParticipantForCalling() : pListed->registerParticipant();
         // The host's refusal to cancel must not keep it on.
         auto ends = std::async(std::launch::async, [this] { return fetch(100); });
         ASSERT_TRUE(Control::waitForBlockedFetches(m_pStream, 1, XapelTest::DEADLINE_MS));
         Control::inject({Control::eHostCancel, Control::eThrowHost});
-        pListed->~CXapelBypass();
+        pListed->~CPlain();
         std::memset(acMemory, 0, sizeof(acMemory));
         EXPECT_EQ(ends.get(), GC_ERR_TIMEOUT);
         EXPECT_EQ(CHookCaller().info(), GC_ERR_NOT_INITIALIZED);

@@ -14,6 +14,7 @@ namespace {
 
 using namespace XAPEL2::StandIn;
 using XapelTest::CHookCaller;
+using XapelTest::CPlain;
 using XapelTest::eventually;
 
 class LateCall : public XapelTest::StreamFixture {};
@@ -23,7 +24,7 @@ TEST_F(LateCall, HeldCallFindsNoHub) {
     const Control::eHook kinds[] = {Control::eHookFetch, Control::eHookCancel, Control::eHookInfo, Control::eHookClose};
     for (const auto eKind : kinds) {
         SCOPED_TRACE(eKind);
-        auto pParticipant = std::make_unique<CXapelBypass>(m_pDevice);
+        auto pParticipant = std::make_unique<CPlain>(m_pDevice);
         Control::HookHold hold(eKind);
         auto call = std::async(std::launch::async, [&]() -> int {
             unsigned long long nSize = 8;
@@ -64,7 +65,7 @@ TEST_F(LateCall, EndOfTheHubWaitsForACallInside) {
 
 TEST_F(LateCall, EndCancelsOnceAndACallAtTheGateFindsNoFunctions) {
     startStream(0);
-    auto pParticipant = std::make_unique<CXapelBypass>(m_pDevice);
+    auto pParticipant = std::make_unique<CPlain>(m_pDevice);
     const CHookCaller hooks;
     Control::setCancelMode(Control::eIgnored);
     auto blocked = std::async(std::launch::async, [this] { return fetch(200); });

@@ -20,8 +20,14 @@ struct Answer {
     bool bForward = false;
 };
 
+/// The base as it is.
+class CPlain final : public CXapelBypass {
+public:
+    using CXapelBypass::CXapelBypass;
+};
+
 /// Takes part in every call: notes "NAME.operation", then answers as told.
-class CSpy : public CXapelBypass {
+class CSpy final : public CXapelBypass {
 public:
     CSpy(XAPEL2::Device* pDevice, std::string strName, std::vector<std::string>& rLog, Answer answer = {})
         : CXapelBypass(pDevice), m_strName(std::move(strName)), m_rLog(rLog), m_Answer(answer) {}
