@@ -20,8 +20,7 @@ namespace XAPEL2 {
 namespace StandIn {
 namespace {
 
-const std::array<const char*, 4> PARAMETERS = {"BoxFilterLight", "BoxFilterDark", "MedianFilterLight",
-                                               "MedianFilterDark"};
+constexpr const auto& PARAMETERS = CShadingProcessor::PARAMETERS;
 
 class CProcessorNodes {
 public:

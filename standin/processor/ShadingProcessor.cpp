@@ -25,8 +25,7 @@ namespace StandIn {
 
 namespace {
 
-constexpr std::array<const char*, 4> PARAMETERS = {"BoxFilterLight", "BoxFilterDark", "MedianFilterLight",
-                                                   "MedianFilterDark"};
+constexpr const auto& PARAMETERS = CShadingProcessor::PARAMETERS;
 enum eParameter : std::size_t { eBoxLight, eBoxDark, eMedianLight, eMedianDark };
 
 constexpr int64_t UNTOUCHED = 1;  // status of an image that was left as it is because nothing is applied for it
@@ -268,10 +267,6 @@ int64_t CShadingProcessor::execute(int64_t iCommand, const ShadingInputs& rInput
     rImpl.m_bBusy.store(false, std::memory_order_release);
     rImpl.emit(strTrace);
     return iStatus;
-}
-
-bool CShadingProcessor::isParameter(const std::string& strName) {
-    return parameterIndex(strName) < PARAMETERS.size();
 }
 
 bool CShadingProcessor::setParameter(const std::string& strName, int64_t iValue) {

@@ -4,6 +4,7 @@
 
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -50,8 +51,8 @@ public:
     /// leaves as an exception; want of memory is GC_ERR_ERROR and changes nothing.
     int64_t execute(int64_t iCommand, const ShadingInputs& rInputs) noexcept;
 
-    /// The parameters' names, in a fixed order: BoxFilterLight, BoxFilterDark, MedianFilterLight, MedianFilterDark.
-    static bool isParameter(const std::string& strName);
+    static constexpr std::array<const char*, 4> PARAMETERS = {"BoxFilterLight", "BoxFilterDark", "MedianFilterLight",
+                                                              "MedianFilterDark"};
     static constexpr int64_t PARAM_MIN = 0;
     static constexpr int64_t PARAM_MAX = 31;
 

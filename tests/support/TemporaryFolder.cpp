@@ -6,7 +6,6 @@
 
 #include <cstdlib>
 #include <stdexcept>
-#include <string>
 #include <system_error>
 
 namespace XAPEL2 {
@@ -23,6 +22,14 @@ CTemporaryFolder::CTemporaryFolder() {
 CTemporaryFolder::~CTemporaryFolder() {
     std::error_code Ignored;
     std::filesystem::remove_all(m_Path, Ignored);
+}
+
+std::vector<std::string> CTemporaryFolder::names() const {
+    std::vector<std::string> vecNames;
+    for (const auto& rEntry : std::filesystem::directory_iterator(m_Path)) {
+        vecNames.push_back(rEntry.path().filename().string());
+    }
+    return vecNames;
 }
 
 }  // namespace Test

@@ -5,6 +5,8 @@
 #pragma once
 
 #include <filesystem>
+#include <string>
+#include <vector>
 
 namespace XAPEL2 {
 namespace Test {
@@ -19,6 +21,10 @@ public:
     CTemporaryFolder& operator=(const CTemporaryFolder&) = delete;
 
     const std::filesystem::path& path() const { return m_Path; }
+    /// The path of a file in it.
+    std::string operator/(const std::string& strName) const { return (m_Path / strName).string(); }
+    /// The names of what is in it, in no order.
+    std::vector<std::string> names() const;
 
 private:
     std::filesystem::path m_Path;

@@ -16,35 +16,37 @@ using XAPEL2::Exceptions::IException;
 
 namespace {
 
+template <typename Failure>
+[[noreturn]] void throwEnable() {
+    throw Failure(VEXO_SOURCE_FILE, __LINE__, "SetEnable", "enable shading failed.");
+}
+
 /// Throws the host exception that stands for a GenTL code other than 0.
 [[noreturn]] void throwEnableFailure(int32_t iCode) {
     using namespace XAPEL2::Exceptions;
-    const char* const pFile = VEXO_SOURCE_FILE;
-    static const char s_Function[] = "SetEnable";
-    static const char s_Description[] = "enable shading failed.";
     switch (iCode) {
         case GC_ERR_NOT_INITIALIZED:
-            throw Xapel_NotInitializedException(pFile, __LINE__, s_Function, s_Description);
+            throwEnable<Xapel_NotInitializedException>();
         case GC_ERR_NOT_IMPLEMENTED:
-            throw Xapel_NotImplementedException(pFile, __LINE__, s_Function, s_Description);
+            throwEnable<Xapel_NotImplementedException>();
         case GC_ERR_RESOURCE_IN_USE:
-            throw Xapel_ResourceInUseException(pFile, __LINE__, s_Function, s_Description);
+            throwEnable<Xapel_ResourceInUseException>();
         case GC_ERR_ACCESS_DENIED:
-            throw Xapel_AccessDeniedException(pFile, __LINE__, s_Function, s_Description);
+            throwEnable<Xapel_AccessDeniedException>();
         case GC_ERR_INVALID_HANDLE:
-            throw Xapel_InvalidHandleException(pFile, __LINE__, s_Function, s_Description);
+            throwEnable<Xapel_InvalidHandleException>();
         case GC_ERR_NO_DATA:
-            throw Xapel_NoDataException(pFile, __LINE__, s_Function, s_Description);
+            throwEnable<Xapel_NoDataException>();
         case GC_ERR_INVALID_PARAMETER:
-            throw Xapel_InvalidParameterException(pFile, __LINE__, s_Function, s_Description);
+            throwEnable<Xapel_InvalidParameterException>();
         case GC_ERR_ABORT:
-            throw Xapel_AbortException(pFile, __LINE__, s_Function, s_Description);
+            throwEnable<Xapel_AbortException>();
         case GC_ERR_INVALID_BUFFER:
-            throw Xapel_InvalidBufferException(pFile, __LINE__, s_Function, s_Description);
+            throwEnable<Xapel_InvalidBufferException>();
         case GC_ERR_NOT_AVAILABLE:
-            throw Xapel_NotAvailableException(pFile, __LINE__, s_Function, s_Description);
+            throwEnable<Xapel_NotAvailableException>();
         default:
-            throw Xapel_ErrorException(pFile, __LINE__, s_Function, s_Description);
+            throwEnable<Xapel_ErrorException>();
     }
 }
 

@@ -15,6 +15,8 @@
 
 #include <gtest/gtest.h>
 
+#include "TemporaryFolder.h"
+
 namespace XAPEL2 {
 namespace StandIn {
 namespace {
@@ -24,15 +26,7 @@ typedef std::vector<uint16_t> Samples;
 // A folder of its own for each test.
 class ReplaySource : public ::testing::Test {
 protected:
-    ReplaySource() {
-        std::string strName = (std::filesystem::temp_directory_path() / "replay-test-XXXXXX").string();
-        if (mkdtemp(&strName[0]) == nullptr)
-            throw std::runtime_error("no temporary folder");
-        m_strFolder = strName;
-    }
-    ~ReplaySource() override { std::filesystem::remove_all(m_strFolder); }
-
-    std::string path(const std::string& strName) const { return m_strFolder + "/" + strName; }
+    std::string path(const std::string& strName) const { return m_folder / strName; }
 
     void write(const std::string& strName, const std::string& strBytes) const {
         std::ofstream(path(strName), std::ios::binary) << strBytes;
@@ -64,7 +58,8 @@ protected:
         return aSamples;
     }
 
-    std::string m_strFolder;
+    const XAPEL2::Test::CTemporaryFolder m_folder;
+    const std::string m_strFolder = m_folder.path().string();
 };
 
 std::string pgm(unsigned nWidth, unsigned nHeight, unsigned uMaxval, const Samples& aSamples,

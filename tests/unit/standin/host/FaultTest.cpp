@@ -2,6 +2,7 @@
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // Every host operation can be made to refuse or to throw, at exactly the call that was asked for.
 
+#include <map>
 #include <stdexcept>
 
 #include "HostFixture.h"
@@ -14,13 +15,24 @@ namespace {
 
 using namespace Control;
 
+template <class tRefusal>
+bool throws(const std::function<void()>& fnCall) {
+    try {
+        fnCall();
+        return false;
+    } catch (const tRefusal&) {
+        return true;
+    }
+}
+
 class Faults : public HostFixture {
 protected:
-    // One call of every operation; each reports whether it was refused.
-    std::function<bool()> operation(eHostOp eOp);
-    std::function<bool()> registration(int iOp, bool bRemove);
-    std::function<bool()> deviceOperation(eHostOp eOp);
-    std::function<bool()> nodeOperation(eHostOp eOp);
+    // One call of the operation, which tells whether it was refused.
+    using Call = std::function<bool()>;
+    Call operation(eHostOp eOp);
+    Call access(const std::function<void()>& fnAccess) {
+        return [fnAccess] { return throws<Exceptions::Xapel_AccessDeniedException>(fnAccess); };
+    }
 
     // Hooks registered, the list fresh, a delivered buffer at hand: as the operation before did not leave it.
     void SetUp() override {
@@ -47,150 +59,92 @@ protected:
     BufferGetPixelFormatFunc m_pfnFormat = nullptr;
 };
 
-template <class tRefusal>
-bool throws(const std::function<void()>& fnCall) {
-    try {
-        fnCall();
-        return false;
-    } catch (const tRefusal&) {
-        return true;
-    }
-}
-
-std::function<bool()> Faults::registration(int iOp, bool bRemove) {
-    return [this, iOp, bRemove] { return !m_side.put(static_cast<eHook>(iOp), m_pDevice, m_pStream, bRemove); };
-}
-
-std::function<bool()> Faults::deviceOperation(eHostOp eOp) {
-    switch (eOp) {
-        case eGetDataStreams:
-            return [this] { return m_pDevice->GetDataStreams() == nullptr; };
-        case eListRefresh:
-            return [this] {
-                const std::size_t nBefore = list().size();
-                addFirstStream(m_pDevice);
-                list().Refresh();
-                return list().size() == nBefore;
-            };
-        case eListSize:
-            return [this] { return list().size() == 0; };
-        case eListBegin:
-            return [this] { return !(list().begin() != list().end()); };
-        case eListEntry:
-            return [this] {
-                auto it = list().begin();
-                return (*it).second == nullptr;
-            };
-        case eStreamIsOpen:
-            return [this] { return !m_pStream->IsOpen(); };
-        case eStreamOpen:
-            return [this] { return throws<Exceptions::Xapel_AccessDeniedException>([this] { m_pStream->Open(); }); };
-        default:
-            return [this] {
-                return throws<Exceptions::Xapel_NotAvailableException>([this] { m_pDevice->GetRemoteNode("Gain"); });
-            };
-    }
-}
-
-std::function<bool()> Faults::nodeOperation(eHostOp eOp) {
-    std::function<void()> fnCall;
-    switch (eOp) {
-        case eCreateProcessor:
-            fnCall = [] { ImageProcessor(); };
-            break;
-        case eGetNodeList:
-            return [this] { return m_processor.GetNodeList() == nullptr; };
-        case eGetNodePresent:
-            return [this] { return !m_processor.GetNodeList()->GetNodePresent("ShadingWidth"); };
-        case eGetNode:
-            return
-                [this] { return throws<Exceptions::Xapel_NotAvailableException>([this] { shading("ShadingWidth"); }); };
-        case eNodeSetInt:
-            fnCall = [this] { shading("ShadingWidth").SetInt(1); };
-            break;
-        case eNodeGetInt:
-            fnCall = [this] { shading("ShadingWidth").GetInt(); };
-            break;
-        case eNodeGetIntMin:
-            fnCall = [this] { shading("ShadingWidth").GetIntMin(); };
-            break;
-        case eNodeGetIntMax:
-            fnCall = [this] { shading("ShadingWidth").GetIntMax(); };
-            break;
-        case eNodeSetString:
-            fnCall = [this] { shading("ShadingBrwFilename").SetString("x"); };
-            break;
-        case eNodeSetValue:
-            fnCall = [this] { shading("ShadingBrwFilename").SetValue("x"); };
-            break;
-        default:
-            fnCall = [this] { shading("ShadingBrwFilename").GetString(); };
-            break;
-    }
-    return [fnCall] { return throws<Exceptions::Xapel_AccessDeniedException>(fnCall); };
-}
-
-std::function<bool()> Faults::operation(eHostOp eOp) {
-    switch (eOp) {
-        case eHostFetch:
-            return [this] { return fetch(0).iResult == GC_ERR_ACCESS_DENIED; };
-        case eHostCancel:
-            return [this] { return cancelGetFilledBuffer(m_pStream) == GC_ERR_ACCESS_DENIED; };
-        case eHostInfo:
-            return [this] {
-                unsigned long long nSize = 0;
-                return getStreamInfo(m_pStream, STREAM_INFO_ID, nullptr, nullptr, &nSize) == GC_ERR_ACCESS_DENIED;
-            };
-        case eHostClose:
-            return [this] {
-                const bool bRefused = m_side.pfnClose(m_pStream, m_side.pClose) == GC_ERR_ACCESS_DENIED;
-                EXPECT_EQ(bRefused, m_pStream->IsOpen());
-                m_pStream->Open();
-                return bRefused;
-            };
-        case eGetBufferInfoFunc:
-            return [this] {
-                BufferInfoFunc pfn = nullptr;
-                return getFuncPtr_BufferInfo(m_hBuffer, &pfn) != 0 && pfn == nullptr;
-            };
-        case eGetPixelFormatFunc:
-            return [this] {
-                BufferGetPixelFormatFunc pfn = nullptr;
-                return getFuncPtr_BufferGetPixelFormat(m_hBuffer, &pfn) != 0 && pfn == nullptr;
-            };
-        case eBufferInfo:
-            return [this] {
-                uint64_t nSize = 0;
-                return m_pfnInfo(BUFFER_INFO_SIZE, nullptr, nullptr, &nSize, m_hBuffer) == GC_ERR_ACCESS_DENIED;
-            };
-        case eBufferPixelFormat:
-            return [this] {
-                std::string strFormat;
-                return m_pfnFormat(strFormat, m_hBuffer) == GC_ERR_ACCESS_DENIED && strFormat.empty();
-            };
-        case eTrace:
-            return [] {
-                const std::size_t nBefore = traces().size();
-                const int32_t iLevel = 2;
-                extT(&iLevel, "x");
-                return traces().size() == nBefore;
-            };
-        default:
-            break;
-    }
-    if (eOp < eRemoveFetch) {
-        return registration(eOp - eRegisterFetch, false);
-    }
+Faults::Call Faults::operation(eHostOp eOp) {
     if (eOp < eHostFetch) {
-        return registration(eOp - eRemoveFetch, true);
+        const bool bRemove = eOp >= eRemoveFetch;
+        const auto eKind = static_cast<eHook>(eOp - (bRemove ? eRemoveFetch : eRegisterFetch));
+        return [=] { return !m_side.put(eKind, m_pDevice, m_pStream, bRemove); };
     }
-    return eOp <= eGetRemoteNode ? deviceOperation(eOp) : nodeOperation(eOp);
+    const std::map<eHostOp, Call> mapCalls = {
+        {eHostFetch, [=] { return fetch(0).iResult == GC_ERR_ACCESS_DENIED; }},
+        {eHostCancel, [=] { return cancelGetFilledBuffer(m_pStream) == GC_ERR_ACCESS_DENIED; }},
+        {eHostInfo,
+         [=] {
+             unsigned long long nSize = 0;
+             return getStreamInfo(m_pStream, STREAM_INFO_ID, nullptr, nullptr, &nSize) == GC_ERR_ACCESS_DENIED;
+         }},
+        {eHostClose,
+         [=] {
+             const bool bRefused = m_side.pfnClose(m_pStream, m_side.pClose) == GC_ERR_ACCESS_DENIED;
+             EXPECT_EQ(bRefused, m_pStream->IsOpen());
+             m_pStream->Open();
+             return bRefused;
+         }},
+        {eGetDataStreams, [=] { return m_pDevice->GetDataStreams() == nullptr; }},
+        {eListRefresh,
+         [=] {
+             const std::size_t nBefore = list().size();
+             addFirstStream(m_pDevice);
+             list().Refresh();
+             return list().size() == nBefore;
+         }},
+        {eListSize, [=] { return list().size() == 0; }},
+        {eListBegin, [=] { return !(list().begin() != list().end()); }},
+        {eListEntry,
+         [=] {
+             auto it = list().begin();
+             return (*it).second == nullptr;
+         }},
+        {eStreamIsOpen, [=] { return !m_pStream->IsOpen(); }},
+        {eStreamOpen, access([=] { m_pStream->Open(); })},
+        {eGetRemoteNode,
+         [=] { return throws<Exceptions::Xapel_NotAvailableException>([=] { m_pDevice->GetRemoteNode("Gain"); }); }},
+        {eCreateProcessor, access([] { ImageProcessor(); })},
+        {eGetNodeList, [=] { return m_processor.GetNodeList() == nullptr; }},
+        {eGetNodePresent, [=] { return !m_processor.GetNodeList()->GetNodePresent("ShadingWidth"); }},
+        {eGetNode, [=] { return throws<Exceptions::Xapel_NotAvailableException>([=] { shading("ShadingWidth"); }); }},
+        {eNodeSetInt, access([=] { shading("ShadingWidth").SetInt(1); })},
+        {eNodeGetInt, access([=] { shading("ShadingWidth").GetInt(); })},
+        {eNodeGetIntMin, access([=] { shading("ShadingWidth").GetIntMin(); })},
+        {eNodeGetIntMax, access([=] { shading("ShadingWidth").GetIntMax(); })},
+        {eNodeSetString, access([=] { shading("ShadingBrwFilename").SetString("x"); })},
+        {eNodeSetValue, access([=] { shading("ShadingBrwFilename").SetValue("x"); })},
+        {eNodeGetString, access([=] { shading("ShadingBrwFilename").GetString(); })},
+        {eGetBufferInfoFunc,
+         [=] {
+             BufferInfoFunc pfn = nullptr;
+             return getFuncPtr_BufferInfo(m_hBuffer, &pfn) != 0 && pfn == nullptr;
+         }},
+        {eGetPixelFormatFunc,
+         [=] {
+             BufferGetPixelFormatFunc pfn = nullptr;
+             return getFuncPtr_BufferGetPixelFormat(m_hBuffer, &pfn) != 0 && pfn == nullptr;
+         }},
+        {eBufferInfo,
+         [=] {
+             uint64_t nSize = 0;
+             return m_pfnInfo(BUFFER_INFO_SIZE, nullptr, nullptr, &nSize, m_hBuffer) == GC_ERR_ACCESS_DENIED;
+         }},
+        {eBufferPixelFormat,
+         [=] {
+             std::string strFormat;
+             return m_pfnFormat(strFormat, m_hBuffer) == GC_ERR_ACCESS_DENIED && strFormat.empty();
+         }},
+        {eTrace,
+         [] {
+             const std::size_t nBefore = traces().size();
+             const int32_t iLevel = 2;
+             extT(&iLevel, "x");
+             return traces().size() == nBefore;
+         }},
+    };
+    return mapCalls.at(eOp);
 }
 
 TEST_F(Faults, EveryOperationIsHitAtTheCallAskedFor) {
     for (int i = 0; i < eOpCount; ++i) {
         const auto eOp = static_cast<eHostOp>(i);
-        const std::function<bool()> fnCall = operation(eOp);
+        const Call fnCall = operation(eOp);
         SCOPED_TRACE(name(eOp));
         SetUp();
         for (const bool bFromThen : {false, true}) {

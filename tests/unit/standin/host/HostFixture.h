@@ -121,23 +121,23 @@ struct HookSide {
     static int onOpen(void* pStream, void* pContext) { return of(pContext).fnOpen(pStream); }
 
     bool put(Control::eHook eKind, Device* pDevice, DataStream* pStream, bool bRemove = false) {
+        // A removal names neither hook nor out-variables.
+        const auto fnUnlessRemoved = [bRemove](auto* p) { return bRemove ? nullptr : p; };
         switch (eKind) {
             case Control::eHookFetch:
-                return registerBypass_DataStreamEventControlGetFilledBuffer(pStream, bRemove ? nullptr : &onFetch, this,
-                                                                            bRemove ? nullptr : &pfnFetch,
-                                                                            bRemove ? nullptr : &pFetch);
+                return registerBypass_DataStreamEventControlGetFilledBuffer(
+                    pStream, fnUnlessRemoved(&onFetch), this, fnUnlessRemoved(&pfnFetch), fnUnlessRemoved(&pFetch));
             case Control::eHookCancel:
                 return registerBypass_DataStreamEventControlCancelGetFilledBuffer(
-                    pStream, bRemove ? nullptr : &onCancel, this, bRemove ? nullptr : &pfnCancel,
-                    bRemove ? nullptr : &pCancel);
+                    pStream, fnUnlessRemoved(&onCancel), this, fnUnlessRemoved(&pfnCancel), fnUnlessRemoved(&pCancel));
             case Control::eHookInfo:
-                return registerBypass_DataStreamGetInfo(pStream, bRemove ? nullptr : &onInfo, this,
-                                                        bRemove ? nullptr : &pfnInfo, bRemove ? nullptr : &pInfo);
+                return registerBypass_DataStreamGetInfo(pStream, fnUnlessRemoved(&onInfo), this,
+                                                        fnUnlessRemoved(&pfnInfo), fnUnlessRemoved(&pInfo));
             case Control::eHookClose:
-                return registerBypass_DeviceCloseDataStream(pDevice, bRemove ? nullptr : &onClose, this,
-                                                            bRemove ? nullptr : &pfnClose, bRemove ? nullptr : &pClose);
+                return registerBypass_DeviceCloseDataStream(pDevice, fnUnlessRemoved(&onClose), this,
+                                                            fnUnlessRemoved(&pfnClose), fnUnlessRemoved(&pClose));
             case Control::eHookOpen:
-                return registerBypass_DeviceOpenDataStream(pDevice, bRemove ? nullptr : &onOpen, this);
+                return registerBypass_DeviceOpenDataStream(pDevice, fnUnlessRemoved(&onOpen), this);
         }
         return false;
     }

@@ -15,6 +15,7 @@
 #include <functional>
 #include <limits>
 
+#include "TemporaryFolder.h"
 #include "TestImages.h"
 
 namespace XAPEL2 {
@@ -38,7 +39,7 @@ std::string readError(const std::string& strFile) {
 }
 
 TEST(ReferenceFile, GivesBackWhatWasWritten) {
-    const CTestFolder oFolder;
+    const XAPEL2::Test::CTemporaryFolder oFolder;
     // The second is longer than one strip.
     for (const ImageLayout& rLayout : {layout("RGB8", 7, 5), layout("Mono16", 1000, 700), layout("BayerGB12p", 6, 3)}) {
         ReferenceImage sWritten = sampleReference(rLayout, eReferenceLight);
@@ -58,7 +59,7 @@ TEST(ReferenceFile, GivesBackWhatWasWritten) {
 }
 
 TEST(ReferenceFile, FailedSaveLeavesTheOldFileAndNothingElse) {
-    const CTestFolder oFolder;
+    const XAPEL2::Test::CTemporaryFolder oFolder;
     const ReferenceImage sOld = sampleReference(layout("Mono8", 4, 4), eReferenceDark);
     writeReferenceFile(oFolder / "old.tif", sOld);
     ASSERT_EQ(mkdir((oFolder / "taken.tif").c_str(), 0700), 0);
@@ -202,7 +203,7 @@ TEST(ReferenceFile, RefusesFilesThatLie) {
         {"header alone", "", fnNone, DESCRIPTION, 5.0F, 8},
         {"cut in the samples", "", fnNone, DESCRIPTION, 5.0F, 100},
     };
-    const CTestFolder oFolder;
+    const XAPEL2::Test::CTemporaryFolder oFolder;
     const std::string strFile = oFolder / "a.tif";
     write(strFile, {"sound", ""});
     EXPECT_EQ(readError(strFile), "") << "the file that the others are made from";
@@ -219,7 +220,7 @@ TEST(ReferenceFile, RefusesFilesThatLie) {
 }
 
 TEST(ReferenceFile, RefusesWhatIsNoTiff) {
-    const CTestFolder oFolder;
+    const XAPEL2::Test::CTemporaryFolder oFolder;
     ASSERT_EQ(mkfifo((oFolder / "pipe").c_str(), 0600), 0);
     std::ofstream(oFolder / "text") << "P5 640 480 65535 and more than sixteen bytes";
     // A directory of 65535 tags at the end of the header.
@@ -237,7 +238,7 @@ TEST(ReferenceFile, RefusesWhatIsNoTiff) {
 
 // Every prefix and every single changed byte of a small file: refused or read, never more.
 TEST(ReferenceFile, SurvivesAnyDamage) {
-    const CTestFolder oFolder;
+    const XAPEL2::Test::CTemporaryFolder oFolder;
     const std::string strFile = oFolder / "a.tif";
     writeReferenceFile(strFile, sampleReference(layout("Mono8", 3, 2), eReferenceDark));
     std::ifstream oIn(strFile, std::ios::binary);

@@ -14,6 +14,7 @@
 
 #include "Allocations.h"
 #include "ReferenceFile.h"
+#include "TemporaryFolder.h"
 #include "TestImages.h"
 #include "xapel2/GenTLCodes.h"
 
@@ -60,7 +61,7 @@ protected:
         return nCount;
     }
 
-    CTestFolder m_oFolder;
+    XAPEL2::Test::CTemporaryFolder m_oFolder;
     std::vector<std::string> m_vTraces;
     CShadingProcessor m_oProcessor{[this](int32_t iLevel, const std::string& strText) {
         EXPECT_EQ(iLevel, 2);

@@ -1,12 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 the xapel2_ext_sc authors
-// Images and folders for the tests of the image processor.
+// Images for the tests of the image processor.
 
 #pragma once
-
-#include <dirent.h>
-#include <stdlib.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <string>
@@ -42,40 +38,6 @@ inline unsigned classOf(const ImageLayout& rLayout, std::size_t iSample) {
         return static_cast<unsigned>((iY & 1) << 1 | (iX & 1));
     return static_cast<unsigned>(iSample - iPixel * rLayout.pFormat->nChannels);
 }
-
-/// A folder of its own, removed with what is in it.
-class CTestFolder {
-public:
-    CTestFolder() {
-        char aName[] = "/tmp/xapel2-processor-XXXXXX";
-        m_strPath = mkdtemp(aName);
-    }
-    ~CTestFolder() {
-        for (const std::string& rName : names()) {
-            if (unlink((*this / rName).c_str()) != 0)
-                rmdir((*this / rName).c_str());
-        }
-        rmdir(m_strPath.c_str());
-    }
-    CTestFolder(const CTestFolder&) = delete;
-    CTestFolder& operator=(const CTestFolder&) = delete;
-
-    std::string operator/(const std::string& strName) const { return m_strPath + "/" + strName; }
-    std::vector<std::string> names() const {
-        std::vector<std::string> vNames;
-        DIR* pFolder = opendir(m_strPath.c_str());
-        while (const dirent* pEntry = readdir(pFolder)) {
-            const std::string strName = pEntry->d_name;
-            if (strName != "." && strName != "..")
-                vNames.push_back(strName);
-        }
-        closedir(pFolder);
-        return vNames;
-    }
-
-private:
-    std::string m_strPath;
-};
 
 }  // namespace StandIn
 }  // namespace XAPEL2
