@@ -33,7 +33,7 @@ std::string packedSamples(const Frame& rFrame) {
 
 std::filesystem::path writeFrame(const std::filesystem::path& rFolder, const Frame& rFrame) {
     const bool bColour = rFrame.pFormat->nChannels == 3;
-    const std::filesystem::path File = rFolder / (rFrame.strName + (bColour ? ".ppm" : ".pgm"));
+    std::filesystem::path File = rFolder / (rFrame.strName + (bColour ? ".ppm" : ".pgm"));
     std::ofstream Out(File, std::ios::binary | std::ios::trunc);
     Out << (bColour ? "P6" : "P5") << '\n'
         << rFrame.nWidth << ' ' << rFrame.nHeight << '\n'

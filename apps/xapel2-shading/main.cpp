@@ -15,14 +15,12 @@ namespace {
 
 enum eExit { eExitDone = 0, eExitUsage = 2, eExitFailure = 3 };
 
-int fail(const std::string& strWhat) {
-    std::cerr << "xapel2-shading: " << strWhat << '\n';
+int fail(const char* pWhat) {
+    std::cerr << "xapel2-shading: " << pWhat << '\n';
     return eExitFailure;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
     XAPEL2::App::DemoOptions Options;
     std::string strFrames;
     CLI::App Cli("Shading correction of camera images.");
@@ -48,9 +46,15 @@ int main(int argc, char** argv) {
         Options.strCamera = "replay:" + strFrames;
     }
 
+    XAPEL2::App::runDemo(Options);
+    return eExitDone;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
     try {
-        XAPEL2::App::runDemo(Options);
-        return eExitDone;
+        return run(argc, argv);
     } catch (const XAPEL2::Exceptions::IException& rError) {
         return fail(rError.GetErrorDescription().get());
     } catch (const std::exception& rError) {

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <string>
+#include <utility>
 
 namespace XAPEL2 {
 namespace Exceptions {
@@ -48,9 +49,8 @@ IException::IException(const char* pFile, unsigned uLine, const char* pFunction,
 IException::IException(const IException& rOther) noexcept : std::exception(rOther), m_pImpl(share(rOther.m_pImpl)) {}
 
 IException& IException::operator=(const IException& rOther) noexcept {
-    void* pOld = m_pImpl;
-    m_pImpl = share(rOther.m_pImpl);
-    drop(pOld);
+    IException copy(rOther);
+    std::swap(m_pImpl, copy.m_pImpl);
     return *this;
 }
 

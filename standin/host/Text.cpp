@@ -6,6 +6,7 @@
 #include <cstring>
 #include <new>
 #include <ostream>
+#include <utility>
 
 #include "xapel2/XapelString.h"
 
@@ -57,9 +58,8 @@ String::String(const char* pText) : m_pImpl(newBlock(pText)) {}
 String::String(const String& rOther) : m_pImpl(share(rOther.m_pImpl)) {}
 
 String& String::operator=(const String& rOther) {
-    void* pOld = m_pImpl;
-    m_pImpl = share(rOther.m_pImpl);
-    drop(pOld);
+    String copy(rOther);
+    std::swap(m_pImpl, copy.m_pImpl);
     return *this;
 }
 
