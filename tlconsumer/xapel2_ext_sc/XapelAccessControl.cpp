@@ -35,7 +35,7 @@ void XapelAccessControlData::WaitExclusive() const {
     while (!IsExclusive()) xapelSpinPause();
 }
 
-CXapelAccessControl::CXapelAccessControl(std::mutex& mtx, XapelAccessControlData& data, eMode mode, unsigned flags)
+CXapelAccessControl::CXapelAccessControl(XapelMutex& mtx, XapelAccessControlData& data, eMode mode, unsigned flags)
     : m_bExclusive(mode == eExclusive || mode == eExclusiveWait), m_uFlags(flags), m_rData(data) {
     while (!tryEnter(mtx)) {
         // Reading alone leaves the mutex to those who can make progress.
@@ -45,8 +45,8 @@ CXapelAccessControl::CXapelAccessControl(std::mutex& mtx, XapelAccessControlData
         m_rData.WaitExclusive();
 }
 
-bool CXapelAccessControl::tryEnter(std::mutex& mtx) {
-    const std::lock_guard<std::mutex> lock(mtx);
+bool CXapelAccessControl::tryEnter(XapelMutex& mtx) {
+    const XapelLock lock(mtx);
     if (m_rData.m_bExclusive.load(std::memory_order_acquire))
         return false;
     m_rData.m_bExclusive.store(m_bExclusive, std::memory_order_seq_cst);

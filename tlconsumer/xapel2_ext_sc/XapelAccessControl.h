@@ -5,16 +5,9 @@
 #pragma once
 
 #include <array>
-#include <atomic>
 #include <cstdint>
-#include <mutex>
 
-/// Eases a busy wait for the processor's sibling thread and the memory bus.
-inline void xapelSpinPause() {
-#if defined(__x86_64__) || defined(__i386__)
-    __builtin_ia32_pause();
-#endif
-}
+#include "XapelThreading.h"
 
 /// State of one gate, shared by its guards.
 ///
@@ -45,14 +38,14 @@ private:
 
     /// An exclusive guard is inside; written with sequentially consistent stores. Read under the entry mutex, but with
     /// acquire: leaving takes no mutex, so the load pairs with the leaver's store.
-    std::atomic<bool> m_bExclusive;
+    XapelAtomic<bool> m_bExclusive;
 
     /// Guards inside, the exclusive one included. Lowered with release, which pairs with the acquire of IsExclusive().
-    std::atomic<uint32_t> m_nUsers;
+    XapelAtomic<uint32_t> m_nUsers;
 
     /// Guards inside that publish bit i. A count, not a bit: a bit must read as set until its last publisher has left,
     /// or a caller that wants to be alone would not cancel the fetch that holds it up.
-    std::array<std::atomic<uint32_t>, 32> m_uFlags;
+    std::array<XapelAtomic<uint32_t>, 32> m_uFlags;
 };
 
 /// Holds a gate for as long as it lives; for the stack of one call.
@@ -69,7 +62,7 @@ public:
     /// @param[in] data  the gate; must outlive the guard.
     /// @param[in] flags bits published while inside; 0: none.
     /// @throws std::system_error  the mutex cannot be locked; nothing has changed.
-    CXapelAccessControl(std::mutex& mtx, XapelAccessControlData& data, eMode mode, unsigned flags);
+    CXapelAccessControl(XapelMutex& mtx, XapelAccessControlData& data, eMode mode, unsigned flags);
 
     /// Leaves, without the mutex.
     ~CXapelAccessControl();
@@ -81,7 +74,7 @@ public:
     void WaitExclusive() const;
 
 private:
-    bool tryEnter(std::mutex& mtx);
+    bool tryEnter(XapelMutex& mtx);
 
     bool m_bExclusive;
     uint32_t m_uFlags;

@@ -7,9 +7,7 @@
 
 #pragma once
 
-#include <atomic>
 #include <cstddef>
-#include <cstdint>
 #include <list>
 #include <map>
 #include <mutex>
@@ -19,6 +17,7 @@
 
 #include "XapelAccessControl.h"
 #include "XapelBypassSlot.h"
+#include "XapelCallCount.h"
 
 class CXapelBypass;
 
@@ -141,36 +140,13 @@ private:
     ParticipantList m_lstParticipants;
     ParticipantList m_lstParticipantsForCalling;
 
-    std::mutex m_mtxAccess;  // entry mutex of the gate
+    XapelMutex m_mtxAccess;  // entry mutex of the gate
     XapelAccessControlData m_AccessData;
 
     /// The leaf lock: copy out, release, call.
     mutable std::mutex m_mtxLeaf;
 
-    /// Open and close calls, which take no gate.
-    class CCallCount {
-    public:
-        /// Counts one call while it lives.
-        class CEntry {
-        public:
-            explicit CEntry(CCallCount& rCount);
-            ~CEntry();
-            CEntry(const CEntry&) = delete;
-            CEntry& operator=(const CEntry&) = delete;
-            bool isClosing() const { return m_bClosing; }
-
-        private:
-            CCallCount& m_rCount;
-            const bool m_bClosing;
-        };
-
-        void close();
-        /// Spins until the count has been zero once; not from inside an open or close call.
-        void waitUntilNone() const;
-
-    private:
-        std::atomic<uint64_t> m_uWord{0};  // bit 0: closing; bits 1..63: calls inside
-    } m_OpenClose;
+    CXapelCallCount m_OpenClose;  // open and close calls, which take no gate
 
     CXapelHubLife m_Life;  // the last member
 };

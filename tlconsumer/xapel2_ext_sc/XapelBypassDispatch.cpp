@@ -8,22 +8,6 @@
 
 #include "XapelBypass.h"
 
-CXapelBypassDevice::CCallCount::CEntry::CEntry(CCallCount& rCount)
-    : m_rCount(rCount), m_bClosing((rCount.m_uWord.fetch_add(2, std::memory_order_acq_rel) & 1) != 0) {}
-
-// Release pairs with the acquire in waitUntilNone: whoever sees no call may free what the calls reached.
-CXapelBypassDevice::CCallCount::CEntry::~CEntry() {
-    m_rCount.m_uWord.fetch_sub(2, std::memory_order_release);
-}
-
-void CXapelBypassDevice::CCallCount::close() {
-    m_uWord.fetch_or(1, std::memory_order_acq_rel);
-}
-
-void CXapelBypassDevice::CCallCount::waitUntilNone() const {
-    while (m_uWord.load(std::memory_order_acquire) >= 2) xapelSpinPause();
-}
-
 std::vector<CXapelBypass*> CXapelBypassDevice::copyParticipants() const {
     const std::lock_guard<std::mutex> lock(m_mtxLeaf);
     return std::vector<CXapelBypass*>(m_lstParticipants.begin(), m_lstParticipants.end());
@@ -106,7 +90,7 @@ int CXapelBypassDevice::consumer_cancelGetFilledBuffer() {
 }
 
 int CXapelBypassDevice::deviceCloseDataStream_Callback(void* pStream) {
-    const CCallCount::CEntry entry(m_OpenClose);
+    const CXapelCallCount::CEntry entry(m_OpenClose);
     if (entry.isClosing())
         return GC_ERR_NOT_INITIALIZED;
     int iResult = GC_ERR_NOT_INITIALIZED;
@@ -128,7 +112,7 @@ int CXapelBypassDevice::consumer_DeviceCloseDataStream(void* pStream) {
 }
 
 int CXapelBypassDevice::deviceOpenDataStream_Callback() {
-    const CCallCount::CEntry entry(m_OpenClose);
+    const CXapelCallCount::CEntry entry(m_OpenClose);
     if (entry.isClosing())
         return GC_ERR_SUCCESS;
     bool bForward = false;

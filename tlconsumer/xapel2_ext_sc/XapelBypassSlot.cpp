@@ -7,8 +7,6 @@
 #include <mutex>
 #include <new>
 
-#include "XapelAccessControl.h"
-
 namespace {
 
 struct alignas(64) Slot {

@@ -15,14 +15,15 @@
 
 #pragma once
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
+
+#include "XapelThreading.h"
 
 /// Slots that must rest before the oldest of them is used again.
 constexpr std::size_t XAPEL_SLOTS_RETIRED_MIN = 16;
 
-typedef std::atomic<uint64_t> XapelPinWord;
+typedef XapelAtomic<uint64_t> XapelPinWord;
 
 /// The pin word of the slot whose hub stands, or stood, at pHub. Valid for the rest of the process.
 XapelPinWord& xapelSlotPinWord(void* pHub);
