@@ -7,6 +7,7 @@
 
 #include "ReferenceDescription.h"
 
+#include <cmath>
 #include <cstring>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -161,8 +162,9 @@ ReferenceImage parseDescription(const char* strText, uint64_t nWidth, uint64_t n
     require(sReference.sLayout.pFormat != nullptr, "unknown pixel format");
     require(sReference.sLayout.isPossible(), "impossible size");
     const double dFull = sReference.sLayout.pFormat->fullScale();
-    sReference.nImages = static_cast<uint64_t>(oReader.number("images", IMAGES_MAX));
-    require(sReference.nImages != 0, "the reference has no images");
+    const double dImages = oReader.number("images", IMAGES_MAX);
+    require(dImages >= 1.0 && dImages == std::floor(dImages), "images is no number from 1 on");
+    sReference.nImages = static_cast<uint64_t>(dImages);
     sReference.dSaturatedShare = oReader.number("saturatedShare", 1.0);
     sReference.dMean = oReader.number("mean", dFull);
     sReference.dTemporalNoise = oReader.number("temporalNoise", dFull);

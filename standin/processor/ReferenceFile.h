@@ -4,19 +4,16 @@
 
 #pragma once
 
-#include <stdexcept>
 #include <string>
 
 #include "ReferenceImage.h"
+#include "TiffHandle.h"
 
 namespace XAPEL2 {
 namespace StandIn {
 
-/// A reference file that cannot be read or written; the text says why, without the file's name.
-class CReferenceFileError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
+/// A reference file that cannot be read or written.
+using CReferenceFileError = CFileError;
 
 /// Writes a reference. The file appears under its name whole and flushed to disk, or not at all: it is written beside
 /// it under a temporary name, which a failed write removes. An existing file is replaced, also where it is a link.

@@ -11,8 +11,6 @@
 #include <new>
 #include <system_error>
 
-#include "ReferenceFile.h"
-
 namespace XAPEL2 {
 namespace StandIn {
 
@@ -33,7 +31,7 @@ CTiffHandle::CTiffHandle(int iFile, const char* strMode) {
     TIFFOpenOptionsSetMaxSingleMemAlloc(pOptions, ALLOCATION_MAX);
     TIFFOpenOptionsSetErrorHandlerExtR(pOptions, onError, this);
     TIFFOpenOptionsSetWarningHandlerExtR(pOptions, onWarning, this);
-    m_pTiff = TIFFFdOpenExt(iFile, "reference", strMode, pOptions);
+    m_pTiff = TIFFFdOpenExt(iFile, "TIFF", strMode, pOptions);
     TIFFOpenOptionsFree(pOptions);
     check(m_pTiff != nullptr, "not a TIFF file");
 }
@@ -45,7 +43,7 @@ CTiffHandle::~CTiffHandle() {
 }
 
 void CTiffHandle::fail(const char* strElse) const {
-    throw CReferenceFileError(m_aError[0] ? m_aError : strElse);
+    throw CFileError(m_aError[0] ? m_aError : strElse);
 }
 
 int CTiffHandle::onError(TIFF*, void* pThis, const char*, const char* strFormat, va_list pArguments) {

@@ -7,10 +7,17 @@
 #include <tiffio.h>
 
 #include <cstdarg>
+#include <stdexcept>
 #include <string>
 
 namespace XAPEL2 {
 namespace StandIn {
+
+/// A file that cannot be read or written; the text says why, without the file's name.
+class CFileError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
 
 /// A file descriptor that is closed when it goes out of scope.
 class CFileDescriptor {
@@ -35,14 +42,14 @@ class CTiffHandle {
 public:
     /// @param[in] iFile    borrowed; must stay open longer than this object, which does not close it.
     /// @param[in] strMode  as for TIFFOpen.
-    /// @throws CReferenceFileError  not a TIFF.
+    /// @throws CFileError  not a TIFF.
     CTiffHandle(int iFile, const char* strMode);
     ~CTiffHandle();
     CTiffHandle(const CTiffHandle&) = delete;
     CTiffHandle& operator=(const CTiffHandle&) = delete;
 
     TIFF* get() const { return m_pTiff; }
-    /// @throws CReferenceFileError  with what the TIFF library said last, or strElse when it said nothing.
+    /// @throws CFileError  with what the TIFF library said last, or strElse when it said nothing.
     [[noreturn]] void fail(const char* strElse) const;
     void check(bool bGood, const char* strElse) const {
         if (!bGood)
@@ -53,7 +60,8 @@ private:
     static int onError(TIFF* pTiff, void* pThis, const char* strModule, const char* strFormat, va_list pArguments);
     static int onWarning(TIFF* pTiff, void* pThis, const char* strModule, const char* strFormat, va_list pArguments);
 
-    // Most memory of one allocation by the TIFF library: tag arrays, and rows that it has to convert.
+    // Most memory of one allocation by the TIFF library: tag arrays, and strips that are written. Version 4.5.0 has no
+    // limit for all of them together: what a file can make it keep is bounded by CTiffInput.
     static constexpr tmsize_t ALLOCATION_MAX = 4 << 20;
 
     TIFF* m_pTiff = nullptr;
