@@ -16,7 +16,8 @@ namespace StandIn {
 using CReferenceFileError = CFileError;
 
 /// Writes a reference. The file appears under its name whole and flushed to disk, or not at all: it is written beside
-/// it under a temporary name, which a failed write removes. An existing file is replaced, also where it is a link.
+/// it under a temporary name, which a failed write removes. An existing file is replaced, also where it is a link. The
+/// temporary file of a killed process (.reference-*.tmp) stays behind and is in nobody's way.
 /// The description is a JSON object: kind ("dark", "light"), pixelFormat (PFNC name), images, saturatedShare (0 to 1),
 /// mean and temporalNoise (DN), and camera (object) where rReference.strCamera is not empty.
 /// @throws CReferenceFileError  nothing was written; or only the folder could not be flushed, and the file is there.

@@ -7,8 +7,8 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
+#include <chrono>
 
 #include "ReferenceDescription.h"
 #include "ReferenceFile.h"
@@ -48,7 +48,7 @@ void writeTiff(int iFile, const ReferenceImage& rReference) {
     const auto nHeight = static_cast<std::size_t>(rReference.sLayout.nHeight);
     const std::size_t nRowsPerStrip = std::max<std::size_t>(1, STRIP_BYTES / (nRow * sizeof(float)));
     const bool bLarge = rReference.vSamples.size() * sizeof(float) > CLASSIC_BYTES_MAX;
-    const CTiffHandle sTiff(iFile, bLarge ? "w8" : "w");
+    const CTiffHandle sTiff(iFile, bLarge ? "w8" : "w", 0);
     setTags(sTiff, rReference, nRowsPerStrip);
     uint32_t iStrip = 0;
     for (std::size_t iY = 0; iY < nHeight; iY += nRowsPerStrip, ++iStrip) {
@@ -87,9 +87,10 @@ public:
 
 private:
     std::string create(int iFolder) {
-        static std::atomic<unsigned> s_uNext{0};
         for (int i = 0; i < 100; ++i) {
-            std::string strName = ".reference-" + std::to_string(getpid()) + "-" + std::to_string(s_uNext++) + ".tmp";
+            // The time as well, since a process number comes again and the file of a killed process stays behind.
+            const auto iNow = std::chrono::system_clock::now().time_since_epoch().count();
+            std::string strName = ".reference-" + std::to_string(getpid()) + "-" + std::to_string(iNow) + ".tmp";
             m_iFile = openat(iFolder, strName.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
             if (m_iFile >= 0)
                 return strName;

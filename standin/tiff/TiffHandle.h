@@ -7,6 +7,8 @@
 #include <tiffio.h>
 
 #include <cstdarg>
+#include <cstdint>
+#include <memory>
 #include <stdexcept>
 #include <string>
 
@@ -38,34 +40,44 @@ private:
 /// Text of the present errno.
 std::string systemError();
 
+/// Reads and writes by calls of its own: the library goes on after a seek that failed, and then puts bytes in the wrong
+/// place. Here no seek can fail, and a write that failed is remembered until check.
 class CTiffHandle {
 public:
     /// @param[in] iFile    borrowed; must stay open longer than this object, which does not close it.
     /// @param[in] strMode  as for TIFFOpen.
-    /// @throws CFileError  not a TIFF.
-    CTiffHandle(int iFile, const char* strMode);
-    ~CTiffHandle();
+    /// @param[in] nBytes   size of the file.
+    /// @throws CFileError  not a TIFF, or it cannot be written.
+    CTiffHandle(int iFile, const char* strMode, uint64_t nBytes);
     CTiffHandle(const CTiffHandle&) = delete;
     CTiffHandle& operator=(const CTiffHandle&) = delete;
 
-    TIFF* get() const { return m_pTiff; }
-    /// @throws CFileError  with what the TIFF library said last, or strElse when it said nothing.
-    [[noreturn]] void fail(const char* strElse) const;
-    void check(bool bGood, const char* strElse) const {
-        if (!bGood)
-            fail(strElse);
-    }
+    TIFF* get() const { return m_pTiff.get(); }
+    /// @throws CFileError  not good, or a write has failed: with the system's reason, else with what the TIFF library
+    ///                     said last, or with strElse alone when it said nothing.
+    void check(bool bGood, const char* strElse) const;
 
 private:
     static int onError(TIFF* pTiff, void* pThis, const char* strModule, const char* strFormat, va_list pArguments);
     static int onWarning(TIFF* pTiff, void* pThis, const char* strModule, const char* strFormat, va_list pArguments);
+    static tmsize_t onRead(thandle_t pThis, void* pBytes, tmsize_t nBytes);
+    static tmsize_t onWrite(thandle_t pThis, void* pBytes, tmsize_t nBytes);
+    static toff_t onSeek(thandle_t pThis, toff_t uOffset, int iFrom);
+    static int onClose(thandle_t) { return 0; }
+    static toff_t onSize(thandle_t pThis) { return static_cast<CTiffHandle*>(pThis)->m_nBytes; }
 
     // Most memory of one allocation by the TIFF library: tag arrays, and strips that are written. Version 4.5.0 has no
     // limit for all of them together: what a file can make it keep is bounded by CTiffInput.
     static constexpr tmsize_t ALLOCATION_MAX = 4 << 20;
 
-    TIFF* m_pTiff = nullptr;
+    const int m_iFile;
+    uint64_t m_nBytes;
+    uint64_t m_uPosition = 0;
+    int m_iWriteError = 0;    // errno of a write that failed
     char m_aError[256] = {};  // fixed: it is filled below C code, where nothing may be thrown
+    // Last, since its end calls back. After a failed write that flushes once more, which is harmless: the file is about
+    // to be removed.
+    std::unique_ptr<TIFF, void (*)(TIFF*)> m_pTiff{nullptr, TIFFCleanup};
 };
 
 }  // namespace StandIn

@@ -77,7 +77,9 @@ uint64_t checkedSize(int iFile) {
 
 // m: no memory map, which would raise a signal when somebody shortens the file; c: strips as they are in the file.
 CTiffInput::CTiffInput(const std::string& strFile)
-    : m_sFile(openFile(strFile)), m_nFileBytes(checkedSize(m_sFile.get())), m_sTiff(m_sFile.get(), "rmc") {}
+    : m_sFile(openFile(strFile)),
+      m_nFileBytes(checkedSize(m_sFile.get())),
+      m_sTiff(m_sFile.get(), "rmc", m_nFileBytes) {}
 
 uint16_t CTiffInput::tag(uint32_t uTag) const {
     uint16_t uValue = 0;

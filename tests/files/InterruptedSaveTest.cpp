@@ -1,0 +1,233 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// A save that is killed or fails at any of its system calls leaves the old reference or the new one, whole.
+
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "Program.h"
+#include "ReferenceFile.h"
+#include "TemporaryFolder.h"
+
+namespace XAPEL2 {
+namespace Test {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string content(const std::string& strFile) {
+    std::ifstream oIn(strFile, std::ios::binary);
+    return {std::istreambuf_iterator<char>(oIn), std::istreambuf_iterator<char>()};
+}
+
+/// One system call of a traced save.
+struct SystemCall {
+    std::string strName;
+    std::string strLine;
+    unsigned iWhen = 0;  ///< its place among the calls of this name, from the start of the program, from 1
+};
+
+class InterruptedSave : public ::testing::Test {
+protected:
+    static constexpr const char* OLD = "10";
+    static constexpr const char* NEW = "50";
+    static constexpr const char* NO_LIMIT = "1000000000";
+
+    void SetUp() override {
+        // The same recording gives the same bytes, so that bytes tell the old file, the new one, and any other.
+        m_strOld = savedBytes("20", OLD);
+        m_strNew = savedBytes("600", NEW);  // in two strips
+        ASSERT_NE(m_strOld, m_strNew);
+    }
+
+    std::string savedBytes(const char* pSide, const char* pValue) {
+        EXPECT_EQ(runProgram(XAPEL2_SAVE_PROGRAM, {m_strFile, pSide, pValue, m_strCopy, NO_LIMIT}).iExit, 0);
+        EXPECT_EQ(StandIn::readReferenceFile(m_strFile).vSamples.at(0), std::stof(pValue));
+        return content(m_strFile);
+    }
+
+    /// Saves the new reference over the old one.
+    ProgramResult save(const char* pLimit = NO_LIMIT) {
+        restoreOld();
+        return runProgram(XAPEL2_SAVE_PROGRAM, {m_strFile, "600", NEW, m_strCopy, pLimit});
+    }
+
+    void restoreOld() const {
+        fs::remove(m_strCopy);
+        std::ofstream(m_strFile, std::ios::binary) << m_strOld;
+    }
+
+    /// After a save that was refused: the file was as it may be, a second save was good, and nothing else lies there.
+    void expectRefused(const ProgramResult& rResult, bool bMayBeNew = false) const {
+        EXPECT_EQ(rResult.iExit, 1) << rResult.strErr;
+        const std::string strAfter = content(m_strCopy);
+        EXPECT_TRUE(strAfter == m_strOld || (bMayBeNew && strAfter == m_strNew)) << strAfter.size() << " bytes";
+        expectSaved();
+    }
+    void expectSaved() const {
+        EXPECT_TRUE(content(m_strFile) == m_strNew);
+        EXPECT_EQ(m_oFolder.names(), std::vector<std::string>{"light.tif"});
+    }
+
+    const CTemporaryFolder m_oFolder, m_oOther;
+    const std::string m_strFile = m_oFolder / "light.tif";
+    const std::string m_strCopy = m_oOther / "copy";
+    std::string m_strOld, m_strNew;
+};
+
+class TracedSave : public InterruptedSave {
+protected:
+    void SetUp() override {
+        if (runProgram("/usr/bin/env", {"strace", "-o", "/dev/null", "true"}).iExit != 0)
+            GTEST_SKIP() << "strace is missing or may not trace here";
+        InterruptedSave::SetUp();
+    }
+
+    /// Saves the new reference over the old one, under strace with these options; the trace is in m_strLog.
+    ProgramResult tracedSave(const std::vector<std::string>& rOptions) {
+        restoreOld();
+        const char* pOptions = std::getenv("ASAN_OPTIONS");
+        // The leak check does not work in a program that is traced.
+        std::vector<std::string> vecArguments = {
+            std::string("ASAN_OPTIONS=") + (pOptions ? pOptions : "") + ":detect_leaks=0",
+            "strace",
+            "-f",
+            "-y",
+            "-o",
+            m_strLog};
+        vecArguments.insert(vecArguments.end(), rOptions.begin(), rOptions.end());
+        vecArguments.insert(vecArguments.end(), {XAPEL2_SAVE_PROGRAM, m_strFile, "600", NEW, m_strCopy, NO_LIMIT});
+        return runProgram("/usr/bin/env", vecArguments);
+    }
+
+    /// The system calls of a good save, in order.
+    std::vector<SystemCall> callsOfSave() {
+        EXPECT_EQ(tracedSave({}).iExit, 0);
+        std::vector<SystemCall> vecCalls;
+        std::map<std::string, unsigned> mapCount;
+        std::ifstream oLog(m_strLog);
+        bool bInside = false;
+        for (std::string strLine; std::getline(oLog, strLine);) {
+            // A line is the number of the process, then "name(arguments) = result".
+            const std::size_t iName = strLine.find_first_not_of("0123456789 ");
+            const std::size_t iEnd = strLine.find_first_not_of("abcdefghijklmnopqrstuvwxyz_0123456789", iName);
+            if (iEnd >= strLine.size() || strLine[iEnd] != '(')
+                continue;  // a signal or the end of the program
+            const std::string strName = strLine.substr(iName, iEnd - iName);
+            const unsigned iWhen = ++mapCount[strName];
+            const bool bMarker = strLine.find("\"/save-") != std::string::npos;
+            if (bInside && !bMarker)
+                vecCalls.push_back({strName, strLine, iWhen});
+            bInside = bMarker ? strLine.find("/save-begins") != std::string::npos : bInside;
+        }
+        return vecCalls;
+    }
+
+    const std::string m_strLog = m_oOther / "log";
+};
+
+TEST_F(TracedSave, FlushesBeforeItRenamesAndThenTheFolder) {
+    const std::vector<SystemCall> vecCalls = callsOfSave();
+    const auto last = [&](const std::vector<std::string>& rParts) {
+        int iLast = -1;
+        for (std::size_t i = 0; i < vecCalls.size(); ++i) {
+            const auto isInLine = [&](const std::string& r) {
+                return vecCalls[i].strLine.find(r) != std::string::npos;
+            };
+            if (std::all_of(rParts.begin(), rParts.end(), isInLine))
+                iLast = static_cast<int>(i);
+        }
+        EXPECT_GE(iLast, 0) << rParts.front();
+        return iLast;
+    };
+    const int iFlush = last({"sync(", ".tmp>)", "= 0"});
+    const int iRename = last({"rename", ".tmp\"", "\"light.tif\"", "= 0"});
+    EXPECT_LT(last({"write", ".tmp>"}), iFlush);
+    EXPECT_LT(iFlush, iRename);
+    EXPECT_LT(iRename, last({"fsync(", "<" + m_oFolder.path().string() + ">)", "= 0"}));
+}
+
+TEST_F(TracedSave, KilledAtAnySystemCallLeavesTheOldFileOrTheNewOne) {
+    const std::vector<SystemCall> vecCalls = callsOfSave();
+    EXPECT_GT(vecCalls.size(), 10U);
+    unsigned nOld = 0, nNew = 0;
+    for (const SystemCall& rCall : vecCalls) {
+        SCOPED_TRACE(rCall.strLine);
+        // What earlier turns left behind lies in the same folder and must not be in the way.
+        EXPECT_EQ(
+            tracedSave({"-e", "inject=" + rCall.strName + ":signal=KILL:when=" + std::to_string(rCall.iWhen)}).iExit,
+            -1);
+        const std::string strLog = content(m_strLog);
+        EXPECT_NE(strLog.find("/save-begins"), std::string::npos) << "killed outside the save";
+        EXPECT_EQ(strLog.find("/save-ends"), std::string::npos) << "killed outside the save";
+        const std::string strAfter = content(m_strFile);
+        EXPECT_TRUE(strAfter == m_strOld || strAfter == m_strNew) << strAfter.size() << " bytes";
+        ++(strAfter == m_strOld ? nOld : nNew);
+    }
+    EXPECT_GE(nOld, 10U);
+    EXPECT_GE(nNew, 1U) << "a kill after the file has its name";
+    EXPECT_EQ(save().iExit, 0);
+    EXPECT_TRUE(content(m_strFile) == m_strNew);
+    for (const std::string& strName : m_oFolder.names())
+        EXPECT_TRUE(strName == "light.tif" || strName.rfind(".reference-", 0) == 0) << strName;
+}
+
+TEST_F(TracedSave, ErrorOfAnySystemCallIsReportedAndLeavesNothingBehind) {
+    std::set<std::string> setTried;
+    for (const SystemCall& rCall : callsOfSave()) {
+        for (const char* pError : {"EIO", "ENOSPC"}) {
+            if (rCall.strLine.find(m_oFolder.path().string()) == std::string::npos)
+                continue;  // memory and the like
+            SCOPED_TRACE(std::string(pError) + ": " + rCall.strLine);
+            setTried.insert(rCall.strName);
+            const ProgramResult oResult = tracedSave(
+                {"-e", "inject=" + rCall.strName + ":error=" + pError + ":when=" + std::to_string(rCall.iWhen)});
+            const std::string strLog = content(m_strLog);
+            const std::size_t iInjected = strLog.find("(INJECTED)");
+            EXPECT_TRUE(iInjected > strLog.find("/save-begins") && iInjected < strLog.find("/save-ends")) << "missed";
+            const bool bOfFolder = rCall.strLine.find("<" + m_oFolder.path().string() + ">)") != std::string::npos;
+            if (bOfFolder && rCall.strName == "close")
+                expectSaved();  // of no consequence: the folder was only read
+            else
+                expectRefused(oResult, bOfFolder);
+        }
+    }
+    EXPECT_GE(setTried.size(), 5U) << "open, write, flush, close, rename";
+}
+
+TEST_F(InterruptedSave, FileThatReachesItsLimitIsReported) {
+    const std::size_t nBytes = m_strNew.size();
+    for (const std::size_t nLimit : {std::size_t{0}, std::size_t{4}, std::size_t{8}, std::size_t{5000},
+                                     std::size_t{1} << 20, nBytes - 400, nBytes - 150, nBytes - 1}) {
+        SCOPED_TRACE(nLimit);
+        expectRefused(save(std::to_string(nLimit).c_str()));
+    }
+    EXPECT_EQ(save(std::to_string(nBytes).c_str()).iExit, 0);
+    expectSaved();
+}
+
+TEST_F(InterruptedSave, FullDiskIsReported) {
+    // A name space of this process's own: the mount ends with it.
+    if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        mount("tmpfs", m_oFolder.path().c_str(), "tmpfs", 0, "size=1m") != 0)
+        GTEST_SKIP() << "a file system cannot be mounted here";
+    EXPECT_EQ(save().iExit, 2) << "still full";
+    EXPECT_TRUE(content(m_strFile) == m_strOld);
+    EXPECT_TRUE(content(m_strCopy) == m_strOld) << "the save was refused, not something before it";
+    EXPECT_EQ(m_oFolder.names(), std::vector<std::string>{"light.tif"});
+    umount(m_oFolder.path().c_str());
+}
+
+}  // namespace
+}  // namespace Test
+}  // namespace XAPEL2
