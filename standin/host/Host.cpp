@@ -60,7 +60,9 @@ int closeDevice(Device* pShell) {
     if (pDevice == nullptr) {
         return GC_ERR_INVALID_HANDLE;
     }
-    for (const auto& pStream : pDevice->streams()) {
+    // Copied before anything changes: the copy may want memory.
+    const auto vecStreams = pDevice->streams();
+    for (const auto& pStream : vecStreams) {
         if (pStream->isProducerThread()) {
             return GC_ERR_RESOURCE_IN_USE;
         }
@@ -69,7 +71,7 @@ int closeDevice(Device* pShell) {
         return GC_ERR_INVALID_HANDLE;
     }
     pDevice->hooks().die();
-    for (const auto& pStream : pDevice->streams()) {
+    for (const auto& pStream : vecStreams) {
         pStream->close();
         pStream->hooks().die();
     }

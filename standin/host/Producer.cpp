@@ -68,10 +68,12 @@ int CStream::start(uint64_t nFrames) {
     try {
         m_threadProducer = std::thread([this, nFrames] { produce(nFrames); });
     } catch (const std::exception& rError) {
-        trace(2, std::string("the acquisition cannot start: ") + rError.what());
         m_pCamera->endAcquisition();
-        std::lock_guard<std::mutex> lock(m_mtx);
-        m_bGrabbing = false;
+        {
+            std::lock_guard<std::mutex> lock(m_mtx);
+            m_bGrabbing = false;
+        }
+        trace(2, std::string("the acquisition cannot start: ") + rError.what());  // may want memory, as the start did
         return GC_ERR_ERROR;
     }
     return GC_ERR_SUCCESS;

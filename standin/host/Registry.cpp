@@ -4,6 +4,7 @@
 
 #include "Registry.h"
 
+#include <iterator>
 #include <mutex>
 #include <unordered_map>
 
@@ -31,14 +32,29 @@ typename tMap::mapped_type findIn(const tMap& rMap, const void* pShell) {
     return it == rMap.end() ? typename tMap::mapped_type{} : it->second;
 }
 
+// Forgets the device and every stream of it, listed or not. False when it was not known. The caller holds the lock.
+bool forget(const CDevice& rDevice) {
+    auto& rStreams = state().mapStreams;
+    for (auto it = rStreams.begin(); it != rStreams.end();) {
+        it = it->second.pDevice.get() == &rDevice ? rStreams.erase(it) : std::next(it);
+    }
+    state().mapLists.erase(rDevice.listShell());
+    return state().mapDevices.erase(rDevice.shell()) != 0;
+}
+
 }  // namespace
 
 void add(const std::shared_ptr<CDevice>& pDevice) {
     std::lock_guard<std::mutex> lock(state().mtx);
-    state().mapDevices[pDevice->shell()] = pDevice;
-    state().mapLists[pDevice->listShell()] = pDevice;
-    for (const auto& pStream : pDevice->streams()) {
-        state().mapStreams[pStream->shell()] = {pDevice, pStream};
+    try {
+        state().mapDevices[pDevice->shell()] = pDevice;
+        state().mapLists[pDevice->listShell()] = pDevice;
+        for (const auto& pStream : pDevice->streams()) {
+            state().mapStreams[pStream->shell()] = {pDevice, pStream};
+        }
+    } catch (...) {
+        forget(*pDevice);  // nobody would close it
+        throw;
     }
 }
 
@@ -51,11 +67,7 @@ void addStream(const std::shared_ptr<CDevice>& pDevice, const std::shared_ptr<CS
 
 bool remove(const CDevice& rDevice) {
     std::lock_guard<std::mutex> lock(state().mtx);
-    for (const auto& pStream : rDevice.streams()) {
-        state().mapStreams.erase(pStream->shell());
-    }
-    state().mapLists.erase(rDevice.listShell());
-    return state().mapDevices.erase(rDevice.shell()) != 0;
+    return forget(rDevice);
 }
 
 std::shared_ptr<CDevice> findDevice(const void* pShell) {
