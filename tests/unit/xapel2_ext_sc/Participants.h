@@ -76,6 +76,27 @@ public:
         }
     }
 
+    explicit CHookCaller(const XAPEL2::StandIn::Control::RegisteredHook& rHook) : m_pContext(rHook.pContext) {
+        m_apfnHooks[rHook.eKind] = rHook.pfnHook;
+    }
+
+    /// The hook of this kind, called as for the stream.
+    int call(XAPEL2::StandIn::Control::eHook eKind, XAPEL2::DataStream* pStream) const {
+        using namespace XAPEL2::StandIn;
+        void* pBuffer = nullptr;
+        switch (eKind) {
+            case Control::eHookFetch:
+                return fetch(&pBuffer, 0);
+            case Control::eHookCancel:
+                return cancel();
+            case Control::eHookInfo:
+                return info();
+            case Control::eHookClose:
+                return close(pStream);
+            default:
+                return open();
+        }
+    }
     int fetch(void** ppBuffer, unsigned long long iTimeout = 5000) const {
         return hook<DataStreamGetFilledBufferFunc>(XAPEL2::StandIn::Control::eHookFetch)(ppBuffer, iTimeout,
                                                                                          m_pContext);

@@ -1,0 +1,334 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// The steps of the scenario and the checks after it.
+
+#include "Scenario.h"
+
+#include <gtest/gtest.h>
+#include <malloc.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <cstring>
+#include <future>
+#include <set>
+
+#include "StreamFixture.h"
+
+extern "C" __attribute__((weak)) void __sanitizer_set_death_callback(void (*)());
+
+namespace XapelTest {
+
+using namespace XAPEL2::StandIn;
+using XAPEL2::Ext::Sc::Shading;
+
+namespace {
+
+constexpr unsigned BUFFERS = 3;
+constexpr unsigned CASE_SECONDS = 60;
+typedef std::array<uint8_t, 16 * 8> Image;
+
+Image imageOf(uint8_t uEven, uint8_t uOdd) {
+    Image image;
+    for (std::size_t i = 0; i < image.size(); ++i) image[i] = i % 2 == 0 ? uEven : uOdd;
+    return image;
+}
+const Image RAW = imageOf(80, 120), FLAT = imageOf(100, 100);
+
+void setContent() {
+    Control::setFrameContent([](uint64_t, void* pImage, std::size_t nBytes) {
+        std::memcpy(pImage, RAW.data(), std::min(nBytes, RAW.size()));
+    });
+}
+
+const XAPEL2::Test::CTemporaryFolder& folder() {
+    // Every run saves a file: in memory, where there is such a folder.
+    static const int s_iIgnored = access("/dev/shm", W_OK) == 0 ? setenv("TMPDIR", "/dev/shm", 0) : 0;
+    static const XAPEL2::Test::CTemporaryFolder s_Folder;
+    static_cast<void>(s_iIgnored);
+    return s_Folder;
+}
+
+/// A reference of the pattern, recorded once without any fault.
+std::string goodReference() {
+    static const std::string s_strFile = folder() / "good.tif";
+    if (access(s_strFile.c_str(), F_OK) != 0) {
+        XAPEL2::Device* pDevice = openDevice("sim:7?width=16&height=8&format=Mono8");
+        {
+            Shading shading(pDevice);
+            Image image = RAW;
+            shading.ReferenceStart(true);
+            shading.ReferenceAdd("Mono8", 16, 8, image.data(), image.size());
+            shading.ReferenceEnd(s_strFile.c_str());
+        }
+        closeDevice(pDevice);
+    }
+    return s_strFile;
+}
+
+char g_acCase[200] = "no case";
+
+void tellCase() {
+    const auto nWritten = write(STDERR_FILENO, g_acCase, std::strlen(g_acCase));
+    static_cast<void>(nWritten);
+}
+
+/// Every text that the library may trace.
+const std::set<std::pair<int32_t, std::string>>& knownTraces() {
+    static const auto s_Known = [] {
+        std::set<std::pair<int32_t, std::string>> known;
+        for (const char* pText :
+             {"CXapelBypassDevice::; initCallBack called;", "CXapelBypassDevice::; deInitCallBack called;",
+              "CExtScShading created;", "CVexoShadingObj; SetParam called;", "CVexoShadingObj; GetParam called;",
+              "CVexoShadingObj; SetEnable called;", "CExtScShadingObj; initCallBack called;",
+              "CExtScShadingObj; initCallBack; image callback registered successfully",
+              "CExtScShadingObj; deInitCallBack called;",
+              "CExtScShadingObj; deinitCallBack; image callback unregistered successfully"})
+            known.emplace(0, std::string("Extended-API;") + pText);
+        for (const char* pText : {"CExtScShadingObj; initCallback; unexpected exception occurred;",
+                                  "CExtScShadingObj; deinitCallback; unexpected exception occurred;",
+                                  "CVexShadingObj; extended_useFilledBuffer; invalid Buffer;"})
+            known.emplace(2, std::string("Extended-API;") + pText);
+        // A caught host exception: "function description".
+        std::vector<std::string> said{"CXapelBypassDevice The device doesn't support any data streams.",
+                                      "deInitCallBacks The DataStream object is not valid or is no longer valid",
+                                      "deInitCallBacks The Device object is not valid or is no longer valid",
+                                      "Open injected"};
+        for (int i = 0; i < Control::eOpCount; ++i)
+            said.push_back(std::string(Control::name(static_cast<Control::eHostOp>(i))) + " injected");
+        for (const char* pAccess : {"SetInt", "GetInt", "GetIntMin", "GetIntMax", "SetString", "SetValue"}) {
+            for (const char* pNode : {"PixelFormat", "Width", "Height", "BufferSize", "Buffer", "Command", "Status",
+                                      "ParamSelector", "ParamValue"})
+                said.push_back(std::string(pAccess) + " Shading" + pNode + ": injected");
+        }
+        for (const char* pPrefix :
+             {"XapelBypass; ctor;", "XapelBypass; dtor;", "CVexoShadingObj; SetEnable;", "CVexoShadingObj; SetParam;",
+              "CVexoShadingObj; >GetParam;", "CVexoShadingObj; extended_useFilledBuffer; "}) {
+            for (const auto& rText : said) known.emplace(2, std::string("Extended-API;") + pPrefix + rText);
+        }
+        return known;
+    }();
+    return s_Known;
+}
+
+void checkTraces(const std::vector<Control::TraceLine>& rTraces) {
+    for (const auto& rLine : rTraces) {
+        const bool bOfTheHost = rLine.iLevel == 2 && (rLine.strText.rfind("ImageProcessor; ", 0) == 0 ||
+                                                      rLine.strText.rfind("the acquisition cannot start: ", 0) == 0);
+        EXPECT_TRUE(bOfTheHost || knownTraces().count({rLine.iLevel, rLine.strText}) != 0)
+            << "unknown trace: " << rLine.iLevel << " " << rLine.strText;
+    }
+}
+
+}  // namespace
+
+void beginCase(const std::string& strCase) {
+    static const bool s_bOnce = [] {
+        // What is called after its end must not look alive.
+        mallopt(M_PERTURB, 0x5A);
+        for (const int iSignal : {SIGSEGV, SIGABRT, SIGALRM}) {
+            std::signal(iSignal, [](int iCaught) {
+                tellCase();
+                _exit(128 + iCaught);
+            });
+        }
+        if (&__sanitizer_set_death_callback != nullptr)
+            __sanitizer_set_death_callback(&tellCase);
+        return true;
+    }();
+    static_cast<void>(s_bOnce);
+    std::snprintf(g_acCase, sizeof(g_acCase), "\nended in: %s\n", strCase.c_str());
+    alarm(CASE_SECONDS);
+}
+
+CScenario::CScenario(bool bHolder, std::function<void(bool)> fnArm)
+    : m_fnArm(std::move(fnArm)), m_pDevice(openDevice("sim:7?width=16&height=8&format=Mono8")) {
+    goodReference();
+    m_vecStreams.reserve(2);  // a step must not fail for the sake of this list
+    m_vecStreams.push_back(firstDataStream(m_pDevice));
+    if (bHolder)
+        m_pHolder = std::make_unique<CPlain>(m_pDevice);
+    setContent();
+    Control::recordTraces(true);
+}
+
+CScenario::~CScenario() {
+    closeDevice(m_pDevice);
+    EXPECT_EQ(Control::liveHooks(), 0U);
+}
+
+void CScenario::step(const std::function<void()>& fnStep) {
+    if (m_fnArm)
+        m_fnArm(true);
+    try {
+        fnStep();
+    } catch (const std::exception&) {
+    } catch (...) {
+        ++m_nBad;
+    }
+    if (m_fnArm)
+        m_fnArm(false);
+}
+
+void CScenario::facade(const std::function<void(Shading&)>& fnStep) {
+    if (m_pShading != nullptr)
+        step([&] { fnStep(*m_pShading); });
+}
+
+void CScenario::start() {
+    m_bRunning = false;
+    openDataStream(m_pDevice, m_vecStreams.back());
+    for (unsigned i = 0; i < BUFFERS; ++i) {
+        BufferHandle hBuffer = nullptr;
+        if (allocAndAnnounceBuffer(m_vecStreams.back(), sizeof(Image), &hBuffer) != 0 ||
+            queueBuffer(m_vecStreams.back(), hBuffer) != 0)
+            return;
+    }
+    m_bRunning = startAcquisition(m_vecStreams.back()) == 0;
+}
+
+void CScenario::fetch(unsigned nFrames, unsigned long long iTimeoutMs) {
+    while (nFrames-- > 0) {
+        BufferHandle hBuffer = nullptr;
+        getFilledBuffer(m_vecStreams.back(), &hBuffer, iTimeoutMs);
+        if (hBuffer == nullptr)
+            continue;
+        void* pImage = nullptr;
+        unsigned long long nSize = sizeof(pImage);
+        getBufferInfo(m_vecStreams.back(), hBuffer, BUFFER_INFO_BASE, nullptr, &pImage, &nSize);
+        const bool bRaw = std::memcmp(pImage, RAW.data(), RAW.size()) == 0;
+        const bool bFlat = std::memcmp(pImage, FLAT.data(), FLAT.size()) == 0;
+        ++(bRaw ? m_nRaw : bFlat ? m_nFlat : m_nBad);
+        queueBuffer(m_vecStreams.back(), hBuffer);
+    }
+}
+
+void CScenario::reopen() {
+    // As a participant, so that the host's own information and close functions are called too.
+    std::unique_ptr<CPlain> pOther;
+    step([&] {
+        pOther = std::make_unique<CPlain>(m_pDevice);
+        pOther->registerParticipant();
+    });
+    step([&] {
+        uint64_t nValue = 0;
+        unsigned long long nSize = sizeof(nValue);
+        getStreamInfo(m_vecStreams.back(), STREAM_INFO_NUM_DELIVERED, nullptr, &nValue, &nSize);
+    });
+    m_bRunning = false;
+    step([&] { closeDataStream(m_pDevice, m_vecStreams.back()); });
+    step([&] { pOther.reset(); });
+    step([&] { m_vecStreams.push_back(Control::addFirstStream(m_pDevice)); });
+    step([&] { openDataStream(m_pDevice, m_vecStreams.back()); });
+}
+
+void CScenario::disableBesideABlockedFetch() {
+    XAPEL2::DataStream* const pStream = m_vecStreams.back();
+    stopAcquisition(pStream);
+    flushBuffers(pStream);
+    auto blocked = std::async(std::launch::async, [&] {
+        try {
+            fetch(1, 20);
+        } catch (const std::exception&) {
+        }
+    });
+    while (!Control::waitForBlockedFetches(pStream, 1, 1) && !ready(blocked, 0)) {
+    }
+    facade([](Shading& r) { r.SetEnable(false); });
+    step([&] { cancelGetFilledBuffer(pStream); });
+    blocked.get();
+}
+
+void CScenario::run() {
+    const std::string strFile = folder() / "own.tif";
+    unlink(strFile.c_str());
+    const auto fnFetch = [this] {
+        for (int i = 0; m_bRunning && i < 2; ++i) step([this] { fetch(1); });
+    };
+    step([this] { m_pShading = std::make_unique<Shading>(m_pDevice); });
+    step([this] { start(); });
+    facade([](Shading& r) { r.SetEnable(true); });
+    fnFetch();
+    facade([](Shading& r) { r.ReferenceStart(true); });
+    facade([](Shading& r) { r.SetEnable(true); });
+    fnFetch();
+    facade([&](Shading& r) { r.ReferenceEnd(strFile.c_str()); });
+    facade([&](Shading& r) { r.ReferenceLoad(true, strFile.c_str()); });
+    facade([](Shading& r) { r.ReferenceApply(); });
+    facade([](Shading& r) { r.SetEnable(true); });
+    fnFetch();
+    facade([](Shading& r) { r.SetFilter(Shading::eBoxFilter, true, 1); });
+    facade([](Shading& r) { r.GetFilter(Shading::eBoxFilter, true); });
+    facade([](Shading& r) { r.GetFilterMin(Shading::eBoxFilter, true); });
+    facade([](Shading& r) { r.GetFilterMax(Shading::eBoxFilter, true); });
+    reopen();
+    step([this] { start(); });
+    fnFetch();
+    disableBesideABlockedFetch();
+    step([this] { m_pShading.reset(); });
+}
+
+void CScenario::clearFaults() {
+    checkTraces(Control::traces());
+    Control::reset();
+    setContent();
+    Control::recordTraces(true);
+}
+
+void CScenario::check(bool bFaulty, bool bHooksMayStay) {
+    if (!bFaulty) {
+        EXPECT_EQ(m_nRaw, 4U);
+        EXPECT_EQ(m_nFlat, 4U);
+    }
+    EXPECT_EQ(m_pShading, nullptr);
+    EXPECT_EQ(m_nBad, 0U);
+    if (m_pHolder != nullptr)
+        checkHub();
+    m_pHolder.reset();
+    EXPECT_TRUE(bHooksMayStay || Control::liveHooks() == 0);
+    checkLateCalls();
+    const std::size_t nHooks = Control::liveHooks();
+    checkFreshFacade();
+    EXPECT_LE(Control::liveHooks(), nHooks);
+    checkTraces(Control::traces());
+    EXPECT_LE(folder().names().size(), 2U) << "a temporary file stays";
+    alarm(0);
+}
+
+// Whoever waits at a gate that was not left waits until the alarm.
+void CScenario::checkHub() {
+    auto* const pHub = static_cast<CXapelBypassDevice*>(Control::hookContexts().at(0));
+    const auto fnInfo = [pHub] { return pHub->getInfo_Callback(STREAM_INFO_ID, nullptr, nullptr, nullptr); };
+    EXPECT_EQ(fnInfo(), GC_ERR_NOT_INITIALIZED) << "there is a participant";
+    m_pHolder->registerParticipant();
+    m_pHolder->unregisterParticipant();
+    EXPECT_EQ(fnInfo(), GC_ERR_NOT_INITIALIZED);
+}
+
+void CScenario::checkLateCalls() {
+    for (const auto& rHook : Control::registeredHooks()) {
+        const CHookCaller caller(rHook);
+        const bool bSilent = rHook.eKind == Control::eHookCancel || rHook.eKind == Control::eHookOpen;
+        EXPECT_EQ(caller.call(rHook.eKind, m_vecStreams.back()), bSilent ? 0 : GC_ERR_NOT_INITIALIZED);
+    }
+}
+
+void CScenario::checkFreshFacade() {
+    for (XAPEL2::DataStream* pStream : m_vecStreams) closeDataStream(m_pDevice, pStream);
+    Shading shading(m_pDevice);
+    shading.ReferenceLoad(true, goodReference().c_str());
+    shading.ReferenceApply();
+    start();
+    ASSERT_TRUE(m_bRunning);
+    for (const bool bEnable : {false, true}) {
+        shading.SetEnable(bEnable);
+        // A frame that was filled before keeps what it is: each is read before it is corrected.
+        m_nRaw = m_nFlat = 0;
+        fetch(2 * BUFFERS);
+        EXPECT_EQ(bEnable ? m_nFlat : m_nRaw, 2 * BUFFERS) << "raw " << m_nRaw << ", flat " << m_nFlat;
+    }
+}
+
+}  // namespace XapelTest
