@@ -1,0 +1,311 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Buffers, cancels, closings and late calls as a host should not have them: nothing is lost, hangs or is touched.
+
+#include <algorithm>
+#include <atomic>
+#include <memory>
+#include <numeric>
+
+#include "xapel2/XapelExceptions.h"
+#include "xapel2_ext_sc.h"
+
+#include "Participants.h"
+#include "StreamFixture.h"
+#include "TemporaryFolder.h"
+#include "XapelBypassSlot.h"
+
+namespace {
+
+using namespace XAPEL2::StandIn;
+using XAPEL2::Ext::Sc::Shading;
+using XapelTest::CPlain;
+using XapelTest::eventually;
+using XapelTest::ready;
+
+typedef std::vector<uint8_t> Image;
+
+class HostFaults : public XapelTest::StreamFixture {
+protected:
+    uint64_t streamNumber(int iInfoCmd) {
+        uint64_t nValue = 0;
+        unsigned long long nSize = sizeof(nValue);
+        EXPECT_EQ(getStreamInfo(m_pStream, iInfoCmd, nullptr, &nValue, &nSize), 0);
+        return nValue;
+    }
+    void addBuffer() {
+        BufferHandle hBuffer = nullptr;
+        ASSERT_EQ(allocAndAnnounceBuffer(m_pStream, payloadSize(m_pStream), &hBuffer), 0);
+        ASSERT_EQ(queueBuffer(m_pStream, hBuffer), 0);
+    }
+};
+
+TEST_F(HostFaults, BadBuffersStayAsTheyAreAmongCorrectedOnes) {
+    const XAPEL2::Test::CTemporaryFolder folder;
+    Image pattern(64 * 48), memory(pattern.size());
+    for (size_t i = 0; i < pattern.size(); ++i) pattern[i] = i % 2 == 0 ? 80 : 120;
+    const Image flat(pattern.size(), 100), untouched(pattern.size(), 0xEE);
+    Image half = untouched;
+    std::copy_n(pattern.begin(), half.size() / 2, half.begin());
+
+    Shading shading(m_pDevice);
+    shading.ReferenceStart(true);
+    Image reference = pattern;
+    shading.ReferenceAdd("Mono8", 64, 48, reference.data(), reference.size());
+    shading.ReferenceEnd((folder / "light.tif").c_str());
+    shading.ReferenceApply();
+    shading.SetEnable(true);
+    Control::setFrameContent(
+        [&](uint64_t, void* pImage, size_t) { std::copy(pattern.begin(), pattern.end(), static_cast<char*>(pImage)); });
+    BufferHandle hBuffer = nullptr;
+    ASSERT_EQ(announceBuffer(m_pStream, memory.data(), memory.size(), &hBuffer), 0);
+    const auto fnNext = [&]() -> const Image& {
+        memory = untouched;
+        EXPECT_EQ(queueBuffer(m_pStream, hBuffer), 0);
+        BufferHandle hFetched = nullptr;
+        EXPECT_EQ(getFilledBuffer(m_pStream, &hFetched, XapelTest::DEADLINE_MS), 0);
+        EXPECT_EQ(hFetched, hBuffer);
+        return memory;
+    };
+    const std::string strInvalid = "Extended-API;CVexShadingObj; extended_useFilledBuffer; invalid Buffer;";
+    for (uint64_t nGood = 1; nGood <= 5; ++nGood) {
+        const auto fnFault = [nGood](uint64_t iFrame) {
+            const bool bOdd = iFrame / (nGood + 1) % 2 != 0;
+            return iFrame % (nGood + 1) != nGood ? Control::eGood : bOdd ? Control::eNoImage : Control::eIncomplete;
+        };
+        Control::setBufferFaults(fnFault);
+        Control::recordTraces(true);
+        ASSERT_EQ(startAcquisition(m_pStream), 0);
+        for (uint64_t iFrame = 0; iFrame < 4 * (nGood + 1); ++iFrame) {
+            SCOPED_TRACE(iFrame);
+            const auto eFault = fnFault(iFrame);
+            EXPECT_EQ(fnNext(), eFault == Control::eGood ? flat : eFault == Control::eNoImage ? untouched : half);
+        }
+        EXPECT_EQ(XapelTest::traceTexts(2), std::vector<std::string>(4, strInvalid));
+        stopAcquisition(m_pStream);
+    }
+    // A host without a query function, for one buffer.
+    Control::setBufferFaults(nullptr);
+    ASSERT_EQ(startAcquisition(m_pStream), 0);
+    for (const auto eOp : {Control::eGetBufferInfoFunc, Control::eGetPixelFormatFunc}) {
+        Control::recordTraces(true);
+        Control::inject({eOp, Control::eRefuse});
+        EXPECT_EQ(fnNext(), pattern);
+        EXPECT_EQ(fnNext(), flat);
+        EXPECT_EQ(XapelTest::traceTexts(2), std::vector<std::string>{strInvalid});
+    }
+}
+
+TEST_F(HostFaults, WeakerCancelsCostTimeButNoFrame) {
+    // Ended: of two fetches that wait, and whether one on its way to the host is.
+    const struct {
+        Control::eCancelMode eMode;
+        unsigned nEnded;
+        bool bSticks;
+    } rows[] = {{Control::eWakesOne, 1, true},
+                {Control::eSticksWithoutWaiter, 2, true},
+                {Control::eForgotten, 2, false},
+                {Control::eIgnored, 0, false}};
+    CPlain participant(m_pDevice);
+    startStream(0);
+    const auto fnEmpty = [this] {
+        stopAcquisition(m_pStream);
+        flushBuffers(m_pStream);
+        EXPECT_EQ(startAcquisition(m_pStream), 0);
+    };
+    const auto fnChange = [&] {
+        const uint64_t nBefore = Control::calls(Control::eHostCancel);
+        auto change = std::async(std::launch::async, [&] { participant.registerParticipantForCalling(); });
+        EXPECT_TRUE(eventually([&] { return Control::calls(Control::eHostCancel) > nBefore; }));
+        return change;
+    };
+    for (const auto& rRow : rows) {
+        SCOPED_TRACE(rRow.eMode);
+        Control::setCancelMode(rRow.eMode);
+        for (const bool bFrame : {false, true}) {
+            std::vector<std::future<int>> fetches;
+            for (unsigned i = 1; i <= 2; ++i) {
+                fetches.push_back(
+                    std::async(std::launch::async, [&, bFrame] { return fetch(bFrame ? TIMEOUT_INFINITE : 500); }));
+                ASSERT_TRUE(Control::waitForBlockedFetches(m_pStream, i, XapelTest::DEADLINE_MS));
+            }
+            auto change = fnChange();
+            EXPECT_TRUE(!bFrame || rRow.nEnded == 2 || !ready(change, 30));  // it waits for whoever the cancel left
+            for (unsigned i = rRow.nEnded; bFrame && i < 2; ++i) addBuffer();
+            EXPECT_TRUE(ready(change));
+            std::vector<int> results;
+            for (auto& rFetch : fetches) results.push_back(rFetch.get());
+            const int iElse = bFrame ? GC_ERR_SUCCESS : GC_ERR_TIMEOUT;
+            EXPECT_EQ(std::count(results.begin(), results.end(), GC_ERR_ABORT), rRow.nEnded);
+            EXPECT_EQ(std::count(results.begin(), results.end(), iElse), 2 - rRow.nEnded);
+            fnEmpty();
+        }
+        // Inside the gate, but not yet waiting in the host.
+        std::vector<std::string> log;
+        XapelTest::CSpy spy(m_pDevice, "spy", log, {0, true});
+        spy.registerParticipant();
+        std::atomic<bool> bInside{false}, bGoOn{false};
+        spy.m_fnNote = [&] {
+            if (!bInside.exchange(true))
+                eventually([&] { return bGoOn.load(); });
+        };
+        auto early = std::async(std::launch::async, [&] { return fetch(TIMEOUT_INFINITE); });
+        ASSERT_TRUE(eventually([&] { return bInside.load(); }));
+        auto change = fnChange();
+        bGoOn = true;
+        if (!rRow.bSticks)
+            addBuffer();
+        EXPECT_TRUE(ready(change));
+        EXPECT_EQ(early.get(), rRow.bSticks ? GC_ERR_ABORT : GC_ERR_SUCCESS);
+        EXPECT_EQ(rRow.bSticks ? fetch(0) : fetch(), rRow.bSticks ? GC_ERR_TIMEOUT : GC_ERR_SUCCESS);
+        fnEmpty();
+        Control::setCancelMode(Control::eEndsAllBegun);
+        spy.unregisterParticipant();
+    }
+}
+
+void everyOperation(Shading& rShading, bool bDeviceGone) {
+    const std::function<void()> operations[] = {[&] { rShading.ReferenceStart(false); },
+                                                [&] { rShading.ReferenceEnd("/no/folder/file"); },
+                                                [&] { rShading.ReferenceLoad(true, "/no/folder/file"); },
+                                                [&] { rShading.ReferenceClear(); },
+                                                [&] { rShading.SetFilter(Shading::eBoxFilter, true, 1); },
+                                                [&] { rShading.GetFilterMax(Shading::eBoxFilter, true); },
+                                                [&] { rShading.SetEnable(true); }};
+    for (const auto& rOperation : operations) {
+        try {
+            rOperation();
+        } catch (const XAPEL2::Exceptions::IException&) {
+        }
+    }
+    if (bDeviceGone) {
+        EXPECT_THROW(rShading.ReferenceApply(), XAPEL2::Exceptions::Xapel_ObjectInvalidException);
+    }
+}
+
+TEST_F(HostFaults, StreamDeviceAndFacadeMayGoInAnyOrder) {
+    enum eFetch { eNone, eBlocked, eCorrecting };
+    std::string strOrder = "CDSX";  // close the device, disable, close the stream, destroy the facade
+    do {
+        for (const eFetch eWhat : {eNone, eBlocked, eCorrecting}) {
+            SCOPED_TRACE(strOrder + " " + std::to_string(eWhat));
+            TearDown();
+            SetUp();
+            Control::recordTraces(true);
+            auto pShading = std::make_unique<Shading>(m_pDevice);
+            pShading->SetEnable(true);
+            startStream(eWhat == eCorrecting ? 1 : 0);
+            std::atomic<bool> bInside{false}, bGoOn{eWhat != eCorrecting};
+            Control::setNodeObserver([&](const Control::NodeAccess& rAccess) {
+                if (rAccess.strNode == "ShadingBuffer" && !bInside.exchange(true))
+                    eventually([&] { return bGoOn.load(); });
+            });
+            std::future<int> fetched;
+            if (eWhat == eBlocked)
+                fetched = blockedFetch();
+            else if (eWhat == eCorrecting)
+                fetched = std::async(std::launch::async, [this] { return fetch(); });
+            ASSERT_TRUE(eWhat != eCorrecting || eventually([&] { return bInside.load(); }));
+            bool bDeviceGone = false;
+            for (const char cStep : strOrder) {
+                bGoOn = bGoOn || cStep == 'D' || cStep == 'X';  // these wait for the fetch
+                if (cStep == 'C')
+                    bDeviceGone = closeDevice(m_pDevice) == 0;
+                else if (cStep == 'S')
+                    closeDataStream(m_pDevice, m_pStream);
+                else if (cStep == 'X')
+                    pShading.reset();
+                else if (pShading != nullptr)
+                    pShading->SetEnable(false);
+                if (pShading != nullptr && bGoOn)
+                    everyOperation(*pShading, bDeviceGone);
+            }
+            EXPECT_TRUE(bDeviceGone);
+            if (eWhat != eNone) {
+                EXPECT_TRUE(ready(fetched));
+                EXPECT_EQ(fetched.get(), eWhat == eBlocked ? GC_ERR_ABORT : GC_ERR_SUCCESS);
+            }
+            EXPECT_EQ(Control::liveHooks(), 0U);
+        }
+    } while (std::next_permutation(strOrder.begin(), strOrder.end()));
+}
+
+TEST_F(HostFaults, StreamIsOpenedAgainWhileTheLastFacadeGoes) {
+    for (int iRound = 0; iRound < 400; ++iRound) {
+        auto pShading = std::make_unique<Shading>(m_pDevice);
+        pShading->SetEnable(true);
+        std::atomic<int> nReady{0};
+        const auto fnMeet = [&] {
+            ++nReady;
+            while (nReady < 2) xapelSpinPause();
+        };
+        auto reopened = std::async(std::launch::async, [&] {
+            fnMeet();
+            closeDataStream(m_pDevice, m_pStream);
+            return openDataStream(m_pDevice, m_pStream);
+        });
+        fnMeet();
+        for (int i = 0; i < iRound; ++i) xapelSpinPause();  // meets another moment each time
+        pShading.reset();
+        EXPECT_EQ(reopened.get(), 0);
+        ASSERT_EQ(Control::liveHooks(), 0U);
+    }
+}
+
+TEST_F(HostFaults, HeldCallMeetsNoHubOrTheNextOneOfItsSlot) {
+    XAPEL2::Device* const pOther = openDevice("sim:8?width=64&height=48&format=Mono8");
+    startStream();
+    const auto fnCall = [this](Control::eHook eKind) -> int {
+        switch (eKind) {
+            case Control::eHookFetch:
+                return fetch(50);
+            case Control::eHookCancel:
+                return cancelGetFilledBuffer(m_pStream);
+            case Control::eHookInfo:
+                return streamNumber(STREAM_INFO_NUM_ANNOUNCED) == 4 ? 0 : -1;
+            case Control::eHookClose:
+                return closeDataStream(m_pDevice, m_pStream);
+            default:
+                return openDataStream(m_pDevice, m_pStream);
+        }
+    };
+    XAPEL2::Device* const next[] = {nullptr, m_pDevice, pOther};  // whose hub stands in the slot then
+    for (XAPEL2::Device* const pNext : next) {
+        for (const auto eKind :
+             {Control::eHookFetch, Control::eHookCancel, Control::eHookInfo, Control::eHookClose, Control::eHookOpen}) {
+            SCOPED_TRACE(std::to_string(eKind) + (pNext == nullptr ? " none" : pNext == pOther ? " other" : " same"));
+            auto pHub = std::make_unique<CPlain>(m_pDevice);
+            void* const pContext = Control::hookContexts().at(0);
+            if (eKind == Control::eHookOpen)
+                closeDataStream(m_pDevice, m_pStream);
+            Control::HookHold hold(eKind);
+            auto call = std::async(std::launch::async, [&] { return fnCall(eKind); });
+            ASSERT_TRUE(hold.waitUntilHeld(XapelTest::DEADLINE_MS));
+            pHub.reset();
+            for (size_t i = 0; pNext != nullptr && i < 2 * XAPEL_SLOTS_RETIRED_MIN; ++i) {
+                pHub = std::make_unique<CPlain>(pNext);
+                if (Control::hookContexts().at(0) == pContext)
+                    break;
+                ASSERT_LT(i + 1, 2 * XAPEL_SLOTS_RETIRED_MIN) << "the slot is not used again";
+                pHub.reset();
+            }
+            hold.release();
+            ASSERT_TRUE(ready(call));
+            // In the slot of another device's hub a fetch waits for that device's frame; it has none.
+            EXPECT_EQ(call.get(), eKind == Control::eHookFetch && pNext == pOther ? GC_ERR_TIMEOUT : 0);
+            EXPECT_EQ(m_pStream->IsOpen(), eKind != Control::eHookClose);
+            const bool bDropped = eKind == Control::eHookClose && pNext == m_pDevice;
+            EXPECT_EQ(Control::liveHooks(), pNext == nullptr ? 0U : bDropped ? 2U : 5U);
+            pHub.reset();
+            EXPECT_EQ(Control::liveHooks(), 0U);
+            if (eKind == Control::eHookOpen)
+                startStream();
+            if (eKind != Control::eHookClose) {
+                EXPECT_EQ(fetch(), 0);
+            }
+        }
+    }
+    closeDevice(pOther);
+}
+
+}  // namespace
