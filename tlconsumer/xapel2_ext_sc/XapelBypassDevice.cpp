@@ -21,10 +21,25 @@ const char SOURCE_FILE[] = "tlconsumer/xapel2_ext_sc/XapelBypass";
 const char STREAM_INVALID[] = "The DataStream object is not valid or is no longer valid";
 const char DEVICE_INVALID[] = "The Device object is not valid or is no longer valid";
 
+/// Removes a hook. @return false when the host refused: it may call the hub for ever, so no other hub may stand there.
+bool removeOrKeepSlot(eXapelHook eHook, XAPEL2::Device* pDevice, XAPEL2::DataStream* pDataStream,
+                      CXapelBypassDevice* pHub) {
+    bool bRemoved = false;
+    try {
+        bRemoved = xapelRemoveHook(eHook, pDevice, pDataStream, pHub);
+    } catch (...) {
+        xapelSlotKeep(pHub);
+        throw;
+    }
+    if (!bRemoved)
+        xapelSlotKeep(pHub);
+    return bRemoved;
+}
+
 /// Removes a hook. @throws Xapel_ObjectInvalidException  the host refused.
 void removeOrThrow(eXapelHook eHook, XAPEL2::Device* pDevice, XAPEL2::DataStream* pDataStream,
                    CXapelBypassDevice* pHub) {
-    if (!xapelRemoveHook(eHook, pDevice, pDataStream, pHub))
+    if (!removeOrKeepSlot(eHook, pDevice, pDataStream, pHub))
         throw Xapel_ObjectInvalidException(SOURCE_FILE, __LINE__, "deInitCallBacks",
                                            eHook == eHookClose ? DEVICE_INVALID : STREAM_INVALID);
 }
@@ -33,7 +48,7 @@ void removeOrThrow(eXapelHook eHook, XAPEL2::Device* pDevice, XAPEL2::DataStream
 void takeBack(unsigned nHooks, XAPEL2::Device* pDevice, XAPEL2::DataStream* pDataStream, CXapelBypassDevice* pHub) {
     while (nHooks-- > 0) {
         try {
-            xapelRemoveHook(static_cast<eXapelHook>(nHooks), pDevice, pDataStream, pHub);
+            removeOrKeepSlot(static_cast<eXapelHook>(nHooks), pDevice, pDataStream, pHub);
         } catch (...) {
         }
     }

@@ -6,12 +6,14 @@
 
 #include <mutex>
 #include <new>
+#include <utility>
 
 namespace {
 
 struct alignas(64) Slot {
     XapelPinWord m_uPins{0};
-    Slot* m_pNextRetired = nullptr;  // guarded by SlotPool::m_mtx
+    Slot* m_pNextRetired = nullptr;    // guarded by SlotPool::m_mtx
+    std::atomic<bool> m_bKept{false};  // set while the hub lives
 };
 
 constexpr std::size_t HUB_OFFSET = sizeof(Slot);
@@ -30,6 +32,7 @@ struct SlotPool {
     Slot* m_pOldest = nullptr;
     Slot* m_pNewest = nullptr;
     std::size_t m_nRetired = 0;
+    Slot* m_pKept = nullptr;  // these rest for ever
 };
 
 SlotPool& pool() {
@@ -57,11 +60,19 @@ void* xapelSlotAcquire(std::size_t nBytes) {
     return hubOf(new (::operator new(HUB_OFFSET + nBytes, std::align_val_t(alignof(Slot)))) Slot);
 }
 
+void xapelSlotKeep(void* pHub) noexcept {
+    slotOf(pHub)->m_bKept.store(true, std::memory_order_relaxed);
+}
+
 void xapelSlotRetire(void* pHub) noexcept {
     Slot* pSlot = slotOf(pHub);
     pSlot->m_pNextRetired = nullptr;
     SlotPool& rPool = pool();
     const std::lock_guard<std::mutex> lock(rPool.m_mtx);
+    if (pSlot->m_bKept.load(std::memory_order_relaxed)) {
+        pSlot->m_pNextRetired = std::exchange(rPool.m_pKept, pSlot);
+        return;
+    }
     (rPool.m_nRetired++ == 0 ? rPool.m_pOldest : rPool.m_pNewest->m_pNextRetired) = pSlot;
     rPool.m_pNewest = pSlot;
 }

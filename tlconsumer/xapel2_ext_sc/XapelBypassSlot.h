@@ -11,7 +11,8 @@
 //
 // A hook call pins first and looks at the alive bit in the value that it found. The hub's end clears the bit, then
 // waits until no pin is left. After that a call finds the bit clear and does not touch the hub. A slot is used again,
-// oldest first, only when XAPEL_SLOTS_RETIRED_MIN others rest; a call held up for so long reaches the slot's new hub.
+// oldest first, only when XAPEL_SLOTS_RETIRED_MIN others rest; a call held up for so long reaches the slot's new hub. A
+// slot whose hub the host may go on calling, because it refused to remove a hook, is never used again.
 
 #pragma once
 
@@ -31,6 +32,9 @@ XapelPinWord& xapelSlotPinWord(void* pHub);
 /// Memory for one hub of nBytes (the same at every call), aligned for any type. Hook calls: none.
 /// @throws std::bad_alloc
 void* xapelSlotAcquire(std::size_t nBytes);
+
+/// Keeps the slot from being used again, once its hub has ended.
+void xapelSlotKeep(void* pHub) noexcept;
 
 /// Retires the slot. Allocates nothing.
 void xapelSlotRetire(void* pHub) noexcept;
