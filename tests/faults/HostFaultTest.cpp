@@ -308,4 +308,26 @@ TEST_F(HostFaults, HeldCallMeetsNoHubOrTheNextOneOfItsSlot) {
     closeDevice(pOther);
 }
 
+TEST_F(HostFaults, HookThatTheHostKeepsNeverMeetsAnotherHub) {
+    XAPEL2::Device* const pOther = openDevice("sim:8?width=64&height=48&format=Mono8");
+    for (int i = 0; i < 14; ++i) {
+        SCOPED_TRACE(i);
+        // At the end of a hub, or when a construction that fails takes its hooks back.
+        const auto eKind = i < 5 ? Control::eRefuse : Control::eThrowStd;
+        Control::inject({static_cast<Control::eHostOp>(Control::eRemoveFetch + i % 5), eKind});
+        if (i >= 10)
+            Control::inject({Control::eRegisterOpen, Control::eRefuse});
+        try {
+            CPlain last(m_pDevice);
+        } catch (const XAPEL2::Exceptions::Xapel_ObjectInvalidException&) {
+        }
+        void* const pContext = Control::hookContexts().at(0);
+        for (size_t n = 0; n < 2 * XAPEL_SLOTS_RETIRED_MIN; ++n) {
+            CPlain next(pOther);
+            ASSERT_EQ(Control::liveHooks(pContext), 1U);
+        }
+    }
+    closeDevice(pOther);
+}
+
 }  // namespace

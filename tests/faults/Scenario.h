@@ -35,11 +35,10 @@ public:
     /// Construct, enable, fetch, record, load, apply, filter, re-open, disable, destroy. Exceptions end their step
     /// only.
     void run();
-    /// Looks at the traces so far, then switches all faults off.
-    void clearFaults();
-    /// After clearFaults(). @param[in] bFaulty  a fault hit, so steps may have failed. @param[in] bHooksMayStay  the
-    /// host may have kept hooks of a hub that is gone.
-    void check(bool bFaulty, bool bHooksMayStay);
+    /// Switches all faults off and looks at what is left.
+    /// @param[in] bFaulty       a fault hit, so steps may have failed.
+    /// @param[in] nRefusedHooks removals of hooks that the host refused: so many may be left, of hubs that are gone.
+    void check(bool bFaulty, uint64_t nRefusedHooks);
 
 private:
     typedef XAPEL2::Ext::Sc::Shading Shading;

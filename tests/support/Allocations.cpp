@@ -17,11 +17,11 @@ thread_local uint64_t t_nDone = 0;
 thread_local uint64_t t_nUntilFailure = UINT64_MAX;
 thread_local uint64_t t_nFailed = 0;
 thread_local bool t_bFromThen = false;
-thread_local bool t_bPaused = false;
+thread_local bool t_bArmed = true;
 
 bool mustFail() {
     ++t_nDone;
-    if (t_bPaused || t_nUntilFailure == UINT64_MAX || t_nUntilFailure-- != 0)
+    if (!t_bArmed || t_nUntilFailure == UINT64_MAX || t_nUntilFailure-- != 0)
         return false;
     t_nUntilFailure = t_bFromThen ? 0 : UINT64_MAX;
     ++t_nFailed;
@@ -65,8 +65,8 @@ void Allocations::failAfter(uint64_t nMore, bool bFromThen) {
 uint64_t Allocations::failed() {
     return t_nFailed;
 }
-void Allocations::pause(bool bOn) {
-    t_bPaused = bOn;
+void Allocations::arm(bool bOn) {
+    t_bArmed = bOn;
 }
 
 // clang-format off

@@ -18,7 +18,7 @@ int64_t live();
 void failAfter(uint64_t nMore, bool bFromThen = false);
 /// Allocations of this thread that have failed since failAfter().
 uint64_t failed();
-/// While on, allocations of this thread succeed and do not count towards a failure. Off at first.
-void pause(bool bOn);
+/// While off, allocations of this thread succeed and do not count towards a failure. On at first.
+void arm(bool bOn);
 
 }  // namespace Allocations

@@ -82,17 +82,9 @@ TEST_F(Facade, HandsOnItsArgumentsAndYieldsZero) {
     EXPECT_TRUE(Control::nodeAccesses().empty());
 }
 
-TEST_F(Facade, NullDeviceAndFailedConstructionKeepNothing) {
+TEST_F(Facade, NullDeviceIsRefused) {
     EXPECT_EQ(thrown<XAPEL2::Exceptions::Xapel_InvalidParameterException>([] { Shading shading(nullptr); }),
               "CXapelBypass: Device parameter is nullptr.");
-    Control::inject({Control::eCreateProcessor, Control::eThrowHost});
-    EXPECT_THROW(Shading shading(m_pDevice), XAPEL2::Exceptions::Xapel_ErrorException);
-    EXPECT_EQ(Control::liveHooks(), 0U);
-    {
-        Shading shading(m_pDevice);
-        EXPECT_EQ(Control::liveHooks(), 5U);
-    }
-    EXPECT_EQ(Control::liveHooks(), 0U);
 }
 
 TEST_F(Facade, StreamMayBeClosedWhileABufferIsCorrected) {

@@ -1,0 +1,134 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// The scenario with every host operation, and every allocation, failing at each of its calls, once and from there on.
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <future>
+#include <new>
+
+#include "Allocations.h"
+#include "Scenario.h"
+#include "StreamFixture.h"
+
+namespace {
+
+using namespace XAPEL2::StandIn;
+using XapelTest::CScenario;
+
+/// Calls fnRun with 1, 2, ... for the call that is to fail, until it returns false: there was no such call.
+/// @param[in] nSpare  allocations that a run may leave, for hubs that the host goes on calling.
+/// @return number of runs.
+uint64_t sweep(const std::string& strWhat, int64_t nSpare, const std::function<bool(uint64_t)>& fnRun) {
+    // A few runs without a fault fill what the process keeps once; then each adds what the host keeps of a device.
+    int64_t nKept = 0;
+    for (int iRun = 0; iRun < 8; ++iRun) {
+        nKept = -Allocations::live();
+        EXPECT_FALSE(fnRun(UINT64_MAX)) << strWhat;
+        nKept += Allocations::live();
+    }
+    bool bHit = true;
+    uint64_t nRuns = 0;
+    while (bHit && !::testing::Test::HasFailure()) {
+        const std::string strCase = strWhat + ", call " + std::to_string(++nRuns);
+        SCOPED_TRACE(strCase);
+        XapelTest::beginCase(strCase);
+        const int64_t nBefore = Allocations::live();
+        bHit = fnRun(nRuns);
+        EXPECT_LE(Allocations::live() - nBefore, nKept + nSpare) << "leaked";
+    }
+    return nRuns;
+}
+
+class FaultSweep : public ::testing::TestWithParam<Control::eFaultKind> {};
+
+TEST_P(FaultSweep, NothingIsLeftBehindAndTheDeviceStaysUsable) {
+    const char* const aKinds[] = {"refuses", "throws a host exception", "throws a standard exception"};
+    const char* const aModes[] = {"", " from there on", ", hub held by another", " from there on, hub held by another"};
+    uint64_t nAll = 0;
+    for (int iOp = 0; iOp < Control::eOpCount; ++iOp) {
+        const auto eOp = static_cast<Control::eHostOp>(iOp);
+        const bool bRemoval = eOp >= Control::eRemoveFetch && eOp <= Control::eRemoveOpen;
+        uint64_t nRuns = 0;
+        for (const unsigned uMode : {0U, 1U, 2U, 3U}) {
+            const std::string strWhat = std::string(Control::name(eOp)) + " " + aKinds[GetParam()] + aModes[uMode];
+            nRuns += sweep(strWhat, bRemoval ? 2 : 0, [&](uint64_t nCall) {
+                CScenario scenario((uMode & 2) != 0);
+                Control::inject({eOp, GetParam(), nCall, (uMode & 1) != 0});
+                scenario.run();
+                const uint64_t nHits = Control::hits();
+                scenario.check(nHits != 0, bRemoval ? nHits : 0);
+                return nHits != 0;
+            });
+        }
+        EXPECT_GT(nRuns, 4U) << Control::name(eOp) << " is never called";
+        nAll += nRuns;
+    }
+    std::printf("%llu runs\n", static_cast<unsigned long long>(nAll));
+}
+
+std::string nameOf(const ::testing::TestParamInfo<Control::eFaultKind>& rInfo) {
+    const char* const aNames[] = {"Refuse", "ThrowHost", "ThrowStd"};
+    return aNames[rInfo.param];
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, FaultSweep,
+                         ::testing::Values(Control::eRefuse, Control::eThrowHost, Control::eThrowStd), nameOf);
+
+// Allocations of the application's thread fail, in the library and in the host alike. The camera's thread, which is
+// the host's own, is spared.
+
+TEST(AllocationSweep, NothingIsLeftBehindAndTheDeviceStaysUsable) {
+    const char* const aModes[] = {"once", "from there on", "once, hub held by another",
+                                  "from there on, hub held by another"};
+    uint64_t nRuns = 0;
+    for (const unsigned uMode : {0U, 1U, 2U, 3U}) {
+        nRuns += sweep(std::string("no memory ") + aModes[uMode], 0, [&](uint64_t nCall) {
+            CScenario scenario((uMode & 2) != 0, &Allocations::arm);
+            Allocations::arm(false);
+            Allocations::failAfter(nCall - 1, (uMode & 1) != 0);
+            scenario.run();
+            const bool bFailed = Allocations::failed() != 0;
+            scenario.check(bFailed, 0);
+            return bFailed;
+        });
+    }
+    EXPECT_GT(nRuns, 1000U);
+    std::printf("%llu runs\n", static_cast<unsigned long long>(nRuns));
+}
+
+TEST(AllocationSweep, DeviceIsOpenedAndClosedWholeOrNotAtAll) {
+    const auto fnStep = [](const std::function<void()>& fn) {
+        Allocations::arm(true);
+        try {
+            fn();
+        } catch (const std::bad_alloc&) {
+        }
+        Allocations::arm(false);
+    };
+    for (const bool bFromThen : {false, true}) {
+        sweep(bFromThen ? "no memory for a device from there on" : "no memory for a device", 0, [&](uint64_t nCall) {
+            XAPEL2::Device* pDevice = nullptr;
+            Allocations::arm(false);
+            Allocations::failAfter(nCall - 1, bFromThen);
+            fnStep([&] { pDevice = openDevice("sim:7?width=16&height=8&format=Mono8"); });
+            if (pDevice == nullptr)
+                return nCall != UINT64_MAX;
+            fnStep([&] { Control::addFirstStream(pDevice); });
+            XAPEL2::DataStream* const pStream = firstDataStream(pDevice);
+            openDataStream(pDevice, pStream);
+            auto blocked = std::async(std::launch::async, [pStream] {
+                BufferHandle hBuffer = nullptr;
+                return getFilledBuffer(pStream, &hBuffer, TIMEOUT_INFINITE);
+            });
+            Control::waitForBlockedFetches(pStream, 1, XapelTest::DEADLINE_MS);
+            fnStep([&] { closeDevice(pDevice); });
+            closeDevice(pDevice);
+            EXPECT_EQ(blocked.get(), GC_ERR_ABORT);
+            return Allocations::failed() != 0;
+        });
+    }
+}
+
+}  // namespace
