@@ -193,6 +193,7 @@ TEST_F(HostFaults, StreamDeviceAndFacadeMayGoInAnyOrder) {
             SetUp();
             Control::recordTraces(true);
             auto pShading = std::make_unique<Shading>(m_pDevice);
+            pShading->ReferenceStart(true);  // so that the processor reads the buffer
             pShading->SetEnable(true);
             startStream(eWhat == eCorrecting ? 1 : 0);
             std::atomic<bool> bInside{false}, bGoOn{eWhat != eCorrecting};

@@ -23,6 +23,7 @@ using XapelTest::CScenario;
 uint64_t sweep(const std::string& strWhat, int64_t nSpare, const std::function<bool(uint64_t)>& fnRun) {
     // A few runs without a fault fill what the process keeps once; then each adds what the host keeps of a device.
     int64_t nKept = 0;
+    XapelTest::beginCase(strWhat + ", no fault");
     for (int iRun = 0; iRun < 8; ++iRun) {
         nKept = -Allocations::live();
         EXPECT_FALSE(fnRun(UINT64_MAX)) << strWhat;

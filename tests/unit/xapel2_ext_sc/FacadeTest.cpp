@@ -5,10 +5,8 @@
 #include "xapel2_ext_sc.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cstdio>
 #include <functional>
-#include <memory>
 
 #include "StreamFixture.h"
 
@@ -85,29 +83,6 @@ TEST_F(Facade, HandsOnItsArgumentsAndYieldsZero) {
 TEST_F(Facade, NullDeviceIsRefused) {
     EXPECT_EQ(thrown<XAPEL2::Exceptions::Xapel_InvalidParameterException>([] { Shading shading(nullptr); }),
               "CXapelBypass: Device parameter is nullptr.");
-}
-
-TEST_F(Facade, StreamMayBeClosedWhileABufferIsCorrected) {
-    // The buffer's memory must last until the fetch returns; the address sanitizer sees when it does not.
-    startStream();
-    Shading shading(m_pDevice);
-    shading.ReferenceStart(true);
-    shading.SetEnable(true);
-    std::promise<void> inside;
-    std::promise<void> goOn;
-    std::atomic<bool> bOnce{false};
-    Control::setNodeObserver([&](const Control::NodeAccess& rAccess) {
-        if (rAccess.strNode == "ShadingCommand" && !bOnce.exchange(true)) {
-            inside.set_value();
-            goOn.get_future().wait();
-        }
-    });
-    auto fetched = std::async(std::launch::async, [this] { return fetch(); });
-    auto entered = inside.get_future();
-    ASSERT_TRUE(XapelTest::ready(entered));
-    EXPECT_EQ(closeDataStream(m_pDevice, m_pStream), 0);
-    goOn.set_value();
-    EXPECT_EQ(fetched.get(), 0);
 }
 
 /// What a command prints, line by line.
