@@ -115,19 +115,25 @@ void beginCase(const std::string& strCase) {
     static const bool s_bOnce = [] {
         // What is called after its end must not look alive.
         mallopt(M_PERTURB, 0x5A);
-        for (const int iSignal : {SIGSEGV, SIGABRT, SIGALRM}) {
-            std::signal(iSignal, [](int iCaught) {
-                tellCase();
-                _exit(128 + iCaught);
-            });
-        }
-        if (&__sanitizer_set_death_callback != nullptr)
+        const bool bSanitizer = &__sanitizer_set_death_callback != nullptr;  // has handlers of its own
+        if (bSanitizer)
             __sanitizer_set_death_callback(&tellCase);
+        for (const int iSignal : {SIGALRM, SIGSEGV, SIGABRT}) {
+            if (iSignal == SIGALRM || !bSanitizer)
+                std::signal(iSignal, [](int iCaught) {
+                    tellCase();
+                    _exit(128 + iCaught);
+                });
+        }
         return true;
     }();
     static_cast<void>(s_bOnce);
     std::snprintf(g_acCase, sizeof(g_acCase), "\nended in: %s\n", strCase.c_str());
     alarm(CASE_SECONDS);
+}
+
+void endCases() {
+    alarm(0);
 }
 
 CScenario::CScenario(bool bHolder, std::function<void(bool)> fnArm)
@@ -285,7 +291,6 @@ void CScenario::check(bool bFaulty, uint64_t nRefusedHooks) {
     EXPECT_LE(Control::liveHooks(), nHooks);
     for (const auto& rLine : Control::traces()) EXPECT_TRUE(isKnownTrace(rLine)) << rLine.strText;
     EXPECT_LE(folder().names().size(), 2U) << "a temporary file stays";
-    alarm(0);
 }
 
 // Whoever waits at a gate that was not left waits until the alarm.

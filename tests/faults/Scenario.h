@@ -20,6 +20,7 @@ namespace XapelTest {
 
 /// What a failure, a crash, an abort or a hang of the program is said to have happened in.
 void beginCase(const std::string& strCase);
+void endCases();
 
 /// Every frame of the camera is a pattern that a light reference of it makes flat. After run() every frame that came
 /// was wholly the one or wholly the other.

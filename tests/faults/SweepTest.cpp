@@ -39,6 +39,7 @@ uint64_t sweep(const std::string& strWhat, int64_t nSpare, const std::function<b
         bHit = fnRun(nRuns);
         EXPECT_LE(Allocations::live() - nBefore, nKept + nSpare) << "leaked";
     }
+    XapelTest::endCases();
     return nRuns;
 }
 
