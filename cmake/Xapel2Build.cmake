@@ -27,6 +27,9 @@ endif()
 # Inconsistent rounding between builds would make results differ; every product is rounded as written.
 add_compile_options(-ffp-contract=off)
 
+if(XAPEL2_BUILD_FUZZERS)
+  set(XAPEL2_SANITIZE fuzzer-no-link,address,undefined)
+endif()
 if(XAPEL2_SANITIZE)
   add_compile_options(-fsanitize=${XAPEL2_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${XAPEL2_SANITIZE})

@@ -1,0 +1,160 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Writes the seeds of the fuzz targets: FOLDER/TARGET/* small and mostly sound, FOLDER/TARGET-limits/* large and
+// hostile.
+
+#include <tiff.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "ReferenceFile.h"
+
+using namespace XAPEL2::StandIn;
+
+namespace {
+
+std::string g_strFolder;
+
+std::string path(const std::string& strTarget, const std::string& strName) {
+    std::filesystem::create_directories(g_strFolder + "/" + strTarget);
+    return g_strFolder + "/" + strTarget + "/" + strName;
+}
+
+void write(const std::string& strTarget, const std::string& strName, const std::string& strBytes) {
+    std::ofstream(path(strTarget, strName), std::ios::binary) << strBytes;
+}
+
+std::string description(const std::string& strMore = "") {
+    return R"({"kind":"light","pixelFormat":"Mono12","images":2,"saturatedShare":0.5,"mean":5,"temporalNoise":1e-3)" +
+           strMore + "}";
+}
+
+struct Tag {
+    uint64_t uTag, uType, nCount, uValue;
+};
+
+/// Writes a TIFF by hand: header, any bytes, and at the end the directory.
+struct Forger {
+    bool bBigEndian, bLarge;
+    std::size_t nPlace = bLarge ? 8 : 4;  // bytes of an offset
+    std::size_t nHead = 2 * nPlace;
+
+    std::string number(uint64_t uValue, std::size_t nBytes) const {
+        std::string strBytes;
+        for (std::size_t i = 0; i < nBytes; ++i)
+            strBytes += static_cast<char>(uValue >> 8 * (bBigEndian ? nBytes - 1 - i : i));
+        return strBytes;
+    }
+    std::string file(const std::string& strBytes, const std::vector<Tag>& rTags) const {
+        std::string strFile = (bBigEndian ? "MM" : "II") + number(bLarge ? 43 : 42, 2);
+        strFile += (bLarge ? number(8, 2) + number(0, 2) : "") + number(nHead + strBytes.size(), nPlace) + strBytes;
+        strFile += number(rTags.size(), bLarge ? 8 : 2);
+        for (const Tag& r : rTags) {
+            const std::string strShort = number(r.uValue, 2) + number(0, nPlace - 2);
+            strFile += number(r.uTag, 2) + number(r.uType, 2) + number(r.nCount, nPlace) +
+                       (r.uType == TIFF_SHORT && r.nCount == 1 ? strShort : number(r.uValue, nPlace));
+        }
+        return strFile + number(0, nPlace);
+    }
+    /// An image in strips of one row, which are all the same place of the file where bShared; of 32 bits: a reference.
+    std::string image(uint64_t nWidth, uint64_t nHeight, uint64_t nBits, uint64_t nSamples, bool bShared = false,
+                      const std::vector<Tag>& rMore = {}) const {
+        const uint64_t nRow = nWidth * nSamples * nBits / 8;
+        const uint64_t uArray = bLarge ? TIFF_LONG8 : TIFF_LONG;
+        std::string strBytes;
+        for (uint64_t i = 0; i < nHeight; ++i)
+            strBytes += number(nHead + 2 * nPlace * nHeight + (bShared ? 0 : i * nRow), nPlace);
+        for (uint64_t i = 0; i < nHeight; ++i) strBytes += number(nRow, nPlace);
+        strBytes += std::string(nRow * (bShared ? 1 : nHeight), '\x3F');
+        std::vector<Tag> vTags = {{TIFFTAG_IMAGEWIDTH, TIFF_SHORT, 1, nWidth},
+                                  {TIFFTAG_IMAGELENGTH, TIFF_SHORT, 1, nHeight},
+                                  {TIFFTAG_BITSPERSAMPLE, TIFF_SHORT, 1, nBits},
+                                  {TIFFTAG_PHOTOMETRIC, TIFF_SHORT, 1, nSamples == 3 ? 2U : 1U},
+                                  {TIFFTAG_STRIPOFFSETS, uArray, nHeight, nHead},
+                                  {TIFFTAG_SAMPLESPERPIXEL, TIFF_SHORT, 1, nSamples},
+                                  {TIFFTAG_ROWSPERSTRIP, TIFF_SHORT, 1, 1},
+                                  {TIFFTAG_STRIPBYTECOUNTS, uArray, nHeight, nHead + nPlace * nHeight}};
+        if (nBits == 32) {
+            vTags.insert(vTags.begin() + 4,
+                         {TIFFTAG_IMAGEDESCRIPTION, TIFF_ASCII, description().size() + 1, nHead + strBytes.size()});
+            vTags.push_back({TIFFTAG_SAMPLEFORMAT, TIFF_SHORT, 1, SAMPLEFORMAT_IEEEFP});
+            strBytes += description() + '\0';
+        }
+        vTags.insert(vTags.end(), rMore.begin(), rMore.end());
+        return file(strBytes, vTags);
+    }
+};
+
+void writeTiffs() {
+    for (int i = 0; i < 4; ++i) {
+        const Forger sForger = {i % 2 != 0, i / 2 != 0};
+        const std::string strName = std::to_string(i);
+        write("reference-file", strName, sForger.image(3, 2, 32, 1));
+        write("replay-frame", strName + "-8", sForger.image(3, 2, 8, 1));
+        write("replay-frame", strName + "-16", sForger.image(3, 2, 16, 1));
+        write("replay-frame", strName + "-rgb", sForger.image(3, 2, 8, 3));
+        // The size of such a file says nothing about its image, or about the memory that its tags take.
+        write("reference-file-limits", strName + "-shared", sForger.image(10000, 10000, 32, 1, true));
+        write("replay-frame-limits", strName + "-shared", sForger.image(30000, 20000, 8, 1, true));
+        write("reference-file-limits", strName + "-wide", sForger.image(40000, 1, 32, 1));
+        write("replay-frame-limits", strName + "-wide", sForger.image(40000, 1, 8, 1));
+        for (const auto& [nTags, nBytes] : {std::pair(50U, 400000U), std::pair(4000U, 100U), std::pair(20000U, 1U)}) {
+            std::vector<Tag> vTags;
+            for (unsigned iTag = 0; iTag < nTags; ++iTag) vTags.push_back({iTag + 400, TIFF_BYTE, nBytes, 16});
+            const std::string strTags = strName + "-" + std::to_string(nTags);
+            write("reference-file-limits", strTags, sForger.image(10000, 10, 32, 1, false, vTags));
+            write("replay-frame-limits", strTags, sForger.image(10000, 40, 8, 1, false, vTags));
+        }
+    }
+    for (const char* pFormat : {"Mono8", "BayerRG12p", "RGB8", "Mono16"}) {
+        const ImageLayout sLayout = {findPixelFormat(pFormat), 5, 3};
+        const std::string strCamera = sLayout.pFormat->isCfa() ? R"({"gain":[1,{"b":"x"}]})" : "";
+        writeReferenceFile(path("reference-file", pFormat), {eReferenceDark, sLayout, 3, 0.25, 7.5, 0.5, strCamera,
+                                                             std::vector<float>(sLayout.samples(), 77.3F)});
+    }
+}
+
+void writeTexts() {
+    write("replay-frame", "8.pgm", "P5\n# text\n3 2\n250\nabcdef");
+    write("replay-frame", "12.pgm", "P5 2 1 4095 \x0F\xFF\x01\x02");
+    write("replay-frame-limits", "short.pgm", "P5\n32768 32768\n65535\n");
+    write("replay-frame-limits", "comment.pgm", "P5\n#" + std::string(900000, '#') + "\n1 1 255 a");
+
+    const auto camera = [](const std::string& strJson) { return description(R"(,"camera":)" + strJson); };
+    write("reference-description", "plain", description());
+    write("reference-description", "full", camera(R"({"a":[1,-2,0.5,true,null],"\u00e9\n":{"b":"\\\""}})"));
+    write("reference-description", "deepest", camera(R"({"a":[{"a":[{"a":[[ ]]}]}]})"));
+    write("reference-description", "too-deep", camera(R"({"a":[{"a":[{"a":[[[]]]}]}]})"));
+    write("reference-description", "negative", description(R"(,"images":-1,"mean":-1)"));
+    write("reference-description-limits", "deep", camera(std::string(900000, '[')));
+    write("reference-description-limits", "deep-short", camera(R"({"a":)" + std::string(60000, '[')));
+    write("reference-description-limits", "long", camera(R"({"a":")" + std::string(900000, 'x') + R"("})"));
+}
+
+/// Two recordings, saved, applied with filters, loaded again. The steps are those of the processor's target.
+void writeSequences() {
+    using Steps = std::basic_string<char>;
+    for (const char cFormat : Steps{0, 2, 5, 6, 13, 24, 31}) {
+        for (const char cSide : Steps{3, 47}) {
+            const Steps strSize = {0, cFormat, 1, 0, cSide, 2, 0, 23};
+            const Steps strDark = {6, 7, 3, 0, 20, 6, 2, 3, 8, 9, 6, 2, 4, 0, 6, 9};
+            const Steps strLight = {6, 8, 3, 4, 60, 6, 2, 3,
+                                    1, 0, 6, 2, 4,  1, 6, 9};  // with an image that is too small
+            const Steps strCorrect = {6, 3, 3, 2, 7, 6, 2, 5, 1, 3, 5, 3, 2, 6, 3, 3, 10, 5, 6, 2};
+            const Steps strLoad = {6, 4, 4, 0, 6, 5, 4, 1, 6, 6, 6, 3, 3, 0, 9, 6, 2};
+            write("processor", std::to_string(cFormat) + "-" + std::to_string(cSide),
+                  strSize + strDark + strLight + strCorrect + strLoad);
+        }
+    }
+}
+
+}  // namespace
+
+int main(int, char** pArguments) {
+    g_strFolder = pArguments[1];
+    writeTiffs();
+    writeTexts();
+    writeSequences();
+    return 0;
+}

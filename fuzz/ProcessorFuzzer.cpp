@@ -1,0 +1,237 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Writes any sequence of values and commands to the nodes of an image processor, and compares each status, image and
+// file with what the commands promise. A step is a byte and its operands. An image ends where its memory ends; no path
+// comes from the input.
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <memory>
+#include <optional>
+
+#include "../tests/support/TemporaryFolder.h"
+#include "FuzzTarget.h"
+#include "ReferenceFile.h"
+#include "ShadingProcessor.h"
+#include "xapel2/GenTLCodes.h"
+#include "xapel2/XapelExceptions.h"
+#include "xapel2/XapelNodes.h"
+#include "xapel2_standin/Control.h"
+
+using namespace XAPEL2;
+using namespace XAPEL2::StandIn;
+using Fuzz::require;
+
+namespace {
+
+constexpr unsigned COMMANDS_MAX = 40;             // for speed
+constexpr std::size_t NAMES = 8, GOOD_NAMES = 5;  // a file can be saved under the first names
+
+std::string path(std::size_t iName) {
+    static const Test::CTemporaryFolder s_oFolder;
+    const std::array<const char*, NAMES> apNames = {"a", "b", "c", "d", "e", ".", "none/file", ""};
+    return s_oFolder / apNames[iName];
+}
+
+class CSequence {
+public:
+    CSequence(const uint8_t* pData, std::size_t nBytes) : m_pNext(pData), m_pEnd(pData + nBytes) {
+        for (std::size_t i = 0; i < GOOD_NAMES; ++i) unlink(path(i).c_str());
+    }
+
+    void run() {
+        while (m_pNext != m_pEnd && m_nCommands < COMMANDS_MAX) {
+            try {
+                step();
+            } catch (const Exceptions::IException&) {
+                // A node refuses a value; what the nodes then hold is read back before each command.
+            }
+        }
+    }
+
+private:
+    uint8_t byte() { return m_pNext != m_pEnd ? *m_pNext++ : uint8_t{0}; }
+    Node* node(const char* pName) { return m_oProcessor.GetNodeList()->GetNode(pName); }
+
+    /// One of nValues numbers from iFirst on; where the byte is 0xF0 or more, an absurd one.
+    int64_t number(int64_t iFirst, int64_t nValues) {
+        static constexpr std::array<int64_t, 8> ABSURD = {-1,        32768,     32769,           INT64_MAX,
+                                                          INT64_MIN, 1LL << 32, (1LL << 62) + 4, (1LL << 32) + 2};
+        const uint8_t u = byte();
+        return u < 0xF0 ? iFirst + u % nValues : ABSURD[u % ABSURD.size()];
+    }
+
+    void step() {
+        const auto& rFormats = pixelFormats();
+        const uint8_t uStep = byte() % 7, uFirst = byte();
+        if (uStep == 0) {
+            const std::size_t i = uFirst % (rFormats.size() + 2);
+            const std::string strNone(i % 2 * 5000, 'M');
+            node("ShadingPixelFormat")->SetString(i < rFormats.size() ? rFormats[i].pName : strNone.c_str());
+        } else if (uStep <= 2) {
+            const bool bWidth = uStep == 1;  // the largest image is longer than a block of the correction, 1024 samples
+            node(bWidth ? "ShadingWidth" : "ShadingHeight")->SetInt(number(uFirst % 2, bWidth ? 48 : 24));
+        } else if (uStep == 3) {
+            makeImage(uFirst, byte());
+        } else if (uStep == 4) {
+            m_iName = uFirst % NAMES;
+            node("ShadingBrwFilename")->SetString(path(m_iName).c_str());
+        } else if (uStep == 5) {
+            const int64_t iRadius = number(-1, 34);
+            const std::size_t i = uFirst % (CShadingProcessor::PARAMETERS.size() + 1);
+            node("ShadingParamSelector")->SetValue(i ? CShadingProcessor::PARAMETERS[i - 1] : "none");
+            const bool bRange = iRadius >= 0 && iRadius <= 31;
+            node("ShadingParamValue")->SetInt(iRadius);
+            require(bRange && node("ShadingParamValue")->GetInt() == iRadius, "a filter radius is taken or refused");
+        } else {
+            command(uFirst % 11 + (uFirst < 0xF0 ? 0 : 1LL << 32));
+        }
+    }
+
+    /// uFlags: bits 0 and 1 size, bits 2 and 3 content, bit 6 no address, bit 7 negative size.
+    void makeImage(uint8_t uFlags, uint8_t uSeed) {
+        const ImageLayout sLayout = layout();
+        const std::size_t nExact = sLayout.isPossible() && sLayout.bytes() < 16384 ? sLayout.bytes() : 64;
+        m_nImage = std::array<std::size_t, 4>{nExact, nExact - 1, nExact + 5, nExact / 2}[uFlags & 3];
+        m_pImage.reset(new uint8_t[m_nImage]);
+        const std::size_t nStep = std::array<std::size_t, 4>{0, 1, 3, 101}[uFlags >> 2 & 3];
+        for (std::size_t i = 0; i < m_nImage; ++i) m_pImage[i] = static_cast<uint8_t>(uSeed + i * nStep);
+        m_bImage = (uFlags & 0xC0) == 0;
+        node("ShadingBuffer")->SetInt((uFlags & 0x40) ? 0 : reinterpret_cast<intptr_t>(m_pImage.get()));
+        node("ShadingBufferSize")->SetInt(static_cast<int64_t>(m_nImage) * ((uFlags & 0x80) ? -1 : 1));
+    }
+
+    ImageLayout layout() {
+        return {findPixelFormat(node("ShadingPixelFormat")->GetString().get()),
+                static_cast<uint64_t>(node("ShadingWidth")->GetInt()),
+                static_cast<uint64_t>(node("ShadingHeight")->GetInt())};
+    }
+    std::vector<uint8_t> image() const { return {m_pImage.get(), m_pImage.get() + m_nImage}; }
+    std::vector<uint16_t> samples(const ImageLayout& rLayout) const {
+        std::vector<uint16_t> vSamples(rLayout.samples());
+        unpackSamples(*rLayout.pFormat, m_pImage.get(), 0, vSamples.size(), vSamples.data());
+        return vSamples;
+    }
+
+    void command(int64_t iCommand) {
+        ++m_nCommands;
+        std::vector<uint8_t> vExpected = image();
+        const ImageLayout sLayout = layout();
+        node("ShadingCommand")->SetInt(iCommand);
+        const int64_t iStatus = node("ShadingStatus")->GetInt();
+        require(iStatus == expectedStatus(iCommand, sLayout), "a command has the status that it promises");
+        if (iCommand == eCommandProcess && iStatus == GC_ERR_SUCCESS) {
+            const std::vector<uint16_t> vSamples = samples(sLayout);
+            require(*std::max_element(vSamples.begin(), vSamples.end()) <= sLayout.pFormat->fullScale(),
+                    "no corrected sample is above full scale");
+            packSamples(*sLayout.pFormat, vSamples.data(), 0, vSamples.size(), vExpected.data());
+        }
+        require(image() == vExpected, "an image that is not corrected, and what is no sample, stays as it was");
+    }
+
+    int64_t expectedStatus(int64_t iCommand, const ImageLayout& rLayout) {
+        const bool bFirst = iCommand % 2 != 0;  // of each pair of commands the one for the dark reference
+        const auto isOther = [&](const auto& o) { return o && !o->hasSamplesLike(rLayout); };
+        switch (iCommand) {
+            case eCommandEnable:
+                return GC_ERR_SUCCESS;
+            case eCommandProcess:
+                return expectedOfProcess(rLayout);
+            case eCommandApply:
+                if (!rLayout.isPossible())
+                    return GC_ERR_INVALID_PARAMETER;
+                if ((!m_aoHeld[0] && !m_aoHeld[1]) || std::any_of(m_aoHeld.begin(), m_aoHeld.end(), isOther))
+                    return GC_ERR_NOT_AVAILABLE;
+                m_oApplied = rLayout;
+                return GC_ERR_SUCCESS;
+            case eCommandClear:
+                m_aoHeld = {};
+                m_oApplied.reset();
+                m_oRecording.reset();
+                return GC_ERR_SUCCESS;
+            case eCommandLoadDark:
+            case eCommandLoadLight:
+                if (m_oRecording)
+                    return GC_ERR_RESOURCE_IN_USE;
+                if (!m_aoFiles[m_iName] || m_aoFiles[m_iName]->bDark != bFirst)
+                    return GC_ERR_IO;
+                m_aoHeld[bFirst] = m_aoFiles[m_iName]->sLayout;
+                return GC_ERR_SUCCESS;
+            case eCommandStartDark:
+            case eCommandStartLight:
+                if (m_oRecording)
+                    return GC_ERR_RESOURCE_IN_USE;
+                m_oRecording = Recording{bFirst, {}, 0, {}};
+                return GC_ERR_SUCCESS;
+            case eCommandEnd:
+                return expectedOfEnd();
+            default:
+                return GC_ERR_INVALID_PARAMETER;
+        }
+    }
+
+    int64_t expectedOfProcess(const ImageLayout& rLayout) {
+        if (!rLayout.isPossible() || !m_bImage || m_nImage < rLayout.bytes() ||
+            (m_oRecording && m_oRecording->nImages != 0 && m_oRecording->sLayout != rLayout))
+            return GC_ERR_INVALID_PARAMETER;
+        if (!m_oRecording)
+            return m_oApplied == rLayout ? GC_ERR_SUCCESS : 1;
+        const std::vector<uint16_t> vSamples = samples(rLayout);
+        m_oRecording->sLayout = rLayout;
+        m_oRecording->vSums.resize(vSamples.size());
+        for (std::size_t i = 0; i < vSamples.size(); ++i)
+            m_oRecording->vSums[i] += std::min<uint32_t>(vSamples[i], rLayout.pFormat->fullScale());
+        return ++m_oRecording->nImages;
+    }
+
+    int64_t expectedOfEnd() {
+        if (!m_oRecording || m_oRecording->nImages == 0)
+            return GC_ERR_NO_DATA;
+        if (m_iName >= GOOD_NAMES)
+            return GC_ERR_IO;
+        const ReferenceImage sRead = readReferenceFile(path(m_iName));
+        const auto dImages = static_cast<double>(m_oRecording->nImages);
+        const bool bSame = std::equal(sRead.vSamples.begin(), sRead.vSamples.end(), m_oRecording->vSums.begin(),
+                                      m_oRecording->vSums.end(),
+                                      [&](float f, double d) { return f == static_cast<float>(d / dImages); });
+        require(bSame && (sRead.eKind == eReferenceDark) == m_oRecording->bDark &&
+                    sRead.sLayout == m_oRecording->sLayout && sRead.nImages == static_cast<uint64_t>(dImages),
+                "a reference is the mean of the images that were accepted");
+        m_aoHeld[m_oRecording->bDark] = m_oRecording->sLayout;
+        m_aoFiles[m_iName] = std::exchange(m_oRecording, {});
+        return GC_ERR_SUCCESS;
+    }
+
+    struct Recording {
+        bool bDark;
+        ImageLayout sLayout;
+        int64_t nImages;
+        std::vector<double> vSums;
+    };
+
+    const uint8_t* m_pNext;
+    const uint8_t* const m_pEnd;
+    unsigned m_nCommands = 0;
+    ImageProcessor m_oProcessor;
+    std::unique_ptr<uint8_t[]> m_pImage;  // exactly m_nImage bytes
+    std::size_t m_nImage = 0;
+    bool m_bImage = false;  // the nodes say where the image is, and its size
+    std::size_t m_iName = NAMES - 1;
+    // What the commands so far have come to.
+    std::optional<Recording> m_oRecording;
+    std::array<std::optional<Recording>, NAMES> m_aoFiles;
+    std::array<std::optional<ImageLayout>, 2> m_aoHeld;  // light, dark
+    std::optional<ImageLayout> m_oApplied;
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, std::size_t nBytes) {
+    const Fuzz::CBudget oBudget;
+    Control::recordTraces(true);  // else they are printed
+    CSequence(pData, nBytes).run();
+    Control::recordTraces(true);  // empties the record
+    return 0;
+}

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Reads any bytes as a recorded frame, PGM or TIFF, into memory of exactly the size that the header asks for.
+
+#include <memory>
+#include <stdexcept>
+
+#include "FuzzTarget.h"
+#include "ReplayFile.h"
+
+using namespace XAPEL2::StandIn;
+using XAPEL2::Fuzz::require;
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, std::size_t nBytes) {
+    static XAPEL2::Fuzz::CInputFile s_oFile;
+    const XAPEL2::Fuzz::CBudget oBudget;
+    const std::string& strPath = s_oFile.hold(pData, nBytes);
+    const bool bPgm = nBytes != 0 && pData[0] == 'P';
+    try {
+        const ReplayLayout sLayout = (bPgm ? pgmLayout : tiffLayout)(strPath);
+        const auto isSide = [](uint64_t n) { return n >= 1 && n <= IMAGE_SIDE_MAX; };
+        require(isSide(sLayout.nWidth) && isSide(sLayout.nHeight), "a frame has a possible size");
+        require(sLayout.uMaxval >= 1 && sLayout.uMaxval <= sLayout.pFormat->fullScale(), "its values fit its format");
+        const std::size_t nImage = imageBytes(*sLayout.pFormat, sLayout.nWidth, sLayout.nHeight);
+        const std::unique_ptr<uint8_t[]> pImage(new uint8_t[nImage]);
+        (bPgm ? readPgm : readTiff)(strPath, sLayout, pImage.get());
+        const std::size_t nLimited =
+            sLayout.uMaxval < sLayout.pFormat->fullScale() ? sLayout.nWidth * sLayout.nHeight : 0;
+        for (std::size_t i = 0; i < nLimited; ++i) {
+            uint16_t uSample = 0;
+            unpackSamples(*sLayout.pFormat, pImage.get(), i, 1, &uSample);
+            require(uSample <= sLayout.uMaxval, "no sample is above the largest value");
+        }
+    } catch (const std::runtime_error& rError) {
+        require(std::string(rError.what()).rfind(strPath + ": ", 0) == 0, "a message names the file");
+    }
+    return 0;
+}
