@@ -126,7 +126,7 @@ void writeTexts() {
     write("reference-description", "full", camera(R"({"a":[1,-2,0.5,true,null],"\u00e9\n":{"b":"\\\""}})"));
     write("reference-description", "deepest", camera(R"({"a":[{"a":[{"a":[[ ]]}]}]})"));
     write("reference-description", "too-deep", camera(R"({"a":[{"a":[{"a":[[[]]]}]}]})"));
-    write("reference-description", "negative", description(R"(,"images":-1,"mean":-1)"));
+    write("reference-description", "negative", description(R"(,"mean":-1)"));
     write("reference-description-limits", "deep", camera(std::string(900000, '[')));
     write("reference-description-limits", "deep-short", camera(R"({"a":)" + std::string(60000, '[')));
     write("reference-description-limits", "long", camera(R"({"a":")" + std::string(900000, 'x') + R"("})"));

@@ -108,7 +108,6 @@ private:
                 static_cast<uint64_t>(node("ShadingWidth")->GetInt()),
                 static_cast<uint64_t>(node("ShadingHeight")->GetInt())};
     }
-    std::vector<uint8_t> image() const { return {m_pImage.get(), m_pImage.get() + m_nImage}; }
     std::vector<uint16_t> samples(const ImageLayout& rLayout) const {
         std::vector<uint16_t> vSamples(rLayout.samples());
         unpackSamples(*rLayout.pFormat, m_pImage.get(), 0, vSamples.size(), vSamples.data());
@@ -117,18 +116,22 @@ private:
 
     void command(int64_t iCommand) {
         ++m_nCommands;
-        std::vector<uint8_t> vExpected = image();
+        const std::vector<uint8_t> vBefore(m_pImage.get(), m_pImage.get() + m_nImage);
         const ImageLayout sLayout = layout();
         node("ShadingCommand")->SetInt(iCommand);
         const int64_t iStatus = node("ShadingStatus")->GetInt();
         require(iStatus == expectedStatus(iCommand, sLayout), "a command has the status that it promises");
+        std::size_t iBit = 0;  // the place from which on the image is as it was
         if (iCommand == eCommandProcess && iStatus == GC_ERR_SUCCESS) {
             const std::vector<uint16_t> vSamples = samples(sLayout);
             require(*std::max_element(vSamples.begin(), vSamples.end()) <= sLayout.pFormat->fullScale(),
                     "no corrected sample is above full scale");
-            packSamples(*sLayout.pFormat, vSamples.data(), 0, vSamples.size(), vExpected.data());
+            iBit = vSamples.size() * sLayout.pFormat->nWireBits;
         }
-        require(image() == vExpected, "an image that is not corrected, and what is no sample, stays as it was");
+        bool bSame = true;
+        for (std::size_t i = iBit / 8; i < m_nImage; ++i)
+            bSame = bSame && (m_pImage[i] ^ vBefore[i]) >> (i == iBit / 8 ? iBit % 8 : 0) == 0;
+        require(bSame, "an image that is not corrected, and what is no sample, stays as it was");
     }
 
     int64_t expectedStatus(int64_t iCommand, const ImageLayout& rLayout) {
