@@ -126,7 +126,7 @@ TEST_F(HostFaults, WeakerCancelsCostTimeButNoFrame) {
             std::vector<std::future<int>> fetches;
             for (unsigned i = 1; i <= 2; ++i) {
                 fetches.push_back(
-                    std::async(std::launch::async, [&, bFrame] { return fetch(bFrame ? TIMEOUT_INFINITE : 500); }));
+                    std::async(std::launch::async, [&, bFrame] { return fetch(bFrame ? TIMEOUT_INFINITE : 2000); }));
                 ASSERT_TRUE(Control::waitForBlockedFetches(m_pStream, i, XapelTest::DEADLINE_MS));
             }
             auto change = fnChange();
@@ -156,7 +156,11 @@ TEST_F(HostFaults, WeakerCancelsCostTimeButNoFrame) {
         if (!rRow.bSticks)
             addBuffer();
         EXPECT_TRUE(ready(change));
-        EXPECT_EQ(early.get(), rRow.bSticks ? GC_ERR_ABORT : GC_ERR_SUCCESS);
+        // The cancel has been called, but may have met the fetch after all; then the frame waits for the next one.
+        const int iEarly = early.get();
+        EXPECT_TRUE(iEarly == (rRow.bSticks ? GC_ERR_ABORT : GC_ERR_SUCCESS) ||
+                    (rRow.eMode == Control::eForgotten && iEarly == GC_ERR_ABORT))
+            << iEarly;
         EXPECT_EQ(rRow.bSticks ? fetch(0) : fetch(), rRow.bSticks ? GC_ERR_TIMEOUT : GC_ERR_SUCCESS);
         fnEmpty();
         Control::setCancelMode(Control::eEndsAllBegun);
