@@ -33,6 +33,7 @@ public:
         addText("ShadingBrwFilename", &ShadingInputs::strFilename);
         addCommand();
         addParameters();
+        addReport();
     }
 
     const NodeTable& table() const { return m_table; }
@@ -113,6 +114,15 @@ private:
             return m_processor.setParameter(selected(), iValue) ? eNodeDone : eNodeInvalid;
         };
         add(std::move(value));
+    }
+
+    // Beyond the nodes that a processor must have: what corrects the images, for benches and bug reports.
+    void addReport() {
+        NodeSpec spec;
+        spec.strName = "StandInCorrection";
+        spec.eKind = eTextNode;
+        spec.fnGetText = [this] { return m_processor.correction(); };
+        add(std::move(spec));
     }
 
     const char* selected() {

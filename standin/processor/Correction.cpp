@@ -153,6 +153,8 @@ public:
         }
     }
 
+    std::string description() const override { return "scalar"; }
+
 private:
     ImageLayout m_sLayout;
     FixedPoint m_sPoint;

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "ReferenceImage.h"
@@ -21,6 +22,9 @@ public:
     /// Corrects an image in place; allocates nothing. @param[in,out] pImage  sLayout.bytes() bytes of the layout that
     /// the correction was built for, any alignment. @threads any, for different images at once too.
     virtual void correct(void* pImage) const noexcept = 0;
+    /// Table layout and vector target in words, for benches and bug reports; no fixed form.
+    /// @throws std::bad_alloc  @threads any.
+    virtual std::string description() const = 0;
 };
 
 /// Builds the correction for a layout: result = clamp(round((in - D) * G), 0, full scale), where a sample at full scale

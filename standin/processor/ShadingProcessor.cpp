@@ -73,6 +73,7 @@ struct CShadingProcessor::Impl {
 
     int64_t leaveUntouched(eReason eWhy, const ShadingInputs& rInputs, int64_t iStatus);
     FilterRadii radii(eReferenceKind eKind) const;
+    void describe(std::string strCorrection) noexcept;
     void emit(const std::string& strText) const noexcept;
 
     const TraceFunc m_fnTrace;
@@ -91,9 +92,10 @@ struct CShadingProcessor::Impl {
     // One bit for each reason that has been traced; any thread, the order does not matter.
     std::atomic<uint32_t> m_uTraced{0};
 
-    // Protects m_aParameters alone; held for a copy.
+    // Protects the members below; held for a copy.
     mutable std::mutex m_mtxParameters;
     std::array<int64_t, PARAMETERS.size()> m_aParameters = {};
+    std::string m_strCorrection;  // of m_pCorrection; empty: nothing is applied
 };
 
 void CShadingProcessor::Impl::emit(const std::string& strText) const noexcept {
@@ -120,6 +122,11 @@ FilterRadii CShadingProcessor::Impl::radii(eReferenceKind eKind) const {
     const bool bLight = eKind == eReferenceLight;
     return {static_cast<unsigned>(m_aParameters[bLight ? eMedianLight : eMedianDark]),
             static_cast<unsigned>(m_aParameters[bLight ? eBoxLight : eBoxDark])};
+}
+
+void CShadingProcessor::Impl::describe(std::string strCorrection) noexcept {
+    const std::lock_guard<std::mutex> sLock(m_mtxParameters);
+    m_strCorrection.swap(strCorrection);
 }
 
 int64_t CShadingProcessor::Impl::process(const ShadingInputs& rInputs) {
@@ -166,14 +173,22 @@ int64_t CShadingProcessor::Impl::apply(const ShadingInputs& rInputs) {
         }
     }
     std::array<std::vector<float>, 2> aFiltered;
+    std::array<const std::vector<float>*, 2> apSamples = {};
     for (const eReferenceKind eKind : {eReferenceDark, eReferenceLight}) {
         if (!m_aReferences[eKind])
             continue;
-        aFiltered[eKind] = m_aReferences[eKind]->vSamples;
-        filterReference(sLayout, radii(eKind), aFiltered[eKind]);
+        apSamples[eKind] = &m_aReferences[eKind]->vSamples;
+        const FilterRadii sRadii = radii(eKind);
+        if (sRadii.nMedian == 0 && sRadii.nBox == 0)
+            continue;  // as it is: a copy would take as long as the tables
+        aFiltered[eKind] = *apSamples[eKind];
+        filterReference(sLayout, sRadii, aFiltered[eKind]);
+        apSamples[eKind] = &aFiltered[eKind];
     }
-    m_pCorrection = makeCorrection(sLayout, m_aReferences[eReferenceDark] ? &aFiltered[eReferenceDark] : nullptr,
-                                   m_aReferences[eReferenceLight] ? &aFiltered[eReferenceLight] : nullptr);
+    auto pCorrection = makeCorrection(sLayout, apSamples[eReferenceDark], apSamples[eReferenceLight]);
+    std::string strCorrection = pCorrection->description();
+    m_pCorrection = std::move(pCorrection);
+    describe(std::move(strCorrection));
     m_sApplied = sLayout;
     m_uTraced = 0;
     return GC_ERR_SUCCESS;
@@ -183,6 +198,7 @@ int64_t CShadingProcessor::Impl::clear() noexcept {
     for (auto& rpReference : m_aReferences) rpReference.reset();
     m_pRecorder.reset();
     m_pCorrection.reset();
+    describe({});
     m_uTraced = 0;
     return GC_ERR_SUCCESS;
 }
@@ -284,6 +300,11 @@ int64_t CShadingProcessor::parameter(const std::string& strName) const {
         return 0;
     const std::lock_guard<std::mutex> sLock(m_pImpl->m_mtxParameters);
     return m_pImpl->m_aParameters[iParameter];
+}
+
+std::string CShadingProcessor::correction() const {
+    const std::lock_guard<std::mutex> sLock(m_pImpl->m_mtxParameters);
+    return m_pImpl->m_strCorrection.empty() ? "none" : m_pImpl->m_strCorrection;
 }
 
 }  // namespace StandIn

@@ -61,6 +61,10 @@ public:
     /// 0 when the name is unknown.
     int64_t parameter(const std::string& strName) const;
 
+    /// Table layout and vector target of the correction that is applied, in words; "none" where none is. Never waits
+    /// for a command.
+    std::string correction() const;
+
 private:
     struct Impl;
     std::unique_ptr<Impl> m_pImpl;

@@ -22,7 +22,7 @@ protected:
     ImageProcessor m_processor;
 };
 
-TEST_F(Nodes, ProcessorHasTheTenShadingNodesAndNoOther) {
+TEST_F(Nodes, ProcessorHasTheTenShadingNodesAndItsReport) {
     NodeMap& rMap = *m_processor.GetNodeList();
     for (const char* pText : {"ShadingPixelFormat", "ShadingBrwFilename"}) {
         rMap.GetNode(pText)->SetString("some text that is longer than a short one");
@@ -39,6 +39,8 @@ TEST_F(Nodes, ProcessorHasTheTenShadingNodesAndNoOther) {
         EXPECT_THROW(rMap.GetNode(pInt)->SetValue("5 x"), Xapel_InvalidParameterException);
     }
     EXPECT_THROW(shading("ShadingStatus").SetInt(1), Xapel_AccessDeniedException);
+    EXPECT_THROW(shading("StandInCorrection").SetString(""), Xapel_AccessDeniedException);
+    EXPECT_STREQ("none", shading("StandInCorrection").GetString().get());
     EXPECT_THROW(rMap.GetNode("ShadingNothing"), Xapel_NotAvailableException);
     EXPECT_FALSE(rMap.GetNodePresent("ShadingNothing"));
     EXPECT_TRUE(rMap.GetNodePresent("ShadingCommand"));
