@@ -34,9 +34,14 @@ public:
 /// most 1 DN up to 12 bits, by at most 1 + G/2 DN at 14 and 16 bits.
 /// @param[in] pDark   D in DN, sLayout.samples() values of 0 to full scale, borrowed; null: D = 0.
 /// @param[in] pLight  L in DN, as pDark; null: G = 1.
+/// @param[in] pTarget  one of correctionTargets(), for tests and benches; null: the fastest. Another text acts as null.
 /// @throws std::bad_alloc
 std::unique_ptr<ICorrection> makeCorrection(const ImageLayout& rLayout, const std::vector<float>* pDark,
-                                            const std::vector<float>* pLight);
+                                            const std::vector<float>* pLight, const char* pTarget = nullptr);
+
+/// Names of the kinds of vectors that this processor can correct with, fastest first; the last is "scalar", the
+/// definition itself. All give the same bytes. @throws std::bad_alloc  @threads any.
+std::vector<const char*> correctionTargets();
 
 /// Fraction bits of a table.
 struct FixedPoint {

@@ -1,0 +1,428 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Loops that correct whole blocks of an image: for each kind of vectors that the processor has, and without vectors.
+//
+// The product p of signal and gain has 32 bits; the result is (p + 2^(n-1)) >> n. Where n is above 16 the low half of p
+// only matters through its carry into the high half h, of which there is none: (h + 2^(n-17)) >> (n-16) is the same.
+// Where n is 16 the low half's top bit is added. Saturating steps do no harm, as all that they cut is above full scale.
+
+#include "CorrectionKernels.h"
+
+#include <array>
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "CorrectionKernels.cpp"
+#include "hwy/foreach_target.h"  // before highway.h
+#include "hwy/highway.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace XAPEL2 {
+namespace StandIn {
+namespace HWY_NAMESPACE {
+
+// The targets that stand for "no vectors" lack operations; the definition takes their place.
+#if HWY_TARGET != HWY_SCALAR && HWY_TARGET != HWY_EMU128
+
+namespace hn = hwy::HWY_NAMESPACE;
+
+template <class D>
+using Words = hn::Vec<D>;
+
+template <class D>
+HWY_INLINE Words<D> loadWords(D d16, const uint8_t* pBytes) {
+    return hn::BitCast(d16, hn::LoadU(hn::Repartition<uint8_t, D>(), pBytes));
+}
+template <class D>
+HWY_INLINE Words<D> splat(D d16, unsigned uValue) {
+    return hn::Set(d16, static_cast<uint16_t>(uValue));
+}
+
+/// 8-bit samples: the bytes at even and odd places are two vectors of words, each sample in the high byte of its word.
+template <bool BYTE_FIELDS>
+void correct8(const TableLayout& rLayout, const uint8_t* pTable, uint8_t* pImage, std::size_t nBlocks) {
+    const hn::ScalableTag<uint8_t> d8;
+    const hn::Repartition<uint16_t, decltype(d8)> d16;
+    constexpr std::size_t BYTES = hn::MaxLanes(d8);
+    const int nFraction = 8 - static_cast<int>(rLayout.nDarkShift);
+    const int nDown = static_cast<int>(rLayout.productBits()) - 16;
+    const auto vRound = splat(d16, 1U << nDown >> 1);
+    const auto vHighByte = splat(d16, 0xFF00);
+    const auto vFull = splat(d16, 0xFF);
+    const std::size_t nBytes = rLayout.blockBytes();
+    const std::size_t nGains = BYTE_FIELDS ? BLOCK : BLOCK * 2;
+    for (std::size_t iBlock = 0; iBlock < nBlocks; ++iBlock, pTable += nBytes, pImage += BLOCK) {
+#pragma GCC unroll 4
+        for (std::size_t i = 0; i < BLOCK; i += BYTES) {
+            const auto vIn = loadWords(d16, pImage + i);
+            const auto vField = loadWords(d16, pTable + i);
+            auto vEvenDark = vField;
+            auto vOddDark = vField;
+            if (BYTE_FIELDS) {
+                vEvenDark = hn::ShiftRightSame(hn::ShiftLeft<8>(vField), nFraction);
+                vOddDark = hn::ShiftRightSame(hn::And(vField, vHighByte), nFraction);
+            } else
+                vOddDark = loadWords(d16, pTable + BLOCK + i);
+            const auto vEven = hn::SaturatedSub(hn::ShiftLeft<8>(vIn), vEvenDark);
+            const auto vOdd = hn::SaturatedSub(hn::And(vIn, vHighByte), vOddDark);
+            const auto vEvenHigh = hn::MulHigh(vEven, loadWords(d16, pTable + nGains + i));
+            const auto vOddHigh = hn::MulHigh(vOdd, loadWords(d16, pTable + nGains + BLOCK + i));
+            const auto vEvenOut = hn::Min(hn::ShiftRightSame(hn::SaturatedAdd(vEvenHigh, vRound), nDown), vFull);
+            const auto vOddOut = hn::Min(hn::ShiftRightSame(hn::SaturatedAdd(vOddHigh, vRound), nDown), vFull);
+            const auto vOut = hn::BitCast(d8, hn::Or(vEvenOut, hn::ShiftLeft<8>(vOddOut)));
+            const auto vInBytes = hn::BitCast(d8, vIn);
+            const auto bSaturated = hn::Eq(vInBytes, hn::BitCast(d8, splat(d16, 0xFFFF)));
+            hn::StoreU(hn::IfThenElse(bSaturated, vInBytes, vOut), d8, pImage + i);
+        }
+    }
+}
+
+/// Samples in words of their own.
+template <class D>
+struct Unpacked {
+    using V = Words<D>;
+    static constexpr std::size_t VECTORS = BLOCK / hn::MaxLanes(D());
+    V m_vFull;
+    int m_nUp;
+
+    explicit Unpacked(const TableLayout& rLayout)
+        : m_vFull(splat(D(), rLayout.pFormat->fullScale())), m_nUp(static_cast<int>(rLayout.sPoint.nOffsetBits)) {}
+    HWY_INLINE void load(const uint8_t* pImage, V* pIn) const {
+#pragma GCC unroll 8
+        for (std::size_t i = 0; i < VECTORS; ++i) pIn[i] = loadWords(D(), pImage + i * sizeof(V));
+    }
+    HWY_INLINE V scaled(V vIn) const {
+        return hn::ShiftLeftSame(vIn, m_nUp);
+    }
+    HWY_INLINE hn::Mask<D> saturated(V vIn) const {
+        return hn::Eq(hn::SaturatedSub(m_vFull, vIn), hn::Zero(D()));
+    }
+    HWY_INLINE void store(const V* pOut, uint8_t* pImage) const {
+        const hn::Repartition<uint8_t, D> d8;
+#pragma GCC unroll 8
+        for (std::size_t i = 0; i < VECTORS; ++i) hn::StoreU(hn::BitCast(d8, pOut[i]), d8, pImage + i * sizeof(V));
+    }
+};
+
+/// Samples of 10 or 12 bits side by side. Eight of them take as many bytes as one has bits and go to one lane of 128
+/// bits, whose words then hold a sample each in their high bits. Loads and stores stay inside the block: the last of
+/// each ends where the block ends and begins before its own first byte.
+template <class D, unsigned BITS>
+struct Packed {
+    using V = Words<D>;
+    using D32 = hn::Repartition<uint32_t, D>;
+    using D8 = hn::Repartition<uint8_t, D>;
+    static constexpr std::size_t LANES128 = hn::MaxLanes(D()) / 8;
+    static constexpr std::size_t VECTORS = BLOCK / hn::MaxLanes(D());
+    static constexpr std::size_t STEP = LANES128 * BITS;        // bytes of a vector's samples
+    static constexpr std::size_t SPARE = LANES128 * 16 - STEP;  // bytes of a vector that are not its own
+    static_assert(LANES128 == 1 || BITS == 12, "the samples of a lane begin at a multiple of 4 bytes");
+
+    explicit Packed(const TableLayout&) {}
+    // Bytes of a lane to the words of its samples; iByte: where the first sample is.
+    static HWY_INLINE V spread(V vBytes, unsigned iByte) {
+        alignas(16) uint8_t aPlaces[16];
+        alignas(16) uint16_t aFactors[8];
+        for (unsigned i = 0; i < 8; ++i) {
+            aPlaces[2 * i] = static_cast<uint8_t>(iByte + i * BITS / 8);
+            aPlaces[2 * i + 1] = static_cast<uint8_t>(aPlaces[2 * i] + 1);
+            aFactors[i] = static_cast<uint16_t>(1U << (16 - BITS) >> i * BITS % 8);
+        }
+        const auto vPairs = hn::TableLookupBytes(vBytes, hn::BitCast(D(), hn::LoadDup128(D8(), aPlaces)));
+        return hn::And(hn::Mul(vPairs, hn::LoadDup128(D(), aFactors)), splat(D(), 0x10000 - (0x10000 >> BITS)));
+    }
+    // Dwords iFirst + 3 lane ... to each lane.
+    static HWY_INLINE V toLanes(V vBytes, uint32_t iFirst) {
+        alignas(64) uint32_t aPlaces[16];
+        for (uint32_t i = 0; i < 16; ++i)
+            aPlaces[i] = hn::MaxLanes(D32()) > 4 ? iFirst + i / 4 * 3 + (i % 4 < 3 ? i % 4 : 2) : 0;
+        return hn::BitCast(D(), hn::TableLookupLanes(hn::BitCast(D32(), vBytes), hn::SetTableIndices(D32(), aPlaces)));
+    }
+    HWY_INLINE void load(const uint8_t* pImage, V* pIn) const {
+#pragma GCC unroll 8
+        for (std::size_t i = 0; i < VECTORS; ++i) {
+            const std::size_t nBack = i + 1 == VECTORS ? SPARE : 0;
+            const auto vBytes = loadWords(D(), pImage + i * STEP - nBack);
+            if (LANES128 == 1)
+                pIn[i] = spread(vBytes, static_cast<unsigned>(nBack));
+            else
+                pIn[i] = spread(toLanes(vBytes, static_cast<uint32_t>(nBack / 4)), 0);
+        }
+    }
+    HWY_INLINE V scaled(V vIn) const {
+        return vIn;
+    }
+    HWY_INLINE hn::Mask<D> saturated(V vIn) const {
+        return hn::Eq(vIn, splat(D(), 0x10000 - (0x10000 >> BITS)));
+    }
+
+    // Samples in the low bits of the words to BITS bytes in each lane.
+    static HWY_INLINE V close(V vOut) {
+        const hn::Repartition<int16_t, D> di16;
+        const hn::Repartition<int32_t, D> di32;
+        const hn::Repartition<uint64_t, D> d64;
+        auto vNone = hn::Zero(di32);
+        const auto vFactors = hn::BitCast(di16, hn::Set(D32(), 1U | 1U << (16 + BITS)));
+        const auto vTwo = hn::ReorderWidenMulAccumulate(di32, hn::BitCast(di16, vOut), vFactors, hn::Zero(di32), vNone);
+        alignas(16) uint8_t aPlaces[16];
+        for (unsigned i = 0; i < 16; ++i) {
+            const unsigned nUnit = BITS == 12 ? 3 : 5;  // bytes of samples in 4 or 8 bytes
+            const unsigned nPitch = BITS == 12 ? 4 : 8;
+            aPlaces[i] = static_cast<uint8_t>(i < BITS ? i / nUnit * nPitch + i % nUnit : 0x80);
+        }
+        auto vUnits = hn::BitCast(d64, vTwo);
+        if (BITS == 10) {
+            const auto vLow = hn::Set(d64, 0xFFFFF);
+            vUnits = hn::Or(hn::And(vUnits, vLow), hn::AndNot(vLow, hn::ShiftRight<12>(vUnits)));
+        }
+        return hn::TableLookupBytesOr0(hn::BitCast(D(), vUnits), hn::BitCast(D(), hn::LoadDup128(D8(), aPlaces)));
+    }
+    // The STEP bytes of a vector side by side at its beginning, or at its end (then behind bytes without meaning).
+    static HWY_INLINE V joinLanes(V vClosed, bool bAtEnd) {
+        alignas(64) uint32_t aPlaces[16];
+        const uint32_t nFirst = bAtEnd ? static_cast<uint32_t>(SPARE / 4) : 0;
+        for (uint32_t i = 0; i < 16; ++i) {
+            const uint32_t iOwn = i < nFirst || i - nFirst >= STEP / 4 ? 0 : i - nFirst;
+            aPlaces[i] = iOwn / 3 * 4 + iOwn % 3;
+        }
+        return hn::BitCast(D(), hn::TableLookupLanes(hn::BitCast(D32(), vClosed), hn::SetTableIndices(D32(), aPlaces)));
+    }
+    // The last vector of a block: its own bytes at the end, before them the last bytes of the vector before it.
+    static HWY_INLINE V joinLast(V vBefore, V vClosed) {
+        if (LANES128 == 1) {
+            alignas(16) uint8_t aOwn[16];
+            alignas(16) uint8_t aBefore[16];
+            for (unsigned i = 0; i < 16; ++i) {
+                aOwn[i] = static_cast<uint8_t>(i < SPARE ? 0x80 : i - SPARE);
+                aBefore[i] = static_cast<uint8_t>(i < SPARE ? STEP - SPARE + i : 0x80);
+            }
+            return hn::Or(hn::TableLookupBytesOr0(vClosed, hn::BitCast(D(), hn::LoadDup128(D8(), aOwn))),
+                          hn::TableLookupBytesOr0(vBefore, hn::BitCast(D(), hn::LoadDup128(D8(), aBefore))));
+        }
+        alignas(64) uint32_t aBefore[16];
+        for (uint32_t i = 0; i < 16; ++i)
+            aBefore[i] = i < SPARE / 4 ? static_cast<uint32_t>((STEP - SPARE) / 4) + i : 0;
+        const auto vTail = hn::TableLookupLanes(hn::BitCast(D32(), vBefore), hn::SetTableIndices(D32(), aBefore));
+        return hn::IfThenElse(hn::FirstN(D(), SPARE / 2), hn::BitCast(D(), vTail), joinLanes(vClosed, true));
+    }
+    HWY_INLINE void store(const V* pOut, uint8_t* pImage) const {
+        auto vBefore = hn::Zero(D());
+#pragma GCC unroll 8
+        for (std::size_t i = 0; i + 1 < VECTORS; ++i) {
+            vBefore = close(pOut[i]);
+            if (LANES128 != 1)
+                vBefore = joinLanes(vBefore, false);
+            hn::StoreU(hn::BitCast(D8(), vBefore), D8(), pImage + i * STEP);
+        }
+        const auto vLast = joinLast(vBefore, close(pOut[VECTORS - 1]));
+        hn::StoreU(hn::BitCast(D8(), vLast), D8(), pImage + VECTORS * STEP - sizeof(V));
+    }
+};
+
+/// What the gains have above their 16-bit words.
+enum eWhole { eWholeNone, eWholeBit, eWholeBits };
+
+/// Samples of 10 to 16 bits. ROUND_LOW: the product is shifted by 16 bits, else by more.
+template <class D, template <class> class IO, bool BYTE_FIELDS, eWhole WHOLE, bool ROUND_LOW>
+struct Words16 {
+    using V = Words<D>;
+    static constexpr std::size_t VECTORS = BLOCK / hn::MaxLanes(D());
+
+    IO<D> m_oImage;
+    V m_vBase, m_vDarkMask, m_vRound, m_vFull;
+    int m_nDarkShift, m_nDarkBits, m_nDown;
+
+    explicit Words16(const TableLayout& rLayout)
+        : m_oImage(rLayout),
+          m_vBase(splat(D(), rLayout.uDarkBase)),
+          m_vDarkMask(splat(D(), (1U << rLayout.nDarkBits) - 1)),
+          m_vRound(splat(D(), 1U << (rLayout.productBits() - 16) >> 1)),
+          m_vFull(splat(D(), rLayout.pFormat->fullScale())),
+          m_nDarkShift(static_cast<int>(rLayout.nDarkShift)),
+          m_nDarkBits(static_cast<int>(rLayout.nDarkBits)),
+          m_nDown(static_cast<int>(rLayout.productBits()) - 16) {}
+
+    HWY_INLINE V dark(V vField) const {
+        if (!BYTE_FIELDS && WHOLE == eWholeNone)
+            return vField;
+        const auto vDark = WHOLE == eWholeNone ? vField : hn::And(vField, m_vDarkMask);
+        return hn::Add(m_vBase, BYTE_FIELDS ? hn::ShiftLeftSame(vDark, m_nDarkShift) : vDark);
+    }
+    // vHigh plus the signal times the whole part of the gain.
+    HWY_INLINE V addWhole(V vHigh, V vSignal, V vField) const {
+        if (WHOLE == eWholeBit) {
+            const hn::Repartition<int16_t, D> di16;
+            const auto vTop = BYTE_FIELDS ? hn::ShiftLeft<8>(vField) : vField;
+            const auto vAll = hn::BitCast(D(), hn::ShiftRight<15>(hn::BitCast(di16, vTop)));
+            return hn::SaturatedAdd(vHigh, hn::And(vSignal, vAll));
+        }
+        const auto vWhole = hn::ShiftRightSame(vField, m_nDarkBits);
+        const auto vSum = hn::SaturatedAdd(vHigh, hn::Mul(vSignal, vWhole));
+        const auto bFits = hn::Eq(hn::MulHigh(vSignal, vWhole), hn::Zero(D()));
+        return hn::IfThenElse(bFits, vSum, splat(D(), 0xFFFF));
+    }
+    HWY_INLINE V correct(V vIn, V vField, V vGain) const {
+        const auto vSignal = hn::SaturatedSub(m_oImage.scaled(vIn), dark(vField));
+        auto vOut = hn::MulHigh(vSignal, vGain);
+        if (ROUND_LOW)
+            vOut = hn::Add(vOut, hn::ShiftRight<15>(hn::Mul(vSignal, vGain)));
+        if (WHOLE != eWholeNone)
+            vOut = addWhole(vOut, vSignal, vField);
+        if (!ROUND_LOW)
+            vOut = hn::ShiftRightSame(hn::SaturatedAdd(vOut, m_vRound), m_nDown);
+        return hn::IfThenElse(m_oImage.saturated(vIn), m_vFull, hn::Min(vOut, m_vFull));
+    }
+
+    static void run(const TableLayout& rLayout, const uint8_t* pTable, uint8_t* pImage, std::size_t nBlocks) {
+        const Words16 oThis(rLayout);
+        const std::size_t nBytes = rLayout.blockBytes();
+        const std::size_t nImageBytes = rLayout.imageBlockBytes();
+        for (std::size_t iBlock = 0; iBlock < nBlocks; ++iBlock, pTable += nBytes, pImage += nImageBytes) {
+            V aSamples[VECTORS];
+            oThis.m_oImage.load(pImage, aSamples);
+            const uint8_t* pGains = pTable + (BYTE_FIELDS ? BLOCK : BLOCK * 2);
+            if (BYTE_FIELDS) {
+#pragma GCC unroll 8
+                for (std::size_t i = 0; i < VECTORS / 2; ++i) {
+                    const std::size_t iOther = i + VECTORS / 2;
+                    const auto vFields = loadWords(D(), pTable + i * sizeof(V));
+                    aSamples[i] = oThis.correct(aSamples[i], hn::And(vFields, splat(D(), 0xFF)),
+                                                loadWords(D(), pGains + i * sizeof(V)));
+                    aSamples[iOther] = oThis.correct(aSamples[iOther], hn::ShiftRight<8>(vFields),
+                                                     loadWords(D(), pGains + iOther * sizeof(V)));
+                }
+            } else {
+#pragma GCC unroll 8
+                for (std::size_t i = 0; i < VECTORS; ++i)
+                    aSamples[i] = oThis.correct(aSamples[i], loadWords(D(), pTable + i * sizeof(V)),
+                                                loadWords(D(), pGains + i * sizeof(V)));
+            }
+            oThis.m_oImage.store(aSamples, pImage);
+        }
+    }
+};
+
+/// Wide tables, in any format.
+void correctWide(const TableLayout& rLayout, const uint8_t* pTable, uint8_t* pImage, std::size_t nBlocks) {
+    const hn::ScalableTag<uint32_t> d32;
+    const hn::Repartition<uint64_t, decltype(d32)> d64;
+    const hn::Repartition<int32_t, decltype(d32)> di32;
+    const hn::Rebind<uint16_t, decltype(d32)> d16;
+    constexpr int BITS = WIDE_POINT.nOffsetBits + WIDE_POINT.nGainBits;
+    const auto vHalf = hn::Set(d64, 1ULL << (BITS - 1));
+    const auto vFull = hn::Set(d32, rLayout.pFormat->fullScale());
+    alignas(64) uint16_t aSamples[BLOCK];
+    for (std::size_t iBlock = 0; iBlock < nBlocks; ++iBlock, pImage += rLayout.imageBlockBytes()) {
+        const auto* pOffsets = reinterpret_cast<const uint32_t*>(pTable + iBlock * rLayout.blockBytes());
+        unpackSamples(*rLayout.pFormat, pImage, 0, BLOCK, aSamples);
+        for (std::size_t i = 0; i < BLOCK; i += hn::Lanes(d32)) {
+            const auto vIn = hn::PromoteTo(d32, hn::Load(d16, aSamples + i));
+            const auto vOffset = hn::Load(d32, pOffsets + i);
+            const auto vGain = hn::Load(d32, pOffsets + BLOCK + i);
+            const auto vScaled = hn::ShiftLeft<WIDE_POINT.nOffsetBits>(vIn);
+            const auto vSignal = hn::Sub(hn::Max(vScaled, vOffset), vOffset);
+            const auto vEven = hn::ShiftRight<BITS>(hn::Add(hn::MulEven(vSignal, vGain), vHalf));
+            const auto vOddSignal = hn::BitCast(d32, hn::ShiftRight<32>(hn::BitCast(d64, vSignal)));
+            const auto vOddGain = hn::BitCast(d32, hn::ShiftRight<32>(hn::BitCast(d64, vGain)));
+            const auto vOdd = hn::ShiftRight<BITS>(hn::Add(hn::MulEven(vOddSignal, vOddGain), vHalf));
+            const auto vOut = hn::Min(hn::BitCast(d32, hn::Or(vEven, hn::ShiftLeft<32>(vOdd))), vFull);
+            const auto vKept = hn::IfThenElse(hn::Eq(hn::Max(vIn, vFull), vIn), vFull, vOut);
+            hn::Store(hn::DemoteTo(d16, hn::BitCast(di32, vKept)), d16, aSamples + i);
+        }
+        packSamples(*rLayout.pFormat, aSamples, 0, BLOCK, pImage);
+    }
+}
+
+template <class D>
+using Packed10 = Packed<D, 10>;
+template <class D>
+using Packed12 = Packed<D, 12>;
+
+template <class D, template <class> class IO>
+Kernel kernelWithoutWhole(const TableLayout& rLayout) {
+    const bool bRoundLow = rLayout.productBits() == 16;
+    if (rLayout.nFieldBytes == 1)
+        return bRoundLow ? Words16<D, IO, true, eWholeNone, true>::run : Words16<D, IO, true, eWholeNone, false>::run;
+    return bRoundLow ? Words16<D, IO, false, eWholeNone, true>::run : Words16<D, IO, false, eWholeNone, false>::run;
+}
+
+Kernel findKernel(const TableLayout& rLayout) {
+    using D = hn::ScalableTag<uint16_t>;
+    if (rLayout.isWide())
+        return correctWide;
+    const bool bByteFields = rLayout.nFieldBytes == 1;
+    if (rLayout.pFormat->nWireBits == 8)
+        return bByteFields ? correct8<true> : correct8<false>;
+    if (rLayout.pFormat->nWireBits == 10)
+        return kernelWithoutWhole<hn::Full128<uint16_t>, Packed10>(rLayout);
+    if (rLayout.pFormat->nWireBits == 12)
+        return kernelWithoutWhole<D, Packed12>(rLayout);
+    if (rLayout.wholeBits() == 0)
+        return kernelWithoutWhole<D, Unpacked>(rLayout);
+    if (rLayout.wholeBits() == 1)
+        return bByteFields ? Words16<D, Unpacked, true, eWholeBit, true>::run
+                           : Words16<D, Unpacked, false, eWholeBit, true>::run;
+    return bByteFields ? Words16<D, Unpacked, true, eWholeBits, true>::run
+                       : Words16<D, Unpacked, false, eWholeBits, true>::run;
+}
+
+#endif
+
+}  // namespace HWY_NAMESPACE
+}  // namespace StandIn
+}  // namespace XAPEL2
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace XAPEL2 {
+namespace StandIn {
+
+namespace {
+
+void correctScalar(const TableLayout& rLayout, const uint8_t* pTable, uint8_t* pImage, std::size_t nBlocks) {
+    const uint32_t uFull = rLayout.pFormat->fullScale();
+    std::array<uint16_t, BLOCK> aSamples;
+    for (std::size_t iBlock = 0; iBlock < nBlocks; ++iBlock, pTable += rLayout.blockBytes()) {
+        unpackSamples(*rLayout.pFormat, pImage, iBlock * BLOCK, BLOCK, aSamples.data());
+        for (std::size_t i = 0; i < BLOCK; ++i) {
+            const TableEntry sEntry = tableEntry(rLayout, pTable, i);
+            aSamples[i] = correctSample(aSamples[i], sEntry.uOffset, sEntry.uGain, rLayout.sPoint, uFull);
+        }
+        packSamples(*rLayout.pFormat, aSamples.data(), iBlock * BLOCK, BLOCK, pImage);
+    }
+}
+
+Kernel scalarKernel(const TableLayout&) {
+    return correctScalar;
+}
+
+}  // namespace
+
+const std::vector<KernelTarget>& kernelTargets() {
+    static const std::vector<KernelTarget> s_Targets = [] {
+        const int64_t uTargets = hwy::SupportedTargets();
+        std::vector<KernelTarget> vecTargets;
+        const auto add = [&](int64_t uTarget, Kernel (*fnKernel)(const TableLayout&)) {
+            if ((uTargets & uTarget) != 0)
+                vecTargets.push_back({hwy::TargetName(uTarget), fnKernel});
+        };
+#if HWY_TARGETS & HWY_AVX3
+        add(HWY_AVX3, N_AVX3::findKernel);
+#endif
+#if HWY_TARGETS & HWY_AVX2
+        add(HWY_AVX2, N_AVX2::findKernel);
+#endif
+#if HWY_TARGETS & HWY_SSE4
+        add(HWY_SSE4, N_SSE4::findKernel);
+#endif
+#if HWY_TARGETS & HWY_SSSE3
+        add(HWY_SSSE3, N_SSSE3::findKernel);
+#endif
+        vecTargets.push_back({"scalar", scalarKernel});
+        return vecTargets;
+    }();
+    return s_Targets;
+}
+
+}  // namespace StandIn
+}  // namespace XAPEL2
+#endif
