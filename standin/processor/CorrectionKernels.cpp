@@ -111,51 +111,80 @@ struct Packed {
     using V = Words<D>;
     using D32 = hn::Repartition<uint32_t, D>;
     using D8 = hn::Repartition<uint8_t, D>;
+    using Places32 = decltype(hn::SetTableIndices(D32(), static_cast<const uint32_t*>(nullptr)));
     static constexpr std::size_t LANES128 = hn::MaxLanes(D()) / 8;
     static constexpr std::size_t VECTORS = BLOCK / hn::MaxLanes(D());
     static constexpr std::size_t STEP = LANES128 * BITS;        // bytes of a vector's samples
     static constexpr std::size_t SPARE = LANES128 * 16 - STEP;  // bytes of a vector that are not its own
     static_assert(LANES128 == 1 || BITS == 12, "the samples of a lane begin at a multiple of 4 bytes");
 
-    explicit Packed(const TableLayout&) {}
-    // Bytes of a lane to the words of its samples; iByte: where the first sample is.
-    static HWY_INLINE V spread(V vBytes, unsigned iByte) {
-        alignas(16) uint8_t aPlaces[16];
+    const V m_vMask = splat(D(), 0x10000 - (0x10000 >> BITS));
+    V m_vSpread, m_vSpreadLast, m_vFactors, m_vClose, m_vCloseLast, m_vBefore;
+    // Of several lanes: bytes in order to the lanes and back, the last vector of a block apart.
+    Places32 m_vToLanes, m_vToLanesLast, m_vJoin, m_vJoinLast, m_vJoinBefore;
+
+    explicit Packed(const TableLayout&) {
+        constexpr unsigned UNIT = BITS == 12 ? 3 : 5;   // bytes that two or four samples are put together to,
+        constexpr unsigned PITCH = BITS == 12 ? 4 : 8;  // in so many
         alignas(16) uint16_t aFactors[8];
-        for (unsigned i = 0; i < 8; ++i) {
-            aPlaces[2 * i] = static_cast<uint8_t>(iByte + i * BITS / 8);
-            aPlaces[2 * i + 1] = static_cast<uint8_t>(aPlaces[2 * i] + 1);
-            aFactors[i] = static_cast<uint16_t>(1U << (16 - BITS) >> i * BITS % 8);
+        alignas(16) uint8_t aSpread[16], aSpreadLast[16], aClose[16], aCloseLast[16], aBefore[16];
+        for (unsigned i = 0; i < 16; ++i) {
+            const unsigned iByte = i / 2 * BITS / 8 + i % 2;
+            const unsigned iOwn = i - static_cast<unsigned>(SPARE);
+            aFactors[i / 2] = static_cast<uint16_t>(1U << (16 - BITS) >> i / 2 * BITS % 8);
+            aSpread[i] = static_cast<uint8_t>(iByte);
+            aSpreadLast[i] = static_cast<uint8_t>(LANES128 == 1 ? iByte + SPARE : iByte);
+            aClose[i] = static_cast<uint8_t>(i < BITS ? i / UNIT * PITCH + i % UNIT : 0x80);
+            aCloseLast[i] = static_cast<uint8_t>(i >= SPARE ? iOwn / UNIT * PITCH + iOwn % UNIT : 0x80);
+            aBefore[i] = static_cast<uint8_t>(i < SPARE ? STEP - SPARE + i : 0x80);
         }
-        const auto vPairs = hn::TableLookupBytes(vBytes, hn::BitCast(D(), hn::LoadDup128(D8(), aPlaces)));
-        return hn::And(hn::Mul(vPairs, hn::LoadDup128(D(), aFactors)), splat(D(), 0x10000 - (0x10000 >> BITS)));
+        m_vFactors = hn::LoadDup128(D(), aFactors);
+        m_vSpread = bytes(aSpread);
+        m_vSpreadLast = bytes(aSpreadLast);
+        m_vClose = bytes(aClose);
+        m_vCloseLast = bytes(aCloseLast);
+        m_vBefore = bytes(aBefore);
+        alignas(64) uint32_t aToLanes[16] = {}, aToLanesLast[16] = {}, aJoin[16] = {}, aJoinLast[16] = {},
+                             aJoinBefore[16] = {};
+        for (uint32_t i = 0; i < LANES128 * 4 && LANES128 != 1; ++i) {
+            constexpr uint32_t OWN = STEP / 4;
+            constexpr uint32_t OTHER = SPARE / 4;
+            aToLanes[i] = i / 4 * 3 + (i % 4 < 3 ? i % 4 : 2);
+            aToLanesLast[i] = aToLanes[i] + OTHER;
+            aJoin[i] = i < OWN ? i / 3 * 4 + i % 3 : 0;
+            aJoinLast[i] = i >= OTHER ? (i - OTHER) / 3 * 4 + (i - OTHER) % 3 : 0;
+            aJoinBefore[i] = i < OTHER ? OWN - OTHER + i : 0;
+        }
+        m_vToLanes = hn::SetTableIndices(D32(), aToLanes);
+        m_vToLanesLast = hn::SetTableIndices(D32(), aToLanesLast);
+        m_vJoin = hn::SetTableIndices(D32(), aJoin);
+        m_vJoinLast = hn::SetTableIndices(D32(), aJoinLast);
+        m_vJoinBefore = hn::SetTableIndices(D32(), aJoinBefore);
     }
-    // Dwords iFirst + 3 lane ... to each lane.
-    static HWY_INLINE V toLanes(V vBytes, uint32_t iFirst) {
-        alignas(64) uint32_t aPlaces[16];
-        for (uint32_t i = 0; i < 16; ++i)
-            aPlaces[i] = hn::MaxLanes(D32()) > 4 ? iFirst + i / 4 * 3 + (i % 4 < 3 ? i % 4 : 2) : 0;
-        return hn::BitCast(D(), hn::TableLookupLanes(hn::BitCast(D32(), vBytes), hn::SetTableIndices(D32(), aPlaces)));
+    static HWY_INLINE V bytes(const uint8_t* pLane) { return hn::BitCast(D(), hn::LoadDup128(D8(), pLane)); }
+    static HWY_INLINE V lookUp(V vBytes, Places32 vPlaces) {
+        return hn::BitCast(D(), hn::TableLookupLanes(hn::BitCast(D32(), vBytes), vPlaces));
     }
+
     HWY_INLINE void load(const uint8_t* pImage, V* pIn) const {
 #pragma GCC unroll 8
         for (std::size_t i = 0; i < VECTORS; ++i) {
-            const std::size_t nBack = i + 1 == VECTORS ? SPARE : 0;
-            const auto vBytes = loadWords(D(), pImage + i * STEP - nBack);
-            if (LANES128 == 1)
-                pIn[i] = spread(vBytes, static_cast<unsigned>(nBack));
-            else
-                pIn[i] = spread(toLanes(vBytes, static_cast<uint32_t>(nBack / 4)), 0);
+            const bool bLast = i + 1 == VECTORS;
+            auto vBytes = loadWords(D(), pImage + i * STEP - (bLast ? SPARE : 0));
+            if (LANES128 != 1)
+                vBytes = lookUp(vBytes, bLast ? m_vToLanesLast : m_vToLanes);
+            const auto vPairs = hn::TableLookupBytes(vBytes, bLast ? m_vSpreadLast : m_vSpread);
+            pIn[i] = hn::And(hn::Mul(vPairs, m_vFactors), m_vMask);
         }
     }
     HWY_INLINE V scaled(V vIn) const {
         return vIn;
     }
     HWY_INLINE hn::Mask<D> saturated(V vIn) const {
-        return hn::Eq(vIn, splat(D(), 0x10000 - (0x10000 >> BITS)));
+        return hn::Eq(vIn, m_vMask);
     }
 
-    // Samples in the low bits of the words to BITS bytes in each lane.
+    // Two samples of 12 bits to each dword, or four of 10 to each qword, without a gap.
     static HWY_INLINE V close(V vOut) {
         const hn::Repartition<int16_t, D> di16;
         const hn::Repartition<int32_t, D> di32;
@@ -163,58 +192,28 @@ struct Packed {
         auto vNone = hn::Zero(di32);
         const auto vFactors = hn::BitCast(di16, hn::Set(D32(), 1U | 1U << (16 + BITS)));
         const auto vTwo = hn::ReorderWidenMulAccumulate(di32, hn::BitCast(di16, vOut), vFactors, hn::Zero(di32), vNone);
-        alignas(16) uint8_t aPlaces[16];
-        for (unsigned i = 0; i < 16; ++i) {
-            const unsigned nUnit = BITS == 12 ? 3 : 5;  // bytes of samples in 4 or 8 bytes
-            const unsigned nPitch = BITS == 12 ? 4 : 8;
-            aPlaces[i] = static_cast<uint8_t>(i < BITS ? i / nUnit * nPitch + i % nUnit : 0x80);
-        }
-        auto vUnits = hn::BitCast(d64, vTwo);
-        if (BITS == 10) {
-            const auto vLow = hn::Set(d64, 0xFFFFF);
-            vUnits = hn::Or(hn::And(vUnits, vLow), hn::AndNot(vLow, hn::ShiftRight<12>(vUnits)));
-        }
-        return hn::TableLookupBytesOr0(hn::BitCast(D(), vUnits), hn::BitCast(D(), hn::LoadDup128(D8(), aPlaces)));
-    }
-    // The STEP bytes of a vector side by side at its beginning, or at its end (then behind bytes without meaning).
-    static HWY_INLINE V joinLanes(V vClosed, bool bAtEnd) {
-        alignas(64) uint32_t aPlaces[16];
-        const uint32_t nFirst = bAtEnd ? static_cast<uint32_t>(SPARE / 4) : 0;
-        for (uint32_t i = 0; i < 16; ++i) {
-            const uint32_t iOwn = i < nFirst || i - nFirst >= STEP / 4 ? 0 : i - nFirst;
-            aPlaces[i] = iOwn / 3 * 4 + iOwn % 3;
-        }
-        return hn::BitCast(D(), hn::TableLookupLanes(hn::BitCast(D32(), vClosed), hn::SetTableIndices(D32(), aPlaces)));
-    }
-    // The last vector of a block: its own bytes at the end, before them the last bytes of the vector before it.
-    static HWY_INLINE V joinLast(V vBefore, V vClosed) {
-        if (LANES128 == 1) {
-            alignas(16) uint8_t aOwn[16];
-            alignas(16) uint8_t aBefore[16];
-            for (unsigned i = 0; i < 16; ++i) {
-                aOwn[i] = static_cast<uint8_t>(i < SPARE ? 0x80 : i - SPARE);
-                aBefore[i] = static_cast<uint8_t>(i < SPARE ? STEP - SPARE + i : 0x80);
-            }
-            return hn::Or(hn::TableLookupBytesOr0(vClosed, hn::BitCast(D(), hn::LoadDup128(D8(), aOwn))),
-                          hn::TableLookupBytesOr0(vBefore, hn::BitCast(D(), hn::LoadDup128(D8(), aBefore))));
-        }
-        alignas(64) uint32_t aBefore[16];
-        for (uint32_t i = 0; i < 16; ++i)
-            aBefore[i] = i < SPARE / 4 ? static_cast<uint32_t>((STEP - SPARE) / 4) + i : 0;
-        const auto vTail = hn::TableLookupLanes(hn::BitCast(D32(), vBefore), hn::SetTableIndices(D32(), aBefore));
-        return hn::IfThenElse(hn::FirstN(D(), SPARE / 2), hn::BitCast(D(), vTail), joinLanes(vClosed, true));
+        if (BITS == 12)
+            return hn::BitCast(D(), vTwo);
+        const auto vLow = hn::Set(d64, 0xFFFFF);
+        const auto vFour = hn::BitCast(d64, vTwo);
+        return hn::BitCast(D(), hn::Or(hn::And(vFour, vLow), hn::AndNot(vLow, hn::ShiftRight<12>(vFour))));
     }
     HWY_INLINE void store(const V* pOut, uint8_t* pImage) const {
         auto vBefore = hn::Zero(D());
 #pragma GCC unroll 8
         for (std::size_t i = 0; i + 1 < VECTORS; ++i) {
-            vBefore = close(pOut[i]);
+            vBefore = hn::TableLookupBytesOr0(close(pOut[i]), m_vClose);
             if (LANES128 != 1)
-                vBefore = joinLanes(vBefore, false);
+                vBefore = lookUp(vBefore, m_vJoin);
             hn::StoreU(hn::BitCast(D8(), vBefore), D8(), pImage + i * STEP);
         }
-        const auto vLast = joinLast(vBefore, close(pOut[VECTORS - 1]));
-        hn::StoreU(hn::BitCast(D8(), vLast), D8(), pImage + VECTORS * STEP - sizeof(V));
+        // The last: its own bytes at the end of the vector, before them the last bytes of the vector before it.
+        const auto vLast = close(pOut[VECTORS - 1]);
+        const auto vEnd = LANES128 == 1 ? hn::Or(hn::TableLookupBytesOr0(vLast, m_vCloseLast),
+                                                 hn::TableLookupBytesOr0(vBefore, m_vBefore))
+                                        : hn::IfThenElse(hn::FirstN(D(), SPARE / 2), lookUp(vBefore, m_vJoinBefore),
+                                                         lookUp(hn::TableLookupBytesOr0(vLast, m_vClose), m_vJoinLast));
+        hn::StoreU(hn::BitCast(D8(), vEnd), D8(), pImage + VECTORS * STEP - sizeof(V));
     }
 };
 
