@@ -1,13 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // Offset and gain of every sample of an image as the formula of the correction has them, in double precision.
-//
-// The inner loops have constant lengths and no branches, so that compilers make vectors of them.
 
 #include "CorrectionFormula.h"
 
 #include <algorithm>
-#include <cmath>
 
 namespace XAPEL2 {
 namespace StandIn {
@@ -58,7 +55,11 @@ void CFormula::addRow(std::size_t iRow, std::array<double, 4>& rSums) const {
 void CFormula::fillTargets(std::size_t iFirst, std::array<double, BLOCK>& rTargets) const {
     if (!m_rLayout.pFormat->isCfa()) {
         const std::size_t nChannels = m_rLayout.pFormat->nChannels;
-        for (std::size_t i = 0; i < BLOCK; ++i) rTargets[i] = m_aTargets[(iFirst + i) % nChannels];
+        std::size_t iChannel = iFirst % nChannels;
+        for (double& rTarget : rTargets) {
+            rTarget = m_aTargets[iChannel];
+            iChannel = iChannel + 1 == nChannels ? 0 : iChannel + 1;
+        }
         return;
     }
     std::size_t iY = iFirst / m_rLayout.nWidth;
@@ -72,37 +73,21 @@ void CFormula::fillTargets(std::size_t iFirst, std::array<double, BLOCK>& rTarge
     }
 }
 
-void CFormula::block(std::size_t iFirst, Block& rBlock) const {
+void CFormula::block(std::size_t iFirst, FormulaBlock& rBlock) const {
     const std::size_t nSamples = std::min(BLOCK, m_rLayout.samples() - iFirst);
-    std::array<float, BLOCK> aTail;
-    const auto whole = [&](const float* pSamples, float fRest) {
-        if (nSamples == BLOCK)
+    std::array<float, BLOCK> aDark;
+    std::array<float, BLOCK> aLight;
+    const auto whole = [&](const float* pSamples, std::array<float, BLOCK>& rBuffer) {
+        if (pSamples && nSamples == BLOCK)
             return pSamples + iFirst;
-        aTail.fill(fRest);
-        std::copy_n(pSamples + iFirst, nSamples, aTail.begin());
-        return static_cast<const float*>(aTail.data());
+        rBuffer.fill(0.0F);  // D = 0 and, as there is no signal, G = 1
+        if (pSamples)
+            std::copy_n(pSamples + iFirst, nSamples, rBuffer.begin());
+        return static_cast<const float*>(rBuffer.data());
     };
-    if (m_pDark) {
-        const float* pDark = whole(m_pDark, 0.0F);
-        for (std::size_t i = 0; i < BLOCK; ++i) rBlock.aOffsets[i] = static_cast<double>(pDark[i]);
-    } else
-        rBlock.aOffsets.fill(0.0);
-    if (!m_pLight) {
-        rBlock.aGains.fill(1.0);
-        return;
-    }
     std::array<double, BLOCK> aTargets;
     fillTargets(iFirst, aTargets);
-    const float* pLight = whole(m_pLight, 0.0F);
-    static const double s_dLargest = std::nextafter(GAIN_LIMIT, 0.0);
-    const double dLargest = s_dLargest;
-    for (std::size_t i = 0; i < BLOCK; ++i) {
-        const double dSignal = static_cast<double>(pLight[i]) - rBlock.aOffsets[i];
-        const double dGain = aTargets[i] / (dSignal > 0.0 ? dSignal : 1.0);
-        const double dNotNegative = dGain > 0.0 ? dGain : 0.0;
-        const double dLimited = dNotNegative < dLargest ? dNotNegative : dLargest;
-        rBlock.aGains[i] = dSignal > 0.0 ? dLimited : 1.0;
-    }
+    formulaBlock(aTargets.data(), whole(m_pDark, aDark), whole(m_pLight, aLight), rBlock);
 }
 
 }  // namespace StandIn

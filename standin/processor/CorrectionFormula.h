@@ -8,16 +8,11 @@
 #include <cstddef>
 #include <vector>
 
+#include "CorrectionEncode.h"
 #include "ReferenceImage.h"
 
 namespace XAPEL2 {
 namespace StandIn {
-
-/// Samples that are worked on together, everywhere in the correction. A block begins at a whole byte in every format.
-constexpr std::size_t BLOCK = 64;
-
-/// Gains are below this.
-constexpr double GAIN_LIMIT = 16.0;
 
 /// D and G of every sample (see makeCorrection). The same bits whatever the processor, as every step is rounded alone.
 class CFormula {
@@ -25,13 +20,8 @@ public:
     /// References are borrowed for the life of the object; null: D = 0, G = 1.
     CFormula(const ImageLayout& rLayout, const std::vector<float>* pDark, const std::vector<float>* pLight);
 
-    struct Block {
-        alignas(64) std::array<double, BLOCK> aOffsets;  // DN
-        alignas(64) std::array<double, BLOCK> aGains;
-    };
-
     /// Offsets and gains of the samples from iFirst, a multiple of BLOCK, on; 0 and 1 behind the end of the image.
-    void block(std::size_t iFirst, Block& rBlock) const;
+    void block(std::size_t iFirst, FormulaBlock& rBlock) const;
 
     const ImageLayout& layout() const { return m_rLayout; }
 

@@ -60,7 +60,7 @@ public:
         const std::size_t nBlocks = (rLayout.samples() + BLOCK - 1) / BLOCK;
         const std::size_t nStride = nBlocks > 4096 ? 17 : 1;
         const double dToBin = power(12 - static_cast<int>(rLayout.pFormat->nBits));
-        CFormula::Block sBlock;
+        FormulaBlock sBlock;
         for (std::size_t iBlock = 0; iBlock < nBlocks; iBlock += nStride) {
             rFormula.block(iBlock * BLOCK, sBlock);
             const std::size_t nUsed = std::min(BLOCK, rLayout.samples() - iBlock * BLOCK);
@@ -166,121 +166,84 @@ std::vector<TableLayout> candidates(const CFormula& rFormula) {
     return vecLayouts;
 }
 
-/// Writes the tables of one layout.
-class CBuilder {
-public:
-    explicit CBuilder(const TableLayout& rLayout) : m_rLayout(rLayout) {
-        const unsigned nBits = rLayout.pFormat->nBits;
-        m_dFull = rLayout.pFormat->fullScale();
-        m_dSlack = nBits > 12 ? 0.5 : 0.0;
-        m_dPerUnit = power(static_cast<int>(rLayout.nDarkShift) - static_cast<int>(rLayout.sPoint.nOffsetBits));
-        m_dBase = rLayout.uDarkBase * power(-static_cast<int>(rLayout.sPoint.nOffsetBits));
-        m_dDarkLast = rLayout.isWide() ? 0x7FFFFFFF : power(static_cast<int>(rLayout.nDarkBits)) - 1;
-        m_dPerGain = power(-static_cast<int>(rLayout.sPoint.nGainBits));
-        const double dGains = power(static_cast<int>(rLayout.gainBytes() * 8 + rLayout.wholeBits()));
-        m_dGainLast = std::min(dGains, GAIN_LIMIT / m_dPerGain) - 1;
-    }
+EncodeRule encodeRule(const TableLayout& rLayout) {
+    constexpr double MARGIN = 1e-6;  // far above the rounding of the check itself
+    const int nOffsetBits = static_cast<int>(rLayout.sPoint.nOffsetBits);
+    EncodeRule sRule;
+    sRule.dBase = rLayout.uDarkBase * power(-nOffsetBits);
+    sRule.dPerUnit = power(static_cast<int>(rLayout.nDarkShift) - nOffsetBits);
+    sRule.dDarkLast = power(std::min(static_cast<int>(rLayout.nDarkBits), 31)) - 1;
+    sRule.dPerGain = power(-static_cast<int>(rLayout.sPoint.nGainBits));
+    sRule.dGainLast =
+        std::min(power(static_cast<int>(rLayout.gainBytes() * 8 + rLayout.wholeBits())), GAIN_LIMIT / sRule.dPerGain) -
+        1;
+    sRule.dFull = rLayout.pFormat->fullScale();
+    sRule.dBound = 0.5 - MARGIN;
+    sRule.dBoundPerGain = rLayout.pFormat->nBits > 12 ? 0.5 : 0.0;
+    return sRule;
+}
 
-    /// Finds the codes of a block. Returns how many samples they do not hold closely enough; these are marked.
-    unsigned encode(const CFormula::Block& rBlock) {
-        constexpr double MARGIN = 1e-6;  // far above the rounding of this computation itself
-        const double dToUnits = 1 / m_dPerUnit;
-        const double dToGain = 1 / m_dPerGain;
-        for (std::size_t i = 0; i < BLOCK; ++i) {
-            const double dGain = rBlock.aGains[i];
-            const double dUnits = (rBlock.aOffsets[i] - m_dBase) * dToUnits + 0.5;
-            const double dPositive = dUnits > 0.0 ? dUnits : 0.0;
-            m_aDarks[i] = static_cast<int32_t>(dPositive < m_dDarkLast ? dPositive : m_dDarkLast);
-            const double dScaled = dGain * dToGain + 0.5;
-            m_aGains[i] = static_cast<int32_t>(dScaled < m_dGainLast ? dScaled : m_dGainLast);
-            const double dTableGain = m_aGains[i] * m_dPerGain;
-            const double dOffset = m_aDarks[i] * m_dPerUnit + m_dBase - rBlock.aOffsets[i];
-            const double dGainError = dTableGain - dGain;
-            const double dMost = dTableGain > dGain ? dTableGain : dGain;
-            const double dLeast = dTableGain < dGain ? dTableGain : dGain;
-            // (1), multiplied by max(1, min(G, G')).
-            const double dRest = 0.5 - MARGIN + m_dSlack * dGain - dMost * (dOffset < 0 ? -dOffset : dOffset);
-            const double dLimit = dRest * (dLeast > 1.0 ? dLeast : 1.0);
-            m_aMisfits[i] = m_dFull * (dGainError < 0 ? -dGainError : dGainError) > dLimit ? 1 : 0;
-        }
-        int32_t nMisfits = 0;
-        for (std::size_t i = 0; i < BLOCK; ++i) nMisfits += m_aMisfits[i];
-        return m_rLayout.isWide() ? 0 : static_cast<unsigned>(nMisfits);
-    }
-    bool isMisfit(std::size_t i) const { return m_aMisfits[i] != 0; }
-    TableEntry entry(std::size_t i) const {
-        return {static_cast<uint32_t>(m_aDarks[i]), static_cast<uint32_t>(m_aGains[i])};
-    }
+template <typename T, typename F>
+void place(uint8_t* pTo, F fnOfSample) {
+    std::array<T, BLOCK> aPlaced;
+    for (std::size_t i = 0; i < BLOCK; ++i) aPlaced[i] = static_cast<T>(fnOfSample(i));
+    std::memcpy(pTo, aPlaced.data(), sizeof(aPlaced));
+}
 
-    /// Writes the codes of a block to the table.
-    void store(uint8_t* pBlock) const {
-        uint8_t* pGains = pBlock + BLOCK * m_rLayout.nFieldBytes;
-        if (m_rLayout.isWide()) {
-            std::memcpy(pBlock, m_aDarks.data(), sizeof(m_aDarks));
-            std::memcpy(pGains, m_aGains.data(), sizeof(m_aGains));
-            return;
-        }
-        std::array<uint16_t, BLOCK> aWords;
-        std::array<uint16_t, BLOCK> aFields;
-        const unsigned nDarkBits = m_rLayout.nDarkBits;
-        for (std::size_t i = 0; i < BLOCK; ++i) {
-            aWords[i] = static_cast<uint16_t>(m_aGains[i]);
-            aFields[i] = static_cast<uint16_t>(m_aDarks[i] | m_aGains[i] >> 16 << nDarkBits);
-        }
-        const bool bSplit = m_rLayout.pFormat->nWireBits == 8;
-        place(aWords, bSplit, pGains);
-        if (m_rLayout.nFieldBytes == 2)
-            place(aFields, bSplit, pBlock);
-        else if (bSplit)
-            for (std::size_t i = 0; i < BLOCK; ++i) pBlock[i] = static_cast<uint8_t>(aFields[i]);
+/// Writes the codes of a block to the table.
+void store(const TableLayout& rLayout, const EncodedBlock& rCodes, uint8_t* pBlock) {
+    uint8_t* const pGains = pBlock + BLOCK * rLayout.nFieldBytes;
+    if (rLayout.isWide()) {
+        std::memcpy(pBlock, rCodes.aDarks.data(), sizeof(rCodes.aDarks));
+        std::memcpy(pGains, rCodes.aGains.data(), sizeof(rCodes.aGains));
+        return;
+    }
+    const auto field = [&, nDarkBits = rLayout.nDarkBits](std::size_t i) {
+        return rCodes.aDarks[i] | rCodes.aGains[i] >> 16 << nDarkBits;
+    };
+    const auto word = [&](std::size_t i) { return rCodes.aGains[i]; };
+    // Sample at a place: the inverse of fieldPlace and gainPlace.
+    const auto evenThenOdd = [](std::size_t i) { return i % 32 * 2 + i / 32; };
+    const auto halvesInTurn = [](std::size_t i) { return i % 2 * 32 + i / 2; };
+    if (rLayout.pFormat->nWireBits == 8) {
+        place<uint16_t>(pGains, [&](std::size_t i) { return word(evenThenOdd(i)); });
+        if (rLayout.nFieldBytes == 1)
+            place<uint8_t>(pBlock, field);
         else
-            for (std::size_t i = 0; i < BLOCK / 2; ++i) {
-                pBlock[2 * i] = static_cast<uint8_t>(aFields[i]);
-                pBlock[2 * i + 1] = static_cast<uint8_t>(aFields[BLOCK / 2 + i]);
-            }
+            place<uint16_t>(pBlock, [&](std::size_t i) { return field(evenThenOdd(i)); });
+    } else {
+        place<uint16_t>(pGains, word);
+        if (rLayout.nFieldBytes == 1)
+            place<uint8_t>(pBlock, [&](std::size_t i) { return field(halvesInTurn(i)); });
+        else
+            place<uint16_t>(pBlock, field);
     }
-
-private:
-    static void place(const std::array<uint16_t, BLOCK>& rWords, bool bSplit, uint8_t* pWords) {
-        std::array<uint16_t, BLOCK> aSplit;
-        if (bSplit) {
-            for (std::size_t i = 0; i < BLOCK / 2; ++i) {
-                aSplit[i] = rWords[2 * i];
-                aSplit[BLOCK / 2 + i] = rWords[2 * i + 1];
-            }
-        }
-        std::memcpy(pWords, bSplit ? aSplit.data() : rWords.data(), sizeof(rWords));
-    }
-
-    const TableLayout& m_rLayout;
-    double m_dFull, m_dSlack, m_dPerUnit, m_dBase, m_dDarkLast, m_dPerGain, m_dGainLast;
-    alignas(64) std::array<int32_t, BLOCK> m_aDarks = {};
-    alignas(64) std::array<int32_t, BLOCK> m_aGains = {};
-    alignas(64) std::array<int32_t, BLOCK> m_aMisfits = {};
-};
+}
 
 /// False where the layout has too many exceptions.
 bool build(const CFormula& rFormula, CorrectionTable& rTable) {
     const std::size_t nSamples = rFormula.layout().samples();
     const std::size_t nBlocks = (nSamples + BLOCK - 1) / BLOCK;
     rTable.vecExceptions.clear();
-    CBuilder oBuilder(rTable.sLayout);
+    const EncodeRule sRule = encodeRule(rTable.sLayout);
     TableLayout sWide;
     sWide.pFormat = rTable.sLayout.pFormat;
-    CBuilder oWide(sWide);
+    const EncodeRule sWideRule = encodeRule(sWide);
     rTable.pBlocks.reset();  // before the next is made
     rTable.pBlocks = allocate(nBlocks * rTable.sLayout.blockBytes());
-    CFormula::Block sBlock;
+    FormulaBlock sBlock;
+    EncodedBlock sCodes;
     for (std::size_t iBlock = 0; iBlock < nBlocks; ++iBlock) {
         rFormula.block(iBlock * BLOCK, sBlock);
-        const unsigned nMisfits = oBuilder.encode(sBlock);
-        oBuilder.store(rTable.pBlocks.get() + iBlock * rTable.sLayout.blockBytes());
-        if (nMisfits == 0)
+        encodeBlock(sRule, sBlock, sCodes);
+        store(rTable.sLayout, sCodes, rTable.pBlocks.get() + iBlock * rTable.sLayout.blockBytes());
+        const uint64_t uMisfits = sCodes.uMisfits;
+        if (uMisfits == 0 || rTable.sLayout.isWide())
             continue;
-        oWide.encode(sBlock);
+        encodeBlock(sWideRule, sBlock, sCodes);
         for (std::size_t i = 0; i < BLOCK && iBlock * BLOCK + i < nSamples; ++i) {
-            if (oBuilder.isMisfit(i))
-                rTable.vecExceptions.push_back({iBlock * BLOCK + i, oWide.entry(i)});
+            if ((uMisfits >> i & 1) != 0)
+                rTable.vecExceptions.push_back({iBlock * BLOCK + i, {sCodes.aDarks[i], sCodes.aGains[i]}});
         }
         if (rTable.vecExceptions.size() > nSamples / EXCEPTION_SHARE)
             return false;
