@@ -53,24 +53,22 @@ void CFormula::addRow(std::size_t iRow, std::array<double, 4>& rSums) const {
 }
 
 void CFormula::fillTargets(std::size_t iFirst, std::array<double, BLOCK>& rTargets) const {
-    if (!m_rLayout.pFormat->isCfa()) {
-        const std::size_t nChannels = m_rLayout.pFormat->nChannels;
-        std::size_t iChannel = iFirst % nChannels;
+    const std::size_t nChannels = m_rLayout.pFormat->nChannels;
+    if (m_rLayout.pFormat->isCfa()) {
+        const std::size_t nWidth = m_rLayout.nWidth;
+        std::size_t iY = iFirst / nWidth;
+        std::size_t iX = iFirst % nWidth;
         for (double& rTarget : rTargets) {
-            rTarget = m_aTargets[iChannel];
-            iChannel = iChannel + 1 == nChannels ? 0 : iChannel + 1;
+            rTarget = m_aTargets[iY % 2 * 2 + iX % 2];
+            if (++iX == nWidth) {
+                iX = 0;
+                ++iY;
+            }
         }
-        return;
-    }
-    std::size_t iY = iFirst / m_rLayout.nWidth;
-    std::size_t iX = iFirst % m_rLayout.nWidth;
-    for (std::size_t i = 0; i < BLOCK; ++i) {
-        rTargets[i] = m_aTargets[iY % 2 * 2 + iX % 2];
-        if (++iX == m_rLayout.nWidth) {
-            iX = 0;
-            ++iY;
-        }
-    }
+    } else if (nChannels == 1)
+        rTargets.fill(m_aTargets[0]);
+    else
+        for (std::size_t i = 0; i < BLOCK; ++i) rTargets[i] = m_aTargets[(iFirst + i) % 3];
 }
 
 void CFormula::block(std::size_t iFirst, FormulaBlock& rBlock) const {

@@ -38,7 +38,7 @@ constexpr std::size_t HUGE_PAGE = std::size_t{1} << 21;
 TableMemory allocate(std::size_t nBytes) {
     const bool bHuge = nBytes >= HUGE_PAGE;
     const std::size_t nUnit = bHuge ? HUGE_PAGE : 64;
-    const std::size_t nWhole = (nBytes + nUnit - 1) / nUnit * nUnit;
+    const std::size_t nWhole = nBytes / nUnit * nUnit + nUnit;
     TableMemory pMemory(static_cast<uint8_t*>(std::aligned_alloc(nUnit, nWhole)));
     if (!pMemory)
         throw std::bad_alloc();
@@ -75,26 +75,31 @@ public:
     /// Smallest k for which nearly all gains are below 2^(k+1); 3 at most.
     unsigned gainExponent() const {
         unsigned k = 0;
-        while (k < m_aGains.size() && m_aGains[k] > m_nSamples / (EXCEPTION_SHARE * 2)) ++k;
+        while (k < m_aGains.size() && m_aGains[k] > m_nSamples / EXCEPTION_SHARE) ++k;
         return k;
     }
 
-    /// First bin of the window of nBins bins that holds the most darks; how many it lacks goes to rMissing.
+    /// First bin of the window of nBins bins that holds the most darks, the middle one of several; how many it lacks
+    /// goes to rMissing.
     std::size_t window(std::size_t nBins, std::size_t& rMissing) const {
         std::size_t nInside = 0;
         std::size_t nMost = 0;
         std::size_t iBest = 0;
-        for (std::size_t i = 0; i < BINS; ++i) {
-            nInside += m_vecDarks[i];
-            if (i >= nBins)
-                nInside -= m_vecDarks[i - nBins];
-            if (nInside > nMost) {
+        std::size_t iBestLast = 0;
+        for (std::size_t iEnd = 1; iEnd <= BINS; ++iEnd) {
+            nInside += m_vecDarks[iEnd - 1];
+            if (iEnd > nBins)
+                nInside -= m_vecDarks[iEnd - 1 - nBins];
+            const std::size_t iFirst = iEnd > nBins ? iEnd - nBins : 0;
+            if (nInside > nMost)
+                iBest = iFirst;
+            if (nInside >= nMost) {
                 nMost = nInside;
-                iBest = i + 1 > nBins ? i + 1 - nBins : 0;
+                iBestLast = iFirst;
             }
         }
         rMissing = m_nSamples - nMost;
-        return iBest;
+        return iBest + (iBestLast - iBest) / 2;
     }
     std::size_t above(std::size_t iBin) const {
         std::size_t nAbove = 0;
@@ -115,7 +120,7 @@ private:
 bool placeDarks(const CSurvey& rSurvey, TableLayout& rLayout) {
     const unsigned nBits = rLayout.pFormat->nBits;
     const unsigned nMost = nBits <= 12 ? rLayout.sPoint.nOffsetBits - 1 : rLayout.sPoint.nOffsetBits;
-    for (const std::size_t nShare : {EXCEPTION_SHARE * 8, EXCEPTION_SHARE * 2}) {
+    for (const std::size_t nShare : {EXCEPTION_SHARE * 8, EXCEPTION_SHARE}) {
         for (unsigned nShift = 0; nShift <= nMost; ++nShift) {
             const std::size_t nRange = std::size_t{1} << (rLayout.nDarkBits + nShift);
             if (nRange > 0x10000)

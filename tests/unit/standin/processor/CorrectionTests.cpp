@@ -4,6 +4,7 @@
 
 #include "Correction.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <array>
@@ -102,45 +103,157 @@ struct Formula {
     }
 };
 
-std::unique_ptr<ICorrection> make(const ImageLayout& rLayout, const References& rReferences) {
+std::unique_ptr<ICorrection> make(const ImageLayout& rLayout, const References& rReferences,
+                                  const char* pTarget = nullptr) {
     return makeCorrection(rLayout, rReferences.bDark ? &rReferences.vDark : nullptr,
-                          rReferences.bLight ? &rReferences.vLight : nullptr);
+                          rReferences.bLight ? &rReferences.vLight : nullptr, pTarget);
+}
+
+/// Corrects vInputs, the first sample with each of them in turn, and gives the largest error in units of the bound.
+double worstError(const ImageLayout& rLayout, const References& rReferences, const std::vector<uint32_t>& vInputs) {
+    const uint32_t uFull = rLayout.pFormat->fullScale();
+    const Formula sFormula(rLayout, rReferences);
+    const auto pCorrection = make(rLayout, rReferences);
+    double dWorst = 0.0;
+    for (std::size_t iShift = 0; iShift < vInputs.size(); ++iShift) {
+        std::vector<uint16_t> vIn;
+        for (std::size_t i = 0; i < rLayout.samples(); ++i)
+            vIn.push_back(static_cast<uint16_t>(vInputs[(i + iShift) % vInputs.size()]));
+        std::vector<uint8_t> vImage = pack(rLayout, vIn);
+        pCorrection->correct(vImage.data());
+        const std::vector<uint16_t> vOut = unpack(rLayout, vImage);
+        for (std::size_t i = 0; i < vIn.size(); ++i) {
+            const double dLimit = rLayout.pFormat->nBits <= 12 ? 1.0 : 1.0 + sFormula.vGains[i] / 2;
+            const double dResult = sFormula.result(i, vIn[i], uFull);
+            dWorst = std::max(
+                {dWorst, std::abs(vOut[i] - dResult) / dLimit, std::abs(vOut[i] - std::round(dResult)) / dLimit});
+            EXPECT_FALSE(vIn[i] >= uFull && vOut[i] != uFull) << "saturated and changed";
+        }
+    }
+    return dWorst;
+}
+
+std::vector<uint32_t> inputsFor(const PixelFormat& rFormat) {
+    const uint32_t uFull = rFormat.fullScale();
+    std::vector<uint32_t> vInputs = {0, 1, 2, uFull / 16, uFull / 2, uFull - 1, uFull};
+    for (uint32_t i = 0; i < 50; ++i) vInputs.push_back(i * uFull / 49);
+    if (rFormat.nBits < rFormat.nWireBits)
+        vInputs.push_back(uFull + 1);  // a bit that is none of the format's counts as saturated
+    return vInputs;
 }
 
 TEST(Correction, StaysWithinItsBoundInEveryFormat) {
     for (const PixelFormat& rFormat : pixelFormats()) {
-        // More samples than a block of the kernel, odd sides, a row that begins inside a byte when packed.
+        // Several blocks, odd sides, a row that begins inside a byte when packed.
         const ImageLayout sLayout = {&rFormat, 37, 31};
-        const uint32_t uFull = rFormat.fullScale();
-        std::vector<uint32_t> vInputs = {0, 1, 2, uFull / 16, uFull / 2, uFull - 1, uFull};
-        for (uint32_t i = 0; i < 50; ++i) vInputs.push_back(i * uFull / 49);
-        if (rFormat.nBits < rFormat.nWireBits)
-            vInputs.push_back(uFull + 1);  // a bit that is none of the format's counts as saturated
         for (const ReferenceCase& rCase : referenceCases()) {
             SCOPED_TRACE(std::string(rFormat.pName) + ", " + rCase.pName);
+            EXPECT_LE(worstError(sLayout, draw(sLayout, rCase), inputsFor(rFormat)), 1.0);
+        }
+    }
+}
+
+/// Darks from dDark on over a range, whole or not; a quarter of the samples have dWeak times the gain of the others.
+struct TableCase {
+    const char* pFormat;
+    double dDark, dRange;
+    bool bWhole;
+    double dWeak;
+    const char* pTable;  // in the description
+};
+
+constexpr std::array<TableCase, 26> TABLE_CASES = {{
+    {"Mono8", 0, 3, false, 1, "dark u2.6+0, gain u1.15, 3 B"},
+    {"RGB8", 5, 50, false, 1.5, "dark u6.2+0, gain u1.15, 3 B"},
+    {"BayerRG8", 0, 7, false, 3, "dark u3.5+0, gain u2.14, 3 B"},
+    {"Mono8", 0, 7, false, 6, "dark u3.5+0, gain u3.13, 3 B"},
+    {"Mono8", 0, 7, false, 12, "dark u3.5+0, gain u4.12, 3 B"},
+    {"BGR8", 0, 100, false, 12, "dark u8.8+0, gain u4.12, 4 B"},
+    {"Mono8", 0, 200, false, 1, "dark u8.8+0, gain u2.14, 4 B"},
+    {"Mono10", 100, 3.5, false, 1, "dark u2.6+99.75, gain u1.15, 3 B"},
+    {"BayerGR10", 0, 300, false, 3, "dark u10.6+0, gain u2.14, 4 B"},
+    {"Mono12", 100, 100, false, 1, "dark u7.1+86, gain u1.15, 3 B"},
+    {"Mono12", 100, 12, true, 12, "dark u4.4+98, gain u4.12, 3 B"},
+    {"Mono12", 100, 900, true, 12, "dark u12.4+0, gain u4.12, 4 B"},
+    {"Mono12", 100, 900, false, 6, "dark u12.4+0, gain u3.13, 4 B"},
+    {"Mono12", 100, 900, false, 12, "8 B"},
+    {"Mono14", 300, 200, false, 1, "dark u8.0+272, gain u1.15, 3 B"},
+    {"Mono14", 300, 60, false, 3, "dark u6.2+296, gain u2.14, 3 B"},
+    {"Mono14", 300, 3000, false, 3, "dark u14.2+0, gain u2.14, 4 B"},
+    {"Mono16", 700, 90, false, 1, "dark u7.0+672, gain u1.16, 3 B"},
+    {"Mono16", 704, 60, false, 3, "dark u6.0+704, gain u2.16, 3 B"},
+    {"Mono16", 700, 9000, false, 1, "dark u15.0+368, gain u1.16, 4 B"},
+    {"BayerBG16", 700, 3000, false, 12, "dark u12.0+352, gain u4.16, 4 B"},
+    {"Mono16", 700, 9000, false, 12, "8 B"},
+    {"BayerRG10p", 20, 7, false, 3, "dark u3.5+19.5, gain u2.14, 3 B"},
+    {"Mono10p", 20, 200, false, 1, "dark u10.6+0, gain u1.15, 4 B"},
+    {"Mono12p", 100, 25, false, 1, "dark u5.3+96, gain u1.15, 3 B"},
+    {"BayerGB12p", 100, 900, true, 12, "dark u12.4+0, gain u4.12, 4 B"},
+}};
+
+References draw(const ImageLayout& rLayout, const TableCase& rCase) {
+    return draw(rLayout, {"", true, true, [&](double f, unsigned, const std::function<double()>& d) {
+                              const double dDark = rCase.dDark + d() * rCase.dRange;
+                              const double dSignal = f * (0.55 + 0.01 * d()) / (d() < 0.25 ? rCase.dWeak : 1.0);
+                              const double dKept = rCase.bWhole ? std::floor(dDark) : dDark;
+                              return std::make_pair(dKept, dKept + dSignal);
+                          }});
+}
+
+/// Bytes with low, middle and saturated samples among them.
+std::vector<uint8_t> noise(std::size_t nBytes, std::mt19937& rRandom) {
+    std::vector<uint8_t> vBytes(nBytes);
+    for (std::size_t i = 0; i < nBytes; ++i)
+        vBytes[i] = static_cast<uint8_t>(i / 16 % 3 == 0 ? 255 : rRandom() >> i / 16 % 3 * 2 >> 20);
+    return vBytes;
+}
+
+TEST(Correction, GivesTheDefinitionsBytesWithEveryTableAndTarget) {
+    ASSERT_STREQ(correctionTargets().back(), "scalar");
+    std::mt19937 oRandom(5);
+    for (const TableCase& rCase : TABLE_CASES) {
+        for (std::size_t nWidth = 0; nWidth <= 2 * 64 + 5; ++nWidth) {
+            const ImageLayout sLayout = layout(rCase.pFormat, nWidth, 1);
             const References sReferences = draw(sLayout, rCase);
-            const Formula sFormula(sLayout, sReferences);
-            const auto pCorrection = make(sLayout, sReferences);
-            double dWorst = 0.0;
-            std::size_t nSaturatedChanged = 0;
-            for (std::size_t iShift = 0; iShift < vInputs.size(); ++iShift) {
-                std::vector<uint16_t> vIn;
-                for (std::size_t i = 0; i < sLayout.samples(); ++i)
-                    vIn.push_back(static_cast<uint16_t>(vInputs[(i + iShift) % vInputs.size()]));
-                std::vector<uint8_t> vImage = pack(sLayout, vIn);
-                pCorrection->correct(vImage.data());
-                const std::vector<uint16_t> vOut = unpack(sLayout, vImage);
-                for (std::size_t i = 0; i < vIn.size(); ++i) {
-                    const double dLimit = rFormat.nBits <= 12 ? 1.0 : 1.0 + sFormula.vGains[i] / 2;
-                    const double dResult = sFormula.result(i, vIn[i], uFull);
-                    dWorst = std::max({dWorst, std::abs(vOut[i] - dResult) / dLimit,
-                                       std::abs(vOut[i] - std::round(dResult)) / dLimit});
-                    nSaturatedChanged += vIn[i] >= uFull && vOut[i] != uFull;
+            const auto pDefinition = make(sLayout, sReferences, "scalar");
+            if (nWidth > 128) {
+                EXPECT_THAT(pDefinition->description(), testing::HasSubstr(rCase.pTable)) << rCase.pFormat;
+                EXPECT_LE(worstError(sLayout, sReferences, inputsFor(*sLayout.pFormat)), 1.0) << rCase.pTable;
+            }
+            for (const char* pTarget : correctionTargets()) {
+                const auto pCorrection = make(sLayout, sReferences, pTarget);
+                for (std::size_t nShift = 0; nShift < 3; ++nShift) {
+                    // The image lies among guard values and begins at any byte.
+                    std::vector<uint8_t> vBytes = noise(sLayout.bytes() + 200, oRandom);
+                    std::vector<uint8_t> vExpected = vBytes;
+                    std::vector<uint8_t> vImage(vBytes.begin() + 98, vBytes.end() - 98);
+                    vImage.assign(vBytes.data() + 98 + nShift, vBytes.data() + 98 + nShift + sLayout.bytes());
+                    pDefinition->correct(vImage.data());
+                    std::copy(vImage.begin(), vImage.end(), vExpected.begin() + 98 + static_cast<long>(nShift));
+                    pCorrection->correct(vBytes.data() + 98 + nShift);
+                    ASSERT_EQ(vBytes, vExpected)
+                        << rCase.pFormat << ", " << nWidth << ", " << nShift << ", " << pCorrection->description();
                 }
             }
-            EXPECT_LE(dWorst, 1.0) << "largest error in units of the bound";
-            EXPECT_EQ(nSaturatedChanged, 0U);
         }
+    }
+}
+
+// Pixels that a small table cannot hold, at the ends of blocks, of the parts that are worked on at once, of the image.
+TEST(Correction, KeepsTheBoundForHotPixelsWithoutALargerTable) {
+    for (const char* pFormat : {"Mono8", "Mono12", "Mono16", "Mono12p", "BayerRG10p"}) {
+        const ImageLayout sLayout = layout(pFormat, 130, 64);
+        References sReferences = draw(sLayout, TableCase{pFormat, 3, 2, false, 1, ""});
+        const std::vector<std::size_t> vHot = {0, 1, 63, 2047, 2048, 4000, 8318, 8319};
+        for (const std::size_t i : vHot) {
+            sReferences.vDark[i] = static_cast<float>(sLayout.pFormat->fullScale()) * 0.6F;
+            sReferences.vLight[i] = sReferences.vDark[i] * 1.5F;
+        }
+        const auto pCorrection = make(sLayout, sReferences);
+        EXPECT_THAT(pCorrection->description(), testing::HasSubstr("3 B/sample, 8 exceptions")) << pFormat;
+        EXPECT_LE(worstError(sLayout, sReferences, inputsFor(*sLayout.pFormat)), 1.0) << pFormat;
+        sReferences.vDark[5000] = sReferences.vDark[0];
+        EXPECT_THAT(make(sLayout, sReferences)->description(), testing::HasSubstr(" 0 exc")) << "above 1 of 1,000";
     }
 }
 

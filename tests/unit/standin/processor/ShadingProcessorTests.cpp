@@ -301,6 +301,15 @@ TEST_F(ShadingProcessor, WantOfMemoryChangesNothing) {
     }
 }
 
+TEST_F(ShadingProcessor, SaysWhichTableCorrects) {
+    EXPECT_EQ(m_oProcessor.correction(), "none");
+    ASSERT_EQ(record(eCommandStartDark, 20, "dark"), 0);
+    ASSERT_EQ(run(eCommandApply), 0);
+    EXPECT_EQ(m_oProcessor.correction().rfind("12 bit, dark u", 0), 0U) << m_oProcessor.correction();
+    ASSERT_EQ(run(eCommandClear), 0);
+    EXPECT_EQ(m_oProcessor.correction(), "none");
+}
+
 TEST_F(ShadingProcessor, CorrectingAllocatesNothing) {
     ASSERT_EQ(record(eCommandStartDark, 20, "dark"), 0);
     ASSERT_EQ(run(eCommandApply), 0);
