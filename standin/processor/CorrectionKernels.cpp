@@ -45,9 +45,10 @@ void correct8(const TableLayout& rLayout, const uint8_t* pTable, uint8_t* pImage
     constexpr std::size_t BYTES = hn::MaxLanes(d8);
     const int nFraction = 8 - static_cast<int>(rLayout.nDarkShift);
     const int nDown = static_cast<int>(rLayout.productBits()) - 16;
-    const auto vRound = splat(d16, 1U << nDown >> 1);
+    // Half a unit, and so much that a sum above full scale saturates and has only ones. Where it does not, this leaves
+    // the eight bits of the result as they are.
+    const auto vRaise = splat(d16, 0x10000U - (0x100U << nDown) + (1U << nDown >> 1));
     const auto vHighByte = splat(d16, 0xFF00);
-    const auto vFull = splat(d16, 0xFF);
     const std::size_t nBytes = rLayout.blockBytes();
     const std::size_t nGains = BYTE_FIELDS ? BLOCK : BLOCK * 2;
     for (std::size_t iBlock = 0; iBlock < nBlocks; ++iBlock, pTable += nBytes, pImage += BLOCK) {
@@ -66,9 +67,9 @@ void correct8(const TableLayout& rLayout, const uint8_t* pTable, uint8_t* pImage
             const auto vOdd = hn::SaturatedSub(hn::And(vIn, vHighByte), vOddDark);
             const auto vEvenHigh = hn::MulHigh(vEven, loadWords(d16, pTable + nGains + i));
             const auto vOddHigh = hn::MulHigh(vOdd, loadWords(d16, pTable + nGains + BLOCK + i));
-            const auto vEvenOut = hn::Min(hn::ShiftRightSame(hn::SaturatedAdd(vEvenHigh, vRound), nDown), vFull);
-            const auto vOddOut = hn::Min(hn::ShiftRightSame(hn::SaturatedAdd(vOddHigh, vRound), nDown), vFull);
-            const auto vOut = hn::BitCast(d8, hn::Or(vEvenOut, hn::ShiftLeft<8>(vOddOut)));
+            const auto vEvenOut = hn::ShiftRightSame(hn::SaturatedAdd(vEvenHigh, vRaise), nDown);
+            const auto vOddOut = hn::ShiftLeftSame(hn::SaturatedAdd(vOddHigh, vRaise), 8 - nDown);
+            const auto vOut = hn::BitCast(d8, hn::IfVecThenElse(vHighByte, vOddOut, vEvenOut));
             const auto vInBytes = hn::BitCast(d8, vIn);
             const auto bSaturated = hn::Eq(vInBytes, hn::BitCast(d8, splat(d16, 0xFFFF)));
             hn::StoreU(hn::IfThenElse(bSaturated, vInBytes, vOut), d8, pImage + i);
