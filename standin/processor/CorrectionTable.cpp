@@ -65,7 +65,7 @@ public:
             rFormula.block(iBlock * BLOCK, sBlock);
             const std::size_t nUsed = std::min(BLOCK, rLayout.samples() - iBlock * BLOCK);
             for (std::size_t i = 0; i < nUsed; ++i) {
-                ++m_vecDarks[static_cast<std::size_t>(sBlock.aOffsets[i] * dToBin)];
+                ++m_vecDarks[static_cast<std::size_t>(std::clamp(sBlock.aOffsets[i] * dToBin, 0.0, BINS - 1.0))];
                 for (unsigned k = 0; k < m_aGains.size(); ++k) m_aGains[k] += sBlock.aGains[i] >= (2 << k);
             }
             m_nSamples += nUsed;
