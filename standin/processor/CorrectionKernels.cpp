@@ -261,12 +261,13 @@ struct Words16 {
         return hn::IfThenElse(bFits, vSum, splat(D(), 0xFFFF));
     }
     HWY_INLINE V correct(V vIn, V vField, V vGain) const {
-        const auto vSignal = hn::SaturatedSub(m_oImage.scaled(vIn), dark(vField));
+        constexpr bool ALL_BITS = WHOLE != eWholeNone;  // then samples fill their words, and so does full scale
+        const auto vSignal = hn::SaturatedSub(ALL_BITS ? vIn : m_oImage.scaled(vIn), dark(vField));
         auto vOut = hn::MulHigh(vSignal, vGain);
         if (ROUND_LOW)
             vOut = hn::Add(vOut, hn::ShiftRight<15>(hn::Mul(vSignal, vGain)));
-        if (WHOLE != eWholeNone)
-            vOut = addWhole(vOut, vSignal, vField);
+        if (ALL_BITS)
+            return hn::IfThenElse(hn::Eq(vIn, m_vFull), m_vFull, addWhole(vOut, vSignal, vField));
         if (!ROUND_LOW)
             vOut = hn::ShiftRightSame(hn::SaturatedAdd(vOut, m_vRound), m_nDown);
         return hn::IfThenElse(m_oImage.saturated(vIn), m_vFull, hn::Min(vOut, m_vFull));
