@@ -40,7 +40,8 @@ HWY_INLINE Words<D> splat(D d16, unsigned uValue) {
 /// 8-bit samples: the bytes at even and odd places are two vectors of words, each sample in the high byte of its word.
 template <bool BYTE_FIELDS>
 void correct8(const TableLayout& rLayout, const uint8_t* pTable, uint8_t* pImage, std::size_t nBlocks) {
-    const hn::ScalableTag<uint8_t> d8;
+    // From memory, 32 bytes at a time are faster than 64.
+    const hn::CappedTag<uint8_t, 32> d8;
     const hn::Repartition<uint16_t, decltype(d8)> d16;
     constexpr std::size_t BYTES = hn::MaxLanes(d8);
     const int nFraction = 8 - static_cast<int>(rLayout.nDarkShift);
