@@ -16,6 +16,9 @@
 namespace XAPEL2 {
 namespace StandIn {
 
+/// Of wide tables, which hold every reference closely enough, and of exceptions.
+constexpr FixedPoint WIDE_POINT = {12, 26};
+
 /// How a table holds offsets and gains. It is one stream of blocks of 64 samples, each the fields with the darks, then
 /// the words with the gains. The offset of a sample is uDarkBase + (low nDarkBits of its field << nDarkShift); bits
 /// of the field above these are the bits 16 and up of its gain, the gain's word holds the rest.
@@ -29,7 +32,7 @@ struct TableLayout {
     unsigned nDarkBits = 32;
     unsigned nDarkShift = 0;
     uint32_t uDarkBase = 0;
-    FixedPoint sPoint = {12, 26};
+    FixedPoint sPoint = WIDE_POINT;
 
     bool isWide() const { return nFieldBytes == 4; }
     unsigned wholeBits() const { return nFieldBytes * 8 - nDarkBits; }
@@ -74,7 +77,6 @@ struct TableException {
     std::size_t iSample;
     TableEntry sEntry;
 };
-constexpr FixedPoint WIDE_POINT = {12, 26};
 
 /// Memory at an address of which 64, in long tables 2 MiB, is a divisor.
 struct FreeMemory {
@@ -84,7 +86,7 @@ using TableMemory = std::unique_ptr<uint8_t[], FreeMemory>;
 
 struct CorrectionTable {
     TableLayout sLayout;
-    TableMemory pBlocks;                        // blocks() of them, the last filled up with offset 0 and gain 1
+    TableMemory pBlocks;                        // one for each 64 samples begun, the last filled up with D = 0, G = 1
     std::vector<TableException> vecExceptions;  // in the order of the image, at most 1 of 1,000 samples
 };
 
