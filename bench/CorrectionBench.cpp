@@ -1,0 +1,160 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// correction-bench: one buffer through the shading nodes, beside kernels that only move the same bytes.
+//
+// "hot" groups correct one buffer again and again, "ring" groups go round as many buffers as a stream would have. A
+// stream never delivers the same buffer twice in a row, so the rings are what a user sees; a hot group whose frame and
+// tables fit into a cache shows what the kernel itself takes.
+
+#include <cstring>
+
+#include "Limit.h"
+#include "OpenCvCorrection.h"
+#include "Rounds.h"
+#include "Scene.h"
+#include "ShadingNodes.h"
+#include "TemporaryFolder.h"
+
+namespace {
+
+using namespace XapelBench;
+using namespace XAPEL2::StandIn;
+
+struct Group {
+    const char* pName;
+    uint64_t nWidth;
+    uint64_t nHeight;
+    std::size_t nBuffers;
+    bool bQuick;  // part of a quick run
+};
+
+// Groups of one size stand together: they share references and tables.
+constexpr Group GROUPS[] = {{"qvga-hot", 320, 240, 1, true},    {"vga-hot", 640, 480, 1, false},
+                            {"vga-ring", 640, 480, 16, true},   {"5mp-hot", 2448, 2048, 1, false},
+                            {"5mp-ring", 2448, 2048, 8, false}, {"26mp-ring", 5120, 5120, 4, false}};
+
+struct Format {
+    const char* pName;
+    const char* pPfnc;
+    eTraffic eKind;
+    bool bOpenCv;
+};
+constexpr Format FORMATS[] = {{"mono8", "Mono8", eSamples8, true},        {"mono12", "Mono12", eSamples16, false},
+                              {"mono16", "Mono16", eSamples16, true},     {"mono12p", "Mono12p", ePacked12, false},
+                              {"bayerrg8", "BayerRG8", eSamples8, false}, {"rgb8", "RGB8", eSamples8, false}};
+
+/// Buffers of a stream, in one block on huge pages, each at a cache line of its own place within a page.
+class CRing {
+public:
+    CRing(const CScene& rScene, std::size_t nBuffers)
+        : m_rImage(rScene.image()), m_Memory(nBuffers * (m_rImage.size() + GAP)) {
+        const std::size_t nStep = (m_rImage.size() + GAP) / 64 * 64;
+        for (std::size_t i = 0; i < nBuffers; ++i) m_vBuffers.push_back(m_Memory.data() + i * nStep);
+        refill();
+    }
+    void refill() {
+        for (uint8_t* pBuffer : m_vBuffers) std::memcpy(pBuffer, m_rImage.data(), m_rImage.size());
+    }
+    uint8_t* next() { return m_vBuffers[m_iNext++ % m_vBuffers.size()]; }
+    const std::vector<uint8_t*>& buffers() const { return m_vBuffers; }
+
+private:
+    static constexpr std::size_t GAP = 21 * 64;
+    const std::vector<uint8_t>& m_rImage;
+    CHugeMemory m_Memory;
+    std::vector<uint8_t*> m_vBuffers;
+    std::size_t m_iNext = 0;
+};
+
+void applyReferences(const CScene& rScene, CShadingNodes& rNodes) {
+    const XAPEL2::Test::CTemporaryFolder folder;
+    rScene.writeReferences(folder / "dark.tif", folder / "light.tif");
+    rNodes.file(CShadingNodes::eLoadDark, folder / "dark.tif");
+    rNodes.file(CShadingNodes::eLoadLight, folder / "light.tif");
+    rNodes.apply(rScene.layout());
+}
+
+/// Refilled before each slice, so that every slice meets the same image; within one, images that are corrected again
+/// and again drift towards black and white.
+std::size_t addOurs(CRounds& rRounds, CRing& rRing, const CScene& rScene, CShadingNodes& rNodes) {
+    uint8_t* const pFirst = rRing.buffers().front();
+    rNodes.process(rScene.layout(), pFirst);
+    rNodes.require();
+    rScene.check(pFirst);
+    return rRounds.add({"ours",
+                        [&](uint64_t nTimes) {
+                            for (uint64_t i = 0; i < nTimes; ++i) rNodes.process(rScene.layout(), rRing.next());
+                            rNodes.require();
+                        },
+                        [&] { rRing.refill(); }, rRing.buffers().size()});
+}
+
+std::vector<std::size_t> addOpenCv(CRounds& rRounds, CRing& rRing, const CScene& rScene) {
+    std::vector<std::size_t> vCandidates;
+    for (const OpenCvWay& rWay : openCvWays(rScene)) {
+        rRing.refill();
+        rWay.fnCorrect(rRing.buffers().front());
+        rScene.check(rRing.buffers().front(), 1.0);  // whole darks, and halves to the even side
+        vCandidates.push_back(rRounds.add({"OpenCV, " + rWay.strName,
+                                           [rWay, &rRing](uint64_t nTimes) {
+                                               for (uint64_t i = 0; i < nTimes; ++i) rWay.fnCorrect(rRing.next());
+                                           },
+                                           [&] { rRing.refill(); }, rRing.buffers().size()}));
+    }
+    return vCandidates;
+}
+
+void measure(const Options& rOptions, const Group& rGroup, const Format& rFormat, const CScene& rScene,
+             CShadingNodes& rNodes) {
+    CRing ring(rScene, rGroup.nBuffers);
+    const CLimit limit(rFormat.eKind, rScene.layout().bytes());
+    CRounds rounds(rOptions);
+    const std::size_t iOurs = addOurs(rounds, ring, rScene, rNodes);
+    const std::vector<std::size_t> vLimits = limit.addTo(rounds, ring.buffers());
+    std::vector<std::size_t> vOpenCv;
+    if (rFormat.bOpenCv && (rOptions.bQuick || rGroup.pName == std::string("5mp-ring")))
+        vOpenCv = addOpenCv(rounds, ring, rScene);
+    rounds.run();
+
+    const std::string strName = std::string(rGroup.pName) + "/" + rFormat.pName;
+    const std::size_t iLimit = rounds.fastest(vLimits);
+    csv(rOptions, strName + "/ours", rounds.ns(iOurs));
+    csv(rOptions, strName + "/limit", rounds.ns(iLimit));
+    note(rOptions, "%s: ours %.1f us (spread %.0f %%), limit %.1f us (%.0f %%), ratio %.2f", strName.c_str(),
+         rounds.ns(iOurs) / 1e3, 100 * rounds.spread(iOurs), rounds.ns(iLimit) / 1e3, 100 * rounds.spread(iLimit),
+         rounds.ratio(iOurs, iLimit));
+    for (const std::size_t i : vLimits)
+        note(rOptions, "    limit, %-28s %6.1f GB/s%s", rounds.name(i).c_str(), limit.traffic() / rounds.ns(i),
+             i == iLimit ? " *" : "");
+    for (const std::size_t i : vOpenCv)
+        note(rOptions, "    %-35s %8.1f us, %.1f times ours", rounds.name(i).c_str(), rounds.ns(i) / 1e3,
+             rounds.ratio(i, iOurs));
+    if (!vOpenCv.empty())
+        csv(rOptions, strName + "/opencv", rounds.ns(rounds.fastest(vOpenCv)));
+}
+
+void bench(const Options& rOptions) {
+    for (const Format& rFormat : FORMATS) {
+        if (!isListed(rOptions.strFormats, rFormat.pName))
+            continue;
+        std::unique_ptr<CScene> pScene;
+        std::unique_ptr<CShadingNodes> pNodes;
+        for (const Group& rGroup : GROUPS) {
+            if (!isListed(rOptions.strGroups, rGroup.pName) || (rOptions.bQuick && !rGroup.bQuick))
+                continue;
+            const ImageLayout sLayout{findPixelFormat(rFormat.pPfnc), rGroup.nWidth, rGroup.nHeight};
+            if (!pScene || pScene->layout() != sLayout) {
+                pNodes = std::make_unique<CShadingNodes>();
+                pScene = std::make_unique<CScene>(sLayout);
+                applyReferences(*pScene, *pNodes);
+            }
+            measure(rOptions, rGroup, rFormat, *pScene, *pNodes);
+        }
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    return guarded(argc, argv, bench);
+}

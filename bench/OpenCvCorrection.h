@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// The same correction with OpenCV, where it is installed.
+
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "Scene.h"
+
+namespace XapelBench {
+
+/// One way to correct an image in place.
+struct OpenCvWay {
+    std::string strName;
+    std::function<void(uint8_t* pImage)> fnCorrect;
+};
+
+/// Ways to correct images of the scene's references on one thread, for mono formats that fill whole bytes. None without
+/// OpenCV.
+std::vector<OpenCvWay> openCvWays(const CScene& rScene);
+
+}  // namespace XapelBench

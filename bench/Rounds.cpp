@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Interleaved rounds.
+
+#include "Rounds.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <utility>
+
+namespace XapelBench {
+
+namespace {
+
+double quantile(std::vector<double> vValues, double dShare) {
+    std::sort(vValues.begin(), vValues.end());
+    const double dPlace = dShare * static_cast<double>(vValues.size() - 1);
+    const auto iLow = static_cast<std::size_t>(dPlace);
+    const std::size_t iHigh = std::min(iLow + 1, vValues.size() - 1);
+    return vValues[iLow] + (dPlace - std::floor(dPlace)) * (vValues[iHigh] - vValues[iLow]);
+}
+
+}  // namespace
+
+double median(std::vector<double> vValues) {
+    return quantile(std::move(vValues), 0.5);
+}
+
+std::size_t CRounds::add(Candidate sCandidate) {
+    m_vCandidates.push_back(std::move(sCandidate));
+    m_vNs.emplace_back();
+    return m_vCandidates.size() - 1;
+}
+
+double CRounds::slice(const Candidate& rCandidate, uint64_t nTimes) const {
+    using Clock = std::chrono::steady_clock;
+    if (rCandidate.fnPrepare)
+        rCandidate.fnPrepare();
+    if (!rCandidate.bOnce)
+        rCandidate.fnRun(rCandidate.nUnit);
+    const auto tBegin = Clock::now();
+    rCandidate.fnRun(nTimes);
+    return std::chrono::duration<double, std::nano>(Clock::now() - tBegin).count();
+}
+
+void CRounds::run() {
+    std::vector<uint64_t> vTimes;
+    for (const Candidate& rCandidate : m_vCandidates) {
+        const double dNs = slice(rCandidate, rCandidate.nUnit);
+        const double dUnits = rCandidate.bOnce ? 1.0 : std::clamp(std::ceil(m_rOptions.sliceNs() / dNs), 1.0, 1e9);
+        vTimes.push_back(rCandidate.nUnit * static_cast<uint64_t>(dUnits));
+    }
+    for (unsigned iRound = 0; iRound < m_rOptions.nRounds; ++iRound) {
+        for (std::size_t i = 0; i < m_vCandidates.size(); ++i)
+            m_vNs[i].push_back(slice(m_vCandidates[i], vTimes[i]) / static_cast<double>(vTimes[i]));
+    }
+}
+
+double CRounds::spread(std::size_t i) const {
+    return (quantile(m_vNs[i], 0.75) - quantile(m_vNs[i], 0.25)) / ns(i);
+}
+
+double CRounds::ratio(std::size_t i, std::size_t iTo) const {
+    std::vector<double> vRatios;
+    for (std::size_t iRound = 0; iRound < m_vNs[i].size(); ++iRound)
+        vRatios.push_back(m_vNs[i][iRound] / m_vNs[iTo][iRound]);
+    return median(std::move(vRatios));
+}
+
+std::size_t CRounds::fastest(const std::vector<std::size_t>& rCandidates) const {
+    return *std::min_element(rCandidates.begin(), rCandidates.end(),
+                             [this](std::size_t i, std::size_t iOther) { return ns(i) < ns(iOther); });
+}
+
+}  // namespace XapelBench

@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Interleaved rounds: every candidate is timed once in each round, so that drift of the machine meets all alike.
+//
+// Google Benchmark runs each benchmark to its end before the next one starts, and prints in formats of its own. Ratios
+// between candidates that drift apart by 15 to 30 percent need rounds, so the benches bring these few lines along.
+
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "Options.h"
+
+namespace XapelBench {
+
+double median(std::vector<double> vValues);
+
+/// What is timed.
+struct Candidate {
+    std::string strName;
+    std::function<void(uint64_t nTimes)> fnRun;  ///< does the work nTimes times
+    std::function<void()> fnPrepare{};           ///< called before each slice, not timed; may be empty
+    uint64_t nUnit = 1;                          ///< nTimes is a multiple of it (buffers of a ring)
+    /// A slice is exactly nUnit times, without a run beforehand that brings the candidate's data into the caches: for
+    /// work that uses up what fnPrepare made.
+    bool bOnce = false;
+};
+
+class CRounds {
+public:
+    explicit CRounds(const Options& rOptions) : m_rOptions(rOptions) {}
+
+    /// @return the candidate's index.
+    std::size_t add(Candidate sCandidate);
+
+    /// Runs all rounds, after one that finds out how often a candidate fits into a slice and is not counted.
+    void run();
+
+    const std::string& name(std::size_t i) const { return m_vCandidates[i].strName; }
+    /// Nanoseconds for one time: median over the rounds.
+    double ns(std::size_t i) const { return median(m_vNs[i]); }
+    /// Distance of the quartiles over the rounds as a share of the median.
+    double spread(std::size_t i) const;
+    /// Median of the ratios inside each round.
+    double ratio(std::size_t i, std::size_t iTo) const;
+    /// The candidate with the least median of those named.
+    std::size_t fastest(const std::vector<std::size_t>& rCandidates) const;
+
+private:
+    double slice(const Candidate& rCandidate, uint64_t nTimes) const;
+
+    const Options& m_rOptions;
+    std::vector<Candidate> m_vCandidates;
+    std::vector<std::vector<double>> m_vNs;  // by candidate and round, for one time
+};
+
+}  // namespace XapelBench

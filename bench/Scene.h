@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// References and images such as a camera gives, and the formula that a corrected image must agree with.
+
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "ReferenceImage.h"
+
+namespace XapelBench {
+
+/// References of a sensor whose pixels spread by 1 percent behind a lens that falls off by 30 percent to the corners,
+/// with an uneven dark signal and 3 hot pixels in 1000, as means of 16 images; and an image that it took of a scene.
+/// Flat references would not do: they fit into tables that no camera gets.
+class CScene {
+public:
+    /// @param[in] rLayout  a possible layout.
+    explicit CScene(const XAPEL2::StandIn::ImageLayout& rLayout);
+
+    const XAPEL2::StandIn::ImageLayout& layout() const { return m_sLayout; }
+    const std::vector<float>& dark() const { return m_vDark; }
+    const std::vector<float>& light() const { return m_vLight; }
+    /// The image as it comes out of the camera.
+    const std::vector<uint8_t>& image() const { return m_vImage; }
+
+    /// The references as files of the image processor's own format. @throws what writing throws.
+    void writeReferences(const std::string& strDark, const std::string& strLight) const;
+
+    /// Compares a corrected image with clamp(round((in - D) * G)) in double precision, G being the mean of L - D over
+    /// the colour class by L - D.
+    /// @param[in] dSlack  what a sample may be off besides the bound that the image processor promises, DN.
+    /// @throws std::runtime_error  a sample is off by more than 1 DN up to 12 bits or 1 + G/2 DN above them, a
+    /// saturated
+    ///                             one is not left as it was, or all are off by a quarter DN in the mean.
+    void check(const uint8_t* pCorrected, double dSlack = 0.0) const;
+
+private:
+    unsigned colourClass(std::size_t iSample) const;
+
+    XAPEL2::StandIn::ImageLayout m_sLayout;
+    std::vector<float> m_vDark;
+    std::vector<float> m_vLight;
+    std::vector<uint8_t> m_vImage;
+    double m_aTargets[4] = {};
+};
+
+/// The samples of an image, 16 bit each.
+std::vector<uint16_t> unpack(const XAPEL2::StandIn::ImageLayout& rLayout, const uint8_t* pImage);
+
+}  // namespace XapelBench

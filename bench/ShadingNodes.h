@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Drives an image processor by its shading nodes, as the library does.
+
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+#include "ReferenceImage.h"
+#include "xapel2/XapelNodes.h"
+
+namespace XapelBench {
+
+/// An image processor and its nodes. Failures of the node accesses are host exceptions.
+class CShadingNodes {
+public:
+    enum eCommand { eProcess = 2, eApply = 3, eLoadDark = 5, eLoadLight = 6, eStartDark = 7, eEnd = 9 };
+
+    /// Five node writes and the command: what a filled buffer costs. The status is not read, as in the stream.
+    void process(const std::string& strFormat, uint64_t nWidth, uint64_t nHeight, std::size_t nBytes, void* pImage) {
+        writeFormat(strFormat, nWidth, nHeight);
+        m_pBufferSize->SetInt(static_cast<long long>(nBytes));
+        m_pBuffer->SetInt(static_cast<long long>(reinterpret_cast<uintptr_t>(pImage)));
+        m_pCommand->SetInt(eProcess);
+    }
+    void process(const XAPEL2::StandIn::ImageLayout& rLayout, void* pImage) {
+        process(rLayout.pFormat->pName, rLayout.nWidth, rLayout.nHeight, rLayout.bytes(), pImage);
+    }
+
+    /// Status of the last command.
+    long long status() const { return m_pStatus->GetInt(); }
+    /// @throws std::runtime_error  the last command failed or left its image untouched.
+    void require(long long iStatus = 0) const {
+        if (status() != iStatus)
+            throw std::runtime_error("the image processor reports " + std::to_string(status()) + ", not " +
+                                     std::to_string(iStatus));
+    }
+
+    /// A command with a reference file. @throws std::runtime_error  it failed.
+    void file(eCommand eWhat, const std::string& strFile) {
+        m_pFilename->SetString(strFile.c_str());
+        command(eWhat);
+    }
+    void apply(const XAPEL2::StandIn::ImageLayout& rLayout) {
+        writeFormat(rLayout.pFormat->pName, rLayout.nWidth, rLayout.nHeight);
+        command(eApply);
+    }
+    void command(eCommand eWhat) {
+        m_pCommand->SetInt(eWhat);
+        require();
+    }
+
+private:
+    XAPEL2::Node* node(const char* pName) { return m_Processor.GetNodeList()->GetNode(pName); }
+    void writeFormat(const std::string& strFormat, uint64_t nWidth, uint64_t nHeight) {
+        m_pFormat->SetString(strFormat.c_str());
+        m_pWidth->SetInt(static_cast<long long>(nWidth));
+        m_pHeight->SetInt(static_cast<long long>(nHeight));
+    }
+
+    XAPEL2::ImageProcessor m_Processor;
+    XAPEL2::Node* const m_pFormat = node("ShadingPixelFormat");
+    XAPEL2::Node* const m_pWidth = node("ShadingWidth");
+    XAPEL2::Node* const m_pHeight = node("ShadingHeight");
+    XAPEL2::Node* const m_pBufferSize = node("ShadingBufferSize");
+    XAPEL2::Node* const m_pBuffer = node("ShadingBuffer");
+    XAPEL2::Node* const m_pFilename = node("ShadingBrwFilename");
+    XAPEL2::Node* const m_pCommand = node("ShadingCommand");
+    XAPEL2::Node* const m_pStatus = node("ShadingStatus");
+};
+
+}  // namespace XapelBench
