@@ -13,7 +13,6 @@
 #include "Rounds.h"
 #include "Scene.h"
 #include "ShadingNodes.h"
-#include "TemporaryFolder.h"
 
 namespace {
 
@@ -66,14 +65,6 @@ private:
     std::size_t m_iNext = 0;
 };
 
-void applyReferences(const CScene& rScene, CShadingNodes& rNodes) {
-    const XAPEL2::Test::CTemporaryFolder folder;
-    rScene.writeReferences(folder / "dark.tif", folder / "light.tif");
-    rNodes.file(CShadingNodes::eLoadDark, folder / "dark.tif");
-    rNodes.file(CShadingNodes::eLoadLight, folder / "light.tif");
-    rNodes.apply(rScene.layout());
-}
-
 /// Refilled before each slice, so that every slice meets the same image; within one, images that are corrected again
 /// and again drift towards black and white.
 std::size_t addOurs(CRounds& rRounds, CRing& rRing, const CScene& rScene, CShadingNodes& rNodes) {
@@ -123,6 +114,8 @@ void measure(const Options& rOptions, const Group& rGroup, const Format& rFormat
     note(rOptions, "%s: ours %.1f us (spread %.0f %%), limit %.1f us (%.0f %%), ratio %.2f", strName.c_str(),
          rounds.ns(iOurs) / 1e3, 100 * rounds.spread(iOurs), rounds.ns(iLimit) / 1e3, 100 * rounds.spread(iLimit),
          rounds.ratio(iOurs, iLimit));
+    if (const std::string strTables = rNodes.correction(); !strTables.empty())
+        note(rOptions, "%s: %s", strName.c_str(), strTables.c_str());
     for (const std::size_t i : vLimits)
         note(rOptions, "    limit, %-28s %6.1f GB/s%s", rounds.name(i).c_str(), limit.traffic() / rounds.ns(i),
              i == iLimit ? " *" : "");
@@ -146,7 +139,7 @@ void bench(const Options& rOptions) {
             if (!pScene || pScene->layout() != sLayout) {
                 pNodes = std::make_unique<CShadingNodes>();
                 pScene = std::make_unique<CScene>(sLayout);
-                applyReferences(*pScene, *pNodes);
+                pScene->apply(*pNodes);
             }
             measure(rOptions, rGroup, rFormat, *pScene, *pNodes);
         }

@@ -5,8 +5,8 @@
 #include "Rounds.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
+#include <ctime>
 #include <utility>
 
 namespace XapelBench {
@@ -19,6 +19,12 @@ double quantile(std::vector<double> vValues, double dShare) {
     const auto iLow = static_cast<std::size_t>(dPlace);
     const std::size_t iHigh = std::min(iLow + 1, vValues.size() - 1);
     return vValues[iLow] + (dPlace - std::floor(dPlace)) * (vValues[iHigh] - vValues[iLow]);
+}
+
+double nowNs(clockid_t iClock) {
+    timespec sTime = {};
+    clock_gettime(iClock, &sTime);
+    return static_cast<double>(sTime.tv_sec) * 1e9 + static_cast<double>(sTime.tv_nsec);
 }
 
 }  // namespace
@@ -34,14 +40,14 @@ std::size_t CRounds::add(Candidate sCandidate) {
 }
 
 double CRounds::slice(const Candidate& rCandidate, uint64_t nTimes) const {
-    using Clock = std::chrono::steady_clock;
+    const clockid_t iClock = rCandidate.bWall ? CLOCK_MONOTONIC : CLOCK_THREAD_CPUTIME_ID;
     if (rCandidate.fnPrepare)
         rCandidate.fnPrepare();
     if (!rCandidate.bOnce)
         rCandidate.fnRun(rCandidate.nUnit);
-    const auto tBegin = Clock::now();
+    const double dBegin = nowNs(iClock);
     rCandidate.fnRun(nTimes);
-    return std::chrono::duration<double, std::nano>(Clock::now() - tBegin).count();
+    return nowNs(iClock) - dBegin;
 }
 
 void CRounds::run() {

@@ -27,6 +27,9 @@ struct Candidate {
     /// A slice is exactly nUnit times, without a run beforehand that brings the candidate's data into the caches: for
     /// work that uses up what fnPrepare made.
     bool bOnce = false;
+    /// Counts time by the clock on the wall. Otherwise the time is the thread's own on a processor, so that other
+    /// programs that get their turn do not count.
+    bool bWall = false;
 };
 
 class CRounds {

@@ -9,6 +9,7 @@
 #include <stdexcept>
 
 #include "ReferenceFile.h"
+#include "TemporaryFolder.h"
 
 namespace XapelBench {
 
@@ -84,16 +85,20 @@ unsigned CScene::colourClass(std::size_t iSample) const {
     return static_cast<unsigned>(iSample / m_sLayout.nWidth % 2 * 2 + iSample % m_sLayout.nWidth % 2);
 }
 
-void CScene::writeReferences(const std::string& strDark, const std::string& strLight) const {
+void CScene::apply(CShadingNodes& rNodes) const {
+    const XAPEL2::Test::CTemporaryFolder folder;
     ReferenceImage sReference;
     sReference.sLayout = m_sLayout;
     sReference.nImages = 16;
     sReference.eKind = eReferenceDark;
     sReference.vSamples = m_vDark;
-    writeReferenceFile(strDark, sReference);
+    writeReferenceFile(folder / "dark.tif", sReference);
     sReference.eKind = eReferenceLight;
     sReference.vSamples = m_vLight;
-    writeReferenceFile(strLight, sReference);
+    writeReferenceFile(folder / "light.tif", sReference);
+    rNodes.file(CShadingNodes::eLoadDark, folder / "dark.tif");
+    rNodes.file(CShadingNodes::eLoadLight, folder / "light.tif");
+    rNodes.apply(m_sLayout);
 }
 
 void CScene::check(const uint8_t* pCorrected, double dSlack) const {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "ReferenceImage.h"
+#include "ShadingNodes.h"
 
 namespace XapelBench {
 
@@ -26,8 +27,8 @@ public:
     /// The image as it comes out of the camera.
     const std::vector<uint8_t>& image() const { return m_vImage; }
 
-    /// The references as files of the image processor's own format. @throws what writing throws.
-    void writeReferences(const std::string& strDark, const std::string& strLight) const;
+    /// Files the references, has the image processor load them and applies them. @throws what that throws.
+    void apply(CShadingNodes& rNodes) const;
 
     /// Compares a corrected image with clamp(round((in - D) * G)) in double precision, G being the mean of L - D over
     /// the colour class by L - D.

@@ -15,7 +15,7 @@ namespace XapelBench {
 /// An image processor and its nodes. Failures of the node accesses are host exceptions.
 class CShadingNodes {
 public:
-    enum eCommand { eProcess = 2, eApply = 3, eLoadDark = 5, eLoadLight = 6, eStartDark = 7, eEnd = 9 };
+    enum eCommand { eProcess = 2, eApply = 3, eLoadDark = 5, eLoadLight = 6, eStartLight = 8, eEnd = 9 };
 
     /// Five node writes and the command: what a filled buffer costs. The status is not read, as in the stream.
     void process(const std::string& strFormat, uint64_t nWidth, uint64_t nHeight, std::size_t nBytes, void* pImage) {
@@ -35,6 +35,13 @@ public:
         if (status() != iStatus)
             throw std::runtime_error("the image processor reports " + std::to_string(status()) + ", not " +
                                      std::to_string(iStatus));
+    }
+
+    /// The image processor's own words on its tables and kernels; empty where it has none.
+    std::string correction() {
+        XAPEL2::NodeMap* const pNodes = m_Processor.GetNodeList();
+        return pNodes->GetNodePresent("StandInCorrection") ? pNodes->GetNode("StandInCorrection")->GetString().get()
+                                                           : "";
     }
 
     /// A command with a reference file. @throws std::runtime_error  it failed.

@@ -1,0 +1,278 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// reference-bench: what it takes to record, filter and apply references of 2448 x 2048 samples of 16 bits.
+//
+// Filters are measured as the image processor calls them, on a reference of one image (whole numbers) and, in the
+// groups with "mean", on the mean of 16. Recording and applying go through the shading nodes.
+
+#ifdef XAPEL2_HAVE_OPENCV
+#include <opencv2/imgproc.hpp>
+#endif
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <map>
+
+#include "Limit.h"
+#include "ReferenceFile.h"
+#include "ReferenceFilter.h"
+#include "Rounds.h"
+#include "Scene.h"
+#include "ShadingNodes.h"
+#include "TemporaryFolder.h"
+
+namespace {
+
+using namespace XapelBench;
+using namespace XAPEL2::StandIn;
+
+constexpr unsigned RADII[] = {1, 2, 3, 5, 15, 31};
+constexpr unsigned OPENCV_MEDIAN_MAX = 2;  // its median of 16-bit images goes no further
+
+ImageLayout layout(const Options& rOptions, const char* pFormat) {
+    return {findPixelFormat(pFormat), rOptions.bQuick ? 192U : 2448U, rOptions.bQuick ? 128U : 2048U};
+}
+
+/// Compares a filtered reference with windows that are sorted or summed one by one, at places all over the image.
+void checkFilter(const ImageLayout& rLayout, const std::vector<float>& rIn, const std::vector<float>& rOut,
+                 const FilterRadii& rRadii) {
+    const auto nRadius = static_cast<long>(std::max(rRadii.nMedian, rRadii.nBox));
+    const auto nWidth = static_cast<long>(rLayout.nWidth);
+    const auto nHeight = static_cast<long>(rLayout.nHeight);
+    const std::size_t nPlaces = 500;
+    for (std::size_t i = 0; i <= nPlaces; ++i) {
+        const std::size_t iSample = (rIn.size() - 1) * i / nPlaces;
+        const long iX = static_cast<long>(iSample) % nWidth;
+        const long iY = static_cast<long>(iSample) / nWidth;
+        std::vector<float> vWindow;
+        for (long iRow = iY - nRadius; iRow <= iY + nRadius; ++iRow) {
+            for (long iColumn = iX - nRadius; iColumn <= iX + nRadius; ++iColumn)
+                vWindow.push_back(rIn[static_cast<std::size_t>(std::clamp(iRow, 0L, nHeight - 1) * nWidth +
+                                                               std::clamp(iColumn, 0L, nWidth - 1))]);
+        }
+        double dExpected = 0.0;
+        if (rRadii.nMedian != 0) {
+            const auto itMiddle = vWindow.begin() + static_cast<std::ptrdiff_t>(vWindow.size() / 2);
+            std::nth_element(vWindow.begin(), itMiddle, vWindow.end());
+            dExpected = *itMiddle;
+        } else {
+            for (const float fSample : vWindow) dExpected += fSample;
+            dExpected /= static_cast<double>(vWindow.size());
+        }
+        if (std::abs(rOut[iSample] - dExpected) > (rRadii.nMedian != 0 ? 0.0 : 1e-6 * dExpected))
+            throw std::runtime_error("wrong filter result: sample " + std::to_string(iSample) + " becomes " +
+                                     std::to_string(rOut[iSample]) + ", not " + std::to_string(dExpected));
+    }
+}
+
+/// All that is measured, by the name that it is printed with.
+class CReferenceRounds {
+public:
+    explicit CReferenceRounds(const Options& rOptions) : m_rOptions(rOptions), m_Rounds(rOptions) {}
+
+    bool wants(const std::string& strGroup) const { return isListed(m_rOptions.strGroups, strGroup); }
+    /// @param[in] fnPrepare  makes what one fnRun uses up; empty: fnRun can be repeated.
+    void add(const std::string& strName, std::function<void()> fnRun, std::function<void()> fnPrepare = {}) {
+        Candidate sCandidate{strName, [fnRun = std::move(fnRun)](uint64_t nTimes) {
+                                 for (uint64_t i = 0; i < nTimes; ++i) fnRun();
+                             }};
+        sCandidate.bOnce = static_cast<bool>(fnPrepare);
+        sCandidate.fnPrepare = std::move(fnPrepare);
+        m_mapResults[strName] = {m_Rounds.add(std::move(sCandidate))};
+    }
+    void addLimit(const std::string& strName, const CLimit& rLimit, uint8_t* pSums,
+                  const std::vector<const uint8_t*>& rFrames) {
+        m_mapResults[strName] = rLimit.addTo(m_Rounds, {pSums}, rFrames);
+    }
+    void runAndPrint() {
+        m_Rounds.run();
+        for (const auto& rResult : m_mapResults) {
+            const std::size_t i = m_Rounds.fastest(rResult.second);
+            csv(m_rOptions, rResult.first, m_Rounds.ns(i));
+            note(m_rOptions, "%-26s %10.3f ms, spread %2.0f %%", rResult.first.c_str(), m_Rounds.ns(i) / 1e6,
+                 100 * m_Rounds.spread(i));
+        }
+    }
+
+private:
+    const Options& m_rOptions;
+    CRounds m_Rounds;
+    std::map<std::string, std::vector<std::size_t>> m_mapResults;  // a limit has many candidates
+};
+
+/// A reference that is filtered again and again from the same start.
+class CFilterBench {
+public:
+    CFilterBench(const CScene& rScene, bool bMean) : m_rLayout(rScene.layout()), m_vStart(rScene.light()) {
+        for (float& rSample : m_vStart) rSample = bMean ? rSample : std::round(rSample);
+        m_vWork = m_vStart;
+    }
+    void addTo(CReferenceRounds& rRounds, const std::string& strSuffix) {
+        for (const unsigned nRadius : RADII) {
+            addFilter(rRounds, "box-r" + std::to_string(nRadius) + strSuffix, {0, nRadius});
+            addFilter(rRounds, "median-r" + std::to_string(nRadius) + strSuffix, {nRadius, 0});
+        }
+    }
+
+private:
+    void addFilter(CReferenceRounds& rRounds, const std::string& strGroup, const FilterRadii& rRadii) {
+        if (!rRounds.wants(strGroup))
+            return;
+        m_vWork = m_vStart;
+        filterReference(m_rLayout, rRadii, m_vWork);
+        checkFilter(m_rLayout, m_vStart, m_vWork, rRadii);
+        rRounds.add(
+            strGroup + "/ours", [this, rRadii] { filterReference(m_rLayout, rRadii, m_vWork); },
+            [this] { m_vWork = m_vStart; });
+    }
+
+    const ImageLayout& m_rLayout;
+    std::vector<float> m_vStart;
+    std::vector<float> m_vWork;
+};
+
+/// Images of a stream that differ from each other: the scene, shifted.
+class CFrames {
+public:
+    explicit CFrames(const CScene& rScene) : m_nBytes(rScene.image().size()), m_Memory(COUNT * m_nBytes) {
+        for (std::size_t i = 0; i < COUNT; ++i) {
+            const std::size_t nShift = i * 96;
+            std::memcpy(frame(i) + nShift, rScene.image().data(), m_nBytes - nShift);
+            std::memcpy(frame(i), rScene.image().data() + m_nBytes - nShift, nShift);
+        }
+    }
+    static constexpr std::size_t COUNT = 8;
+    uint8_t* frame(std::size_t i) const { return m_Memory.data() + i % COUNT * m_nBytes; }
+    std::vector<const uint8_t*> all() const {
+        std::vector<const uint8_t*> vFrames;
+        for (std::size_t i = 0; i < COUNT; ++i) vFrames.push_back(frame(i));
+        return vFrames;
+    }
+
+private:
+    std::size_t m_nBytes;
+    CHugeMemory m_Memory;
+};
+
+/// Records through the nodes, beside kernels that read an image and change sums of double width.
+class CAccumulateBench {
+public:
+    explicit CAccumulateBench(const CScene& rScene)
+        : m_rLayout(rScene.layout()),
+          m_Frames(rScene),
+          m_Sums(2 * m_rLayout.bytes()),
+          m_Limit(eSums, 2 * m_rLayout.bytes()) {
+        check();
+        m_Nodes.command(CShadingNodes::eStartLight);
+    }
+    void addTo(CReferenceRounds& rRounds, const std::string& strGroup) {
+        rRounds.add(strGroup + "/ours", [this] { m_Nodes.process(m_rLayout, m_Frames.frame(m_iNext++)); });
+        rRounds.addLimit(strGroup + "/limit", m_Limit, m_Sums.data(), m_Frames.all());
+    }
+
+private:
+    void check() {
+        constexpr std::size_t IMAGES = 300;  // more than 16-bit sums of 8-bit samples can hold
+        const XAPEL2::Test::CTemporaryFolder folder;
+        std::vector<double> vSums(m_rLayout.samples());
+        m_Nodes.command(CShadingNodes::eStartLight);
+        for (std::size_t i = 0; i < IMAGES; ++i) {
+            m_Nodes.process(m_rLayout, m_Frames.frame(i));
+            m_Nodes.require(static_cast<long long>(i) + 1);
+        }
+        for (std::size_t i = 0; i < CFrames::COUNT; ++i) {
+            const std::vector<uint16_t> vSamples = unpack(m_rLayout, m_Frames.frame(i));
+            const double dTimes = static_cast<double>((IMAGES - i + CFrames::COUNT - 1) / CFrames::COUNT);
+            for (std::size_t j = 0; j < vSums.size(); ++j) vSums[j] += dTimes * vSamples[j];
+        }
+        m_Nodes.file(CShadingNodes::eEnd, folder / "light.tif");
+        const ReferenceImage sReference = readReferenceFile(folder / "light.tif");
+        for (std::size_t i = 0; i < vSums.size(); ++i) {
+            if (sReference.vSamples[i] != static_cast<float>(vSums[i] / static_cast<double>(IMAGES)))
+                throw std::runtime_error("wrong mean: sample " + std::to_string(i));
+        }
+    }
+
+    const ImageLayout& m_rLayout;
+    CFrames m_Frames;
+    CHugeMemory m_Sums;
+    CLimit m_Limit;
+    CShadingNodes m_Nodes;
+    std::size_t m_iNext = 0;
+};
+
+void addApply(CReferenceRounds& rRounds, const std::string& strGroup, const CScene& rScene, CShadingNodes& rNodes) {
+    if (!rRounds.wants(strGroup))
+        return;
+    rScene.apply(rNodes);
+    std::vector<uint8_t> vImage = rScene.image();
+    rNodes.process(rScene.layout(), vImage.data());
+    rNodes.require();
+    rScene.check(vImage.data());
+    rRounds.add(strGroup + "/ours", [&] { rNodes.apply(rScene.layout()); });
+}
+
+#ifdef XAPEL2_HAVE_OPENCV
+void addOpenCv(CReferenceRounds& rRounds, const CScene& rScene) {
+    cv::setNumThreads(1);
+    const auto iRows = static_cast<int>(rScene.layout().nHeight);
+    cv::Mat in;
+    cv::Mat(rScene.light(), true).reshape(1, iRows).convertTo(in, CV_16U);
+    const cv::Mat out(in.size(), CV_16U);
+    for (const unsigned nRadius : RADII) {
+        const int iSide = 2 * static_cast<int>(nRadius) + 1;
+        const std::string strRadius = std::to_string(nRadius);
+        if (rRounds.wants("box-r" + strRadius))
+            rRounds.add("box-r" + strRadius + "/opencv", [=] {
+                cv::boxFilter(in, out, -1, {iSide, iSide}, {-1, -1}, true, cv::BORDER_REPLICATE);
+            });
+        if (nRadius <= OPENCV_MEDIAN_MAX && rRounds.wants("median-r" + strRadius))
+            rRounds.add("median-r" + strRadius + "/opencv", [=] { cv::medianBlur(in, out, iSide); });
+    }
+}
+#else
+void addOpenCv(CReferenceRounds&, const CScene&) {}
+#endif
+
+void bench(const Options& rOptions) {
+    const CScene scene8(layout(rOptions, "Mono8"));
+    const CScene scene16(layout(rOptions, "Mono16"));
+    CReferenceRounds rounds(rOptions);
+
+    CFilterBench whole(scene16, false);
+    CFilterBench mean(scene16, true);
+    whole.addTo(rounds, "");
+    mean.addTo(rounds, "-mean");
+    addOpenCv(rounds, scene16);
+
+    std::unique_ptr<CAccumulateBench> apAccumulate[2];
+    const CScene* const apScenes[] = {&scene8, &scene16};
+    const char* const apGroups[] = {"accumulate-u8", "accumulate-u16"};
+    for (std::size_t i = 0; i < 2; ++i) {
+        if (!rounds.wants(apGroups[i]))
+            continue;
+        apAccumulate[i] = std::make_unique<CAccumulateBench>(*apScenes[i]);
+        apAccumulate[i]->addTo(rounds, apGroups[i]);
+    }
+
+    CShadingNodes nodes8;
+    CShadingNodes nodes16;
+    addApply(rounds, "apply-5mp", scene16, nodes16);
+    addApply(rounds, "apply-5mp-mono8", scene8, nodes8);
+
+    // From and to images of a ring, as a frame of a stream would be copied.
+    const CFrames frames(scene16);
+    std::size_t iNext = 0;
+    rounds.add("memcpy/limit", [&] {
+        std::memcpy(frames.frame(iNext + CFrames::COUNT / 2), frames.frame(iNext), scene16.image().size());
+        ++iNext;
+    });
+    rounds.runAndPrint();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    return guarded(argc, argv, bench);
+}
