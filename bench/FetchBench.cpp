@@ -1,0 +1,174 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// fetch-bench: what the library adds to a fetch, and what its gate takes.
+//
+//     fetch-bare/host          a fetch without the library
+//     fetch-forwarded/host     the same through a hook that only calls the host's own fetch
+//     fetch-off/ours           with the library, correction off
+//     fetch-on/ours            with correction on
+//     processor/host           the five node writes and the command for such a frame, by themselves
+//     queries/host             the nine questions about a buffer that correction needs answered, by themselves
+//
+// The host's own share is measured by itself, so that the library's can be told: with correction off it is what
+// fetch-off takes more than fetch-forwarded, with it on what fetch-on takes more than fetch-off, processor and queries.
+
+#include <memory>
+
+#include "GateBench.h"
+#include "Rounds.h"
+#include "ShadingNodes.h"
+#include "TemporaryFolder.h"
+#include "TinyStream.h"
+#include "xapel2/GenTLCodes.h"
+#include "xapel2/XapelBuffer.h"
+#include "xapel2/XapelBypassRegistration.h"
+#include "xapel2_ext_sc.h"
+
+namespace {
+
+using namespace XapelBench;
+using XAPEL2::Ext::Sc::Shading;
+
+constexpr uint8_t DARK = 30;  // the dark reference; there is no light reference, so corrected pixels are PIXEL - DARK
+
+/// The smallest hook that there can be.
+class CForwarder {
+public:
+    explicit CForwarder(XAPEL2::DataStream* pStream) : m_pStream(pStream) {
+        registerBypass_DataStreamEventControlGetFilledBuffer(m_pStream, &fetch, this, &m_pfnHost, &m_pHandle);
+    }
+    ~CForwarder() { registerBypass_DataStreamEventControlGetFilledBuffer(m_pStream, nullptr, this, nullptr, nullptr); }
+    CForwarder(const CForwarder&) = delete;
+    CForwarder& operator=(const CForwarder&) = delete;
+
+private:
+    static int fetch(void** ppBuffer, unsigned long long iTimeout, void* pContext) {
+        const auto* pSelf = static_cast<const CForwarder*>(pContext);
+        return pSelf->m_pfnHost(ppBuffer, iTimeout, pSelf->m_pHandle);
+    }
+    XAPEL2::DataStream* m_pStream;
+    DataStreamGetFilledBufferFunc m_pfnHost = nullptr;
+    void* m_pHandle = nullptr;
+};
+
+/// Takes the states of a stream one after another.
+class CFetchBench {
+public:
+    enum eState { eBare, eForwarded, eOff, eOn };
+
+    explicit CFetchBench(const Options& rOptions) : m_nFrames(rOptions.bQuick ? 200 : 20000), m_Stream(m_nFrames) {
+        Shading recorder(m_Stream.device());
+        uint8_t uDark = DARK;
+        recorder.ReferenceStart(false);
+        recorder.ReferenceAdd("Mono8", 1, 1, &uDark, 1);
+        recorder.ReferenceEnd((m_Folder / "dark.tif").c_str());
+        m_Nodes.file(CShadingNodes::eLoadDark, m_Folder / "dark.tif");
+        m_Nodes.apply({XAPEL2::StandIn::findPixelFormat("Mono8"), 1, 1});
+    }
+
+    void addFetch(CRounds& rRounds, const char* pName, eState eWanted) {
+        const auto fnPrepare = [this, eWanted] {
+            enter(eWanted);
+            m_Stream.fill();
+        };
+        fnPrepare();
+        m_Stream.fetch(m_nFrames);
+        m_Stream.requirePixels(eWanted == eOn ? CTinyStream::PIXEL - DARK : CTinyStream::PIXEL);
+        rRounds.add({pName, [this](uint64_t nTimes) { m_hLast = m_Stream.fetch(nTimes); }, fnPrepare, m_nFrames, true});
+    }
+
+    void addProcessor(CRounds& rRounds) {
+        m_uPixel = CTinyStream::PIXEL;
+        m_Nodes.process("Mono8", 1, 1, 1, &m_uPixel);
+        m_Nodes.require();
+        if (m_uPixel != CTinyStream::PIXEL - DARK)
+            throw std::runtime_error("wrong result of the image processor");
+        rRounds.add({"processor/host", [this](uint64_t nTimes) {
+                         for (uint64_t i = 0; i < nTimes; ++i) m_Nodes.process("Mono8", 1, 1, 1, &m_uPixel);
+                     }});
+    }
+
+    void addQueries(CRounds& rRounds) {
+        m_hLast = nullptr;
+        rRounds.add({"queries/host",
+                     [this](uint64_t nTimes) {
+                         uint64_t uSum = 0;
+                         for (uint64_t i = 0; i < nTimes; ++i) uSum += query(m_hLast);
+                         if (uSum == 0)
+                             throw std::runtime_error("wrong result of a buffer query");
+                     },
+                     [this] {
+                         enter(eBare);
+                         m_Stream.fill();
+                         m_hLast = m_Stream.fetch(m_nFrames);
+                     }});
+    }
+
+private:
+    void enter(eState eWanted) {
+        m_pShading.reset();
+        m_pForwarder.reset();
+        if (eWanted == eForwarded)
+            m_pForwarder = std::make_unique<CForwarder>(m_Stream.stream());
+        if (eWanted < eOff)
+            return;
+        m_pShading = std::make_unique<Shading>(m_Stream.device());
+        if (eWanted == eOff)
+            return;
+        m_pShading->ReferenceLoad(false, (m_Folder / "dark.tif").c_str());
+        m_pShading->ReferenceApply();
+        m_pShading->SetEnable(true);
+    }
+
+    static uint64_t query(void* hBuffer) {
+        BufferInfoFunc pfnInfo = nullptr;
+        getFuncPtr_BufferInfo(hBuffer, &pfnInfo);
+        uint64_t uSum = 0;
+        for (const int32_t iInfo :
+             {BUFFER_INFO_IS_INCOMPLETE, BUFFER_INFO_IMAGEPRESENT, BUFFER_INFO_SIZE_FILLED, BUFFER_INFO_SIZE,
+              BUFFER_INFO_WIDTH, BUFFER_INFO_HEIGHT, BUFFER_INFO_BASE, BUFFER_INFO_IMAGEOFFSET}) {
+            int32_t iType = 0;
+            uint64_t uValue = 0;
+            uint64_t nSize = sizeof uValue;
+            pfnInfo(iInfo, &iType, &uValue, &nSize, hBuffer);
+            uSum += uValue;
+        }
+        BufferGetPixelFormatFunc pfnFormat = nullptr;
+        getFuncPtr_BufferGetPixelFormat(hBuffer, &pfnFormat);
+        std::string strFormat;
+        pfnFormat(strFormat, hBuffer);
+        return strFormat == "Mono8" ? uSum : 0;
+    }
+
+    const XAPEL2::Test::CTemporaryFolder m_Folder;
+    const uint64_t m_nFrames;
+    CTinyStream m_Stream;
+    std::unique_ptr<CForwarder> m_pForwarder;
+    std::unique_ptr<Shading> m_pShading;  // before the stream's device is closed
+    CShadingNodes m_Nodes;
+    uint8_t m_uPixel = 0;
+    void* m_hLast = nullptr;
+};
+
+void bench(const Options& rOptions) {
+    CFetchBench fetches(rOptions);
+    CRounds rounds(rOptions);
+    fetches.addFetch(rounds, "fetch-bare/host", CFetchBench::eBare);
+    fetches.addFetch(rounds, "fetch-forwarded/host", CFetchBench::eForwarded);
+    fetches.addFetch(rounds, "fetch-off/ours", CFetchBench::eOff);
+    fetches.addFetch(rounds, "fetch-on/ours", CFetchBench::eOn);
+    fetches.addProcessor(rounds);
+    fetches.addQueries(rounds);
+    rounds.run();
+    for (std::size_t i = 0; i < 6; ++i) {
+        csv(rOptions, rounds.name(i), rounds.ns(i));
+        note(rOptions, "%-28s %7.1f ns, spread %2.0f %%", rounds.name(i).c_str(), rounds.ns(i), 100 * rounds.spread(i));
+    }
+    benchGate(rOptions);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    return guarded(argc, argv, bench);
+}
