@@ -115,7 +115,7 @@ void measure(const Options& rOptions, const Group& rGroup, const Format& rFormat
          rounds.ns(iOurs) / 1e3, 100 * rounds.spread(iOurs), rounds.ns(iLimit) / 1e3, 100 * rounds.spread(iLimit),
          rounds.ratio(iOurs, iLimit));
     if (const std::string strTables = rNodes.correction(); !strTables.empty())
-        note(rOptions, "%s: %s", strName.c_str(), strTables.c_str());
+        note(rOptions, "tables of %s: %s", strName.c_str(), strTables.c_str());
     for (const std::size_t i : vLimits)
         note(rOptions, "    limit, %-28s %6.1f GB/s%s", rounds.name(i).c_str(), limit.traffic() / rounds.ns(i),
              i == iLimit ? " *" : "");
