@@ -109,21 +109,17 @@ void measure(const Options& rOptions, const Group& rGroup, const Format& rFormat
 
     const std::string strName = std::string(rGroup.pName) + "/" + rFormat.pName;
     const std::size_t iLimit = rounds.fastest(vLimits);
-    csv(rOptions, strName + "/ours", rounds.ns(iOurs));
-    csv(rOptions, strName + "/limit", rounds.ns(iLimit));
-    note(rOptions, "%s: ours %.1f us (spread %.0f %%), limit %.1f us (%.0f %%), ratio %.2f", strName.c_str(),
-         rounds.ns(iOurs) / 1e3, 100 * rounds.spread(iOurs), rounds.ns(iLimit) / 1e3, 100 * rounds.spread(iLimit),
-         rounds.ratio(iOurs, iLimit));
-    if (const std::string strTables = rNodes.correction(); !strTables.empty())
-        note(rOptions, "tables of %s: %s", strName.c_str(), strTables.c_str());
+    rounds.print(iOurs, strName + "/ours");
+    rounds.print(iLimit, strName + "/limit");
+    if (!vOpenCv.empty())
+        rounds.print(rounds.fastest(vOpenCv), strName + "/opencv");
+    note(rOptions, "tables of %s: %s", strName.c_str(), rNodes.correction().c_str());
+    note(rOptions, "    ours by limit %.2f", rounds.ratio(iOurs, iLimit));
     for (const std::size_t i : vLimits)
         note(rOptions, "    limit, %-28s %6.1f GB/s%s", rounds.name(i).c_str(), limit.traffic() / rounds.ns(i),
              i == iLimit ? " *" : "");
     for (const std::size_t i : vOpenCv)
-        note(rOptions, "    %-35s %8.1f us, %.1f times ours", rounds.name(i).c_str(), rounds.ns(i) / 1e3,
-             rounds.ratio(i, iOurs));
-    if (!vOpenCv.empty())
-        csv(rOptions, strName + "/opencv", rounds.ns(rounds.fastest(vOpenCv)));
+        note(rOptions, "    %s by ours %.2f", rounds.name(i).c_str(), rounds.ratio(i, iOurs));
 }
 
 void bench(const Options& rOptions) {

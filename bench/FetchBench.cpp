@@ -12,13 +12,18 @@
 // The host's own share is measured by itself, so that the library's can be told: with correction off it is what
 // fetch-off takes more than fetch-forwarded, with it on what fetch-on takes more than fetch-off, processor and queries.
 
+#include <atomic>
+#include <functional>
 #include <memory>
+#include <mutex>
+#include <shared_mutex>
+#include <thread>
 
-#include "GateBench.h"
 #include "Rounds.h"
 #include "ShadingNodes.h"
 #include "TemporaryFolder.h"
 #include "TinyStream.h"
+#include "XapelAccessControl.h"
 #include "xapel2/GenTLCodes.h"
 #include "xapel2/XapelBuffer.h"
 #include "xapel2/XapelBypassRegistration.h"
@@ -72,7 +77,7 @@ public:
             m_Stream.fill();
         };
         fnPrepare();
-        m_Stream.fetch(m_nFrames);
+        m_hLast = m_Stream.fetch(m_nFrames);
         m_Stream.requirePixels(eWanted == eOn ? CTinyStream::PIXEL - DARK : CTinyStream::PIXEL);
         rRounds.add({pName, [this](uint64_t nTimes) { m_hLast = m_Stream.fetch(nTimes); }, fnPrepare, m_nFrames, true});
     }
@@ -89,18 +94,11 @@ public:
     }
 
     void addQueries(CRounds& rRounds) {
-        m_hLast = nullptr;
-        rRounds.add({"queries/host",
-                     [this](uint64_t nTimes) {
+        rRounds.add({"queries/host", [this](uint64_t nTimes) {
                          uint64_t uSum = 0;
                          for (uint64_t i = 0; i < nTimes; ++i) uSum += query(m_hLast);
                          if (uSum == 0)
                              throw std::runtime_error("wrong result of a buffer query");
-                     },
-                     [this] {
-                         enter(eBare);
-                         m_Stream.fill();
-                         m_hLast = m_Stream.fetch(m_nFrames);
                      }});
     }
 
@@ -147,8 +145,70 @@ private:
     std::unique_ptr<Shading> m_pShading;  // before the stream's device is closed
     CShadingNodes m_Nodes;
     uint8_t m_uPixel = 0;
-    void* m_hLast = nullptr;
+    void* m_hLast = nullptr;  // a buffer that has been fetched
 };
+
+/// The mutex beside the words, as a hub has them.
+struct Gate {
+    XapelMutex mtx;
+    XapelAccessControlData data;
+
+    void enterAndLeave(unsigned uFlags) {
+        const CXapelAccessControl guard(mtx, data, CXapelAccessControl::eShared, uFlags);
+    }
+};
+
+using Loop = std::function<void(uint64_t nTimes)>;
+
+/// Runs the loop on two threads that start together; the time is that of the slower one.
+void onTwoThreads(const Loop& rLoop, uint64_t nTimes) {
+    std::atomic<int> nReady{0};
+    const auto fnRun = [&] {
+        for (++nReady; nReady != 2;) xapelSpinPause();
+        rLoop(nTimes);
+    };
+    std::thread other(fnRun);
+    fnRun();
+    other.join();
+}
+
+template <typename Step>
+Loop repeat(Step fnStep) {
+    return [=](uint64_t nTimes) {
+        for (uint64_t i = 0; i < nTimes; ++i) fnStep();
+    };
+}
+
+/// A shared guard of the gate with and without a flag beside the standard locks, from one thread and from two at once.
+void benchGate(const Options& rOptions) {
+    alignas(64) std::mutex mutex;
+    alignas(64) std::shared_mutex sharedMutex;
+    alignas(64) Gate gate;
+    const struct {
+        const char* pName;
+        Loop fnLoop;
+    } aSubjects[] = {
+        {"mutex", repeat([&] { const std::lock_guard<std::mutex> lock(mutex); })},
+        {"shared_mutex", repeat([&] { const std::shared_lock<std::shared_mutex> lock(sharedMutex); })},
+        {"ours", repeat([&] { gate.enterAndLeave(0); })},
+        {"ours-flags", repeat([&] { gate.enterAndLeave(1); })},
+    };
+    CRounds rounds(rOptions);
+    for (const auto& rSubject : aSubjects)
+        rounds.add({std::string("gate-1-thread/") + rSubject.pName, rSubject.fnLoop, {}, 1000});
+    // Many times: starting a thread must not count.
+    for (const auto& rSubject : aSubjects)
+        rounds.add({std::string("gate-2-threads/") + rSubject.pName,
+                    [&](uint64_t nTimes) { onTwoThreads(rSubject.fnLoop, nTimes); },
+                    {},
+                    rOptions.bQuick ? 1000U : 100000U,
+                    false,
+                    true});
+    rounds.run();
+    if (gate.data.Flags() != 0 || !gate.data.IsExclusive())
+        throw std::runtime_error("wrong result: the gate is not empty");
+    for (std::size_t i = 0; i < 2 * std::size(aSubjects); ++i) rounds.print(i, rounds.name(i));
+}
 
 void bench(const Options& rOptions) {
     CFetchBench fetches(rOptions);
@@ -160,10 +220,7 @@ void bench(const Options& rOptions) {
     fetches.addProcessor(rounds);
     fetches.addQueries(rounds);
     rounds.run();
-    for (std::size_t i = 0; i < 6; ++i) {
-        csv(rOptions, rounds.name(i), rounds.ns(i));
-        note(rOptions, "%-28s %7.1f ns, spread %2.0f %%", rounds.name(i).c_str(), rounds.ns(i), 100 * rounds.spread(i));
-    }
+    for (std::size_t i = 0; i < 6; ++i) rounds.print(i, rounds.name(i));
     benchGate(rOptions);
 }
 

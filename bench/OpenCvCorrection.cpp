@@ -4,6 +4,7 @@
 
 #include "OpenCvCorrection.h"
 
+#ifdef XAPEL2_HAVE_OPENCV
 #include <algorithm>
 #include <memory>
 #include <opencv2/core.hpp>
@@ -78,3 +79,11 @@ std::vector<OpenCvWay> openCvWays(const CScene& rScene) {
 }
 
 }  // namespace XapelBench
+
+#else
+
+std::vector<XapelBench::OpenCvWay> XapelBench::openCvWays(const CScene&) {
+    return {};
+}
+
+#endif

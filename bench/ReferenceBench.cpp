@@ -87,12 +87,7 @@ public:
     }
     void runAndPrint() {
         m_Rounds.run();
-        for (const auto& rResult : m_mapResults) {
-            const std::size_t i = m_Rounds.fastest(rResult.second);
-            csv(m_rOptions, rResult.first, m_Rounds.ns(i));
-            note(m_rOptions, "%-26s %10.3f ms, spread %2.0f %%", rResult.first.c_str(), m_Rounds.ns(i) / 1e6,
-                 100 * m_Rounds.spread(i));
-        }
+        for (const auto& rResult : m_mapResults) m_Rounds.print(m_Rounds.fastest(rResult.second), rResult.first);
     }
 
 private:

@@ -6,8 +6,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdarg>
+#include <cstdio>
 #include <ctime>
+#include <exception>
+#include <stdexcept>
 #include <utility>
+
+#include "xapel2/XapelExceptions.h"
 
 namespace XapelBench {
 
@@ -29,8 +35,57 @@ double nowNs(clockid_t iClock) {
 
 }  // namespace
 
-double median(std::vector<double> vValues) {
-    return quantile(std::move(vValues), 0.5);
+Options parseOptions(int argc, char** argv) {
+    Options sOptions;
+    for (int i = 1; i < argc; ++i) {
+        const std::string strOption = argv[i];
+        const auto fnValue = [&] {
+            if (++i == argc)
+                throw std::invalid_argument(strOption + " needs a value");
+            return std::string(argv[i]);
+        };
+        if (strOption == "--csv")
+            sOptions.bCsv = true;
+        else if (strOption == "--quick")
+            sOptions.bQuick = true;
+        else if (strOption == "--rounds")
+            sOptions.nRounds = static_cast<unsigned>(std::clamp(std::stoi(fnValue()), 1, 1000));
+        else if (strOption == "--groups")
+            sOptions.strGroups = fnValue();
+        else if (strOption == "--formats")
+            sOptions.strFormats = fnValue();
+        else
+            throw std::invalid_argument(strOption + " is none of --csv --quick --rounds N --groups A,B --formats A,B");
+    }
+    if (sOptions.bQuick)
+        sOptions.nRounds = 1;
+    return sOptions;
+}
+
+bool isListed(const std::string& strList, const std::string& strName) {
+    return strList.empty() || ("," + strList + ",").find("," + strName + ",") != std::string::npos;
+}
+
+void note(const Options& rOptions, const char* pFormat, ...) {
+    std::FILE* const pOut = rOptions.bCsv ? stderr : stdout;
+    va_list args;
+    va_start(args, pFormat);
+    std::vfprintf(pOut, pFormat, args);
+    va_end(args);
+    std::fputc('\n', pOut);
+    std::fflush(pOut);
+}
+
+int guarded(int argc, char** argv, void (*fnBench)(const Options& rOptions)) {
+    try {
+        fnBench(parseOptions(argc, argv));
+        return 0;
+    } catch (const XAPEL2::Exceptions::IException& rError) {
+        std::fprintf(stderr, "%s: %s\n", argv[0], rError.GetErrorDescription().get());
+    } catch (const std::exception& rError) {
+        std::fprintf(stderr, "%s: %s\n", argv[0], rError.what());
+    }
+    return 1;
 }
 
 std::size_t CRounds::add(Candidate sCandidate) {
@@ -63,6 +118,10 @@ void CRounds::run() {
     }
 }
 
+double CRounds::ns(std::size_t i) const {
+    return quantile(m_vNs[i], 0.5);
+}
+
 double CRounds::spread(std::size_t i) const {
     return (quantile(m_vNs[i], 0.75) - quantile(m_vNs[i], 0.25)) / ns(i);
 }
@@ -71,12 +130,20 @@ double CRounds::ratio(std::size_t i, std::size_t iTo) const {
     std::vector<double> vRatios;
     for (std::size_t iRound = 0; iRound < m_vNs[i].size(); ++iRound)
         vRatios.push_back(m_vNs[i][iRound] / m_vNs[iTo][iRound]);
-    return median(std::move(vRatios));
+    return quantile(std::move(vRatios), 0.5);
 }
 
 std::size_t CRounds::fastest(const std::vector<std::size_t>& rCandidates) const {
     return *std::min_element(rCandidates.begin(), rCandidates.end(),
                              [this](std::size_t i, std::size_t iOther) { return ns(i) < ns(iOther); });
+}
+
+void CRounds::print(std::size_t i, const std::string& strName) const {
+    if (m_rOptions.bCsv)
+        std::printf("%s,%.1f\n", strName.c_str(), ns(i));
+    else
+        std::printf("%-28s %14.1f ns, spread %2.0f %%\n", strName.c_str(), ns(i), 100 * spread(i));
+    std::fflush(stdout);
 }
 
 }  // namespace XapelBench

@@ -12,11 +12,31 @@
 #include <string>
 #include <vector>
 
-#include "Options.h"
-
 namespace XapelBench {
 
-double median(std::vector<double> vValues);
+/// What a bench was asked for.
+struct Options {
+    bool bCsv = false;       ///< "NAME,NANOSECONDS" on stdout, all else on stderr
+    bool bQuick = false;     ///< one short round on small images: results are checked, figures mean nothing
+    unsigned nRounds = 11;   ///< rounds that each figure is the median of
+    std::string strGroups;   ///< names by commas that are measured; empty: all
+    std::string strFormats;  ///< the same for pixel formats
+
+    /// Nanoseconds that a slice of a round lasts at least.
+    double sliceNs() const { return bQuick ? 2e5 : 1e7; }
+};
+
+/// Reads --csv, --quick, --rounds N, --groups A,B and --formats A,B. @throws std::invalid_argument
+Options parseOptions(int argc, char** argv);
+
+/// True when the list is empty or holds the name.
+bool isListed(const std::string& strList, const std::string& strName);
+
+/// Prints a line for people.
+void note(const Options& rOptions, const char* pFormat, ...) __attribute__((format(printf, 2, 3)));
+
+/// Calls fnBench and turns what it throws into a message and the program's result.
+int guarded(int argc, char** argv, void (*fnBench)(const Options& rOptions));
 
 /// What is timed.
 struct Candidate {
@@ -44,13 +64,15 @@ public:
 
     const std::string& name(std::size_t i) const { return m_vCandidates[i].strName; }
     /// Nanoseconds for one time: median over the rounds.
-    double ns(std::size_t i) const { return median(m_vNs[i]); }
+    double ns(std::size_t i) const;
     /// Distance of the quartiles over the rounds as a share of the median.
     double spread(std::size_t i) const;
     /// Median of the ratios inside each round.
     double ratio(std::size_t i, std::size_t iTo) const;
     /// The candidate with the least median of those named.
     std::size_t fastest(const std::vector<std::size_t>& rCandidates) const;
+    /// Prints a candidate's figure under a name, for programs or for people.
+    void print(std::size_t i, const std::string& strName) const;
 
 private:
     double slice(const Candidate& rCandidate, uint64_t nTimes) const;

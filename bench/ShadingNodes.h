@@ -37,11 +37,11 @@ public:
                                      std::to_string(iStatus));
     }
 
-    /// The image processor's own words on its tables and kernels; empty where it has none.
+    /// The image processor's own words on its tables and kernels; "unknown" where it has none.
     std::string correction() {
         XAPEL2::NodeMap* const pNodes = m_Processor.GetNodeList();
         return pNodes->GetNodePresent("StandInCorrection") ? pNodes->GetNode("StandInCorrection")->GetString().get()
-                                                           : "";
+                                                           : "unknown";
     }
 
     /// A command with a reference file. @throws std::runtime_error  it failed.
