@@ -67,10 +67,12 @@ CScene::CScene(const ImageLayout& rLayout)
         const bool bHot = random.even() < 0.003;
         const double dDark = 64.0 * dUnit + 1.5 * dUnit * random.normal() + (bHot ? 0.2 * dFull * random.even() : 0.0);
         m_vDark[i] = meanOf16(dDark, dFull);
-        m_vLight[i] = meanOf16(dDark + 0.6 * dFull * dPixel, dFull);
+        // Colours differ in how much they see, so that a gain of another colour shows.
+        const double dColour = 0.6 - 0.1 * colourClass(i);
+        m_vLight[i] = meanOf16(dDark + dColour * dFull * dPixel, dFull);
         // Objects from black to overexposed.
         const double dObject = 0.6 + 0.6 * std::sin(17.0 * dX) * std::cos(11.0 * dY);
-        const double dIn = dDark + dFull * dObject * dPixel + 4.0 * dUnit * random.normal();
+        const double dIn = dDark + dFull * dObject * dColour / 0.6 * dPixel + 4.0 * dUnit * random.normal();
         vSamples[i] = static_cast<uint16_t>(std::clamp(std::round(dIn), 0.0, dFull));
         m_aTargets[colourClass(i)] += static_cast<double>(m_vLight[i]) - static_cast<double>(m_vDark[i]);
         ++aCounts[colourClass(i)];
