@@ -33,9 +33,8 @@ public:
     /// Compares a corrected image with clamp(round((in - D) * G)) in double precision, G being the mean of L - D over
     /// the colour class by L - D.
     /// @param[in] dSlack  what a sample may be off besides the bound that the image processor promises, DN.
-    /// @throws std::runtime_error  a sample is off by more than 1 DN up to 12 bits or 1 + G/2 DN above them, a
-    /// saturated
-    ///                             one is not left as it was, or all are off by a quarter DN in the mean.
+    /// @throws std::runtime_error  a sample is off by more than 1 DN up to 12 bits or 1 + G/2 DN above them, or all by
+    ///                             a quarter DN in the mean, or a saturated one has changed.
     void check(const uint8_t* pCorrected, double dSlack = 0.0) const;
 
 private:
