@@ -8,6 +8,7 @@
 
 #include <cstring>
 
+#include "Correction.h"
 #include "Limit.h"
 #include "OpenCvCorrection.h"
 #include "Rounds.h"
@@ -72,6 +73,11 @@ std::size_t addOurs(CRounds& rRounds, CRing& rRing, const CScene& rScene, CShadi
     rNodes.process(rScene.layout(), pFirst);
     rNodes.require();
     rScene.check(pFirst);
+    // The definition, which vectors must give byte for byte.
+    std::vector<uint8_t> vScalar = rScene.image();
+    makeCorrection(rScene.layout(), &rScene.dark(), &rScene.light(), "scalar")->correct(vScalar.data());
+    if (std::memcmp(pFirst, vScalar.data(), vScalar.size()) != 0)
+        throw std::runtime_error("wrong result: not the bytes of the scalar definition");
     return rRounds.add({"ours",
                         [&](uint64_t nTimes) {
                             for (uint64_t i = 0; i < nTimes; ++i) rNodes.process(rScene.layout(), rRing.next());
