@@ -19,6 +19,10 @@ CCallFrame* CCallFrame::find(const DataStream* pStream) {
     return pFrame;
 }
 
+CCallFrame* CCallFrame::innermost() {
+    return t_pInnermost;
+}
+
 CCallFrame::CCallFrame(const DataStream* pStream, uint64_t uCancelStamp)
     : m_pStream(pStream), m_pOuter(t_pInnermost), m_uCancelStamp(uCancelStamp) {
     if (const CCallFrame* pSame = find(pStream)) {

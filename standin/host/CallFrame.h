@@ -33,6 +33,8 @@ public:
 
     /// The innermost frame of this thread for the stream, null when there is none.
     static CCallFrame* find(const DataStream* pStream);
+    /// The innermost frame of this thread, null when there is none.
+    static CCallFrame* innermost();
     /// Notes in all frames of this thread for the stream that the host's own cancel was called.
     static void noteOwnCancel(const DataStream* pStream);
 

@@ -64,6 +64,13 @@ void trace(int32_t iLevel, const std::string& strText) noexcept {
     }
 }
 
+void trace(int32_t iLevel, const char* pText, const char* pDetail) noexcept {
+    try {
+        traceOrThrow(iLevel, std::string(pText) + pDetail);
+    } catch (...) {
+    }
+}
+
 void resetObservation() {
     Observation& rObservation = observation();
     rObservation.recNodes.clear();

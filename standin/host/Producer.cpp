@@ -73,7 +73,7 @@ int CStream::start(uint64_t nFrames) {
             std::lock_guard<std::mutex> lock(m_mtx);
             m_bGrabbing = false;
         }
-        trace(2, std::string("the acquisition cannot start: ") + rError.what());  // may want memory, as the start did
+        trace(2, "the acquisition cannot start: ", rError.what());
         return GC_ERR_ERROR;
     }
     return GC_ERR_SUCCESS;
@@ -199,7 +199,7 @@ FrameInfo CStream::fillFrame(const Buffer& rBuffer, uint64_t iFrame) {
         info.strName = m_pCamera->source().frameName(request.eWhat, request.iFrame);
         writeFrame(rBuffer, request, iFrame, info);
     } catch (const std::exception& rError) {
-        trace(2, std::string("frame cannot be produced: ") + rError.what());
+        trace(2, "frame cannot be produced: ", rError.what());
         info.bIncomplete = true;
         info.nFilled = 0;
     }

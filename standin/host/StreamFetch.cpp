@@ -25,7 +25,9 @@ bool CStream::fetchIsOver(const Waiter& rWaiter, uint64_t uStamp) const {
 
 int CStream::takeFilled(void** ppBuffer) {
     Buffer& rBuffer = *m_lstFilled.front();
-    if (CCallFrame* pFrame = CCallFrame::find(m_pShell)) {
+    // A hook may fetch from another stream than the application named.
+    CCallFrame* const pSame = CCallFrame::find(m_pShell);
+    if (CCallFrame* pFrame = pSame != nullptr ? pSame : CCallFrame::innermost()) {
         pFrame->keep(m_lstFilled.front());
     }
     move(rBuffer, m_lstIdle, eBufferIdle);

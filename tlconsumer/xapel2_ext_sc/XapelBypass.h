@@ -115,8 +115,9 @@ private:
 
     XapelHostFunctions hostFunctions() const;
     XapelHostFunctions hostFunctionsLocked() const;  // caller holds m_mtxLeaf
-    /// Replaces the set as a whole and returns the one before.
-    XapelHostFunctions storeHostFunctions(const XapelHostFunctions& rHost);
+    /// Replaces the set as a whole and returns the one before. bUnlessMoved: where the hub stands on another stream by
+    /// now, it keeps its set and rHost comes back.
+    XapelHostFunctions storeHostFunctions(const XapelHostFunctions& rHost, bool bUnlessMoved = false);
     void leaveStream(const XapelHostFunctions& rBefore);
     void registerHooks(XAPEL2::DataStream* pDataStream, bool bRegisterOpen);
     void clearHostFunctions();

@@ -137,9 +137,11 @@ XapelHostFunctions CXapelBypassDevice::hostFunctionsLocked() const {
     return host;
 }
 
-XapelHostFunctions CXapelBypassDevice::storeHostFunctions(const XapelHostFunctions& rHost) {
+XapelHostFunctions CXapelBypassDevice::storeHostFunctions(const XapelHostFunctions& rHost, bool bUnlessMoved) {
     const std::lock_guard<std::mutex> lock(m_mtxLeaf);
     const XapelHostFunctions before = hostFunctionsLocked();
+    if (bUnlessMoved && m_pDataStream != rHost.pDataStream)
+        return rHost;
     m_pDataStream = rHost.pDataStream;
     m_hDataStream = rHost.hDataStream;
     m_hDevice = rHost.hDevice;
@@ -180,15 +182,19 @@ void CXapelBypassDevice::registerHooks(XAPEL2::DataStream* pDataStream, bool bRe
         }
     } catch (...) {
         // A hub under construction takes all back; one that lives only what stands on another stream than before.
-        if (bRegisterOpen)
-            takeBack(nDone, m_pDevice, pDataStream, this);
-        else if (pDataStream != getXapelDataStream())
+        if (bRegisterOpen) {
+            // An opening that is under way would register anew what is taken back, on a stream of its choice.
+            m_OpenClose.close();
+            m_OpenClose.waitUntilNone();
+            takeBack(nDone, m_pDevice, getXapelDataStream(), this);
+        } else if (pDataStream != getXapelDataStream())
             takeBack(std::min(nDone, XAPEL_HOOK_FIRST_OF_DEVICE), m_pDevice, pDataStream, this);
         throw;
     }
-    const XapelHostFunctions before = storeHostFunctions(host);
-    if (before.pDataStream != nullptr && before.pDataStream != pDataStream)
-        leaveStream(before);
+    // While the open hook stands, an opening may have moved the hub meanwhile: then this stream is the one to leave.
+    const XapelHostFunctions left = storeHostFunctions(host, bRegisterOpen);
+    if (left.pDataStream != nullptr && left.pDataStream != getXapelDataStream())
+        leaveStream(left);
 }
 
 void CXapelBypassDevice::leaveStream(const XapelHostFunctions& rBefore) {

@@ -4,6 +4,7 @@
 
 #include "XapelBypassSlot.h"
 
+#include <atomic>
 #include <mutex>
 #include <new>
 #include <utility>
@@ -13,7 +14,7 @@ namespace {
 struct alignas(64) Slot {
     XapelPinWord m_uPins{0};
     Slot* m_pNextRetired = nullptr;    // guarded by SlotPool::m_mtx
-    std::atomic<bool> m_bKept{false};  // set while the hub lives
+    std::atomic<bool> m_bKept{false};  // set by calls of the hub, whose end waits for them: no order of its own
 };
 
 constexpr std::size_t HUB_OFFSET = sizeof(Slot);

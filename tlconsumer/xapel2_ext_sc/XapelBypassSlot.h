@@ -22,7 +22,7 @@
 #include "XapelThreading.h"
 
 /// Slots that must rest before the oldest of them is used again.
-constexpr std::size_t XAPEL_SLOTS_RETIRED_MIN = 16;
+constexpr std::size_t XAPEL_SLOTS_RETIRED_MIN = 256;
 
 typedef XapelAtomic<uint64_t> XapelPinWord;
 

@@ -5,8 +5,10 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <new>
+#include <stdexcept>
 
 #include "xapel2/XapelExceptions.h"
 
@@ -223,6 +225,39 @@ TEST_F(Hub, OverlappingOpeningsEndOnTheFirstStreamAndLeaveNoHook) {
         EXPECT_EQ(Control::liveHooks(), 5U);
     }
     EXPECT_EQ(Control::liveHooks(), 0U);
+}
+
+// A stream is opened while the hub registers all its hooks: the open hook may stand already.
+TEST_F(Hub, OpeningBesideARegistrationIsFollowedOrWaitedFor) {
+    for (const bool bFails : {false, true}) {
+        const auto pHub = std::make_unique<CXapelBypassDevice>(m_pDevice);
+        XAPEL2::DataStream* const pFirst = Control::addFirstStream(m_pDevice);
+        std::atomic<bool> bHeld{false}, bGoOn{false};
+        Control::setTraceObserver([&](const Control::TraceLine& rLine) {
+            if (rLine.strText.find("initCallBack called") != std::string::npos && !bHeld.exchange(true))
+                eventually([&] { return bGoOn.load(); });
+        });
+        const std::function<void()> fnOpen = [&] { EXPECT_EQ(openDataStream(m_pDevice, pFirst), 0); };
+        const std::function<void()> fnRegister = [&] {
+            try {
+                pHub->initCallBacks(true);
+            } catch (const std::runtime_error&) {
+                EXPECT_TRUE(bFails);
+            }
+        };
+        if (bFails)
+            Control::inject({Control::eRegisterOpen, Control::eThrowStd});
+        auto held = std::async(std::launch::async, bFails ? fnOpen : fnRegister);
+        ASSERT_TRUE(eventually([&] { return bHeld.load(); }));
+        auto other = std::async(std::launch::async, bFails ? fnRegister : fnOpen);
+        EXPECT_NE(XapelTest::ready(other, bFails ? 30 : XapelTest::DEADLINE_MS), bFails);
+        bGoOn = true;
+        held.get();
+        other.get();
+        EXPECT_EQ(pHub->getXapelDataStream(), pFirst);
+        EXPECT_EQ(Control::liveHooks(), bFails ? 0U : 5U);
+        Control::setTraceObserver(nullptr);
+    }
 }
 
 TEST_F(Hub, FailedReopeningKeepsWhatWorked) {
