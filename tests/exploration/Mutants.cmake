@@ -47,7 +47,7 @@ function(mutant NAME FILE VERDICT)
     set(EXPECTED "all explored")
   else()
     separate_arguments(SCENARIOS UNIX_COMMAND "${VERDICT}")
-    set(EXPECTED "found: ")
+    set(EXPECTED "found: (DATA RACE|LIVELOCK|DEADLOCK|USER ASSERT)")
   endif()
   add_test(NAME exploration.mutant.${NAME} COMMAND mutant-${NAME} ${SCENARIOS} CONFIGURATIONS Check)
   set_tests_properties(exploration.mutant.${NAME} PROPERTIES LABELS exploration TIMEOUT 600

@@ -312,6 +312,12 @@ void CScenario::checkHub() {
     m_pHolder->registerParticipant();
     m_pHolder->unregisterParticipant();
     EXPECT_EQ(fnInfo(), GC_ERR_NOT_INITIALIZED);
+    // Whoever is for calling still is called with a frame, dead or alive.
+    for (XAPEL2::DataStream* pStream : m_vecStreams) closeDataStream(m_pDevice, pStream);
+    start();
+    m_nRaw = 0;
+    fetch(1);
+    EXPECT_EQ(m_nRaw, 1U);
 }
 
 void CScenario::checkLateCalls() {
