@@ -312,7 +312,7 @@ TEST(PixelFormats, PackBitsWhereTheFormatSays) {
     std::mt19937 oRandom(3);
     for (const PixelFormat& rFormat : pixelFormats()) {
         SCOPED_TRACE(rFormat.pName);
-        for (std::size_t nSamples = 1; nSamples < 20; ++nSamples) {
+        for (std::size_t nSamples = 1; nSamples < 40; ++nSamples) {
             const std::size_t nBytes = (nSamples * rFormat.nWireBits + 7) / 8;
             std::vector<uint16_t> vSamples(nSamples);
             std::vector<uint8_t> vExpected(nBytes + 1, 0);
