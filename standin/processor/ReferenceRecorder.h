@@ -15,7 +15,8 @@ namespace StandIn {
 __extension__ typedef unsigned __int128 UInt128;
 
 /// A running recording. All sums are integers, so the order of the images does not change a bit of the result.
-/// Takes 8 bytes a sample. @threads one at a time.
+/// Takes 2 bytes a sample for 8-bit formats and 4 for others, so that adding an image moves little memory; beyond 257
+/// or 65537 images at full scale (more where the full scale is lower) 8 more. @threads one at a time.
 class CReferenceRecorder {
 public:
     explicit CReferenceRecorder(eReferenceKind eKind) : m_eKind(eKind) {}
@@ -23,7 +24,7 @@ public:
     /// Adds an image; the first one fixes format and size.
     /// @param[in] rLayout  a possible layout, after the first image the same one.
     /// @param[in] pImage   borrowed for the call, rLayout.bytes() bytes.
-    /// @throws std::bad_alloc  only for the first image; the recording is as before.
+    /// @throws std::bad_alloc  only for the first image and the one that wants wider sums; the recording is as before.
     void add(const ImageLayout& rLayout, const void* pImage);
 
     eReferenceKind kind() const { return m_eKind; }
@@ -36,12 +37,22 @@ public:
     ReferenceImage reference() const;
 
 private:
+    /// Empties the narrow sums into the wide ones.
+    void widen();
+    uint64_t sum(std::size_t iSample) const;
+
     eReferenceKind m_eKind;
     ImageLayout m_sLayout;
     uint64_t m_nImages = 0;
     uint64_t m_nSaturated = 0;
-    UInt128 m_uSquares = 0;         // sum of the squares of all samples of all images
-    std::vector<uint64_t> m_vSums;  // per sample, over all images
+    UInt128 m_uSquares = 0;  // sum over all samples of all images of (sample - centre)^2
+
+    // Sums of each sample over the images. One of the narrow ones is in use, by the format; a sum of all images is the
+    // narrow one and, once there are wide ones, the wide one together.
+    std::vector<uint16_t> m_vSums16;
+    std::vector<uint32_t> m_vSums32;
+    std::vector<uint64_t> m_vSums64;
+    uint64_t m_nNarrow = 0;  // images in the narrow sums
 };
 
 }  // namespace StandIn
