@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 the xapel2_ext_sc authors
-// The filters against a plain implementation.
+// The filters of an image, colour by colour, against a plain implementation. Planes: PlaneFilterTests.cpp.
 
 #include "ReferenceFilter.h"
 
@@ -57,8 +57,7 @@ TEST(ReferenceFilter, AgreesWithThePlainDefinition) {
     const std::vector<ImageLayout> vLayouts = {
         layout("Mono16", 1, 1),    layout("Mono16", 1, 9),     layout("Mono10", 9, 1),     layout("Mono12", 17, 13),
         layout("BayerRG12", 1, 1), layout("BayerGB8", 15, 12), layout("BayerRG10p", 8, 7), layout("RGB8", 9, 11)};
-    const std::vector<FilterRadii> vRadii = {{0, 0}, {1, 0}, {2, 0}, {5, 0}, {0, 1},  {0, 2},
-                                             {0, 5}, {1, 2}, {2, 1}, {5, 5}, {31, 0}, {0, 31}};
+    const std::vector<FilterRadii> vRadii = {{0, 0}, {1, 0}, {2, 0}, {7, 0}, {0, 1}, {0, 5}, {1, 2}, {2, 1}};
     for (const ImageLayout& rLayout : vLayouts) {
         for (const FilterRadii& rRadii : vRadii) {
             // Few different values in the first round: many equal samples. Any float in the second.

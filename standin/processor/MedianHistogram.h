@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Median of large windows by histograms.
+
+#pragma once
+
+#include "PlaneFilter.h"
+
+namespace XAPEL2 {
+namespace StandIn {
+
+/// What medianFilter promises, for any radius.
+void medianByHistogram(const PlaneSize& rSize, const uint16_t* pIn, unsigned nRadius, uint16_t* pOut);
+void medianByHistogram(const PlaneSize& rSize, const float* pIn, unsigned nRadius, float* pOut);
+
+}  // namespace StandIn
+}  // namespace XAPEL2

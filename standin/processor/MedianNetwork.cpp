@@ -1,0 +1,375 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Median of small windows by networks of minima and maxima, the lanes of a vector along the row.
+//
+// A network takes the minimum and the maximum of two samples, over and over, in an order that does not depend on the
+// samples; so one instruction works for as many pixels as a vector has lanes. How it is made, for windows of K = 2R+1:
+//
+// 1. Two rows of the result are made at once. Their windows share the 2R rows in the middle, the core; each has one row
+//    of its own besides. The core is paid for once.
+// 2. The core's columns are sorted, then merged: pairs of columns, where it pays pairs of pairs, then the whole core.
+//    As the lanes lie along the row, the sorted column of a neighbour, or pair, is the same list loaded from another
+//    place. So it is made once, kept in a buffer and used by all windows that hold it.
+// 3. Merging is Batcher's odd-even merge (Knuth, The Art of Computer Programming 3, 5.3.4), for any two lengths.
+// 4. Of K * K samples the K * K / 2 + 1 smallest and as many of the largest include the median. The core lacks the K
+//    samples of the row, so the median of the window lies between the core's ranks K * K / 2 - K and K * K / 2. A
+//    sample that has too many others of its list below or above it for that is dropped from the list, and what only
+//    served to find it is never computed: the compiler leaves out what has no use.
+// 5. The K + 1 ranks that are left of the core and the K sorted samples of the row have 2K + 1 samples, whose median is
+//    the smallest of max(core[i], row[K - 1 - i]) and core[K].
+//
+// Floats that are not negative have the order of the integers that their bits are, and are filtered as such: processors
+// take the minima of integers at least as fast.
+//
+// Networks of this kind: Adams, "Fast median filters using separable sorting networks", ACM Transactions on Graphics
+// 40(4), 2021; Perreault and Hebert, "Median filtering in constant time", IEEE Transactions on Image Processing 16(9),
+// 2007, is for windows beyond them (MedianHistogram.cpp).
+
+#include "MedianNetwork.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+#include <vector>
+
+// Two targets that give these kernels nothing that the others lack.
+#define HWY_DISABLED_TARGETS (HWY_SSSE3 | HWY_AVX3_DL)
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "MedianNetwork.cpp"
+#include "hwy/foreach_target.h"
+#include "hwy/highway.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace XAPEL2 {
+namespace StandIn {
+namespace HWY_NAMESPACE {
+namespace {
+
+namespace hn = hwy::HWY_NAMESPACE;
+
+// ---- Lists of N samples in ascending order; each vector holds one place of the list for every lane's pixel
+
+template <class V, unsigned N>
+struct List {
+    V v[N];
+};
+template <class V>
+struct List<V, 0> {};
+
+/// COUNT places of a list, every STEP-th from FIRST on.
+template <unsigned FIRST, unsigned STEP, unsigned COUNT, class V, unsigned N, std::size_t... I>
+HWY_INLINE List<V, COUNT> pick(const List<V, N>& r, std::index_sequence<I...>) {
+    return {{r.v[FIRST + STEP * I]...}};
+}
+template <unsigned FIRST, unsigned STEP, unsigned COUNT, class V, unsigned N>
+HWY_INLINE List<V, COUNT> pick(const List<V, N>& r) {
+    if constexpr (COUNT == 0)
+        return {};
+    else
+        return pick<FIRST, STEP, COUNT>(r, std::make_index_sequence<COUNT>());
+}
+
+/// Place I of the merged list, where the even places of both lists are merged already, and the odd ones.
+template <unsigned I, class V, unsigned NEVEN, unsigned NODD>
+HWY_INLINE V weave(const List<V, NEVEN>& rEven, const List<V, NODD>& rOdd) {
+    constexpr unsigned J = I / 2;
+    if constexpr (I % 2 == 0) {
+        if constexpr (J >= 1 && J <= NODD)
+            return hn::Max(rOdd.v[J - 1], rEven.v[J]);
+        else
+            return rEven.v[J];
+    } else {
+        if constexpr (J < NODD && J + 1 < NEVEN)
+            return hn::Min(rOdd.v[J], rEven.v[J + 1]);
+        else if constexpr (J < NODD)
+            return rOdd.v[J];
+        else
+            return rEven.v[J + 1];
+    }
+}
+template <class V, unsigned NEVEN, unsigned NODD, std::size_t... I>
+HWY_INLINE List<V, NEVEN + NODD> weave(const List<V, NEVEN>& rEven, const List<V, NODD>& rOdd,
+                                       std::index_sequence<I...>) {
+    return {{weave<I>(rEven, rOdd)...}};
+}
+
+template <class V, unsigned N, unsigned M>
+HWY_INLINE List<V, N + M> merge(const List<V, N>& a, const List<V, M>& b) {
+    if constexpr (N == 0) {
+        return b;
+    } else if constexpr (M == 0) {
+        return a;
+    } else if constexpr (N == 1 && M == 1) {
+        return {{hn::Min(a.v[0], b.v[0]), hn::Max(a.v[0], b.v[0])}};
+    } else {
+        return weave(merge(pick<0, 2, (N + 1) / 2>(a), pick<0, 2, (M + 1) / 2>(b)),
+                     merge(pick<1, 2, N / 2>(a), pick<1, 2, M / 2>(b)), std::make_index_sequence<N + M>());
+    }
+}
+
+template <class V, unsigned N>
+HWY_INLINE List<V, N> sort(const List<V, N>& r) {
+    if constexpr (N == 1)
+        return r;
+    else
+        return merge(sort(pick<0, 1, N / 2>(r)), sort(pick<N / 2, 1, N - N / 2>(r)));
+}
+
+// ---- Parts of the core, of which only some places are of use
+
+/// The core of windows of radius R.
+template <unsigned R>
+struct Core {
+    static constexpr unsigned K = 2 * R + 1;  // side of a window
+    static constexpr unsigned SIZE = K * (K - 1);
+    static constexpr unsigned LAST = K * K / 2;  // ranks that can be the median of a window
+    static constexpr unsigned FIRST = LAST - K;
+
+    /// Of nSize sorted samples of the core the first place of use: only SIZE - FIRST can be at rank FIRST or above.
+    static constexpr unsigned first(unsigned nSize) { return std::max(nSize, SIZE - FIRST) - (SIZE - FIRST); }
+    static constexpr unsigned count(unsigned nSize) { return std::min(nSize, LAST + 1) - first(nSize); }
+};
+
+/// The places of use of SIZE samples of the core.
+template <unsigned R, class V, unsigned SIZE>
+struct Part {
+    List<V, Core<R>::count(SIZE)> sList;
+};
+
+template <unsigned R, class V, unsigned N, unsigned M>
+HWY_INLINE Part<R, V, N + M> merge(const Part<R, V, N>& a, const Part<R, V, M>& b) {
+    using C = Core<R>;
+    // Samples dropped below take part as if they were smaller than all others.
+    return {pick<C::first(N + M) - C::first(N) - C::first(M), 1, C::count(N + M)>(merge(a.sList, b.sList))};
+}
+
+// ---- Buffers: place i of a list in row i, one element for each pixel of a block
+
+// The lists of a block stay in the first cache, so blocks are shorter where lists are long.
+constexpr std::size_t blockBytes(unsigned nRadius) {
+    return nRadius <= 2 ? 1024 : 384;
+}
+
+/// Memory that vectors can be stored to without crossing a cache line.
+struct alignas(64) CacheLine {
+    uint8_t aBytes[64];
+};
+
+template <unsigned COUNT, class D, class T, std::size_t... I>
+HWY_INLINE List<hn::Vec<D>, COUNT> loadList(D d, const T* p, std::size_t nStride, std::index_sequence<I...>) {
+    return {{hn::LoadU(d, p + I * nStride)...}};
+}
+template <unsigned COUNT, class D, class T>
+HWY_INLINE List<hn::Vec<D>, COUNT> loadList(D d, const T* p, std::size_t nStride) {
+    return loadList<COUNT>(d, p, nStride, std::make_index_sequence<COUNT>());
+}
+template <class D, class T, unsigned N, std::size_t... I>
+HWY_INLINE void storeList(D d, const List<hn::Vec<D>, N>& r, T* p, std::size_t nStride, std::index_sequence<I...>) {
+    (hn::StoreU(r.v[I], d, p + I * nStride), ...);
+}
+
+/// The steps for one radius and one type of sample.
+template <unsigned R, class T>
+class CNetwork {
+public:
+    static constexpr unsigned K = Core<R>::K;
+    static constexpr std::size_t BLOCK = blockBytes(R) / sizeof(T);
+    static constexpr bool HAS_QUADS = K >= 8;  // a window of fewer columns would use a pair of pairs once
+    static constexpr unsigned COLUMN = K - 1;
+
+    using D = hn::ScalableTag<T>;
+    using V = hn::Vec<D>;
+
+    CNetwork() : m_vWork(STRIDE_BYTES / 64 * (COLUMN * (HAS_QUADS ? 7 : 3) + 1)) {}
+
+    /// Medians of nPixels pixels, at most BLOCK, of two rows.
+    /// @param ppRows  K + 1 rows, each from R samples left of the first pixel on, with room for a vector after the
+    /// last.
+    HWY_NOINLINE void run(const T* const* ppRows, std::size_t nPixels, T* pUpper, T* pLower) {
+        const D d;
+        const std::size_t L = hn::Lanes(d);
+        for (std::size_t i = 0; i < nPixels + K - 1; i += L) {
+            List<V, COLUMN> sColumn = loadColumn(ppRows + 1, i, std::make_index_sequence<COLUMN>());
+            storeList(d, sort(sColumn), columns() + i, STRIDE, std::make_index_sequence<COLUMN>());
+        }
+        for (std::size_t i = 0; i < nPixels + K - 2; i += L) {
+            const auto sPair = merge(part<1>(i), part<1>(i + 1));
+            storeList(d, sPair.sList, pairs() + i, STRIDE, std::make_index_sequence<2 * COLUMN>());
+        }
+        if constexpr (HAS_QUADS) {
+            for (std::size_t i = 0; i < nPixels + K - 4; i += L) {
+                const auto sQuad = merge(part<2>(i), part<2>(i + 2));
+                storeList(d, sQuad.sList, quads() + i, STRIDE, std::make_index_sequence<4 * COLUMN>());
+            }
+        }
+        for (std::size_t i = 0; i < nPixels; i += L) {
+            const auto sCore = core<0>(i);
+            const std::size_t nLeft = nPixels - i;
+            storeSome(median(sCore.sList, sort(loadWindow(ppRows[0] + i))), pUpper + i, nLeft);
+            storeSome(median(sCore.sList, sort(loadWindow(ppRows[K] + i))), pLower + i, nLeft);
+        }
+    }
+
+private:
+    // Room for the window's width and a last vector.
+    static constexpr std::size_t STRIDE_BYTES = blockBytes(R) + 3 * 64;
+    static constexpr std::size_t STRIDE = STRIDE_BYTES / sizeof(T);
+
+    T* columns() { return reinterpret_cast<T*>(m_vWork.data()); }
+    T* pairs() { return columns() + COLUMN * STRIDE; }
+    T* quads() { return pairs() + 2 * COLUMN * STRIDE; }
+
+    template <std::size_t... I>
+    static HWY_INLINE List<V, COLUMN> loadColumn(const T* const* ppRows, std::size_t i, std::index_sequence<I...>) {
+        return {{hn::LoadU(D(), ppRows[I] + i)...}};
+    }
+    static HWY_INLINE List<V, K> loadWindow(const T* p) { return loadList<K>(D(), p, 1); }
+
+    /// The sorted samples of NCOLUMNS columns, the first of them i columns from the block's left.
+    template <unsigned NCOLUMNS>
+    HWY_INLINE Part<R, V, NCOLUMNS * COLUMN> part(std::size_t i) {
+        T* const pLists = NCOLUMNS == 1 ? columns() : NCOLUMNS == 2 ? pairs() : quads();
+        return {loadList<NCOLUMNS * COLUMN>(D(), pLists + i, STRIDE)};
+    }
+    /// The sorted samples of the window's columns from column FIRST on.
+    template <unsigned FIRST>
+    HWY_INLINE Part<R, V, (K - FIRST) * COLUMN> core(std::size_t i) {
+        constexpr unsigned LEFT = K - FIRST;
+        constexpr unsigned TAKE = LEFT >= 4 && HAS_QUADS ? 4 : LEFT >= 2 ? 2 : 1;
+        if constexpr (TAKE == LEFT)
+            return part<TAKE>(i + FIRST);
+        else
+            return merge(part<TAKE>(i + FIRST), core<FIRST + TAKE>(i));
+    }
+
+    template <std::size_t... I>
+    static HWY_INLINE V median(const List<V, K + 1>& rCore, const List<V, K>& rRow, std::index_sequence<I...>) {
+        V v = rCore.v[K];
+        ((v = hn::Min(v, hn::Max(rCore.v[I], rRow.v[K - 1 - I]))), ...);
+        return v;
+    }
+    static HWY_INLINE V median(const List<V, K + 1>& rCore, const List<V, K>& rRow) {
+        return median(rCore, rRow, std::make_index_sequence<K>());
+    }
+
+    static HWY_INLINE void storeSome(V v, T* p, std::size_t nLeft) {
+        const D d;
+        if (nLeft >= hn::Lanes(d)) {
+            hn::StoreU(v, d, p);
+        } else {
+            HWY_ALIGN T aLanes[hn::MaxLanes(d)];
+            hn::Store(v, d, aLanes);
+            std::memcpy(p, aLanes, nLeft * sizeof(T));
+        }
+    }
+
+    std::vector<CacheLine> m_vWork;
+};
+
+/// Rows of a plane with the border continued, of which as many are held as two rows of windows need.
+template <class T>
+class CPaddedRows {
+public:
+    /// @param[in] pIn  samples with the size of T; only their bytes are copied.
+    CPaddedRows(const PlaneSize& rSize, const void* pIn, unsigned nRadius)
+        : m_sSize(rSize),
+          m_pIn(static_cast<const uint8_t*>(pIn)),
+          m_nRadius(nRadius),
+          m_nRows(2 * nRadius + 2),
+          m_nStride(rSize.nWidth + 2 * nRadius + 128 / sizeof(T)),
+          m_vRows(m_nRows * m_nStride),
+          m_vpRows(m_nRows) {}
+
+    /// Copies row iRow - R of the plane, or the border row that is nearest to it, to the place of a row that lies too
+    /// far above.
+    void fetch(std::size_t iRow) {
+        const std::size_t iFrom = std::min(std::max(iRow, m_nRadius) - m_nRadius, m_sSize.nHeight - 1);
+        const std::size_t nBytes = m_sSize.nWidth * sizeof(T);
+        T* const pRow = place(iRow);
+        T* const pInside = pRow + m_nRadius;
+        std::memcpy(pInside, m_pIn + iFrom * nBytes, nBytes);
+        std::fill_n(pRow, m_nRadius, pInside[0]);
+        std::fill_n(pInside + m_sSize.nWidth, m_nRadius, pInside[m_sSize.nWidth - 1]);
+    }
+    /// The 2R + 2 rows from row iRow - R on, each from column iColumn - R on.
+    const T* const* rows(std::size_t iRow, std::size_t iColumn) {
+        for (std::size_t i = 0; i < m_nRows; ++i) m_vpRows[i] = place(iRow + i) + iColumn;
+        return m_vpRows.data();
+    }
+
+private:
+    T* place(std::size_t iRow) { return m_vRows.data() + iRow % m_nRows * m_nStride; }
+
+    PlaneSize m_sSize;
+    const uint8_t* m_pIn;
+    std::size_t m_nRadius;
+    std::size_t m_nRows;
+    std::size_t m_nStride;
+    std::vector<T> m_vRows;
+    std::vector<const T*> m_vpRows;
+};
+
+template <unsigned R, class T>
+void filter(const PlaneSize& rSize, const void* pIn, T* pOut) {
+    constexpr std::size_t BLOCK = CNetwork<R, T>::BLOCK;
+    CPaddedRows<T> oRows(rSize, pIn, R);
+    CNetwork<R, T> oNetwork;
+    std::vector<T> vNoRow(BLOCK);  // where the second row goes when there is none
+    for (std::size_t i = 0; i < 2 * R; ++i) oRows.fetch(i);
+    for (std::size_t iY = 0; iY < rSize.nHeight; iY += 2) {
+        oRows.fetch(iY + 2 * R);
+        oRows.fetch(iY + 2 * R + 1);
+        for (std::size_t iX = 0; iX < rSize.nWidth; iX += BLOCK) {
+            T* const pUpper = pOut + iY * rSize.nWidth + iX;
+            T* const pLower = iY + 1 < rSize.nHeight ? pUpper + rSize.nWidth : vNoRow.data();
+            oNetwork.run(oRows.rows(iY, iX), std::min(BLOCK, rSize.nWidth - iX), pUpper, pLower);
+        }
+    }
+}
+
+template <class T>
+void filter(const PlaneSize& rSize, const void* pIn, unsigned nRadius, T* pOut) {
+    switch (nRadius) {
+        case 1:
+            return filter<1, T>(rSize, pIn, pOut);
+        case 2:
+            return filter<2, T>(rSize, pIn, pOut);
+        case 3:
+            return filter<3, T>(rSize, pIn, pOut);
+        case 4:
+            return filter<4, T>(rSize, pIn, pOut);
+        default:
+            return filter<5, T>(rSize, pIn, pOut);
+    }
+}
+
+void filterU16(const PlaneSize& rSize, const uint16_t* pIn, unsigned nRadius, uint16_t* pOut) {
+    filter(rSize, pIn, nRadius, pOut);
+}
+void filterF32(const PlaneSize& rSize, const float* pIn, unsigned nRadius, float* pOut) {
+    filter(rSize, pIn, nRadius, reinterpret_cast<int32_t*>(pOut));
+}
+
+}  // namespace
+}  // namespace HWY_NAMESPACE
+}  // namespace StandIn
+}  // namespace XAPEL2
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace XAPEL2 {
+namespace StandIn {
+
+HWY_EXPORT(filterU16);
+HWY_EXPORT(filterF32);
+
+void medianByNetwork(const PlaneSize& rSize, const uint16_t* pIn, unsigned nRadius, uint16_t* pOut) {
+    HWY_DYNAMIC_DISPATCH(filterU16)(rSize, pIn, nRadius, pOut);
+}
+void medianByNetwork(const PlaneSize& rSize, const float* pIn, unsigned nRadius, float* pOut) {
+    HWY_DYNAMIC_DISPATCH(filterF32)(rSize, pIn, nRadius, pOut);
+}
+
+}  // namespace StandIn
+}  // namespace XAPEL2
+#endif

@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Median of small windows by networks of minima and maxima.
+
+#pragma once
+
+#include "PlaneFilter.h"
+
+namespace XAPEL2 {
+namespace StandIn {
+
+/// What medianFilter promises, for radii from 1 to NETWORK_RADIUS_MAX.
+void medianByNetwork(const PlaneSize& rSize, const uint16_t* pIn, unsigned nRadius, uint16_t* pOut);
+void medianByNetwork(const PlaneSize& rSize, const float* pIn, unsigned nRadius, float* pOut);
+
+}  // namespace StandIn
+}  // namespace XAPEL2

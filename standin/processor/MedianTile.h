@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Median of the windows of a tile by histograms.
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace XAPEL2 {
+namespace StandIn {
+
+/// Keys of a part of a plane and of a border of R samples on each side of it.
+struct Tile {
+    std::size_t nColumns = 0;  // with the border, so more than 2R
+    std::size_t nRows = 0;
+    std::vector<uint16_t> vKeys;  // row by row
+    uint16_t uLargest = 0;        // no key is larger; fewer keys take less memory
+};
+
+/// Bins on their way through the cache.
+struct alignas(64) CacheLine {
+    uint8_t aBytes[64] = {};
+};
+
+/// Bins of the levels, kept from tile to tile so that they are allocated once.
+struct TileMemory {
+    struct Level {
+        std::vector<CacheLine> vColumns;  // by bucket, column, bin; all 0 between tiles
+        std::vector<CacheLine> vWindow;   // by bucket, bin
+        std::vector<uint32_t> vMadeAt;    // by bucket
+    };
+    Level aLevels[3];
+};
+
+/// Writes the median of each window of the tile, row by row.
+/// @throws std::bad_alloc  the memory may have grown.
+void medianOfTile(const Tile& rTile, unsigned nRadius, TileMemory& rMemory, uint16_t* pOut);
+
+}  // namespace StandIn
+}  // namespace XAPEL2
