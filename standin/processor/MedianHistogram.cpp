@@ -3,7 +3,8 @@
 // Median of large windows by histograms.
 //
 // The plane is filtered in tiles. 16-bit samples less the smallest one of the plane are keys as they are. Floats are
-// replaced by their ranks among the values of the tile and its border, of which there are fewer than 2^16.
+// replaced by their ranks in the tile and its border, of which there are at most 2^16; equal floats have ranks of their
+// own.
 
 #include "MedianHistogram.h"
 
@@ -24,7 +25,7 @@ constexpr std::size_t TILE_WIDTH = 128;
 // The border's rows above and below a tile enter the columns once more, so tiles are high where they may be.
 constexpr std::size_t TILE_HEIGHT = 1024;
 constexpr std::size_t RANKED_HEIGHT = 128;
-static_assert((TILE_WIDTH + 62) * (RANKED_HEIGHT + 62) <= 65536, "the ranks of a tile are 16-bit keys");
+static_assert(TILE_WIDTH + 62 <= Tile::SIDE_MAX && RANKED_HEIGHT + 62 <= Tile::SIDE_MAX, "ranks fit 16 bits");
 
 /// Calls fn(first column, first row, columns, rows) for each tile.
 template <class F>
@@ -57,7 +58,7 @@ void copyBordered(const PlaneSize& rSize, const T* pIn, std::size_t iX, std::siz
 /// Ranks of floats that are not negative: their bits, sorted by radix.
 class CRanks {
 public:
-    /// Replaces the values by their ranks in the tile's keys.
+    /// Makes the keys and places of a tile from its values.
     void rank(const std::vector<float>& rValues, Tile& rTile) {
         const std::size_t n = rValues.size();
         m_vSorted.resize(n);
@@ -65,21 +66,25 @@ public:
         for (std::size_t i = 0; i < n; ++i) {
             const float fValue = rValues[i] + 0.0F;  // no negative zero, whose bits are not in order
             std::memcpy(&m_vSorted[i].uBits, &fValue, sizeof fValue);
-            m_vSorted[i].iPlace = static_cast<uint16_t>(i);
+            m_vSorted[i].iColumn = static_cast<uint8_t>(i % rTile.nColumns);
+            m_vSorted[i].iRow = static_cast<uint8_t>(i / rTile.nColumns);
         }
         for (unsigned nShift = 0; nShift < 32; nShift += DIGIT_BITS) sortByDigit(nShift);
+        const std::size_t nFull = (n + Tile::PLACES_AT_ONCE - 1) / Tile::PLACES_AT_ONCE * Tile::PLACES_AT_ONCE;
         rTile.vKeys.resize(n);
-        m_vValues.clear();
+        rTile.vColumnOf.resize(nFull);
+        rTile.vRowOf.resize(nFull);
+        rTile.uLargest = static_cast<uint16_t>(n - 1);
         for (std::size_t i = 0; i < n; ++i) {
-            if (i == 0 || m_vSorted[i].uBits != m_vSorted[i - 1].uBits)
-                m_vValues.push_back(m_vSorted[i].uBits);
-            rTile.vKeys[m_vSorted[i].iPlace] = static_cast<uint16_t>(m_vValues.size() - 1);
+            const Value& rValue = m_vSorted[i];
+            rTile.vKeys[rValue.iRow * rTile.nColumns + rValue.iColumn] = static_cast<uint16_t>(i);
+            rTile.vColumnOf[i] = rValue.iColumn;
+            rTile.vRowOf[i] = rValue.iRow;
         }
-        rTile.uLargest = static_cast<uint16_t>(m_vValues.size() - 1);
     }
     float value(uint16_t uRank) const {
         float fValue = 0.0F;
-        std::memcpy(&fValue, &m_vValues[uRank], sizeof fValue);
+        std::memcpy(&fValue, &m_vSorted[uRank].uBits, sizeof fValue);
         return fValue;
     }
 
@@ -87,7 +92,8 @@ private:
     static constexpr unsigned DIGIT_BITS = 11;
     struct Value {
         uint32_t uBits;
-        uint16_t iPlace;
+        uint8_t iColumn;
+        uint8_t iRow;
     };
 
     void sortByDigit(unsigned nShift) {
@@ -104,7 +110,6 @@ private:
 
     std::vector<Value> m_vSorted;
     std::vector<Value> m_vOther;
-    std::vector<uint32_t> m_vValues;  // bits of each value, by rank
 };
 
 }  // namespace

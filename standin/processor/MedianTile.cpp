@@ -9,6 +9,8 @@
 //
 // - Keys have up to 16 bits, so there are three levels. The upper 5 bits choose a bin of the first level; each of its
 //   bins is a bucket of the second, with bins by the next 5 bits, and each of those one of the third, by the lower 6.
+// - Where keys are ranks, no two the same, the third level needs no histogram: a bucket of 64 keys is 64 samples whose
+//   places are known. Those that lie in the window are found by comparing their places with its sides.
 // - The bins of a window are kept for the buckets that medians were found in. A bucket that comes up again is brought
 // up
 //   to date by the columns in between, or made anew from all, whichever is less.
@@ -19,6 +21,7 @@
 #include "MedianTile.h"
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 #define HWY_DISABLED_TARGETS (HWY_SSSE3 | HWY_AVX3_DL)
@@ -58,6 +61,7 @@ public:
     static std::size_t bucket(std::size_t uKey) { return uKey >> (BITS + LOWER_BITS); }
     static std::size_t bin(std::size_t uKey) { return uKey >> LOWER_BITS & (BINS - 1); }
 
+    static void beginRow(std::size_t) {}
     HWY_INLINE void enter(std::size_t iColumn, std::size_t uKey) {
         change(column(bucket(uKey), iColumn), steps(bin(uKey)), steps(BINS));
     }
@@ -150,6 +154,50 @@ private:
     uint32_t* m_pMadeAt = nullptr;  // uAt of the bins of the window, by bucket
 };
 
+/// The third level for ranks.
+class CPlaces {
+public:
+    static constexpr std::size_t BINS = Tile::PLACES_AT_ONCE;
+
+    CPlaces(TileMemory::Level&, const Tile& rTile, std::size_t nSide) : m_rTile(rTile), m_nSide(nSide) {}
+
+    void beginRow(std::size_t iRow) { m_iRow = iRow; }
+    void enter(std::size_t, std::size_t) {}
+    void leave(std::size_t, std::size_t) {}
+
+    std::size_t find(std::size_t iBucket, std::size_t iFirst, uint32_t, std::size_t nSmaller) const {
+        uint64_t uInWindow = inWindow(iBucket * BINS, iFirst);
+        for (; nSmaller != 0; --nSmaller) uInWindow &= uInWindow - 1;
+        return hwy::Num0BitsBelowLS1Bit_Nonzero64(uInWindow);
+    }
+
+private:
+    /// Which of the samples from uRank on lie in the window that begins at the column.
+    HWY_INLINE uint64_t inWindow(std::size_t uRank, std::size_t iColumn) const {
+        const hn::CappedTag<uint8_t, BINS> d;
+        const auto vSide = hn::Set(d, static_cast<uint8_t>(m_nSide));
+        const auto vColumn = hn::Set(d, static_cast<uint8_t>(iColumn));
+        const auto vRow = hn::Set(d, static_cast<uint8_t>(m_iRow));
+        uint64_t uBits = 0;
+        for (std::size_t i = 0; i < BINS; i += hn::Lanes(d)) {
+            // What lies before the window wraps around and is at least as far away as what lies behind it.
+            const auto vX = hn::Sub(hn::LoadU(d, &m_rTile.vColumnOf[uRank + i]), vColumn);
+            const auto vY = hn::Sub(hn::LoadU(d, &m_rTile.vRowOf[uRank + i]), vRow);
+            uint8_t aBytes[8] = {};
+            hn::StoreMaskBits(d, hn::And(hn::Lt(vX, vSide), hn::Lt(vY, vSide)), aBytes);
+            uint64_t uLanes = 0;
+            std::memcpy(&uLanes, aBytes, sizeof uLanes);
+            uBits |= uLanes << i;
+        }
+        return uBits;
+    }
+
+    const Tile& m_rTile;
+    std::size_t m_nSide;
+    std::size_t m_iRow = 0;  // first row of the window
+};
+
+template <class THIRD>
 class CHistograms {
 public:
     CHistograms(const Tile& rTile, unsigned nRadius, TileMemory& rMemory)
@@ -165,7 +213,7 @@ public:
                 leave(i - m_nSide);
             enter(i);
             if (i + 1 >= m_nSide)
-                pOut = findMedians(pOut);
+                pOut = findMedians(i + 1 - m_nSide, pOut);
         }
         // Leaves the columns empty for the next tile.
         for (std::size_t i = m_rTile.nRows - m_nSide; i < m_rTile.nRows; ++i) leave(i);
@@ -189,7 +237,8 @@ private:
         }
     }
 
-    uint16_t* findMedians(uint16_t* pOut) {
+    uint16_t* findMedians(std::size_t iRow, uint16_t* pOut) {
+        m_oThird.beginRow(iRow);
         m_uAt += 2 * SIDE_MAX;
         for (std::size_t i = 0; i + m_nSide <= m_rTile.nColumns; ++i, ++m_uAt) {
             std::size_t nSmaller = m_nSide * m_nSide / 2;  // samples of the window before its median
@@ -209,11 +258,14 @@ private:
     uint32_t m_uAt = 0;
     CLevel<5, 11> m_oFirst;
     CLevel<5, 6> m_oSecond;
-    CLevel<6, 0> m_oThird;
+    THIRD m_oThird;
 };
 
 void filterTile(const Tile& rTile, unsigned nRadius, TileMemory& rMemory, uint16_t* pOut) {
-    CHistograms(rTile, nRadius, rMemory).run(pOut);
+    if (rTile.vColumnOf.empty())
+        CHistograms<CLevel<6, 0>>(rTile, nRadius, rMemory).run(pOut);
+    else
+        CHistograms<CPlaces>(rTile, nRadius, rMemory).run(pOut);
 }
 
 }  // namespace

@@ -17,6 +17,13 @@ struct Tile {
     std::size_t nRows = 0;
     std::vector<uint16_t> vKeys;  // row by row
     uint16_t uLargest = 0;        // no key is larger; fewer keys take less memory
+
+    /// Where each key lies, by key, if keys are ranks and no two the same; else empty. Columns and rows are less than
+    /// SIDE_MAX then, and the lists filled up to a multiple of PLACES_AT_ONCE.
+    std::vector<uint8_t> vColumnOf;
+    std::vector<uint8_t> vRowOf;
+    static constexpr std::size_t SIDE_MAX = 256;
+    static constexpr std::size_t PLACES_AT_ONCE = 64;
 };
 
 /// Bins on their way through the cache.
