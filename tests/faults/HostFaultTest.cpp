@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <memory>
-#include <numeric>
+#include <set>
 
 #include "xapel2/XapelExceptions.h"
 #include "xapel2_ext_sc.h"
@@ -19,6 +19,7 @@ namespace {
 
 using namespace XAPEL2::StandIn;
 using XAPEL2::Ext::Sc::Shading;
+using XapelTest::CHookCaller;
 using XapelTest::CPlain;
 using XapelTest::eventually;
 using XapelTest::ready;
@@ -27,12 +28,6 @@ typedef std::vector<uint8_t> Image;
 
 class HostFaults : public XapelTest::StreamFixture {
 protected:
-    uint64_t streamNumber(int iInfoCmd) {
-        uint64_t nValue = 0;
-        unsigned long long nSize = sizeof(nValue);
-        EXPECT_EQ(getStreamInfo(m_pStream, iInfoCmd, nullptr, &nValue, &nSize), 0);
-        return nValue;
-    }
     void addBuffer() {
         BufferHandle hBuffer = nullptr;
         ASSERT_EQ(allocAndAnnounceBuffer(m_pStream, payloadSize(m_pStream), &hBuffer), 0);
@@ -84,16 +79,6 @@ TEST_F(HostFaults, BadBuffersStayAsTheyAreAmongCorrectedOnes) {
         EXPECT_EQ(XapelTest::traceTexts(2), std::vector<std::string>(4, strInvalid));
         stopAcquisition(m_pStream);
     }
-    // A host without a query function, for one buffer.
-    Control::setBufferFaults(nullptr);
-    ASSERT_EQ(startAcquisition(m_pStream), 0);
-    for (const auto eOp : {Control::eGetBufferInfoFunc, Control::eGetPixelFormatFunc}) {
-        Control::recordTraces(true);
-        Control::inject({eOp, Control::eRefuse});
-        EXPECT_EQ(fnNext(), pattern);
-        EXPECT_EQ(fnNext(), flat);
-        EXPECT_EQ(XapelTest::traceTexts(2), std::vector<std::string>{strInvalid});
-    }
 }
 
 TEST_F(HostFaults, WeakerCancelsCostTimeButNoFrame) {
@@ -144,15 +129,11 @@ TEST_F(HostFaults, WeakerCancelsCostTimeButNoFrame) {
         std::vector<std::string> log;
         XapelTest::CSpy spy(m_pDevice, "spy", log, {0, true});
         spy.registerParticipant();
-        std::atomic<bool> bInside{false}, bGoOn{false};
-        spy.m_fnNote = [&] {
-            if (!bInside.exchange(true))
-                eventually([&] { return bGoOn.load(); });
-        };
+        XapelTest::HeldCall held(spy);
         auto early = std::async(std::launch::async, [&] { return fetch(TIMEOUT_INFINITE); });
-        ASSERT_TRUE(eventually([&] { return bInside.load(); }));
+        ASSERT_TRUE(held.waitUntilHeld());
         auto change = fnChange();
-        bGoOn = true;
+        held.release();
         if (!rRow.bSticks)
             addBuffer();
         EXPECT_TRUE(ready(change));
@@ -169,19 +150,19 @@ TEST_F(HostFaults, WeakerCancelsCostTimeButNoFrame) {
 }
 
 void everyOperation(Shading& rShading, bool bDeviceGone) {
-    const std::function<void()> operations[] = {[&] { rShading.ReferenceStart(false); },
-                                                [&] { rShading.ReferenceEnd("/no/folder/file"); },
-                                                [&] { rShading.ReferenceLoad(true, "/no/folder/file"); },
-                                                [&] { rShading.ReferenceClear(); },
-                                                [&] { rShading.SetFilter(Shading::eBoxFilter, true, 1); },
-                                                [&] { rShading.GetFilterMax(Shading::eBoxFilter, true); },
-                                                [&] { rShading.SetEnable(true); }};
-    for (const auto& rOperation : operations) {
+    const auto fnTry = [](const auto& fnOperation) {
         try {
-            rOperation();
+            fnOperation();
         } catch (const XAPEL2::Exceptions::IException&) {
         }
-    }
+    };
+    fnTry([&] { rShading.ReferenceStart(false); });
+    fnTry([&] { rShading.ReferenceEnd("/no/folder/file"); });
+    fnTry([&] { rShading.ReferenceLoad(true, "/no/folder/file"); });
+    fnTry([&] { rShading.ReferenceClear(); });
+    fnTry([&] { rShading.SetFilter(Shading::eBoxFilter, true, 1); });
+    fnTry([&] { rShading.GetFilterMax(Shading::eBoxFilter, true); });
+    fnTry([&] { rShading.SetEnable(true); });
     if (bDeviceGone) {
         EXPECT_THROW(rShading.ReferenceApply(), XAPEL2::Exceptions::Xapel_ObjectInvalidException);
     }
@@ -235,45 +216,61 @@ TEST_F(HostFaults, StreamDeviceAndFacadeMayGoInAnyOrder) {
     } while (std::next_permutation(strOrder.begin(), strOrder.end()));
 }
 
-TEST_F(HostFaults, StreamIsOpenedAgainWhileTheLastFacadeGoes) {
-    for (int iRound = 0; iRound < 400; ++iRound) {
-        auto pShading = std::make_unique<Shading>(m_pDevice);
-        pShading->SetEnable(true);
-        std::atomic<int> nReady{0};
-        const auto fnMeet = [&] {
-            ++nReady;
-            while (nReady < 2) xapelSpinPause();
-        };
-        auto reopened = std::async(std::launch::async, [&] {
-            fnMeet();
-            closeDataStream(m_pDevice, m_pStream);
-            return openDataStream(m_pDevice, m_pStream);
-        });
-        fnMeet();
-        for (int i = 0; i < iRound; ++i) xapelSpinPause();  // meets another moment each time
-        pShading.reset();
-        EXPECT_EQ(reopened.get(), 0);
-        ASSERT_EQ(Control::liveHooks(), 0U);
+TEST_F(HostFaults, EndOfTheHubWaitsForACallInside) {
+    auto pHub = std::make_unique<CXapelBypassDevice>(m_pDevice);
+    void* const pContext = pHub.get();
+    XapelPinWord& rPins = xapelSlotPinWord(pContext);
+    EXPECT_EQ(rPins.load(), 1U);
+    auto pPin = std::make_unique<CXapelHubPin>(pContext);
+    EXPECT_TRUE(pPin->isAlive());
+    auto end = std::async(std::launch::async, [&] { pHub.reset(); });
+    EXPECT_TRUE(eventually([&] { return (rPins.load() & 1) == 0; }));
+    EXPECT_FALSE(ready(end, 30));
+    EXPECT_FALSE(CXapelHubPin(pContext).isAlive());
+    pPin.reset();
+    EXPECT_TRUE(ready(end));
+}
+
+TEST_F(HostFaults, EndCancelsOnceAndACallAtTheGateFindsNoFunctions) {
+    startStream(0);
+    auto pParticipant = std::make_unique<CPlain>(m_pDevice);
+    const CHookCaller hooks;
+    Control::setCancelMode(Control::eIgnored);
+    auto blocked = std::async(std::launch::async, [this] { return fetch(200); });
+    ASSERT_TRUE(Control::waitForBlockedFetches(m_pStream, 1, XapelTest::DEADLINE_MS));
+    auto end = std::async(std::launch::async, [&] { pParticipant.reset(); });
+    EXPECT_TRUE(eventually([] { return Control::calls(Control::eHostCancel) == 1; }));
+    // The end holds the gate until the fetch has timed out; this one waits before the gate meanwhile.
+    void* pBuffer = nullptr;
+    EXPECT_EQ(hooks.fetch(&pBuffer, 0), GC_ERR_NOT_INITIALIZED);
+    EXPECT_TRUE(ready(end));
+    EXPECT_EQ(blocked.get(), GC_ERR_TIMEOUT);
+    EXPECT_EQ(Control::calls(Control::eHostCancel), 1U);
+}
+
+TEST_F(HostFaults, SlotsAreUsedAgainAfterOthersHaveRested) {
+    constexpr size_t LIVES = 300;
+    std::set<void*> contexts;
+    for (size_t i = 0; i < LIVES; ++i) {
+        CXapelBypass participant(m_pDevice);
+        contexts.insert(Control::hookContexts().at(0));
+        EXPECT_GE(contexts.size(), std::min(i + 1, XAPEL_SLOTS_RETIRED_MIN));
     }
+    EXPECT_LT(contexts.size(), LIVES);
 }
 
 TEST_F(HostFaults, HeldCallMeetsNoHubOrTheNextOneOfItsSlot) {
     XAPEL2::Device* const pOther = openDevice("sim:8?width=64&height=48&format=Mono8");
     startStream();
-    const auto fnCall = [this](Control::eHook eKind) -> int {
-        switch (eKind) {
-            case Control::eHookFetch:
-                return fetch(50);
-            case Control::eHookCancel:
-                return cancelGetFilledBuffer(m_pStream);
-            case Control::eHookInfo:
-                return streamNumber(STREAM_INFO_NUM_ANNOUNCED) == 4 ? 0 : -1;
-            case Control::eHookClose:
-                return closeDataStream(m_pDevice, m_pStream);
-            default:
-                return openDataStream(m_pDevice, m_pStream);
-        }
+    const auto fnInfo = [this] {
+        uint64_t nValue = 0;
+        unsigned long long nSize = sizeof(nValue);
+        const int iResult = getStreamInfo(m_pStream, STREAM_INFO_NUM_ANNOUNCED, nullptr, &nValue, &nSize);
+        return nValue == 4 ? iResult : -1;
     };
+    const std::function<int()> calls[] = {[&] { return fetch(50); }, [&] { return cancelGetFilledBuffer(m_pStream); },
+                                          fnInfo, [&] { return closeDataStream(m_pDevice, m_pStream); },
+                                          [&] { return openDataStream(m_pDevice, m_pStream); }};
     XAPEL2::Device* const next[] = {nullptr, m_pDevice, pOther};  // whose hub stands in the slot then
     for (XAPEL2::Device* const pNext : next) {
         for (const auto eKind :
@@ -284,7 +281,7 @@ TEST_F(HostFaults, HeldCallMeetsNoHubOrTheNextOneOfItsSlot) {
             if (eKind == Control::eHookOpen)
                 closeDataStream(m_pDevice, m_pStream);
             Control::HookHold hold(eKind);
-            auto call = std::async(std::launch::async, [&] { return fnCall(eKind); });
+            auto call = std::async(std::launch::async, calls[eKind]);
             ASSERT_TRUE(hold.waitUntilHeld(XapelTest::DEADLINE_MS));
             pHub.reset();
             for (size_t i = 0; pNext != nullptr && i < 2 * XAPEL_SLOTS_RETIRED_MIN; ++i) {

@@ -79,8 +79,8 @@ protected:
     }
 
     /// A fetch on another thread that is blocked in the host: there is no frame. End it with a cancel.
-    std::future<int> blockedFetch(unsigned nBlocked = 1) {
-        auto result = std::async(std::launch::async, [this] { return fetch(XAPEL2::StandIn::TIMEOUT_INFINITE); });
+    std::future<int> blockedFetch(unsigned nBlocked = 1, unsigned long long iTimeoutMs = DEADLINE_MS) {
+        auto result = std::async(std::launch::async, [=] { return fetch(iTimeoutMs); });
         EXPECT_TRUE(XAPEL2::StandIn::Control::waitForBlockedFetches(m_pStream, nBlocked, DEADLINE_MS));
         return result;
     }
@@ -97,6 +97,14 @@ inline std::vector<std::string> traceTexts(int32_t iLevel) {
         if (rLine.iLevel == iLevel)
             texts.push_back(rLine.strText);
     }
+    return texts;
+}
+
+/// The recorded node accesses, "node operation value" each.
+inline std::vector<std::string> nodeTexts() {
+    std::vector<std::string> texts;
+    for (const auto& rAccess : XAPEL2::StandIn::Control::nodeAccesses())
+        texts.push_back(rAccess.strNode + " " + rAccess.strOperation + " " + rAccess.strValue);
     return texts;
 }
 

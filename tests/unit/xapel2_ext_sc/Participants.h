@@ -4,15 +4,19 @@
 
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <string>
 #include <vector>
 
 #include "xapel2_standin/Control.h"
 
+#include "StreamFixture.h"
 #include "XapelBypass.h"
 
 namespace XapelTest {
+
+namespace Control = XAPEL2::StandIn::Control;
 
 /// What a participant answers to every call.
 struct Answer {
@@ -65,67 +69,57 @@ private:
     Answer m_Answer;
 };
 
+/// Holds the first call that asks a participant until it is released or gone; later ones pass. It outlives that call.
+class HeldCall {
+public:
+    explicit HeldCall(CSpy& rSpy) {
+        rSpy.m_fnNote = [this] {
+            if (!m_bInside.exchange(true))
+                eventually([this] { return m_bGoOn.load(); });
+        };
+    }
+    bool waitUntilHeld() const {
+        return eventually([this] { return m_bInside.load(); });
+    }
+    void release() { m_bGoOn = true; }
+
+private:
+    std::atomic<bool> m_bInside{false}, m_bGoOn{false};
+};
+
 /// Calls the library's hooks with one context, as a host that has looked them up would. Stays usable after the hooks
 /// have been removed.
 class CHookCaller {
 public:
+    /// With the hooks that stand now, of one hub.
     CHookCaller() {
-        for (const auto& rHook : XAPEL2::StandIn::Control::registeredHooks()) {
-            m_apfnHooks[rHook.eKind] = rHook.pfnHook;
-            m_pContext = rHook.pContext;
-        }
+        for (const auto& rHook : Control::registeredHooks()) add(rHook);
     }
+    explicit CHookCaller(const Control::RegisteredHook& rHook) { add(rHook); }
 
-    explicit CHookCaller(const XAPEL2::StandIn::Control::RegisteredHook& rHook) : m_pContext(rHook.pContext) {
-        m_apfnHooks[rHook.eKind] = rHook.pfnHook;
-    }
-
-    /// The hook of this kind, called as for the stream.
-    int call(XAPEL2::StandIn::Control::eHook eKind, XAPEL2::DataStream* pStream) const {
-        using namespace XAPEL2::StandIn;
-        void* pBuffer = nullptr;
-        switch (eKind) {
-            case Control::eHookFetch:
-                return fetch(&pBuffer, 0);
-            case Control::eHookCancel:
-                return cancel();
-            case Control::eHookInfo:
-                return info();
-            case Control::eHookClose:
-                return close(pStream);
-            default:
-                return open();
-        }
-    }
     int fetch(void** ppBuffer, unsigned long long iTimeout = 5000) const {
-        return hook<DataStreamGetFilledBufferFunc>(XAPEL2::StandIn::Control::eHookFetch)(ppBuffer, iTimeout,
-                                                                                         m_pContext);
+        return hook<DataStreamGetFilledBufferFunc>(Control::eHookFetch)(ppBuffer, iTimeout, m_pContext);
     }
-    int cancel() const {
-        return hook<DataStreamCancelGetFilledBufferFunc>(XAPEL2::StandIn::Control::eHookCancel)(m_pContext);
-    }
-    int info(int iInfoCmd, int* piType, void* pValue, unsigned long long* piSize) const {
-        return hook<DataStreamGetInfoFunc>(XAPEL2::StandIn::Control::eHookInfo)(iInfoCmd, piType, pValue, piSize,
-                                                                                m_pContext);
-    }
-    int info() const {
+    int cancel() const { return hook<DataStreamCancelGetFilledBufferFunc>(Control::eHookCancel)(m_pContext); }
+    int info(bool bPlaceForValue = true) const {
         int iType = 0;
         uint64_t nValue = 0;
         unsigned long long nSize = sizeof(nValue);
-        return info(1, &iType, &nValue, &nSize);
+        return hook<DataStreamGetInfoFunc>(Control::eHookInfo)(1, &iType, bPlaceForValue ? &nValue : nullptr,
+                                                               bPlaceForValue ? &nSize : nullptr, m_pContext);
     }
-    int close(void* pStream) const {
-        return hook<DeviceCloseDataStreamFunc>(XAPEL2::StandIn::Control::eHookClose)(pStream, m_pContext);
-    }
-    int open() const {
-        return hook<DeviceOpenDataStreamFunc>(XAPEL2::StandIn::Control::eHookOpen)(nullptr, m_pContext);
-    }
+    int close(void* pStream) const { return hook<DeviceCloseDataStreamFunc>(Control::eHookClose)(pStream, m_pContext); }
+    int open() const { return hook<DeviceOpenDataStreamFunc>(Control::eHookOpen)(nullptr, m_pContext); }
 
     void* m_pContext = nullptr;
 
 private:
+    void add(const Control::RegisteredHook& rHook) {
+        m_apfnHooks[rHook.eKind] = rHook.pfnHook;
+        m_pContext = rHook.pContext;
+    }
     template <typename Func>
-    Func hook(XAPEL2::StandIn::Control::eHook eKind) const {
+    Func hook(Control::eHook eKind) const {
         return reinterpret_cast<Func>(m_apfnHooks[eKind]);
     }
 
