@@ -26,14 +26,7 @@ using XapelTest::ready;
 
 typedef std::vector<uint8_t> Image;
 
-class HostFaults : public XapelTest::StreamFixture {
-protected:
-    void addBuffer() {
-        BufferHandle hBuffer = nullptr;
-        ASSERT_EQ(allocAndAnnounceBuffer(m_pStream, payloadSize(m_pStream), &hBuffer), 0);
-        ASSERT_EQ(queueBuffer(m_pStream, hBuffer), 0);
-    }
-};
+class HostFaults : public XapelTest::StreamFixture {};
 
 TEST_F(HostFaults, BadBuffersStayAsTheyAreAmongCorrectedOnes) {
     const XAPEL2::Test::CTemporaryFolder folder;
@@ -116,7 +109,7 @@ TEST_F(HostFaults, WeakerCancelsCostTimeButNoFrame) {
             }
             auto change = fnChange();
             EXPECT_TRUE(!bFrame || rRow.nEnded == 2 || !ready(change, 30));  // it waits for whoever the cancel left
-            for (unsigned i = rRow.nEnded; bFrame && i < 2; ++i) addBuffer();
+            for (unsigned i = rRow.nEnded; bFrame && i < 2; ++i) queueBuffers(1);
             EXPECT_TRUE(ready(change));
             std::vector<int> results;
             for (auto& rFetch : fetches) results.push_back(rFetch.get());
@@ -135,7 +128,7 @@ TEST_F(HostFaults, WeakerCancelsCostTimeButNoFrame) {
         auto change = fnChange();
         held.release();
         if (!rRow.bSticks)
-            addBuffer();
+            queueBuffers(1);
         EXPECT_TRUE(ready(change));
         // The cancel has been called, but may have met the fetch after all; then the frame waits for the next one.
         const int iEarly = early.get();

@@ -23,11 +23,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string content(const std::string& strFile) {
-    std::ifstream oIn(strFile, std::ios::binary);
-    return {std::istreambuf_iterator<char>(oIn), std::istreambuf_iterator<char>()};
-}
-
 /// One system call of a traced save.
 struct SystemCall {
     std::string strName;

@@ -55,17 +55,24 @@ protected:
         EXPECT_EQ(XAPEL2::StandIn::Control::liveHooks(), 0U);
     }
 
+    /// Announces and queues buffers of the payload's size.
+    std::vector<XAPEL2::StandIn::BufferHandle> queueBuffers(unsigned nBuffers) {
+        using namespace XAPEL2::StandIn;
+        std::vector<BufferHandle> buffers(nBuffers);
+        for (BufferHandle& rBuffer : buffers) {
+            EXPECT_EQ(allocAndAnnounceBuffer(m_pStream, payloadSize(m_pStream), &rBuffer), 0);
+            EXPECT_EQ(queueBuffer(m_pStream, rBuffer), 0);
+        }
+        return buffers;
+    }
+
     /// Opens the stream if it is closed, queues buffers and starts the camera.
     void startStream(unsigned nBuffers = 4, uint64_t nFrames = ~0ULL) {
         using namespace XAPEL2::StandIn;
         if (!m_pStream->IsOpen()) {
             ASSERT_EQ(openDataStream(m_pDevice, m_pStream), 0);
         }
-        for (unsigned i = 0; i < nBuffers; ++i) {
-            BufferHandle hBuffer = nullptr;
-            ASSERT_EQ(allocAndAnnounceBuffer(m_pStream, payloadSize(m_pStream), &hBuffer), 0);
-            ASSERT_EQ(queueBuffer(m_pStream, hBuffer), 0);
-        }
+        queueBuffers(nBuffers);
         ASSERT_EQ(startAcquisition(m_pStream, nFrames), 0);
     }
 
@@ -83,6 +90,13 @@ protected:
         auto result = std::async(std::launch::async, [=] { return fetch(iTimeoutMs); });
         EXPECT_TRUE(XAPEL2::StandIn::Control::waitForBlockedFetches(m_pStream, nBlocked, DEADLINE_MS));
         return result;
+    }
+
+    uint64_t streamNumber(int iInfoCmd) {
+        uint64_t nValue = 0;
+        unsigned long long nSize = sizeof(nValue);
+        EXPECT_EQ(XAPEL2::StandIn::getStreamInfo(m_pStream, iInfoCmd, nullptr, &nValue, &nSize), 0);
+        return nValue;
     }
 
     std::string m_strId;

@@ -4,8 +4,11 @@
 
 #pragma once
 
+#include <cstdlib>
 #include <filesystem>
+#include <stdexcept>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace XAPEL2 {
@@ -15,8 +18,16 @@ namespace Test {
 class CTemporaryFolder {
 public:
     /// @throws std::runtime_error  it cannot be made.
-    CTemporaryFolder();
-    ~CTemporaryFolder();
+    CTemporaryFolder() {
+        std::string strTemplate = (std::filesystem::temp_directory_path() / "xapel2-test-XXXXXX").string();
+        if (mkdtemp(strTemplate.data()) == nullptr)
+            throw std::runtime_error("no temporary folder: " + strTemplate);
+        m_Path = strTemplate;
+    }
+    ~CTemporaryFolder() {
+        std::error_code Ignored;
+        std::filesystem::remove_all(m_Path, Ignored);
+    }
     CTemporaryFolder(const CTemporaryFolder&) = delete;
     CTemporaryFolder& operator=(const CTemporaryFolder&) = delete;
 
@@ -24,7 +35,12 @@ public:
     /// The path of a file in it.
     std::string operator/(const std::string& strName) const { return (m_Path / strName).string(); }
     /// The names of what is in it, in no order.
-    std::vector<std::string> names() const;
+    std::vector<std::string> names() const {
+        std::vector<std::string> vecNames;
+        for (const auto& rEntry : std::filesystem::directory_iterator(m_Path))
+            vecNames.push_back(rEntry.path().filename().string());
+        return vecNames;
+    }
 
 private:
     std::filesystem::path m_Path;

@@ -4,96 +4,46 @@
 
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <chrono>
 #include <functional>
 #include <future>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "StreamFixture.h"
 #include "xapel2/XapelBypassRegistration.h"
 #include "xapel2/XapelExceptions.h"
-#include "xapel2_standin/Control.h"
-#include "xapel2_standin/Host.h"
 
 namespace XAPEL2 {
 namespace StandIn {
 
-constexpr unsigned DEADLINE_MS = 20000;
+using XapelTest::DEADLINE_MS;
+using XapelTest::eventually;
 
-struct Fetched {
-    int iResult = 1;
-    BufferHandle hBuffer = nullptr;
-};
-
-class HostFixture : public ::testing::Test {
+class HostFixture : public XapelTest::StreamFixture {
 protected:
-    HostFixture() {
-        Control::reset();
-        m_pDevice = openDevice("sim:7?width=64&height=48&format=Mono8");
-        m_pStream = firstDataStream(m_pDevice);
-        EXPECT_EQ(GC_ERR_SUCCESS, openDataStream(m_pDevice, m_pStream));
-    }
-    ~HostFixture() override {
-        Control::reset();
-        closeDevice(m_pDevice);
+    void SetUp() override {
+        StreamFixture::SetUp();
+        ASSERT_EQ(GC_ERR_SUCCESS, openDataStream(m_pDevice, m_pStream));
     }
 
     Node& node(const char* pName) { return *remoteNodes(m_pDevice)->GetNode(pName); }
 
-    // Announces and queues buffers of the payload's size.
-    std::vector<BufferHandle> queueBuffers(unsigned nCount) {
-        std::vector<BufferHandle> vecBuffers(nCount);
-        for (BufferHandle& rBuffer : vecBuffers) {
-            EXPECT_EQ(GC_ERR_SUCCESS, allocAndAnnounceBuffer(m_pStream, payloadSize(m_pStream), &rBuffer));
-            EXPECT_EQ(GC_ERR_SUCCESS, queueBuffer(m_pStream, rBuffer));
-        }
-        return vecBuffers;
+    // Fetches a buffer and keeps it.
+    BufferHandle nextFrame() {
+        BufferHandle hBuffer = nullptr;
+        EXPECT_EQ(GC_ERR_SUCCESS, getFilledBuffer(m_pStream, &hBuffer, DEADLINE_MS));
+        return hBuffer;
     }
 
-    Fetched fetch(unsigned long long iTimeoutMs = DEADLINE_MS) {
-        Fetched fetched;
-        fetched.iResult = getFilledBuffer(m_pStream, &fetched.hBuffer, iTimeoutMs);
-        return fetched;
+    bool waitForFilled(uint64_t nCount) {
+        return eventually([&] { return streamNumber(STREAM_INFO_NUM_AWAIT_DELIVERY) >= nCount; });
     }
-    std::future<Fetched> fetchAsync(unsigned long long iTimeoutMs = DEADLINE_MS) {
-        return std::async(std::launch::async, [this, iTimeoutMs] { return fetch(iTimeoutMs); });
-    }
-
-    uint64_t streamNumber(int iInfoCmd) {
-        uint64_t nValue = 0;
-        unsigned long long nSize = sizeof nValue;
-        EXPECT_EQ(GC_ERR_SUCCESS, getStreamInfo(m_pStream, iInfoCmd, nullptr, &nValue, &nSize));
-        return nValue;
-    }
-    // Waits until so many frames stand ready.
-    ::testing::AssertionResult waitForFilled(uint64_t nCount) {
-        const auto tEnd = std::chrono::steady_clock::now() + std::chrono::milliseconds(DEADLINE_MS);
-        while (streamNumber(STREAM_INFO_NUM_AWAIT_DELIVERY) < nCount) {
-            if (std::chrono::steady_clock::now() > tEnd) {
-                return ::testing::AssertionFailure() << "no frame in time";
-            }
-            std::this_thread::yield();
-        }
-        return ::testing::AssertionSuccess();
-    }
-
     uint64_t bufferNumber(BufferHandle hBuffer, int iInfoCmd) {
         uint64_t nValue = 0;
         unsigned long long nSize = sizeof nValue;
         EXPECT_EQ(GC_ERR_SUCCESS, getBufferInfo(m_pStream, hBuffer, iInfoCmd, nullptr, &nValue, &nSize));
         return nValue;
     }
-    std::vector<uint8_t> image(BufferHandle hBuffer) {
-        const auto* pBase = reinterpret_cast<const uint8_t*>(bufferNumber(hBuffer, BUFFER_INFO_BASE));
-        const uint8_t* pImage = pBase + bufferNumber(hBuffer, BUFFER_INFO_IMAGEOFFSET);
-        return {pImage, pImage + bufferNumber(hBuffer, BUFFER_INFO_WIDTH) * bufferNumber(hBuffer, BUFFER_INFO_HEIGHT)};
-    }
-
-    Device* m_pDevice = nullptr;
-    DataStream* m_pStream = nullptr;
 };
 
 /// Stands for an extension library: registers hooks that call the host's functions, unless a test says otherwise.

@@ -8,7 +8,6 @@
 #include <sys/stat.h>
 #include <tiffio.h>
 
-#include <algorithm>
 #include <fstream>
 #include <functional>
 #include <limits>
@@ -56,70 +55,47 @@ TEST(ReferenceFile, GivesBackWhatWasWritten) {
     }
 }
 
-TEST(ReferenceFile, FailedSaveLeavesTheOldFileAndNothingElse) {
+TEST(ReferenceFile, BadCameraSettingsLeaveTheOldFileAndNothingElse) {
     const XAPEL2::Test::CTemporaryFolder oFolder;
     const ReferenceImage sOld = sampleReference(layout("Mono8", 4, 4), eReferenceDark);
     writeReferenceFile(oFolder / "old.tif", sOld);
-    ASSERT_EQ(mkdir((oFolder / "taken.tif").c_str(), 0700), 0);
-
-    ReferenceImage sBadCamera = sOld;
-    sBadCamera.strCamera = "[[1]";
-    ReferenceImage sLongCamera = sOld;
-    sLongCamera.strCamera = R"({"a":")" + std::string(70000, 'x') + R"("})";
-    EXPECT_THROW(writeReferenceFile(oFolder / "old.tif", sBadCamera), CReferenceFileError);
-    EXPECT_THROW(writeReferenceFile(oFolder / "old.tif", sLongCamera), CReferenceFileError);
-    for (const std::string& rName : {oFolder / "taken.tif", oFolder / "none/a.tif", oFolder / "", std::string()})
-        EXPECT_THROW(writeReferenceFile(rName, sOld), CReferenceFileError) << rName;
-    EXPECT_EQ(oFolder.names().size(), 2U);
+    ReferenceImage sBad = sOld;
+    for (const std::string& rCamera : {std::string("[[1]"), R"({"a":")" + std::string(70000, 'x') + R"("})"}) {
+        sBad.strCamera = rCamera;
+        EXPECT_THROW(writeReferenceFile(oFolder / "old.tif", sBad), CReferenceFileError);
+    }
+    EXPECT_EQ(oFolder.names(), std::vector<std::string>{"old.tif"});
     EXPECT_EQ(readReferenceFile(oFolder / "old.tif").vSamples, sOld.vSamples);
 }
 
 const char* const DESCRIPTION =
     R"({"kind":"light","pixelFormat":"Mono12","images":2,"saturatedShare":0,"mean":5,"temporalNoise":1})";
 
-/// A file as a sound one of 8 x 6 pixels in strips of 3 rows is, with one thing changed.
+/// A sound file of 8 x 6 pixels with one thing changed.
 struct Forgery {
     const char* pName;
     const char* pReason;  ///< part of the message
     std::function<void(TIFF*)> fnTags = [](TIFF*) {};
     std::string strDescription = DESCRIPTION;
     float fSample = 5.0F;
-    std::size_t nKeep = SIZE_MAX;  ///< bytes of the finished file that are kept
 };
 
 void write(const std::string& strFile, const Forgery& rForgery) {
-    TIFF* pTiff = TIFFOpen(strFile.c_str(), "w");
+    ReferenceImage sReference = sampleReference(layout("Mono12", 8, 6), eReferenceLight);
+    sReference.vSamples[13] = rForgery.fSample;
+    writeReferenceFile(strFile, sReference);
+    TIFF* pTiff = TIFFOpen(strFile.c_str(), "r+");
     ASSERT_NE(pTiff, nullptr);
-    TIFFSetField(pTiff, TIFFTAG_IMAGEWIDTH, 8);
-    TIFFSetField(pTiff, TIFFTAG_IMAGELENGTH, 6);
-    TIFFSetField(pTiff, TIFFTAG_SAMPLESPERPIXEL, 1);
-    TIFFSetField(pTiff, TIFFTAG_BITSPERSAMPLE, 32);
-    TIFFSetField(pTiff, TIFFTAG_SAMPLEFORMAT, SAMPLEFORMAT_IEEEFP);
-    TIFFSetField(pTiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
-    TIFFSetField(pTiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
-    TIFFSetField(pTiff, TIFFTAG_ROWSPERSTRIP, 3);
-    if (!rForgery.strDescription.empty())
-        TIFFSetField(pTiff, TIFFTAG_IMAGEDESCRIPTION, rForgery.strDescription.c_str());
+    TIFFSetField(pTiff, TIFFTAG_IMAGEDESCRIPTION, rForgery.strDescription.c_str());
     rForgery.fnTags(pTiff);
-    for (uint32_t i = 0; i < 2; ++i) {
-        std::vector<float> vStrip(24, 5.0F);
-        vStrip[13] = rForgery.fSample;
-        if (TIFFIsTiled(pTiff)) {
-            vStrip.resize(256);
-            TIFFWriteEncodedTile(pTiff, 0, vStrip.data(), 1024);
-        } else {
-            TIFFWriteEncodedStrip(pTiff, i, vStrip.data(), 96);
-        }
-    }
+    ASSERT_EQ(TIFFRewriteDirectory(pTiff), 1) << rForgery.pName;
     TIFFClose(pTiff);
-    struct stat sStatus = {};
-    ASSERT_EQ(stat(strFile.c_str(), &sStatus), 0);
-    const auto nKeep = std::min(rForgery.nKeep, static_cast<std::size_t>(sStatus.st_size));
-    ASSERT_EQ(truncate(strFile.c_str(), static_cast<off_t>(nKeep)), 0);
 }
 
-std::function<void(TIFF*)> with(uint32_t uTag, uint32_t uValue) {
-    return [=](TIFF* pTiff) { TIFFSetField(pTiff, uTag, uValue); };
+std::function<void(TIFF*)> with(std::vector<std::pair<uint32_t, uint32_t>> vecTags) {
+    return [=](TIFF* pTiff) {
+        for (const auto& [uTag, uValue] : vecTags) TIFFSetField(pTiff, uTag, uValue);
+    };
 }
 
 std::string replaced(const std::string& strOld, const std::string& strNew) {
@@ -129,64 +105,33 @@ std::string replaced(const std::string& strOld, const std::string& strNew) {
 
 TEST(ReferenceFile, RefusesFilesThatLie) {
     const auto fnNone = [](TIFF*) {};
-    const std::string strOpen(100000, '[');
     const std::vector<Forgery> vForgeries = {
-        {"deflated", "compressed", with(TIFFTAG_COMPRESSION, COMPRESSION_ADOBE_DEFLATE)},
-        {"runs", "compressed", with(TIFFTAG_COMPRESSION, COMPRESSION_PACKBITS)},
-        {"integers", "floating point", with(TIFFTAG_SAMPLEFORMAT, SAMPLEFORMAT_UINT)},
-        {"half floats", "floating point", with(TIFFTAG_BITSPERSAMPLE, 16)},
-        {"doubles", "floating point", with(TIFFTAG_BITSPERSAMPLE, 64)},
+        {"deflated", "compressed", with({{TIFFTAG_COMPRESSION, COMPRESSION_ADOBE_DEFLATE}})},
+        {"integers", "floating point", with({{TIFFTAG_SAMPLEFORMAT, SAMPLEFORMAT_UINT}})},
         {"planes", "planes",
-         [](TIFF* p) {
-             with(TIFFTAG_SAMPLESPERPIXEL, 3)(p);
-             with(TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB)(p);
-             with(TIFFTAG_PLANARCONFIG, PLANARCONFIG_SEPARATE)(p);
-         },
+         with({{TIFFTAG_SAMPLESPERPIXEL, 3},
+               {TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB},
+               {TIFFTAG_PLANARCONFIG, PLANARCONFIG_SEPARATE}}),
          replaced("Mono12", "RGB8")},
-        {"three samples of a grey format", "samples per pixel", with(TIFFTAG_SAMPLESPERPIXEL, 3)},
         {"one sample of a colour format", "samples per pixel", fnNone, replaced("Mono12", "RGB8")},
-        {"palette", "grey or RGB", with(TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISWHITE)},
-        {"turned", "top left", with(TIFFTAG_ORIENTATION, ORIENTATION_BOTRIGHT)},
-        {"tiles", "tiles",
-         [](TIFF* p) {
-             with(TIFFTAG_TILEWIDTH, 16)(p);
-             with(TIFFTAG_TILELENGTH, 16)(p);
-         }},
-        {"higher than its data", "", with(TIFFTAG_IMAGELENGTH, 30000)},
-        {"wider than its data", "too short", with(TIFFTAG_IMAGEWIDTH, 32000)},
-        {"huge", "impossible size",
-         [](TIFF* p) {
-             with(TIFFTAG_IMAGEWIDTH, 32768)(p);
-             with(TIFFTAG_IMAGELENGTH, 32768)(p);
-         }},
-        {"side beyond the limit", "impossible size", with(TIFFTAG_IMAGEWIDTH, 32769)},
-        {"other strips", "strip", with(TIFFTAG_ROWSPERSTRIP, 2)},
-        {"strips too narrow", "strip", with(TIFFTAG_IMAGEWIDTH, 7)},
-        {"no description", "no description", fnNone, ""},
-        {"no JSON", "cannot be read", fnNone, "a picture of a wall"},
+        {"palette", "grey or RGB", with({{TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISWHITE}})},
+        {"turned", "top left", with({{TIFFTAG_ORIENTATION, ORIENTATION_BOTRIGHT}})},
+        {"tiles", "tiles", with({{TIFFTAG_TILEWIDTH, 16}, {TIFFTAG_TILELENGTH, 16}})},
+        {"strips too narrow", "strip", with({{TIFFTAG_IMAGEWIDTH, 7}})},
+        {"no description", "no description", [](TIFF* p) { TIFFUnsetField(p, TIFFTAG_IMAGEDESCRIPTION); }},
         {"no object", "no JSON object", fnNone, "[1]"},
         {"not UTF-8", "cannot be read", fnNone, replaced("light", "li\xff\xfeght")},
-        {"long", "too long", fnNone, replaced("}", R"(,"x":")" + std::string(66000, 'x') + R"("})")},
-        {"deep", "nested", fnNone, replaced("}", R"(,"x":)" + strOpen.substr(0, 60000) + "}")},
         {"kind missing", "kind", fnNone, replaced(R"("kind":"light",)", "")},
         {"kind unknown", "kind", fnNone, replaced("light", "grey")},
-        {"kind a number", "kind", fnNone, replaced(R"("light")", "3")},
         {"format unknown", "pixel format", fnNone, replaced("Mono12", "Mono13")},
-        {"no image", "images", fnNone, replaced(R"("images":2)", R"("images":0)")},
-        {"negative images", "images", fnNone, replaced(R"("images":2)", R"("images":-2)")},
         {"half an image more", "images", fnNone, replaced(R"("images":2)", R"("images":2.5)")},
+        {"no image", "images", fnNone, replaced(R"("images":2)", R"("images":0)")},
         {"share above 1", "saturatedShare", fnNone, replaced(R"("saturatedShare":0)", R"("saturatedShare":2)")},
-        {"infinite mean", "cannot be read", fnNone, replaced(R"("mean":5)", R"("mean":1e999)")},
         {"mean above full scale", "mean", fnNone, replaced(R"("mean":5)", R"("mean":5000)")},
         {"noise a text", "temporalNoise", fnNone, replaced(R"("temporalNoise":1)", R"("temporalNoise":"1")")},
         {"camera a number", "camera", fnNone, replaced("}", R"(,"camera":1})")},
         {"no number", "a sample", fnNone, DESCRIPTION, std::numeric_limits<float>::quiet_NaN()},
-        {"infinity", "a sample", fnNone, DESCRIPTION, std::numeric_limits<float>::infinity()},
-        {"below 0", "a sample", fnNone, DESCRIPTION, -0.5F},
         {"above full scale", "a sample", fnNone, DESCRIPTION, 4095.5F},
-        {"empty", "not a TIFF", fnNone, DESCRIPTION, 5.0F, 0},
-        {"header alone", "", fnNone, DESCRIPTION, 5.0F, 8},
-        {"cut in the samples", "", fnNone, DESCRIPTION, 5.0F, 100},
     };
     const XAPEL2::Test::CTemporaryFolder oFolder;
     const std::string strFile = oFolder / "a.tif";
@@ -207,10 +152,6 @@ TEST(ReferenceFile, RefusesFilesThatLie) {
 TEST(ReferenceFile, RefusesWhatIsNoTiff) {
     const XAPEL2::Test::CTemporaryFolder oFolder;
     ASSERT_EQ(mkfifo((oFolder / "pipe").c_str(), 0600), 0);
-    std::ofstream(oFolder / "text") << "P5 640 480 65535 and more than sixteen bytes";
-    // A directory of 65535 tags at the end of the header.
-    std::ofstream(oFolder / "tags") << std::string("II*\0\x08\0\0\0\xff\xff", 10) << std::string(65535 * 12 + 4, '\1');
-    std::ofstream(oFolder / "far") << std::string("II*\0\xf0\xff\xff\xff", 8) << std::string(100, '\1');
     std::ofstream(oFolder / "magic") << std::string("XX*\0\x08\0\0\0\1\0", 10) << std::string(40, '\0');
     // Tags that share their bytes: in memory they would take many times the size of the file.
     std::ofstream(oFolder / "shared") << std::string("II*\0\x08\0\0\0\2\0\0\xf0\1\0\x1e\0\0\0\x08\0\0\0", 22)
@@ -218,36 +159,8 @@ TEST(ReferenceFile, RefusesWhatIsNoTiff) {
     testing::internal::CaptureStderr();
     EXPECT_NE(readError(oFolder / "magic").find("magic"), std::string::npos) << "the reason of the TIFF library";
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-    for (const char* pName : {"pipe", "text", "far", "absent", ""}) EXPECT_NE(readError(oFolder / pName), "") << pName;
-    EXPECT_NE(readError(oFolder / "tags").find("too many tags"), std::string::npos);
     EXPECT_NE(readError(oFolder / "shared").find("more values"), std::string::npos);
-}
-
-// Every prefix and every single changed byte of a small file: refused or read, never more.
-TEST(ReferenceFile, SurvivesAnyDamage) {
-    const XAPEL2::Test::CTemporaryFolder oFolder;
-    const std::string strFile = oFolder / "a.tif";
-    writeReferenceFile(strFile, sampleReference(layout("Mono8", 3, 2), eReferenceDark));
-    std::ifstream oIn(strFile, std::ios::binary);
-    const std::string strGood((std::istreambuf_iterator<char>(oIn)), std::istreambuf_iterator<char>());
-    std::size_t nRead = 0;
-    for (std::size_t i = 0; i < strGood.size(); ++i) {
-        for (const int iChange : {-1, 0x01, 0x80, 0xFF}) {
-            std::string strBad = strGood;
-            if (iChange < 0)
-                strBad.resize(i);
-            else
-                strBad[i] = static_cast<char>(strBad[i] ^ iChange);
-            std::ofstream(strFile, std::ios::binary) << strBad;
-            try {
-                const ReferenceImage sReference = readReferenceFile(strFile);
-                ASSERT_EQ(sReference.vSamples.size(), sReference.sLayout.samples());
-                ++nRead;
-            } catch (const CReferenceFileError&) {
-            }
-        }
-    }
-    EXPECT_LT(nRead, strGood.size() * 2) << "many of these must not pass";
+    for (const char* pName : {"pipe", "absent", ""}) EXPECT_NE(readError(oFolder / pName), "") << pName;
 }
 
 }  // namespace

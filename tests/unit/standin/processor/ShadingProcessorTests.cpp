@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 the xapel2_ext_sc authors
-// The commands of the image processor: states, statuses, traces, and what a failure leaves behind.
+// The commands of the image processor: what they correct, trace, and leave behind when they fail. (The statuses in
+// every state are compared with a model by the fuzz target of the processor.)
 
 #include "ShadingProcessor.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <atomic>
 #include <chrono>
@@ -28,11 +28,10 @@ protected:
     int64_t run(int64_t iCommand, const std::string& strFormat = "Mono12", int64_t iWidth = 8, int64_t iHeight = 4,
                 uint16_t uValue = 100) {
         const ImageLayout sLayout = layout(strFormat, static_cast<uint64_t>(iWidth), static_cast<uint64_t>(iHeight));
-        m_vImage.assign(4096, 0);
-        if (sLayout.isPossible() && sLayout.bytes() <= m_vImage.size()) {
+        m_vImage.assign(64, 0);
+        if (sLayout.isPossible())
             m_vImage = pack(sLayout, std::vector<uint16_t>(sLayout.samples(), uValue));
-            m_sInputs.iBufferSize = static_cast<int64_t>(m_vImage.size());
-        }
+        m_sInputs.iBufferSize = static_cast<int64_t>(m_vImage.size());
         m_sInputs.strPixelFormat = strFormat;
         m_sInputs.iWidth = iWidth;
         m_sInputs.iHeight = iHeight;
@@ -71,51 +70,6 @@ protected:
     std::vector<uint8_t> m_vImage;
 };
 
-TEST_F(ShadingProcessor, AnswersEachCommandInEachState) {
-    // What a command answers: with nothing, while recording without an image, while recording with one, with a
-    // reference, and with the reference applied. Each answer is taken from a processor that has just reached the state.
-    struct Row {
-        int64_t iCommand;
-        int64_t aStatus[5];
-    };
-    constexpr int64_t BUSY = GC_ERR_RESOURCE_IN_USE, NODATA = GC_ERR_NO_DATA, NOREF = GC_ERR_NOT_AVAILABLE;
-    constexpr int64_t BAD = GC_ERR_INVALID_PARAMETER;
-    const std::vector<Row> vRows = {
-        {eCommandEnable, {0, 0, 0, 0, 0}},
-        {eCommandProcess, {1, 1, 2, 1, 0}},
-        {eCommandApply, {NOREF, NOREF, NOREF, 0, 0}},
-        {eCommandClear, {0, 0, 0, 0, 0}},
-        {eCommandLoadDark, {0, BUSY, BUSY, 0, 0}},
-        {eCommandLoadLight, {GC_ERR_IO, BUSY, BUSY, GC_ERR_IO, GC_ERR_IO}},  // the file holds a dark reference
-        {eCommandStartDark, {0, BUSY, BUSY, 0, 0}},
-        {eCommandStartLight, {0, BUSY, BUSY, 0, 0}},
-        {eCommandEnd, {NODATA, NODATA, 0, NODATA, NODATA}},
-        {0, {BAD, BAD, BAD, BAD, BAD}},
-        {10, {BAD, BAD, BAD, BAD, BAD}},
-        {-1, {BAD, BAD, BAD, BAD, BAD}},
-    };
-    ASSERT_EQ(record(eCommandStartDark, 20, "dark"), 0);
-    for (const Row& rRow : vRows) {
-        for (int iState = 0; iState < 5; ++iState) {
-            ASSERT_EQ(run(eCommandClear), 0);
-            if (iState == 1 || iState == 2) {
-                ASSERT_EQ(run(eCommandStartLight), 0);
-            }
-            if (iState == 2) {
-                ASSERT_EQ(run(eCommandProcess), 1);
-            }
-            if (iState >= 3) {
-                ASSERT_EQ(runFile(eCommandLoadDark, "dark"), 0);
-            }
-            if (iState == 4) {
-                ASSERT_EQ(run(eCommandApply), 0);
-            }
-            m_sInputs.strFilename = m_oFolder / (rRow.iCommand == eCommandEnd ? "end" : "dark");
-            EXPECT_EQ(run(rRow.iCommand), rRow.aStatus[iState]) << "command " << rRow.iCommand << " state " << iState;
-        }
-    }
-}
-
 TEST_F(ShadingProcessor, CorrectsWithDarkAndLight) {
     ASSERT_EQ(record(eCommandStartDark, 20, "dark"), 0);
     ASSERT_EQ(run(eCommandApply), 0);
@@ -130,15 +84,12 @@ TEST_F(ShadingProcessor, CorrectsWithDarkAndLight) {
                                             std::make_pair("Mono16", 8), std::make_pair("Mono12", 4)})
         EXPECT_EQ(run(eCommandApply, strFormat, iWidth), GC_ERR_NOT_AVAILABLE) << strFormat << " " << iWidth;
     EXPECT_EQ(corrected("Mono12p"), 80) << "an apply that fails leaves what was applied";
-    EXPECT_EQ(run(eCommandApply, "Mono99"), GC_ERR_INVALID_PARAMETER);
-    EXPECT_EQ(run(eCommandApply, "Mono12", 0), GC_ERR_INVALID_PARAMETER);
-
-    ASSERT_EQ(run(eCommandClear), 0);
-    ASSERT_EQ(record(eCommandStartDark, 20, "bayer", "BayerGR8"), 0);
-    EXPECT_EQ(run(eCommandApply, "BayerRG8"), GC_ERR_NOT_AVAILABLE) << "another colour phase";
-    ASSERT_EQ(run(eCommandClear), 0);
-    ASSERT_EQ(record(eCommandStartDark, 20, "rgb", "RGB8"), 0);
-    EXPECT_EQ(run(eCommandApply, "BGR8"), GC_ERR_NOT_AVAILABLE) << "another order of channels";
+    // Another colour phase, another order of channels.
+    for (const auto& [strHeld, strOther] : {std::make_pair("BayerGR8", "BayerRG8"), std::make_pair("RGB8", "BGR8")}) {
+        ASSERT_EQ(run(eCommandClear), 0);
+        ASSERT_EQ(record(eCommandStartDark, 20, strHeld, strHeld), 0);
+        EXPECT_EQ(run(eCommandApply, strOther), GC_ERR_NOT_AVAILABLE) << strOther;
+    }
 }
 
 TEST_F(ShadingProcessor, FilterValuesTakeEffectAtTheNextApply) {
@@ -160,44 +111,12 @@ TEST_F(ShadingProcessor, FilterValuesTakeEffectAtTheNextApply) {
     EXPECT_EQ(corrected(), 70) << "9 pixels, two of them the hot one on the border row";
     ASSERT_EQ(run(eCommandClear), 0);
     EXPECT_EQ(m_oProcessor.parameter("BoxFilterDark"), 1) << "clearing keeps the parameters";
-    for (const auto& [strName, iValue] :
-         {std::make_pair("BoxFilterDark", 32), std::make_pair("BoxFilterDark", -1), std::make_pair("BoxFilter", 1)})
-        EXPECT_FALSE(m_oProcessor.setParameter(strName, iValue)) << strName << iValue;
-    EXPECT_EQ(m_oProcessor.parameter("BoxFilterDark"), 1);
 }
 
-TEST_F(ShadingProcessor, RecordingIsUnharmedByImagesThatItRefuses) {
+TEST_F(ShadingProcessor, ReferenceTellsOfTheImagesThatItTook) {
     ASSERT_EQ(run(eCommandStartLight), 0);
-    const auto refuseAll = [&](bool bStarted) {
-        struct Bad {
-            const char* pFormat;
-            int64_t iWidth, iHeight;
-        };
-        std::vector<Bad> vBad = {{"", 8, 4},
-                                 {"Mono11", 8, 4},
-                                 {"Mono12", 0, 4},
-                                 {"Mono12", 8, -4},
-                                 {"Mono12", 1 << 20, 4},
-                                 {"Mono12", INT64_MAX, INT64_MAX},
-                                 {"RGB8", 32768, 32768}};
-        if (bStarted)
-            vBad.insert(vBad.end(), {{"Mono10", 8, 4}, {"Mono12p", 8, 4}, {"Mono12", 4, 8}, {"BayerRG12", 8, 4}});
-        for (const Bad& rBad : vBad) {
-            m_sInputs.iBufferSize = INT64_MAX;
-            EXPECT_EQ(run(eCommandProcess, rBad.pFormat, rBad.iWidth, rBad.iHeight), GC_ERR_INVALID_PARAMETER)
-                << rBad.pFormat << " " << rBad.iWidth << "x" << rBad.iHeight;
-        }
-        ShadingInputs sInputs{"Mono12", 8, 4, 64, 0, ""};
-        EXPECT_EQ(m_oProcessor.execute(eCommandProcess, sInputs), GC_ERR_INVALID_PARAMETER) << "no address";
-        sInputs.iBuffer = static_cast<int64_t>(reinterpret_cast<uintptr_t>(m_vImage.data()));
-        for (const int64_t iSize : {int64_t{63}, int64_t{0}, int64_t{-1}, INT64_MIN}) {
-            sInputs.iBufferSize = iSize;
-            EXPECT_EQ(m_oProcessor.execute(eCommandProcess, sInputs), GC_ERR_INVALID_PARAMETER) << iSize;
-        }
-    };
-    refuseAll(false);
-    EXPECT_EQ(run(eCommandProcess, "Mono12", 8, 4, 100), 1);
-    refuseAll(true);
+    EXPECT_EQ(run(eCommandProcess), 1);
+    EXPECT_EQ(run(eCommandProcess, "Mono12p"), GC_ERR_INVALID_PARAMETER);
     EXPECT_EQ(run(eCommandProcess, "Mono12", 8, 4, 4095), 2);
     EXPECT_EQ(run(eCommandProcess, "Mono12", 8, 4, 104), 3);
     ASSERT_EQ(runFile(eCommandEnd, "light"), 0);
@@ -207,41 +126,19 @@ TEST_F(ShadingProcessor, RecordingIsUnharmedByImagesThatItRefuses) {
     EXPECT_NEAR(sLight.dMean, 1433.0, 1e-9);
     EXPECT_NEAR(sLight.dSaturatedShare, 1.0 / 3, 1e-12);
     EXPECT_NEAR(sLight.dTemporalNoise, std::sqrt((1333.0 * 1333 + 1329.0 * 1329 + 2662.0 * 2662) / 2), 1e-9);
-}
 
-TEST_F(ShadingProcessor, FailedSaveKeepsTheRecordingAndBadLoadTheReference) {
-    ASSERT_EQ(record(eCommandStartDark, 30, "dark"), 0);
-    ASSERT_EQ(record(eCommandStartLight, 90, "light"), 0);
-    ASSERT_EQ(run(eCommandClear), 0);
-    ASSERT_EQ(runFile(eCommandLoadDark, "dark"), 0);
-    EXPECT_EQ(runFile(eCommandLoadDark, "absent"), GC_ERR_IO);
-    EXPECT_EQ(runFile(eCommandLoadDark, "light"), GC_ERR_IO) << "a light reference is no dark one";
-    EXPECT_EQ(traces("absent"), 1U);
-    EXPECT_EQ(traces("it is a light reference"), 1U);
-    ASSERT_EQ(run(eCommandApply), 0);
-    EXPECT_EQ(corrected(), 70);
-
-    ASSERT_EQ(run(eCommandStartDark), 0);
-    ASSERT_EQ(run(eCommandProcess, "Mono12", 8, 4, 50), 1);
-    EXPECT_EQ(runFile(eCommandEnd, "no/such/folder"), GC_ERR_IO);
-    EXPECT_EQ(traces("no/such/folder"), 1U);
-    EXPECT_EQ(run(eCommandApply), 0) << "the old dark still holds";
-    ASSERT_EQ(run(eCommandProcess, "Mono12", 8, 4, 52), 2) << "the recording goes on";
-    ASSERT_EQ(runFile(eCommandEnd, "again"), 0);
-    ASSERT_EQ(run(eCommandApply), 0);
-    EXPECT_EQ(corrected(), 49);
-    EXPECT_EQ(m_oFolder.names().size(), 3U) << "dark, light, again, and nothing temporary";
+    EXPECT_EQ(runFile(eCommandLoadLight, "absent"), GC_ERR_IO);
+    EXPECT_EQ(runFile(eCommandLoadDark, "light"), GC_ERR_IO);
+    EXPECT_EQ(traces("absent") + traces("it is a light reference"), 2U);
 }
 
 TEST_F(ShadingProcessor, TracesOnceWhyAnImageIsLeftUntouched) {
     const auto processAll = [&] {
-        for (int i = 0; i < 3; ++i) {
-            for (const auto& [strFormat, iWidth] : {std::make_pair("Mono12", 8), std::make_pair("Mono8", 8),
-                                                    std::make_pair("Mono12", 4), std::make_pair("Mono99", 8)}) {
+        for (int i = 0; i < 6; ++i) {
+            run(eCommandProcess, i % 2 ? "Mono99" : "Mono12");
+            for (const auto& [strFormat, iWidth] : {std::make_pair("Mono8", 8), std::make_pair("Mono12", 4)}) {
                 run(eCommandProcess, strFormat, iWidth);
-                if (strFormat != std::string("Mono99") && (strFormat != std::string("Mono12") || iWidth != 8)) {
-                    EXPECT_EQ(unpack(layout(strFormat, static_cast<uint64_t>(iWidth), 4), m_vImage)[5], 100);
-                }
+                EXPECT_EQ(unpack(layout(strFormat, static_cast<uint64_t>(iWidth), 4), m_vImage)[5], 100);
             }
         }
     };
@@ -265,37 +162,23 @@ TEST_F(ShadingProcessor, TracesOnceWhyAnImageIsLeftUntouched) {
 TEST_F(ShadingProcessor, WantOfMemoryChangesNothing) {
     ASSERT_EQ(record(eCommandStartDark, 20, "dark"), 0);
     ASSERT_EQ(record(eCommandStartDark, 60, "other"), 0);
-    for (const int64_t iCommand : {eCommandApply, eCommandLoadDark, eCommandStartDark, eCommandProcess, eCommandEnd}) {
-        const bool bRecording = iCommand == eCommandProcess || iCommand == eCommandEnd;
+    for (const int64_t iCommand : {eCommandApply, eCommandLoadDark}) {
         uint64_t nFailed = 0;
-        for (int64_t iStatus = GC_ERR_ERROR; iStatus == GC_ERR_ERROR; ++nFailed) {
+        for (;; ++nFailed) {
+            SCOPED_TRACE("command " + std::to_string(iCommand) + ", allocation " + std::to_string(nFailed));
             ASSERT_LT(nFailed, 1000U);
-            ASSERT_EQ(run(eCommandClear), 0);
             ASSERT_EQ(runFile(eCommandLoadDark, "dark"), 0);
             ASSERT_EQ(run(eCommandApply), 0);
             ASSERT_EQ(runFile(eCommandLoadDark, "other"), 0);  // another apply would show
-            if (bRecording) {
-                ASSERT_EQ(run(eCommandStartDark), 0);
-            }
-            if (iCommand == eCommandEnd) {
-                ASSERT_EQ(run(eCommandProcess), 1);
-            }
-            ShadingInputs sInputs = m_sInputs;
-            sInputs.strFilename = m_oFolder / (iCommand == eCommandEnd ? "end" : "dark");
+            m_sInputs.strFilename = m_oFolder / "dark";
             Allocations::failAfter(nFailed);
-            iStatus = m_oProcessor.execute(iCommand, sInputs);
+            const int64_t iStatus = m_oProcessor.execute(iCommand, m_sInputs);
             Allocations::failAfter(UINT64_MAX);
             if (iStatus != GC_ERR_ERROR)
                 break;
-            if (bRecording) {
-                ASSERT_EQ(run(eCommandProcess), iCommand == eCommandEnd ? 2 : 1) << "the recording as before";
-            } else
-                ASSERT_EQ(corrected(), 80) << "command " << iCommand << ", allocation " << nFailed;
-            if (iCommand == eCommandLoadDark) {
-                ASSERT_EQ(run(eCommandApply), 0);
-                ASSERT_EQ(corrected(), 40) << "the reference as before";
-            }
-            ASSERT_EQ(m_oFolder.names().size(), 2U) << "nothing temporary";
+            ASSERT_EQ(corrected(), 80) << "the tables as before";
+            ASSERT_EQ(run(eCommandApply), 0);
+            ASSERT_EQ(corrected(), 40) << "the reference as before";
         }
         EXPECT_GT(nFailed, 0U) << "command " << iCommand << " allocates";
     }
