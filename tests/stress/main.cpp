@@ -127,7 +127,9 @@ void switchStep(CWorker& rWorker, CCamera& rCamera, unsigned iSlot) {
 
 /// Carries every call on.
 class CGuest final : public CXapelBypass {
+public:
     using CXapelBypass::CXapelBypass;
+    ~CGuest() { leaveLists(); }
 };
 
 void takePart(CWorker& rWorker, CCamera& rCamera) {

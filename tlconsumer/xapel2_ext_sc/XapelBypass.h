@@ -208,7 +208,8 @@ public:
     void unregisterParticipantForCalling();
 
 protected:
-    /// Off both lists, whatever the host does; for destructors.
+    /// Off both lists, whatever the host does. A derived class calls it first in its destructor: after that it is no
+    /// longer what intercepted calls take it for.
     void leaveLists() noexcept;
 
     XAPEL2::Device* getXapelDevice() const { return m_pDevice; }
