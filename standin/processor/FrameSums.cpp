@@ -69,7 +69,7 @@ FrameFigures addU8(const uint8_t* pSamples, std::size_t nSamples, uint16_t* pSum
     for (; i < nSamples; ++i) {
         const uint32_t uSample = pSamples[i];
         pSums[i] = static_cast<uint16_t>(pSums[i] + uSample);
-        sFigures.uSquares += uSample * uSample;
+        sFigures.uSquares += uint64_t{uSample} * uSample;
         sFigures.nSaturated += uSample == 255;
     }
     return sFigures;

@@ -122,8 +122,8 @@ void medianByHistogram(const PlaneSize& rSize, const uint16_t* pIn, unsigned nRa
     TileMemory sMemory;
     std::vector<uint16_t> vMedians;
     forEachTile(rSize, TILE_HEIGHT, [&](std::size_t iX, std::size_t iY, std::size_t nColumns, std::size_t nRows) {
-        sTile.nColumns = nColumns + 2 * nRadius;
-        sTile.nRows = nRows + 2 * nRadius;
+        sTile.nColumns = nColumns + std::size_t{2} * nRadius;
+        sTile.nRows = nRows + std::size_t{2} * nRadius;
         sTile.vKeys.resize(sTile.nColumns * sTile.nRows);
         copyBordered(rSize, pIn, iX, iY, nRadius, sTile.nColumns, sTile.nRows, uSmallest, sTile.vKeys.data());
         vMedians.resize(nColumns * nRows);
@@ -142,8 +142,8 @@ void medianByHistogram(const PlaneSize& rSize, const float* pIn, unsigned nRadiu
     std::vector<float> vValues;
     std::vector<uint16_t> vMedians;
     forEachTile(rSize, RANKED_HEIGHT, [&](std::size_t iX, std::size_t iY, std::size_t nColumns, std::size_t nRows) {
-        sTile.nColumns = nColumns + 2 * nRadius;
-        sTile.nRows = nRows + 2 * nRadius;
+        sTile.nColumns = nColumns + std::size_t{2} * nRadius;
+        sTile.nRows = nRows + std::size_t{2} * nRadius;
         vValues.resize(sTile.nColumns * sTile.nRows);
         copyBordered(rSize, pIn, iX, iY, nRadius, sTile.nColumns, sTile.nRows, 0.0F, vValues.data());
         oRanks.rank(vValues, sTile);

@@ -194,12 +194,12 @@ public:
         }
         for (std::size_t i = 0; i < nPixels + K - 2; i += L) {
             const auto sPair = merge(part<1>(i), part<1>(i + 1));
-            storeList(d, sPair.sList, pairs() + i, STRIDE, std::make_index_sequence<2 * COLUMN>());
+            storeList(d, sPair.sList, pairs() + i, STRIDE, std::make_index_sequence<std::size_t{2} * COLUMN>());
         }
         if constexpr (HAS_QUADS) {
             for (std::size_t i = 0; i < nPixels + K - 4; i += L) {
                 const auto sQuad = merge(part<2>(i), part<2>(i + 2));
-                storeList(d, sQuad.sList, quads() + i, STRIDE, std::make_index_sequence<4 * COLUMN>());
+                storeList(d, sQuad.sList, quads() + i, STRIDE, std::make_index_sequence<std::size_t{4} * COLUMN>());
             }
         }
         for (std::size_t i = 0; i < nPixels; i += L) {
@@ -212,12 +212,12 @@ public:
 
 private:
     // Room for the window's width and a last vector.
-    static constexpr std::size_t STRIDE_BYTES = blockBytes(R) + 3 * 64;
+    static constexpr std::size_t STRIDE_BYTES = blockBytes(R) + std::size_t{3} * 64;
     static constexpr std::size_t STRIDE = STRIDE_BYTES / sizeof(T);
 
     T* columns() { return reinterpret_cast<T*>(m_vWork.data()); }
     T* pairs() { return columns() + COLUMN * STRIDE; }
-    T* quads() { return pairs() + 2 * COLUMN * STRIDE; }
+    T* quads() { return pairs() + std::size_t{2} * COLUMN * STRIDE; }
 
     template <std::size_t... I>
     static HWY_INLINE List<V, COLUMN> loadColumn(const T* const* ppRows, std::size_t i, std::index_sequence<I...>) {
@@ -276,7 +276,7 @@ public:
           m_pIn(static_cast<const uint8_t*>(pIn)),
           m_nRadius(nRadius),
           m_nRows(2 * nRadius + 2),
-          m_nStride(rSize.nWidth + 2 * nRadius + 128 / sizeof(T)),
+          m_nStride(rSize.nWidth + std::size_t{2} * nRadius + 128 / sizeof(T)),
           m_vRows(m_nRows * m_nStride),
           m_vpRows(m_nRows) {}
 
@@ -315,10 +315,10 @@ void filter(const PlaneSize& rSize, const void* pIn, T* pOut) {
     CPaddedRows<T> oRows(rSize, pIn, R);
     CNetwork<R, T> oNetwork;
     std::vector<T> vNoRow(BLOCK);  // where the second row goes when there is none
-    for (std::size_t i = 0; i < 2 * R; ++i) oRows.fetch(i);
+    for (std::size_t i = 0; i < std::size_t{2} * R; ++i) oRows.fetch(i);
     for (std::size_t iY = 0; iY < rSize.nHeight; iY += 2) {
-        oRows.fetch(iY + 2 * R);
-        oRows.fetch(iY + 2 * R + 1);
+        oRows.fetch(iY + std::size_t{2} * R);
+        oRows.fetch(iY + std::size_t{2} * R + 1);
         for (std::size_t iX = 0; iX < rSize.nWidth; iX += BLOCK) {
             T* const pUpper = pOut + iY * rSize.nWidth + iX;
             T* const pLower = iY + 1 < rSize.nHeight ? pUpper + rSize.nWidth : vNoRow.data();
