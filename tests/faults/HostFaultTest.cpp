@@ -2,8 +2,11 @@
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // Buffers, cancels, closings and late calls as a host should not have them: nothing is lost, hangs or is touched.
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <atomic>
+#include <cstring>
 #include <memory>
 #include <set>
 
@@ -11,6 +14,7 @@
 #include "xapel2_ext_sc.h"
 
 #include "Participants.h"
+#include "ReferenceFile.h"
 #include "StreamFixture.h"
 #include "TemporaryFolder.h"
 #include "XapelBypassSlot.h"
@@ -301,6 +305,38 @@ TEST_F(HostFaults, HeldCallMeetsNoHubOrTheNextOneOfItsSlot) {
         }
     }
     closeDevice(pOther);
+}
+
+// A fetch that is looked up on one stream is carried to the next one, which is closed while its frame is recorded.
+TEST_F(HostFaults, BufferOfAnotherStreamOutlivesItsClosing) {
+    mallopt(M_PERTURB, 0x5A);  // freed memory does not keep what it held
+    const XAPEL2::Test::CTemporaryFolder folder;
+    Control::setFrameContent([](uint64_t, void* pImage, std::size_t nBytes) { std::memset(pImage, 77, nBytes); });
+    Shading shading(m_pDevice);
+    shading.ReferenceStart(true);
+    shading.SetEnable(true);
+    startStream();
+    std::atomic<bool> bInside{false}, bGoOn{false};
+    Control::setNodeObserver([&](const Control::NodeAccess& rAccess) {
+        if (rAccess.strNode == "ShadingCommand" && !bInside.exchange(true))
+            eventually([&] { return bGoOn.load(); });
+    });
+    Control::HookHold hold(Control::eHookFetch);
+    auto call = std::async(std::launch::async, [this] { return fetch(); });
+    ASSERT_TRUE(hold.waitUntilHeld(XapelTest::DEADLINE_MS));
+    stopAcquisition(m_pStream);
+    m_pStream = Control::addFirstStream(m_pDevice);
+    startStream(1);
+    hold.release();
+    EXPECT_TRUE(eventually([&] { return bInside.load(); }));
+    EXPECT_EQ(closeDataStream(m_pDevice, m_pStream), 0);
+    bGoOn = true;
+    EXPECT_EQ(call.get(), 0);
+    Control::setNodeObserver(nullptr);
+    shading.ReferenceEnd((folder / "light.tif").c_str());
+    const std::vector<float> samples = readReferenceFile(folder / "light.tif").vSamples;
+    EXPECT_EQ(samples, std::vector<float>(samples.size(), 77.0F));
+    mallopt(M_PERTURB, 0);
 }
 
 TEST_F(HostFaults, HookThatTheHostKeepsNeverMeetsAnotherHub) {

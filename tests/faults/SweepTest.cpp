@@ -104,28 +104,31 @@ TEST(AllocationSweep, DeviceIsOpenedAndClosedWholeOrNotAtAll) {
         }
         Allocations::arm(false);
     };
+    uint64_t nRuns = 0;
     for (const bool bFromThen : {false, true}) {
-        sweep(bFromThen ? "no memory for a device from there on" : "no memory for a device", 0, [&](uint64_t nCall) {
-            XAPEL2::Device* pDevice = nullptr;
-            Allocations::arm(false);
-            Allocations::failAfter(nCall - 1, bFromThen);
-            fnStep([&] { pDevice = openDevice("sim:7?width=16&height=8&format=Mono8"); });
-            if (pDevice == nullptr)
-                return nCall != UINT64_MAX;
-            fnStep([&] { Control::addFirstStream(pDevice); });
-            XAPEL2::DataStream* const pStream = firstDataStream(pDevice);
-            openDataStream(pDevice, pStream);
-            auto blocked = std::async(std::launch::async, [pStream] {
-                BufferHandle hBuffer = nullptr;
-                return getFilledBuffer(pStream, &hBuffer, TIMEOUT_INFINITE);
-            });
-            Control::waitForBlockedFetches(pStream, 1, XapelTest::DEADLINE_MS);
-            fnStep([&] { closeDevice(pDevice); });
-            closeDevice(pDevice);
-            EXPECT_EQ(blocked.get(), GC_ERR_ABORT);
-            return Allocations::failed() != 0;
-        });
+        nRuns += sweep(bFromThen ? "no memory for a device from there on" : "no memory for a device", 0,
+                       [&](uint64_t nCall) {
+                           XAPEL2::Device* pDevice = nullptr;
+                           Allocations::arm(false);
+                           Allocations::failAfter(nCall - 1, bFromThen);
+                           fnStep([&] { pDevice = openDevice("sim:7?width=16&height=8&format=Mono8"); });
+                           if (pDevice == nullptr)
+                               return nCall != UINT64_MAX;
+                           fnStep([&] { Control::addFirstStream(pDevice); });
+                           XAPEL2::DataStream* const pStream = firstDataStream(pDevice);
+                           openDataStream(pDevice, pStream);
+                           auto blocked = std::async(std::launch::async, [pStream] {
+                               BufferHandle hBuffer = nullptr;
+                               return getFilledBuffer(pStream, &hBuffer, TIMEOUT_INFINITE);
+                           });
+                           Control::waitForBlockedFetches(pStream, 1, XapelTest::DEADLINE_MS);
+                           fnStep([&] { closeDevice(pDevice); });
+                           closeDevice(pDevice);
+                           EXPECT_EQ(blocked.get(), GC_ERR_ABORT);
+                           return Allocations::failed() != 0;
+                       });
     }
+    EXPECT_GT(nRuns, 50U);
 }
 
 }  // namespace
