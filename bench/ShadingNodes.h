@@ -8,6 +8,7 @@
 #include <string>
 
 #include "ReferenceImage.h"
+#include "ShadingProcessor.h"
 #include "xapel2/XapelNodes.h"
 
 namespace XapelBench {
@@ -15,14 +16,12 @@ namespace XapelBench {
 /// An image processor and its nodes. Failures of the node accesses are host exceptions.
 class CShadingNodes {
 public:
-    enum eCommand { eProcess = 2, eApply = 3, eLoadDark = 5, eLoadLight = 6, eStartLight = 8, eEnd = 9 };
-
     /// Five node writes and the command: what a filled buffer costs. The status is not read, as in the stream.
     void process(const std::string& strFormat, uint64_t nWidth, uint64_t nHeight, std::size_t nBytes, void* pImage) {
         writeFormat(strFormat, nWidth, nHeight);
         m_pBufferSize->SetInt(static_cast<long long>(nBytes));
         m_pBuffer->SetInt(static_cast<long long>(reinterpret_cast<uintptr_t>(pImage)));
-        m_pCommand->SetInt(eProcess);
+        m_pCommand->SetInt(XAPEL2::StandIn::eCommandProcess);
     }
     void process(const XAPEL2::StandIn::ImageLayout& rLayout, void* pImage) {
         process(rLayout.pFormat->pName, rLayout.nWidth, rLayout.nHeight, rLayout.bytes(), pImage);
@@ -45,15 +44,15 @@ public:
     }
 
     /// A command with a reference file. @throws std::runtime_error  it failed.
-    void file(eCommand eWhat, const std::string& strFile) {
+    void file(XAPEL2::StandIn::eShadingCommand eWhat, const std::string& strFile) {
         m_pFilename->SetString(strFile.c_str());
         command(eWhat);
     }
     void apply(const XAPEL2::StandIn::ImageLayout& rLayout) {
         writeFormat(rLayout.pFormat->pName, rLayout.nWidth, rLayout.nHeight);
-        command(eApply);
+        command(XAPEL2::StandIn::eCommandApply);
     }
-    void command(eCommand eWhat) {
+    void command(XAPEL2::StandIn::eShadingCommand eWhat) {
         m_pCommand->SetInt(eWhat);
         require();
     }

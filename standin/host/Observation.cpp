@@ -68,6 +68,7 @@ void trace(int32_t iLevel, const char* pText, const char* pDetail) noexcept {
     try {
         traceOrThrow(iLevel, std::string(pText) + pDetail);
     } catch (...) {
+        // As above.
     }
 }
 

@@ -7,7 +7,8 @@
 #include <algorithm>
 #include <cstring>
 
-#define HWY_DISABLED_TARGETS (HWY_SSSE3 | HWY_AVX3_DL)
+#include "PlaneVectors.h"
+
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "FrameSums.cpp"
 #include "hwy/foreach_target.h"

@@ -55,6 +55,19 @@ void copyBordered(const PlaneSize& rSize, const T* pIn, std::size_t iX, std::siz
     }
 }
 
+/// Makes the medians of a tile whose first pixel is (iX, iY), and writes what fnValue makes of each key.
+template <class T, class F>
+void filterTile(const PlaneSize& rSize, const Tile& rTile, unsigned nRadius, TileMemory& rMemory, std::size_t iX,
+                std::size_t iY, F fnValue, T* pOut) {
+    const std::size_t nColumns = rTile.nColumns - std::size_t{2} * nRadius;
+    const std::size_t nRows = rTile.nRows - std::size_t{2} * nRadius;
+    rMemory.vMedians.resize(nColumns * nRows);
+    medianOfTile(rTile, nRadius, rMemory, rMemory.vMedians.data());
+    const uint16_t* pMedian = rMemory.vMedians.data();
+    for (std::size_t i = iY; i < iY + nRows; ++i, pMedian += nColumns)
+        std::transform(pMedian, pMedian + nColumns, pOut + i * rSize.nWidth + iX, fnValue);
+}
+
 /// Ranks of floats that are not negative: their bits, sorted by radix.
 class CRanks {
 public:
@@ -120,18 +133,14 @@ void medianByHistogram(const PlaneSize& rSize, const uint16_t* pIn, unsigned nRa
     Tile sTile;
     sTile.uLargest = static_cast<uint16_t>(*sLimits.second - uSmallest);
     TileMemory sMemory;
-    std::vector<uint16_t> vMedians;
     forEachTile(rSize, TILE_HEIGHT, [&](std::size_t iX, std::size_t iY, std::size_t nColumns, std::size_t nRows) {
         sTile.nColumns = nColumns + std::size_t{2} * nRadius;
         sTile.nRows = nRows + std::size_t{2} * nRadius;
         sTile.vKeys.resize(sTile.nColumns * sTile.nRows);
         copyBordered(rSize, pIn, iX, iY, nRadius, sTile.nColumns, sTile.nRows, uSmallest, sTile.vKeys.data());
-        vMedians.resize(nColumns * nRows);
-        medianOfTile(sTile, nRadius, sMemory, vMedians.data());
-        const uint16_t* pMedian = vMedians.data();
-        for (std::size_t i = iY; i < iY + nRows; ++i, pMedian += nColumns)
-            std::transform(pMedian, pMedian + nColumns, pOut + i * rSize.nWidth + iX,
-                           [&](uint16_t uKey) { return static_cast<uint16_t>(uKey + uSmallest); });
+        filterTile(
+            rSize, sTile, nRadius, sMemory, iX, iY,
+            [&](uint16_t uKey) { return static_cast<uint16_t>(uKey + uSmallest); }, pOut);
     });
 }
 
@@ -140,19 +149,14 @@ void medianByHistogram(const PlaneSize& rSize, const float* pIn, unsigned nRadiu
     Tile sTile;
     TileMemory sMemory;
     std::vector<float> vValues;
-    std::vector<uint16_t> vMedians;
     forEachTile(rSize, RANKED_HEIGHT, [&](std::size_t iX, std::size_t iY, std::size_t nColumns, std::size_t nRows) {
         sTile.nColumns = nColumns + std::size_t{2} * nRadius;
         sTile.nRows = nRows + std::size_t{2} * nRadius;
         vValues.resize(sTile.nColumns * sTile.nRows);
         copyBordered(rSize, pIn, iX, iY, nRadius, sTile.nColumns, sTile.nRows, 0.0F, vValues.data());
         oRanks.rank(vValues, sTile);
-        vMedians.resize(nColumns * nRows);
-        medianOfTile(sTile, nRadius, sMemory, vMedians.data());
-        const uint16_t* pMedian = vMedians.data();
-        for (std::size_t i = iY; i < iY + nRows; ++i, pMedian += nColumns)
-            std::transform(pMedian, pMedian + nColumns, pOut + i * rSize.nWidth + iX,
-                           [&](uint16_t uKey) { return oRanks.value(uKey); });
+        filterTile(
+            rSize, sTile, nRadius, sMemory, iX, iY, [&](uint16_t uKey) { return oRanks.value(uKey); }, pOut);
     });
 }
 

@@ -32,8 +32,8 @@
 #include <utility>
 #include <vector>
 
-// Two targets that give these kernels nothing that the others lack.
-#define HWY_DISABLED_TARGETS (HWY_SSSE3 | HWY_AVX3_DL)
+#include "PlaneVectors.h"
+
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "MedianNetwork.cpp"
 #include "hwy/foreach_target.h"
@@ -149,11 +149,6 @@ HWY_INLINE Part<R, V, N + M> merge(const Part<R, V, N>& a, const Part<R, V, M>& 
 constexpr std::size_t blockBytes(unsigned nRadius) {
     return nRadius <= 2 ? 1024 : 384;
 }
-
-/// Memory that vectors can be stored to without crossing a cache line.
-struct alignas(64) CacheLine {
-    uint8_t aBytes[64];
-};
 
 template <unsigned COUNT, class D, class T, std::size_t... I>
 HWY_INLINE List<hn::Vec<D>, COUNT> loadList(D d, const T* p, std::size_t nStride, std::index_sequence<I...>) {

@@ -24,7 +24,8 @@
 #include <cstring>
 #include <utility>
 
-#define HWY_DISABLED_TARGETS (HWY_SSSE3 | HWY_AVX3_DL)
+#include "PlaneVectors.h"
+
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "MedianTile.cpp"
 #include "hwy/foreach_target.h"

@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "PlaneVectors.h"
+
 namespace XAPEL2 {
 namespace StandIn {
 
@@ -26,12 +28,7 @@ struct Tile {
     static constexpr std::size_t PLACES_AT_ONCE = 64;
 };
 
-/// Bins on their way through the cache.
-struct alignas(64) CacheLine {
-    uint8_t aBytes[64] = {};
-};
-
-/// Bins of the levels, kept from tile to tile so that they are allocated once.
+/// Bins of the levels and medians, kept from tile to tile so that they are allocated once.
 struct TileMemory {
     struct Level {
         std::vector<CacheLine> vColumns;  // by bucket, column, bin; all 0 between tiles
@@ -39,6 +36,7 @@ struct TileMemory {
         std::vector<uint32_t> vMadeAt;    // by bucket
     };
     Level aLevels[3];
+    std::vector<uint16_t> vMedians;  // of the caller
 };
 
 /// Writes the median of each window of the tile, row by row.

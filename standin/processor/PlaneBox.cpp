@@ -7,12 +7,12 @@
 // numbers of 2^-24 DN, the unit of all floats from 1 DN on (63 * 63 * 65535 * 2^24 < 2^52).
 
 #include <algorithm>
-#include <cstring>
 #include <vector>
 
 #include "PlaneFilter.h"
 
-#define HWY_DISABLED_TARGETS (HWY_SSSE3 | HWY_AVX3_DL)
+#include "PlaneVectors.h"
+
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "PlaneBox.cpp"
 #include "hwy/foreach_target.h"
