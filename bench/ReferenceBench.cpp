@@ -28,7 +28,6 @@ using namespace XapelBench;
 using namespace XAPEL2::StandIn;
 
 constexpr unsigned RADII[] = {1, 2, 3, 5, 15, 31};
-constexpr unsigned OPENCV_MEDIAN_MAX = 2;  // its median of 16-bit images goes no further
 
 ImageLayout layout(const Options& rOptions, const char* pFormat) {
     return {findPixelFormat(pFormat), rOptions.bQuick ? 192U : 2448U, rOptions.bQuick ? 128U : 2048U};
@@ -222,7 +221,8 @@ void addOpenCv(CReferenceRounds& rRounds, const CScene& rScene) {
             rRounds.add("box-r" + strRadius + "/opencv", [=] {
                 cv::boxFilter(in, out, -1, {iSide, iSide}, {-1, -1}, true, cv::BORDER_REPLICATE);
             });
-        if (nRadius <= OPENCV_MEDIAN_MAX && rRounds.wants("median-r" + strRadius))
+        // Its median of 16-bit images goes no further.
+        if (nRadius <= 2 && rRounds.wants("median-r" + strRadius))
             rRounds.add("median-r" + strRadius + "/opencv", [=] { cv::medianBlur(in, out, iSide); });
     }
 }
