@@ -15,12 +15,12 @@
 #include <map>
 
 #include "Limit.h"
-#include "ReferenceFile.h"
 #include "ReferenceFilter.h"
 #include "Rounds.h"
 #include "Scene.h"
 #include "ShadingNodes.h"
 #include "TemporaryFolder.h"
+#include "xapel2_standin/ReferenceFile.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include <cmath>
 #include <stdexcept>
 
-#include "ReferenceFile.h"
 #include "TemporaryFolder.h"
+#include "xapel2_standin/ReferenceFile.h"
 
 namespace XapelBench {
 

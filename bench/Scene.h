@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "ReferenceImage.h"
 #include "ShadingNodes.h"
+#include "xapel2_standin/ReferenceImage.h"
 
 namespace XapelBench {
 

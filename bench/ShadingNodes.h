@@ -7,9 +7,9 @@
 #include <stdexcept>
 #include <string>
 
-#include "ReferenceImage.h"
 #include "ShadingProcessor.h"
 #include "xapel2/XapelNodes.h"
+#include "xapel2_standin/ReferenceImage.h"
 
 namespace XapelBench {
 

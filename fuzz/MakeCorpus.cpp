@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "ReferenceFile.h"
+#include "xapel2_standin/ReferenceFile.h"
 
 using namespace XAPEL2::StandIn;
 

@@ -13,12 +13,12 @@
 
 #include "../tests/support/TemporaryFolder.h"
 #include "FuzzTarget.h"
-#include "ReferenceFile.h"
 #include "ShadingProcessor.h"
 #include "xapel2/GenTLCodes.h"
 #include "xapel2/XapelExceptions.h"
 #include "xapel2/XapelNodes.h"
 #include "xapel2_standin/Control.h"
+#include "xapel2_standin/ReferenceFile.h"
 
 using namespace XAPEL2;
 using namespace XAPEL2::StandIn;

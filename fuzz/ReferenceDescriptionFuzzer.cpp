@@ -7,7 +7,7 @@
 
 #include "FuzzTarget.h"
 #include "ReferenceDescription.h"
-#include "ReferenceFile.h"
+#include "xapel2_standin/ReferenceFile.h"
 
 using namespace XAPEL2::StandIn;
 using XAPEL2::Fuzz::require;
@@ -34,7 +34,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, std::size_t nBytes) 
     ReferenceImage sFirst;
     try {
         sFirst = parseDescription(strText.c_str(), 6, 4);
-    } catch (const CReferenceFileError&) {
+    } catch (const CFileError&) {
         return 0;
     }
     require(strText.size() <= 65536, "the length is bounded");

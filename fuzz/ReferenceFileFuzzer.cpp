@@ -7,8 +7,9 @@
 #include "Correction.h"
 #include "FuzzTarget.h"
 #include "ReferenceDescription.h"
-#include "ReferenceFile.h"
 #include "ReferenceFilter.h"
+#include "TiffHandle.h"
+#include "xapel2_standin/ReferenceFile.h"
 
 using namespace XAPEL2::StandIn;
 using XAPEL2::Fuzz::require;
@@ -19,7 +20,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, std::size_t nBytes) 
     ReferenceImage sReference;
     try {
         sReference = readReferenceFile(s_oFile.hold(pData, nBytes));
-    } catch (const CReferenceFileError&) {
+    } catch (const CFileError&) {
         return 0;
     }
     const ImageLayout& rLayout = sReference.sLayout;

@@ -8,7 +8,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "Demo.h"
+#include "demo/Demo.h"
 #include "xapel2/XapelExceptions.h"
 
 namespace {

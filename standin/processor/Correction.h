@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "ReferenceImage.h"
+#include "xapel2_standin/ReferenceImage.h"
 
 namespace XAPEL2 {
 namespace StandIn {

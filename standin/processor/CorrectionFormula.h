@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "CorrectionEncode.h"
-#include "ReferenceImage.h"
+#include "xapel2_standin/ReferenceImage.h"
 
 namespace XAPEL2 {
 namespace StandIn {

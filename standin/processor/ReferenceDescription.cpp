@@ -12,7 +12,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
-#include "ReferenceFile.h"
+#include "xapel2_standin/ReferenceFile.h"
 
 namespace XAPEL2 {
 namespace StandIn {
@@ -27,7 +27,7 @@ constexpr double IMAGES_MAX = 9007199254740992.0;  // 2^53, exact as a double
 
 void require(bool bGood, const std::string& strElse) {
     if (!bGood)
-        throw CReferenceFileError(strElse);
+        throw CFileError(strElse);
 }
 
 /// Takes the tokens of a description: keeps texts and numbers of the outer object by name, and the member "camera" as
@@ -84,7 +84,7 @@ public:
     }
     bool end_array() override { return close(']'); }
     bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception& rError) override {
-        throw CReferenceFileError(std::string("the description cannot be read: ") + rError.what());
+        throw CFileError(std::string("the description cannot be read: ") + rError.what());
     }
 
 private:

@@ -7,17 +7,18 @@
 #include <cstdint>
 #include <string>
 
-#include "ReferenceImage.h"
+#include "TiffHandle.h"
+#include "xapel2_standin/ReferenceImage.h"
 
 namespace XAPEL2 {
 namespace StandIn {
 
 /// The description of a reference, checked to be one that parseDescription takes.
-/// @throws CReferenceFileError  strCamera is no JSON object, or too long or deep.
+/// @throws CFileError  strCamera is no JSON object, or too long or deep.
 std::string makeDescription(const ReferenceImage& rReference);
 
 /// A reference without samples from its description, with every field checked. Reads 64 KiB and 8 levels at most.
-/// @throws CReferenceFileError  says what is wrong.
+/// @throws CFileError  says what is wrong.
 ReferenceImage parseDescription(const char* strText, uint64_t nWidth, uint64_t nHeight);
 
 }  // namespace StandIn

@@ -3,8 +3,8 @@
 // Reading reference files, which may come from anywhere.
 
 #include "ReferenceDescription.h"
-#include "ReferenceFile.h"
 #include "TiffInput.h"
+#include "xapel2_standin/ReferenceFile.h"
 
 namespace XAPEL2 {
 namespace StandIn {
@@ -13,7 +13,7 @@ namespace {
 
 void require(bool bGood, const char* strElse) {
     if (!bGood)
-        throw CReferenceFileError(strElse);
+        throw CFileError(strElse);
 }
 
 /// Kind, format and figures from the description, size from the tags.

@@ -11,8 +11,8 @@
 #include <chrono>
 
 #include "ReferenceDescription.h"
-#include "ReferenceFile.h"
 #include "TiffHandle.h"
+#include "xapel2_standin/ReferenceFile.h"
 
 namespace XAPEL2 {
 namespace StandIn {
@@ -23,7 +23,7 @@ constexpr std::size_t STRIP_BYTES = 1 << 20;
 constexpr std::size_t CLASSIC_BYTES_MAX = 4'000'000'000;  // a classic TIFF has 32-bit offsets
 
 [[noreturn]] void failWithSystemError(const char* strWhat) {
-    throw CReferenceFileError(std::string(strWhat) + ": " + systemError());
+    throw CFileError(std::string(strWhat) + ": " + systemError());
 }
 
 void setTags(const CTiffHandle& rTiff, const ReferenceImage& rReference, std::size_t nRowsPerStrip) {
@@ -113,7 +113,7 @@ void writeReferenceFile(const std::string& strFile, const ReferenceImage& rRefer
     const std::string strName = iSlash == std::string::npos ? strFile : strFile.substr(iSlash + 1);
     const std::string strFolder = iSlash == std::string::npos ? "." : strFile.substr(0, iSlash + 1);
     if (strName.empty() || strFile.find('\0') != std::string::npos)
-        throw CReferenceFileError("no file name");
+        throw CFileError("no file name");
 
     CFileDescriptor sFolder(open(strFolder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (sFolder.get() < 0)

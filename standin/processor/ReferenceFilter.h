@@ -6,7 +6,7 @@
 
 #include <vector>
 
-#include "ReferenceImage.h"
+#include "xapel2_standin/ReferenceImage.h"
 
 namespace XAPEL2 {
 namespace StandIn {

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "ReferenceImage.h"
+#include "xapel2_standin/ReferenceImage.h"
 
 namespace XAPEL2 {
 namespace StandIn {

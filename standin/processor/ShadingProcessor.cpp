@@ -15,10 +15,11 @@
 #include "xapel2/GenTLCodes.h"
 
 #include "Correction.h"
-#include "ReferenceFile.h"
 #include "ReferenceFilter.h"
-#include "ReferenceImage.h"
 #include "ReferenceRecorder.h"
+#include "TiffHandle.h"
+#include "xapel2_standin/ReferenceFile.h"
+#include "xapel2_standin/ReferenceImage.h"
 
 namespace XAPEL2 {
 namespace StandIn {
@@ -208,7 +209,7 @@ int64_t CShadingProcessor::Impl::load(eReferenceKind eKind, const ShadingInputs&
         return GC_ERR_RESOURCE_IN_USE;
     auto pReference = std::make_unique<ReferenceImage>(readReferenceFile(rInputs.strFilename));
     if (pReference->eKind != eKind)
-        throw CReferenceFileError(eKind == eReferenceLight ? "it is a dark reference" : "it is a light reference");
+        throw CFileError(eKind == eReferenceLight ? "it is a dark reference" : "it is a light reference");
     m_aReferences[eKind] = std::move(pReference);
     return GC_ERR_SUCCESS;
 }
@@ -255,7 +256,7 @@ int64_t CShadingProcessor::Impl::run(int64_t iCommand, const ShadingInputs& rInp
             default:
                 return GC_ERR_INVALID_PARAMETER;
         }
-    } catch (const CReferenceFileError& rError) {
+    } catch (const CFileError& rError) {
         m_strTrace = "reference file " + rInputs.strFilename + "; " + rError.what();
         return GC_ERR_IO;
     }

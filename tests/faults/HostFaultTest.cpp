@@ -14,10 +14,10 @@
 #include "xapel2_ext_sc.h"
 
 #include "Participants.h"
-#include "ReferenceFile.h"
 #include "StreamFixture.h"
 #include "TemporaryFolder.h"
 #include "XapelBypassSlot.h"
+#include "xapel2_standin/ReferenceFile.h"
 
 namespace {
 

@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "Program.h"
-#include "ReferenceFile.h"
 #include "TemporaryFolder.h"
+#include "xapel2_standin/ReferenceFile.h"
 
 namespace XAPEL2 {
 namespace Test {

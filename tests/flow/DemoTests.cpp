@@ -18,10 +18,10 @@
 #include <nlohmann/json.hpp>
 
 #include "Program.h"
-#include "ReferenceFile.h"
 #include "SensorModel.h"
 #include "TemporaryFolder.h"
 #include "TestImages.h"
+#include "xapel2_standin/ReferenceFile.h"
 
 namespace fs = std::filesystem;
 using namespace XAPEL2::StandIn;

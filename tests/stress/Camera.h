@@ -20,8 +20,8 @@
 #include "xapel2_standin/Host.h"
 
 #include "Correction.h"
-#include "ReferenceFile.h"
 #include "xapel2_ext_sc.h"
+#include "xapel2_standin/ReferenceFile.h"
 
 namespace XapelStress {
 

@@ -2,7 +2,8 @@
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // Reference files: round trip, saves that fail, and files that lie.
 
-#include "ReferenceFile.h"
+#include "TiffHandle.h"
+#include "xapel2_standin/ReferenceFile.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -30,7 +31,7 @@ std::string readError(const std::string& strFile) {
     try {
         readReferenceFile(strFile);
         return "";
-    } catch (const CReferenceFileError& rError) {
+    } catch (const CFileError& rError) {
         return rError.what();
     }
 }
@@ -62,7 +63,7 @@ TEST(ReferenceFile, BadCameraSettingsLeaveTheOldFileAndNothingElse) {
     ReferenceImage sBad = sOld;
     for (const std::string& rCamera : {std::string("[[1]"), R"({"a":")" + std::string(70000, 'x') + R"("})"}) {
         sBad.strCamera = rCamera;
-        EXPECT_THROW(writeReferenceFile(oFolder / "old.tif", sBad), CReferenceFileError);
+        EXPECT_THROW(writeReferenceFile(oFolder / "old.tif", sBad), CFileError);
     }
     EXPECT_EQ(oFolder.names(), std::vector<std::string>{"old.tif"});
     EXPECT_EQ(readReferenceFile(oFolder / "old.tif").vSamples, sOld.vSamples);

@@ -13,10 +13,10 @@
 #include <thread>
 
 #include "Allocations.h"
-#include "ReferenceFile.h"
 #include "TemporaryFolder.h"
 #include "TestImages.h"
 #include "xapel2/GenTLCodes.h"
+#include "xapel2_standin/ReferenceFile.h"
 
 namespace XAPEL2 {
 namespace StandIn {

@@ -6,32 +6,30 @@
 
 #include <string>
 
-#include "ReferenceImage.h"
-#include "TiffHandle.h"
+#include "xapel2/XapelExport.h"
+#include "xapel2_standin/ReferenceImage.h"
 
 namespace XAPEL2 {
 namespace StandIn {
-
-/// A reference file that cannot be read or written.
-using CReferenceFileError = CFileError;
 
 /// Writes a reference. The file appears under its name whole and flushed to disk, or not at all: it is written beside
 /// it under a temporary name, which a failed write removes. An existing file is replaced, also where it is a link. The
 /// temporary file of a killed process (.reference-*.tmp) stays behind and is in nobody's way.
 /// The description is a JSON object: kind ("dark", "light"), pixelFormat (PFNC name), images, saturatedShare (0 to 1),
 /// mean and temporalNoise (DN), and camera (object) where rReference.strCamera is not empty.
-/// @throws CReferenceFileError  nothing was written; or only the folder could not be flushed, and the file is there.
+/// @throws std::runtime_error   nothing was written; or only the folder could not be flushed, and the file is there.
 /// @throws std::bad_alloc       nothing was written.
 /// @threads any.
-void writeReferenceFile(const std::string& strFile, const ReferenceImage& rReference);
+XAPEL2_HOST_API void writeReferenceFile(const std::string& strFile, const ReferenceImage& rReference);
 
 /// Reads a reference and checks all of it: every field counts as hostile. Refused are compressed, tiled or planar data,
 /// samples other than 32-bit float, NaN, infinity, values outside 0 to full scale, impossible sizes (before memory
 /// is taken for them), data beyond the end of the file, and a description that is too long (64 KiB), too deep (8
 /// levels), or lacks a field. Unknown fields of the description are ignored.
-/// @throws CReferenceFileError, std::bad_alloc
+/// @throws std::runtime_error   says what is wrong.
+/// @throws std::bad_alloc
 /// @threads any.
-ReferenceImage readReferenceFile(const std::string& strFile);
+XAPEL2_HOST_API ReferenceImage readReferenceFile(const std::string& strFile);
 
 }  // namespace StandIn
 }  // namespace XAPEL2

@@ -2,7 +2,7 @@
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // A plot of one row of a frame before and after correction.
 
-#include "Plot.h"
+#include "demo/Plot.h"
 
 #include <algorithm>
 #include <csignal>

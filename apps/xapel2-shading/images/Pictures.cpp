@@ -2,7 +2,7 @@
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // Pictures of a frame before and after correction, on one common scale.
 
-#include "Pictures.h"
+#include "images/Pictures.h"
 
 #include <algorithm>
 #include <cmath>
@@ -11,7 +11,7 @@
 
 #include <png.h>
 
-#include "Figures.h"
+#include "demo/Figures.h"
 
 namespace XAPEL2 {
 namespace App {

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "Frame.h"
+#include "images/Frame.h"
 #include "xapel2_ext_sc.h"
 #include "xapel2_standin/Host.h"
 

@@ -7,8 +7,8 @@
 #include <filesystem>
 #include <string>
 
-#include "Figures.h"
-#include "Frame.h"
+#include "demo/Figures.h"
+#include "images/Frame.h"
 
 namespace XAPEL2 {
 namespace App {

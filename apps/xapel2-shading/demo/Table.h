@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <iosfwd>
 
-#include "Figures.h"
+#include "demo/Figures.h"
 
 namespace XAPEL2 {
 namespace App {

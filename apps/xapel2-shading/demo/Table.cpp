@@ -2,7 +2,7 @@
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // The table that ends a demonstration.
 
-#include "Table.h"
+#include "demo/Table.h"
 
 #include <cstdio>
 #include <filesystem>

@@ -6,7 +6,7 @@
 
 #include <filesystem>
 
-#include "Frame.h"
+#include "images/Frame.h"
 
 namespace XAPEL2 {
 namespace App {

@@ -2,7 +2,7 @@
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // Figures about the evenness of an image.
 
-#include "Figures.h"
+#include "demo/Figures.h"
 
 #include <algorithm>
 #include <cmath>

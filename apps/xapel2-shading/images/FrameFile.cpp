@@ -2,7 +2,7 @@
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // Writing frames as portable pixmaps (Netpbm PGM and PPM, binary).
 
-#include "FrameFile.h"
+#include "images/FrameFile.h"
 
 #include <cstring>
 #include <fstream>

@@ -2,7 +2,7 @@
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // A line on the terminal that tells how far a run is.
 
-#include "Progress.h"
+#include "device/Progress.h"
 
 #include <iostream>
 

@@ -2,20 +2,21 @@
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // The demonstration: record references, apply them, and show what correction does to the frames of a camera.
 
-#include "Demo.h"
+#include "demo/Demo.h"
 
 #include <iostream>
 #include <optional>
 #include <stdexcept>
 #include <vector>
 
-#include "OutputFolder.h"
-#include "Pictures.h"
-#include "Plot.h"
-#include "Progress.h"
-#include "ReferenceImage.h"
-#include "Session.h"
-#include "Table.h"
+#include "demo/OutputFolder.h"
+#include "demo/Plot.h"
+#include "device/Progress.h"
+#include "images/Pictures.h"
+
+#include "demo/Table.h"
+#include "device/Session.h"
+#include "xapel2_standin/ReferenceFile.h"
 
 namespace XAPEL2 {
 namespace App {
@@ -163,7 +164,7 @@ void CDemo::correctFrames(const char* pScene, uint64_t iFirst, uint64_t nFrames)
 void CDemo::evaluate() {
     std::vector<float> aDark;
     if (m_Figures.nDarkFrames > 0) {
-        aDark = readReferenceImage(m_Output.file("reference-dark.tif")).aSamples;
+        aDark = StandIn::readReferenceFile(m_Output.file("reference-dark.tif").string()).vSamples;
     }
     m_Figures.Before = unevenness(m_First->Raw, aDark);
     m_Figures.After = unevenness(m_First->Corrected, {});

@@ -2,7 +2,7 @@
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // The folder that a demonstration writes to.
 
-#include "OutputFolder.h"
+#include "demo/OutputFolder.h"
 
 #include <fstream>
 #include <stdexcept>
@@ -10,7 +10,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "FrameFile.h"
+#include "images/FrameFile.h"
 
 namespace XAPEL2 {
 namespace App {

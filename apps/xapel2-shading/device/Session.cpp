@@ -2,7 +2,7 @@
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // A camera that streams through the shading library: device, stream and buffers of one run.
 
-#include "Session.h"
+#include "device/Session.h"
 
 #include <chrono>
 #include <stdexcept>

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "Frame.h"
+#include "images/Frame.h"
 
 namespace XAPEL2 {
 namespace App {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 the xapel2_ext_sc authors
-// What the parts of the image processor share: the layout of an image and a recorded reference.
+// The layout of an image, and a recorded reference.
 
 #pragma once
 
