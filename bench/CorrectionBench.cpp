@@ -39,9 +39,13 @@ struct Format {
     eTraffic eKind;
     bool bOpenCv;
 };
-constexpr Format FORMATS[] = {{"mono8", "Mono8", eSamples8, true},        {"mono12", "Mono12", eSamples16, false},
-                              {"mono16", "Mono16", eSamples16, true},     {"mono12p", "Mono12p", ePacked12, false},
-                              {"bayerrg8", "BayerRG8", eSamples8, false}, {"rgb8", "RGB8", eSamples8, false}};
+constexpr Format FORMATS[] = {{"mono8", "Mono8", eSamples8, true},
+                              {"mono12", "Mono12", eSamples16, false},
+                              {"mono16", "Mono16", eSamples16, true},
+                              {"mono12p", "Mono12p", ePacked12, false},
+                              {"mono12packed", "Mono12Packed", ePacked12, false},
+                              {"bayerrg8", "BayerRG8", eSamples8, false},
+                              {"rgb8", "RGB8", eSamples8, false}};
 
 /// Buffers of a stream, in one block on huge pages, each at a cache line of its own place within a page.
 class CRing {

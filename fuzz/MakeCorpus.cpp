@@ -107,7 +107,7 @@ void writeTiffs() {
             write("replay-frame-limits", strTags, sForger.image(10000, 40, 8, 1, false, vTags));
         }
     }
-    for (const char* pFormat : {"Mono8", "BayerRG12p", "RGB8", "Mono16"}) {
+    for (const char* pFormat : {"Mono8", "BayerRG12p", "Mono10Packed", "RGB8", "Mono16"}) {
         const ImageLayout sLayout = {findPixelFormat(pFormat), 5, 3};
         const std::string strCamera = sLayout.pFormat->isCfa() ? R"({"gain":[1,{"b":"x"}]})" : "";
         writeReferenceFile(path("reference-file", pFormat), {eReferenceDark, sLayout, 3, 0.25, 7.5, 0.5, strCamera,

@@ -18,6 +18,8 @@ const std::vector<PixelFormat>& pixelFormats() {
         {"Mono16", 0x01100007, 16, 16, 1, ""},
         {"Mono10p", 0x010A0046, 10, 10, 1, ""},
         {"Mono12p", 0x010C0047, 12, 12, 1, ""},
+        {"Mono10Packed", 0x010C0004, 10, 12, 1, "", true},
+        {"Mono12Packed", 0x010C0006, 12, 12, 1, "", true},
         {"BayerGR8", 0x01080008, 8, 8, 1, "GRBG"},
         {"BayerRG8", 0x01080009, 8, 8, 1, "RGGB"},
         {"BayerGB8", 0x0108000A, 8, 8, 1, "GBRG"},
@@ -42,6 +44,14 @@ const std::vector<PixelFormat>& pixelFormats() {
         {"BayerRG12p", 0x010C0059, 12, 12, 1, "RGGB"},
         {"BayerGB12p", 0x010C0055, 12, 12, 1, "GBRG"},
         {"BayerBG12p", 0x010C0053, 12, 12, 1, "BGGR"},
+        {"BayerGR10Packed", 0x010C0026, 10, 12, 1, "GRBG", true},
+        {"BayerRG10Packed", 0x010C0027, 10, 12, 1, "RGGB", true},
+        {"BayerGB10Packed", 0x010C0028, 10, 12, 1, "GBRG", true},
+        {"BayerBG10Packed", 0x010C0029, 10, 12, 1, "BGGR", true},
+        {"BayerGR12Packed", 0x010C002A, 12, 12, 1, "GRBG", true},
+        {"BayerRG12Packed", 0x010C002B, 12, 12, 1, "RGGB", true},
+        {"BayerGB12Packed", 0x010C002C, 12, 12, 1, "GBRG", true},
+        {"BayerBG12Packed", 0x010C002D, 12, 12, 1, "BGGR", true},
         {"RGB8", 0x02180014, 8, 8, 3, ""},
         {"BGR8", 0x02180015, 8, 8, 3, ""},
     };
@@ -62,33 +72,30 @@ std::size_t imageBytes(const PixelFormat& rFormat, uint64_t nWidth, uint64_t nHe
 
 namespace {
 
-// A packed sample of 10 or 12 bits always ends in the byte after the one that it begins in.
+constexpr std::size_t GROUP = 8;  // samples that fill whole bytes in every packed format
 
-uint16_t unpackOne(const PixelFormat& rFormat, const uint8_t* pBytes, std::size_t iSample) {
-    const std::size_t iBit = iSample * rFormat.nWireBits;
-    const unsigned uPair = pBytes[iBit / 8] | static_cast<unsigned>(pBytes[iBit / 8 + 1]) << 8;
-    return static_cast<uint16_t>(uPair >> (iBit % 8) & rFormat.fullScale());
-}
-
-void packOne(const PixelFormat& rFormat, uint16_t uSample, std::size_t iSample, uint8_t* pBytes) {
-    const std::size_t iBit = iSample * rFormat.nWireBits;
-    const unsigned uShift = iBit % 8;
-    const unsigned uMask = rFormat.fullScale() << uShift;
-    uint8_t* const pPair = pBytes + iBit / 8;
-    const unsigned uOld = pPair[0] | static_cast<unsigned>(pPair[1]) << 8;
-    const unsigned uNew = (uOld & ~uMask) | (static_cast<unsigned>(uSample) << uShift & uMask);
-    pPair[0] = static_cast<uint8_t>(uNew);
-    pPair[1] = static_cast<uint8_t>(uNew >> 8);
-}
-
-// Eight samples of BITS bits fill BITS whole bytes. They are read and written as two words of four samples each, the
-// second one from the byte on that ends with the eighth sample.
-constexpr std::size_t GROUP = 8;
-
+/// Samples of BITS bits side by side from the least significant bit on. Each ends in the byte after the one that it
+/// begins in. A group is read and written as two words of four samples each, the second one from the byte on that ends
+/// with the eighth sample.
 template <unsigned BITS>
-void unpackGroups(const uint8_t* pBytes, std::size_t nGroups, uint16_t* pSamples) {
-    constexpr unsigned MASK = (1U << BITS) - 1U;
-    for (; nGroups != 0; --nGroups, pBytes += BITS, pSamples += GROUP) {
+struct Dense {
+    static constexpr unsigned MASK = (1U << BITS) - 1U;
+
+    static uint16_t unpackOne(const uint8_t* pBytes, std::size_t iSample) {
+        const std::size_t iBit = iSample * BITS;
+        const unsigned uPair = pBytes[iBit / 8] | static_cast<unsigned>(pBytes[iBit / 8 + 1]) << 8;
+        return static_cast<uint16_t>(uPair >> (iBit % 8) & MASK);
+    }
+    static void packOne(unsigned uSample, std::size_t iSample, uint8_t* pBytes) {
+        const std::size_t iBit = iSample * BITS;
+        const unsigned uShift = iBit % 8;
+        uint8_t* const pPair = pBytes + iBit / 8;
+        const unsigned uOld = pPair[0] | static_cast<unsigned>(pPair[1]) << 8;
+        const unsigned uNew = (uOld & ~(MASK << uShift)) | (uSample & MASK) << uShift;
+        pPair[0] = static_cast<uint8_t>(uNew);
+        pPair[1] = static_cast<uint8_t>(uNew >> 8);
+    }
+    static void unpackGroup(const uint8_t* pBytes, uint16_t* pSamples) {
         uint64_t uLow = 0;
         uint64_t uHigh = 0;
         std::memcpy(&uLow, pBytes, 8);
@@ -99,23 +106,69 @@ void unpackGroups(const uint8_t* pBytes, std::size_t nGroups, uint16_t* pSamples
             pSamples[4 + i] = static_cast<uint16_t>(uHigh >> (i * BITS) & MASK);
         }
     }
-}
-
-template <unsigned BITS>
-void packGroups(const uint16_t* pSamples, std::size_t nGroups, uint8_t* pBytes) {
-    constexpr uint64_t MASK = (1U << BITS) - 1U;
-    for (; nGroups != 0; --nGroups, pBytes += BITS, pSamples += GROUP) {
+    static void packGroup(const uint16_t* pSamples, uint8_t* pBytes) {
         uint64_t uLow = 0;
         uint64_t uHigh = 0;
         for (unsigned i = 0; i < 4; ++i) {
-            uLow |= (pSamples[i] & MASK) << (i * BITS);
-            uHigh |= (pSamples[4 + i] & MASK) << (i * BITS);
+            uLow |= uint64_t{pSamples[i] & MASK} << (i * BITS);
+            uHigh |= uint64_t{pSamples[4 + i] & MASK} << (i * BITS);
         }
         const uint64_t uFirst = uLow | uHigh << (4 * BITS);
         const uint64_t uSecond = uLow >> (8 * BITS - 64) | uHigh << (64 - 4 * BITS);
         std::memcpy(pBytes, &uFirst, 8);
         std::memcpy(pBytes + BITS - 8, &uSecond, 8);
     }
+};
+
+/// Two samples in three bytes: the upper eight bits of each in the outer ones, what is below them in the halves of the
+/// middle one, the first sample's in the lower half.
+template <unsigned BITS>
+struct Split {
+    static constexpr unsigned BELOW = BITS - 8;
+    static constexpr unsigned MASK = (1U << BELOW) - 1U;
+
+    static uint16_t unpackOne(const uint8_t* pBytes, std::size_t iSample) {
+        const uint8_t* const pPair = pBytes + iSample / 2 * 3;
+        const std::size_t iOfTwo = iSample % 2;
+        return static_cast<uint16_t>(pPair[2 * iOfTwo] << BELOW | (pPair[1] >> (4 * iOfTwo) & MASK));
+    }
+    static void packOne(unsigned uSample, std::size_t iSample, uint8_t* pBytes) {
+        uint8_t* const pPair = pBytes + iSample / 2 * 3;
+        const std::size_t iOfTwo = iSample % 2;
+        pPair[2 * iOfTwo] = static_cast<uint8_t>(uSample >> BELOW);
+        pPair[1] = static_cast<uint8_t>((pPair[1] & 0xF0U >> (4 * iOfTwo)) | (uSample & MASK) << (4 * iOfTwo));
+    }
+    static void unpackGroup(const uint8_t* pBytes, uint16_t* pSamples) {
+        for (unsigned i = 0; i < GROUP; i += 2, pBytes += 3) {
+            pSamples[i] = unpackOne(pBytes, 0);
+            pSamples[i + 1] = unpackOne(pBytes, 1);
+        }
+    }
+    static void packGroup(const uint16_t* pSamples, uint8_t* pBytes) {
+        for (unsigned i = 0; i < GROUP; i += 2, pBytes += 3) {
+            pBytes[0] = static_cast<uint8_t>(pSamples[i] >> BELOW);
+            pBytes[1] = static_cast<uint8_t>((pSamples[i] & MASK) | (pSamples[i + 1] & MASK) << 4);
+            pBytes[2] = static_cast<uint8_t>(pSamples[i + 1] >> BELOW);
+        }
+    }
+};
+
+/// Calls fn with the packing of a packed format.
+template <class F>
+void withPacking(const PixelFormat& rFormat, F fn) {
+    if (rFormat.bSplit)
+        rFormat.nBits == 10 ? fn(Split<10>()) : fn(Split<12>());
+    else
+        rFormat.nBits == 10 ? fn(Dense<10>()) : fn(Dense<12>());
+}
+
+/// Calls fnOne(sample of the run, sample of the image) and fnGroup(the same) for a run of samples of an image.
+template <class ONE, class ALL>
+void forEachGroup(std::size_t iFirst, std::size_t nSamples, ONE fnOne, ALL fnGroup) {
+    std::size_t i = 0;
+    for (; i < nSamples && (iFirst + i) % GROUP != 0; ++i) fnOne(i, iFirst + i);
+    for (; i + GROUP <= nSamples; i += GROUP) fnGroup(i, iFirst + i);
+    for (; i < nSamples; ++i) fnOne(i, iFirst + i);
 }
 
 }  // namespace
@@ -132,15 +185,14 @@ void unpackSamples(const PixelFormat& rFormat, const void* pImage, std::size_t i
         for (std::size_t i = 0; i < nSamples; ++i) pSamples[i] = pBytes[iFirst + i];
         return;
     }
-    std::size_t i = 0;
-    for (; i < nSamples && (iFirst + i) % GROUP != 0; ++i) pSamples[i] = unpackOne(rFormat, pBytes, iFirst + i);
-    const std::size_t nGroups = (nSamples - i) / GROUP;
-    const uint8_t* const pGroups = pBytes + (iFirst + i) / GROUP * rFormat.nWireBits;
-    if (rFormat.nWireBits == 12)
-        unpackGroups<12>(pGroups, nGroups, pSamples + i);
-    else
-        unpackGroups<10>(pGroups, nGroups, pSamples + i);
-    for (i += nGroups * GROUP; i < nSamples; ++i) pSamples[i] = unpackOne(rFormat, pBytes, iFirst + i);
+    withPacking(rFormat, [&](auto oPacking) {
+        forEachGroup(
+            iFirst, nSamples,
+            [&](std::size_t i, std::size_t iSample) { pSamples[i] = oPacking.unpackOne(pBytes, iSample); },
+            [&](std::size_t i, std::size_t iSample) {
+                oPacking.unpackGroup(pBytes + iSample / 8 * rFormat.nWireBits, pSamples + i);
+            });
+    });
 }
 
 void packSamples(const PixelFormat& rFormat, const uint16_t* pSamples, std::size_t iFirst, std::size_t nSamples,
@@ -155,15 +207,14 @@ void packSamples(const PixelFormat& rFormat, const uint16_t* pSamples, std::size
         for (std::size_t i = 0; i < nSamples; ++i) pBytes[iFirst + i] = static_cast<uint8_t>(pSamples[i]);
         return;
     }
-    std::size_t i = 0;
-    for (; i < nSamples && (iFirst + i) % GROUP != 0; ++i) packOne(rFormat, pSamples[i], iFirst + i, pBytes);
-    const std::size_t nGroups = (nSamples - i) / GROUP;
-    uint8_t* const pGroups = pBytes + (iFirst + i) / GROUP * rFormat.nWireBits;
-    if (rFormat.nWireBits == 12)
-        packGroups<12>(pSamples + i, nGroups, pGroups);
-    else
-        packGroups<10>(pSamples + i, nGroups, pGroups);
-    for (i += nGroups * GROUP; i < nSamples; ++i) packOne(rFormat, pSamples[i], iFirst + i, pBytes);
+    withPacking(rFormat, [&](auto oPacking) {
+        forEachGroup(
+            iFirst, nSamples,
+            [&](std::size_t i, std::size_t iSample) { oPacking.packOne(pSamples[i], iSample, pBytes); },
+            [&](std::size_t i, std::size_t iSample) {
+                oPacking.packGroup(pSamples + i, pBytes + iSample / 8 * rFormat.nWireBits);
+            });
+    });
 }
 
 }  // namespace StandIn

@@ -15,13 +15,19 @@ namespace XAPEL2 {
 namespace StandIn {
 
 /// Layout of one pixel format. Samples are unsigned integers; unpacked ones little endian.
+///
+/// "Packed" formats put two samples into three bytes: the upper eight bits of each into the first and the last byte,
+/// the lower bits of the first sample into the middle byte from bit 0 on, those of the second from bit 4 on. Where
+/// these are two bits only, the two above each pair are written as 0 and ignored when read. The last of an odd number
+/// of samples takes a byte and the lower half of the next.
 struct PixelFormat {
-    const char* pName;   ///< PFNC name, for example "BayerRG12p"
-    uint32_t uPfnc;      ///< PFNC value
-    unsigned nBits;      ///< significant bits of a sample: 8, 10, 12, 14, 16
-    unsigned nWireBits;  ///< bits that a sample takes in the image: 8, 16, or nBits when packed
-    unsigned nChannels;  ///< samples of a pixel: 1, or 3 for RGB8 and BGR8
-    const char* pCfa;    ///< colour sites of a filter array, row by row ("RGGB"); empty for all others
+    const char* pName;    ///< PFNC name, for example "BayerRG12p"
+    uint32_t uPfnc;       ///< PFNC value
+    unsigned nBits;       ///< significant bits of a sample: 8, 10, 12, 14, 16
+    unsigned nWireBits;   ///< bits that a sample takes in the image: 8, 16, or 10 or 12 when packed
+    unsigned nChannels;   ///< samples of a pixel: 1, or 3 for RGB8 and BGR8
+    const char* pCfa;     ///< colour sites of a filter array, row by row ("RGGB"); empty for all others
+    bool bSplit = false;  ///< packed as GigE Vision 1 does ("Packed"), else from the least significant bit on ("p")
 
     bool isPacked() const { return nWireBits % 8 != 0; }
     bool isCfa() const { return pCfa[0] != '\0'; }

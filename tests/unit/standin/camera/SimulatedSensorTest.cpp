@@ -264,7 +264,8 @@ TEST(SimulatedSensor, EveryFormatFillsItsImageWithPlausibleValues) {
         EXPECT_NEAR(meanOf(fillSamples(sensor, settings, eSceneDark, 0)) / pFormat->fullScale(), 64.0 / 4095, 0.003);
         if (pFormat->isPacked()) {
             CameraSettings unpacked = settings;
-            unpacked.pFormat = findPixelFormat(std::string(pFormat->pName, std::strlen(pFormat->pName) - 1));
+            unpacked.pFormat = findPixelFormat(std::string(
+                pFormat->pName, std::strlen(pFormat->pName) - std::strlen(pFormat->bSplit ? "Packed" : "p")));
             EXPECT_EQ(aLight, fillSamples(sensor, unpacked, eSceneLight, 0));
         }
         // Mean of each colour over the even field, against that of a mono sensor.

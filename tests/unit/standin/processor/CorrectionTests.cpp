@@ -137,7 +137,7 @@ std::vector<uint32_t> inputsFor(const PixelFormat& rFormat) {
     const uint32_t uFull = rFormat.fullScale();
     std::vector<uint32_t> vInputs = {0, 1, 2, uFull / 16, uFull / 2, uFull - 1, uFull};
     for (uint32_t i = 0; i < 50; ++i) vInputs.push_back(i * uFull / 49);
-    if (rFormat.nBits < rFormat.nWireBits)
+    if (rFormat.nBits < rFormat.nWireBits && !rFormat.isPacked())
         vInputs.push_back(uFull + 1);  // a bit that is none of the format's counts as saturated
     return vInputs;
 }
@@ -162,7 +162,7 @@ struct TableCase {
     const char* pTable;  // in the description
 };
 
-constexpr std::array<TableCase, 26> TABLE_CASES = {{
+constexpr std::array<TableCase, 30> TABLE_CASES = {{
     {"Mono8", 0, 3, false, 1, "dark u2.6+0, gain u1.15, 3 B"},
     {"RGB8", 5, 50, false, 1.5, "dark u6.2+0, gain u1.15, 3 B"},
     {"BayerRG8", 0, 7, false, 3, "dark u3.5+0, gain u2.14, 3 B"},
@@ -189,6 +189,10 @@ constexpr std::array<TableCase, 26> TABLE_CASES = {{
     {"Mono10p", 20, 200, false, 1, "dark u10.6+0, gain u1.15, 4 B"},
     {"Mono12p", 100, 25, false, 1, "dark u5.3+96, gain u1.15, 3 B"},
     {"BayerGB12p", 100, 900, true, 12, "dark u12.4+0, gain u4.12, 4 B"},
+    {"Mono10Packed", 20, 7, false, 3, "dark u3.5+19.5, gain u2.14, 3 B"},
+    {"BayerBG10Packed", 20, 200, false, 1, "dark u10.6+0, gain u1.15, 4 B"},
+    {"BayerGR12Packed", 100, 25, false, 1, "dark u5.3+96, gain u1.15, 3 B"},
+    {"Mono12Packed", 100, 900, true, 12, "dark u12.4+0, gain u4.12, 4 B"},
 }};
 
 References draw(const ImageLayout& rLayout, const TableCase& rCase) {
@@ -243,7 +247,7 @@ TEST(Correction, GivesTheDefinitionsBytesWithEveryTableAndTarget) {
 
 // Pixels that a small table cannot hold, at the ends of blocks, of the parts that are worked on at once, of the image.
 TEST(Correction, KeepsTheBoundForHotPixelsWithoutALargerTable) {
-    for (const char* pFormat : {"Mono8", "Mono12", "Mono16", "Mono12p", "BayerRG10p"}) {
+    for (const char* pFormat : {"Mono8", "Mono12", "Mono16", "Mono12p", "BayerRG10p", "Mono10Packed"}) {
         const ImageLayout sLayout = layout(pFormat, 130, 64);
         References sReferences = draw(sLayout, TableCase{pFormat, 3, 2, false, 1, ""});
         const std::vector<std::size_t> vHot = {0, 1, 63, 2047, 2048, 4000, 8318, 8319};
@@ -306,8 +310,15 @@ TEST(Correction, MakesItsOwnReferenceEvenPerClass) {
     }
 }
 
-// Bit k of sample i lies at bit i * wire bits + k of the image, counted from the least significant bit of byte 0. That
-// holds for little-endian words and for the packed formats alike.
+/// Bit of the image, counted from the least significant bit of byte 0, that bit k of sample i lies at: in order for
+/// little-endian words and "p" formats alike, for "Packed" ones as the header says.
+std::size_t bitOf(const PixelFormat& rFormat, std::size_t i, std::size_t k) {
+    const std::size_t nBelow = rFormat.nBits - 8;
+    if (!rFormat.bSplit)
+        return i * rFormat.nWireBits + k;
+    return i / 2 * 24 + (k < nBelow ? 8 + i % 2 * 4 + k : i % 2 * 16 + k - nBelow);
+}
+
 TEST(PixelFormats, PackBitsWhereTheFormatSays) {
     std::mt19937 oRandom(3);
     for (const PixelFormat& rFormat : pixelFormats()) {
@@ -320,7 +331,7 @@ TEST(PixelFormats, PackBitsWhereTheFormatSays) {
             for (std::size_t i = 0; i < nSamples; ++i) {
                 vSamples[i] = static_cast<uint16_t>(oRandom() & rFormat.fullScale());
                 for (std::size_t k = 0; k < rFormat.nBits; ++k) {
-                    const std::size_t iBit = i * rFormat.nWireBits + k;
+                    const std::size_t iBit = bitOf(rFormat, i, k);
                     vExpected[iBit / 8] =
                         static_cast<uint8_t>(vExpected[iBit / 8] | (vSamples[i] >> k & 1) << iBit % 8);
                 }
