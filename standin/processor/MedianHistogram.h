@@ -10,6 +10,12 @@ namespace XAPEL2 {
 namespace StandIn {
 
 /// What medianFilter promises, for any radius.
+/// Samples of a plane, both 1 or more. Rows follow each other without gaps.
+struct PlaneSize {
+    std::size_t nWidth;
+    std::size_t nHeight;
+};
+
 void medianByHistogram(const PlaneSize& rSize, const uint16_t* pIn, unsigned nRadius, uint16_t* pOut);
 void medianByHistogram(const PlaneSize& rSize, const float* pIn, unsigned nRadius, float* pOut);
 

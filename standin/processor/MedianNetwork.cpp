@@ -28,6 +28,7 @@
 #include "MedianNetwork.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <utility>
 #include <vector>
@@ -38,14 +39,14 @@
 #define HWY_TARGET_INCLUDE "MedianNetwork.cpp"
 #include "hwy/foreach_target.h"
 #include "hwy/highway.h"
+// For each target once more.
+#include "PlaneRows-inl.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace XAPEL2 {
 namespace StandIn {
 namespace HWY_NAMESPACE {
 namespace {
-
-namespace hn = hwy::HWY_NAMESPACE;
 
 // ---- Lists of N samples in ascending order; each vector holds one place of the list for every lane's pixel
 
@@ -261,88 +262,51 @@ private:
     std::vector<CacheLine> m_vWork;
 };
 
-/// Rows of a plane with the border continued, of which as many are held as two rows of windows need.
-template <class T>
-class CPaddedRows {
-public:
-    /// @param[in] pIn  samples with the size of T; only their bytes are copied.
-    CPaddedRows(const PlaneSize& rSize, const void* pIn, unsigned nRadius)
-        : m_sSize(rSize),
-          m_pIn(static_cast<const uint8_t*>(pIn)),
-          m_nRadius(nRadius),
-          m_nRows(2 * nRadius + 2),
-          m_nStride(rSize.nWidth + std::size_t{2} * nRadius + 128 / sizeof(T)),
-          m_vRows(m_nRows * m_nStride),
-          m_vpRows(m_nRows) {}
-
-    /// Copies row iRow - R of the plane, or the border row that is nearest to it, to the place of a row that lies too
-    /// far above.
-    void fetch(std::size_t iRow) {
-        const std::size_t iFrom = std::min(std::max(iRow, m_nRadius) - m_nRadius, m_sSize.nHeight - 1);
-        const std::size_t nBytes = m_sSize.nWidth * sizeof(T);
-        T* const pRow = place(iRow);
-        T* const pInside = pRow + m_nRadius;
-        std::memcpy(pInside, m_pIn + iFrom * nBytes, nBytes);
-        std::fill_n(pRow, m_nRadius, pInside[0]);
-        std::fill_n(pInside + m_sSize.nWidth, m_nRadius, pInside[m_sSize.nWidth - 1]);
-    }
-    /// The 2R + 2 rows from row iRow - R on, each from column iColumn - R on.
-    const T* const* rows(std::size_t iRow, std::size_t iColumn) {
-        for (std::size_t i = 0; i < m_nRows; ++i) m_vpRows[i] = place(iRow + i) + iColumn;
-        return m_vpRows.data();
-    }
-
-private:
-    T* place(std::size_t iRow) { return m_vRows.data() + iRow % m_nRows * m_nStride; }
-
-    PlaneSize m_sSize;
-    const uint8_t* m_pIn;
-    std::size_t m_nRadius;
-    std::size_t m_nRows;
-    std::size_t m_nStride;
-    std::vector<T> m_vRows;
-    std::vector<const T*> m_vpRows;
-};
-
+/// Filters from row iY of the plane on. Returns its height, or the row whose windows have a sample that is no T.
 template <unsigned R, class T>
-void filter(const PlaneSize& rSize, const void* pIn, T* pOut) {
-    constexpr std::size_t BLOCK = CNetwork<R, T>::BLOCK;
-    CPaddedRows<T> oRows(rSize, pIn, R);
-    CNetwork<R, T> oNetwork;
-    std::vector<T> vNoRow(BLOCK);  // where the second row goes when there is none
-    for (std::size_t i = 0; i < std::size_t{2} * R; ++i) oRows.fetch(i);
-    for (std::size_t iY = 0; iY < rSize.nHeight; iY += 2) {
-        oRows.fetch(iY + std::size_t{2} * R);
-        oRows.fetch(iY + std::size_t{2} * R + 1);
-        for (std::size_t iX = 0; iX < rSize.nWidth; iX += BLOCK) {
-            T* const pUpper = pOut + iY * rSize.nWidth + iX;
-            T* const pLower = iY + 1 < rSize.nHeight ? pUpper + rSize.nWidth : vNoRow.data();
-            oNetwork.run(oRows.rows(iY, iX), std::min(BLOCK, rSize.nWidth - iX), pUpper, pLower);
+std::size_t filter(CPlaneRows<T>& rRows, std::size_t iY) {
+    using Network = CNetwork<R, T>;
+    const Plane& rPlane = rRows.plane();
+    Network oNetwork;
+    std::array<T, Network::BLOCK> aUpper;
+    std::array<T, Network::BLOCK> aLower;
+    std::array<const T*, Network::K + 1> apRows;
+    for (; iY < rPlane.nHeight && rRows.fetch(iY + apRows.size()); iY += 2) {
+        for (std::size_t iX = 0; iX < rPlane.nWidth; iX += Network::BLOCK) {
+            const std::size_t nPixels = std::min(Network::BLOCK, rPlane.nWidth - iX);
+            for (std::size_t i = 0; i < apRows.size(); ++i) apRows[i] = rRows.row(iY + i) + iX;
+            oNetwork.run(apRows.data(), nPixels, aUpper.data(), aLower.data());
+            rRows.write(iY, iX, aUpper.data(), nPixels);
+            if (iY + 1 < rPlane.nHeight)
+                rRows.write(iY + 1, iX, aLower.data(), nPixels);
         }
     }
+    return std::min(iY, rPlane.nHeight);
 }
 
-template <class T>
-void filter(const PlaneSize& rSize, const void* pIn, unsigned nRadius, T* pOut) {
+template <unsigned R>
+void filter(const Plane& rPlane) {
+    CPlaneRows<uint16_t> oWhole(rPlane, R);
+    const std::size_t iY = filter<R>(oWhole, 0);
+    if (iY == rPlane.nHeight)
+        return;
+    CPlaneRows<int32_t> oBits(oWhole);
+    filter<R>(oBits, iY);
+}
+
+void filterPlane(const Plane& rPlane, unsigned nRadius) {
     switch (nRadius) {
         case 1:
-            return filter<1, T>(rSize, pIn, pOut);
+            return filter<1>(rPlane);
         case 2:
-            return filter<2, T>(rSize, pIn, pOut);
+            return filter<2>(rPlane);
         case 3:
-            return filter<3, T>(rSize, pIn, pOut);
+            return filter<3>(rPlane);
         case 4:
-            return filter<4, T>(rSize, pIn, pOut);
+            return filter<4>(rPlane);
         default:
-            return filter<5, T>(rSize, pIn, pOut);
+            return filter<5>(rPlane);
     }
-}
-
-void filterU16(const PlaneSize& rSize, const uint16_t* pIn, unsigned nRadius, uint16_t* pOut) {
-    filter(rSize, pIn, nRadius, pOut);
-}
-void filterF32(const PlaneSize& rSize, const float* pIn, unsigned nRadius, float* pOut) {
-    filter(rSize, pIn, nRadius, reinterpret_cast<int32_t*>(pOut));
 }
 
 }  // namespace
@@ -355,14 +319,10 @@ HWY_AFTER_NAMESPACE();
 namespace XAPEL2 {
 namespace StandIn {
 
-HWY_EXPORT(filterU16);
-HWY_EXPORT(filterF32);
+HWY_EXPORT(filterPlane);
 
-void medianByNetwork(const PlaneSize& rSize, const uint16_t* pIn, unsigned nRadius, uint16_t* pOut) {
-    HWY_DYNAMIC_DISPATCH(filterU16)(rSize, pIn, nRadius, pOut);
-}
-void medianByNetwork(const PlaneSize& rSize, const float* pIn, unsigned nRadius, float* pOut) {
-    HWY_DYNAMIC_DISPATCH(filterF32)(rSize, pIn, nRadius, pOut);
+void medianByNetwork(const Plane& rPlane, unsigned nRadius) {
+    HWY_DYNAMIC_DISPATCH(filterPlane)(rPlane, nRadius);
 }
 
 }  // namespace StandIn

@@ -10,8 +10,7 @@ namespace XAPEL2 {
 namespace StandIn {
 
 /// What medianFilter promises, for radii from 1 to NETWORK_RADIUS_MAX.
-void medianByNetwork(const PlaneSize& rSize, const uint16_t* pIn, unsigned nRadius, uint16_t* pOut);
-void medianByNetwork(const PlaneSize& rSize, const float* pIn, unsigned nRadius, float* pOut);
+void medianByNetwork(const Plane& rPlane, unsigned nRadius);
 
 }  // namespace StandIn
 }  // namespace XAPEL2

@@ -17,14 +17,14 @@
 #define HWY_TARGET_INCLUDE "PlaneBox.cpp"
 #include "hwy/foreach_target.h"
 #include "hwy/highway.h"
+// For each target once more.
+#include "PlaneRows-inl.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace XAPEL2 {
 namespace StandIn {
 namespace HWY_NAMESPACE {
 namespace {
-
-namespace hn = hwy::HWY_NAMESPACE;
 
 constexpr double UNITS = 16777216.0;             // 2^24 a DN
 constexpr double INTEGERS = 4503599627370496.0;  // 2^52: doubles from here on hold an integer in their low bits
@@ -67,34 +67,42 @@ HWY_INLINE void storeMean(D d, const uint64_t* pEnd, const uint64_t* pBegin, dou
 template <class T, class S>
 class CBox {
 public:
-    CBox(const PlaneSize& rSize, const T* pIn, unsigned nRadius)
-        : m_sSize(rSize),
-          m_pIn(pIn),
-          m_nRadius(nRadius),
-          m_nPadded(rSize.nWidth + 2 * m_nRadius),
-          m_vColumns(m_nPadded),
-          m_vRunning(m_nPadded + 1) {}
+    CBox(const Plane& rPlane, unsigned nRadius)
+        : m_oRows(rPlane, nRadius),
+          m_nSide(std::size_t{2} * nRadius + 1),
+          m_vColumns(m_oRows.width()),
+          m_vRunning(m_oRows.width() + 1),
+          m_vMeans(rPlane.nWidth) {}
+    /// Goes on where one for whole numbers has come to another.
+    explicit CBox(const CBox<uint16_t, uint32_t>& r)
+        : m_oRows(r.m_oRows),
+          m_nSide(r.m_nSide),
+          m_vColumns(m_oRows.width()),
+          m_vRunning(m_oRows.width() + 1),
+          m_vMeans(m_oRows.plane().nWidth) {
+        std::transform(r.m_vColumns.begin(), r.m_vColumns.end(), m_vColumns.begin(),
+                       [](uint32_t uSum) { return S{uSum} * static_cast<S>(UNITS); });
+    }
 
-    void run(float* pOut) {
-        const std::vector<T> vNone(m_sSize.nWidth);
-        for (std::size_t i = 0; i <= 2 * m_nRadius; ++i) slide(row(i, m_nRadius + 1), vNone.data());
-        for (std::size_t iY = 0; iY < m_sSize.nHeight; ++iY) {
-            slide(row(iY + m_nRadius, 0), row(iY, m_nRadius + 1));
-            std::fill_n(m_vColumns.begin(), m_nRadius, m_vColumns[m_nRadius]);
-            std::fill_n(m_vColumns.end() - static_cast<std::ptrdiff_t>(m_nRadius), m_nRadius,
-                        m_vColumns[m_nPadded - m_nRadius - 1]);
+    /// Filters from row iY of the plane on. Returns its height, or the row whose windows have a sample that is no T.
+    std::size_t run(std::size_t iY) {
+        const Plane& rPlane = m_oRows.plane();
+        const std::vector<T> vNone(m_oRows.width());
+        for (; iY < rPlane.nHeight && m_oRows.fetch(iY + m_nSide); ++iY) {
+            for (std::size_t i = 0; i + 1 < m_nSide && iY == 0; ++i) slide(m_oRows.row(i), vNone.data());
+            slide(m_oRows.row(iY + m_nSide - 1), iY == 0 ? vNone.data() : m_oRows.row(iY - 1));
             accumulate();
-            float* const pRow = pOut + iY * m_sSize.nWidth;
-            const std::size_t iX = store(hn::Rebind<S, hn::ScalableTag<double>>(), 0, pRow);
-            store(hn::Rebind<S, hn::CappedTag<double, 1>>(), iX, pRow);
+            float* const pMeans = rPlane.nStepX == 1 ? rPlane.pFirst + iY * rPlane.nStepY : m_vMeans.data();
+            const std::size_t iX = store(hn::Rebind<S, hn::ScalableTag<double>>(), 0, pMeans);
+            store(hn::Rebind<S, hn::CappedTag<double, 1>>(), iX, pMeans);
+            if (rPlane.nStepX != 1)
+                m_oRows.write(iY, 0, pMeans, rPlane.nWidth);
         }
+        return iY;
     }
 
 private:
-    /// Row iRow - nAbove, or the border row that is nearest to it.
-    const T* row(std::size_t iRow, std::size_t nAbove) const {
-        return m_pIn + std::min(std::max(iRow, nAbove) - nAbove, m_sSize.nHeight - 1) * m_sSize.nWidth;
-    }
+    friend class CBox<float, uint64_t>;
 
     /// Takes a row into the sums of the columns and another out of them.
     void slide(const T* pEnters, const T* pLeaves) {
@@ -103,8 +111,8 @@ private:
     }
     template <class D>
     std::size_t slide(D d, std::size_t i, const T* pEnters, const T* pLeaves) {
-        S* const pSums = m_vColumns.data() + m_nRadius;
-        for (; i + hn::Lanes(d) <= m_sSize.nWidth; i += hn::Lanes(d)) {
+        S* const pSums = m_vColumns.data();
+        for (; i + hn::Lanes(d) <= m_vColumns.size(); i += hn::Lanes(d)) {
             const auto vChange = hn::Sub(loadUnits(d, pEnters + i), loadUnits(d, pLeaves + i));
             hn::StoreU(hn::Add(hn::LoadU(d, pSums + i), vChange), d, pSums + i);
         }
@@ -118,7 +126,7 @@ private:
 #if HWY_TARGET != HWY_SCALAR
         const hn::FixedTag<S, 16 / sizeof(S)> d;
         auto vBefore = hn::Zero(d);
-        for (; i + hn::Lanes(d) <= m_nPadded; i += hn::Lanes(d)) {
+        for (; i + hn::Lanes(d) <= m_vColumns.size(); i += hn::Lanes(d)) {
             auto v = hn::LoadU(d, m_vColumns.data() + i);
             v = hn::Add(v, hn::ShiftLeftLanes<1>(d, v));
             if constexpr (sizeof(S) == 4)
@@ -127,31 +135,30 @@ private:
             vBefore = hn::Add(vBefore, hn::Broadcast<16 / sizeof(S) - 1>(v));
         }
 #endif
-        for (; i < m_nPadded; ++i) pRunning[i] = static_cast<S>(m_vRunning[i] + m_vColumns[i]);
+        for (; i < m_vColumns.size(); ++i) pRunning[i] = static_cast<S>(m_vRunning[i] + m_vColumns[i]);
     }
 
     template <class D>
     std::size_t store(D d, std::size_t i, float* pOut) const {
-        const double dSide = static_cast<double>(2 * m_nRadius + 1);
+        const double dSide = static_cast<double>(m_nSide);
         const S* const p = m_vRunning.data();
-        for (; i + hn::Lanes(d) <= m_sSize.nWidth; i += hn::Lanes(d))
-            storeMean(d, p + i + 2 * m_nRadius + 1, p + i, dSide * dSide, pOut + i);
+        for (; i + hn::Lanes(d) <= m_vMeans.size(); i += hn::Lanes(d))
+            storeMean(d, p + i + m_nSide, p + i, dSide * dSide, pOut + i);
         return i;
     }
 
-    PlaneSize m_sSize;
-    const T* m_pIn;
-    std::size_t m_nRadius;
-    std::size_t m_nPadded;      // columns of the plane and of its continued border
-    std::vector<S> m_vColumns;  // sums over the rows of the window
+    CPlaneRows<T> m_oRows;
+    std::size_t m_nSide;        // of a window
+    std::vector<S> m_vColumns;  // sums over the rows of the window, of the columns with the border
     std::vector<S> m_vRunning;  // sums of the columns before each
+    std::vector<float> m_vMeans;
 };
 
-void boxU16(const PlaneSize& rSize, const uint16_t* pIn, unsigned nRadius, float* pOut) {
-    CBox<uint16_t, uint32_t>(rSize, pIn, nRadius).run(pOut);
-}
-void boxF32(const PlaneSize& rSize, const float* pIn, unsigned nRadius, float* pOut) {
-    CBox<float, uint64_t>(rSize, pIn, nRadius).run(pOut);
+void filterBox(const Plane& rPlane, unsigned nRadius) {
+    CBox<uint16_t, uint32_t> oWhole(rPlane, nRadius);
+    const std::size_t iY = oWhole.run(0);
+    if (iY != rPlane.nHeight)
+        CBox<float, uint64_t>(oWhole).run(iY);
 }
 
 }  // namespace
@@ -164,14 +171,10 @@ HWY_AFTER_NAMESPACE();
 namespace XAPEL2 {
 namespace StandIn {
 
-HWY_EXPORT(boxU16);
-HWY_EXPORT(boxF32);
+HWY_EXPORT(filterBox);
 
-void boxFilter(const PlaneSize& rSize, const uint16_t* pIn, unsigned nRadius, float* pOut) {
-    HWY_DYNAMIC_DISPATCH(boxU16)(rSize, pIn, nRadius, pOut);
-}
-void boxFilter(const PlaneSize& rSize, const float* pIn, unsigned nRadius, float* pOut) {
-    HWY_DYNAMIC_DISPATCH(boxF32)(rSize, pIn, nRadius, pOut);
+void boxFilter(const Plane& rPlane, unsigned nRadius) {
+    HWY_DYNAMIC_DISPATCH(filterBox)(rPlane, nRadius);
 }
 
 }  // namespace StandIn

@@ -17,16 +17,20 @@ namespace XAPEL2 {
 namespace StandIn {
 namespace {
 
+struct PlaneSize {
+    std::size_t nWidth, nHeight;
+};
+
 /// Calls fn(index, samples of the window) for each sample of the plane.
-template <class T, class F>
-void forEachWindow(const PlaneSize& rSize, const std::vector<T>& rIn, int iRadius, F fn) {
+template <class F>
+void forEachWindow(const PlaneSize& rSize, const std::vector<float>& rIn, int iRadius, F fn) {
     const int nWidth = static_cast<int>(rSize.nWidth);
     const int nHeight = static_cast<int>(rSize.nHeight);
-    std::vector<T> vWindow;
+    std::vector<float> vWindow;
     for (int i = 0; i < nWidth * nHeight; ++i) {
         vWindow.clear();
         for (int iY = i / nWidth - iRadius; iY <= i / nWidth + iRadius; ++iY) {
-            const T* const pRow = &rIn[static_cast<std::size_t>(std::clamp(iY, 0, nHeight - 1) * nWidth)];
+            const float* const pRow = &rIn[static_cast<std::size_t>(std::clamp(iY, 0, nHeight - 1) * nWidth)];
             for (int iX = i % nWidth - iRadius; iX <= i % nWidth + iRadius; ++iX)
                 vWindow.push_back(pRow[std::clamp(iX, 0, nWidth - 1)]);
         }
@@ -34,36 +38,43 @@ void forEachWindow(const PlaneSize& rSize, const std::vector<T>& rIn, int iRadiu
     }
 }
 
-/// Filters with every target; expects the samples and nothing written around them.
-template <class T, class TOut, class F>
-void expectFiltered(const std::vector<T>& rIn, std::vector<TOut> vExpected, F fnFilter) {
-    constexpr auto GUARD = static_cast<TOut>(12321);
-    vExpected.insert(vExpected.begin(), GUARD);
-    vExpected.push_back(GUARD);
-    forEachTarget([&] {
-        std::vector<TOut> vOut(vExpected.size(), GUARD);
-        fnFilter(rIn.data(), vOut.data() + 1);
-        ASSERT_EQ(vOut, vExpected);
-    });
+/// Filters with every target, samples side by side and apart; expects the samples and nothing written between them.
+template <class F>
+void expectFiltered(const PlaneSize& rSize, const std::vector<float>& rIn, const std::vector<float>& rExpected,
+                    F fnFilter) {
+    for (const std::size_t nStep : {1U, 3U}) {
+        const std::size_t nStepY = rSize.nWidth * nStep + 5;
+        const auto spread = [&](const std::vector<float>& r) {
+            std::vector<float> vImage(nStepY * rSize.nHeight + 5, 12321.5F);
+            for (std::size_t i = 0; i < r.size(); ++i)
+                vImage[5 + i / rSize.nWidth * nStepY + i % rSize.nWidth * nStep] = r[i];
+            return vImage;
+        };
+        const std::vector<float> vExpected = spread(rExpected);
+        forEachTarget([&] {
+            std::vector<float> vImage = spread(rIn);
+            fnFilter(Plane{vImage.data() + 5, rSize.nWidth, rSize.nHeight, nStep, nStepY});
+            ASSERT_EQ(vImage, vExpected) << "step " << nStep;
+        });
+    }
 }
 
-template <class T>
-void checkFilters(const PlaneSize& rSize, const std::vector<T>& rIn, unsigned nRadius) {
-    SCOPED_TRACE(std::string(sizeof(T) == 2 ? "16 bit " : "float ") + std::to_string(rSize.nWidth) + "x" +
-                 std::to_string(rSize.nHeight) + ", radius " + std::to_string(nRadius));
-    std::vector<T> vMedians(rIn.size());
+void checkFilters(const PlaneSize& rSize, const std::vector<float>& rIn, unsigned nRadius) {
+    SCOPED_TRACE(std::to_string(rSize.nWidth) + "x" + std::to_string(rSize.nHeight) + ", radius " +
+                 std::to_string(nRadius));
+    std::vector<float> vMedians(rIn.size());
     std::vector<float> vMeans(rIn.size());
-    forEachWindow(rSize, rIn, static_cast<int>(nRadius), [&](std::size_t i, std::vector<T>& rWindow) {
+    forEachWindow(rSize, rIn, static_cast<int>(nRadius), [&](std::size_t i, std::vector<float>& rWindow) {
         int64_t iUnits = 0;
-        for (const T tSample : rWindow) iUnits += std::llrint(std::ldexp(static_cast<double>(tSample), 24));
+        for (const float fSample : rWindow) iUnits += std::llrint(std::ldexp(static_cast<double>(fSample), 24));
         vMeans[i] =
             static_cast<float>(std::ldexp(static_cast<double>(iUnits), -24) / static_cast<double>(rWindow.size()));
         const auto itMiddle = rWindow.begin() + static_cast<std::ptrdiff_t>(rWindow.size() / 2);
         std::nth_element(rWindow.begin(), itMiddle, rWindow.end());
         vMedians[i] = *itMiddle;
     });
-    expectFiltered(rIn, vMedians, [&](const T* pIn, T* pOut) { medianFilter(rSize, pIn, nRadius, pOut); });
-    expectFiltered(rIn, vMeans, [&](const T* pIn, float* pOut) { boxFilter(rSize, pIn, nRadius, pOut); });
+    expectFiltered(rSize, rIn, vMedians, [&](const Plane& rPlane) { medianFilter(rPlane, nRadius); });
+    expectFiltered(rSize, rIn, vMeans, [&](const Plane& rPlane) { boxFilter(rPlane, nRadius); });
 }
 
 TEST(PlaneFilter, AgreesWithTheDefinition) {
@@ -79,19 +90,22 @@ TEST(PlaneFilter, AgreesWithTheDefinition) {
         for (std::size_t i = 0; i < vHere.size(); ++i) {
             // All values, few, the extremes, and those around a place; each size meets each of them.
             const unsigned uKind = (nRadius + static_cast<unsigned>(i)) % 4;
-            std::vector<uint16_t> vWhole(vHere[i].nWidth * vHere[i].nHeight);
+            std::vector<float> vWhole(vHere[i].nWidth * vHere[i].nHeight);
             std::vector<float> vFloat(vWhole.size());
             for (std::size_t k = 0; k < vWhole.size(); ++k) {
                 const uint32_t u = static_cast<uint32_t>(oRandom());
                 const uint32_t aKinds[] = {u & 0xFFFF, u & 3, u % 2 * 65535, 30000 + u % 3000};
-                vWhole[k] = static_cast<uint16_t>(aKinds[uKind]);
+                vWhole[k] = static_cast<float>(aKinds[uKind]);
                 const float fFraction = static_cast<float>(u >> 20) / 4096.0F;
                 vFloat[k] = uKind == 0   ? std::ldexp(static_cast<float>(u >> 8), static_cast<int>(u & 31) - 40)
-                            : uKind == 3 ? static_cast<float>(vWhole[k]) + fFraction
-                                         : static_cast<float>(vWhole[k]) / 3.0F * (u % 5 == 0 ? 0.0F : 1.0F);
+                            : uKind == 3 ? vWhole[k] + fFraction
+                                         : vWhole[k] / 3.0F * (u % 5 == 0 ? 0.0F : 1.0F);
             }
             checkFilters(vHere[i], vWhole, nRadius);
             checkFilters(vHere[i], vFloat, nRadius);
+            // Whole numbers up to a sample anywhere.
+            vWhole[oRandom() % vWhole.size()] = 7.25F;
+            checkFilters(vHere[i], vWhole, nRadius);
             if (HasFailure())
                 return;
         }
