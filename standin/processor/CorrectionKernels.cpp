@@ -27,7 +27,8 @@ namespace HWY_NAMESPACE {
 
 /// 8-bit samples: the bytes at even and odd places are two vectors of words, each sample in the high byte of its word.
 template <bool BYTE_FIELDS>
-void correct8(const TableLayout& rLayout, const uint8_t* pTable, uint8_t* pImage, std::size_t nBlocks) {
+void correct8(CChunks& rChunks) {
+    const TableLayout& rLayout = rChunks.layout();
     // From memory, 32 bytes at a time are faster than 64.
     const hn::CappedTag<uint8_t, 32> d8;
     const hn::Repartition<uint16_t, decltype(d8)> d16;
@@ -40,28 +41,33 @@ void correct8(const TableLayout& rLayout, const uint8_t* pTable, uint8_t* pImage
     const auto vHighByte = splat(d16, 0xFF00);
     const std::size_t nBytes = rLayout.blockBytes();
     const std::size_t nGains = BYTE_FIELDS ? BLOCK : BLOCK * 2;
-    for (std::size_t iBlock = 0; iBlock < nBlocks; ++iBlock, pTable += nBytes, pImage += BLOCK) {
+    while (rChunks.next()) {
+        const uint8_t* pTable = rChunks.table();
+        uint8_t* pImage = rChunks.image();
+        const uint8_t* const pEnd = pImage + rChunks.blocks() * BLOCK;
+        for (; pImage != pEnd; pTable += nBytes, pImage += BLOCK) {
 #pragma GCC unroll 4
-        for (std::size_t i = 0; i < BLOCK; i += BYTES) {
-            const auto vIn = loadWords(d16, pImage + i);
-            const auto vField = loadWords(d16, pTable + i);
-            auto vEvenDark = vField;
-            auto vOddDark = vField;
-            if (BYTE_FIELDS) {
-                vEvenDark = hn::ShiftRightSame(hn::ShiftLeft<8>(vField), nFraction);
-                vOddDark = hn::ShiftRightSame(hn::And(vField, vHighByte), nFraction);
-            } else
-                vOddDark = loadWords(d16, pTable + BLOCK + i);
-            const auto vEven = hn::SaturatedSub(hn::ShiftLeft<8>(vIn), vEvenDark);
-            const auto vOdd = hn::SaturatedSub(hn::And(vIn, vHighByte), vOddDark);
-            const auto vEvenHigh = hn::MulHigh(vEven, loadWords(d16, pTable + nGains + i));
-            const auto vOddHigh = hn::MulHigh(vOdd, loadWords(d16, pTable + nGains + BLOCK + i));
-            const auto vEvenOut = hn::ShiftRightSame(hn::SaturatedAdd(vEvenHigh, vRaise), nDown);
-            const auto vOddOut = hn::ShiftLeftSame(hn::SaturatedAdd(vOddHigh, vRaise), 8 - nDown);
-            const auto vOut = hn::BitCast(d8, hn::IfVecThenElse(vHighByte, vOddOut, vEvenOut));
-            const auto vInBytes = hn::BitCast(d8, vIn);
-            const auto bSaturated = hn::Eq(vInBytes, hn::BitCast(d8, splat(d16, 0xFFFF)));
-            hn::StoreU(hn::IfThenElse(bSaturated, vInBytes, vOut), d8, pImage + i);
+            for (std::size_t i = 0; i < BLOCK; i += BYTES) {
+                const auto vIn = loadWords(d16, pImage + i);
+                const auto vField = loadWords(d16, pTable + i);
+                auto vEvenDark = vField;
+                auto vOddDark = vField;
+                if (BYTE_FIELDS) {
+                    vEvenDark = hn::ShiftRightSame(hn::ShiftLeft<8>(vField), nFraction);
+                    vOddDark = hn::ShiftRightSame(hn::And(vField, vHighByte), nFraction);
+                } else
+                    vOddDark = loadWords(d16, pTable + BLOCK + i);
+                const auto vEven = hn::SaturatedSub(hn::ShiftLeft<8>(vIn), vEvenDark);
+                const auto vOdd = hn::SaturatedSub(hn::And(vIn, vHighByte), vOddDark);
+                const auto vEvenHigh = hn::MulHigh(vEven, loadWords(d16, pTable + nGains + i));
+                const auto vOddHigh = hn::MulHigh(vOdd, loadWords(d16, pTable + nGains + BLOCK + i));
+                const auto vEvenOut = hn::ShiftRightSame(hn::SaturatedAdd(vEvenHigh, vRaise), nDown);
+                const auto vOddOut = hn::ShiftLeftSame(hn::SaturatedAdd(vOddHigh, vRaise), 8 - nDown);
+                const auto vOut = hn::BitCast(d8, hn::IfVecThenElse(vHighByte, vOddOut, vEvenOut));
+                const auto vInBytes = hn::BitCast(d8, vIn);
+                const auto bSaturated = hn::Eq(vInBytes, hn::BitCast(d8, splat(d16, 0xFFFF)));
+                hn::StoreU(hn::IfThenElse(bSaturated, vInBytes, vOut), d8, pImage + i);
+            }
         }
     }
 }
@@ -121,37 +127,44 @@ struct Words16 {
         return hn::IfThenElse(m_oImage.saturated(vIn), m_vFull, hn::Min(vOut, m_vFull));
     }
 
-    static void run(const TableLayout& rLayout, const uint8_t* pTable, uint8_t* pImage, std::size_t nBlocks) {
-        const Words16 oThis(rLayout);
-        const std::size_t nBytes = rLayout.blockBytes();
-        const std::size_t nImageBytes = rLayout.imageBlockBytes();
-        for (std::size_t iBlock = 0; iBlock < nBlocks; ++iBlock, pTable += nBytes, pImage += nImageBytes) {
+    static void run(CChunks& rChunks) {
+        const Words16 oThis(rChunks.layout());
+        while (rChunks.next()) oThis.correctBlocks(rChunks);
+    }
+    HWY_INLINE void correctBlocks(CChunks& rChunks) const {
+        const std::size_t nBytes = rChunks.layout().blockBytes();
+        const std::size_t nImageBytes = rChunks.layout().imageBlockBytes();
+        const uint8_t* pTable = rChunks.table();
+        uint8_t* pImage = rChunks.image();
+        const uint8_t* const pEnd = pImage + rChunks.blocks() * nImageBytes;
+        for (; pImage != pEnd; pTable += nBytes, pImage += nImageBytes) {
             V aSamples[VECTORS];
-            oThis.m_oImage.load(pImage, aSamples);
+            m_oImage.load(pImage, aSamples);
             const uint8_t* pGains = pTable + (BYTE_FIELDS ? BLOCK : BLOCK * 2);
             if (BYTE_FIELDS) {
 #pragma GCC unroll 8
                 for (std::size_t i = 0; i < VECTORS / 2; ++i) {
                     const std::size_t iOther = i + VECTORS / 2;
                     const auto vFields = loadWords(D(), pTable + i * sizeof(V));
-                    aSamples[i] = oThis.correct(aSamples[i], hn::And(vFields, splat(D(), 0xFF)),
-                                                loadWords(D(), pGains + i * sizeof(V)));
-                    aSamples[iOther] = oThis.correct(aSamples[iOther], hn::ShiftRight<8>(vFields),
-                                                     loadWords(D(), pGains + iOther * sizeof(V)));
+                    aSamples[i] = correct(aSamples[i], hn::And(vFields, splat(D(), 0xFF)),
+                                          loadWords(D(), pGains + i * sizeof(V)));
+                    aSamples[iOther] = correct(aSamples[iOther], hn::ShiftRight<8>(vFields),
+                                               loadWords(D(), pGains + iOther * sizeof(V)));
                 }
             } else {
 #pragma GCC unroll 8
                 for (std::size_t i = 0; i < VECTORS; ++i)
-                    aSamples[i] = oThis.correct(aSamples[i], loadWords(D(), pTable + i * sizeof(V)),
-                                                loadWords(D(), pGains + i * sizeof(V)));
+                    aSamples[i] = correct(aSamples[i], loadWords(D(), pTable + i * sizeof(V)),
+                                          loadWords(D(), pGains + i * sizeof(V)));
             }
-            oThis.m_oImage.store(aSamples, pImage);
+            m_oImage.store(aSamples, pImage);
         }
     }
 };
 
 /// Wide tables, in any format.
-void correctWide(const TableLayout& rLayout, const uint8_t* pTable, uint8_t* pImage, std::size_t nBlocks) {
+void correctWide(CChunks& rChunks) {
+    const TableLayout& rLayout = rChunks.layout();
     const hn::ScalableTag<uint32_t> d32;
     const hn::Repartition<uint64_t, decltype(d32)> d64;
     const hn::Repartition<int32_t, decltype(d32)> di32;
@@ -160,24 +173,27 @@ void correctWide(const TableLayout& rLayout, const uint8_t* pTable, uint8_t* pIm
     const auto vHalf = hn::Set(d64, 1ULL << (BITS - 1));
     const auto vFull = hn::Set(d32, rLayout.pFormat->fullScale());
     alignas(64) uint16_t aSamples[BLOCK];
-    for (std::size_t iBlock = 0; iBlock < nBlocks; ++iBlock, pImage += rLayout.imageBlockBytes()) {
-        const auto* pOffsets = reinterpret_cast<const uint32_t*>(pTable + iBlock * rLayout.blockBytes());
-        unpackSamples(*rLayout.pFormat, pImage, 0, BLOCK, aSamples);
-        for (std::size_t i = 0; i < BLOCK; i += hn::Lanes(d32)) {
-            const auto vIn = hn::PromoteTo(d32, hn::Load(d16, aSamples + i));
-            const auto vOffset = hn::Load(d32, pOffsets + i);
-            const auto vGain = hn::Load(d32, pOffsets + BLOCK + i);
-            const auto vScaled = hn::ShiftLeft<WIDE_POINT.nOffsetBits>(vIn);
-            const auto vSignal = hn::Sub(hn::Max(vScaled, vOffset), vOffset);
-            const auto vEven = hn::ShiftRight<BITS>(hn::Add(hn::MulEven(vSignal, vGain), vHalf));
-            const auto vOddSignal = hn::BitCast(d32, hn::ShiftRight<32>(hn::BitCast(d64, vSignal)));
-            const auto vOddGain = hn::BitCast(d32, hn::ShiftRight<32>(hn::BitCast(d64, vGain)));
-            const auto vOdd = hn::ShiftRight<BITS>(hn::Add(hn::MulEven(vOddSignal, vOddGain), vHalf));
-            const auto vOut = hn::Min(hn::BitCast(d32, hn::Or(vEven, hn::ShiftLeft<32>(vOdd))), vFull);
-            const auto vKept = hn::IfThenElse(hn::Eq(hn::Max(vIn, vFull), vIn), vFull, vOut);
-            hn::Store(hn::DemoteTo(d16, hn::BitCast(di32, vKept)), d16, aSamples + i);
+    while (rChunks.next()) {
+        uint8_t* pImage = rChunks.image();
+        for (std::size_t iBlock = 0; iBlock < rChunks.blocks(); ++iBlock, pImage += rLayout.imageBlockBytes()) {
+            const auto* pOffsets = reinterpret_cast<const uint32_t*>(rChunks.table() + iBlock * rLayout.blockBytes());
+            unpackSamples(*rLayout.pFormat, pImage, 0, BLOCK, aSamples);
+            for (std::size_t i = 0; i < BLOCK; i += hn::Lanes(d32)) {
+                const auto vIn = hn::PromoteTo(d32, hn::Load(d16, aSamples + i));
+                const auto vOffset = hn::Load(d32, pOffsets + i);
+                const auto vGain = hn::Load(d32, pOffsets + BLOCK + i);
+                const auto vScaled = hn::ShiftLeft<WIDE_POINT.nOffsetBits>(vIn);
+                const auto vSignal = hn::Sub(hn::Max(vScaled, vOffset), vOffset);
+                const auto vEven = hn::ShiftRight<BITS>(hn::Add(hn::MulEven(vSignal, vGain), vHalf));
+                const auto vOddSignal = hn::BitCast(d32, hn::ShiftRight<32>(hn::BitCast(d64, vSignal)));
+                const auto vOddGain = hn::BitCast(d32, hn::ShiftRight<32>(hn::BitCast(d64, vGain)));
+                const auto vOdd = hn::ShiftRight<BITS>(hn::Add(hn::MulEven(vOddSignal, vOddGain), vHalf));
+                const auto vOut = hn::Min(hn::BitCast(d32, hn::Or(vEven, hn::ShiftLeft<32>(vOdd))), vFull);
+                const auto vKept = hn::IfThenElse(hn::Eq(hn::Max(vIn, vFull), vIn), vFull, vOut);
+                hn::Store(hn::DemoteTo(d16, hn::BitCast(di32, vKept)), d16, aSamples + i);
+            }
+            packSamples(*rLayout.pFormat, aSamples, 0, BLOCK, pImage);
         }
-        packSamples(*rLayout.pFormat, aSamples, 0, BLOCK, pImage);
     }
 }
 
@@ -234,16 +250,20 @@ namespace StandIn {
 
 namespace {
 
-void correctScalar(const TableLayout& rLayout, const uint8_t* pTable, uint8_t* pImage, std::size_t nBlocks) {
+void correctScalar(CChunks& rChunks) {
+    const TableLayout& rLayout = rChunks.layout();
     const uint32_t uFull = rLayout.pFormat->fullScale();
     std::array<uint16_t, BLOCK> aSamples;
-    for (std::size_t iBlock = 0; iBlock < nBlocks; ++iBlock, pTable += rLayout.blockBytes()) {
-        unpackSamples(*rLayout.pFormat, pImage, iBlock * BLOCK, BLOCK, aSamples.data());
-        for (std::size_t i = 0; i < BLOCK; ++i) {
-            const TableEntry sEntry = tableEntry(rLayout, pTable, i);
-            aSamples[i] = correctSample(aSamples[i], sEntry.uOffset, sEntry.uGain, rLayout.sPoint, uFull);
+    while (rChunks.next()) {
+        const uint8_t* pTable = rChunks.table();
+        for (std::size_t iBlock = 0; iBlock < rChunks.blocks(); ++iBlock, pTable += rLayout.blockBytes()) {
+            unpackSamples(*rLayout.pFormat, rChunks.image(), iBlock * BLOCK, BLOCK, aSamples.data());
+            for (std::size_t i = 0; i < BLOCK; ++i) {
+                const TableEntry sEntry = tableEntry(rLayout, pTable, i);
+                aSamples[i] = correctSample(aSamples[i], sEntry.uOffset, sEntry.uGain, rLayout.sPoint, uFull);
+            }
+            packSamples(*rLayout.pFormat, aSamples.data(), iBlock * BLOCK, BLOCK, rChunks.image());
         }
-        packSamples(*rLayout.pFormat, aSamples.data(), iBlock * BLOCK, BLOCK, pImage);
     }
 }
 

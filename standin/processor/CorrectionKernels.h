@@ -4,18 +4,16 @@
 
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
 #include <vector>
 
-#include "CorrectionTable.h"
+#include "CorrectionChunks.h"
 
 namespace XAPEL2 {
 namespace StandIn {
 
-/// Corrects nBlocks blocks at pImage, at any alignment, with the blocks of a table at pTable. Reads and writes these
-/// blocks and nothing beside them. Every kernel gives what correctSample gives for the entries of the table.
-using Kernel = void (*)(const TableLayout& rLayout, const uint8_t* pTable, uint8_t* pImage, std::size_t nBlocks);
+/// Corrects all chunks of an image, at any alignment. Reads and writes their blocks and nothing beside them. Every
+/// kernel gives what correctSample gives for the entries of the table.
+using Kernel = void (*)(CChunks& rChunks);
 
 struct KernelTarget {
     const char* pName;
