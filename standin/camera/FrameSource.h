@@ -18,14 +18,27 @@ namespace StandIn {
 /// What the camera looks at.
 enum eScene { eSceneDark = 0, eSceneLight = 1, eSceneObjects = 2 };
 
+/// Largest values of settings; the smallest are 1, 1 and 0.
+constexpr uint64_t EXPOSURE_US_MAX = 60000000;
+constexpr uint64_t GAIN_PERCENT_MAX = 10000;
+constexpr uint64_t FRAME_RATE_HZ_MAX = 100000;
+
 /// Settings of a camera that shape its frames. The host keeps them within the limits that the source gives.
 struct CameraSettings {
-    const PixelFormat* pFormat = nullptr;  ///< never null in use
-    uint64_t nWidth = 0, nHeight = 0;      ///< pixels
-    uint64_t nOffsetX = 0, nOffsetY = 0;   ///< pixels; offset + size within the sensor
-    uint64_t iExposureUs = 10000;          ///< exposure time in us
-    uint64_t iGainPercent = 100;           ///< gain, 100 = 1
+    const PixelFormat* pFormat = nullptr;   ///< never null in use
+    uint64_t nWidth = 0, nHeight = 0;       ///< pixels of the image, binned ones where the camera bins
+    uint64_t nOffsetX = 0, nOffsetY = 0;    ///< the same pixels; offset + size within the binned sensor
+    uint64_t iExposureUs = 10000;           ///< exposure time in us
+    uint64_t iGainPercent = 100;            ///< gain, 100 = 1
+    uint64_t iFrameRateHz = 0;              ///< 0: as fast as buffers come; no source looks at it
+    uint64_t nBinningX = 1, nBinningY = 1;  ///< sensor pixels that are averaged to one, side by side: 1, 2 or 4
+    uint64_t iReverseX = 0, iReverseY = 0;  ///< 1: mirrored; offsets then count within the mirrored image
 };
+
+/// True for the binnings that there are.
+constexpr bool isBinning(uint64_t n) {
+    return n == 1 || n == 2 || n == 4;
+}
 
 /// Produces frames. One object serves one device; calls come from one thread at a time unless noted.
 class IFrameSource {
@@ -39,7 +52,7 @@ public:
     virtual CameraSettings defaultSettings() const = 0;
     /// Formats that it can deliver.
     virtual std::vector<const PixelFormat*> formats() const = 0;
-    /// Sensor size in pixels; width, height and offsets can be changed only when canResize().
+    /// Sensor size in pixels; width, height, offsets, binning and mirror can be changed only when canResize().
     virtual uint64_t sensorWidth() const = 0;
     virtual uint64_t sensorHeight() const = 0;
     virtual bool canResize() const = 0;
@@ -56,10 +69,13 @@ public:
     virtual void fill(const CameraSettings& rSettings, eScene eWhat, uint64_t iFrame, void* pImage) = 0;
 };
 
-/// The source that a device identifier names: "sim...", "replay:DIR" (see openDevice).
+/// The source that a device identifier names: "sim...", "replay:DIR..." (see openDevice).
 /// @throws std::invalid_argument  the text names no source or carries a bad setting.
 /// @throws std::runtime_error     a folder or file cannot be used; names it.
 std::unique_ptr<IFrameSource> makeFrameSource(const std::string& strId);
+
+/// A source of these image files (see openFiles). @throws as makeFrameSource.
+std::unique_ptr<IFrameSource> makeFileSource(const std::vector<std::string>& aFiles, const std::string& strFormat);
 
 }  // namespace StandIn
 }  // namespace XAPEL2

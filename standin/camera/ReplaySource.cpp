@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 the xapel2_ext_sc authors
-// Lists, checks and reads the files of a replayed folder.
+// Lists, checks and reads the files that are replayed.
 
 #include "ReplaySource.h"
 
@@ -30,6 +30,18 @@ int sceneOf(const std::string& strName) {
     return -1;
 }
 
+// The format whose unpacked samples those of this format are.
+const PixelFormat* unpacked(const PixelFormat* pFormat) {
+    if (pFormat == nullptr || !pFormat->isPacked())
+        return pFormat;
+    const std::string strName = pFormat->pName;
+    return findPixelFormat(strName.substr(0, strName.size() - 1));
+}
+
+std::string describe(const ReplayLayout& rLayout) {
+    return std::to_string(rLayout.nWidth) + " x " + std::to_string(rLayout.nHeight) + " " + rLayout.pFormat->pName;
+}
+
 }  // namespace
 
 void failReplay(const std::string& strPath, const std::string& strText) {
@@ -46,54 +58,96 @@ std::string layoutDifference(const ReplayLayout& rExpected, const ReplayLayout& 
     return "";
 }
 
-CReplaySource::CReplaySource(const std::string& strFolder) : m_strFolder(strFolder) {
+CReplaySource::CReplaySource(const std::string& strFolder, const PixelFormat* pFormat)
+    : m_strWhat(strFolder), m_pGiven(unpacked(pFormat)) {
     listFolder();
+}
+
+CReplaySource::CReplaySource(const std::vector<std::string>& aFiles, const PixelFormat* pFormat)
+    : m_strWhat(std::to_string(aFiles.size()) + " image files"), m_pGiven(unpacked(pFormat)) {
+    for (const std::string& strPath : aFiles) addFile(strPath, eSceneObjects);
 }
 
 void CReplaySource::listFolder() {
     std::error_code error;
     std::vector<std::string> aNames;
-    fs::directory_iterator it(m_strFolder, error);
+    fs::directory_iterator it(m_strWhat, error);
     for (; !error && it != fs::directory_iterator(); it.increment(error)) {
         const std::string strName = it->path().filename().string();
         if (sceneOf(strName) >= 0)
             aNames.push_back(strName);
     }
     if (error)
-        failReplay(m_strFolder, "the folder cannot be read: " + error.message());
+        failReplay(m_strWhat, "the folder cannot be read: " + error.message());
     if (aNames.empty())
-        failReplay(m_strFolder, "the folder has no image dark_*, light_* or scene_* (.pgm, .tif, .tiff)");
+        failReplay(m_strWhat, "the folder has no image dark_*, light_* or scene_* (.pgm, .tif, .tiff)");
     std::sort(aNames.begin(), aNames.end());
-    for (const std::string& strName : aNames) addFile(strName);
+    for (const std::string& strName : aNames) {
+        const auto eWhat = static_cast<eScene>(sceneOf(strName));
+        addFile((fs::path(m_strWhat) / strName).string(), eWhat);
+        refuseSameStem(m_aFiles[eWhat].back(), eWhat);
+    }
 }
 
-void CReplaySource::addFile(const std::string& strName) {
+void CReplaySource::addFile(const std::string& strPath, eScene eWhat) {
     File file;
-    file.strPath = (fs::path(m_strFolder) / strName).string();
-    file.strStem = fs::path(strName).stem().string();
-    file.bTiff = fs::path(strName).extension() != ".pgm";
+    file.strPath = strPath;
+    file.strStem = fs::path(strPath).stem().string();
+    file.bTiff = fs::path(strPath).extension() != ".pgm";
     std::error_code error;
     // A pipe would block the reader for ever.
-    if (!fs::is_regular_file(file.strPath, error))
-        failReplay(file.strPath, "not a regular file");
-    file.layout = file.bTiff ? tiffLayout(file.strPath) : pgmLayout(file.strPath);
+    if (!fs::is_regular_file(strPath, error))
+        failReplay(strPath, "not a regular file");
+    file.layout = file.bTiff ? tiffLayout(strPath) : pgmLayout(strPath);
+    checkFormat(file);
 
-    if (m_Layout.pFormat == nullptr)
-        m_Layout = file.layout;
-    const std::string strDifference = layoutDifference(m_Layout, file.layout);
-    if (!strDifference.empty())
-        failReplay(file.strPath, "differs from the files before it: " + strDifference);
-    std::vector<File>& rFiles = m_aFiles[sceneOf(strName)];
-    // A third name may sort between two of one stem ("dark_1.pgm", "dark_1.pgm.tif", "dark_1.tif").
-    for (const File& rOther : rFiles) {
-        if (rOther.strStem == file.strStem)
-            failReplay(file.strPath, "has the name of " + rOther.strPath + " but for the suffix");
+    ReplayLayout delivered = file.layout;
+    delivered.pFormat = m_pGiven != nullptr ? m_pGiven : file.layout.pFormat;
+    if (m_Layout.pFormat == nullptr) {
+        m_Layout = delivered;
+        m_strFirst = strPath;
     }
-    rFiles.push_back(file);
+    const std::string strDifference = layoutDifference(m_Layout, delivered);
+    if (!strDifference.empty())
+        failReplay(strPath, "differs from the files before it: " + strDifference + " (" + describe(delivered) + "; " +
+                                m_strFirst + " is " + describe(m_Layout) + ")");
+    m_aFiles[eWhat].push_back(file);
+}
+
+// A third name may sort between two of one stem ("dark_1.pgm", "dark_1.pgm.tif", "dark_1.tif").
+void CReplaySource::refuseSameStem(const File& rFile, eScene eWhat) const {
+    for (const File& rOther : m_aFiles[eWhat]) {
+        if (&rOther != &rFile && rOther.strStem == rFile.strStem)
+            failReplay(rFile.strPath, "has the name of " + rOther.strPath + " but for the suffix");
+    }
+}
+
+void CReplaySource::checkFormat(const File& rFile) const {
+    const PixelFormat& rOwn = *rFile.layout.pFormat;
+    if (m_pGiven == nullptr || m_pGiven == &rOwn)
+        return;
+    if (rOwn.nChannels != 1 || m_pGiven->nChannels != 1 || m_pGiven->nWireBits != rOwn.nWireBits)
+        failReplay(rFile.strPath, "its samples are stored as " + std::string(rOwn.pName) +
+                                      ", which cannot be read as " + m_pGiven->pName);
+}
+
+void CReplaySource::checkSamples(const File& rFile, const void* pImage) const {
+    const uint32_t uFullScale = m_Layout.pFormat->fullScale();
+    if (rFile.layout.uMaxval <= uFullScale)
+        return;
+    // Fewer bits than the file has room for: only 16-bit samples have that.
+    const auto* pSamples = static_cast<const uint8_t*>(pImage);
+    const auto nSamples = static_cast<std::size_t>(m_Layout.nWidth * m_Layout.nHeight);
+    for (std::size_t i = 0; i < nSamples; ++i) {
+        const uint32_t uSample = pSamples[2 * i] | static_cast<uint32_t>(pSamples[2 * i + 1]) << 8;
+        if (uSample > uFullScale)
+            failReplay(rFile.strPath, "a sample is " + std::to_string(uSample) + ", above the full scale of " +
+                                          m_Layout.pFormat->pName);
+    }
 }
 
 std::string CReplaySource::description() const {
-    return "replay of " + m_strFolder;
+    return "replay of " + m_strWhat;
 }
 
 CameraSettings CReplaySource::defaultSettings() const {
@@ -120,12 +174,13 @@ std::string CReplaySource::frameName(eScene eWhat, uint64_t iFrame) const {
 void CReplaySource::fill(const CameraSettings& rSettings, eScene eWhat, uint64_t iFrame, void* pImage) {
     const std::vector<File>& rFiles = filesOf(eWhat);
     if (rFiles.empty())
-        failReplay(m_strFolder, std::string("the folder has no image ") + PREFIXES[eWhat] + "*");
+        failReplay(m_strWhat, std::string("there is no image ") + PREFIXES[eWhat] + "*");
     if (rSettings.pFormat != m_Layout.pFormat || rSettings.nWidth != m_Layout.nWidth ||
         rSettings.nHeight != m_Layout.nHeight || rSettings.nOffsetX != 0 || rSettings.nOffsetY != 0)
-        failReplay(m_strFolder, "size and format of recorded frames cannot be changed");
+        failReplay(m_strWhat, "size and format of recorded frames cannot be changed");
     const File& rFile = rFiles[static_cast<std::size_t>(iFrame % rFiles.size())];
     (rFile.bTiff ? readTiff : readPgm)(rFile.strPath, rFile.layout, pImage);
+    checkSamples(rFile, pImage);
 }
 
 }  // namespace StandIn

@@ -15,10 +15,15 @@ double scaleFrom12Bits(const PixelFormat& rFormat) {
     return std::ldexp(1.0, static_cast<int>(rFormat.nBits) - 12);
 }
 
+double binnedPixels(const CameraSettings& rSettings) {
+    return static_cast<double>(rSettings.nBinningX * rSettings.nBinningY);
+}
+
 }  // namespace
 
 double SensorModel::systemGain(const CameraSettings& rSettings) const {
-    return fGain12 * scaleFrom12Bits(*rSettings.pFormat) * static_cast<double>(rSettings.iGainPercent) / 100.0;
+    return fGain12 * scaleFrom12Bits(*rSettings.pFormat) * static_cast<double>(rSettings.iGainPercent) / 100.0 /
+           binnedPixels(rSettings);
 }
 
 double SensorModel::offset(const PixelFormat& rFormat) const {
@@ -27,7 +32,7 @@ double SensorModel::offset(const PixelFormat& rFormat) const {
 
 double SensorModel::temporalNoise(const CameraSettings& rSettings, double fElectrons) const {
     const double fGain = systemGain(rSettings);
-    return std::sqrt(fElectrons + fReadNoise * fReadNoise + 1.0 / (12.0 * fGain * fGain));
+    return std::sqrt(fElectrons + binnedPixels(rSettings) * fReadNoise * fReadNoise + 1.0 / (12.0 * fGain * fGain));
 }
 
 }  // namespace StandIn

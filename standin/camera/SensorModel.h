@@ -15,7 +15,10 @@ namespace StandIn {
 ///     e = min(Poisson(light * t + dark current * t), full well),
 /// and with the system gain K its value is
 ///     DN = round(K * (e + DSNU + read noise) + offset), kept within 0 and the full scale of the format.
-/// Electrons do not depend on the format: 8-bit images show the same electrons as 12-bit ones with a smaller K.
+/// A binned pixel adds up such pixels and divides the sum of their values by their number before it is rounded (SFNC:
+/// binning mode Average): its electrons are their sum, its system gain is K divided by their number, and it has the
+/// read noise of each of them. Electrons do not depend on the format: 8-bit images show the same electrons as 12-bit
+/// ones with a smaller K.
 struct SensorModel {
     double fLightRate = 800000.0;  ///< photo-electrons per s at the centre of the even field at sensitivity 1
     double fFullWell = 15000.0;    ///< electrons
@@ -28,13 +31,16 @@ struct SensorModel {
     double fHotShare = 3e-5;                     ///< share of hot pixels
     double fHotCurrentMin = 50000.0;             ///< dark current of hot pixels, electrons per s, evenly spread ...
     double fHotCurrentMax = 400000.0;            ///< ... up to this
+    double fDeadShare = 2e-5;                    ///< share of dead pixels
+    double fDeadResponse = 0.1;                  ///< of their light that these turn into electrons all the same
     unsigned nDust = 8;                          ///< dust shadows on the whole sensor
     double fDustDepthMin = 0.06;                 ///< share of the light that a shadow takes at its centre ...
     double fDustDepthMax = 0.20;                 ///< ... up to this
     double fGain12 = 0.3;                        ///< system gain of 12-bit formats at 100 percent, DN per electron
     double fOffset12 = 64.0;                     ///< offset of 12-bit formats, DN; no gain acts on it
 
-    /// System gain K in DN per electron: doubles with each bit of the format, proportional to the gain setting.
+    /// System gain K in DN per electron: doubles with each bit of the format, proportional to the gain setting, divided
+    /// by the number of binned pixels.
     /// @threads any thread.
     double systemGain(const CameraSettings& rSettings) const;
 
@@ -42,7 +48,8 @@ struct SensorModel {
     double offset(const PixelFormat& rFormat) const;
 
     /// Standard deviation in electrons from frame to frame of a pixel that collects fElectrons on average and stays
-    /// clear of the clipping limits: sqrt(e + read noise^2 + quantisation 1 / (12 K^2)), EMVA 1288 "photon transfer".
+    /// clear of the clipping limits: sqrt(e + read noise^2 + quantisation 1 / (12 K^2)), EMVA 1288 "photon transfer"; a
+    /// binned pixel has the read noise^2 of each pixel in it.
     ///
     /// With it a test predicts what is left of an even scene after correction. For a pixel with L photo-electrons and
     /// e = L + dark electrons, corrected by the mean of N light frames (the mean of many dark frames taken off), the

@@ -12,7 +12,7 @@ namespace StandIn {
 
 namespace {
 
-enum eFamily : uint64_t { eFamilyPrnu = 1, eFamilyDsnu = 2, eFamilyHot = 3, eFamilyDust = 4 };
+enum eFamily : uint64_t { eFamilyPrnu = 1, eFamilyDsnu = 2, eFamilyHot = 3, eFamilyDust = 4, eFamilyDead = 5 };
 
 CCounterRandom family(uint64_t uSeed, eFamily eWhat) {
     return CCounterRandom(CCounterRandom::deriveKey(uSeed, eWhat));
@@ -79,7 +79,8 @@ CSensorPattern::CSensorPattern(const SensorModel& rModel, uint64_t uSeed, uint64
       m_nSensorHeight(nSensorHeight),
       m_Prnu(family(uSeed, eFamilyPrnu)),
       m_Dsnu(family(uSeed, eFamilyDsnu)),
-      m_Hot(family(uSeed, eFamilyHot)) {
+      m_Hot(family(uSeed, eFamilyHot)),
+      m_Dead(family(uSeed, eFamilyDead)) {
     const CCounterRandom random = family(uSeed, eFamilyDust);
     const auto fWidth = static_cast<double>(nSensorWidth);
     const auto fHeight = static_cast<double>(nSensorHeight);
@@ -105,16 +106,16 @@ int CSensorPattern::colourOf(const PixelFormat& rFormat, unsigned iChannel, uint
 
 // Light that the lens lets through: natural vignetting, the fourth power of the cosine of the field angle, scaled to
 // reach fCornerLight at the corners; and soft dust shadows.
-std::vector<double> CSensorPattern::lensRow(uint64_t iX, uint64_t iY, uint64_t nWidth) const {
+std::vector<double> CSensorPattern::lensRow(const SensorRun& rRun) const {
     const double fCentreX = static_cast<double>(m_nSensorWidth) / 2.0;
     const double fCentreY = static_cast<double>(m_nSensorHeight) / 2.0;
     const double fCornerSquared = fCentreX * fCentreX + fCentreY * fCentreY;
     const double fTangentSquared = 1.0 / std::sqrt(m_Model.fCornerLight) - 1.0;
-    const double fY = static_cast<double>(iY) + 0.5;
+    const double fY = static_cast<double>(rRun.iY) + 0.5;
 
-    std::vector<double> aLens(static_cast<std::size_t>(nWidth));
+    std::vector<double> aLens(static_cast<std::size_t>(rRun.nPixels));
     for (std::size_t i = 0; i < aLens.size(); ++i) {
-        const double fFromX = static_cast<double>(iX + i) + 0.5 - fCentreX;
+        const double fFromX = static_cast<double>(rRun.column(i)) + 0.5 - fCentreX;
         const double fFromY = fY - fCentreY;
         const double fSecant = 1.0 + fTangentSquared * (fFromX * fFromX + fFromY * fFromY) / fCornerSquared;
         aLens[i] = 1.0 / (fSecant * fSecant);
@@ -124,7 +125,7 @@ std::vector<double> CSensorPattern::lensRow(uint64_t iX, uint64_t iY, uint64_t n
         if (fReach <= 0.0)
             continue;
         for (std::size_t i = 0; i < aLens.size(); ++i) {
-            const double fFromX = static_cast<double>(iX + i) + 0.5 - rDust.fX;
+            const double fFromX = static_cast<double>(rRun.column(i)) + 0.5 - rDust.fX;
             const double fInside = (fReach - fFromX * fFromX) / (rDust.fRadius * rDust.fRadius);
             if (fInside > 0.0)
                 aLens[i] *= 1.0 - rDust.fDepth * fInside * (2.0 - fInside);
@@ -144,25 +145,27 @@ double CSensorPattern::reflectance(uint64_t iX, uint64_t iY, int iColour) const 
     return fPercent / 100.0;
 }
 
-void CSensorPattern::row(const PixelFormat& rFormat, bool bObjects, uint64_t iX, uint64_t iY, uint64_t nWidth,
-                         uint64_t iPhaseX, uint64_t iPhaseY, PatternRow& rRow) const {
-    const std::size_t nSamples = static_cast<std::size_t>(nWidth * rFormat.nChannels);
+void CSensorPattern::row(const PixelFormat& rFormat, bool bObjects, const SensorRun& rRun, PatternRow& rRow) const {
+    const std::size_t nSamples = static_cast<std::size_t>(rRun.nPixels * rFormat.nChannels);
     rRow.aResponse.resize(nSamples);
     rRow.aDarkCurrent.resize(nSamples);
     rRow.aDsnu.resize(nSamples);
-    const std::vector<double> aLens = lensRow(iX, iY, nWidth);
+    const std::vector<double> aLens = lensRow(rRun);
     for (std::size_t i = 0; i < nSamples; ++i) {
         const std::size_t iPixel = i / rFormat.nChannels;
         const auto iChannel = static_cast<unsigned>(i % rFormat.nChannels);
-        const int iColour = colourOf(rFormat, iChannel, iPhaseX + iPixel, iPhaseY);
+        const int iColour = colourOf(rFormat, iChannel, rRun.iPhaseX + iPixel / rRun.nBinning, rRun.iPhaseY);
+        const uint64_t iColumn = rRun.column(iPixel);
         const uint64_t iSample =
-            sampleNumber(iX + iPixel, iY, rFormat.nChannels == 3 ? static_cast<unsigned>(iColour) : 0);
+            sampleNumber(iColumn, rRun.iY, rFormat.nChannels == 3 ? static_cast<unsigned>(iColour) : 0);
 
         double fResponse = aLens[iPixel] * std::max(0.0, 1.0 + m_Model.fPrnu * m_Prnu.normal(2 * iSample));
         if (iColour >= 0)
             fResponse *= m_Model.aSensitivity[iColour];
         if (bObjects)
-            fResponse *= reflectance(iX + iPixel, iY, iColour);
+            fResponse *= reflectance(iColumn, rRun.iY, iColour);
+        if (m_Dead.uniform(iSample) < m_Model.fDeadShare)
+            fResponse *= m_Model.fDeadResponse;
         rRow.aResponse[i] = static_cast<float>(fResponse);
         rRow.aDsnu[i] = static_cast<float>(m_Model.fDsnu * m_Dsnu.normal(2 * iSample));
 

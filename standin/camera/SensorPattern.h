@@ -21,15 +21,25 @@ struct PatternRow {
     std::vector<float> aDsnu;         ///< electrons
 };
 
+/// A run of sensor pixels along a line in the order in which an image shows them, and the place in that image.
+struct SensorRun {
+    uint64_t iX = 0, iY = 0;            ///< first pixel on the sensor
+    uint64_t nPixels = 0;               ///< pixels of the sensor
+    bool bReverse = false;              ///< from right to left
+    uint64_t nBinning = 1;              ///< pixels of the sensor for each pixel of the image
+    uint64_t iPhaseX = 0, iPhaseY = 0;  ///< pixel of the image, which a colour filter array starts with
+
+    /// Sensor column of the i-th pixel.
+    uint64_t column(uint64_t i) const { return bReverse ? iX - i : iX + i; }
+};
+
 /// Fixed pattern of one sensor, a function of seed and position on the sensor. Immutable. @threads any thread.
 class CSensorPattern {
 public:
     CSensorPattern(const SensorModel& rModel, uint64_t uSeed, uint64_t nSensorWidth, uint64_t nSensorHeight);
 
-    /// Pattern of nWidth pixels from sensor position (iX, iY) on. iPhaseX and iPhaseY are the same position within the
-    /// delivered image, which a colour filter array starts with.
-    void row(const PixelFormat& rFormat, bool bObjects, uint64_t iX, uint64_t iY, uint64_t nWidth, uint64_t iPhaseX,
-             uint64_t iPhaseY, PatternRow& rRow) const;
+    /// Pattern of the sensor pixels of a run, which lies on the sensor.
+    void row(const PixelFormat& rFormat, bool bObjects, const SensorRun& rRun, PatternRow& rRow) const;
 
     /// Number of a sample of the sensor: the counter of its random numbers.
     static uint64_t sampleNumber(uint64_t iX, uint64_t iY, unsigned iColour) {
@@ -44,7 +54,7 @@ private:
         double fX, fY, fRadius, fDepth;
     };
 
-    std::vector<double> lensRow(uint64_t iX, uint64_t iY, uint64_t nWidth) const;
+    std::vector<double> lensRow(const SensorRun& rRun) const;
     double reflectance(uint64_t iX, uint64_t iY, int iColour) const;
 
     SensorModel m_Model;
@@ -53,6 +63,7 @@ private:
     CCounterRandom m_Prnu;
     CCounterRandom m_Dsnu;
     CCounterRandom m_Hot;
+    CCounterRandom m_Dead;
     std::vector<Dust> m_aDust;
 };
 

@@ -4,6 +4,7 @@
 
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -17,17 +18,21 @@ namespace StandIn {
 
 /// Frames of a simulated sensor after SensorModel. A frame is a function of seed, sensor size, settings, scene and
 /// frame index: the same arguments give the same bytes on every machine, whatever was filled before. A region of
-/// interest shows exactly that part of the full frame; with an odd offset the colour filter array moves along, so that
-/// the name of a Bayer format stays true. Dark: the lens is covered. Light: an even field, about 60 % of full scale at
-/// the centre with default settings. Objects: the same field on bars, discs and patches.
+/// interest shows exactly that part of the full frame, a mirrored image the mirrored sensor, and offsets count within
+/// the binned and mirrored image. The colour filter array begins with the first pixel of the image whatever offset,
+/// binning and mirror are, so that the name of a Bayer format stays true; it lies over the binned pixels. Dark: the
+/// lens is covered. Light: an even field, about 60 % of full scale at the centre with default settings. Objects: the
+/// same field on bars, discs and patches.
 class CSimulatedSensor : public IFrameSource {
 public:
     /// @param[in] nWidth,nHeight  sensor size in pixels, 1 to IMAGE_SIDE_MAX.
-    /// @param[in] rFormat  format that the camera starts with; must stay.
+    /// @param[in] rStart  settings that the camera starts with; they must fit the sensor.
+    CSimulatedSensor(uint64_t uSeed, uint64_t nWidth, uint64_t nHeight, const CameraSettings& rStart);
+    /// The same with the whole sensor and default settings. @param[in] rFormat  must stay.
     CSimulatedSensor(uint64_t uSeed, uint64_t nWidth, uint64_t nHeight, const PixelFormat& rFormat);
 
     std::string description() const override;
-    CameraSettings defaultSettings() const override;
+    CameraSettings defaultSettings() const override { return m_Start; }
     std::vector<const PixelFormat*> formats() const override;
     uint64_t sensorWidth() const override { return m_nWidth; }
     uint64_t sensorHeight() const override { return m_nHeight; }
@@ -40,8 +45,8 @@ public:
 
     const SensorModel& model() const { return m_Model; }
 
-    /// Expected electrons of a sample that light makes, before the full well. iX and iY count within the image that
-    /// the settings describe, iChannel within the pixel. @threads any thread.
+    /// Expected electrons of a sample that light makes, before the full well, all pixels of a binned one together. iX
+    /// and iY count within the image that the settings describe, iChannel within the pixel. @threads any thread.
     double expectedPhotoElectrons(const CameraSettings& rSettings, eScene eWhat, uint64_t iX, uint64_t iY,
                                   unsigned iChannel = 0) const;
     /// Expected electrons of a sample that dark current makes during the exposure. @threads any thread.
@@ -49,26 +54,27 @@ public:
                                  unsigned iChannel = 0) const;
 
 private:
-    // What a kept pattern depends on.
-    struct PatternKey {
-        uint32_t uPfnc = 0;
-        bool bObjects = false;
-        uint64_t nWidth = 0, nHeight = 0, nOffsetX = 0, nOffsetY = 0;
-        bool operator==(const PatternKey& r) const;
-    };
+    // What a kept pattern depends on: format, objects in view, the region with binning and mirror.
+    typedef std::array<uint64_t, 10> PatternKey;
 
     void checkSettings(const CameraSettings& rSettings) const;
-    const PatternRow& patternRow(const CameraSettings& rSettings, bool bObjects, uint64_t iRow);
-    void exposeRow(const CameraSettings& rSettings, const CCounterRandom& rRandom, bool bLight, uint64_t iRow,
-                   const PatternRow& rPattern, uint16_t* pSamples) const;
+    // Sensor line iLine of those that the image takes, counted in the order of the image.
+    SensorRun runOf(const CameraSettings& rSettings, uint64_t iLine) const;
+    const PatternRow& patternRow(const CameraSettings& rSettings, bool bObjects, uint64_t iLine);
+    void expose(const CameraSettings& rSettings, const CCounterRandom& rRandom, bool bLight, const SensorRun& rRun,
+                const PatternRow& rPattern, double* pElectrons) const;
+    void quantise(const CameraSettings& rSettings, const std::vector<double>& rElectrons, uint16_t* pSamples) const;
+    // Sum over the sensor pixels of a sample of the image.
+    double sumOf(std::vector<float> PatternRow::*pPart, const CameraSettings& rSettings, bool bObjects, uint64_t iX,
+                 uint64_t iY, unsigned iChannel) const;
 
     SensorModel m_Model;
     uint64_t m_uSeed;
     uint64_t m_nWidth;
     uint64_t m_nHeight;
-    const PixelFormat* m_pFormat;
+    CameraSettings m_Start;
     CSensorPattern m_Pattern;
-    PatternKey m_Key;
+    PatternKey m_Key{};
     std::vector<PatternRow> m_aRows;  // lines of m_Key; empty ones are still to be computed
 };
 

@@ -12,10 +12,6 @@ namespace StandIn {
 
 namespace {
 
-constexpr int64_t EXPOSURE_US_MAX = 60000000;
-constexpr int64_t GAIN_PERCENT_MAX = 10000;
-constexpr int64_t FRAME_RATE_MAX = 100000;
-
 const std::array<const char*, 3> SCENES = {"Dark", "Light", "Scene"};  // in the order of eScene
 
 }  // namespace
@@ -28,47 +24,115 @@ CCamera::CCamera(std::unique_ptr<IFrameSource> pSource)
     for (std::size_t i = 0; i < m_aFrameCounts.size(); ++i) {
         m_aFrameCounts[i] = m_pSource->frameCount(static_cast<eScene>(i));
     }
-    const uint64_t nWidth = m_pSource->sensorWidth();
-    const uint64_t nHeight = m_pSource->sensorHeight();
+    addModelName();
     addFormat();
-    addSize("Width", &CameraSettings::nWidth, &CameraSettings::nOffsetX, nWidth, 1);
-    addSize("Height", &CameraSettings::nHeight, &CameraSettings::nOffsetY, nHeight, 1);
-    addSize("OffsetX", &CameraSettings::nOffsetX, &CameraSettings::nWidth, nWidth, 0);
-    addSize("OffsetY", &CameraSettings::nOffsetY, &CameraSettings::nHeight, nHeight, 0);
+    addAxes();
     addFree("ExposureTime", &m_settings.iExposureUs, {1, EXPOSURE_US_MAX});
     addFree("Gain", &m_settings.iGainPercent, {1, GAIN_PERCENT_MAX});
-    addFree("AcquisitionFrameRate", &m_nFrameRate, {0, FRAME_RATE_MAX});
+    addFree("AcquisitionFrameRate", &m_settings.iFrameRateHz, {0, FRAME_RATE_HZ_MAX});
     addScene();
 }
 
-// A side or an offset: together with its partner it stays on the sensor.
-void CCamera::addSize(const char* pName, uint64_t CameraSettings::*pMember, uint64_t CameraSettings::*pOther,
-                      uint64_t nSensor, int64_t iMin) {
+void CCamera::addAxes() {
+    const Axis x = {&CameraSettings::nWidth, &CameraSettings::nOffsetX, &CameraSettings::nBinningX,
+                    &CameraSettings::iReverseX, m_pSource->sensorWidth()};
+    const Axis y = {&CameraSettings::nHeight, &CameraSettings::nOffsetY, &CameraSettings::nBinningY,
+                    &CameraSettings::iReverseY, m_pSource->sensorHeight()};
+    addSize("Width", x, x.pSize, x.pOffset, 1);
+    addSize("Height", y, y.pSize, y.pOffset, 1);
+    addSize("OffsetX", x, x.pOffset, x.pSize, 0);
+    addSize("OffsetY", y, y.pOffset, y.pSize, 0);
+    if (m_bCanResize) {
+        addBinning("BinningHorizontal", x);
+        addBinning("BinningVertical", y);
+        addReverse("ReverseX", x);
+        addReverse("ReverseY", y);
+    }
+}
+
+// A node with a value of the image, its setter still to come.
+NodeSpec CCamera::imageNode(const char* pName, uint64_t CameraSettings::*pMember) {
     NodeSpec spec;
     spec.strName = pName;
     spec.fnGetInt = [this, pMember] {
         std::lock_guard<std::mutex> lock(m_mtx);
         return static_cast<int64_t>(m_settings.*pMember);
     };
+    return spec;
+}
+
+// A side or an offset: together with its partner it stays on the sensor.
+void CCamera::addSize(const char* pName, const Axis& rAxis, uint64_t CameraSettings::*pMember,
+                      uint64_t CameraSettings::*pOther, int64_t iMin) {
+    NodeSpec spec = imageNode(pName, pMember);
     spec.fnMin = [this, iMin, fnGet = spec.fnGetInt] { return m_bCanResize ? iMin : fnGet(); };
-    spec.fnMax = [this, pOther, nSensor, fnGet = spec.fnGetInt] {
+    spec.fnMax = [this, rAxis, pOther, fnGet = spec.fnGetInt] {
         if (!m_bCanResize) {
             return fnGet();
         }
         std::lock_guard<std::mutex> lock(m_mtx);
-        return static_cast<int64_t>(nSensor - m_settings.*pOther);
+        return static_cast<int64_t>(rAxis.binned(m_settings) - m_settings.*pOther);
     };
-    spec.fnSetInt = [this, pMember, pOther, nSensor, iMin](int64_t iValue) {
+    spec.fnSetInt = [this, rAxis, pMember, pOther, iMin](int64_t iValue) {
         std::lock_guard<std::mutex> lock(m_mtx);
         if (m_bAcquiring || !m_bCanResize) {
             return eNodeDenied;
         }
-        if (iValue < iMin || static_cast<uint64_t>(iValue) > nSensor - m_settings.*pOther) {
+        if (iValue < iMin || static_cast<uint64_t>(iValue) > rAxis.binned(m_settings) - m_settings.*pOther) {
             return eNodeInvalid;
         }
         m_settings.*pMember = static_cast<uint64_t>(iValue);
         return eNodeDone;
     };
+    add(std::move(spec));
+}
+
+// Another binning begins with the whole sensor: a region in other pixels has no natural successor.
+void CCamera::addBinning(const char* pName, const Axis& rAxis) {
+    NodeSpec spec = imageNode(pName, rAxis.pBinning);
+    spec.fnMin = [] { return int64_t{1}; };
+    spec.fnMax = [rAxis] { return int64_t{rAxis.nSensor >= 4 ? 4 : rAxis.nSensor >= 2 ? 2 : 1}; };
+    spec.fnSetInt = [this, rAxis, fnMax = spec.fnMax](int64_t iValue) {
+        if (iValue < 1 || iValue > fnMax() || !isBinning(static_cast<uint64_t>(iValue))) {
+            return eNodeInvalid;
+        }
+        std::lock_guard<std::mutex> lock(m_mtx);
+        if (m_bAcquiring) {
+            return eNodeDenied;
+        }
+        if (m_settings.*rAxis.pBinning != static_cast<uint64_t>(iValue)) {
+            m_settings.*rAxis.pBinning = static_cast<uint64_t>(iValue);
+            m_settings.*rAxis.pSize = rAxis.binned(m_settings);
+            m_settings.*rAxis.pOffset = 0;
+        }
+        return eNodeDone;
+    };
+    add(std::move(spec));
+}
+
+void CCamera::addReverse(const char* pName, const Axis& rAxis) {
+    NodeSpec spec = imageNode(pName, rAxis.pReverse);
+    spec.fnMin = [] { return int64_t{0}; };
+    spec.fnMax = [] { return int64_t{1}; };
+    spec.fnSetInt = [this, rAxis](int64_t iValue) {
+        if (iValue < 0 || iValue > 1) {
+            return eNodeInvalid;
+        }
+        std::lock_guard<std::mutex> lock(m_mtx);
+        if (m_bAcquiring) {
+            return eNodeDenied;
+        }
+        m_settings.*rAxis.pReverse = static_cast<uint64_t>(iValue);
+        return eNodeDone;
+    };
+    add(std::move(spec));
+}
+
+void CCamera::addModelName() {
+    NodeSpec spec;
+    spec.strName = "DeviceModelName";
+    spec.eKind = eTextNode;
+    spec.fnGetText = [strName = m_pSource->description()] { return strName; };
     add(std::move(spec));
 }
 
@@ -169,7 +233,7 @@ void CCamera::endAcquisition() {
 
 uint64_t CCamera::frameRate() const {
     std::lock_guard<std::mutex> lock(m_mtx);
-    return m_nFrameRate;
+    return m_settings.iFrameRateHz;
 }
 
 FrameRequest CCamera::nextFrame() {

@@ -45,8 +45,24 @@ private:
     using IntLimits = std::array<int64_t, 2>;
 
     void add(NodeSpec spec) { m_table.push_back(std::move(spec)); }
-    void addSize(const char* pName, uint64_t CameraSettings::*pMember, uint64_t CameraSettings::*pOther,
-                 uint64_t nSensor, int64_t iMin);
+    /// One direction of the image.
+    struct Axis {
+        uint64_t CameraSettings::*pSize;
+        uint64_t CameraSettings::*pOffset;
+        uint64_t CameraSettings::*pBinning;
+        uint64_t CameraSettings::*pReverse;
+        uint64_t nSensor;  // pixels
+
+        uint64_t binned(const CameraSettings& r) const { return nSensor / r.*pBinning; }
+    };
+
+    void addAxes();
+    void addSize(const char* pName, const Axis& rAxis, uint64_t CameraSettings::*pMember,
+                 uint64_t CameraSettings::*pOther, int64_t iMin);
+    void addBinning(const char* pName, const Axis& rAxis);
+    void addReverse(const char* pName, const Axis& rAxis);
+    NodeSpec imageNode(const char* pName, uint64_t CameraSettings::*pMember);
+    void addModelName();
     void addFree(const char* pName, uint64_t* pMember, IntLimits limits);
     void addFormat();
     void addScene();
@@ -61,7 +77,6 @@ private:
     CameraSettings m_settings;
     eScene m_eScene = eSceneObjects;
     uint64_t m_iNextFrame = 0;
-    uint64_t m_nFrameRate = 0;
     bool m_bAcquiring = false;
 };
 

@@ -41,10 +41,13 @@ std::vector<DeviceInfo> enumerateDevices() {
     return {{"sim", "Simulated camera"}};
 }
 
-Device* openDevice(const std::string& strId) {
+namespace {
+
+template <class tMake>
+Device* openSource(tMake fnMake) {
     std::unique_ptr<IFrameSource> pSource;
     try {
-        pSource = makeFrameSource(strId);
+        pSource = fnMake();
     } catch (const std::invalid_argument& rError) {
         XAPEL2_RAISE(InvalidParameter, rError.what());
     } catch (const std::runtime_error& rError) {
@@ -53,6 +56,16 @@ Device* openDevice(const std::string& strId) {
     const auto pDevice = std::make_shared<CDevice>(std::move(pSource));
     Registry::add(pDevice);
     return pDevice->shell();
+}
+
+}  // namespace
+
+Device* openDevice(const std::string& strId) {
+    return openSource([&] { return makeFrameSource(strId); });
+}
+
+Device* openFiles(const std::vector<std::string>& vecFiles, const std::string& strFormat) {
+    return openSource([&] { return makeFileSource(vecFiles, strFormat); });
 }
 
 int closeDevice(Device* pShell) {

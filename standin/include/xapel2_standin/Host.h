@@ -39,19 +39,38 @@ struct DeviceInfo {
 XAPEL2_HOST_API std::vector<DeviceInfo> enumerateDevices();
 
 /// Opens a device with one closed data stream. It belongs to the host until closeDevice.
-/// @param[in] strId  "sim", "sim:SEED", "sim:SEED?width=640&height=480&format=Mono8", or "replay:DIR".
+/// @param[in] strId  "sim", "sim:SEED", "sim:SEED?width=640&height=480&format=Mono8", "replay:DIR", or
+///        "replay:DIR?format=BayerRG8". Settings of the simulated camera, in any order, are those that its nodes start
+///        with: width, height, format, exposure (us), gain (percent), offsetx, offsety, binning (1, 2 or 4, both ways),
+///        reversex, reversey (0 or 1), fps (Hz); and sensorwidth, sensorheight (pixels), without which the sensor is
+///        just as large as offset, size and binning want. Its pattern is a function of seed and place on the sensor;
+///        fall-off and dust spread over the sensor's size. A replayed format is given where the files cannot say it
+///        (see openFiles).
 /// @throws Exceptions::Xapel_InvalidParameterException  the text names no device or carries a bad setting.
 /// @throws Exceptions::Xapel_NotAvailableException      the folder or one of its files cannot be used; names it.
 XAPEL2_HOST_API Device* openDevice(const std::string& strId);
+
+/// Opens image files as a camera: its scene Scene has exactly these frames in this order, the others have none. Files
+/// whose name ends in .pgm are binary PGM, all others TIFF; all have one size and format, which cannot be changed.
+/// @param[in] strFormat  PFNC name, for what the files cannot say: a filter array, or fewer significant bits than their
+///            samples have room for. A packed format stands for the unpacked one of the same samples. Empty: Mono8,
+///            Mono10, Mono12, Mono14 or Mono16 by the maxval of a PGM; Mono8, Mono16 or RGB8 as a TIFF says. A frame
+///            with a sample above the format's full scale cannot be produced.
+/// @throws Exceptions::Xapel_InvalidParameterException  no file, or no such format.
+/// @throws Exceptions::Xapel_NotAvailableException      a file cannot be used, or differs from the first: names both
+///                                                      with size and format.
+XAPEL2_HOST_API Device* openFiles(const std::vector<std::string>& vecFiles, const std::string& strFormat = "");
 
 /// Closes the device, its streams (their close hooks do not run) and drops their hooks; waiting fetches end with -1012.
 /// @return GC_ERR_SUCCESS, or GC_ERR_INVALID_HANDLE when the device is not open.
 XAPEL2_HOST_API int closeDevice(Device* pDevice);
 
-/// The remote nodes of the device, borrowed until it is closed: PixelFormat, Width, Height, OffsetX, OffsetY,
-/// ExposureTime (us), Gain (percent), AcquisitionFrameRate (Hz, 0 = as fast as buffers come), StandInScene (Dark,
-/// Light, Scene), StandInFrame (index of the next frame of the scene; writing the scene sets it to 0) and
-/// StandInFrameCount (frames of the scene, 0 = without end). Null when the device is not open.
+/// The remote nodes of the device, borrowed until it is closed: DeviceModelName (read-only), PixelFormat, Width,
+/// Height, OffsetX, OffsetY, ExposureTime (us), Gain (percent), AcquisitionFrameRate (Hz, 0 = as fast as buffers come);
+/// of a simulated camera BinningHorizontal, BinningVertical (1, 2 or 4 pixels averaged; another value sets size and
+/// offset to the whole sensor), ReverseX, ReverseY (0 or 1; offsets count within the mirrored image; a filter array
+/// keeps its phase); StandInScene (Dark, Light, Scene), StandInFrame (index of the next frame of the scene; writing the
+/// scene sets it to 0) and StandInFrameCount (frames of the scene, 0 = without end). Null when the device is not open.
 XAPEL2_HOST_API NodeMap* remoteNodes(Device* pDevice);
 
 /// The device's first data stream, null when the device is not open.

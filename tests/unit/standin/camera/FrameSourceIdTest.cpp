@@ -4,6 +4,7 @@
 
 #include "FrameSource.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include <gtest/gtest.h>
@@ -34,6 +35,19 @@ TEST(FrameSourceId, OpensTheSimulatedSensorAsAsked) {
     }
 }
 
+TEST(FrameSourceId, StartsTheSimulatedSensorWithItsSettings) {
+    const auto pSource = makeFrameSource(
+        "sim:7?binning=2&width=64&offsetx=16&height=48&offsety=3&exposure=20000&gain=150&reversex=1&reversey=0&fps=50");
+    const CameraSettings r = pSource->defaultSettings();
+    const uint64_t aSettings[] = {r.nWidth,      r.nOffsetX,     r.nHeight,   r.nOffsetY,  r.nBinningX,   r.nBinningY,
+                                  r.iExposureUs, r.iGainPercent, r.iReverseX, r.iReverseY, r.iFrameRateHz};
+    const uint64_t aExpected[] = {64, 16, 48, 3, 2, 2, 20000, 150, 1, 0, 50};
+    EXPECT_TRUE(std::equal(std::begin(aSettings), std::end(aSettings), aExpected));
+    EXPECT_EQ(pSource->sensorWidth(), 160U);
+    EXPECT_EQ(pSource->sensorHeight(), 102U);
+    EXPECT_EQ(makeFrameSource("sim?width=64&offsetx=16&sensorwidth=100")->sensorWidth(), 100U);
+}
+
 TEST(FrameSourceId, RefusesOthersAndSaysWhy) {
     const std::pair<const char*, const char*> CASES[] = {
         {"", "no such source"},
@@ -42,11 +56,16 @@ TEST(FrameSourceId, RefusesOthersAndSaysWhy) {
         {"sim:-1", "seed '-1'"},
         {"sim:18446744073709551616", "seed '18446744073709551616'"},
         {"sim?width=64&", "unknown setting ''"},
-        {"sim?Width=64", "unknown setting 'Width', known are width, height, format"},
+        {"sim?Width=64", "unknown setting 'Width', known are format, width, height, exposure,"},
         {"sim?width", "width '' is not a number from 1 to 32768"},
         {"sim?width=0", "width '0'"},
         {"sim?height=32769", "height '32769'"},
         {"sim?width=64&width=64", "'width' is given twice"},
+        {"sim?binning=3", "binning is 1, 2 or 4"},
+        {"sim?width=32768&offsetx=1", "sensor of 32769 pixels a side, which must not exceed 32768"},
+        {"sim?width=64&binning=2&sensorwidth=127", "sensor of 128 pixels a side, which must not exceed 127"},
+        {"replay:?format=Mono8", "no folder"},
+        {"replay:dir?format=Mono9", "unknown format 'Mono9'"},
         {"sim?format=Mono9", "unknown format 'Mono9', known are Mono8, Mono10,"},
     };
     for (const auto& [pId, pSaid] : CASES) {

@@ -242,6 +242,52 @@ TEST_F(ReplaySource, FoldersThatCannotBeUsedAreNamed) {
     EXPECT_THROW(makeFrameSource("replay:" + path("missing")), std::runtime_error);
 }
 
+TEST_F(ReplaySource, ListedFilesAreTheSceneInTheirOrderAndFormat) {
+    std::filesystem::create_directory(path("sub"));
+    write("b.pgm", pgm(2, 1, 65535, {4095, 1}));
+    write("sub/b.pgm", pgm(2, 1, 1023, {2, 3}));
+    writeTiff(path("a.image"), {2, 1}, {4, 4096});
+    write("small.pgm", pgm(1, 1, 65535, {4}));
+    write("byte.pgm", pgm(2, 1, 255, {4, 5}));
+    const auto fnOpen = [&](const std::vector<std::string>& aNames, const char* pFormat) {
+        std::vector<std::string> aFiles;
+        for (const std::string& strName : aNames) aFiles.push_back(path(strName));
+        return makeFileSource(aFiles, pFormat);
+    };
+    for (const char* pFormat : {"BayerRG12p", "BayerRG12"}) {
+        const auto pSource = fnOpen({"sub/b.pgm", "b.pgm", "a.image"}, pFormat);
+        EXPECT_STREQ(pSource->defaultSettings().pFormat->pName, "BayerRG12");
+        EXPECT_EQ(pSource->frameCount(eSceneObjects), 3U);
+        EXPECT_EQ(pSource->frameCount(eSceneLight), 0U);
+        EXPECT_EQ(frame(*pSource, eSceneObjects, 0), (Samples{2, 3}));
+        EXPECT_EQ(frame(*pSource, eSceneObjects, 1), (Samples{4095, 1}));
+        EXPECT_THROW(frame(*pSource, eSceneObjects, 2), std::runtime_error) << "4096 is no 12-bit sample";
+    }
+    EXPECT_EQ(frame(*fnOpen({"a.image"}, ""), eSceneObjects, 0), (Samples{4, 4096}));
+    const struct {
+        std::vector<std::string> aNames;
+        const char *pFormat, *pSaid;
+    } REFUSED[] = {
+        {{}, "", "no image files"},
+        {{"b.pgm"}, "Mono9", "unknown format 'Mono9'"},
+        {{"b.pgm"}, "BayerRG8", "stored as Mono16, which cannot be read as BayerRG8"},
+        {{"b.pgm"}, "RGB8", "cannot be read as RGB8"},
+        {{"b.pgm", "sub/b.pgm"}, "", "b.pgm is 2 x 1 Mono16)"},
+        {{"b.pgm", "small.pgm"}, "Mono16", "small.pgm: differs from the files before it: width 1 instead of 2"},
+        {{"b.pgm", "byte.pgm"}, "Mono12", "byte.pgm: its samples are stored as Mono8"}};
+    for (const auto& rCase : REFUSED) {
+        try {
+            fnOpen(rCase.aNames, rCase.pFormat);
+            ADD_FAILURE() << rCase.pSaid;
+        } catch (const std::exception& rError) {
+            EXPECT_NE(std::string(rError.what()).find(rCase.pSaid), std::string::npos) << rError.what();
+        }
+    }
+    write("light_1.pgm", pgm(2, 1, 255, {1, 2}));
+    EXPECT_STREQ(makeFrameSource("replay:" + m_strFolder + "?format=BayerGB8")->defaultSettings().pFormat->pName,
+                 "BayerGB8");
+}
+
 TEST_F(ReplaySource, AFileThatChangedAfterOpeningIsRefused) {
     write("light_1.pgm", pgm(2, 1, 255, {1, 2}));
     CReplaySource source(m_strFolder);

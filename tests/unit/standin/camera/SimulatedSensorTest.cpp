@@ -103,11 +103,10 @@ TEST(SimulatedSensor, VarianceOverMeanIsTheSystemGain) {
         const char* pFormat;
         uint64_t iExposureUs, iGainPercent;
         double fGain;  // DN per electron
+        uint64_t nBinning = 1;
     } CASES[] = {
-        {"Mono12", 10000, 100, 0.3},
-        {"Mono12", 4000, 200, 0.6},
-        {"Mono16", 10, 100, 4.8},
-        {"Mono8", 10000, 100, 0.01875},
+        {"Mono12", 10000, 100, 0.3},    {"Mono12", 4000, 200, 0.6},        {"Mono16", 10, 100, 4.8},
+        {"Mono8", 10000, 100, 0.01875}, {"Mono12", 10000, 100, 0.0375, 4},  // 8 pixels
     };
     CSimulatedSensor sensor = makeSensor(160, 120);
     for (const auto& rCase : CASES) {
@@ -115,6 +114,8 @@ TEST(SimulatedSensor, VarianceOverMeanIsTheSystemGain) {
         settings.pFormat = findPixelFormat(rCase.pFormat);
         settings.iExposureUs = rCase.iExposureUs;
         settings.iGainPercent = rCase.iGainPercent;
+        settings.nWidth /= settings.nBinningX = rCase.nBinning;
+        settings.nHeight /= settings.nBinningY = (rCase.nBinning + 1) / 2;
         const SceneStatistics dark = measure(sensor, settings, eSceneDark, 8);
         const SceneStatistics light = measure(sensor, settings, eSceneLight, 8);
         // An 8-bit dark frame is too quiet to show its read noise, so the model's is taken off there.
@@ -132,7 +133,7 @@ TEST(SimulatedSensor, ExpectedElectronsHavePatternsOfTheirSize) {
     const auto fnPhoto = [&](uint64_t iX, uint64_t iY) {
         return sensor.expectedPhotoElectrons(settings, eSceneLight, iX, iY);
     };
-    unsigned nHot = 0;
+    unsigned nHot = 0, nDead = 0;
     double fCurvature = 0.0, fCorners = 0.0, fCentre = 0.0;
     for (unsigned i = 0; i < 1024 * 768; ++i) {
         const uint64_t iX = i % 1024, iY = i / 1024;
@@ -142,7 +143,9 @@ TEST(SimulatedSensor, ExpectedElectronsHavePatternsOfTheirSize) {
         nHot += fDark > 100000.0;
         EXPECT_TRUE(fDark > 100000.0 || std::abs(fDark - 40.0) < 0.01) << fDark;
         // Neighbours share lens and light but for a slope, and differ by the PRNU.
-        if (iX >= 2 && iY < 64)
+        const bool bDead = fnPhoto(iX, iY) < 1200.0;
+        nDead += bDead;
+        if (iX >= 2 && iY < 64 && !bDead && fnPhoto(iX - 1, iY) > 1200.0 && fnPhoto(iX - 2, iY) > 1200.0)
             fCurvature += std::pow((fnPhoto(iX, iY) + fnPhoto(iX - 2, iY)) / fnPhoto(iX - 1, iY) - 2.0, 2);
         if (iX < 8 && iY < 8) {
             fCorners += (fnPhoto(iX, iY) + fnPhoto(1023 - iX, 767 - iY)) / 128;
@@ -150,6 +153,7 @@ TEST(SimulatedSensor, ExpectedElectronsHavePatternsOfTheirSize) {
         }
     }
     EXPECT_TRUE(nHot >= 10 && nHot <= 40) << nHot;
+    EXPECT_TRUE(nDead >= 6 && nDead <= 28) << nDead;
     EXPECT_NEAR(std::sqrt(fCurvature / 6 / (1022 * 64)), 0.01, 0.0004);
     EXPECT_NEAR(fCorners / fCentre, 0.72, 0.03);
     EXPECT_NEAR(fCentre, 8000.0, 400.0);
@@ -248,6 +252,58 @@ TEST(SimulatedSensor, RegionOfInterestShowsThatPartOfTheFullFrame) {
             EXPECT_THROW(fillBytes(sensor, region, eSceneLight, 0), std::runtime_error);
         }
     }
+}
+
+// With odd sides a filter array looks the same from either end, so that mirrored pixels can be found in the full frame.
+TEST(SimulatedSensor, MirroredAndBinnedImagesShowTheSensorsOwnPixels) {
+    for (const char* pFormat : {"Mono12", "BayerRG12", "RGB8"}) {
+        CSimulatedSensor sensor = makeSensor(81, 61, pFormat);
+        const CameraSettings full = sensor.defaultSettings();
+        const Samples aFull = fillSamples(sensor, full, eSceneObjects, 5);
+        for (unsigned i = 0; i < 16; ++i) {
+            CameraSettings settings = full;
+            settings.iReverseX = i & 1;
+            settings.iReverseY = i >> 1 & 1;
+            // Pixels of one colour do not lie side by side in a filter array, whose colours binning lays anew.
+            settings.nBinningX = full.pFormat->isCfa() || (i & 4) == 0 ? 1 : 4;
+            settings.nBinningY = full.pFormat->isCfa() || (i & 8) == 0 ? 1 : 2;
+            settings.nOffsetX = 4, settings.nOffsetY = 2;
+            settings.nWidth = 13, settings.nHeight = 9;
+            const Samples aShown = fillSamples(sensor, settings, eSceneObjects, 5);
+            const std::size_t nChannels = full.pFormat->nChannels, nX = settings.nBinningX, nY = settings.nBinningY;
+            for (std::size_t iSample = 0; iSample < aShown.size(); ++iSample) {
+                const std::size_t iPixel = iSample / nChannels;
+                double fMean = 0.0;
+                for (std::size_t iPart = 0; iPart < nX * nY; ++iPart) {
+                    std::size_t iX = (iPixel % 13 + 4) * nX + iPart % nX, iY = (iPixel / 13 + 2) * nY + iPart / nX;
+                    iX = settings.iReverseX ? 81 / nX * nX - 1 - iX : iX;
+                    iY = settings.iReverseY ? 61 / nY * nY - 1 - iY : iY;
+                    fMean += aFull[(iY * 81 + iX) * nChannels + iSample % nChannels] / double(nX * nY);
+                }
+                ASSERT_NEAR(aShown[iSample], fMean, nX * nY == 1 ? 0.0 : 1.0) << pFormat << i << " " << iSample;
+            }
+        }
+    }
+}
+
+// A pixel of a binned, mirrored filter array has the colour that its place in the image says.
+TEST(SimulatedSensor, FilterArrayBeginsWithTheImage) {
+    CSimulatedSensor sensor = makeSensor(400, 300, "BayerGR12");
+    CameraSettings settings = sensor.defaultSettings();
+    settings.nBinningX = settings.nBinningY = 2;
+    settings.iReverseX = settings.iReverseY = 1;
+    settings.nOffsetX = settings.nOffsetY = 1;
+    settings.nWidth = settings.nHeight = 120;
+    double aSum[4] = {}, aExpected[4] = {};
+    const Samples aLight = fillSamples(sensor, settings, eSceneLight, 0);
+    for (std::size_t i = 0; i < aLight.size(); ++i) {
+        const std::size_t iSite = i / 120 % 2 * 2 + i % 2;
+        aSum[iSite] += aLight[i] - 64.0;
+        aExpected[iSite] += 0.075 * sensor.expectedPhotoElectrons(settings, eSceneLight, i % 120, i / 120);
+    }
+    for (int i = 0; i < 4; ++i) EXPECT_NEAR(aSum[i] / aExpected[i], 1.0, 0.003) << i;
+    EXPECT_NEAR(aSum[1] / aSum[0], 0.85, 0.01);
+    EXPECT_NEAR(aSum[2] / aSum[3], 0.75, 0.01);
 }
 
 TEST(SimulatedSensor, EveryFormatFillsItsImageWithPlausibleValues) {

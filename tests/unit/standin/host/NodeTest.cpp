@@ -63,7 +63,8 @@ TEST_F(Nodes, ParameterValueBelongsToTheSelectedParameter) {
 TEST_F(Nodes, ImageSettingsAreLockedWhileTheCameraRuns) {
     node("StandInScene").SetValue("Scene");
     startStream(1, 2);
-    for (const char* pName : {"Width", "Height", "OffsetX", "OffsetY", "PixelFormat"}) {
+    for (const char* pName :
+         {"Width", "Height", "OffsetX", "OffsetY", "PixelFormat", "BinningHorizontal", "ReverseY"}) {
         EXPECT_THROW(node(pName).SetValue(node(pName).GetString()), Xapel_AccessDeniedException) << pName;
     }
     for (const char* pName : {"ExposureTime", "Gain", "AcquisitionFrameRate", "StandInScene", "StandInFrame"}) {
@@ -82,6 +83,30 @@ TEST_F(Nodes, ImageSettingsAreLockedWhileTheCameraRuns) {
     EXPECT_THROW(node("StandInFrameCount").SetInt(1), Xapel_AccessDeniedException);
     EXPECT_EQ(&node("Gain"), m_pDevice->GetRemoteNode("Gain"));
     EXPECT_THROW(m_pDevice->GetRemoteNode("Nothing"), Xapel_NotAvailableException);
+}
+
+TEST_F(Nodes, BinningTakesTheWholeSensorAndLimitsTheRegion) {
+    const long long nWidth = node("Width").GetIntMax();
+    node("Width").SetInt(8);
+    node("OffsetX").SetInt(5);
+    node("BinningHorizontal").SetInt(1);
+    EXPECT_EQ(5, node("OffsetX").GetInt()) << "the same binning changes nothing";
+    for (const int nBinning : {2, 4, 1}) {
+        node("BinningHorizontal").SetInt(nBinning);
+        EXPECT_EQ(nWidth / nBinning, node("Width").GetInt());
+        EXPECT_EQ(0, node("OffsetX").GetInt());
+        EXPECT_THROW(node("Width").SetInt(nWidth / nBinning + 1), Xapel_InvalidParameterException);
+    }
+    for (const auto& [pName, iValue] : {std::pair<const char*, int>{"BinningVertical", 3},
+                                        {"BinningVertical", 0},
+                                        {"BinningVertical", 8},
+                                        {"ReverseX", 2},
+                                        {"ReverseX", -1}}) {
+        EXPECT_THROW(node(pName).SetInt(iValue), Xapel_InvalidParameterException) << pName << iValue;
+    }
+    EXPECT_EQ(1, node("BinningVertical").GetInt());
+    EXPECT_STREQ("simulated camera, seed",
+                 std::string(node("DeviceModelName").GetString().get()).substr(0, 22).c_str());
 }
 
 // The processor traces once when it leaves an image as it is. While that command stands still in the trace observer,
