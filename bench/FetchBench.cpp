@@ -7,10 +7,12 @@
 //     fetch-off/ours           with the library, correction off
 //     fetch-on/ours            with correction on
 //     processor/host           the five node writes and the command for such a frame, by themselves
-//     queries/host             the nine questions about a buffer that correction needs answered, by themselves
+//     queries/host             the eleven questions about a buffer that correction asks, outside of a fetch: inside,
+//                              where the host answers them without a lock, they take less
 //
 // The host's own share is measured by itself, so that the library's can be told: with correction off it is what
-// fetch-off takes more than fetch-forwarded, with it on what fetch-on takes more than fetch-off, processor and queries.
+// fetch-off takes more than fetch-forwarded, with it on what fetch-on takes more than fetch-off and processor, the
+// host's answers included.
 
 #include <atomic>
 #include <functional>

@@ -6,6 +6,7 @@
 
 #include <utility>
 
+#include "CallFrame.h"
 #include "Faults.h"
 #include "Switches.h"
 #include "xapel2/XapelBuffer.h"
@@ -39,8 +40,7 @@ int queryImage(const FrameInfo& rInfo, int32_t iInfoCmd, const InfoSlot& rSlot) 
     }
 }
 
-int queryBuffer(const Buffer& rBuffer, int32_t iInfoCmd, const InfoSlot& rSlot) {
-    const FrameInfo& rInfo = rBuffer.info;
+int queryBuffer(const Buffer& rBuffer, const FrameInfo& rInfo, int32_t iInfoCmd, const InfoSlot& rSlot) {
     switch (iInfoCmd) {
         case BUFFER_INFO_BASE:
             return writeInfo(rSlot, INFO_DATATYPE_PTR, &rBuffer.pBase, sizeof rBuffer.pBase);
@@ -60,8 +60,6 @@ int queryBuffer(const Buffer& rBuffer, int32_t iInfoCmd, const InfoSlot& rSlot) 
             return writeUint64(rSlot, rInfo.iFrameId);
         case BUFFER_INFO_IMAGEPRESENT:
             return writeBool(rSlot, rInfo.bImage);
-        case BUFFER_INFO_STANDIN_FRAME_NAME:
-            return writeText(rSlot, rInfo.strName.c_str());
         default:
             return queryImage(rInfo, iInfoCmd, rSlot);
     }
@@ -88,13 +86,17 @@ void CBufferTable::remove(BufferHandle hBuffer) {
     m_mapBuffers.erase(hBuffer);
 }
 
+bool CBufferTable::isAlive(BufferHandle hBuffer) {
+    return CCallFrame::findFetched(hBuffer) != nullptr || find(hBuffer) != nullptr;
+}
+
 std::shared_ptr<Buffer> CBufferTable::find(BufferHandle hBuffer) {
     std::lock_guard<std::mutex> lock(m_mtx);
     const auto it = m_mapBuffers.find(hBuffer);
     return it == m_mapBuffers.end() ? nullptr : it->second;
 }
 
-void CBufferTable::setInfo(Buffer& rBuffer, FrameInfo& rInfo) {
+void CBufferTable::setInfo(Buffer& rBuffer, NamedFrameInfo& rInfo) {
     std::lock_guard<std::mutex> lock(m_mtx);
     std::swap(rBuffer.info, rInfo);
 }
@@ -103,12 +105,24 @@ int CBufferTable::query(BufferHandle hBuffer, int32_t iInfoCmd, const InfoSlot& 
     if (isUnanswered(iInfoCmd)) {
         return GC_ERR_NOT_AVAILABLE;
     }
+    const bool bName = iInfoCmd == BUFFER_INFO_STANDIN_FRAME_NAME;
+    if (const CCallFrame* pFrame = bName ? nullptr : CCallFrame::findFetched(hBuffer)) {
+        return queryBuffer(pFrame->fetched(), pFrame->info(), iInfoCmd, rSlot);
+    }
     std::lock_guard<std::mutex> lock(m_mtx);
     const auto it = m_mapBuffers.find(hBuffer);
-    return it == m_mapBuffers.end() ? GC_ERR_INVALID_HANDLE : queryBuffer(*it->second, iInfoCmd, rSlot);
+    if (it == m_mapBuffers.end()) {
+        return GC_ERR_INVALID_HANDLE;
+    }
+    const NamedFrameInfo& rInfo = it->second->info;
+    return bName ? writeText(rSlot, rInfo.strName.c_str()) : queryBuffer(*it->second, rInfo, iInfoCmd, rSlot);
 }
 
 const PixelFormat* CBufferTable::imageFormat(BufferHandle hBuffer, bool& rAlive) {
+    if (const CCallFrame* pFrame = CCallFrame::findFetched(hBuffer)) {
+        rAlive = true;
+        return pFrame->info().bImage ? pFrame->info().pFormat : nullptr;
+    }
     std::lock_guard<std::mutex> lock(m_mtx);
     const auto it = m_mapBuffers.find(hBuffer);
     rAlive = it != m_mapBuffers.end();
@@ -145,7 +159,7 @@ int yieldFunction(Control::eHostOp eOp, void* pBuffer, tFunction pfn, tFunction*
     if (ppfn == nullptr) {
         return GC_ERR_INVALID_PARAMETER;
     }
-    if (CBufferTable::instance().find(pBuffer) == nullptr) {
+    if (!CBufferTable::instance().isAlive(pBuffer)) {
         return GC_ERR_INVALID_HANDLE;
     }
     *ppfn = pfn;

@@ -30,6 +30,9 @@ struct FrameInfo {
     uint64_t iFrameId = 0;
     uint64_t iTimestamp = 0;  // ns
     const PixelFormat* pFormat = nullptr;
+};
+
+struct NamedFrameInfo : FrameInfo {
     std::string strName;
 };
 
@@ -46,10 +49,13 @@ struct Buffer {
     /// Changed under the stream's lock only.
     std::atomic<eBufferState> eState{eBufferIdle};
     List::iterator itPlace;  // guarded by the stream's lock
-    FrameInfo info;          // guarded by the table's lock
+    /// Written under the table's lock, and only while the camera is filling the buffer.
+    NamedFrameInfo info;
 };
 
-/// One lock, held for the copy of one value. Handles are numbers that are used once, so that a dead one is refused.
+/// One lock, held for the copy of one value. Inside a fetch, questions about the buffer that it fetched take no lock:
+/// they are answered from what the fetch found in it, for as long as the handle is alive. Handles are numbers that are
+/// used once, so that a dead one is refused.
 class CBufferTable {
 public:
     static CBufferTable& instance();
@@ -57,9 +63,11 @@ public:
     /// Gives the buffer its handle.
     void add(const std::shared_ptr<Buffer>& pBuffer);
     void remove(BufferHandle hBuffer);
+    /// False for a dead handle.
+    bool isAlive(BufferHandle hBuffer);
     /// Null when the handle is not alive.
     std::shared_ptr<Buffer> find(BufferHandle hBuffer);
-    void setInfo(Buffer& rBuffer, FrameInfo& rInfo);
+    void setInfo(Buffer& rBuffer, NamedFrameInfo& rInfo);
 
     /// Answers an information query; GC_ERR_INVALID_HANDLE for a dead handle.
     int query(BufferHandle hBuffer, int32_t iInfoCmd, const InfoSlot& rSlot);

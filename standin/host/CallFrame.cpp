@@ -8,8 +8,9 @@ namespace XAPEL2 {
 namespace StandIn {
 
 namespace {
-thread_local CCallFrame* t_pInnermost = nullptr;
-}
+// Initial-exec: several looks for each fetch, without a call of the loader for each.
+thread_local CCallFrame* t_pInnermost __attribute__((tls_model("initial-exec"))) = nullptr;
+}  // namespace
 
 CCallFrame* CCallFrame::find(const DataStream* pStream) {
     CCallFrame* pFrame = t_pInnermost;
@@ -21,6 +22,16 @@ CCallFrame* CCallFrame::find(const DataStream* pStream) {
 
 CCallFrame* CCallFrame::innermost() {
     return t_pInnermost;
+}
+
+const CCallFrame* CCallFrame::findFetched(BufferHandle hBuffer) {
+    for (const CCallFrame* pFrame = t_pInnermost; pFrame != nullptr; pFrame = pFrame->m_pOuter) {
+        const Buffer* pBuffer = pFrame->m_pBuffer.get();
+        if (pBuffer != nullptr && pBuffer->hBuffer == hBuffer) {
+            return pBuffer->eState.load(std::memory_order_relaxed) == eBufferRevoked ? nullptr : pFrame;
+        }
+    }
+    return nullptr;
 }
 
 CCallFrame::CCallFrame(const DataStream* pStream, uint64_t uCancelStamp)

@@ -113,7 +113,7 @@ void CStream::produce(uint64_t nFrames) {
             m_bGrabbing = false;
             return;
         }
-        FrameInfo info = fillFrame(*pBuffer, iFrame);
+        NamedFrameInfo info = fillFrame(*pBuffer, iFrame);
         deliver(*pBuffer, info, iFrame + 1 == nFrames);
     }
 }
@@ -180,9 +180,9 @@ void CStream::writeFrame(const Buffer& rBuffer, const FrameRequest& rRequest, ui
     rInfo.nFilled = nArrives;
 }
 
-FrameInfo CStream::fillFrame(const Buffer& rBuffer, uint64_t iFrame) {
+NamedFrameInfo CStream::fillFrame(const Buffer& rBuffer, uint64_t iFrame) {
     const FrameRequest request = m_pCamera->nextFrame();
-    FrameInfo info;
+    NamedFrameInfo info;
     info.bImage = true;
     info.nWidth = request.settings.nWidth;
     info.nHeight = request.settings.nHeight;
@@ -208,7 +208,7 @@ FrameInfo CStream::fillFrame(const Buffer& rBuffer, uint64_t iFrame) {
 
 // With the last frame the acquisition is over: whoever has fetched it may start the next one. The thread that ends
 // touches nothing after that.
-void CStream::deliver(Buffer& rBuffer, FrameInfo& rInfo, bool bLast) {
+void CStream::deliver(Buffer& rBuffer, NamedFrameInfo& rInfo, bool bLast) {
     CBufferTable::instance().setInfo(rBuffer, rInfo);
     if (bLast) {
         m_pCamera->endAcquisition();

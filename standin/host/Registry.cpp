@@ -81,7 +81,9 @@ std::shared_ptr<CDevice> findDeviceOfList(const void* pListShell) {
 }
 
 std::shared_ptr<CStream> findStream(const void* pShell) {
-    return findStreamOfDevice(pShell).pStream;
+    std::lock_guard<std::mutex> lock(state().mtx);
+    const auto it = state().mapStreams.find(pShell);
+    return it == state().mapStreams.end() ? nullptr : it->second.pStream;
 }
 
 StreamOfDevice findStreamOfDevice(const void* pShell) {

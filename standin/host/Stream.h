@@ -83,9 +83,9 @@ private:
     void produce(uint64_t nFrames);
     Buffer* nextQueued();
     bool waitForTick(uint64_t nHz);
-    FrameInfo fillFrame(const Buffer& rBuffer, uint64_t iFrame);
+    NamedFrameInfo fillFrame(const Buffer& rBuffer, uint64_t iFrame);
     void writeFrame(const Buffer& rBuffer, const FrameRequest& rRequest, uint64_t iFrame, FrameInfo& rInfo);
-    void deliver(Buffer& rBuffer, FrameInfo& rInfo, bool bLast);
+    void deliver(Buffer& rBuffer, NamedFrameInfo& rInfo, bool bLast);
 
     const std::shared_ptr<CCamera> m_pCamera;
     DataStream* const m_pShell;

@@ -131,4 +131,33 @@ TEST(AllocationSweep, DeviceIsOpenedAndClosedWholeOrNotAtAll) {
     EXPECT_GT(nRuns, 50U);
 }
 
+class FetchAllocations : public XapelTest::StreamFixture {
+protected:
+    FetchAllocations() : StreamFixture("sim:7?width=64&height=48&format=BayerRG12p") {}
+};
+
+// The texts are that of the buffer's format and the one that the node takes.
+TEST_F(FetchAllocations, NoneWithCorrectionOffAndTwoTextsForEachFrameWithItOn) {
+    XAPEL2::Ext::Sc::Shading shading(m_pDevice);
+    std::vector<uint16_t> vecDark(64 * 48, 100);
+    shading.ReferenceStart(false);
+    shading.ReferenceAdd("BayerRG12", 64, 48, vecDark.data(), 2 * vecDark.size());
+    shading.ReferenceEnd((XapelTest::folder() / "dark12.tif").c_str());
+    shading.ReferenceApply();
+    openDataStream(m_pDevice, m_pStream);
+    EXPECT_EQ(fetch(1), GC_ERR_TIMEOUT) << "the first wait makes the list of those that wait";
+    startStream();
+    for (const bool bOn : {false, true, false}) {
+        shading.SetEnable(bOn);
+        uint64_t nBefore = 0;
+        for (int i = 0; i < 24; ++i) {
+            // After the first frames everything that is kept is there.
+            nBefore = i == 4 ? Allocations::done() : nBefore;
+            ASSERT_EQ(fetch(), 0);
+        }
+        EXPECT_LE(Allocations::done() - nBefore, bOn ? 20U * 2 : 0U);
+        EXPECT_GE(Allocations::done() - nBefore, bOn ? 20U : 0U) << "nothing was corrected";
+    }
+}
+
 }  // namespace

@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "HostFixture.h"
+#include "xapel2/XapelBuffer.h"
 
 namespace XAPEL2 {
 namespace StandIn {
@@ -56,6 +57,33 @@ TEST_F(Hooks, TableReplacesAndRemovesByContext) {
     EXPECT_TRUE(m_side.putAll(m_pDevice, m_pStream, true));
     EXPECT_EQ(0U, Control::liveHooks());
     EXPECT_TRUE(registerBypass_DataStreamGetInfo(m_pStream, &HookSide::onInfo, &m_side, nullptr, nullptr));
+}
+
+// Inside the fetch a buffer is what the fetch found in it, until its handle is dead.
+TEST_F(Hooks, FetchedBufferIsAnsweredInsideItsFetchUntilItIsRevoked) {
+    m_side.put(Control::eHookFetch, m_pDevice, m_pStream);
+    startStream(2, 2);
+    for (const bool bClose : {false, true}) {
+        m_side.fnFetch = [&](void** ppBuffer, unsigned long long iTimeoutMs) {
+            EXPECT_EQ(GC_ERR_SUCCESS, m_side.pfnFetch(ppBuffer, iTimeoutMs, m_side.pFetch));
+            EXPECT_EQ(bClose ? 1U : 0U, bufferNumber(*ppBuffer, BUFFER_INFO_FRAMEID));
+            BufferInfoFunc pfnInfo = nullptr;
+            BufferGetPixelFormatFunc pfnFormat = nullptr;
+            getFuncPtr_BufferInfo(*ppBuffer, &pfnInfo);
+            getFuncPtr_BufferGetPixelFormat(*ppBuffer, &pfnFormat);
+            std::string strFormat;
+            EXPECT_EQ(GC_ERR_SUCCESS, pfnFormat(strFormat, *ppBuffer));
+            EXPECT_EQ(GC_ERR_SUCCESS,
+                      bClose ? closeDataStream(m_pDevice, m_pStream) : revokeBuffer(m_pStream, *ppBuffer));
+            uint64_t uValue = 77, nSize = sizeof uValue;
+            EXPECT_EQ(GC_ERR_INVALID_HANDLE, pfnInfo(BUFFER_INFO_SIZE, nullptr, &uValue, &nSize, *ppBuffer));
+            EXPECT_EQ(GC_ERR_INVALID_HANDLE, pfnFormat(strFormat, *ppBuffer));
+            EXPECT_EQ(GC_ERR_INVALID_HANDLE, getFuncPtr_BufferInfo(*ppBuffer, &pfnInfo));
+            EXPECT_EQ(77U, uValue);
+            return GC_ERR_SUCCESS;
+        };
+        EXPECT_EQ(GC_ERR_SUCCESS, fetch());
+    }
 }
 
 TEST_F(Hooks, DeadAndForeignPointersAreRefused) {
