@@ -64,7 +64,7 @@ weaker(gate-closed-read ${GATE} rw [[if (m_rData.m_bExclusive.load(]] acquire re
 weaker(gate-reopen ${GATE} rw [[m_bExclusive.store(false, ]] seq_cst relaxed)
 weaker(gate-reopen-release ${GATE} "equal: a load that acquires is all that looks at it" [[m_bExclusive.store(false, ]]
   seq_cst release)
-weaker(gate-close ${GATE} "equal: whoever looks holds the mutex" [[m_bExclusive.store(m_bExclusive, ]] seq_cst relaxed)
+weaker(gate-close ${GATE} "equal: whoever looks holds the mutex" [[m_bExclusive.store(true, ]] seq_cst relaxed)
 weaker(gate-users-read ${GATE} rw [[m_nUsers.load(]] acquire relaxed)
 weaker(gate-users-leave ${GATE} rw [[m_nUsers.fetch_sub(1, ]] release relaxed)
 weaker(gate-users-enter ${GATE} "equal: the mutex orders it before whoever waits" [[m_nUsers.fetch_add(1, ]]
@@ -76,8 +76,9 @@ weaker(gate-flags-leave ${GATE} "equal: no data comes with a flag, and lowering 
   [[m_uFlags[i].fetch_sub(1, ]] acq_rel relaxed)
 mutant(gate-no-mutex ${GATE} ww [[const XapelLock lock(mtx);]] [[static_cast<void>(mtx);]])
 mutant(gate-no-check ${GATE} rw [[if (m_rData.m_bExclusive.load(std::memory_order_acquire))]] [[if (false)]])
-mutant(gate-no-close ${GATE} rw [[m_rData.m_bExclusive.store(m_bExclusive, std::memory_order_seq_cst);]] "")
-mutant(gate-readers-close ${GATE} rr [[m_bExclusive.store(m_bExclusive,]] [[m_bExclusive.store(true,]])
+mutant(gate-no-close ${GATE} rw [[m_rData.m_bExclusive.store(true, std::memory_order_seq_cst);]] [[{}]])
+mutant(gate-readers-close ${GATE} rr [[if (m_bExclusive)
+        m_rData.m_bExclusive.store(true,]] [[m_rData.m_bExclusive.store(true,]])
 mutant(gate-no-reopen ${GATE} rw [[m_rData.m_bExclusive.store(false, std::memory_order_seq_cst);]] [[{}]])
 mutant(gate-readers-reopen ${GATE} "rw:2:3 rrw:1:3" [[if (m_bExclusive)
         m_rData.m_bExclusive.store(false]] [[m_rData.m_bExclusive.store(false]])

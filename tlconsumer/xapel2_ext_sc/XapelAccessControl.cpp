@@ -49,7 +49,8 @@ bool CXapelAccessControl::tryEnter(XapelMutex& mtx) {
     const XapelLock lock(mtx);
     if (m_rData.m_bExclusive.load(std::memory_order_acquire))
         return false;
-    m_rData.m_bExclusive.store(m_bExclusive, std::memory_order_seq_cst);
+    if (m_bExclusive)
+        m_rData.m_bExclusive.store(true, std::memory_order_seq_cst);
     m_rData.m_nUsers.fetch_add(1, std::memory_order_acq_rel);
     forEachBit(m_uFlags, [this](unsigned i) { m_rData.m_uFlags[i].fetch_add(1, std::memory_order_acq_rel); });
     return true;

@@ -36,8 +36,8 @@ public:
 private:
     friend class CXapelAccessControl;
 
-    /// An exclusive guard is inside; written with sequentially consistent stores. Read under the entry mutex, but with
-    /// acquire: leaving takes no mutex, so the load pairs with the leaver's store.
+    /// An exclusive guard is inside; written by these alone, with sequentially consistent stores. Read under the entry
+    /// mutex, but with acquire: leaving takes no mutex, so the load pairs with the leaver's store.
     XapelAtomic<bool> m_bExclusive;
 
     /// Guards inside, the exclusive one included. Lowered with release, which pairs with the acquire of IsExclusive().
