@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Sub-command record: records a reference.
+
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace XAPEL2 {
+namespace App {
+
+struct RecordOptions {
+    bool bLight = false;      ///< a light reference, otherwise a dark one
+    std::string strDevice;    ///< device identifier
+    uint64_t nFrames = 16;    ///< frames to average
+    std::string strFile;      ///< reference file to write
+    double fTimeoutS = 10.0;  ///< longest wait for a frame beyond its exposure, seconds
+    bool bForce = false;
+    bool bJson = false;
+};
+
+/// Records a reference from the live stream, files the camera's settings with it, and judges it.
+/// @return an exit code (Exit.h). @throws whatever stands for another one.
+int runRecord(const RecordOptions& rOptions);
+
+}  // namespace App
+}  // namespace XAPEL2
