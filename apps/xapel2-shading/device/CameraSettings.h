@@ -36,7 +36,7 @@ const std::vector<std::string>& cameraSettingNames();
 CameraSettings readCameraSettings(NodeMap& rNodes);
 
 /// A JSON object with the node names as members; ReverseX and ReverseY are booleans.
-nlohmann::json toJson(const CameraSettings& rSettings);
+nlohmann::ordered_json toJson(const CameraSettings& rSettings);
 
 /// From the "camera" object of a reference file. An empty text, another type of JSON, unknown members and members of
 /// another type than expected are unknown settings, no errors.

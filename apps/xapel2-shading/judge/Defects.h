@@ -45,7 +45,7 @@ std::size_t countDefects(const std::vector<Defect>& rDefects, eDefectKind eKind)
 const char* name(eDefectKind eKind);  ///< "hot", "dead", "bright"
 
 /// [{"kind", "x", "y", "class", "value", "neighbours"}]
-nlohmann::json toJson(const std::vector<Defect>& rDefects, const StandIn::PixelFormat& rFormat);
+nlohmann::ordered_json toJson(const std::vector<Defect>& rDefects, const StandIn::PixelFormat& rFormat);
 
 }  // namespace App
 }  // namespace XAPEL2

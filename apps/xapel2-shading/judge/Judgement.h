@@ -76,7 +76,9 @@ ReferenceJudgement judgeReference(const StandIn::ReferenceImage& rReference);
 
 /// Judges whether the two belong together and what correction by them can reach. Does not repeat what
 /// judgeReference() says of each.
-PairJudgement judgePair(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight);
+/// @param[in] dSelfTestDn  what selfTest() yields; NaN: not done.
+PairJudgement judgePair(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight,
+                        double dSelfTestDn = std::numeric_limits<double>::quiet_NaN());
 
 /// Compares a reference with the camera that is to be corrected: another size or layout is refused for good, another
 /// offset, binning or mirror is refused, another exposure or gain is warned about. Of settings that one of the two does
@@ -85,16 +87,19 @@ PairJudgement judgePair(const StandIn::ReferenceImage& rDark, const StandIn::Ref
 Findings compareWithCamera(const std::string& strWhat, const StandIn::ReferenceImage& rReference,
                            const CameraSettings& rCamera);
 
-/// Sentences for people: severity, text, advice, one finding a paragraph. Empty for no findings.
+/// Lines for people, each ended: one for a finding, "Warning: TEXT ADVICE". Empty for no findings.
 std::string describe(const Findings& rFindings);
+/// Lines for people: the figures with their units, then the findings.
+std::string describe(const ReferenceJudgement& rJudgement);
+std::string describe(const PairJudgement& rJudgement);
 
 /// [{"severity": "note" | "warning" | "refusal", "id", "text", "advice", "final"}]
-nlohmann::json toJson(const Findings& rFindings);
+nlohmann::ordered_json toJson(const Findings& rFindings);
 /// {"kind", "pixelFormat", "width", "height", "frames", "mean", "meanPercent", "saturatedShare", "temporalNoise",
 /// "classes": [{"class", "mean"}], "hotPixels", "deadPixels", "brightPixels", "camera", "verdict", "findings"}
-nlohmann::json toJson(const ReferenceJudgement& rJudgement);
+nlohmann::ordered_json toJson(const ReferenceJudgement& rJudgement);
 /// {"conversionGain", "electrons", "predictedResidualPercent", "selfTestDn", "nonUniformity", "verdict", "findings"}
-nlohmann::json toJson(const PairJudgement& rJudgement);
+nlohmann::ordered_json toJson(const PairJudgement& rJudgement);
 
 }  // namespace App
 }  // namespace XAPEL2

@@ -62,7 +62,7 @@ NonUniformity nonUniformity(const MeanImage& rDark, const MeanImage& rLight, dou
 
 /// {"conversionGain": K or null, "dsnuUnit", "classes": [{"class", "darkMean", "lightMean", "dsnu": {"total", "row",
 /// "column", "pixel"}, "prnuPercent": {...}}]}; what is not known is null.
-nlohmann::json toJson(const NonUniformity& rFigures);
+nlohmann::ordered_json toJson(const NonUniformity& rFigures);
 
 }  // namespace App
 }  // namespace XAPEL2
