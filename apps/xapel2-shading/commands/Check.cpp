@@ -4,13 +4,84 @@
 
 #include "commands/Check.h"
 
-#include <stdexcept>
+#include <limits>
+#include <ostream>
+
+#include "commands/Exit.h"
+#include "commands/Output.h"
+#include "judge/Judgement.h"
+#include "judge/JudgementText.h"
+#include "judge/SelfTest.h"
+#include "xapel2_standin/ReferenceFile.h"
 
 namespace XAPEL2 {
 namespace App {
 
-int runCheck(const CheckOptions&) {
-    throw std::runtime_error("this sub-command is not written yet");
+namespace {
+
+StandIn::ReferenceImage read(const std::string& strFile) {
+    try {
+        return StandIn::readReferenceFile(strFile);
+    } catch (const std::runtime_error& rError) {
+        throw std::runtime_error(strFile + ": " + rError.what() + "; record it with xapel2-shading record");
+    }
+}
+
+bool isPair(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight) {
+    return rDark.eKind == StandIn::eReferenceDark && rLight.eKind == StandIn::eReferenceLight &&
+           rDark.sLayout.hasSamplesLike(rLight.sLayout);
+}
+
+void listDefects(std::ostream& rOut, const ReferenceFigures& rFigures) {
+    const std::vector<std::string> vecNames = colourClassNames(*rFigures.sLayout.pFormat);
+    for (const Defect& rDefect : rFigures.vecDefects) {
+        rOut << "  " << name(rDefect.eKind) << " pixel at x " << rDefect.nX << ", y " << rDefect.nY;
+        if (vecNames.size() > 1) {
+            rOut << " (" << vecNames[rDefect.iClass] << ')';
+        }
+        rOut << ": " << fixed(rDefect.dValue, 1) << " DN, neighbours " << fixed(rDefect.dNeighbours, 1) << " DN\n";
+    }
+}
+
+void tell(COutput& rOutput, const char* pMember, const std::string& strFile, const ReferenceJudgement& rJudgement,
+          bool bList) {
+    const ReferenceFigures& rFigures = rJudgement.Figures;
+    rOutput.text() << (rFigures.eKind == StandIn::eReferenceDark ? "Dark" : "Light") << " reference " << strFile << ": "
+                   << verdict(rJudgement.vecFindings) << '\n'
+                   << describe(rJudgement);
+    rOutput.json()[pMember] = toJson(rJudgement);
+    rOutput.json()[pMember]["file"] = strFile;
+    if (bList) {
+        listDefects(rOutput.text(), rFigures);
+        rOutput.json()[pMember]["defects"] = toJson(rFigures.vecDefects, *rFigures.sLayout.pFormat);
+    }
+    rOutput.text() << '\n';
+}
+
+}  // namespace
+
+int runCheck(const CheckOptions& rOptions) {
+    COutput Output("check", rOptions.bJson);
+    const StandIn::ReferenceImage Dark = read(rOptions.strDark), Light = read(rOptions.strLight);
+    const bool bPair = isPair(Dark, Light);
+    const ReferenceJudgement DarkJudgement = judgeReference(Dark);
+    const ReferenceJudgement LightJudgement = judgeReference(Light, bPair ? &Dark : nullptr);
+    const double dSelfTest =
+        bPair ? selfTest(rOptions.strDark, rOptions.strLight, Dark, Light) : std::numeric_limits<double>::quiet_NaN();
+    const PairJudgement Pair = judgePair(Dark, Light, dSelfTest);
+
+    tell(Output, "dark", rOptions.strDark, DarkJudgement, rOptions.bList);
+    tell(Output, "light", rOptions.strLight, LightJudgement, rOptions.bList);
+    Output.text() << "Pair: " << verdict(Pair.vecFindings) << '\n' << describe(Pair);
+    Output.json()["pair"] = toJson(Pair);
+
+    Findings vecAll = DarkJudgement.vecFindings;
+    vecAll.insert(vecAll.end(), LightJudgement.vecFindings.begin(), LightJudgement.vecFindings.end());
+    vecAll.insert(vecAll.end(), Pair.vecFindings.begin(), Pair.vecFindings.end());
+    const bool bRefused = refused(vecAll, rOptions.bForce);
+    Output.text() << "\nVerdict: " << verdict(vecAll) << (refused(vecAll) && !bRefused ? ", overridden" : "") << '\n';
+    Output.json()["verdict"] = verdict(vecAll);
+    return Output.finish(bRefused ? eExitRefused : eExitDone);
 }
 
 }  // namespace App

@@ -24,13 +24,14 @@ struct Defect {
     eDefectKind eKind = eHot;
     uint64_t nX = 0, nY = 0;   ///< pixel
     unsigned iClass = 0;       ///< colour class, see colourClass()
-    double dValue = 0.0;       ///< DN
+    double dValue = 0.0;       ///< DN, without the dark where that was taken off
     double dNeighbours = 0.0;  ///< median of the neighbours, DN
 };
 
 /// The samples of a reference that stand out, in the order of the image. Each is compared with the median of its eight
-/// nearest neighbours of the same colour class (at the edges those that there are). With sigma the robust standard
-/// deviation of these differences over the class (1.4826 * median of their amounts), a sample stands out
+/// nearest neighbours of the same colour class (at an edge those inside stand in for those beyond it, mirrored). With
+/// sigma the robust standard deviation of these differences over the class (1.4826 * median of their amounts), a sample
+/// stands out
 /// - of a dark reference, when it is above its neighbours by more than 6 sigma and 0.5 % of full scale,
 /// - of a light reference, when it differs by more than 6 sigma and 10 % from its neighbours, all differences being
 ///   taken relative to the neighbours' value there.

@@ -72,7 +72,10 @@ struct PairJudgement {
 
 /// Judges one reference by itself. Refused is what is useless: more than 1 % saturated, a light reference without
 /// light.
-ReferenceJudgement judgeReference(const StandIn::ReferenceImage& rReference);
+/// @param[in] pDark  for a light reference: its dark one, which is taken off before dead pixels are sought; null, or of
+///                   another layout: nothing is.
+ReferenceJudgement judgeReference(const StandIn::ReferenceImage& rReference,
+                                  const StandIn::ReferenceImage* pDark = nullptr);
 
 /// Judges whether the two belong together and what correction by them can reach. Does not repeat what
 /// judgeReference() says of each.

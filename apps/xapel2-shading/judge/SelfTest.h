@@ -11,12 +11,12 @@
 namespace XAPEL2 {
 namespace App {
 
-/// Corrects the mean of the light reference, rounded to whole DN, by the pair, through the library and the host's image
-/// processor, without filters.
-/// @param[in] strDark,strLight  the files; rLight is what the latter holds.
-/// @return the largest distance in DN of a corrected sample from the mean of its colour class. Left out are samples
-/// that
-///         no correction can make flat: those without signal, with a gain beyond its limit, at full scale.
+/// Corrects the mean of the light reference by the pair, through the library and the host's image processor, without
+/// filters. Images have whole values and the mean has not: those below and above it are corrected, and the result taken
+/// in proportion.
+/// @param[in] strDark,strLight  the files; rDark and rLight are what they hold, of one layout.
+/// @return the largest distance in DN of a corrected sample from the mean signal (light - dark) of its colour class.
+///         Left out are samples that no correction can make flat: without signal, of a gain beyond 16, at full scale.
 /// @throws std::runtime_error, Exceptions::IException  the pair cannot be applied.
 /// @threads one at a time in a process.
 double selfTest(const std::string& strDark, const std::string& strLight, const StandIn::ReferenceImage& rDark,
