@@ -20,6 +20,7 @@ constexpr double LIGHT_LEAST = 40.0;         // percent of full scale
 constexpr double LIGHT_MOST = 80.0;          // percent of full scale
 constexpr double SIGNAL_USELESS = 1.0;       // percent of full scale: quantisation is coarser than any shading
 constexpr double DARK_MOST = 10.0;           // percent of full scale
+constexpr double NOISE_LEAST = 0.24;         // DN: EMVA 1288, least dark noise that quantisation does not distort
 constexpr double BLACK_CLIPPED = 0.01;       // share of the samples
 constexpr uint64_t FRAMES_LEAST = 8;         // from here on the reference adds 6 % or less to a frame's own noise
 constexpr double SETTING_TOLERANCE = 0.005;  // relative: cameras round what is set
@@ -103,6 +104,13 @@ void judgeDark(const StandIn::ReferenceImage& rReference, const ReferenceFigures
                                  " % of full scale: light may have fallen in.",
                              "Cover the lens and record again."});
     }
+    if (rFigures.dTemporalNoise < NOISE_LEAST) {
+        rFindings.push_back(
+            {eNote, "coarse",
+             "The noise in the dark is only " + fixed(rFigures.dTemporalNoise, 2) +
+                 " DN: averaging does not bring out fractions of a DN, and the conversion gain is rough.",
+             "A pixel format with more bits tells more."});
+    }
     const auto nBlack = std::count(rReference.vSamples.begin(), rReference.vSamples.end(), 0.0F);
     const double dShare = static_cast<double>(nBlack) / static_cast<double>(rReference.vSamples.size());
     if (dShare > BLACK_CLIPPED) {
@@ -113,7 +121,7 @@ void judgeDark(const StandIn::ReferenceImage& rReference, const ReferenceFigures
     }
 }
 
-// What the recording already knows is not said twice: a pair that cannot be compared has no further findings.
+// False: a pair that cannot be compared has no further findings.
 bool judgeKinds(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight, Findings& rFindings) {
     if (rDark.eKind != StandIn::eReferenceDark || rLight.eKind != StandIn::eReferenceLight) {
         rFindings.push_back({eRefusal, "other-kind",
@@ -174,26 +182,32 @@ void judgeNoiseOfPair(const PairFigures& rFigures, uint64_t nLightFrames, Findin
     }
 }
 
-void compareSettings(const CameraSettings& a, const CameraSettings& b, const std::string& strFirst,
+/// @param[in] strFirst,strSecond  say whose settings they are: "The dark reference was taken with", "the camera is set
+/// to".
+void compareSettings(const CameraSettings& rFirst, const CameraSettings& rSecond, const std::string& strFirst,
                      const std::string& strSecond, const char* pAdvice, Findings& rFindings) {
     std::string strUntold;
     for (const std::string& rName : cameraSettingNames()) {
-        if (!a.has(rName) || !b.has(rName)) {
-            strUntold += (strUntold.empty() ? "" : ", ") + rName;
+        if (!rFirst.has(rName) || !rSecond.has(rName)) {
+            // What neither tells, the camera does not have.
+            strUntold += rFirst.has(rName) == rSecond.has(rName) ? "" : (strUntold.empty() ? "" : ", ") + rName;
             continue;
         }
-        const double dFirst = a.mapValues.at(rName), dSecond = b.mapValues.at(rName);
+        const double dFirst = rFirst.mapValues.at(rName), dSecond = rSecond.mapValues.at(rName);
         const bool bStrength = rName == "ExposureTime" || rName == "Gain";
         const double dTolerance = bStrength ? SETTING_TOLERANCE * std::max(std::abs(dFirst), std::abs(dSecond)) : 0.0;
         if (std::abs(dFirst - dSecond) > dTolerance) {
             rFindings.push_back({bStrength ? eWarning : eRefusal, settingId(rName),
-                                 strFirst + " was taken at " + settingText(rName, dFirst) + ", " + strSecond + " at " +
+                                 strFirst + " " + settingText(rName, dFirst) + ", " + strSecond + " " +
                                      settingText(rName, dSecond) + ".",
                                  pAdvice});
         }
     }
+    if (rFirst.mapValues.empty() && rSecond.mapValues.empty()) {
+        strUntold = "exposure, gain, offset, binning, mirror";
+    }
     if (!strUntold.empty()) {
-        rFindings.push_back({eNote, "settings-unknown", "Not compared, as not both tell them: " + strUntold + ".", ""});
+        rFindings.push_back({eNote, "settings-unknown", "Not compared, as they are not known: " + strUntold + ".", ""});
     }
 }
 
@@ -253,7 +267,7 @@ PairJudgement judgePair(const StandIn::ReferenceImage& rDark, const StandIn::Ref
 
     judgeSignal(rDark, rLight, Result.vecFindings);
     compareSettings(cameraSettingsFromJson(rDark.strCamera), cameraSettingsFromJson(rLight.strCamera),
-                    "The dark reference", "the light one", RECORD_AGAIN, Result.vecFindings);
+                    "The dark reference was taken with", "the light one with", RECORD_AGAIN, Result.vecFindings);
     judgeNoiseOfPair(rFigures, rLight.nImages, Result.vecFindings);
     if (dSelfTestDn > SELF_TEST_MOST) {
         Result.vecFindings.push_back(
@@ -281,8 +295,8 @@ Findings compareWithCamera(const std::string& strWhat, const StandIn::ReferenceI
                                    layoutText(Camera) + ".",
                                strAdvice, true});
     }
-    compareSettings(cameraSettingsFromJson(rReference.strCamera), rCamera, capital(strWhat), "the camera stands",
-                    strAdvice.c_str(), vecFindings);
+    compareSettings(cameraSettingsFromJson(rReference.strCamera), rCamera, capital(strWhat) + " was taken with",
+                    "the camera is set to", strAdvice.c_str(), vecFindings);
     return vecFindings;
 }
 

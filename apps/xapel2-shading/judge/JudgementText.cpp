@@ -80,7 +80,7 @@ std::string settingText(const std::string& strName, double dValue) {
                                  : strName == "BinningVertical" ? 'Y'
                                                                 : strName.back());
     if (strName.compare(0, 7, "Reverse") == 0) {
-        return (dValue != 0.0 ? "mirrored in " : "not mirrored in ") + strAxis;
+        return "mirror " + strAxis + (dValue != 0.0 ? " on" : " off");
     }
     return (strName.compare(0, 6, "Offset") == 0 ? "offset " : "binning ") + strAxis + " " + strValue;
 }

@@ -24,7 +24,7 @@ std::string layoutText(const StandIn::ImageLayout& rLayout);
 /// The text with its first letter a capital.
 std::string capital(std::string strText);
 
-/// A setting of the camera with its unit: "exposure time 10000 us", "mirrored in X".
+/// A setting of the camera with its unit: "exposure time 10000 us", "mirror X on".
 std::string settingText(const std::string& strName, double dValue);
 
 /// The name of the finding about another value of the setting: "other-exposure", "other-gain", "other-offset",
