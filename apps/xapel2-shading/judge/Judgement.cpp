@@ -24,7 +24,8 @@ constexpr double NOISE_LEAST = 0.24;         // DN: EMVA 1288, least dark noise 
 constexpr double BLACK_CLIPPED = 0.01;       // share of the samples
 constexpr uint64_t FRAMES_LEAST = 8;         // from here on the reference adds 6 % or less to a frame's own noise
 constexpr double SETTING_TOLERANCE = 0.005;  // relative: cameras round what is set
-constexpr double SELF_TEST_MOST = 1.0;       // DN
+constexpr double SELF_TEST_MOST = 1.0;       // DN, what the tables of the image processor keep up to 12 bits
+constexpr double GAIN_MOST = 16.0;           // of the image processor
 
 const char* const RECORD_AGAIN = "Record both references again with the same settings of the camera.";
 
@@ -119,6 +120,22 @@ void judgeDark(const StandIn::ReferenceImage& rReference, const ReferenceFigures
              fixed(100.0 * dShare, 1) + " % of the samples are 0 in every frame: their dark value is cut off.",
              "Raise the black level of the camera until nothing is cut off, and record again."});
     }
+}
+
+/// Above 12 bits the tables of the image processor may be off by half the gain more.
+double selfTestLimit(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight,
+                     const NonUniformity& rFigures) {
+    const StandIn::PixelFormat& rFormat = *rLight.sLayout.pFormat;
+    if (rFormat.nBits <= 12) {
+        return SELF_TEST_MOST;
+    }
+    double dGain = 1.0;
+    for (std::size_t i = 0; i < rLight.vSamples.size(); ++i) {
+        const ClassNonUniformity& rClass = rFigures.vecClasses[colourClass(rFormat, rLight.sLayout.nWidth, i)];
+        const double dSignal = static_cast<double>(rLight.vSamples[i]) - static_cast<double>(rDark.vSamples[i]);
+        dGain = dSignal > 0.0 ? std::max(dGain, (rClass.dLightMean - rClass.dDarkMean) / dSignal) : dGain;
+    }
+    return SELF_TEST_MOST + std::min(dGain, GAIN_MOST) / 2.0;
 }
 
 // False: a pair that cannot be compared has no further findings.
@@ -269,11 +286,12 @@ PairJudgement judgePair(const StandIn::ReferenceImage& rDark, const StandIn::Ref
     compareSettings(cameraSettingsFromJson(rDark.strCamera), cameraSettingsFromJson(rLight.strCamera),
                     "The dark reference was taken with", "the light one with", RECORD_AGAIN, Result.vecFindings);
     judgeNoiseOfPair(rFigures, rLight.nImages, Result.vecFindings);
-    if (dSelfTestDn > SELF_TEST_MOST) {
-        Result.vecFindings.push_back(
-            {eWarning, "self-test",
-             "Applied to its own mean, the pair is flat only to " + fixed(dSelfTestDn, 2) + " DN.",
-             "Look at the notes above; record again when they do not explain it."});
+    const double dFlat = selfTestLimit(rDark, rLight, rFigures.Unevenness);
+    if (dSelfTestDn > dFlat) {
+        Result.vecFindings.push_back({eWarning, "self-test",
+                                      "Applied to its own mean, the pair is flat only to " + fixed(dSelfTestDn, 2) +
+                                          " DN (limit " + fixed(dFlat, 2) + ").",
+                                      "Record both references again; if that does not help, report it."});
     }
     return Result;
 }
