@@ -175,7 +175,23 @@ void judgeSignal(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceI
     }
 }
 
-void judgeNoiseOfPair(const PairFigures& rFigures, uint64_t nLightFrames, Findings& rFindings) {
+/// Pixel to pixel differences of the light reference, percent of the signal, in the class that has the least. Those of
+/// the dark are in them: a hot pixel raises no alarm. NaN where they cannot be told.
+double pixelDifferences(const MeanImage& rLight, const NonUniformity& rFigures) {
+    double dLeast = std::numeric_limits<double>::quiet_NaN();
+    for (unsigned i = 0; i < rFigures.vecClasses.size(); ++i) {
+        const ClassNonUniformity& rClass = rFigures.vecClasses[i];
+        const double dVariance =
+            spatialVariances(colourPlane(rLight.sLayout, rLight.vSamples, i), rLight.nFrames, rLight.dTemporalVariance)
+                .dPixel;
+        const double dPercent = 100.0 * std::sqrt(std::max(0.0, dVariance)) / (rClass.dLightMean - rClass.dDarkMean);
+        dLeast = std::fmin(dLeast, std::isnan(dVariance) ? dVariance : dPercent);
+    }
+    return dLeast;
+}
+
+void judgeNoiseOfPair(const PairFigures& rFigures, const MeanImage& rLight, Findings& rFindings) {
+    constexpr double FRAMES_MOST = 1000.0;
     if (std::isnan(rFigures.dGain)) {
         rFindings.push_back(
             {eNote, "gain-unknown",
@@ -184,18 +200,17 @@ void judgeNoiseOfPair(const PairFigures& rFigures, uint64_t nLightFrames, Findin
              ""});
         return;
     }
-    double dPixels = std::numeric_limits<double>::infinity();
-    for (const ClassNonUniformity& rClass : rFigures.Unevenness.vecClasses) {
-        dPixels = std::min(dPixels, rClass.Prnu.dPixel);  // what cannot be told is NaN and changes nothing
-    }
-    if (std::isfinite(dPixels) && rFigures.dResidualPercent > dPixels) {
-        const double dMore = std::pow(rFigures.dResidualPercent / std::max(dPixels, 0.1), 2.0);
-        rFindings.push_back({eWarning, "noisy-reference",
-                             "The noise of the light reference, " + fixed(rFigures.dResidualPercent, 2) +
-                                 " %, exceeds the pixel to pixel differences that it is to correct, " +
-                                 fixed(dPixels, 2) + " %.",
-                             "Record " + fixed(std::ceil(4.0 * dMore * static_cast<double>(nLightFrames)), 0) +
-                                 " frames or more, or smooth the light reference with a filter."});
+    const double dPixels = pixelDifferences(rLight, rFigures.Unevenness);
+    if (rFigures.dResidualPercent > dPixels) {
+        // So many that the noise is half of the differences.
+        const double dFrames =
+            std::ceil(std::pow(2.0 * rFigures.dResidualPercent / dPixels, 2.0) * static_cast<double>(rLight.nFrames));
+        rFindings.push_back(
+            {eWarning, "noisy-reference",
+             "The noise of the light reference, " + fixed(rFigures.dResidualPercent, 2) +
+                 " %, exceeds the pixel to pixel differences that it is to correct, " + fixed(dPixels, 2) + " %.",
+             (dFrames < FRAMES_MOST ? "Record " + fixed(dFrames, 0) + " frames or more" : std::string("Add light")) +
+                 ", or smooth the light reference with a filter."});
     }
 }
 
@@ -285,7 +300,7 @@ PairJudgement judgePair(const StandIn::ReferenceImage& rDark, const StandIn::Ref
     judgeSignal(rDark, rLight, Result.vecFindings);
     compareSettings(cameraSettingsFromJson(rDark.strCamera), cameraSettingsFromJson(rLight.strCamera),
                     "The dark reference was taken with", "the light one with", RECORD_AGAIN, Result.vecFindings);
-    judgeNoiseOfPair(rFigures, rLight.nImages, Result.vecFindings);
+    judgeNoiseOfPair(rFigures, Light, Result.vecFindings);
     const double dFlat = selfTestLimit(rDark, rLight, rFigures.Unevenness);
     if (dSelfTestDn > dFlat) {
         Result.vecFindings.push_back({eWarning, "self-test",
