@@ -18,6 +18,7 @@
 #include "commands/Report.h"
 #include "commands/Run.h"
 #include "demo/Demo.h"
+#include "device/Interrupt.h"
 #include "xapel2/XapelExceptions.h"
 
 namespace {
@@ -211,6 +212,9 @@ int fail(const CommandLine& rLine, int iExit, const std::string& strWhat) {
 int runCommand(const CommandLine& rLine) {
     try {
         return rLine.fnRun();
+    } catch (const CInterruptedError& rError) {
+        fail(rLine, eExitInterrupted, rError.what());
+        Interrupt::endProcess();
     } catch (const CRefusedError& rError) {
         return fail(rLine, eExitRefused, rError.what());
     } catch (const CUsageError& rError) {
@@ -224,7 +228,8 @@ int runCommand(const CommandLine& rLine) {
 
 int run(int argc, char** argv) {
     CommandLine Line;
-    CLI::App Cli("Shading correction of camera images.");
+    CLI::App Cli("Shading correction of camera images.", "xapel2-shading");
+    Cli.set_version_flag("--version", "xapel2-shading " XAPEL2_SHADING_VERSION);
     Cli.require_subcommand(1);
     Cli.footer(
         "Exit codes: 0 done, 1 refused by judgement, 2 wrong use, 3 the camera or a file cannot be used.\n"
@@ -240,6 +245,7 @@ int run(int argc, char** argv) {
     } catch (const CLI::ParseError& rError) {
         return Cli.exit(rError) == 0 ? eExitDone : eExitUsage;
     }
+    Interrupt::install();
     return runCommand(Line);
 }
 

@@ -4,13 +4,71 @@
 
 #include "commands/Devices.h"
 
-#include <stdexcept>
+#include <ostream>
+
+#include "commands/Exit.h"
+#include "commands/Output.h"
+#include "xapel2/XapelExceptions.h"
+#include "xapel2_standin/Host.h"
 
 namespace XAPEL2 {
 namespace App {
 
-int runDevices(const DevicesOptions&) {
-    throw std::runtime_error("this sub-command is not written yet");
+namespace {
+
+// What can be opened beside the cameras that the host lists, for people.
+constexpr const char* OTHERS =
+    "\nA simulated camera takes a seed and settings: sim:SEED?width=W&height=H&format=F\n"
+    "Recorded frames (dark_*, light_*, scene_*; PGM or TIFF) are replayed from a folder: replay:DIR\n";
+
+/// A camera, opened for as long as this lives.
+class COpened {
+public:
+    explicit COpened(const std::string& strId) : m_pDevice(StandIn::openDevice(strId)) {}
+    ~COpened() { StandIn::closeDevice(m_pDevice); }
+    COpened(const COpened&) = delete;
+    COpened& operator=(const COpened&) = delete;
+
+    Node& node(const char* pName) const { return *StandIn::remoteNodes(m_pDevice)->GetNode(pName); }
+
+private:
+    Device* m_pDevice;
+};
+
+nlohmann::ordered_json describeDevice(const StandIn::DeviceInfo& rInfo) {
+    nlohmann::ordered_json Json;
+    Json["id"] = rInfo.strId;
+    Json["description"] = rInfo.strDescription;
+    // One that somebody else has opened is there all the same.
+    try {
+        const COpened Device(rInfo.strId);
+        Json["pixelFormat"] = Device.node("PixelFormat").GetString().get();
+        Json["width"] = Device.node("Width").GetInt();
+        Json["height"] = Device.node("Height").GetInt();
+    } catch (const Exceptions::IException& rError) {
+        Json["error"] = rError.GetErrorDescription().get();
+    }
+    return Json;
+}
+
+}  // namespace
+
+int runDevices(const DevicesOptions& rOptions) {
+    COutput Output("devices", rOptions.bJson);
+    nlohmann::ordered_json& rDevices = Output.json()["devices"] = nlohmann::ordered_json::array();
+    for (const StandIn::DeviceInfo& rInfo : StandIn::enumerateDevices()) {
+        rDevices.push_back(describeDevice(rInfo));
+        const nlohmann::ordered_json& rDevice = rDevices.back();
+        Output.text() << rInfo.strId << "  " << rInfo.strDescription << ", ";
+        if (rDevice.contains("error")) {
+            Output.text() << "cannot be opened: " << rDevice["error"].get<std::string>() << '\n';
+        } else {
+            Output.text() << rDevice["pixelFormat"].get<std::string>() << ", " << rDevice["width"] << " x "
+                          << rDevice["height"] << '\n';
+        }
+    }
+    Output.text() << OTHERS;
+    return Output.finish(eExitDone);
 }
 
 }  // namespace App

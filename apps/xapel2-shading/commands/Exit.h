@@ -10,8 +10,8 @@
 namespace XAPEL2 {
 namespace App {
 
-/// Exit codes of the program. A run that Ctrl-C ended early ends by that signal, which shells show as 130.
-enum eExit { eExitDone = 0, eExitRefused = 1, eExitUsage = 2, eExitFailure = 3 };
+/// Exit codes of the program. What Ctrl-C ends early ends by that signal, which shells and JSON show as 130.
+enum eExit { eExitDone = 0, eExitRefused = 1, eExitUsage = 2, eExitFailure = 3, eExitInterrupted = 130 };
 
 // main() prints the text of whatever leaves a sub-command on stderr: what is wrong, then what to do next. A host
 // exception or any other std::exception than those below stands for eExitFailure.

@@ -4,9 +4,13 @@
 
 #include "device/Session.h"
 
+#include <algorithm>
 #include <chrono>
 #include <stdexcept>
 #include <thread>
+
+#include "device/Interrupt.h"
+#include "device/Progress.h"
 
 namespace XAPEL2 {
 namespace App {
@@ -16,12 +20,10 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr unsigned BUFFER_COUNT = 4;
-constexpr std::chrono::milliseconds FRAME_DEADLINE{10000};
+constexpr std::chrono::microseconds POLL_SHORTEST{50}, POLL_LONGEST{1000};
 
-void check(int iResult, const char* pStep) {
-    if (iResult != GC_ERR_SUCCESS) {
-        throw std::runtime_error(std::string(pStep) + " failed with GenTL code " + std::to_string(iResult));
-    }
+double secondsSince(Clock::time_point tBegin) {
+    return std::chrono::duration<double>(Clock::now() - tBegin).count();
 }
 
 const StandIn::PixelFormat& formatOf(uint64_t uPfnc) {
@@ -36,8 +38,14 @@ const StandIn::PixelFormat& formatOf(uint64_t uPfnc) {
 
 }  // namespace
 
-CSession::CSession(const std::string& strDevice)
-    : m_pDevice(StandIn::openDevice(strDevice)), m_pStream(StandIn::firstDataStream(m_pDevice)) {
+CSession::CSession(const std::string& strDevice, double fTimeoutS)
+    : CSession(
+          strDevice, [&] { return StandIn::openDevice(strDevice); }, fTimeoutS) {}
+
+CSession::CSession(const std::string& strName, const Opener& fnOpen, double fTimeoutS)
+    : m_strDevice(strName), m_fTimeoutS(fTimeoutS) {
+    m_pDevice = fnOpen();
+    m_pStream = StandIn::firstDataStream(m_pDevice);
     try {
         check(StandIn::openDataStream(m_pDevice, m_pStream), "opening the data stream");
         for (unsigned i = 0; i < BUFFER_COUNT; ++i) {
@@ -47,21 +55,47 @@ CSession::CSession(const std::string& strDevice)
             m_ahBuffers.push_back(hBuffer);
         }
         m_pShading = std::make_unique<Ext::Sc::Shading>(m_pDevice);
+        m_pCanceller = std::make_unique<CFetchCanceller>(m_pStream);
     } catch (...) {
+        m_pShading.reset();
         StandIn::closeDevice(m_pDevice);
         throw;
     }
 }
 
 CSession::~CSession() {
-    // The library has its hooks in the stream and goes first.
+    m_pCanceller.reset();
+    // The library has its hooks in the stream and goes before it.
     m_pShading.reset();
     StandIn::closeDataStream(m_pDevice, m_pStream);
     StandIn::closeDevice(m_pDevice);
 }
 
+void CSession::check(int iResult, const char* pStep) {
+    if (iResult == GC_ERR_SUCCESS) {
+        return;
+    }
+    const std::string strWhy = m_Traces.takeText();
+    throw std::runtime_error(m_strDevice + ": " + pStep + " failed with GenTL code " + std::to_string(iResult) +
+                             (strWhy.empty() ? "" : ", " + strWhy));
+}
+
+void CSession::attempt(const std::string& strStep, const std::function<void()>& fnOperation) {
+    m_Traces.take();
+    try {
+        fnOperation();
+    } catch (const Exceptions::IException& rError) {
+        const std::string strWhy = m_Traces.takeText();
+        throw std::runtime_error(strStep + ": " + (strWhy.empty() ? rError.GetErrorDescription().get() : strWhy));
+    }
+}
+
+NodeMap& CSession::nodes() const {
+    return *StandIn::remoteNodes(m_pDevice);
+}
+
 Node& CSession::node(const char* pName) const {
-    return *StandIn::remoteNodes(m_pDevice)->GetNode(pName);
+    return *nodes().GetNode(pName);
 }
 
 std::string CSession::pixelFormat() const {
@@ -76,12 +110,22 @@ uint64_t CSession::height() const {
     return static_cast<uint64_t>(node("Height").GetInt());
 }
 
+bool CSession::hasScenes() const {
+    return nodes().GetNodePresent("StandInScene");
+}
+
 void CSession::selectScene(const char* pScene) {
     node("StandInScene").SetValue(pScene);
 }
 
+void CSession::seekFrame(uint64_t iFrame) {
+    if (hasScenes()) {
+        node("StandInFrame").SetInt(static_cast<long long>(iFrame));
+    }
+}
+
 uint64_t CSession::frameCount() const {
-    return static_cast<uint64_t>(node("StandInFrameCount").GetInt());
+    return hasScenes() ? static_cast<uint64_t>(node("StandInFrameCount").GetInt()) : 0;
 }
 
 void CSession::start(uint64_t nFrames) {
@@ -96,59 +140,68 @@ void CSession::stop() {
     check(StandIn::flushBuffers(m_pStream), "taking the buffers back");
 }
 
-void CSession::streamFrames(uint64_t nFrames, const std::function<void(uint64_t)>& fnFetched) {
-    node("StandInFrame").SetInt(0);
-    start(nFrames);
-    for (uint64_t i = 1; i <= nFrames; ++i) {
-        const StandIn::BufferHandle hBuffer = fetch();
-        check(StandIn::queueBuffer(m_pStream, hBuffer), "queueing a buffer");
-        fnFetched(i);
-    }
-    stop();
+bool CSession::frameWaits() {
+    std::size_t nWaiting = 0;
+    unsigned long long nSize = sizeof nWaiting;
+    int iType = 0;
+    check(StandIn::getStreamInfo(m_pStream, STREAM_INFO_NUM_AWAIT_DELIVERY, &iType, &nWaiting, &nSize),
+          "asking for the number of frames that wait");
+    return nWaiting > 0;
 }
 
-Frame CSession::fetchFrame(uint64_t iFrame) {
-    node("StandInFrame").SetInt(static_cast<long long>(iFrame));
-    start(1);
-    waitForFrame();
-    const Clock::time_point Begin = Clock::now();
-    const StandIn::BufferHandle hBuffer = fetch();
-    const std::chrono::duration<double, std::milli> Taken = Clock::now() - Begin;
-    Frame Result = copyFrame(hBuffer);
-    Result.fFetchMs = Taken.count();
-    stop();
-    return Result;
+// An exposure can be longer than any sensible time-out.
+double CSession::deadlineS() const {
+    const bool bExposure = nodes().GetNodePresent("ExposureTime");
+    return m_fTimeoutS + (bExposure ? static_cast<double>(node("ExposureTime").GetInt()) * 1e-6 : 0.0);
 }
 
-// The time that the camera takes for a frame is none of the correction's: the clock starts when the frame is there.
+void CSession::failWaiting(double fSeconds) {
+    const std::string strWhy = m_Traces.takeText();
+    throw std::runtime_error(m_strDevice + ": the camera delivers no frame for " + fixed(fSeconds, 1) + " s" +
+                             (strWhy.empty() ? "" : ", " + strWhy) +
+                             "; look at its cable and trigger, or give it more time with --timeout");
+}
+
 void CSession::waitForFrame() {
-    const Clock::time_point End = Clock::now() + FRAME_DEADLINE;
-    while (Clock::now() < End) {
-        std::size_t nWaiting = 0;
-        unsigned long long nSize = sizeof nWaiting;
-        int iType = 0;
-        check(StandIn::getStreamInfo(m_pStream, STREAM_INFO_NUM_AWAIT_DELIVERY, &iType, &nWaiting, &nSize),
-              "asking for the number of frames that wait");
-        if (nWaiting > 0) {
-            return;
+    const double fDeadlineS = deadlineS();
+    const Clock::time_point tBegin = Clock::now();
+    std::chrono::microseconds Pause = POLL_SHORTEST;
+    while (!frameWaits()) {
+        Interrupt::check();
+        if (secondsSince(tBegin) > fDeadlineS) {
+            failWaiting(fDeadlineS);
         }
-        std::this_thread::sleep_for(std::chrono::microseconds(200));
+        std::this_thread::sleep_for(Pause);
+        Pause = std::min(Pause * 2, POLL_LONGEST);
     }
-    throw std::runtime_error("the camera delivers no frame");
 }
 
 StandIn::BufferHandle CSession::fetch() {
-    StandIn::BufferHandle hBuffer = nullptr;
-    int iResult = GC_ERR_ABORT;
-    // A fetch that waits while correction is switched is cancelled and loses no frame.
-    while (iResult == GC_ERR_ABORT) {
-        iResult = StandIn::getFilledBuffer(m_pStream, &hBuffer, FRAME_DEADLINE.count());
+    const double fDeadlineS = deadlineS();
+    const Clock::time_point tBegin = Clock::now();
+    for (;;) {
+        Interrupt::check();
+        const double fLeftMs = std::max(0.0, (fDeadlineS - secondsSince(tBegin)) * 1e3);
+        const auto iLeftMs = static_cast<unsigned long long>(fLeftMs) + 1;
+        StandIn::BufferHandle hBuffer = nullptr;
+        const Clock::time_point tCall = Clock::now();
+        const int iResult = StandIn::getFilledBuffer(m_pStream, &hBuffer, iLeftMs);
+        m_fLastFetchMs = secondsSince(tCall) * 1e3;
+        // A fetch that waits while correction is switched is cancelled and loses no frame; so is one that an interrupt
+        // ends.
+        if (iResult == GC_ERR_TIMEOUT || (iResult == GC_ERR_ABORT && fLeftMs <= 0.0)) {
+            Interrupt::check();
+            failWaiting(fDeadlineS);
+        }
+        if (iResult != GC_ERR_ABORT) {
+            check(iResult, "fetching a frame");
+            return hBuffer;
+        }
     }
-    check(iResult, "fetching a frame");
-    if (bufferInfo<bool>(hBuffer, BUFFER_INFO_IS_INCOMPLETE)) {
-        throw std::runtime_error("frame " + frameName(hBuffer) + " came incomplete");
-    }
-    return hBuffer;
+}
+
+void CSession::giveBack(StandIn::BufferHandle hBuffer) {
+    check(StandIn::queueBuffer(m_pStream, hBuffer), "queueing a buffer");
 }
 
 template <typename T>
@@ -156,30 +209,76 @@ T CSession::bufferInfo(StandIn::BufferHandle hBuffer, int iInfoCmd) const {
     T Value{};
     unsigned long long nSize = sizeof Value;
     int iType = 0;
-    check(StandIn::getBufferInfo(m_pStream, hBuffer, iInfoCmd, &iType, &Value, &nSize),
-          "asking for a property of a buffer");
+    if (StandIn::getBufferInfo(m_pStream, hBuffer, iInfoCmd, &iType, &Value, &nSize) != GC_ERR_SUCCESS) {
+        throw std::runtime_error(m_strDevice + ": the camera does not tell property " + std::to_string(iInfoCmd) +
+                                 " of a frame");
+    }
     return Value;
+}
+
+bool CSession::isComplete(StandIn::BufferHandle hBuffer) const {
+    return !bufferInfo<bool>(hBuffer, BUFFER_INFO_IS_INCOMPLETE) && bufferInfo<bool>(hBuffer, BUFFER_INFO_IMAGEPRESENT);
+}
+
+StandIn::ImageLayout CSession::layoutOf(StandIn::BufferHandle hBuffer) const {
+    return {&formatOf(bufferInfo<uint64_t>(hBuffer, BUFFER_INFO_PIXELFORMAT)),
+            bufferInfo<std::size_t>(hBuffer, BUFFER_INFO_WIDTH), bufferInfo<std::size_t>(hBuffer, BUFFER_INFO_HEIGHT)};
+}
+
+void* CSession::imageOf(StandIn::BufferHandle hBuffer) const {
+    auto* pBase = static_cast<unsigned char*>(bufferInfo<void*>(hBuffer, BUFFER_INFO_BASE));
+    return pBase + bufferInfo<std::size_t>(hBuffer, BUFFER_INFO_IMAGEOFFSET);
 }
 
 std::string CSession::frameName(StandIn::BufferHandle hBuffer) const {
     char acName[1024] = {};
     unsigned long long nSize = sizeof acName - 1;
     int iType = 0;
-    check(StandIn::getBufferInfo(m_pStream, hBuffer, StandIn::BUFFER_INFO_STANDIN_FRAME_NAME, &iType, acName, &nSize),
-          "asking for the name of a frame");
-    return acName;
+    const int iResult =
+        StandIn::getBufferInfo(m_pStream, hBuffer, StandIn::BUFFER_INFO_STANDIN_FRAME_NAME, &iType, acName, &nSize);
+    return iResult == GC_ERR_SUCCESS ? acName : "";
 }
 
 Frame CSession::copyFrame(StandIn::BufferHandle hBuffer) const {
+    const StandIn::ImageLayout sLayout = layoutOf(hBuffer);
     Frame Result;
     Result.strName = frameName(hBuffer);
-    Result.pFormat = &formatOf(bufferInfo<uint64_t>(hBuffer, BUFFER_INFO_PIXELFORMAT));
-    Result.nWidth = bufferInfo<std::size_t>(hBuffer, BUFFER_INFO_WIDTH);
-    Result.nHeight = bufferInfo<std::size_t>(hBuffer, BUFFER_INFO_HEIGHT);
-    Result.aSamples.resize(Result.nWidth * Result.nHeight * Result.pFormat->nChannels);
-    const auto* pBase = static_cast<const unsigned char*>(bufferInfo<void*>(hBuffer, BUFFER_INFO_BASE));
-    const std::size_t nOffset = bufferInfo<std::size_t>(hBuffer, BUFFER_INFO_IMAGEOFFSET);
-    StandIn::unpackSamples(*Result.pFormat, pBase + nOffset, 0, Result.aSamples.size(), Result.aSamples.data());
+    Result.pFormat = sLayout.pFormat;
+    Result.nWidth = sLayout.nWidth;
+    Result.nHeight = sLayout.nHeight;
+    Result.aSamples.resize(sLayout.samples());
+    StandIn::unpackSamples(*sLayout.pFormat, imageOf(hBuffer), 0, Result.aSamples.size(), Result.aSamples.data());
+    return Result;
+}
+
+void CSession::requireComplete(StandIn::BufferHandle hBuffer) {
+    if (!isComplete(hBuffer)) {
+        throw std::runtime_error("frame " + frameName(hBuffer) + " came incomplete: " + m_Traces.takeText());
+    }
+}
+
+void CSession::streamFrames(uint64_t nFrames, const std::function<void(uint64_t)>& fnFetched) {
+    seekFrame(0);
+    start(nFrames);
+    for (uint64_t i = 1; i <= nFrames; ++i) {
+        const StandIn::BufferHandle hBuffer = fetch();
+        requireComplete(hBuffer);
+        giveBack(hBuffer);
+        fnFetched(i);
+    }
+    stop();
+}
+
+Frame CSession::fetchFrame(uint64_t iFrame) {
+    seekFrame(iFrame);
+    start(1);
+    // The time that the camera takes for a frame is none of the correction's: the clock starts when the frame is there.
+    waitForFrame();
+    const StandIn::BufferHandle hBuffer = fetch();
+    requireComplete(hBuffer);
+    Frame Result = copyFrame(hBuffer);
+    Result.fFetchMs = m_fLastFetchMs;
+    stop();
     return Result;
 }
 

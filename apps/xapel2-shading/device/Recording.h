@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Recording a reference from the live stream.
+
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "device/Progress.h"
+#include "device/Session.h"
+
+namespace XAPEL2 {
+namespace App {
+
+/// How a recording went.
+struct Recording {
+    uint64_t nFrames = 0;          ///< frames in the mean
+    uint64_t nLeftOut = 0;         ///< frames that came incomplete
+    std::string strLeftOut;        ///< why, of the first of them
+    double fSeconds = 0.0;         ///< that fetching took
+    double fSaturatedShare = 0.0;  ///< share of samples at full scale, 0 to 1
+    std::string strNoSettings;     ///< why the camera's settings are not in the file; empty: they are
+};
+
+/// Points a camera that has scenes at the dark or light one, averages nFrames of its frames, from its first one on, and
+/// writes the reference. Frames that come incomplete are left out, and others taken. A camera with fewer frames gives
+/// those that it has. The file appears whole or not at all. The camera's settings are added to it afterwards; where
+/// that fails, the file stays as it was recorded.
+/// @throws std::runtime_error  the camera or the file cannot be used; an older file of this name is as it was.
+/// @throws CInterruptedError   the same.
+Recording recordReference(CSession& rSession, bool bLight, uint64_t nFrames, const std::string& strFile,
+                          CProgress& rProgress);
+
+}  // namespace App
+}  // namespace XAPEL2
