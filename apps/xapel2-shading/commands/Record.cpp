@@ -4,13 +4,125 @@
 
 #include "commands/Record.h"
 
+#include <filesystem>
+#include <iostream>
 #include <stdexcept>
+
+#include <poll.h>
+#include <unistd.h>
+
+#include "commands/Exit.h"
+#include "commands/JudgedPair.h"
+#include "commands/Output.h"
+#include "device/Interrupt.h"
+#include "device/Recording.h"
 
 namespace XAPEL2 {
 namespace App {
 
-int runRecord(const RecordOptions&) {
-    throw std::runtime_error("this sub-command is not written yet");
+namespace {
+
+namespace fs = std::filesystem;
+
+// Before frames are taken: a camera may need minutes for them.
+void requireWritable(const std::string& strFile) {
+    const fs::path Parent = fs::path(strFile).parent_path();
+    const fs::path Folder = Parent.empty() ? "." : Parent;
+    std::error_code Ignored;
+    if (fs::is_directory(strFile, Ignored)) {
+        throw std::runtime_error(strFile + " is a folder; give the name of a file in it");
+    }
+    if (!fs::is_directory(Folder, Ignored)) {
+        throw std::runtime_error(Folder.string() + " is no folder; create it first");
+    }
+    if (access(Folder.c_str(), W_OK | X_OK) != 0) {
+        throw std::runtime_error("no file can be written to " + Folder.string() + "; choose another folder");
+    }
+}
+
+// A camera that cannot be pointed by us is pointed by its user, who is waited for at a terminal.
+void askForScene(bool bLight) {
+    std::cerr << (bLight ? "Point the camera at an even, evenly lit target that fills the image"
+                         : "Cover the lens, so that no light reaches the sensor");
+    if (isatty(STDIN_FILENO) != 1 || isatty(STDERR_FILENO) != 1) {
+        std::cerr << ".\n";
+        return;
+    }
+    std::cerr << ", then press Enter. " << std::flush;
+    pollfd aEvents[] = {{STDIN_FILENO, POLLIN, 0}, {Interrupt::descriptor(), POLLIN, 0}};
+    while (aEvents[0].revents == 0) {
+        poll(aEvents, 2, -1);
+        Interrupt::check();
+    }
+    std::string strLine;
+    std::getline(std::cin, strLine);
+}
+
+void warnAboutRecording(const Recording& rRecording, const RecordOptions& rOptions) {
+    if (rRecording.nLeftOut != 0) {
+        warn(std::to_string(rRecording.nLeftOut) + " frames are left out of the reference; the first of them was " +
+             rRecording.strLeftOut);
+    }
+    if (rRecording.nFrames < rOptions.nFrames) {
+        warn("the camera has only " + std::to_string(rRecording.nFrames) +
+             " such frames; the reference is made of them");
+    }
+    if (!rRecording.strNoSettings.empty()) {
+        warn("the settings of the camera are not in " + rOptions.strFile + ": " + rRecording.strNoSettings +
+             "; the reference itself is whole, but nothing can tell later when the camera is set otherwise");
+    }
+}
+
+void describe(COutput& rOutput, const RecordOptions& rOptions, const Recording& rRecording,
+              const ReferenceJudgement& rJudgement) {
+    const ReferenceFigures& rFigures = rJudgement.Figures;
+    const double fRate =
+        rRecording.fSeconds > 0.0 ? static_cast<double>(rRecording.nFrames) / rRecording.fSeconds : 0.0;
+    rOutput.text() << rOptions.strFile << ": " << rRecording.nFrames << " frames at " << fixed(fRate, 1)
+                   << " fps, mean " << fixed(rFigures.dMean, 1) << " DN (" << fixed(rFigures.dMeanPercent, 1)
+                   << " % of full scale), saturated " << fixed(rFigures.dSaturatedShare * 100.0, 3) << " %\n"
+                   << "Verdict: " << verdict(rJudgement.vecFindings) << '\n'
+                   << App::describe(rJudgement.vecFindings);
+    nlohmann::ordered_json& rJson = rOutput.json();
+    rJson["frames"] = rRecording.nFrames;
+    rJson["leftOut"] = rRecording.nLeftOut;
+    rJson["rate"] = fRate;
+    rJson["saturatedShare"] = rRecording.fSaturatedShare;
+    rJson["settingsFiled"] = rRecording.strNoSettings.empty();
+    rJson["judgement"] = toJson(rJudgement);
+}
+
+}  // namespace
+
+int runRecord(const RecordOptions& rOptions) {
+    COutput Output("record", rOptions.bJson);
+    requireWritable(rOptions.strFile);
+    CSession Session(rOptions.strDevice, rOptions.fTimeoutS);
+    Output.json()["device"] = rOptions.strDevice;
+    Output.json()["kind"] = rOptions.bLight ? "light" : "dark";
+    Output.json()["file"] = rOptions.strFile;
+    if (!Session.hasScenes()) {
+        askForScene(rOptions.bLight);
+    }
+    Output.text() << "Recording " << rOptions.nFrames << (rOptions.bLight ? " light" : " dark") << " frames from "
+                  << rOptions.strDevice << ", " << Session.pixelFormat() << ", " << Session.width() << " x "
+                  << Session.height() << std::endl;
+    Recording Result;
+    {
+        CProgress Progress;
+        Result = recordReference(Session, rOptions.bLight, rOptions.nFrames, rOptions.strFile, Progress);
+    }
+    warnAboutRecording(Result, rOptions);
+    const ReferenceJudgement Judgement = judgeReference(readReference(rOptions.strFile));
+    describe(Output, rOptions, Result, Judgement);
+    const bool bRefused = refused(Judgement.vecFindings, rOptions.bForce);
+    if (bRefused) {
+        std::cerr << "xapel2-shading: " << rOptions.strFile << " is refused: ";
+        for (const Finding& rFinding : Judgement.vecFindings) {
+            std::cerr << (rFinding.eLevel == eRefusal ? rFinding.strText + "; " + rFinding.strAdvice + "\n" : "");
+        }
+    }
+    return Output.finish(bRefused ? eExitRefused : eExitDone);
 }
 
 }  // namespace App

@@ -1,0 +1,110 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// The references that a sub-command corrects with, read and judged.
+
+#include "commands/JudgedPair.h"
+
+#include <algorithm>
+#include <iterator>
+#include <stdexcept>
+
+#include "commands/Exit.h"
+#include "commands/Output.h"
+#include "xapel2_standin/ReferenceFile.h"
+
+namespace XAPEL2 {
+namespace App {
+
+namespace {
+
+void append(Findings& rTo, const Findings& rFrom) {
+    rTo.insert(rTo.end(), rFrom.begin(), rFrom.end());
+}
+
+}  // namespace
+
+StandIn::ReferenceImage readReference(const std::string& strFile) {
+    try {
+        return StandIn::readReferenceFile(strFile);
+    } catch (const std::runtime_error& rError) {
+        throw std::runtime_error(strFile + ": " + rError.what() + "; it takes a file that record has written");
+    }
+}
+
+JudgedPair judge(const PairOptions& rPair) {
+    JudgedPair Result;
+    if (!rPair.strDark.empty()) {
+        Result.Dark = readReference(rPair.strDark);
+        Result.DarkJudgement = judgeReference(*Result.Dark);
+    }
+    if (!rPair.strLight.empty()) {
+        Result.Light = readReference(rPair.strLight);
+        Result.LightJudgement = judgeReference(*Result.Light);
+    }
+    if (Result.Dark && Result.Light) {
+        Result.Pair = judgePair(*Result.Dark, *Result.Light);
+    }
+    return Result;
+}
+
+void JudgedPair::compareWith(const CameraSettings& rCamera) {
+    vecCamera.clear();
+    if (Dark) {
+        append(vecCamera, compareWithCamera("the dark reference", *Dark, rCamera));
+    }
+    if (Light) {
+        append(vecCamera, compareWithCamera("the light reference", *Light, rCamera));
+    }
+}
+
+Findings JudgedPair::findings() const {
+    Findings vecAll;
+    for (const auto* pJudgement : {&DarkJudgement, &LightJudgement}) {
+        if (*pJudgement) {
+            append(vecAll, (*pJudgement)->vecFindings);
+        }
+    }
+    if (Pair) {
+        append(vecAll, Pair->vecFindings);
+    }
+    append(vecAll, vecCamera);
+    return vecAll;
+}
+
+void JudgedPair::requireUsable(bool bForce) const {
+    const Findings vecAll = findings();
+    warnAbout(vecAll);
+    if (refused(vecAll, bForce)) {
+        throw CRefusedError(refused(vecAll, true)
+                                ? "refused: no correction is possible with these references; record new ones"
+                                : "refused: the correction would be wrong; record new references, or insist with "
+                                  "--force");
+    }
+}
+
+nlohmann::ordered_json toJson(const JudgedPair& rPair) {
+    nlohmann::ordered_json Json;
+    if (rPair.DarkJudgement) {
+        Json["dark"] = toJson(*rPair.DarkJudgement);
+    }
+    if (rPair.LightJudgement) {
+        Json["light"] = toJson(*rPair.LightJudgement);
+    }
+    if (rPair.Pair) {
+        Json["pair"] = toJson(*rPair.Pair);
+    }
+    Json["camera"] = toJson(rPair.vecCamera);
+    Json["verdict"] = verdict(rPair.findings());
+    return Json;
+}
+
+void warnAbout(const Findings& rFindings) {
+    for (const Finding& rFinding : rFindings) {
+        if (rFinding.eLevel != eNote) {
+            warn(rFinding.strText + (rFinding.strAdvice.empty() ? "" : "; " + rFinding.strAdvice));
+        }
+    }
+}
+
+}  // namespace App
+}  // namespace XAPEL2

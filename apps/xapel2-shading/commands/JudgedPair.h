@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// The references that a sub-command corrects with, read and judged.
+
+#pragma once
+
+#include <optional>
+
+#include <nlohmann/json.hpp>
+
+#include "device/Pair.h"
+#include "judge/Judgement.h"
+#include "xapel2_standin/ReferenceImage.h"
+
+namespace XAPEL2 {
+namespace App {
+
+/// The references of a pair, as far as there are any, and all that is to be said about them.
+struct JudgedPair {
+    std::optional<StandIn::ReferenceImage> Dark, Light;
+    std::optional<ReferenceJudgement> DarkJudgement, LightJudgement;
+    std::optional<PairJudgement> Pair;  ///< where there are both
+    Findings vecCamera;                 ///< what compareWith() found
+
+    /// Compares each reference with the camera that it is to correct.
+    void compareWith(const CameraSettings& rCamera);
+
+    /// Everything that was found, the references' own first.
+    Findings findings() const;
+
+    /// Warns on stderr about all that is no mere note.
+    /// @throws CRefusedError  it refuses; with bForce only what cannot be forced does.
+    void requireUsable(bool bForce) const;
+};
+
+/// Reads the files that rPair names and judges them.
+/// @throws std::runtime_error  a file cannot be used; names it.
+JudgedPair judge(const PairOptions& rPair);
+
+/// The reference in this file.
+/// @throws std::runtime_error  it cannot be used; names it.
+StandIn::ReferenceImage readReference(const std::string& strFile);
+
+/// {"dark", "light": reference judgements, "pair": pair judgement, "camera": findings, "verdict"}; each where it is
+/// known.
+nlohmann::ordered_json toJson(const JudgedPair& rPair);
+
+/// Prints those findings on stderr that are no mere notes.
+void warnAbout(const Findings& rFindings);
+
+}  // namespace App
+}  // namespace XAPEL2
