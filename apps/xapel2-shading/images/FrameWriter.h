@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Frames written into a folder, never over a source.
+
+#pragma once
+
+#include <filesystem>
+#include <set>
+#include <string>
+#include <utility>
+
+#include "images/FrameFile.h"
+
+namespace XAPEL2 {
+namespace App {
+
+/// Writes the frames of one run. A file that exists is replaced on request only, a source and a frame of this run
+/// never, by whatever name or link it is reached.
+/// @threads one object per thread.
+class CFrameWriter {
+public:
+    /// @param[in] strFormat  "pgm" or "tiff".
+    CFrameWriter(const std::filesystem::path& rFolder, const std::string& strFormat, bool bOverwrite);
+
+    /// Takes a file, or each file of a folder, for a source. What does not exist is none.
+    void protect(const std::filesystem::path& rSource);
+
+    /// Throws when this frame may not be written.
+    /// @throws CUsageError  says which file is in the way, and what to do.
+    void requireFree(const Frame& rFrame) const;
+
+    /// Writes a frame, making the folder where it is missing.
+    /// @throws CUsageError         as requireFree().
+    /// @throws std::runtime_error  it cannot be written; names the file.
+    std::filesystem::path write(const Frame& rFrame);
+
+private:
+    /// Device and inode: one file, whatever its names.
+    using FileId = std::pair<uint64_t, uint64_t>;
+    static bool identify(const std::filesystem::path& rFile, FileId& rId);
+
+    std::filesystem::path m_Folder;
+    eFrameFile m_eKind;
+    bool m_bOverwrite;
+    std::set<FileId> m_Sources;
+    std::set<std::filesystem::path> m_Written;
+};
+
+}  // namespace App
+}  // namespace XAPEL2
