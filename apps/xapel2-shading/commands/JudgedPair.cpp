@@ -39,7 +39,7 @@ JudgedPair judge(const PairOptions& rPair) {
     }
     if (!rPair.strLight.empty()) {
         Result.Light = readReference(rPair.strLight);
-        Result.LightJudgement = judgeReference(*Result.Light);
+        Result.LightJudgement = judgeReference(*Result.Light, Result.Dark ? &*Result.Dark : nullptr);
     }
     if (Result.Dark && Result.Light) {
         Result.Pair = judgePair(*Result.Dark, *Result.Light);

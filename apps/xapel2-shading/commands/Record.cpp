@@ -16,6 +16,7 @@
 #include "commands/Output.h"
 #include "device/Interrupt.h"
 #include "device/Recording.h"
+#include "judge/JudgementText.h"
 
 namespace XAPEL2 {
 namespace App {
@@ -75,14 +76,11 @@ void warnAboutRecording(const Recording& rRecording, const RecordOptions& rOptio
 
 void describe(COutput& rOutput, const RecordOptions& rOptions, const Recording& rRecording,
               const ReferenceJudgement& rJudgement) {
-    const ReferenceFigures& rFigures = rJudgement.Figures;
     const double fRate =
         rRecording.fSeconds > 0.0 ? static_cast<double>(rRecording.nFrames) / rRecording.fSeconds : 0.0;
-    rOutput.text() << rOptions.strFile << ": " << rRecording.nFrames << " frames at " << fixed(fRate, 1)
-                   << " fps, mean " << fixed(rFigures.dMean, 1) << " DN (" << fixed(rFigures.dMeanPercent, 1)
-                   << " % of full scale), saturated " << fixed(rFigures.dSaturatedShare * 100.0, 3) << " %\n"
-                   << "Verdict: " << verdict(rJudgement.vecFindings) << '\n'
-                   << App::describe(rJudgement.vecFindings);
+    rOutput.text() << rOptions.strFile << ": " << verdict(rJudgement.vecFindings) << ", recorded at " << fixed(fRate, 1)
+                   << " fps\n"
+                   << App::describe(rJudgement);
     nlohmann::ordered_json& rJson = rOutput.json();
     rJson["frames"] = rRecording.nFrames;
     rJson["leftOut"] = rRecording.nLeftOut;

@@ -16,6 +16,7 @@
 #include "device/Interrupt.h"
 #include "device/Progress.h"
 #include "images/FrameWriter.h"
+#include "judge/JudgementText.h"
 
 namespace XAPEL2 {
 namespace App {

@@ -5,10 +5,11 @@
 #include "device/Progress.h"
 
 #include <cmath>
-#include <cstdio>
 #include <iostream>
 
 #include <unistd.h>
+
+#include "judge/JudgementText.h"
 
 namespace XAPEL2 {
 namespace App {
@@ -26,12 +27,6 @@ std::string timeText(double fSeconds) {
 }
 
 }  // namespace
-
-std::string fixed(double fValue, int nDigits) {
-    char acText[352];  // the longest double takes 310 characters before the point
-    std::snprintf(acText, sizeof acText, "%.*f", nDigits, fValue);
-    return acText;
-}
 
 std::string progressText(const std::string& strStep, uint64_t iDone, uint64_t nAll, uint64_t nFresh, double fSeconds,
                          const std::string& strMore) {

@@ -41,8 +41,5 @@ private:
 std::string progressText(const std::string& strStep, uint64_t iDone, uint64_t nAll, uint64_t nFresh, double fSeconds,
                          const std::string& strMore);
 
-/// A number with so many digits after the point.
-std::string fixed(double fValue, int nDigits);
-
 }  // namespace App
 }  // namespace XAPEL2

@@ -9,10 +9,11 @@
 #include <stdexcept>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "device/CameraSettings.h"
 #include "device/Interrupt.h"
-
-#include <nlohmann/json.hpp>
+#include "judge/JudgementText.h"
 
 #include "xapel2_standin/ReferenceFile.h"
 

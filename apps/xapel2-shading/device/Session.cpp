@@ -11,6 +11,7 @@
 
 #include "device/Interrupt.h"
 #include "device/Progress.h"
+#include "judge/JudgementText.h"
 
 namespace XAPEL2 {
 namespace App {
