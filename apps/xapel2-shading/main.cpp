@@ -213,8 +213,7 @@ int runCommand(const CommandLine& rLine) {
     try {
         return rLine.fnRun();
     } catch (const CInterruptedError& rError) {
-        fail(rLine, eExitInterrupted, rError.what());
-        Interrupt::endProcess();
+        return fail(rLine, eExitInterrupted, rError.what());
     } catch (const CRefusedError& rError) {
         return fail(rLine, eExitRefused, rError.what());
     } catch (const CUsageError& rError) {
@@ -246,7 +245,12 @@ int run(int argc, char** argv) {
         return Cli.exit(rError) == 0 ? eExitDone : eExitUsage;
     }
     Interrupt::install();
-    return runCommand(Line);
+    const int iExit = runCommand(Line);
+    if (iExit == eExitInterrupted) {
+        // By now the camera is closed: one whose program is killed stays taken for a while.
+        Interrupt::endProcess();
+    }
+    return iExit;
 }
 
 }  // namespace

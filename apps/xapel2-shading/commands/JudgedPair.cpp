@@ -4,11 +4,8 @@
 
 #include "commands/JudgedPair.h"
 
-#include <algorithm>
-#include <iterator>
 #include <stdexcept>
 
-#include "commands/Exit.h"
 #include "commands/Output.h"
 #include "xapel2_standin/ReferenceFile.h"
 
@@ -71,15 +68,16 @@ Findings JudgedPair::findings() const {
     return vecAll;
 }
 
-void JudgedPair::requireUsable(bool bForce) const {
+bool JudgedPair::isUsable(bool bForce) const {
     const Findings vecAll = findings();
     warnAbout(vecAll);
-    if (refused(vecAll, bForce)) {
-        throw CRefusedError(refused(vecAll, true)
-                                ? "refused: no correction is possible with these references; record new ones"
-                                : "refused: the correction would be wrong; record new references, or insist with "
-                                  "--force");
+    if (!refused(vecAll, bForce)) {
+        return true;
     }
+    complain(refused(vecAll, true)
+                 ? "refused: no correction is possible with these references; record new ones"
+                 : "refused: the correction would be wrong; record new references, or insist with --force");
+    return false;
 }
 
 nlohmann::ordered_json toJson(const JudgedPair& rPair) {
@@ -101,7 +99,8 @@ nlohmann::ordered_json toJson(const JudgedPair& rPair) {
 void warnAbout(const Findings& rFindings) {
     for (const Finding& rFinding : rFindings) {
         if (rFinding.eLevel != eNote) {
-            warn(rFinding.strText + (rFinding.strAdvice.empty() ? "" : "; " + rFinding.strAdvice));
+            complain((rFinding.eLevel == eRefusal ? "refused: " : "warning: ") + rFinding.strText + " " +
+                     rFinding.strAdvice);
         }
     }
 }

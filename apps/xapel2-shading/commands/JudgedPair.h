@@ -28,9 +28,9 @@ struct JudgedPair {
     /// Everything that was found, the references' own first.
     Findings findings() const;
 
-    /// Warns on stderr about all that is no mere note.
-    /// @throws CRefusedError  it refuses; with bForce only what cannot be forced does.
-    void requireUsable(bool bForce) const;
+    /// Says on stderr all that is no mere note, and what to do when it refuses.
+    /// @return false when it refuses; with bForce only what cannot be forced does.
+    bool isUsable(bool bForce) const;
 };
 
 /// Reads the files that rPair names and judges them.
@@ -45,7 +45,7 @@ StandIn::ReferenceImage readReference(const std::string& strFile);
 /// known.
 nlohmann::ordered_json toJson(const JudgedPair& rPair);
 
-/// Prints those findings on stderr that are no mere notes.
+/// Says those findings on stderr that are no mere notes.
 void warnAbout(const Findings& rFindings);
 
 }  // namespace App

@@ -34,8 +34,8 @@ int COutput::finish(int iExit) {
     return iExit;
 }
 
-void warn(const std::string& strText) {
-    std::cerr << "xapel2-shading: warning: " << strText << '\n';
+void complain(const std::string& strText) {
+    std::cerr << "xapel2-shading: " << strText << '\n';
 }
 
 }  // namespace App

@@ -38,8 +38,8 @@ private:
     std::ostream* m_pText;  // borrowed, or owned and without a buffer
 };
 
-/// Prints a warning on stderr: "xapel2-shading: warning: TEXT".
-void warn(const std::string& strText);
+/// Says something on stderr: "xapel2-shading: TEXT".
+void complain(const std::string& strText);
 
 }  // namespace App
 }  // namespace XAPEL2

@@ -61,16 +61,17 @@ void askForScene(bool bLight) {
 
 void warnAboutRecording(const Recording& rRecording, const RecordOptions& rOptions) {
     if (rRecording.nLeftOut != 0) {
-        warn(std::to_string(rRecording.nLeftOut) + " frames are left out of the reference; the first of them was " +
-             rRecording.strLeftOut);
+        complain("warning: " + std::to_string(rRecording.nLeftOut) +
+                 " frames are left out of the reference; the first of them was " + rRecording.strLeftOut);
     }
     if (rRecording.nFrames < rOptions.nFrames) {
-        warn("the camera has only " + std::to_string(rRecording.nFrames) +
-             " such frames; the reference is made of them");
+        complain("warning: the camera has only " + std::to_string(rRecording.nFrames) +
+                 " such frames; the reference is made of them");
     }
     if (!rRecording.strNoSettings.empty()) {
-        warn("the settings of the camera are not in " + rOptions.strFile + ": " + rRecording.strNoSettings +
-             "; the reference itself is whole, but nothing can tell later when the camera is set otherwise");
+        complain("warning: the settings of the camera are not in " + rOptions.strFile + ": " +
+                 rRecording.strNoSettings +
+                 "; the reference itself is whole, but nothing can tell later when the camera is set otherwise");
     }
 }
 
@@ -106,19 +107,19 @@ int runRecord(const RecordOptions& rOptions) {
                   << rOptions.strDevice << ", " << Session.pixelFormat() << ", " << Session.width() << " x "
                   << Session.height() << std::endl;
     Recording Result;
-    {
+    try {
         CProgress Progress;
         Result = recordReference(Session, rOptions.bLight, rOptions.nFrames, rOptions.strFile, Progress);
+    } catch (const CInterruptedError&) {
+        throw CInterruptedError("interrupted; " + rOptions.strFile + " is not written");
     }
     warnAboutRecording(Result, rOptions);
     const ReferenceJudgement Judgement = judgeReference(readReference(rOptions.strFile));
     describe(Output, rOptions, Result, Judgement);
     const bool bRefused = refused(Judgement.vecFindings, rOptions.bForce);
     if (bRefused) {
-        std::cerr << "xapel2-shading: " << rOptions.strFile << " is refused: ";
-        for (const Finding& rFinding : Judgement.vecFindings) {
-            std::cerr << (rFinding.eLevel == eRefusal ? rFinding.strText + "; " + rFinding.strAdvice + "\n" : "");
-        }
+        warnAbout(Judgement.vecFindings);
+        complain(rOptions.strFile + " is refused; record again, or keep it with --force");
     }
     return Output.finish(bRefused ? eExitRefused : eExitDone);
 }

@@ -121,16 +121,12 @@ void CRun::write(CCorrectedStream::Fetched& rFetched) {
 
 void CRun::fetchFrames() {
     const CorrectionTally& rTally = m_Stream.tally();
-    while ((m_nFrames == 0 || rTally.nFrames < m_nFrames) && !Interrupt::isRaised()) {
-        CCorrectedStream::Fetched Fetched;
-        try {
-            Fetched = m_Stream.next();
-        } catch (const CInterruptedError&) {
-            break;
-        }
+    while (m_nFrames == 0 || rTally.nFrames < m_nFrames) {
+        CCorrectedStream::Fetched Fetched = m_Stream.next();
         if (Fetched.bNewReason) {
             m_Progress.clear();
-            warn("frame " + m_Session.frameName(Fetched.hBuffer) + " is left untouched: " + Fetched.strUntouched);
+            complain("warning: frame " + m_Session.frameName(Fetched.hBuffer) +
+                     " is left untouched: " + Fetched.strUntouched);
         }
         write(Fetched);
         m_Session.giveBack(Fetched.hBuffer);
@@ -138,7 +134,6 @@ void CRun::fetchFrames() {
                         rTally.untouched() == 0 ? "" : std::to_string(rTally.untouched()) + " left untouched");
     }
     m_Stream.stop();
-    m_Progress.clear();
 }
 
 void CRun::describe() {
@@ -147,7 +142,6 @@ void CRun::describe() {
     nlohmann::ordered_json& rJson = m_Output.json();
     rText << rTally.nFrames << " frames at " << fixed(rTally.rate(), 1) << " fps, " << rTally.nCorrected
           << " corrected, " << rTally.untouched() << " left untouched\n";
-    rJson["device"] = m_rOptions.strDevice;
     rJson["frames"] = rTally.nFrames;
     rJson["rate"] = rTally.rate();
     rJson["corrected"] = rTally.nCorrected;
@@ -172,24 +166,28 @@ void CRun::describe() {
         rJson["written"] = m_nWritten;
         rJson["folder"] = m_rOptions.strOut;
     }
-    rJson["judgement"] = toJson(m_Pair);
 }
 
 int CRun::run() {
-    m_Pair.requireUsable(m_rOptions.bForce);
+    m_Output.json()["device"] = m_rOptions.strDevice;
+    m_Output.json()["judgement"] = toJson(m_Pair);
+    if (!m_Pair.isUsable(m_rOptions.bForce)) {
+        return m_Output.finish(eExitRefused);
+    }
     selectScene();
     openFolder();
     applyPair(m_Session, m_rOptions.Pair);
-    m_Stream.start(0);
-    fetchFrames();
+    try {
+        m_Stream.start(0);
+        fetchFrames();
+    } catch (const CInterruptedError&) {
+        // What there is by then is told.
+    }
+    m_Progress.clear();
     describe();
     // Without a number of frames Ctrl-C is how a run ends.
     const bool bShort = m_nFrames != 0 && m_Stream.tally().nFrames < m_nFrames;
-    const int iExit = m_Output.finish(bShort ? eExitInterrupted : eExitDone);
-    if (bShort) {
-        Interrupt::endProcess();
-    }
-    return iExit;
+    return m_Output.finish(bShort ? eExitInterrupted : eExitDone);
 }
 
 }  // namespace

@@ -13,8 +13,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr uint64_t UNCORRECTED_FRAMES = 64;
-constexpr std::chrono::seconds UNCORRECTED_LONGEST{2};
+constexpr uint64_t UNCORRECTED_FRAMES = 32;
+constexpr std::chrono::seconds UNCORRECTED_LONGEST{1};
 // So many frames are waited for, that the time of their fetch can be told; later ones are timed where they wait anyway.
 constexpr std::size_t TIMED_FRAMES = 1000;
 

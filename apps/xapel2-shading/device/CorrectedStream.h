@@ -38,7 +38,7 @@ public:
     /// @param[in] bKeepRaw  give each frame as it was before correction, too.
     CCorrectedStream(CSession& rSession, bool bKeepRaw);
 
-    /// Measures fetches without correction, for two seconds at most, then starts the camera at frame iFirst of its
+    /// Measures fetches without correction, for a second or so, then starts the camera at frame iFirst of its
     /// scene with correction on.
     void start(uint64_t iFirst);
 

@@ -32,6 +32,10 @@ std::string plainTrace(const std::string& strTrace) {
             strText.erase(0, std::string(pPrefix).size());
         }
     }
+    // The name of the file is known to whoever named it to the host.
+    if (strText.rfind("reference file ", 0) == 0) {
+        strText.erase(0, strText.find("; ") + 2);
+    }
     strText.erase(strText.find_last_not_of("; ") + 1);
     return strText == "invalid Buffer" ? "incomplete, or without an image" : strText;
 }
