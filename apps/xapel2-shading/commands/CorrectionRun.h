@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// What run and correct have in common: frames are corrected, written, and accounted for.
+
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "commands/Output.h"
+#include "device/CorrectedStream.h"
+#include "device/Progress.h"
+#include "images/FrameWriter.h"
+
+namespace XAPEL2 {
+namespace App {
+
+/// Where corrected frames go.
+struct FrameOutput {
+    std::string strFolder;  ///< empty: nowhere
+    std::string strFormat;  ///< "pgm" or "tiff"
+    bool bRaw = false;      ///< the uncorrected ones too, to FOLDER/raw
+    bool bOverwrite = false;
+    std::vector<std::string> vecSources;  ///< files, and folders of them, that are never written over
+};
+
+/// Corrects the frames of a session.
+/// @threads that of the session.
+class CCorrectionRun {
+public:
+    /// @param[in] rSession  borrowed; a pair has been applied.
+    CCorrectionRun(CSession& rSession, const FrameOutput& rFrames);
+
+    /// Fetches this many frames of the scene, from the first one on; 0: until the user ends it. Each reason why frames
+    /// are left as they are, and each trouble of the camera, is said once on stderr. Ends early, and without an
+    /// exception, when the user wants to.
+    void run(uint64_t nFrames);
+
+    const CorrectionTally& tally() const { return m_Stream.tally(); }
+
+    /// Tells how many frames came, how fast, what became of them, and what correction added to their time.
+    void describe(COutput& rOutput) const;
+
+private:
+    void fetchFrames(uint64_t nFrames);
+    void tellTroubles(const CCorrectedStream::Fetched& rFetched);
+    void write(CCorrectedStream::Fetched& rFetched);
+    void describeTime(COutput& rOutput) const;
+
+    CSession& m_rSession;
+    FrameOutput m_Frames;
+    CCorrectedStream m_Stream;
+    CProgress m_Progress;
+    std::optional<CFrameWriter> m_Corrected, m_Raw;
+    std::set<std::string> m_Said;  // traces of the camera
+    uint64_t m_nWritten = 0;
+};
+
+}  // namespace App
+}  // namespace XAPEL2
