@@ -4,6 +4,7 @@
 
 #pragma once
 
+#include <csignal>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -21,7 +22,8 @@ namespace XAPEL2 {
 namespace Test {
 
 struct ProgramResult {
-    int iExit = -1;  ///< exit code; -1 when a signal ended the program
+    int iExit = -1;   ///< exit code; -1 when a signal ended the program
+    int iSignal = 0;  ///< that signal
     std::string strOut, strErr;
 };
 
@@ -30,26 +32,59 @@ inline std::string content(const std::string& strFile) {
     return {std::istreambuf_iterator<char>(In), std::istreambuf_iterator<char>()};
 }
 
-/// Runs a program to its end; no shell is between. @throws std::runtime_error  it cannot be started.
-inline ProgramResult runProgram(const std::string& strProgram, std::vector<std::string> astrArguments) {
-    const CTemporaryFolder Folder;
-    astrArguments.insert(astrArguments.begin(), strProgram);
-    std::vector<char*> apArguments;
-    for (std::string& rArgument : astrArguments) apArguments.push_back(rArgument.data());
-    apArguments.push_back(nullptr);
+/// A program that runs; no shell is between. It reads nothing, and is killed when the object goes before it ends.
+class CProgram {
+public:
+    /// @throws std::runtime_error  it cannot be started.
+    CProgram(const std::string& strProgram, std::vector<std::string> astrArguments) {
+        astrArguments.insert(astrArguments.begin(), strProgram);
+        std::vector<char*> apArguments;
+        for (std::string& rArgument : astrArguments) apArguments.push_back(rArgument.data());
+        apArguments.push_back(nullptr);
 
-    posix_spawn_file_actions_t Actions;
-    posix_spawn_file_actions_init(&Actions);
-    const int iFlags = O_WRONLY | O_CREAT | O_TRUNC;
-    posix_spawn_file_actions_addopen(&Actions, STDOUT_FILENO, (Folder / "out").c_str(), iFlags, 0600);
-    posix_spawn_file_actions_addopen(&Actions, STDERR_FILENO, (Folder / "err").c_str(), iFlags, 0600);
-    pid_t iProcess = 0;
-    const int iError = posix_spawn(&iProcess, strProgram.c_str(), &Actions, nullptr, apArguments.data(), environ);
-    posix_spawn_file_actions_destroy(&Actions);
-    int iStatus = 0;
-    if (iError != 0 || waitpid(iProcess, &iStatus, 0) != iProcess)
-        throw std::runtime_error(strProgram + " cannot be run");
-    return {WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : -1, content(Folder / "out"), content(Folder / "err")};
+        posix_spawn_file_actions_t Actions;
+        posix_spawn_file_actions_init(&Actions);
+        const int iFlags = O_WRONLY | O_CREAT | O_TRUNC;
+        posix_spawn_file_actions_addopen(&Actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+        posix_spawn_file_actions_addopen(&Actions, STDOUT_FILENO, (m_Folder / "out").c_str(), iFlags, 0600);
+        posix_spawn_file_actions_addopen(&Actions, STDERR_FILENO, (m_Folder / "err").c_str(), iFlags, 0600);
+        const int iError = posix_spawn(&m_iProcess, strProgram.c_str(), &Actions, nullptr, apArguments.data(), environ);
+        posix_spawn_file_actions_destroy(&Actions);
+        if (iError != 0)
+            throw std::runtime_error(strProgram + " cannot be run");
+    }
+    ~CProgram() {
+        if (m_iProcess != 0) {
+            kill(m_iProcess, SIGKILL);
+            waitpid(m_iProcess, nullptr, 0);
+        }
+    }
+    CProgram(const CProgram&) = delete;
+    CProgram& operator=(const CProgram&) = delete;
+
+    void signal(int iSignal) const { kill(m_iProcess, iSignal); }
+    /// What it has printed so far.
+    std::string out() const { return content(m_Folder / "out"); }
+
+    /// Waits for its end. Only once.
+    ProgramResult wait() {
+        int iStatus = 0;
+        const pid_t iEnded = waitpid(m_iProcess, &iStatus, 0);
+        if (iEnded != m_iProcess)
+            throw std::runtime_error("a program cannot be waited for");
+        m_iProcess = 0;
+        return {WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : -1, WIFSIGNALED(iStatus) ? WTERMSIG(iStatus) : 0, out(),
+                content(m_Folder / "err")};
+    }
+
+private:
+    const CTemporaryFolder m_Folder;
+    pid_t m_iProcess = 0;
+};
+
+/// Runs a program to its end. @throws std::runtime_error  it cannot be started.
+inline ProgramResult runProgram(const std::string& strProgram, const std::vector<std::string>& rArguments) {
+    return CProgram(strProgram, rArguments).wait();
 }
 
 }  // namespace Test

@@ -4,13 +4,89 @@
 
 #include "commands/Correct.h"
 
-#include <stdexcept>
+#include <filesystem>
+#include <set>
+
+#include "commands/CorrectionRun.h"
+#include "commands/Exit.h"
+#include "commands/JudgedPair.h"
+#include "judge/JudgementText.h"
 
 namespace XAPEL2 {
 namespace App {
 
-int runCorrect(const CorrectOptions&) {
-    throw std::runtime_error("this sub-command is not written yet");
+namespace {
+
+FrameOutput outputOf(const CorrectOptions& rOptions) {
+    FrameOutput Output{rOptions.strOut, rOptions.strFormat, false, rOptions.bOverwrite, rOptions.vecFiles};
+    Output.vecSources.push_back(rOptions.Pair.strDark);
+    Output.vecSources.push_back(rOptions.Pair.strLight);
+    return Output;
+}
+
+const StandIn::PixelFormat& formatOf(const JudgedPair& rPair) {
+    return *(rPair.Light ? rPair.Light : rPair.Dark)->sLayout.pFormat;
+}
+
+// Before the first file is written: all can be, or none is.
+void requireFree(const CorrectOptions& rOptions, const StandIn::PixelFormat& rFormat) {
+    const FrameOutput Output = outputOf(rOptions);
+    CFrameWriter Writer(Output.strFolder, Output.strFormat, Output.bOverwrite);
+    for (const std::string& rSource : Output.vecSources) {
+        Writer.protect(rSource);
+    }
+    std::set<std::string> Names;
+    for (const std::string& rFile : rOptions.vecFiles) {
+        Frame Named;
+        Named.strName = std::filesystem::path(rFile).stem().string();
+        Named.pFormat = &rFormat;
+        Writer.requireFree(Named);
+        if (!Names.insert(Named.strName).second) {
+            throw CUsageError(rFile + ": another file has this name but for folder and suffix; correct it by itself");
+        }
+    }
+}
+
+// A file has size and format, but what else the camera was set to it does not say.
+CameraSettings settingsOf(const CSession& rSession) {
+    CameraSettings Settings;
+    Settings.strPixelFormat = rSession.pixelFormat();
+    Settings.nWidth = rSession.width();
+    Settings.nHeight = rSession.height();
+    return Settings;
+}
+
+}  // namespace
+
+int runCorrect(const CorrectOptions& rOptions) {
+    if (rOptions.Pair.empty()) {
+        throw CUsageError("correct takes a reference: give --dark, --light or both");
+    }
+    COutput Output("correct", rOptions.bJson);
+    JudgedPair Pair = judge(rOptions.Pair);
+    const StandIn::PixelFormat& rFormat = formatOf(Pair);
+    requireFree(rOptions, rFormat);
+    // A file cannot say that its samples are those of a filter array, or have fewer bits than it has room for.
+    const std::string strFormat = rFormat.nChannels == 1 ? rFormat.pName : "";
+    CSession Session("the files", [&] { return StandIn::openFiles(rOptions.vecFiles, strFormat); });
+    Pair.compareWith(settingsOf(Session));
+    Output.json()["judgement"] = toJson(Pair);
+    if (!Pair.isUsable(rOptions.bForce)) {
+        return Output.finish(eExitRefused);
+    }
+    Session.selectScene("Scene");
+    applyPair(Session, rOptions.Pair);
+    CCorrectionRun Run(Session, outputOf(rOptions));
+    Run.run(rOptions.vecFiles.size(), false);
+    Run.describe(Output);
+    if (Run.tally().nFrames < rOptions.vecFiles.size()) {
+        return Output.finish(eExitInterrupted);
+    }
+    if (Run.tally().untouched() != 0) {
+        complain(counted(Run.tally().untouched(), "file") + " could not be corrected; look at what is said above");
+        return Output.finish(eExitFailure);
+    }
+    return Output.finish(eExitDone);
 }
 
 }  // namespace App

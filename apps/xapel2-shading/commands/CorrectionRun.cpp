@@ -74,8 +74,8 @@ void CCorrectionRun::tellTroubles(const CCorrectedStream::Fetched& rFetched) {
     }
 }
 
-void CCorrectionRun::fetchFrames(uint64_t nFrames) {
-    m_Stream.start(0);
+void CCorrectionRun::fetchFrames(uint64_t nFrames, bool bTimed) {
+    m_Stream.start(0, bTimed);
     while (nFrames == 0 || tally().nFrames < nFrames) {
         CCorrectedStream::Fetched Fetched = m_Stream.next();
         tellTroubles(Fetched);
@@ -87,9 +87,9 @@ void CCorrectionRun::fetchFrames(uint64_t nFrames) {
     m_Stream.stop();
 }
 
-void CCorrectionRun::run(uint64_t nFrames) {
+void CCorrectionRun::run(uint64_t nFrames, bool bTimed) {
     try {
-        fetchFrames(nFrames);
+        fetchFrames(nFrames, bTimed);
     } catch (const CInterruptedError&) {
         // What there is by then is told.
     }

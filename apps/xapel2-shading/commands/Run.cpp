@@ -4,9 +4,12 @@
 
 #include "commands/Run.h"
 
+#include <ostream>
+
 #include "commands/CorrectionRun.h"
 #include "commands/Exit.h"
 #include "commands/JudgedPair.h"
+#include "judge/JudgementText.h"
 
 namespace XAPEL2 {
 namespace App {
@@ -32,7 +35,9 @@ FrameOutput outputOf(const RunOptions& rOptions) {
     FrameOutput Output{rOptions.strOut, rOptions.strFormat, rOptions.bRaw, rOptions.bOverwrite, {}};
     Output.vecSources = {rOptions.Pair.strDark, rOptions.Pair.strLight};
     if (rOptions.strDevice.rfind(REPLAY, 0) == 0) {
-        Output.vecSources.push_back(rOptions.strDevice.substr(std::string(REPLAY).size()));
+        const std::string strFolder = rOptions.strDevice.substr(std::string(REPLAY).size());
+        Output.vecSources.push_back(strFolder);
+        Output.vecSources.push_back(strFolder.substr(0, strFolder.rfind('?')));
     }
     return Output;
 }
@@ -53,9 +58,12 @@ int runRun(const RunOptions& rOptions) {
         return Output.finish(eExitRefused);
     }
     const uint64_t nFrames = selectFrames(Session, rOptions);
+    Output.text() << "Correcting " << (nFrames == 0 ? "frames until Ctrl-C" : counted(nFrames, "frame")) << " from "
+                  << rOptions.strDevice << ", " << Session.pixelFormat() << ", " << Session.width() << " x "
+                  << Session.height() << std::endl;
     applyPair(Session, rOptions.Pair);
     CCorrectionRun Run(Session, outputOf(rOptions));
-    Run.run(nFrames);
+    Run.run(nFrames, true);
     Run.describe(Output);
     // Without a number of frames Ctrl-C is how a run ends.
     return Output.finish(Run.tally().nFrames < nFrames ? eExitInterrupted : eExitDone);

@@ -41,6 +41,8 @@ public:
     const std::string& device() const { return m_strDevice; }
     Ext::Sc::Shading& shading() { return *m_pShading; }
     CHostTraces& traces() { return m_Traces; }
+    /// The stream, the device's.
+    DataStream* stream() const { return m_pStream; }
 
     /// Runs an operation of the shading object. A host exception becomes "strStep: REASON", the reason taken from the
     /// host's traces where they tell one.

@@ -1,0 +1,246 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// The application from outside: what its sub-commands write, say, and end with.
+
+#include <algorithm>
+#include <filesystem>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "Program.h"
+#include "StreamFixture.h"
+#include "TemporaryFolder.h"
+#include "xapel2_standin/ReferenceFile.h"
+
+namespace fs = std::filesystem;
+using namespace XAPEL2::Test;
+using nlohmann::json;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::IsSupersetOf;
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+/// Runs the program with --json; what it prints must be one object that tells the exit code.
+class Command : public ::testing::Test {
+protected:
+    json run(Words astrWords, int iExit = 0, const std::string& strSaid = "") {
+        astrWords.push_back("--json");
+        const ProgramResult Result = runProgram(XAPEL2_SHADING_PROGRAM, astrWords);
+        const std::string strAll = ::testing::PrintToString(astrWords) + "\n" + Result.strErr;
+        EXPECT_EQ(Result.iExit, iExit) << strAll;
+        EXPECT_THAT(Result.strErr, HasSubstr(strSaid)) << strAll;
+        const json Json = json::parse(Result.strOut, nullptr, false);
+        EXPECT_EQ(Json.value("exit", -1), iExit) << strAll << Result.strOut;
+        return Json;
+    }
+
+    void recordPair(const std::string& strDevice) {
+        run({"record", "dark", "-d", strDevice, "-n", "4", "-o", file("dark.tif")});
+        run({"record", "light", "-d", strDevice, "-n", "4", "-o", file("light.tif")});
+    }
+
+    Words withPair(Words astrWords) const {
+        astrWords.insert(astrWords.end(), {"--dark", file("dark.tif"), "--light", file("light.tif")});
+        return astrWords;
+    }
+
+    std::string file(const std::string& strName) const { return m_Folder / strName; }
+
+    Words filesIn(const std::string& strFolder) const {
+        Words astrFiles;
+        for (const auto& rEntry : fs::directory_iterator(file(strFolder))) {
+            if (rEntry.is_regular_file()) {
+                astrFiles.push_back(rEntry.path());
+            }
+        }
+        std::sort(astrFiles.begin(), astrFiles.end());
+        return astrFiles;
+    }
+
+    std::vector<std::string> contents(const std::string& strFolder) const {
+        std::vector<std::string> vecBytes;
+        for (const std::string& rFile : filesIn(strFolder)) {
+            vecBytes.push_back(content(rFile));
+        }
+        return vecBytes;
+    }
+
+    CTemporaryFolder m_Folder;
+};
+
+}  // namespace
+
+// The library corrects the stream, images handed in, and the frames of files: one frame, one result.
+TEST_F(Command, EveryRoadOfAFrameGivesTheSameBytes) {
+    for (const char* pFormat : {"Mono8", "Mono12", "Mono12p", "BayerRG10p", "RGB8"}) {
+        SCOPED_TRACE(pFormat);
+        const std::string strDevice = std::string("sim:7?width=66&height=34&format=") + pFormat;
+        recordPair(strDevice);
+        const Words astrRun = withPair({"run", "-d", strDevice, "-n", "3", "--overwrite", "-o"});
+        const auto fnRun = [&](const char* pFolder, Words astrMore) {
+            Words astrWords = astrRun;
+            astrWords.push_back(file(pFolder));
+            astrWords.insert(astrWords.end(), astrMore.begin(), astrMore.end());
+            const json Json = run(astrWords);
+            EXPECT_EQ(Json.at("corrected"), 3);
+            EXPECT_EQ(Json.at("written"), 3);
+            EXPECT_EQ(Json.at("addedMs").at("frames"), 3);
+        };
+        fnRun("stream", {});
+        fnRun("handed-in", {"--raw"});
+        fnRun("tiff", {"--raw", "--format", "tiff"});
+        for (const char* pRaw : {"handed-in/raw", "tiff/raw"}) {
+            Words astrWords = withPair({"correct", "--overwrite", "-o", file("files")});
+            const Words astrFiles = filesIn(pRaw);
+            astrWords.insert(astrWords.end(), astrFiles.begin(), astrFiles.end());
+            // A pixmap of three channels is no file that the host reads.
+            if (fs::path(astrFiles.at(0)).extension() != ".ppm") {
+                EXPECT_EQ(run(astrWords).at("written"), 3);
+                EXPECT_EQ(contents("files"), contents("stream")) << pRaw;
+            }
+        }
+        EXPECT_EQ(contents("handed-in"), contents("stream"));
+        EXPECT_NE(contents("handed-in/raw"), contents("stream"));
+    }
+}
+
+TEST_F(Command, RecordingTellsWhatIsInTheFile) {
+    const json Json = run({"record", "light", "-d", "sim:3?width=64&height=48", "-n", "5", "-o", file("light.tif")});
+    EXPECT_EQ(Json.at("frames"), 5);
+    EXPECT_EQ(Json.at("settingsFiled"), true);
+    const auto Reference = XAPEL2::StandIn::readReferenceFile(file("light.tif"));
+    EXPECT_EQ(Reference.nImages, 5U);
+    EXPECT_DOUBLE_EQ(Json.at("saturatedShare").get<double>(), Reference.dSaturatedShare);
+    EXPECT_DOUBLE_EQ(Json.at("judgement").at("mean").get<double>(), Reference.dMean);
+    EXPECT_EQ(json::parse(Reference.strCamera).at("ExposureTime"), 10000);
+}
+
+TEST_F(Command, ReferencesAreJudgedAgainstTheCamera) {
+    const std::string strCamera = "sim:7?width=64&height=48&sensorwidth=96&sensorheight=48";
+    recordPair(strCamera);
+    const Words astrRun = withPair({"run", "-n", "2", "-d"});
+    const struct {
+        const char *pSettings, *pSaid;
+        int iExit, iForcedExit;
+    } aRows[] = {
+        {"", "", 0, 0},
+        {"&exposure=20000", "warning: ", 0, 0},
+        {"&offsetx=16", "refused: ", 1, 0},
+        {"&reversex=1", "refused: ", 1, 0},
+        {"&format=Mono8", "refused: ", 1, 1},
+    };
+    for (const auto& rRow : aRows) {
+        Words astrWords = astrRun;
+        astrWords.push_back(strCamera + rRow.pSettings);
+        const json Json = run(astrWords, rRow.iExit, rRow.pSaid);
+        EXPECT_EQ(Json.at("judgement").at("verdict") == "good", rRow.pSaid[0] == '\0');
+        astrWords.push_back("--force");
+        run(astrWords, rRow.iForcedExit, rRow.pSaid);
+    }
+}
+
+TEST_F(Command, SaturatedReferenceIsRefusedWithTheNumber) {
+    // An exposure that saturates some percent of the image, not all of it.
+    for (unsigned iExposureUs = 10000; iExposureUs < 40000; iExposureUs += 1000) {
+        const std::string strDevice = "sim:7?width=160&height=120&exposure=" + std::to_string(iExposureUs);
+        Words astrWords = {"record", "light", "-d", strDevice, "-n", "2", "-o", file("light.tif")};
+        const ProgramResult Result = runProgram(XAPEL2_SHADING_PROGRAM, astrWords);
+        const double fPercent = XAPEL2::StandIn::readReferenceFile(file("light.tif")).dSaturatedShare * 100.0;
+        ASSERT_EQ(Result.iExit, fPercent > 1.0 ? 1 : 0) << fPercent << " % at " << iExposureUs << " us";
+        if (fPercent > 3.0) {
+            char acNumber[32];
+            std::snprintf(acNumber, sizeof acNumber, "%.1f", fPercent);
+            EXPECT_THAT(Result.strErr, HasSubstr(std::string(acNumber).substr(0, 1)));
+            run(astrWords, 1, "--force");
+            astrWords.push_back("--force");
+            run(astrWords);
+            return;
+        }
+    }
+    FAIL() << "no exposure saturates";
+}
+
+TEST_F(Command, FailureHasItsExitCodeAndSaysWhatToDo) {
+    const std::string strCamera = "sim:7?width=32&height=32";
+    recordPair(strCamera);
+    run(withPair({"run", "-d", strCamera, "-n", "2", "--format", "tiff", "-o", file("frames")}));
+    const std::string strFrame = filesIn("frames").at(0), strBefore = content(strFrame);
+    fs::create_directories(file("other"));
+    fs::create_hard_link(strFrame, file("other/") + fs::path(strFrame).filename().string());
+    std::ofstream(file("text.tif")) << "text";
+    const Words astrCorrect = withPair({"correct", strFrame, "--format", "tiff", "-o"});
+    const auto fnAdd = [](Words astrWords, const Words& rMore) {
+        astrWords.insert(astrWords.end(), rMore.begin(), rMore.end());
+        return astrWords;
+    };
+    const struct {
+        Words astrWords;
+        int iExit;
+        const char* pSaid;
+    } aRows[] = {
+        {{"run", "-d", strCamera}, 2, "--light"},
+        {withPair({"run", "-d", strCamera, "-n", "2", "--format", "tiff", "-o", file("frames")}), 2, "--overwrite"},
+        {fnAdd(astrCorrect, {file("frames")}), 2, "source"},
+        {fnAdd(astrCorrect, {file("frames"), "--overwrite"}), 2, "source"},
+        {fnAdd(astrCorrect, {file("other"), "--overwrite"}), 2, "source"},
+        {fnAdd(astrCorrect, {file("new"), file("text.tif")}), 3, "text.tif"},
+        {fnAdd(astrCorrect, {file("new"), file("other/") + fs::path(strFrame).filename().string()}), 2, "by itself"},
+        {{"record", "dark", "-d", strCamera, "-o", file("no/dark.tif")}, 3, "create it"},
+        {{"record", "dark", "-d", "simulated", "-o", file("d.tif")}, 3, "simulated"},
+        {{"record", "dark", "-d", strCamera + "&fps=1", "--timeout", "0.05", "-o", file("d.tif")}, 3, "--timeout"},
+        {{"run", "-d", strCamera, "--light", file("dark.tif")}, 1, "light"},
+        {{"run", "-d", strCamera, "--light", file("text.tif")}, 3, "text.tif"},
+        {{"run", "-d", "replay:" + file("none"), "--light", file("light.tif")}, 3, "none"},
+    };
+    for (const auto& rRow : aRows) {
+        EXPECT_FALSE(run(rRow.astrWords, rRow.iExit, rRow.pSaid).empty());
+    }
+    EXPECT_EQ(content(strFrame), strBefore);
+    EXPECT_THAT(m_Folder.names(),
+                ::testing::UnorderedElementsAre("dark.tif", "light.tif", "frames", "other", "text.tif"));
+    for (const Words& rUse :
+         std::vector<Words>{{}, {"record"}, {"record", "grey", "-d", "sim", "-o", "x"}, {"run", "-n", "0"}}) {
+        EXPECT_EQ(runProgram(XAPEL2_SHADING_PROGRAM, rUse).iExit, 2) << ::testing::PrintToString(rUse);
+    }
+}
+
+TEST_F(Command, DevicesListsWhatCanBeOpened) {
+    const json Json = run({"devices"});
+    ASSERT_FALSE(Json.at("devices").empty());
+    const json& rFirst = Json.at("devices")[0];
+    EXPECT_EQ(rFirst.at("id"), "sim");
+    EXPECT_EQ(rFirst.at("pixelFormat"), "Mono12");
+    EXPECT_EQ(rFirst.at("width"), 1024);
+}
+
+// One frame a second: the signal meets a fetch that waits.
+TEST_F(Command, InterruptEndsInOrder) {
+    const std::string strSlow = "sim:7?width=32&height=32&fps=1";
+    recordPair("sim:7?width=32&height=32");
+    const struct {
+        Words astrWords;
+        int iSignal, iExit;
+    } aRows[] = {
+        {{"record", "dark", "-d", strSlow, "-n", "1000", "-o", file("dark.tif")}, SIGINT, -1},
+        {{"record", "dark", "-d", strSlow, "-n", "1000", "-o", file("new.tif")}, SIGTERM, -1},
+        {withPair({"run", "-d", strSlow, "-n", "1000"}), SIGINT, -1},
+        {withPair({"run", "-d", strSlow}), SIGINT, 0},
+    };
+    const std::string strBefore = content(file("dark.tif"));
+    for (const auto& rRow : aRows) {
+        CProgram Program(XAPEL2_SHADING_PROGRAM, rRow.astrWords);
+        ASSERT_TRUE(XapelTest::eventually([&] { return Program.out().find("from sim") != std::string::npos; }));
+        Program.signal(rRow.iSignal);
+        const ProgramResult Result = Program.wait();
+        EXPECT_EQ(Result.iExit, rRow.iExit) << Result.strErr;
+        EXPECT_EQ(Result.iSignal, rRow.iExit == 0 ? 0 : rRow.iSignal);
+    }
+    EXPECT_EQ(content(file("dark.tif")), strBefore);
+    EXPECT_THAT(m_Folder.names(), ::testing::UnorderedElementsAre("dark.tif", "light.tif"));
+}

@@ -1,0 +1,146 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Sessions of the application with a host that misbehaves.
+
+#include <atomic>
+#include <csignal>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include "TemporaryFolder.h"
+#include "device/CorrectedStream.h"
+#include "device/Interrupt.h"
+#include "device/Pair.h"
+#include "device/Recording.h"
+#include "xapel2_standin/Control.h"
+#include "xapel2_standin/ReferenceFile.h"
+
+namespace Control = XAPEL2::StandIn::Control;
+using namespace XAPEL2::App;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Pair;
+using XAPEL2::Test::CTemporaryFolder;
+
+namespace {
+
+constexpr const char* CAMERA = "sim:7?width=32&height=32&format=Mono8";
+
+// Every third frame comes incomplete, from the first on.
+void loseEveryThird() {
+    Control::setBufferFaults([](uint64_t i) { return i % 3 == 0 ? Control::eIncomplete : Control::eGood; });
+}
+
+class Session : public ::testing::Test {
+protected:
+    ~Session() override { Control::reset(); }
+    Recording record(bool bLight, uint64_t nFrames, const char* pFile) {
+        CSession Camera(CAMERA);
+        return recordReference(Camera, bLight, nFrames, m_Folder / pFile, m_Progress);
+    }
+
+    CTemporaryFolder m_Folder;
+    CProgress m_Progress;
+};
+
+}  // namespace
+
+TEST_F(Session, IncompleteFramesAreLeftOutAndCounted) {
+    loseEveryThird();
+    const Recording Made = record(true, 4, "light.tif");
+    EXPECT_EQ(Made.nFrames, 4U);
+    EXPECT_EQ(Made.nLeftOut, 2U);
+    EXPECT_THAT(Made.strLeftOut, HasSubstr("incomplete"));
+    EXPECT_EQ(XAPEL2::StandIn::readReferenceFile(m_Folder / "light.tif").nImages, 4U);
+
+    CSession Camera(CAMERA);
+    PairOptions Light;
+    Light.strLight = m_Folder / "light.tif";
+    applyPair(Camera, Light);
+    for (const bool bKeepRaw : {false, true}) {
+        CCorrectedStream Stream(Camera, bKeepRaw);
+        Stream.start(0, false);
+        unsigned nSaid = 0;
+        for (unsigned i = 0; i < 9; ++i) {
+            const CCorrectedStream::Fetched Fetched = Stream.next();
+            nSaid += Fetched.bNewReason ? 1 : 0;
+            Camera.giveBack(Fetched.hBuffer);
+        }
+        Stream.stop();
+        EXPECT_EQ(Stream.tally().nCorrected, 6U);
+        EXPECT_THAT(Stream.tally().mapUntouched, ElementsAre(Pair(HasSubstr("incomplete"), 3U)));
+        EXPECT_EQ(nSaid, 1U);
+    }
+    Control::setBufferFaults([](uint64_t) { return Control::eNoImage; });
+    EXPECT_THROW(record(true, 4, "none.tif"), std::runtime_error);
+    EXPECT_THAT(m_Folder.names(), ElementsAre("light.tif"));
+}
+
+// The file with the settings is a little larger, and there is just no room for it.
+TEST_F(Session, RecordingOutlivesItsSettings) {
+    EXPECT_EQ(record(false, 2, "dark.tif").strNoSettings, "");
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit Before{};
+    getrlimit(RLIMIT_FSIZE, &Before);
+    const rlimit Tight{std::filesystem::file_size(m_Folder / "dark.tif") - 1, Before.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &Tight);
+    const Recording Made = record(false, 3, "dark.tif");
+    setrlimit(RLIMIT_FSIZE, &Before);
+    EXPECT_THAT(Made.strNoSettings, HasSubstr("large"));
+    const auto Reference = XAPEL2::StandIn::readReferenceFile(m_Folder / "dark.tif");
+    EXPECT_EQ(Reference.nImages, 3U);
+    EXPECT_EQ(Reference.strCamera, "");
+    EXPECT_THAT(m_Folder.names(), ElementsAre("dark.tif"));
+}
+
+TEST_F(Session, InterruptEndsAFetchThatWaitsForNothing) {
+    EXPECT_EXIT(
+        {
+            Interrupt::install();
+            CSession Camera(CAMERA, 60.0);
+            Camera.start(1);
+            Camera.fetch();
+            std::thread Signal([&] {
+                Control::waitForBlockedFetches(Camera.stream(), 1, 10000);
+                std::raise(SIGINT);
+            });
+            EXPECT_THROW(Camera.fetch(), CInterruptedError);
+            Signal.join();
+            Interrupt::endProcess();
+        },
+        ::testing::KilledBySignal(SIGINT), "");
+}
+
+TEST_F(Session, FetchSurvivesTheSwitchingOfCorrection) {
+    CSession Camera(CAMERA);
+    Camera.start();
+    std::atomic<bool> bEnd{false};
+    std::thread Switch([&] {
+        for (bool bOn = true; !bEnd; bOn = !bOn) Camera.shading().SetEnable(bOn);
+    });
+    for (unsigned i = 0; i < 200; ++i) Camera.giveBack(Camera.fetch());
+    bEnd = true;
+    Switch.join();
+    Camera.stop();
+}
+
+TEST(Progress, LineTellsRateTimeLeftAndMore) {
+    EXPECT_EQ(progressText("recording", 0, 16, 0, 0.0, ""), "recording 0/16");
+    EXPECT_EQ(progressText("recording", 12, 16, 10, 2.0, "saturated 0.1 %"),
+              "recording 12/16, 5.0 fps, 0:01 left, saturated 0.1 %");
+    EXPECT_EQ(progressText("correcting", 7, 0, 4, 8.0, ""), "correcting 7, 0.5 fps");
+    EXPECT_EQ(progressText("recording", 100, 6100, 100, 1.0, ""), "recording 100/6100, 100.0 fps, 1:00 left");
+}
+
+TEST(HostTraces, SpeakPlainly) {
+    const std::pair<const char*, const char*> aRows[] = {
+        {"Extended-API;CVexShadingObj; extended_useFilledBuffer; invalid Buffer;", "incomplete, or without an image"},
+        {"ImageProcessor; image left untouched; a reference is applied for another size; image Mono8 4x4, 16 bytes",
+         "a reference is applied for another size; image Mono8 4x4, 16 bytes"},
+        {"ImageProcessor; reference file a.tif; it is a dark reference", "it is a dark reference"},
+        {"frame cannot be produced: x.pgm: cannot be read", "frame cannot be produced: x.pgm: cannot be read"}};
+    for (const auto& [pTrace, pPlain] : aRows) EXPECT_EQ(plainTrace(pTrace), pPlain);
+}
