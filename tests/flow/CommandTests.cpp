@@ -41,12 +41,13 @@ protected:
     }
 
     void recordPair(const std::string& strDevice) {
-        run({"record", "dark", "-d", strDevice, "-n", "4", "-o", file("dark.tif")});
-        run({"record", "light", "-d", strDevice, "-n", "4", "-o", file("light.tif")});
+        run({"record", "dark", "-d", strDevice, "-n", "16", "-o", file("dark.tif")});
+        run({"record", "light", "-d", strDevice, "-n", "16", "-o", file("light.tif")});
     }
 
-    Words withPair(Words astrWords) const {
-        astrWords.insert(astrWords.end(), {"--dark", file("dark.tif"), "--light", file("light.tif")});
+    Words withPair(Words astrWords, const Words& rMore = {}) const {
+        astrWords.insert(astrWords.begin() + 1, {"--dark", file("dark.tif"), "--light", file("light.tif")});
+        astrWords.insert(astrWords.end(), rMore.begin(), rMore.end());
         return astrWords;
     }
 
@@ -81,13 +82,10 @@ TEST_F(Command, EveryRoadOfAFrameGivesTheSameBytes) {
     for (const char* pFormat : {"Mono8", "Mono12", "Mono12p", "BayerRG10p", "RGB8"}) {
         SCOPED_TRACE(pFormat);
         const std::string strDevice = std::string("sim:7?width=66&height=34&format=") + pFormat;
+        const std::string strFolder = std::string(pFormat) + "/";
         recordPair(strDevice);
-        const Words astrRun = withPair({"run", "-d", strDevice, "-n", "3", "--overwrite", "-o"});
-        const auto fnRun = [&](const char* pFolder, Words astrMore) {
-            Words astrWords = astrRun;
-            astrWords.push_back(file(pFolder));
-            astrWords.insert(astrWords.end(), astrMore.begin(), astrMore.end());
-            const json Json = run(astrWords);
+        const auto fnRun = [&](const std::string& strOut, const Words& rMore) {
+            const json Json = run(withPair({"run", "-d", strDevice, "-n", "3", "-o", file(strFolder + strOut)}, rMore));
             EXPECT_EQ(Json.at("corrected"), 3);
             EXPECT_EQ(Json.at("written"), 3);
             EXPECT_EQ(Json.at("addedMs").at("frames"), 3);
@@ -95,18 +93,16 @@ TEST_F(Command, EveryRoadOfAFrameGivesTheSameBytes) {
         fnRun("stream", {});
         fnRun("handed-in", {"--raw"});
         fnRun("tiff", {"--raw", "--format", "tiff"});
+        EXPECT_EQ(contents(strFolder + "handed-in"), contents(strFolder + "stream"));
+        EXPECT_NE(contents(strFolder + "handed-in/raw"), contents(strFolder + "stream"));
         for (const char* pRaw : {"handed-in/raw", "tiff/raw"}) {
-            Words astrWords = withPair({"correct", "--overwrite", "-o", file("files")});
-            const Words astrFiles = filesIn(pRaw);
-            astrWords.insert(astrWords.end(), astrFiles.begin(), astrFiles.end());
+            const Words astrFiles = filesIn(strFolder + pRaw);
             // A pixmap of three channels is no file that the host reads.
             if (fs::path(astrFiles.at(0)).extension() != ".ppm") {
-                EXPECT_EQ(run(astrWords).at("written"), 3);
-                EXPECT_EQ(contents("files"), contents("stream")) << pRaw;
+                run(withPair({"correct", "--overwrite", "-o", file(strFolder + "files")}, astrFiles));
+                EXPECT_EQ(contents(strFolder + "files"), contents(strFolder + "stream")) << pRaw;
             }
         }
-        EXPECT_EQ(contents("handed-in"), contents("stream"));
-        EXPECT_NE(contents("handed-in/raw"), contents("stream"));
     }
 }
 
@@ -117,14 +113,13 @@ TEST_F(Command, RecordingTellsWhatIsInTheFile) {
     const auto Reference = XAPEL2::StandIn::readReferenceFile(file("light.tif"));
     EXPECT_EQ(Reference.nImages, 5U);
     EXPECT_DOUBLE_EQ(Json.at("saturatedShare").get<double>(), Reference.dSaturatedShare);
-    EXPECT_DOUBLE_EQ(Json.at("judgement").at("mean").get<double>(), Reference.dMean);
+    EXPECT_NEAR(Json.at("judgement").at("mean").get<double>(), Reference.dMean, 1e-3);
     EXPECT_EQ(json::parse(Reference.strCamera).at("ExposureTime"), 10000);
 }
 
 TEST_F(Command, ReferencesAreJudgedAgainstTheCamera) {
     const std::string strCamera = "sim:7?width=64&height=48&sensorwidth=96&sensorheight=48";
     recordPair(strCamera);
-    const Words astrRun = withPair({"run", "-n", "2", "-d"});
     const struct {
         const char *pSettings, *pSaid;
         int iExit, iForcedExit;
@@ -136,8 +131,7 @@ TEST_F(Command, ReferencesAreJudgedAgainstTheCamera) {
         {"&format=Mono8", "refused: ", 1, 1},
     };
     for (const auto& rRow : aRows) {
-        Words astrWords = astrRun;
-        astrWords.push_back(strCamera + rRow.pSettings);
+        Words astrWords = withPair({"run", "-n", "2", "-d", strCamera + rRow.pSettings});
         const json Json = run(astrWords, rRow.iExit, rRow.pSaid);
         EXPECT_EQ(Json.at("judgement").at("verdict") == "good", rRow.pSaid[0] == '\0');
         astrWords.push_back("--force");
@@ -174,10 +168,8 @@ TEST_F(Command, FailureHasItsExitCodeAndSaysWhatToDo) {
     fs::create_directories(file("other"));
     fs::create_hard_link(strFrame, file("other/") + fs::path(strFrame).filename().string());
     std::ofstream(file("text.tif")) << "text";
-    const Words astrCorrect = withPair({"correct", strFrame, "--format", "tiff", "-o"});
-    const auto fnAdd = [](Words astrWords, const Words& rMore) {
-        astrWords.insert(astrWords.end(), rMore.begin(), rMore.end());
-        return astrWords;
+    const auto fnCorrect = [&](const Words& rMore) {
+        return withPair({"correct", strFrame, "--format", "tiff", "-o"}, rMore);
     };
     const struct {
         Words astrWords;
@@ -186,15 +178,15 @@ TEST_F(Command, FailureHasItsExitCodeAndSaysWhatToDo) {
     } aRows[] = {
         {{"run", "-d", strCamera}, 2, "--light"},
         {withPair({"run", "-d", strCamera, "-n", "2", "--format", "tiff", "-o", file("frames")}), 2, "--overwrite"},
-        {fnAdd(astrCorrect, {file("frames")}), 2, "source"},
-        {fnAdd(astrCorrect, {file("frames"), "--overwrite"}), 2, "source"},
-        {fnAdd(astrCorrect, {file("other"), "--overwrite"}), 2, "source"},
-        {fnAdd(astrCorrect, {file("new"), file("text.tif")}), 3, "text.tif"},
-        {fnAdd(astrCorrect, {file("new"), file("other/") + fs::path(strFrame).filename().string()}), 2, "by itself"},
+        {fnCorrect({file("frames")}), 2, "source"},
+        {fnCorrect({file("frames"), "--overwrite"}), 2, "source"},
+        {fnCorrect({file("other"), "--overwrite"}), 2, "source"},
+        {fnCorrect({file("new"), file("text.tif")}), 3, "text.tif"},
+        {fnCorrect({file("new"), file("other/") + fs::path(strFrame).filename().string()}), 2, "by itself"},
         {{"record", "dark", "-d", strCamera, "-o", file("no/dark.tif")}, 3, "create it"},
         {{"record", "dark", "-d", "simulated", "-o", file("d.tif")}, 3, "simulated"},
         {{"record", "dark", "-d", strCamera + "&fps=1", "--timeout", "0.05", "-o", file("d.tif")}, 3, "--timeout"},
-        {{"run", "-d", strCamera, "--light", file("dark.tif")}, 1, "light"},
+        {{"run", "-d", strCamera, "--light", file("dark.tif")}, 2, "--dark"},
         {{"run", "-d", strCamera, "--light", file("text.tif")}, 3, "text.tif"},
         {{"run", "-d", "replay:" + file("none"), "--light", file("light.tif")}, 3, "none"},
     };

@@ -6,6 +6,7 @@
 
 #include <stdexcept>
 
+#include "commands/Exit.h"
 #include "commands/Output.h"
 #include "xapel2_standin/ReferenceFile.h"
 
@@ -13,6 +14,16 @@ namespace XAPEL2 {
 namespace App {
 
 namespace {
+
+StandIn::ReferenceImage readKind(const std::string& strFile, StandIn::eReferenceKind eKind) {
+    StandIn::ReferenceImage Result = readReference(strFile);
+    if (Result.eKind != eKind) {
+        throw CUsageError(eKind == StandIn::eReferenceLight
+                              ? strFile + " is a dark reference, not a light one; give it with --dark"
+                              : strFile + " is a light reference, not a dark one; give it with --light");
+    }
+    return Result;
+}
 
 void append(Findings& rTo, const Findings& rFrom) {
     rTo.insert(rTo.end(), rFrom.begin(), rFrom.end());
@@ -31,11 +42,11 @@ StandIn::ReferenceImage readReference(const std::string& strFile) {
 JudgedPair judge(const PairOptions& rPair) {
     JudgedPair Result;
     if (!rPair.strDark.empty()) {
-        Result.Dark = readReference(rPair.strDark);
+        Result.Dark = readKind(rPair.strDark, StandIn::eReferenceDark);
         Result.DarkJudgement = judgeReference(*Result.Dark);
     }
     if (!rPair.strLight.empty()) {
-        Result.Light = readReference(rPair.strLight);
+        Result.Light = readKind(rPair.strLight, StandIn::eReferenceLight);
         Result.LightJudgement = judgeReference(*Result.Light, Result.Dark ? &*Result.Dark : nullptr);
     }
     if (Result.Dark && Result.Light) {

@@ -35,6 +35,7 @@ struct JudgedPair {
 
 /// Reads the files that rPair names and judges them.
 /// @throws std::runtime_error  a file cannot be used; names it.
+/// @throws CUsageError         a file holds the other kind of reference.
 JudgedPair judge(const PairOptions& rPair);
 
 /// The reference in this file.
