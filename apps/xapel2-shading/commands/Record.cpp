@@ -118,8 +118,11 @@ int runRecord(const RecordOptions& rOptions) {
     describe(Output, rOptions, Result, Judgement);
     const bool bRefused = refused(Judgement.vecFindings, rOptions.bForce);
     if (bRefused) {
-        warnAbout(Judgement.vecFindings);
-        complain(rOptions.strFile + " is refused; record again, or keep it with --force");
+        for (const Finding& rFinding : Judgement.vecFindings) {
+            if (rFinding.eLevel == eRefusal) {
+                complain(rOptions.strFile + " is refused: " + rFinding.strText + " " + rFinding.strAdvice);
+            }
+        }
     }
     return Output.finish(bRefused ? eExitRefused : eExitDone);
 }

@@ -88,8 +88,8 @@ void CRecorder::stream(uint64_t nFrames) {
     const uint64_t nWanted = nHas == 0 ? nFrames : std::min(nFrames, nHas);
     const std::string strStep = m_bLight ? "recording the light reference" : "recording the dark reference";
     m_rSession.seekFrame(0);
-    m_rSession.start();
     const Clock::time_point tBegin = Clock::now();
+    m_rSession.start();
     m_rProgress.show(strStep, 0, nWanted);
     // A camera with so many frames begins again after the last one; no frame is to count twice.
     for (uint64_t i = 0; m_Result.nFrames < nWanted && (nHas == 0 || i < nHas); ++i) {
