@@ -18,14 +18,10 @@
 
 #include "CorrectionTable.h"
 
-#include <sys/mman.h>
-
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
-#include <new>
 
 namespace XAPEL2 {
 namespace StandIn {
@@ -33,19 +29,6 @@ namespace StandIn {
 namespace {
 
 constexpr std::size_t EXCEPTION_SHARE = 1000;  // of so many samples, one may be an exception
-constexpr std::size_t HUGE_PAGE = std::size_t{1} << 21;
-
-TableMemory allocate(std::size_t nBytes) {
-    const bool bHuge = nBytes >= HUGE_PAGE;
-    const std::size_t nUnit = bHuge ? HUGE_PAGE : 64;
-    const std::size_t nWhole = nBytes / nUnit * nUnit + nUnit;
-    TableMemory pMemory(static_cast<uint8_t*>(std::aligned_alloc(nUnit, nWhole)));
-    if (!pMemory)
-        throw std::bad_alloc();
-    if (bHuge)
-        madvise(pMemory.get(), nWhole, MADV_HUGEPAGE);  // refused: the same with small pages
-    return pMemory;
-}
 
 double power(int iExponent) {
     return std::ldexp(1.0, iExponent);
@@ -235,7 +218,7 @@ bool build(const CFormula& rFormula, CorrectionTable& rTable) {
     sWide.pFormat = rTable.sLayout.pFormat;
     const EncodeRule sWideRule = encodeRule(sWide);
     rTable.pBlocks.reset();  // before the next is made
-    rTable.pBlocks = allocate(nBlocks * rTable.sLayout.blockBytes());
+    rTable.pBlocks = allocateLarge(nBlocks * rTable.sLayout.blockBytes());
     FormulaBlock sBlock;
     EncodedBlock sCodes;
     for (std::size_t iBlock = 0; iBlock < nBlocks; ++iBlock) {
@@ -257,10 +240,6 @@ bool build(const CFormula& rFormula, CorrectionTable& rTable) {
 }
 
 }  // namespace
-
-void FreeMemory::operator()(uint8_t* pMemory) const {
-    std::free(pMemory);
-}
 
 std::string TableLayout::description() const {
     const unsigned nUnit = sPoint.nOffsetBits - nDarkShift;

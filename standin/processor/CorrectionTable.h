@@ -6,12 +6,12 @@
 
 #include <cstdint>
 #include <cstring>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "Correction.h"
 #include "CorrectionFormula.h"
+#include "LargeMemory.h"
 
 namespace XAPEL2 {
 namespace StandIn {
@@ -78,15 +78,9 @@ struct TableException {
     TableEntry sEntry;
 };
 
-/// Memory at an address of which 64, in long tables 2 MiB, is a divisor.
-struct FreeMemory {
-    void operator()(uint8_t* pMemory) const;
-};
-using TableMemory = std::unique_ptr<uint8_t[], FreeMemory>;
-
 struct CorrectionTable {
     TableLayout sLayout;
-    TableMemory pBlocks;                        // one for each 64 samples begun, the last filled up with D = 0, G = 1
+    LargeMemory pBlocks;                        // one for each 64 samples begun, the last filled up with D = 0, G = 1
     std::vector<TableException> vecExceptions;  // in the order of the image, at most 1 of 1,000 samples
 };
 

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "LargeMemory.h"
 #include "xapel2_standin/ReferenceImage.h"
 
 namespace XAPEL2 {
@@ -49,8 +50,8 @@ private:
 
     // Sums of each sample over the images. One of the narrow ones is in use, by the format; a sum of all images is the
     // narrow one and, once there are wide ones, the wide one together.
-    std::vector<uint16_t> m_vSums16;
-    std::vector<uint32_t> m_vSums32;
+    std::vector<uint16_t, LargeAllocator<uint16_t>> m_vSums16;
+    std::vector<uint32_t, LargeAllocator<uint32_t>> m_vSums32;
     std::vector<uint64_t> m_vSums64;
     uint64_t m_nNarrow = 0;  // images in the narrow sums
 };
