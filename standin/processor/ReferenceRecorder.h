@@ -52,7 +52,7 @@ private:
     // narrow one and, once there are wide ones, the wide one together.
     std::vector<uint16_t, LargeAllocator<uint16_t>> m_vSums16;
     std::vector<uint32_t, LargeAllocator<uint32_t>> m_vSums32;
-    std::vector<uint64_t> m_vSums64;
+    std::vector<uint64_t, LargeAllocator<uint64_t>> m_vSums64;
     uint64_t m_nNarrow = 0;  // images in the narrow sums
 };
 
