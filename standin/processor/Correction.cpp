@@ -23,7 +23,7 @@ public:
         : m_sTable(std::move(sTable)),
           m_nSamples(rLayout.samples()),
           m_rTarget(rTarget),
-          m_fnKernel(rTarget.fnKernel(m_sTable.sLayout)) {}
+          m_fnKernel(rTarget.fnKernel(m_sTable.sLayout, m_nSamples)) {}
 
     void correct(void* pImage) const noexcept override {
         CChunks oChunks(m_sTable, static_cast<uint8_t*>(pImage), m_nSamples);

@@ -26,12 +26,11 @@ namespace HWY_NAMESPACE {
 #if HWY_TARGET != HWY_SCALAR && HWY_TARGET != HWY_EMU128
 
 /// 8-bit samples: the bytes at even and odd places are two vectors of words, each sample in the high byte of its word.
-template <bool BYTE_FIELDS>
+template <class D8, bool BYTE_FIELDS>
 void correct8(CChunks& rChunks) {
     const TableLayout& rLayout = rChunks.layout();
-    // From memory, 32 bytes at a time are faster than 64.
-    const hn::CappedTag<uint8_t, 32> d8;
-    const hn::Repartition<uint16_t, decltype(d8)> d16;
+    const D8 d8;
+    const hn::Repartition<uint16_t, D8> d16;
     constexpr std::size_t BYTES = hn::MaxLanes(d8);
     const int nFraction = 8 - static_cast<int>(rLayout.nDarkShift);
     const int nDown = static_cast<int>(rLayout.productBits()) - 16;
@@ -71,6 +70,9 @@ void correct8(CChunks& rChunks) {
         }
     }
 }
+
+/// An image with fewer samples of 8 bits and its table, 3 or 4 MB, are still in a cache when the next image comes.
+constexpr std::size_t CACHED_SAMPLES = std::size_t{1} << 20;
 
 /// What the gains have above their 16-bit words.
 enum eWhole { eWholeNone, eWholeBit, eWholeBits };
@@ -214,13 +216,19 @@ Kernel kernelWithoutWhole(const TableLayout& rLayout) {
     return bRoundLow ? Words16<D, IO, false, eWholeNone, true>::run : Words16<D, IO, false, eWholeNone, false>::run;
 }
 
-Kernel findKernel(const TableLayout& rLayout) {
+Kernel findKernel(const TableLayout& rLayout, std::size_t nSamples) {
     using D = hn::ScalableTag<uint16_t>;
     if (rLayout.isWide())
         return correctWide;
     const bool bByteFields = rLayout.nFieldBytes == 1;
-    if (rLayout.pFormat->nWireBits == 8)
-        return bByteFields ? correct8<true> : correct8<false>;
+    if (rLayout.pFormat->nWireBits == 8) {
+        // From memory, 32 bytes at a time are faster than 64; from caches it is the other way round.
+        using Cached = hn::ScalableTag<uint8_t>;
+        using Streamed = hn::CappedTag<uint8_t, 32>;
+        if (nSamples < CACHED_SAMPLES)
+            return bByteFields ? correct8<Cached, true> : correct8<Cached, false>;
+        return bByteFields ? correct8<Streamed, true> : correct8<Streamed, false>;
+    }
     if (rLayout.pFormat->bSplit)
         return rLayout.pFormat->nBits == 10 ? kernelWithoutWhole<D, Split10>(rLayout)
                                             : kernelWithoutWhole<D, Split12>(rLayout);
@@ -267,7 +275,7 @@ void correctScalar(CChunks& rChunks) {
     }
 }
 
-Kernel scalarKernel(const TableLayout&) {
+Kernel scalarKernel(const TableLayout&, std::size_t) {
     return correctScalar;
 }
 
@@ -277,7 +285,7 @@ const std::vector<KernelTarget>& kernelTargets() {
     static const std::vector<KernelTarget> s_Targets = [] {
         const int64_t uTargets = hwy::SupportedTargets();
         std::vector<KernelTarget> vecTargets;
-        const auto add = [&](int64_t uTarget, Kernel (*fnKernel)(const TableLayout&)) {
+        const auto add = [&](int64_t uTarget, Kernel (*fnKernel)(const TableLayout&, std::size_t)) {
             if ((uTargets & uTarget) != 0)
                 vecTargets.push_back({hwy::TargetName(uTarget), fnKernel});
         };

@@ -17,7 +17,8 @@ using Kernel = void (*)(CChunks& rChunks);
 
 struct KernelTarget {
     const char* pName;
-    Kernel (*fnKernel)(const TableLayout& rLayout);  ///< the target's kernel for a layout, never null
+    /// The target's kernel for a layout and images of so many samples, never null.
+    Kernel (*fnKernel)(const TableLayout& rLayout, std::size_t nSamples);
 };
 
 /// What this processor can run, fastest first; the last is "scalar", the definition itself. The processor is asked once

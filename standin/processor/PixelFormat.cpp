@@ -130,7 +130,8 @@ struct Split {
     static uint16_t unpackOne(const uint8_t* pBytes, std::size_t iSample) {
         const uint8_t* const pPair = pBytes + iSample / 2 * 3;
         const std::size_t iOfTwo = iSample % 2;
-        return static_cast<uint16_t>(pPair[2 * iOfTwo] << BELOW | (pPair[1] >> (4 * iOfTwo) & MASK));
+        const unsigned uUpper = pPair[2 * iOfTwo];
+        return static_cast<uint16_t>(uUpper << BELOW | (pPair[1] >> (4 * iOfTwo) & MASK));
     }
     static void packOne(unsigned uSample, std::size_t iSample, uint8_t* pBytes) {
         uint8_t* const pPair = pBytes + iSample / 2 * 3;

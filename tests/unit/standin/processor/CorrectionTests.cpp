@@ -245,6 +245,23 @@ TEST(Correction, GivesTheDefinitionsBytesWithEveryTableAndTarget) {
     }
 }
 
+// Images of 8 bits that no cache keeps have kernels of their own.
+TEST(Correction, GivesTheDefinitionsBytesForLargeImages) {
+    for (const TableCase& rCase : {TABLE_CASES[0], TABLE_CASES[6]}) {
+        const ImageLayout sLayout = layout(rCase.pFormat, 1024, 1025);
+        const References sReferences = draw(sLayout, rCase);
+        std::mt19937 oRandom(5);
+        const std::vector<uint8_t> vIn = noise(sLayout.bytes(), oRandom);
+        std::vector<uint8_t> vExpected = vIn;
+        make(sLayout, sReferences, "scalar")->correct(vExpected.data());
+        for (const char* pTarget : correctionTargets()) {
+            std::vector<uint8_t> vImage = vIn;
+            make(sLayout, sReferences, pTarget)->correct(vImage.data());
+            EXPECT_TRUE(vImage == vExpected) << rCase.pTable << ", " << pTarget;
+        }
+    }
+}
+
 // Pixels that a small table cannot hold, at the ends of blocks, of the parts that are worked on at once, of the image.
 TEST(Correction, KeepsTheBoundForHotPixelsWithoutALargerTable) {
     for (const char* pFormat : {"Mono8", "Mono12", "Mono16", "Mono12p", "BayerRG10p", "Mono10Packed"}) {
