@@ -7,12 +7,10 @@
 //     fetch-off/ours           with the library, correction off
 //     fetch-on/ours            with correction on
 //     processor/host           the five node writes and the command for such a frame, by themselves
-//     queries/host             the eleven questions about a buffer that correction asks, outside of a fetch: inside,
-//                              where the host answers them without a lock, they take less
 //
 // The host's own share is measured by itself, so that the library's can be told: with correction off it is what
 // fetch-off takes more than fetch-forwarded, with it on what fetch-on takes more than fetch-off and processor, the
-// host's answers included.
+// host's answers to what it asks about the buffer included.
 
 #include <atomic>
 #include <functional>
@@ -27,7 +25,6 @@
 #include "TinyStream.h"
 #include "XapelAccessControl.h"
 #include "xapel2/GenTLCodes.h"
-#include "xapel2/XapelBuffer.h"
 #include "xapel2/XapelBypassRegistration.h"
 #include "xapel2_ext_sc.h"
 
@@ -79,9 +76,9 @@ public:
             m_Stream.fill();
         };
         fnPrepare();
-        m_hLast = m_Stream.fetch(m_nFrames);
+        m_Stream.fetch(m_nFrames);
         m_Stream.requirePixels(eWanted == eOn ? CTinyStream::PIXEL - DARK : CTinyStream::PIXEL);
-        rRounds.add({pName, [this](uint64_t nTimes) { m_hLast = m_Stream.fetch(nTimes); }, fnPrepare, m_nFrames, true});
+        rRounds.add({pName, [this](uint64_t nTimes) { m_Stream.fetch(nTimes); }, fnPrepare, m_nFrames, true});
     }
 
     void addProcessor(CRounds& rRounds) {
@@ -92,15 +89,6 @@ public:
             throw std::runtime_error("wrong result of the image processor");
         rRounds.add({"processor/host", [this](uint64_t nTimes) {
                          for (uint64_t i = 0; i < nTimes; ++i) m_Nodes.process("Mono8", 1, 1, 1, &m_uPixel);
-                     }});
-    }
-
-    void addQueries(CRounds& rRounds) {
-        rRounds.add({"queries/host", [this](uint64_t nTimes) {
-                         uint64_t uSum = 0;
-                         for (uint64_t i = 0; i < nTimes; ++i) uSum += query(m_hLast);
-                         if (uSum == 0)
-                             throw std::runtime_error("wrong result of a buffer query");
                      }});
     }
 
@@ -120,26 +108,6 @@ private:
         m_pShading->SetEnable(true);
     }
 
-    static uint64_t query(void* hBuffer) {
-        BufferInfoFunc pfnInfo = nullptr;
-        getFuncPtr_BufferInfo(hBuffer, &pfnInfo);
-        uint64_t uSum = 0;
-        for (const int32_t iInfo :
-             {BUFFER_INFO_IS_INCOMPLETE, BUFFER_INFO_IMAGEPRESENT, BUFFER_INFO_SIZE_FILLED, BUFFER_INFO_SIZE,
-              BUFFER_INFO_WIDTH, BUFFER_INFO_HEIGHT, BUFFER_INFO_BASE, BUFFER_INFO_IMAGEOFFSET}) {
-            int32_t iType = 0;
-            uint64_t uValue = 0;
-            uint64_t nSize = sizeof uValue;
-            pfnInfo(iInfo, &iType, &uValue, &nSize, hBuffer);
-            uSum += uValue;
-        }
-        BufferGetPixelFormatFunc pfnFormat = nullptr;
-        getFuncPtr_BufferGetPixelFormat(hBuffer, &pfnFormat);
-        std::string strFormat;
-        pfnFormat(strFormat, hBuffer);
-        return strFormat == "Mono8" ? uSum : 0;
-    }
-
     const XAPEL2::Test::CTemporaryFolder m_Folder;
     const uint64_t m_nFrames;
     CTinyStream m_Stream;
@@ -147,7 +115,6 @@ private:
     std::unique_ptr<Shading> m_pShading;  // before the stream's device is closed
     CShadingNodes m_Nodes;
     uint8_t m_uPixel = 0;
-    void* m_hLast = nullptr;  // a buffer that has been fetched
 };
 
 /// The mutex beside the words, as a hub has them.
@@ -220,9 +187,8 @@ void bench(const Options& rOptions) {
     fetches.addFetch(rounds, "fetch-off/ours", CFetchBench::eOff);
     fetches.addFetch(rounds, "fetch-on/ours", CFetchBench::eOn);
     fetches.addProcessor(rounds);
-    fetches.addQueries(rounds);
     rounds.run();
-    for (std::size_t i = 0; i < 6; ++i) rounds.print(i, rounds.name(i));
+    for (std::size_t i = 0; i < 5; ++i) rounds.print(i, rounds.name(i));
     benchGate(rOptions);
 }
 

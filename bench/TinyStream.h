@@ -53,13 +53,12 @@ public:
         require(stopAcquisition(m_pStream), "end the camera's thread");
     }
 
-    /// Fetches frames that wait. @return the last one. @throws std::runtime_error  a fetch failed.
-    XAPEL2::StandIn::BufferHandle fetch(uint64_t nFrames) {
+    /// Fetches frames that wait. @throws std::runtime_error  a fetch failed.
+    void fetch(uint64_t nFrames) {
         XAPEL2::StandIn::BufferHandle hBuffer = nullptr;
         int iResult = 0;
         for (uint64_t i = 0; i < nFrames; ++i) iResult |= XAPEL2::StandIn::getFilledBuffer(m_pStream, &hBuffer, 0);
         require(iResult, "fetch a frame");
-        return hBuffer;
     }
 
     /// @throws std::runtime_error  a pixel of the frames has another value.

@@ -125,7 +125,7 @@ def references(figures):
 
 
 def fetch(figures):
-    names = [n for n in figures.names() if re.match("fetch-|processor|queries|gate-", n)]
+    names = [n for n in figures.names() if re.match("fetch-|processor|gate-", n)]
     if not names:
         return []
     rows = [[name, f"{figures.ns(name):.1f}", spread(figures.each(name)), "-"] for name in names]
@@ -136,9 +136,8 @@ def fetch(figures):
 
     add("correction off adds to a forwarding hook", [(1, "fetch-off/ours"), (-1, "fetch-forwarded/host")], 40)
     add("correction off adds to the bare fetch", [(1, "fetch-off/ours"), (-1, "fetch-bare/host")], None)
-    on = [(1, "fetch-on/ours"), (-1, "fetch-off/ours"), (-1, "processor/host")]
-    add("correction on adds beyond the processor", on, 150)
-    add("correction on adds beyond processor and queries", on + [(-1, "queries/host")], None)
+    add("correction on adds beyond the processor",
+        [(1, "fetch-on/ours"), (-1, "fetch-off/ours"), (-1, "processor/host")], 150)
     for threads in ("1-thread", "2-threads"):
         base = f"gate-{threads}/shared_mutex"
         for ours in (f"gate-{threads}/ours", f"gate-{threads}/ours-flags"):
