@@ -247,6 +247,7 @@ TEST_F(ReplaySource, ListedFilesAreTheSceneInTheirOrderAndFormat) {
     write("b.pgm", pgm(2, 1, 65535, {4095, 1}));
     write("sub/b.pgm", pgm(2, 1, 1023, {2, 3}));
     writeTiff(path("a.image"), {2, 1}, {4, 4096});
+    writeTiff(path("rgb.tif"), {2, 1, 8, 3, COMPRESSION_NONE, PHOTOMETRIC_RGB}, {1});
     write("small.pgm", pgm(1, 1, 65535, {4}));
     write("byte.pgm", pgm(2, 1, 255, {4, 5}));
     const auto fnOpen = [&](const std::vector<std::string>& aNames, const char* pFormat) {
@@ -272,6 +273,7 @@ TEST_F(ReplaySource, ListedFilesAreTheSceneInTheirOrderAndFormat) {
         {{"b.pgm"}, "Mono9", "unknown format 'Mono9'"},
         {{"b.pgm"}, "BayerRG8", "stored as Mono16, which cannot be read as BayerRG8"},
         {{"b.pgm"}, "RGB8", "cannot be read as RGB8"},
+        {{"rgb.tif"}, "Mono8", "stored as RGB8"},
         {{"b.pgm", "sub/b.pgm"}, "", "b.pgm is 2 x 1 Mono16)"},
         {{"b.pgm", "small.pgm"}, "Mono16", "small.pgm: differs from the files before it: width 1 instead of 2"},
         {{"b.pgm", "byte.pgm"}, "Mono12", "byte.pgm: its samples are stored as Mono8"}};
