@@ -139,7 +139,7 @@ void addRun(CLI::App& rCli, CommandLine& rLine) {
     pRun->add_option("-n,--frames", rRun.nFrames, "Frames to fetch; without it until Ctrl-C, or all of a replay")
         ->check(CLI::PositiveNumber);
     pRun->add_option("--scene", rRun.strScene, "What a simulated or replayed camera shows: Dark, Light or Scene")
-        ->check(CLI::IsMember({"Dark", "Light", "Scene"}, CLI::ignore_case))
+        ->transform(CLI::IsMember({"Dark", "Light", "Scene"}, CLI::ignore_case))
         ->capture_default_str();
     CLI::Option* pOut = pRun->add_option("-o,--out", rRun.strOut, "Folder to write the frames to");
     pRun->add_flag("--raw", rRun.bRaw, "Write the uncorrected frames too, to OUT/raw")->needs(pOut);
@@ -244,7 +244,10 @@ int run(int argc, char** argv) {
     } catch (const CLI::ParseError& rError) {
         return Cli.exit(rError) == 0 ? eExitDone : eExitUsage;
     }
-    Interrupt::install();
+    // What takes no frames can simply be killed.
+    if (Line.strCommand != "check" && Line.strCommand != "devices") {
+        Interrupt::install();
+    }
     const int iExit = runCommand(Line);
     if (iExit == eExitInterrupted) {
         // By now the camera is closed: one whose program is killed stays taken for a while.

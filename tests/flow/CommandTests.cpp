@@ -167,6 +167,8 @@ TEST_F(Command, FailureHasItsExitCodeAndSaysWhatToDo) {
     run(withPair({"run", "-d", strCamera, "-n", "2", "--format", "tiff", "-o", file("frames")}));
     const std::string strFrame = filesIn("frames").at(0), strBefore = content(strFrame);
     fs::create_directories(file("other"));
+    fs::create_directories(file("replay"));
+    fs::copy_file(strFrame, file("replay/light_1.tif"));
     fs::create_hard_link(strFrame, file("other/") + fs::path(strFrame).filename().string());
     std::ofstream(file("text.tif")) << "text";
     const auto fnCorrect = [&](const Words& rMore) {
@@ -189,6 +191,7 @@ TEST_F(Command, FailureHasItsExitCodeAndSaysWhatToDo) {
         {{"record", "dark", "-d", strCamera + "&fps=1", "--timeout", "0.05", "-o", file("d.tif")}, 3, "--timeout"},
         {{"run", "-d", strCamera, "--light", file("dark.tif")}, 2, "--dark"},
         {{"run", "-d", strCamera, "--light", file("text.tif")}, 3, "text.tif"},
+        {{"record", "light", "-d", "replay:" + file("replay"), "-o", file("replay/light_1.tif")}, 2, "source"},
         {{"run", "-d", "replay:" + file("none"), "--light", file("light.tif")}, 3, "none"},
     };
     for (const auto& rRow : aRows) {
@@ -196,7 +199,7 @@ TEST_F(Command, FailureHasItsExitCodeAndSaysWhatToDo) {
     }
     EXPECT_EQ(content(strFrame), strBefore);
     EXPECT_THAT(m_Folder.names(),
-                ::testing::UnorderedElementsAre("dark.tif", "light.tif", "frames", "other", "text.tif"));
+                ::testing::UnorderedElementsAre("dark.tif", "light.tif", "frames", "other", "replay", "text.tif"));
     for (const Words& rUse :
          std::vector<Words>{{}, {"record"}, {"record", "grey", "-d", "sim", "-o", "x"}, {"run", "-n", "0"}}) {
         EXPECT_EQ(runProgram(XAPEL2_SHADING_PROGRAM, rUse).iExit, 2) << ::testing::PrintToString(rUse);

@@ -18,9 +18,12 @@ namespace App {
 namespace {
 
 FrameOutput outputOf(const CorrectOptions& rOptions) {
-    FrameOutput Output{rOptions.strOut, rOptions.strFormat, false, rOptions.bOverwrite, rOptions.vecFiles};
-    Output.vecSources.push_back(rOptions.Pair.strDark);
-    Output.vecSources.push_back(rOptions.Pair.strLight);
+    FrameOutput Output{rOptions.strOut, rOptions.strFormat, false, rOptions.bOverwrite, {}};
+    Output.Sources.add(rOptions.Pair.strDark);
+    Output.Sources.add(rOptions.Pair.strLight);
+    for (const std::string& rFile : rOptions.vecFiles) {
+        Output.Sources.add(rFile);
+    }
     return Output;
 }
 
@@ -31,10 +34,7 @@ const StandIn::PixelFormat& formatOf(const JudgedPair& rPair) {
 // Before the first file is written: all can be, or none is.
 void requireFree(const CorrectOptions& rOptions, const StandIn::PixelFormat& rFormat) {
     const FrameOutput Output = outputOf(rOptions);
-    CFrameWriter Writer(Output.strFolder, Output.strFormat, Output.bOverwrite);
-    for (const std::string& rSource : Output.vecSources) {
-        Writer.protect(rSource);
-    }
+    const CFrameWriter Writer(Output.strFolder, Output.strFormat, Output.bOverwrite, Output.Sources);
     std::set<std::string> Names;
     for (const std::string& rFile : rOptions.vecFiles) {
         Frame Named;

@@ -24,16 +24,9 @@ CCorrectionRun::CCorrectionRun(CSession& rSession, const FrameOutput& rFrames)
         return;
     }
     const std::filesystem::path Folder = m_Frames.strFolder;
-    m_Corrected.emplace(Folder, m_Frames.strFormat, m_Frames.bOverwrite);
+    m_Corrected.emplace(Folder, m_Frames.strFormat, m_Frames.bOverwrite, m_Frames.Sources);
     if (m_Frames.bRaw) {
-        m_Raw.emplace(Folder / "raw", m_Frames.strFormat, m_Frames.bOverwrite);
-    }
-    for (const std::string& rSource : m_Frames.vecSources) {
-        for (std::optional<CFrameWriter>* pWriter : {&m_Corrected, &m_Raw}) {
-            if (*pWriter) {
-                (*pWriter)->protect(rSource);
-            }
-        }
+        m_Raw.emplace(Folder / "raw", m_Frames.strFormat, m_Frames.bOverwrite, m_Frames.Sources);
     }
 }
 

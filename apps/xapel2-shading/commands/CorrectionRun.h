@@ -8,7 +8,6 @@
 #include <optional>
 #include <set>
 #include <string>
-#include <vector>
 
 #include "commands/Output.h"
 #include "device/CorrectedStream.h"
@@ -24,7 +23,7 @@ struct FrameOutput {
     std::string strFormat;  ///< "pgm" or "tiff"
     bool bRaw = false;      ///< the uncorrected ones too, to FOLDER/raw
     bool bOverwrite = false;
-    std::vector<std::string> vecSources;  ///< files, and folders of them, that are never written over
+    CSourceFiles Sources;  ///< never written over
 };
 
 /// Corrects the frames of a session.

@@ -17,9 +17,16 @@ namespace App {
 namespace {
 
 // What can be opened beside the cameras that the host lists, for people.
-constexpr const char* OTHERS =
-    "\nA simulated camera takes a seed and settings: sim:SEED?width=W&height=H&format=F\n"
-    "Recorded frames (dark_*, light_*, scene_*; PGM or TIFF) are replayed from a folder: replay:DIR\n";
+struct Form {
+    const char *pId, *pWhat;
+};
+constexpr Form FORMS[] = {
+    {"sim:SEED?width=W&height=H&format=F",
+     "simulated camera; also exposure, gain, offsetx, offsety, binning, reversex, "
+     "reversey, fps, sensorwidth, sensorheight"},
+    {"replay:DIR", "recorded frames dark_*, light_*, scene_* (PGM or TIFF)"},
+    {"replay:DIR?format=F", "the same, where the files cannot tell their pixel format, such as BayerRG12"},
+};
 
 /// A camera, opened for as long as this lives.
 class COpened {
@@ -67,7 +74,12 @@ int runDevices(const DevicesOptions& rOptions) {
                           << rDevice["height"] << '\n';
         }
     }
-    Output.text() << OTHERS;
+    Output.text() << "\nBesides, by its name:\n";
+    nlohmann::ordered_json& rForms = Output.json()["forms"] = nlohmann::ordered_json::array();
+    for (const Form& rForm : FORMS) {
+        Output.text() << rForm.pId << "  " << rForm.pWhat << '\n';
+        rForms.push_back({{"id", rForm.pId}, {"description", rForm.pWhat}});
+    }
     return Output.finish(eExitDone);
 }
 

@@ -16,6 +16,7 @@
 #include "commands/Output.h"
 #include "device/Interrupt.h"
 #include "device/Recording.h"
+#include "images/SourceFiles.h"
 #include "judge/JudgementText.h"
 
 namespace XAPEL2 {
@@ -26,7 +27,11 @@ namespace {
 namespace fs = std::filesystem;
 
 // Before frames are taken: a camera may need minutes for them.
-void requireWritable(const std::string& strFile) {
+void requireWritable(const RecordOptions& rOptions) {
+    const std::string& strFile = rOptions.strFile;
+    CSourceFiles Sources;
+    Sources.addDevice(rOptions.strDevice);
+    Sources.requireOther(strFile);
     const fs::path Parent = fs::path(strFile).parent_path();
     const fs::path Folder = Parent.empty() ? "." : Parent;
     std::error_code Ignored;
@@ -95,7 +100,7 @@ void describe(COutput& rOutput, const RecordOptions& rOptions, const Recording& 
 
 int runRecord(const RecordOptions& rOptions) {
     COutput Output("record", rOptions.bJson);
-    requireWritable(rOptions.strFile);
+    requireWritable(rOptions);
     CSession Session(rOptions.strDevice, rOptions.fTimeoutS);
     Output.json()["device"] = rOptions.strDevice;
     Output.json()["kind"] = rOptions.bLight ? "light" : "dark";

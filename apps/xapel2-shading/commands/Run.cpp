@@ -16,8 +16,6 @@ namespace App {
 
 namespace {
 
-constexpr const char* REPLAY = "replay:";
-
 // Points the camera, and tells how many frames to fetch; 0: until the user ends it. Where nobody says how many, a
 // camera that has only so many frames gives each of them once. They are written once, too: then it would begin again
 // under the same names.
@@ -33,12 +31,9 @@ uint64_t selectFrames(CSession& rSession, const RunOptions& rOptions) {
 
 FrameOutput outputOf(const RunOptions& rOptions) {
     FrameOutput Output{rOptions.strOut, rOptions.strFormat, rOptions.bRaw, rOptions.bOverwrite, {}};
-    Output.vecSources = {rOptions.Pair.strDark, rOptions.Pair.strLight};
-    if (rOptions.strDevice.rfind(REPLAY, 0) == 0) {
-        const std::string strFolder = rOptions.strDevice.substr(std::string(REPLAY).size());
-        Output.vecSources.push_back(strFolder);
-        Output.vecSources.push_back(strFolder.substr(0, strFolder.rfind('?')));
-    }
+    Output.Sources.add(rOptions.Pair.strDark);
+    Output.Sources.add(rOptions.Pair.strLight);
+    Output.Sources.addDevice(rOptions.strDevice);
     return Output;
 }
 

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <stdexcept>
 #include <thread>
 
@@ -44,7 +45,7 @@ CSession::CSession(const std::string& strDevice, double fTimeoutS)
           strDevice, [&] { return StandIn::openDevice(strDevice); }, fTimeoutS) {}
 
 CSession::CSession(const std::string& strName, const Opener& fnOpen, double fTimeoutS)
-    : m_strDevice(strName), m_fTimeoutS(fTimeoutS) {
+    : m_strDevice(strName), m_fTimeoutS(fTimeoutS), m_fDeadlineS(fTimeoutS) {
     m_pDevice = fnOpen();
     m_pStream = StandIn::firstDataStream(m_pDevice);
     try {
@@ -130,6 +131,7 @@ uint64_t CSession::frameCount() const {
 }
 
 void CSession::start(uint64_t nFrames) {
+    m_fDeadlineS = m_fTimeoutS + exposureS();
     for (StandIn::BufferHandle hBuffer : m_ahBuffers) {
         check(StandIn::queueBuffer(m_pStream, hBuffer), "queueing a buffer");
     }
@@ -151,26 +153,25 @@ bool CSession::frameWaits() {
 }
 
 // An exposure can be longer than any sensible time-out.
-double CSession::deadlineS() const {
-    const bool bExposure = nodes().GetNodePresent("ExposureTime");
-    return m_fTimeoutS + (bExposure ? static_cast<double>(node("ExposureTime").GetInt()) * 1e-6 : 0.0);
+double CSession::exposureS() const {
+    const bool bTold = nodes().GetNodePresent("ExposureTime");
+    return bTold ? std::strtod(node("ExposureTime").GetString().get(), nullptr) * 1e-6 : 0.0;
 }
 
-void CSession::failWaiting(double fSeconds) {
+void CSession::failWaiting() {
     const std::string strWhy = m_Traces.takeText();
-    throw std::runtime_error(m_strDevice + ": the camera delivers no frame for " + fixed(fSeconds, 1) + " s" +
+    throw std::runtime_error(m_strDevice + ": the camera delivers no frame for " + fixed(m_fDeadlineS, 1) + " s" +
                              (strWhy.empty() ? "" : ", " + strWhy) +
                              "; look at its cable and trigger, or give it more time with --timeout");
 }
 
 void CSession::waitForFrame() {
-    const double fDeadlineS = deadlineS();
     const Clock::time_point tBegin = Clock::now();
     std::chrono::microseconds Pause = POLL_SHORTEST;
     while (!frameWaits()) {
         Interrupt::check();
-        if (secondsSince(tBegin) > fDeadlineS) {
-            failWaiting(fDeadlineS);
+        if (secondsSince(tBegin) > m_fDeadlineS) {
+            failWaiting();
         }
         std::this_thread::sleep_for(Pause);
         Pause = std::min(Pause * 2, POLL_LONGEST);
@@ -178,11 +179,10 @@ void CSession::waitForFrame() {
 }
 
 StandIn::BufferHandle CSession::fetch() {
-    const double fDeadlineS = deadlineS();
     const Clock::time_point tBegin = Clock::now();
     for (;;) {
         Interrupt::check();
-        const double fLeftMs = std::max(0.0, (fDeadlineS - secondsSince(tBegin)) * 1e3);
+        const double fLeftMs = std::max(0.0, (m_fDeadlineS - secondsSince(tBegin)) * 1e3);
         const auto iLeftMs = static_cast<unsigned long long>(fLeftMs) + 1;
         StandIn::BufferHandle hBuffer = nullptr;
         const Clock::time_point tCall = Clock::now();
@@ -192,7 +192,7 @@ StandIn::BufferHandle CSession::fetch() {
         // ends.
         if (iResult == GC_ERR_TIMEOUT || (iResult == GC_ERR_ABORT && fLeftMs <= 0.0)) {
             Interrupt::check();
-            failWaiting(fDeadlineS);
+            failWaiting();
         }
         if (iResult != GC_ERR_ABORT) {
             check(iResult, "fetching a frame");

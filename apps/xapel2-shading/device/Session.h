@@ -99,14 +99,15 @@ public:
 private:
     Node& node(const char* pName) const;
     void check(int iResult, const char* pStep);
-    [[noreturn]] void failWaiting(double fSeconds);
-    double deadlineS() const;
+    [[noreturn]] void failWaiting();
+    double exposureS() const;
     void requireComplete(StandIn::BufferHandle hBuffer);
     template <typename T>
     T bufferInfo(StandIn::BufferHandle hBuffer, int iInfoCmd) const;
 
     std::string m_strDevice;
     double m_fTimeoutS;
+    double m_fDeadlineS;  // since the last start
     double m_fLastFetchMs = 0.0;
     CHostTraces m_Traces;             // outlives all that traces
     Device* m_pDevice = nullptr;      // the host's, until the destructor closes it

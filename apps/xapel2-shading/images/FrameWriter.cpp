@@ -7,8 +7,6 @@
 #include <stdexcept>
 #include <system_error>
 
-#include <sys/stat.h>
-
 #include "commands/Exit.h"
 
 namespace XAPEL2 {
@@ -16,38 +14,16 @@ namespace App {
 
 namespace fs = std::filesystem;
 
-CFrameWriter::CFrameWriter(const fs::path& rFolder, const std::string& strFormat, bool bOverwrite)
-    : m_Folder(rFolder), m_eKind(strFormat == "tiff" ? eTiff : ePixmap), m_bOverwrite(bOverwrite) {}
-
-bool CFrameWriter::identify(const fs::path& rFile, FileId& rId) {
-    struct stat Status {};
-    if (stat(rFile.c_str(), &Status) != 0) {
-        return false;
-    }
-    rId = {static_cast<uint64_t>(Status.st_dev), static_cast<uint64_t>(Status.st_ino)};
-    return true;
-}
-
-void CFrameWriter::protect(const fs::path& rSource) {
-    FileId Id;
-    std::error_code Ignored;
-    if (fs::is_directory(rSource, Ignored)) {
-        for (const fs::directory_entry& rEntry : fs::directory_iterator(rSource, Ignored)) {
-            if (identify(rEntry.path(), Id)) {
-                m_Sources.insert(Id);
-            }
-        }
-    } else if (identify(rSource, Id)) {
-        m_Sources.insert(Id);
-    }
-}
+CFrameWriter::CFrameWriter(const fs::path& rFolder, const std::string& strFormat, bool bOverwrite,
+                           const CSourceFiles& rSources)
+    : m_Folder(rFolder),
+      m_eKind(strFormat == "tiff" ? eTiff : ePixmap),
+      m_bOverwrite(bOverwrite),
+      m_Sources(rSources) {}
 
 void CFrameWriter::requireFree(const Frame& rFrame) const {
     const fs::path File = frameFile(m_Folder, rFrame, m_eKind);
-    FileId Id;
-    if (identify(File, Id) && m_Sources.count(Id) != 0) {
-        throw CUsageError(File.string() + " is a source and is not overwritten; choose another folder with -o");
-    }
+    m_Sources.requireOther(File);
     if (m_Written.count(File) != 0) {
         throw CUsageError(File.string() + " would be written twice; two sources have this name");
     }

@@ -7,9 +7,9 @@
 #include <filesystem>
 #include <set>
 #include <string>
-#include <utility>
 
 #include "images/FrameFile.h"
+#include "images/SourceFiles.h"
 
 namespace XAPEL2 {
 namespace App {
@@ -20,10 +20,8 @@ namespace App {
 class CFrameWriter {
 public:
     /// @param[in] strFormat  "pgm" or "tiff".
-    CFrameWriter(const std::filesystem::path& rFolder, const std::string& strFormat, bool bOverwrite);
-
-    /// Takes a file, or each file of a folder, for a source. What does not exist is none.
-    void protect(const std::filesystem::path& rSource);
+    CFrameWriter(const std::filesystem::path& rFolder, const std::string& strFormat, bool bOverwrite,
+                 const CSourceFiles& rSources);
 
     /// Throws when this frame may not be written.
     /// @throws CUsageError  says which file is in the way, and what to do.
@@ -35,14 +33,10 @@ public:
     std::filesystem::path write(const Frame& rFrame);
 
 private:
-    /// Device and inode: one file, whatever its names.
-    using FileId = std::pair<uint64_t, uint64_t>;
-    static bool identify(const std::filesystem::path& rFile, FileId& rId);
-
     std::filesystem::path m_Folder;
     eFrameFile m_eKind;
     bool m_bOverwrite;
-    std::set<FileId> m_Sources;
+    CSourceFiles m_Sources;
     std::set<std::filesystem::path> m_Written;
 };
 
