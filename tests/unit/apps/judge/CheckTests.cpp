@@ -56,6 +56,7 @@ TEST(SelfTest, PairIsFlatOnItsOwnMeanAndOneShiftedByAPixelIsNot) {
         // Samples that cannot be made flat do not count.
         Files.Light.vSamples[5] = static_cast<float>(Files.Light.sLayout.pFormat->fullScale());
         Files.Light.vSamples[9] = Files.Dark.vSamples[9];
+        Files.Light.vSamples[11] = Files.Dark.vSamples[11] + 0.007F * Files.Light.vSamples[5];
         Files.write();
         const double dFlat = selfTest(Files.strDark, Files.strLight, Files.Dark, Files.Light);
         EXPECT_LE(dFlat, Files.Light.sLayout.pFormat->nBits > 12 ? 1.75 : 1.0);
@@ -68,16 +69,18 @@ TEST(SelfTest, PairIsFlatOnItsOwnMeanAndOneShiftedByAPixelIsNot) {
 
 TEST(Check, TellsAGoodPairWithTheSameNumbersInTextAndJson) {
     Pair Files("Mono12");
-    Files.Dark.vSamples[96 * 20 + 33] = 900.0F;
+    Files.Dark.vSamples[96 * 20 + 33] += 836.0F;
+    Files.Light.vSamples[96 * 20 + 33] += 836.0F;
     const ProgramResult Text = check(Files, {"--list"}), Json = check(Files, {"--json", "--list"});
     EXPECT_EQ(Text.iExit, 0) << Text.strErr;
-    EXPECT_THAT(Text.strOut, HasSubstr("hot pixel at x 33, y 20: 900.0 DN"));
+    EXPECT_THAT(Text.strOut, HasSubstr("hot pixel at x 33, y 20: 90"));
     EXPECT_THAT(Text.strOut, HasSubstr("Verdict: good"));
     EXPECT_EQ(Json.iExit, 0);
     const auto Told = nlohmann::json::parse(Json.strOut);
     EXPECT_EQ(Told["verdict"], "good");
     EXPECT_EQ(Told["dark"]["hotPixels"], 1);
     EXPECT_EQ(Told["dark"]["defects"][0]["x"], 33);
+    EXPECT_EQ(Told["light"]["brightPixels"], 0);
     EXPECT_TRUE(Told["dark"]["camera"].empty());
     EXPECT_LE(Told["pair"]["selfTestDn"].get<double>(), 1.0);
     char acGain[40];

@@ -68,7 +68,7 @@ TEST(Judgement, SaysWhatIsWrongWithThePairAndNothingElse) {
         Change fnChange;
     } aCases[] = {
         {"", [](auto&, auto&) {}},
-        {"", [](auto& rDark, auto&) { rDark.vSamples[100] = 900.0F; }},  // one hot pixel rejects nothing
+        {"", [](auto& rDark, auto&) { rDark.vSamples[100] = 2000.0F; }},  // one hot pixel rejects nothing
         {"", [](auto&, auto& rLight) { rLight.dSaturatedShare = 0.0009; }},
         {"warning saturated", [](auto&, auto& rLight) { rLight.dSaturatedShare = 0.01; }},
         {"refusal saturated", [](auto&, auto& rLight) { rLight.dSaturatedShare = 0.0101; }},
