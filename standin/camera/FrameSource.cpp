@@ -151,7 +151,9 @@ std::unique_ptr<IFrameSource> makeFrameSource(const std::string& strId) {
     }
     if (strId.rfind("replay:", 0) == 0)
         return makeReplay(strId, strId.substr(7));
-    refuse(strId, "no such source, expected sim, sim:SEED, sim:SEED?width=W&height=H&format=F or replay:DIR");
+    refuse(strId,
+           "no such source, expected sim, sim:SEED, sim:SEED?width=W&height=H&format=F, replay:DIR or "
+           "aravis:ID");
 }
 
 std::unique_ptr<IFrameSource> makeFileSource(const std::vector<std::string>& aFiles, const std::string& strFormat) {

@@ -10,31 +10,14 @@
 #include <list>
 #include <memory>
 #include <mutex>
-#include <string>
 #include <unordered_map>
 
+#include "FrameInfo.h"
 #include "InfoValue.h"
 #include "xapel2_standin/Host.h"
-#include "xapel2_standin/PixelFormat.h"
 
 namespace XAPEL2 {
 namespace StandIn {
-
-/// What the camera wrote into a buffer.
-struct FrameInfo {
-    bool bImage = false;
-    bool bIncomplete = false;
-    std::size_t nFilled = 0;       // bytes, from the base on
-    std::size_t nImageOffset = 0;  // bytes from the base to the image
-    uint64_t nWidth = 0, nHeight = 0, nOffsetX = 0, nOffsetY = 0;
-    uint64_t iFrameId = 0;
-    uint64_t iTimestamp = 0;  // ns
-    const PixelFormat* pFormat = nullptr;
-};
-
-struct NamedFrameInfo : FrameInfo {
-    std::string strName;
-};
 
 enum eBufferState { eBufferIdle, eBufferQueued, eBufferFilling, eBufferFilled, eBufferRevoked };
 

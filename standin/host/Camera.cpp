@@ -33,6 +33,8 @@ CCamera::CCamera(std::unique_ptr<IFrameSource> pSource)
     addScene();
 }
 
+CCamera::CCamera(std::unique_ptr<ILiveCamera> pLive) : m_pLive(std::move(pLive)), m_table(m_pLive->nodes()) {}
+
 void CCamera::addAxes() {
     const Axis x = {&CameraSettings::nWidth, &CameraSettings::nOffsetX, &CameraSettings::nBinningX,
                     &CameraSettings::iReverseX, m_pSource->sensorWidth()};
@@ -215,6 +217,14 @@ void CCamera::addScene() {
 CameraSettings CCamera::settings() const {
     std::lock_guard<std::mutex> lock(m_mtx);
     return m_settings;
+}
+
+std::size_t CCamera::imageSize() const {
+    if (m_pLive != nullptr) {
+        return m_pLive->payloadSize();
+    }
+    const CameraSettings now = settings();
+    return imageBytes(*now.pFormat, now.nWidth, now.nHeight);
 }
 
 bool CCamera::beginAcquisition() {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 the xapel2_ext_sc authors
-// A camera: a frame source with its settings as remote nodes.
+// A camera: a frame source with its settings as remote nodes, or a live camera with its own.
 
 #pragma once
 
@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "FrameSource.h"
+#include "LiveCamera.h"
 #include "Nodes.h"
 
 namespace XAPEL2 {
@@ -27,10 +28,14 @@ struct FrameRequest {
 class CCamera {
 public:
     explicit CCamera(std::unique_ptr<IFrameSource> pSource);
+    explicit CCamera(std::unique_ptr<ILiveCamera> pLive);
 
     const NodeTable& table() const { return m_table; }
+    /// Null for a camera whose frames are made from a source. The other way round, source() is for those only.
+    ILiveCamera* live() const { return m_pLive.get(); }
     IFrameSource& source() { return *m_pSource; }
-    CameraSettings settings() const;
+    /// Bytes of an image with the present settings.
+    std::size_t imageSize() const;
 
     /// Locks the image settings. False while another acquisition of this camera runs.
     bool beginAcquisition();
@@ -44,6 +49,7 @@ public:
 private:
     using IntLimits = std::array<int64_t, 2>;
 
+    CameraSettings settings() const;
     void add(NodeSpec spec) { m_table.push_back(std::move(spec)); }
     /// One direction of the image.
     struct Axis {
@@ -68,9 +74,10 @@ private:
     void addScene();
 
     const std::unique_ptr<IFrameSource> m_pSource;
+    const std::unique_ptr<ILiveCamera> m_pLive;
     const std::vector<const PixelFormat*> m_vecFormats;
     std::array<uint64_t, 3> m_aFrameCounts{};  // by scene; fixed
-    const bool m_bCanResize;
+    const bool m_bCanResize = false;
     NodeTable m_table;
 
     mutable std::mutex m_mtx;  // guards the members below

@@ -10,10 +10,8 @@
 namespace XAPEL2 {
 namespace StandIn {
 
-CDevice::CDevice(std::unique_ptr<IFrameSource> pSource)
-    : m_pCamera(std::make_shared<CCamera>(std::move(pSource))),
-      m_pShell(HostAccess::newDevice()),
-      m_pListShell(HostAccess::newStreamList()) {
+CDevice::CDevice(std::shared_ptr<CCamera> pCamera)
+    : m_pCamera(std::move(pCamera)), m_pShell(HostAccess::newDevice()), m_pListShell(HostAccess::newStreamList()) {
     auto pNodes = std::make_unique<CNodeMapShell>(std::shared_ptr<const NodeTable>(m_pCamera, &m_pCamera->table()));
     m_pNodes = pNodes.get();
     CNodeMapShell::keep(std::move(pNodes));

@@ -20,7 +20,7 @@ namespace StandIn {
 /// @threads any thread.
 class CDevice {
 public:
-    explicit CDevice(std::unique_ptr<IFrameSource> pSource);
+    explicit CDevice(std::shared_ptr<CCamera> pCamera);
 
     Device* shell() const { return m_pShell; }
     DataStreamList* listShell() const { return m_pListShell; }

@@ -4,10 +4,13 @@
 
 #include "xapel2_standin/Host.h"
 
+#include <cstring>
 #include <stdexcept>
 
 #include "CallFrame.h"
 #include "HostFunctions.h"
+#include "LiveModule.h"
+#include "Observation.h"
 #include "Registry.h"
 #include "Throw.h"
 #include "xapel2/XapelBypassRegistration.h"
@@ -35,25 +38,41 @@ int onStream(DataStream* pShell, tOperation fnOperation) {
     return pStream == nullptr ? GC_ERR_INVALID_HANDLE : fnOperation(*pStream);
 }
 
+// What an identifier of a live camera begins with, as the module's file name ends.
+constexpr const char* LIVE_PREFIX = "aravis:";
+
 }  // namespace
 
 std::vector<DeviceInfo> enumerateDevices() {
-    return {{"sim", "Simulated camera"}};
+    std::vector<DeviceInfo> vecDevices = {{"sim", "Simulated camera"}};
+    try {
+        for (const LiveCameraInfo& rInfo : liveProvider().list()) {
+            vecDevices.push_back({LIVE_PREFIX + rInfo.strId, rInfo.strDescription});
+        }
+    } catch (const CLiveError& rError) {
+        trace(1, "no real cameras are listed: ", rError.what());
+    }
+    return vecDevices;
 }
 
 namespace {
 
 template <class tMake>
-Device* openSource(tMake fnMake) {
-    std::unique_ptr<IFrameSource> pSource;
+Device* openCamera(tMake fnMake) {
+    std::shared_ptr<CCamera> pCamera;
     try {
-        pSource = fnMake();
+        pCamera = std::make_shared<CCamera>(fnMake());
+    } catch (const CLiveError& rError) {
+        if (rError.code() == GC_ERR_ACCESS_DENIED) {
+            XAPEL2_RAISE(AccessDenied, rError.what());
+        }
+        XAPEL2_RAISE(NotAvailable, rError.what());
     } catch (const std::invalid_argument& rError) {
         XAPEL2_RAISE(InvalidParameter, rError.what());
     } catch (const std::runtime_error& rError) {
         XAPEL2_RAISE(NotAvailable, rError.what());
     }
-    const auto pDevice = std::make_shared<CDevice>(std::move(pSource));
+    const auto pDevice = std::make_shared<CDevice>(std::move(pCamera));
     Registry::add(pDevice);
     return pDevice->shell();
 }
@@ -61,11 +80,14 @@ Device* openSource(tMake fnMake) {
 }  // namespace
 
 Device* openDevice(const std::string& strId) {
-    return openSource([&] { return makeFrameSource(strId); });
+    if (strId.rfind(LIVE_PREFIX, 0) == 0) {
+        return openCamera([&] { return liveProvider().open(strId.substr(std::strlen(LIVE_PREFIX))); });
+    }
+    return openCamera([&] { return makeFrameSource(strId); });
 }
 
 Device* openFiles(const std::vector<std::string>& vecFiles, const std::string& strFormat) {
-    return openSource([&] { return makeFileSource(vecFiles, strFormat); });
+    return openCamera([&] { return makeFileSource(vecFiles, strFormat); });
 }
 
 int closeDevice(Device* pShell) {

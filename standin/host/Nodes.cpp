@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <stdexcept>
 
 #include "Faults.h"
 #include "HostAccess.h"
@@ -88,6 +89,18 @@ struct Access {
         }
     }
 
+    // Runs a function of the owner. Its refusals become the host's.
+    template <class tCall>
+    auto ask(tCall fnCall) const {
+        try {
+            return fnCall();
+        } catch (const std::invalid_argument& rError) {
+            raise<Exceptions::Xapel_InvalidParameterException>(__FILE__, __LINE__, pName, message(rError.what()));
+        } catch (const std::runtime_error& rError) {
+            raise<Exceptions::Xapel_ErrorException>(__FILE__, __LINE__, pName, message(rError.what()));
+        }
+    }
+
     void observe(const std::string& strValue) const { observeNode({rSlot.strName, pName, strValue}); }
 
     const CNodeMapShell::Slot& rSlot;
@@ -120,7 +133,7 @@ int64_t readInt(const Access& rAccess, std::function<int64_t()> NodeSpec::*pProp
     try {
         rAccess.admit();
         rAccess.expect(rAccess.spec().eKind == eIntNode);
-        iValue = (rAccess.spec().*pProperty)();
+        iValue = rAccess.ask(rAccess.spec().*pProperty);
     } catch (...) {
         if (nodesAreObserved()) {
             rAccess.observe("");
@@ -134,7 +147,7 @@ int64_t readInt(const Access& rAccess, std::function<int64_t()> NodeSpec::*pProp
 }
 
 std::string textOf(const NodeSpec& rSpec) {
-    return rSpec.eKind == eIntNode ? std::to_string(rSpec.fnGetInt()) : rSpec.fnGetText();
+    return rSpec.fnGetText ? rSpec.fnGetText() : std::to_string(rSpec.fnGetInt());
 }
 
 }  // namespace
@@ -150,7 +163,7 @@ void Node::SetInt(long long iValue) {
     }
     access.admit();
     access.expect(access.spec().eKind == eIntNode);
-    access.check(setIntOf(access.spec(), iValue));
+    access.check(access.ask([&] { return setIntOf(access.spec(), iValue); }));
 }
 
 long long Node::GetInt() {
@@ -172,7 +185,7 @@ void Node::SetString(String strValue) {
     }
     access.admit();
     access.expect(access.spec().eKind == eTextNode);
-    access.check(setTextOf(access.spec(), strValue.get()));
+    access.check(access.ask([&] { return setTextOf(access.spec(), strValue.get()); }));
 }
 
 void Node::SetValue(String strValue) {
@@ -182,7 +195,9 @@ void Node::SetValue(String strValue) {
     }
     access.admit();
     const NodeSpec& rSpec = access.spec();
-    access.check(rSpec.eKind == eIntNode ? setIntFromText(rSpec, strValue.get()) : setTextOf(rSpec, strValue.get()));
+    const bool bNumber = rSpec.eKind == eIntNode && !rSpec.fnSetText;
+    access.check(
+        access.ask([&] { return bNumber ? setIntFromText(rSpec, strValue.get()) : setTextOf(rSpec, strValue.get()); }));
 }
 
 String Node::GetString() {
@@ -190,7 +205,7 @@ String Node::GetString() {
     std::string strValue;
     try {
         access.admit();
-        strValue = textOf(access.spec());
+        strValue = access.ask([&] { return textOf(access.spec()); });
     } catch (...) {
         if (nodesAreObserved()) {
             access.observe("");

@@ -4,32 +4,16 @@
 
 #pragma once
 
-#include <cstdint>
-#include <functional>
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "NodeSpec.h"
 #include "xapel2/XapelNodes.h"
 
 namespace XAPEL2 {
 namespace StandIn {
-
-enum eNodeKind { eIntNode, eTextNode, eEnumNode };
-enum eNodeResult { eNodeDone, eNodeInvalid, eNodeDenied };
-
-/// One node. The functions take the owner's lock themselves, for a moment; a null setter makes the node read-only.
-struct NodeSpec {
-    std::string strName;
-    eNodeKind eKind = eIntNode;
-    std::function<int64_t()> fnGetInt, fnMin, fnMax;    // integers
-    std::function<eNodeResult(int64_t)> fnSetInt;       // integers; checks the range
-    std::function<std::string()> fnGetText;             // texts and enumerations
-    std::function<eNodeResult(const char*)> fnSetText;  // texts and enumerations; checks the entry
-};
-
-/// The nodes of one owner; fixed once the owner stands.
-using NodeTable = std::vector<NodeSpec>;
 
 /// What an application sees of a node table. It may outlive the owner: every access is refused from then on.
 class CNodeMapShell {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include "Observation.h"
@@ -60,23 +61,47 @@ int CStream::start(uint64_t nFrames) {
         m_bGrabbing = true;
         m_bStop = false;
         m_counts = Counts{};
+        m_iFailure = 0;
         m_nImageOffset = switches().nImageOffset;
     }
     if (m_threadProducer.joinable()) {
         m_threadProducer.join();  // the one before has produced all its frames
     }
+    int iCode = GC_ERR_ERROR;
+    std::string strReason;
     try {
-        m_threadProducer = std::thread([this, nFrames] { produce(nFrames); });
+        startProducer(nFrames);
+        return GC_ERR_SUCCESS;
+    } catch (const CLiveError& rError) {
+        iCode = rError.code();
+        strReason = rError.what();
     } catch (const std::exception& rError) {
-        m_pCamera->endAcquisition();
-        {
-            std::lock_guard<std::mutex> lock(m_mtx);
-            m_bGrabbing = false;
-        }
-        trace(2, "the acquisition cannot start: ", rError.what());
-        return GC_ERR_ERROR;
+        strReason = rError.what();
     }
-    return GC_ERR_SUCCESS;
+    m_pCamera->endAcquisition();
+    {
+        std::lock_guard<std::mutex> lock(m_mtx);
+        m_bGrabbing = false;
+    }
+    trace(2, "the acquisition cannot start: ", strReason.c_str());
+    return iCode;
+}
+
+void CStream::startProducer(uint64_t nFrames) {
+    if (m_pCamera->live() == nullptr) {
+        m_threadProducer = std::thread([this, nFrames] { produce(nFrames); });
+        return;
+    }
+    try {
+        ILiveStream& rLive = startLive();
+        m_threadProducer = std::thread([this, &rLive, nFrames] {
+            t_pProducing = this;
+            produceLive(rLive, nFrames);
+        });
+    } catch (...) {
+        endLive();
+        throw;
+    }
 }
 
 int CStream::stop() {
@@ -96,6 +121,9 @@ void CStream::stopProducer() {
         std::lock_guard<std::mutex> lock(m_mtx);
         m_bStop = true;
         m_cvQueued.notify_all();
+        if (m_pLive != nullptr) {
+            m_pLive->wake();
+        }
     }
     if (m_threadProducer.joinable()) {
         m_threadProducer.join();
@@ -209,12 +237,14 @@ NamedFrameInfo CStream::fillFrame(const Buffer& rBuffer, uint64_t iFrame) {
 // With the last frame the acquisition is over: whoever has fetched it may start the next one. The thread that ends
 // touches nothing after that.
 void CStream::deliver(Buffer& rBuffer, NamedFrameInfo& rInfo, bool bLast) {
+    const bool bIncomplete = rInfo.bIncomplete;
     CBufferTable::instance().setInfo(rBuffer, rInfo);
     if (bLast) {
         m_pCamera->endAcquisition();
     }
     std::lock_guard<std::mutex> lock(m_mtx);
     m_bGrabbing = !bLast;
+    m_counts.nIncomplete += bIncomplete ? 1 : 0;
     move(rBuffer, m_lstFilled, eBufferFilled);
     // All of them: the one that is told first may have been ended by a cancel.
     m_cvFilled.notify_all();

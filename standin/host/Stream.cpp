@@ -28,7 +28,11 @@ bool CStream::isOpen() const {
 bool CStream::open() {
     std::lock_guard<std::mutex> control(m_mtxControl);
     std::lock_guard<std::mutex> lock(m_mtx);
-    return !std::exchange(m_bOpen, true);
+    if (std::exchange(m_bOpen, true)) {
+        return false;
+    }
+    m_iFailure = 0;
+    return true;
 }
 
 int CStream::close() {
@@ -62,9 +66,11 @@ int CStream::close() {
 }
 
 std::size_t CStream::payloadSizeLocked() const {
-    const CameraSettings settings = m_pCamera->settings();
+    if (m_pCamera->live() != nullptr) {
+        return m_pCamera->imageSize();
+    }
     const std::size_t nOffset = m_bGrabbing ? m_nImageOffset : switches().nImageOffset.load();
-    return nOffset + imageBytes(*settings.pFormat, settings.nWidth, settings.nHeight);
+    return nOffset + m_pCamera->imageSize();
 }
 
 std::size_t CStream::payloadSize() const {
@@ -154,6 +160,10 @@ int CStream::queue(BufferHandle hBuffer) {
     }
     if (pBuffer->nBytes < payloadSizeLocked()) {
         return GC_ERR_BUFFER_TOO_SMALL;
+    }
+    if (m_pLive != nullptr) {
+        handOver(*pBuffer);
+        return GC_ERR_SUCCESS;
     }
     move(*pBuffer, m_lstQueued, eBufferQueued);
     m_cvQueued.notify_all();

@@ -63,7 +63,7 @@ private:
         bool bEnded = false;
     };
     struct Counts {
-        uint64_t nDelivered = 0, nUnderrun = 0, nStarted = 0;
+        uint64_t nDelivered = 0, nUnderrun = 0, nStarted = 0, nIncomplete = 0;
     };
 
     // The caller holds the stream lock.
@@ -78,9 +78,18 @@ private:
 
     // The caller holds the control lock, not the stream lock.
     void stopProducer();
+    void startProducer(uint64_t nFrames);
+    ILiveStream& startLive();
+
+    // The caller holds the stream lock.
+    void handOver(Buffer& rBuffer);
+    // No lock held; on the producer thread or while there is none.
+    void endLive(const Buffer* pFilled = nullptr);
 
     // Producer thread, no lock held.
     void produce(uint64_t nFrames);
+    void produceLive(ILiveStream& rLive, uint64_t nFrames);
+    Buffer* nextLive(ILiveStream& rLive, NamedFrameInfo& rInfo);
     Buffer* nextQueued();
     bool waitForTick(uint64_t nHz);
     NamedFrameInfo fillFrame(const Buffer& rBuffer, uint64_t iFrame);
@@ -103,10 +112,12 @@ private:
     bool m_bGrabbing = false;
     bool m_bStop = false;
     Buffer::List m_lstIdle, m_lstQueued, m_lstFilling, m_lstFilled;
-    std::vector<Waiter*> m_vecWaiters;    // in the order in which they began to wait
-    std::atomic<uint64_t> m_uCancels{0};  // read without the lock for stamps
-    unsigned m_nSticky = 0;               // fetches yet to come that a cancel has ended already
-    std::size_t m_nImageOffset = 0;       // of the running acquisition
+    std::vector<Waiter*> m_vecWaiters;     // in the order in which they began to wait
+    std::atomic<uint64_t> m_uCancels{0};   // read without the lock for stamps
+    unsigned m_nSticky = 0;                // fetches yet to come that a cancel has ended already
+    std::size_t m_nImageOffset = 0;        // of the running acquisition
+    std::unique_ptr<ILiveStream> m_pLive;  // of a live camera's running acquisition
+    int m_iFailure = 0;                    // what fetches get that find no frame since the camera was lost
     Counts m_counts;
     std::chrono::steady_clock::time_point m_tNextTick;  // producer thread only
 };

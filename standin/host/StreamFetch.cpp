@@ -59,12 +59,15 @@ int CStream::fetch(void** ppBuffer, unsigned long long iTimeoutMs, uint64_t uSta
     if (!m_lstFilled.empty()) {
         return takeFilled(ppBuffer);
     }
+    if (m_iFailure != 0) {
+        return m_iFailure;
+    }
     if (iTimeoutMs == 0) {
         return GC_ERR_TIMEOUT;
     }
     m_vecWaiters.push_back(&waiter);
     m_cvBlocked.notify_all();
-    const auto fnReady = [&] { return fetchIsOver(waiter, uStamp) || !m_lstFilled.empty(); };
+    const auto fnReady = [&] { return fetchIsOver(waiter, uStamp) || !m_lstFilled.empty() || m_iFailure != 0; };
     bool bReady = true;
     if (bForever) {
         m_cvFilled.wait(lock, fnReady);
@@ -75,7 +78,10 @@ int CStream::fetch(void** ppBuffer, unsigned long long iTimeoutMs, uint64_t uSta
     if (!bReady) {
         return GC_ERR_TIMEOUT;
     }
-    return fetchIsOver(waiter, uStamp) ? GC_ERR_ABORT : takeFilled(ppBuffer);
+    if (fetchIsOver(waiter, uStamp)) {
+        return GC_ERR_ABORT;
+    }
+    return m_lstFilled.empty() ? m_iFailure : takeFilled(ppBuffer);
 }
 
 bool CStream::endOneWaiter() {
@@ -147,13 +153,16 @@ int CStream::info(int iInfoCmd, const InfoSlot& rSlot) const {
         case STREAM_INFO_NUM_ANNOUNCED:
             return writeSize(rSlot, m_lstIdle.size() + m_lstQueued.size() + m_lstFilling.size() + m_lstFilled.size());
         case STREAM_INFO_NUM_QUEUED:
-            return writeSize(rSlot, m_lstQueued.size());
+            // What a live camera's transport holds is queued too: nobody knows which one it is writing to.
+            return writeSize(rSlot, m_lstQueued.size() + (m_pLive != nullptr ? m_lstFilling.size() : 0));
         case STREAM_INFO_NUM_AWAIT_DELIVERY:
             return writeSize(rSlot, m_lstFilled.size());
         case STREAM_INFO_NUM_STARTED:
             return writeSize(rSlot, m_counts.nStarted);
         case STREAM_INFO_PAYLOAD_SIZE:
             return writeSize(rSlot, payloadSizeLocked());
+        case STREAM_INFO_STANDIN_NUM_INCOMPLETE:
+            return writeUint64(rSlot, m_counts.nIncomplete);
         case STREAM_INFO_IS_GRABBING:
             return writeBool(rSlot, m_bGrabbing);
         default:

@@ -30,24 +30,31 @@ constexpr unsigned long long TIMEOUT_INFINITE = ~0ULL;
 /// Buffer information of the stand-in's own: the name that the source gives the frame (STRING).
 constexpr int32_t BUFFER_INFO_STANDIN_FRAME_NAME = BUFFER_INFO_CUSTOM_ID + 1;
 
+/// Stream information of the stand-in's own: incomplete buffers since the acquisition started (UINT64).
+constexpr int STREAM_INFO_STANDIN_NUM_INCOMPLETE = 1001;
+
 struct DeviceInfo {
     std::string strId;           ///< what openDevice takes
     std::string strDescription;  ///< one line for people
 };
 
-/// The devices that can be opened without further knowledge (the simulated camera).
+/// The devices that can be opened without further knowledge: the simulated camera, and the real cameras that are found
+/// within two seconds or so (docs/cameras.md). Nothing else looks for cameras.
 XAPEL2_HOST_API std::vector<DeviceInfo> enumerateDevices();
 
 /// Opens a device with one closed data stream. It belongs to the host until closeDevice.
-/// @param[in] strId  "sim", "sim:SEED", "sim:SEED?width=640&height=480&format=Mono8", "replay:DIR", or
-///        "replay:DIR?format=BayerRG8". Settings of the simulated camera, in any order, are those that its nodes start
+/// @param[in] strId  "sim", "sim:SEED", "sim:SEED?width=640&height=480&format=Mono8", "replay:DIR",
+///        "replay:DIR?format=BayerRG8", or "aravis:ID" for a real camera: an identifier that enumerateDevices() lists, or
+///        the camera's network address. Settings of the simulated camera, in any order, are those that its nodes start
 ///        with: width, height, format, exposure (us), gain (percent), offsetx, offsety, binning (1, 2 or 4, both ways),
 ///        reversex, reversey (0 or 1), fps (Hz); and sensorwidth, sensorheight (pixels), without which the sensor is
 ///        just as large as offset, size and binning want. Its pattern is a function of seed and place on the sensor;
 ///        fall-off and dust spread over the sensor's size. A replayed format is given where the files cannot say it
 ///        (see openFiles).
 /// @throws Exceptions::Xapel_InvalidParameterException  the text names no device or carries a bad setting.
-/// @throws Exceptions::Xapel_NotAvailableException      the folder or one of its files cannot be used; names it.
+/// @throws Exceptions::Xapel_NotAvailableException      the folder or one of its files cannot be used, the camera is not
+///                                                      there, or this build knows no real cameras; names it.
+/// @throws Exceptions::Xapel_AccessDeniedException      another program has the camera.
 XAPEL2_HOST_API Device* openDevice(const std::string& strId);
 
 /// Opens image files as a camera: its scene Scene has exactly these frames in this order, the others have none. Files
@@ -71,6 +78,11 @@ XAPEL2_HOST_API int closeDevice(Device* pDevice);
 /// offset to the whole sensor), ReverseX, ReverseY (0 or 1; offsets count within the mirrored image; a filter array
 /// keeps its phase); StandInScene (Dark, Light, Scene), StandInFrame (index of the next frame of the scene; writing the
 /// scene sets it to 0) and StandInFrameCount (frames of the scene, 0 = without end). Null when the device is not open.
+///
+/// A real camera has DeviceModelName and those that it knows of PixelFormat, Width, Height, OffsetX, OffsetY, BinningHorizontal,
+/// BinningVertical, ReverseX, ReverseY (0 or 1), ExposureTime (us), Gain (in its own unit, often dB) and
+/// AcquisitionFrameRate. The last three are read as integers rounded, as texts in full; SetValue takes decimals. An
+/// access may take seconds when the camera does not answer, and then throws Xapel_ErrorException.
 XAPEL2_HOST_API NodeMap* remoteNodes(Device* pDevice);
 
 /// The device's first data stream, null when the device is not open.
@@ -94,7 +106,8 @@ XAPEL2_HOST_API int allocAndAnnounceBuffer(DataStream* pStream, std::size_t nByt
 /// Announces memory of the caller, which must stay until the buffer is revoked or the stream closed.
 XAPEL2_HOST_API int announceBuffer(DataStream* pStream, void* pMemory, std::size_t nBytes, BufferHandle* phBuffer);
 
-/// Takes a buffer back. GC_ERR_RESOURCE_IN_USE while the camera is filling it.
+/// Takes a buffer back. GC_ERR_RESOURCE_IN_USE while the camera is filling it; a real camera has all that are queued
+/// until its acquisition ends.
 XAPEL2_HOST_API int revokeBuffer(DataStream* pStream, BufferHandle hBuffer);
 
 /// Hands a buffer to the camera to be filled. GC_ERR_RESOURCE_IN_USE when it is queued or waits for a fetch already,
@@ -105,18 +118,24 @@ XAPEL2_HOST_API int queueBuffer(DataStream* pStream, BufferHandle hBuffer);
 /// image settings of the camera are locked meanwhile. A paced camera that finds no buffer queued skips its turn, which
 /// counts as an underrun; no frame of the scene is lost by it. A frame that cannot be produced is traced and delivered
 /// incomplete, with nothing filled. GC_ERR_RESOURCE_IN_USE while an acquisition of the device runs.
+///
+/// A real camera writes its frames straight into the queued buffers. Where it cannot start, a trace says why:
+/// GC_ERR_NOT_AVAILABLE for a pixel format that the stand-in does not know, GC_ERR_IO, GC_ERR_ACCESS_DENIED. A camera
+/// that is lost on the way ends its acquisition with a trace: fetches that find no frame return GC_ERR_IO, or
+/// GC_ERR_ACCESS_DENIED when another program took it over, until the stream is started or opened again.
 XAPEL2_HOST_API int startAcquisition(DataStream* pStream, uint64_t nFrames = ~0ULL);
 
 /// Stops the camera; frames that wait for a fetch can still be fetched. Success also when none runs.
 /// GC_ERR_RESOURCE_IN_USE on the camera's own thread (inside a frame content function).
 XAPEL2_HOST_API int stopAcquisition(DataStream* pStream);
 
-/// Takes all buffers off the queues: queued and filled ones alike wait to be queued again.
+/// Takes all buffers off the queues: queued and filled ones alike wait to be queued again. What a real camera was handed
+/// stays with it until its acquisition ends.
 XAPEL2_HOST_API int flushBuffers(DataStream* pStream);
 
 /// Waits for the next filled buffer, through the fetch hook.
-/// @return GC_ERR_SUCCESS, GC_ERR_TIMEOUT, GC_ERR_ABORT (cancelled), GC_ERR_INVALID_HANDLE (stream not open), or what a
-///         hook returned (the buffer is the application's then too, when *ppBuffer was written).
+/// @return GC_ERR_SUCCESS, GC_ERR_TIMEOUT, GC_ERR_ABORT (cancelled), GC_ERR_INVALID_HANDLE (stream not open),
+///         GC_ERR_IO or GC_ERR_ACCESS_DENIED (camera lost, see startAcquisition), or what a hook returned (the buffer is the application's then too, when *ppBuffer was written).
 XAPEL2_HOST_API int getFilledBuffer(DataStream* pStream, BufferHandle* phBuffer, unsigned long long iTimeoutMs);
 
 /// Ends every fetch that was called before this call, and none that is called later. Through the cancel hook.

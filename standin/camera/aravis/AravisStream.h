@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// The frames of a GigE Vision or USB3 Vision camera.
+
+#pragma once
+
+#include "AravisCamera.h"
+
+namespace XAPEL2 {
+namespace StandIn {
+
+/// @threads see ILiveStream. The transport's thread reports through the camera's events; their lock also orders its
+/// writes to a buffer after what the application did with it, and before what the application does next.
+class CAravisStream : public ILiveStream {
+public:
+    /// The caller holds the camera's commands lock. @throws CLiveError
+    explicit CAravisStream(CAravisCamera& rCamera);
+    ~CAravisStream() override;
+
+    void hand(void* pMemory, std::size_t nBytes, void* pToken) override;
+    void start() override;
+    bool next(LiveFrame& rFrame) override;
+    void wake() override;
+    uint64_t underruns() const override;
+
+private:
+    enum eEvent { eFrame, eSilence, eWoken, eLost };
+
+    static void onStreamEvent(void* pSelf, ArvStreamCallbackType eType, ArvBuffer* pBuffer);
+    eEvent waitForEvent();
+    bool describe(ArvBuffer* pBuffer, LiveFrame& rFrame) const;
+
+    CAravisCamera& m_rCamera;
+    const AravisLayout m_layout;
+    bool m_bStarted = false;
+    GlibPtr<ArvStream> m_pStream;
+};
+
+}  // namespace StandIn
+}  // namespace XAPEL2
