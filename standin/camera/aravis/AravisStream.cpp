@@ -86,13 +86,8 @@ CAravisStream::CAravisStream(CAravisCamera& rCamera) : m_rCamera(rCamera), m_lay
 }
 
 CAravisStream::~CAravisStream() {
-    bool bLost = false;
-    {
-        std::lock_guard<std::mutex> lock(m_rCamera.events().mtx);
-        bLost = m_rCamera.events().bLost;
-    }
     // A camera that is lost would only be waited for.
-    if (m_bStarted && !bLost) {
+    if (m_bStarted && !m_bLost) {
         std::lock_guard<std::mutex> lock(m_rCamera.commands());
         arv_camera_stop_acquisition(m_rCamera.arv(), nullptr);
     }
@@ -144,23 +139,28 @@ CAravisStream::eEvent CAravisStream::waitForEvent() {
 
 bool CAravisStream::next(LiveFrame& rFrame) {
     for (;;) {
-        switch (waitForEvent()) {
-            case eWoken:
-                return false;
-            case eLost:
-                m_rCamera.checkControl();
-                throw CLiveError(GC_ERR_IO, "the connection to it is lost");
-            case eSilence:
-                m_rCamera.checkControl();
-                break;
-            case eFrame:
-                GlibPtr<ArvBuffer> pBuffer(arv_stream_timeout_pop_buffer(m_pStream.get(), GIVE_OUT_US));
-                if (pBuffer != nullptr && describe(pBuffer.get(), rFrame)) {
-                    return true;
-                }
-                break;
+        const eEvent eWhat = waitForEvent();
+        if (eWhat == eWoken) {
+            return false;
+        }
+        if (eWhat != eFrame) {
+            checkControl(eWhat == eLost);
+            continue;
+        }
+        const GlibPtr<ArvBuffer> pBuffer(arv_stream_timeout_pop_buffer(m_pStream.get(), GIVE_OUT_US));
+        if (pBuffer != nullptr && describe(pBuffer.get(), rFrame)) {
+            return true;
         }
     }
+}
+
+void CAravisStream::checkControl(bool bLost) {
+    m_bLost = true;
+    m_rCamera.checkControl();
+    if (bLost) {
+        throw CLiveError(GC_ERR_IO, "the connection to it broke");
+    }
+    m_bLost = false;
 }
 
 // False for a buffer that holds no frame, which then stays where it is until the stream ends.

@@ -28,11 +28,13 @@ private:
 
     static void onStreamEvent(void* pSelf, ArvStreamCallbackType eType, ArvBuffer* pBuffer);
     eEvent waitForEvent();
+    void checkControl(bool bLost);
     bool describe(ArvBuffer* pBuffer, LiveFrame& rFrame) const;
 
     CAravisCamera& m_rCamera;
     const AravisLayout m_layout;
     bool m_bStarted = false;
+    bool m_bLost = false;  // by the thread that waits for frames, which also ends the stream
     GlibPtr<ArvStream> m_pStream;
 };
 
