@@ -73,16 +73,16 @@ public:
         m_pCamera.reset(arv_gv_fake_camera_new_full(pAddress, pSerial, strFile.c_str()));
         if (!arv_gv_fake_camera_is_running(m_pCamera.get()))
             throw std::runtime_error(std::string("no camera at ") + pAddress);
-        arv_fake_camera_set_fill_pattern(fake(), &onFill, this);
+        m_pFake = arv_gv_fake_camera_get_fake_camera(m_pCamera.get());
+        arv_fake_camera_set_fill_pattern(m_pFake, &onFill, this);
     }
     CFakeCamera(const CFakeCamera&) = delete;
     CFakeCamera& operator=(const CFakeCamera&) = delete;
 
-    uint64_t sent() const { return m_nSent; }
     void losePackets(double fShare) { g_object_set(m_pCamera.get(), "gvsp-lost-ratio", fShare, nullptr); }
     /// As when another client takes the camera over.
-    void dropController() { arv_fake_camera_set_control_channel_privilege(fake(), 0); }
-    void writeRegister(guint32 uAddress, guint32 uValue) { arv_fake_camera_write_register(fake(), uAddress, uValue); }
+    void dropController() { arv_fake_camera_set_control_channel_privilege(m_pFake, 0); }
+    void writeRegister(guint32 uAddress, guint32 uValue) { arv_fake_camera_write_register(m_pFake, uAddress, uValue); }
 
     static constexpr guint32 FORMAT_REGISTER = 0x128;
 
@@ -90,8 +90,6 @@ private:
     struct Unref {
         void operator()(void* pObject) const { g_object_unref(pObject); }
     };
-
-    ArvFakeCamera* fake() const { return arv_gv_fake_camera_get_fake_camera(m_pCamera.get()); }
 
     // The simulator's own description with more formats, one of them unknown to the host, and a mirror.
     static std::string description() {
@@ -117,17 +115,16 @@ private:
         auto* const pCamera = static_cast<CFakeCamera*>(pSelf);
         guint32 uWidth = 0;
         guint32 uHeight = 0;
-        arv_fake_camera_read_register(pCamera->fake(), 0x100, &uWidth);
-        arv_fake_camera_read_register(pCamera->fake(), 0x104, &uHeight);
+        arv_fake_camera_read_register(pCamera->m_pFake, 0x100, &uWidth);
+        arv_fake_camera_read_register(pCamera->m_pFake, 0x104, &uHeight);
         for (const Format& rFormat : XAPEL2::StandIn::pixelFormats()) {
             if (rFormat.uPfnc == uPfnc)
                 pCamera->m_fnFill(rFormat, uWidth, uHeight, const_cast<void*>(arv_buffer_get_data(pBuffer, nullptr)));
         }
-        ++pCamera->m_nSent;
     }
 
     Fill m_fnFill;
-    std::atomic<uint64_t> m_nSent{0};
+    std::atomic<ArvFakeCamera*> m_pFake{nullptr};
     std::unique_ptr<ArvGvFakeCamera, Unref> m_pCamera;  // its thread uses the members above
 };
 
