@@ -332,8 +332,9 @@ TEST_F(Cameras, TimeOutsCancelsAndStopsHoldAndSettingsAreLocked) {
     EXPECT_EQ(rig.streamNumber(STREAM_INFO_NUM_QUEUED), 3U);
     ASSERT_EQ(getFilledBuffer(rig.pStream, &hBuffer, DEADLINE_MS), 0);
     EXPECT_EQ(getFilledBuffer(rig.pStream, &hBuffer, 20), GC_ERR_TIMEOUT);
-    for (const auto& [pNode, pValue] : {std::make_pair("PixelFormat", "Mono16"), std::make_pair("Width", "32")}) {
-        EXPECT_NE(thrown<XAPEL2::Exceptions::Xapel_AccessDeniedException>([&] { rig.node(pNode).SetValue(pValue); }),
+    for (const auto& rSetting : {std::make_pair("PixelFormat", "Mono16"), std::make_pair("Width", "32")}) {
+        EXPECT_NE(thrown<XAPEL2::Exceptions::Xapel_AccessDeniedException>(
+                      [&] { rig.node(rSetting.first).SetValue(rSetting.second); }),
                   "");
     }
     rig.node("AcquisitionFrameRate").SetValue("0.1");
