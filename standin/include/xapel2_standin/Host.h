@@ -44,16 +44,16 @@ XAPEL2_HOST_API std::vector<DeviceInfo> enumerateDevices();
 
 /// Opens a device with one closed data stream. It belongs to the host until closeDevice.
 /// @param[in] strId  "sim", "sim:SEED", "sim:SEED?width=640&height=480&format=Mono8", "replay:DIR",
-///        "replay:DIR?format=BayerRG8", or "aravis:ID" for a real camera: an identifier that enumerateDevices() lists, or
-///        the camera's network address. Settings of the simulated camera, in any order, are those that its nodes start
-///        with: width, height, format, exposure (us), gain (percent), offsetx, offsety, binning (1, 2 or 4, both ways),
-///        reversex, reversey (0 or 1), fps (Hz); and sensorwidth, sensorheight (pixels), without which the sensor is
-///        just as large as offset, size and binning want. Its pattern is a function of seed and place on the sensor;
-///        fall-off and dust spread over the sensor's size. A replayed format is given where the files cannot say it
-///        (see openFiles).
+///        "replay:DIR?format=BayerRG8", or "aravis:ID" for a real camera: an identifier that enumerateDevices() lists,
+///        or the camera's network address. Settings of the simulated camera, in any order, are those that its nodes
+///        start with: width, height, format, exposure (us), gain (percent), offsetx, offsety, binning (1, 2 or 4, both
+///        ways), reversex, reversey (0 or 1), fps (Hz); and sensorwidth, sensorheight (pixels), without which the
+///        sensor is just as large as offset, size and binning want. Its pattern is a function of seed and place on the
+///        sensor; fall-off and dust spread over the sensor's size. A replayed format is given where the files cannot
+///        say it (see openFiles).
 /// @throws Exceptions::Xapel_InvalidParameterException  the text names no device or carries a bad setting.
-/// @throws Exceptions::Xapel_NotAvailableException      the folder or one of its files cannot be used, the camera is not
-///                                                      there, or this build knows no real cameras; names it.
+/// @throws Exceptions::Xapel_NotAvailableException      the folder or one of its files cannot be used, the camera
+///                                                      is not there, or this build knows no real cameras; names it.
 /// @throws Exceptions::Xapel_AccessDeniedException      another program has the camera.
 XAPEL2_HOST_API Device* openDevice(const std::string& strId);
 
@@ -79,9 +79,9 @@ XAPEL2_HOST_API int closeDevice(Device* pDevice);
 /// keeps its phase); StandInScene (Dark, Light, Scene), StandInFrame (index of the next frame of the scene; writing the
 /// scene sets it to 0) and StandInFrameCount (frames of the scene, 0 = without end). Null when the device is not open.
 ///
-/// A real camera has DeviceModelName and those that it knows of PixelFormat, Width, Height, OffsetX, OffsetY, BinningHorizontal,
-/// BinningVertical, ReverseX, ReverseY (0 or 1), ExposureTime (us), Gain (in its own unit, often dB) and
-/// AcquisitionFrameRate. The last three are read as integers rounded, as texts in full; SetValue takes decimals. An
+/// A real camera has DeviceModelName and those that it knows of PixelFormat, Width, Height, OffsetX, OffsetY,
+/// BinningHorizontal, BinningVertical, ReverseX, ReverseY (0 or 1), ExposureTime (us), Gain (in its own unit, often dB)
+/// and AcquisitionFrameRate. The last three are read as integers rounded, as texts in full; SetValue takes decimals. An
 /// access may take seconds when the camera does not answer, and then throws Xapel_ErrorException.
 XAPEL2_HOST_API NodeMap* remoteNodes(Device* pDevice);
 
@@ -129,13 +129,14 @@ XAPEL2_HOST_API int startAcquisition(DataStream* pStream, uint64_t nFrames = ~0U
 /// GC_ERR_RESOURCE_IN_USE on the camera's own thread (inside a frame content function).
 XAPEL2_HOST_API int stopAcquisition(DataStream* pStream);
 
-/// Takes all buffers off the queues: queued and filled ones alike wait to be queued again. What a real camera was handed
-/// stays with it until its acquisition ends.
+/// Takes all buffers off the queues: queued and filled ones alike wait to be queued again. What a real camera was
+/// handed stays with it until its acquisition ends.
 XAPEL2_HOST_API int flushBuffers(DataStream* pStream);
 
 /// Waits for the next filled buffer, through the fetch hook.
 /// @return GC_ERR_SUCCESS, GC_ERR_TIMEOUT, GC_ERR_ABORT (cancelled), GC_ERR_INVALID_HANDLE (stream not open),
-///         GC_ERR_IO or GC_ERR_ACCESS_DENIED (camera lost, see startAcquisition), or what a hook returned (the buffer is the application's then too, when *ppBuffer was written).
+///         GC_ERR_IO or GC_ERR_ACCESS_DENIED (camera lost, see startAcquisition), or what a hook returned (the buffer
+///         is the application's then too, when *ppBuffer was written).
 XAPEL2_HOST_API int getFilledBuffer(DataStream* pStream, BufferHandle* phBuffer, unsigned long long iTimeoutMs);
 
 /// Ends every fetch that was called before this call, and none that is called later. Through the cancel hook.
