@@ -381,6 +381,7 @@ TEST_F(Cameras, NodesAreTheCamerasFeatures) {
     EXPECT_EQ(rig.node("AcquisitionFrameRate").GetInt(), 13) << "12.5 rounded";
     EXPECT_EQ(rig.node("Width").GetIntMax(), 2048);
     EXPECT_EQ(payloadSize(rig.pStream), 100U * 50 * 12 / 8);
+    EXPECT_STREQ(rig.node("DeviceModelName").GetString().get(), "Fake");
     EXPECT_FALSE(remoteNodes(rig.pDevice)->GetNodePresent("StandInScene"));
     // Refused with what would do, as a value and as what the camera was left at by another program.
     const char* const pKnown = "both know are Mono12p, Mono12Packed, BayerBG8";

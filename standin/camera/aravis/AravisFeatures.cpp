@@ -174,6 +174,15 @@ NodeSpec decimalNode(CAravisCamera& rCamera, const Decimal& rDecimal) {
     return spec;
 }
 
+NodeSpec modelNode(const CAravisCamera& rCamera) {
+    const char* pModel = arv_camera_get_model_name(rCamera.arv(), nullptr);
+    NodeSpec spec;
+    spec.strName = "DeviceModelName";
+    spec.eKind = eTextNode;
+    spec.fnGetText = [strModel = std::string(pModel == nullptr ? "" : pModel)] { return strModel; };
+    return spec;
+}
+
 NodeSpec formatNode(CAravisCamera& rCamera) {
     NodeSpec spec;
     spec.strName = "PixelFormat";
@@ -209,6 +218,7 @@ NodeTable aravisNodes(CAravisCamera& rCamera) {
     const auto fnHas = [&rCamera](const char* pName) {
         return arv_camera_is_feature_available(rCamera.arv(), pName, nullptr) != FALSE;
     };
+    table.push_back(modelNode(rCamera));
     table.push_back(formatNode(rCamera));
     for (const char* pName : LAYOUT_FEATURES) {
         if (fnHas(pName)) {
