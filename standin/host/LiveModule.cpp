@@ -31,7 +31,7 @@ std::string ownFolder() {
 ILiveProvider& load() {
     void* pModule = dlopen((ownFolder() + MODULE).c_str(), RTLD_NOW | RTLD_LOCAL);
     if (pModule == nullptr) {
-        const char* pReason = dlerror();
+        const char* pReason = dlerror();  // NOLINT(concurrency-mt-unsafe): of this thread, in glibc
         throw CLiveError(GC_ERR_NOT_AVAILABLE, std::string("real cameras need the library ") + MODULE + " (" +
                                                    (pReason == nullptr ? "" : pReason) + ")");
     }
