@@ -228,7 +228,7 @@ TEST(Demo, SimulatedCameraIsFlatToItsNoise) {
 
     EXPECT_GT(spreadPercent(Run.Layout, readGreyPng(Out.path() / "before.png")),
               4.0 * spreadPercent(Run.Layout, readGreyPng(Out.path() / "after.png")));
-    EXPECT_EQ(readGreyPng(Out.path() / "profile.png").size() % 1000, 0U) << "1000 pixels wide";
+    EXPECT_THAT(content(Out.path() / "report.html"), HasSubstr("</html>"));
 }
 
 TEST(Demo, EveryKindOfFormatFollowsTheFormula) {
@@ -249,10 +249,10 @@ TEST(Demo, RecordedFramesTakeTheSameRoad) {
     const CTemporaryFolder Out;
     const DemoRun Run = runDemo({"--frames", Folder}, Out.path());
     expectFormula(Run);
-    EXPECT_EQ(Run.Figures.at("dark_frames"), 8);
-    EXPECT_EQ(Run.Figures.at("light_frames"), 15);
-    EXPECT_EQ(Run.Frames.size(), 7U);
-    EXPECT_EQ(Run.Frames.at(0).strName, "light_0175.pgm");
+    EXPECT_EQ(Run.Figures.at("dark_frames"), 6);
+    EXPECT_EQ(Run.Figures.at("light_frames"), 12);
+    EXPECT_EQ(Run.Frames.size(), 10U);
+    EXPECT_EQ(Run.Frames.at(0).strName, "light_0169.pgm");
     for (const Frame& rFrame : Run.Frames) {
         EXPECT_EQ(rFrame.Raw, readPixmap(Folder / rFrame.strName, Run.Layout)) << rFrame.strName;
     }
@@ -274,8 +274,8 @@ TEST(Demo, NewRunReplacesItsOwnFilesOnly) {
     EXPECT_THAT(Run.Program.strOut, HasSubstr("without a dark reference"));
     EXPECT_EQ(Run.Figures.at("dark_frames"), 0);
     EXPECT_FALSE(fs::exists(Out / "reference-dark.tif"));
-    EXPECT_EQ(namesIn(Out / "raw"), (std::set<std::string>{"light_3.pgm", "scene_1.pgm", "mine.pgm"}));
-    EXPECT_EQ(namesIn(Out / "corrected"), (std::set<std::string>{"light_3.pgm", "scene_1.pgm"}));
+    EXPECT_EQ(namesIn(Out / "raw"), (std::set<std::string>{"light_2.pgm", "light_3.pgm", "scene_1.pgm", "mine.pgm"}));
+    EXPECT_EQ(namesIn(Out / "corrected"), (std::set<std::string>{"light_2.pgm", "light_3.pgm", "scene_1.pgm"}));
 }
 
 TEST(Demo, UnusableFramesAreNamedAndLeaveTheOutputAlone) {

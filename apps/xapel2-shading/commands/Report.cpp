@@ -4,13 +4,195 @@
 
 #include "commands/Report.h"
 
+#include <cstdlib>
+#include <filesystem>
 #include <stdexcept>
+
+#include "commands/Exit.h"
+#include "commands/JudgedPair.h"
+#include "commands/Output.h"
+#include "device/Recording.h"
+#include "report/Html.h"
+#include "report/Report.h"
+#include "report/SelfTestFrames.h"
 
 namespace XAPEL2 {
 namespace App {
 
-int runReport(const ReportOptions&) {
-    throw std::runtime_error("this sub-command is not written yet");
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr uint64_t REFERENCE_FRAMES = 16;  // of references that are recorded for the report
+
+/// A folder for references that nobody asked to keep.
+class CScratchFolder {
+public:
+    CScratchFolder() : m_strPath((fs::temp_directory_path() / "xapel2-report-XXXXXX").string()) {
+        if (mkdtemp(m_strPath.data()) == nullptr) {
+            throw std::runtime_error("no folder for the references can be made in " +
+                                     fs::temp_directory_path().string() + "; set TMPDIR to one that can be written");
+        }
+    }
+    ~CScratchFolder() {
+        std::error_code Ignored;
+        fs::remove_all(m_strPath, Ignored);
+    }
+    CScratchFolder(const CScratchFolder&) = delete;
+    CScratchFolder& operator=(const CScratchFolder&) = delete;
+    std::string file(const char* pName) const { return m_strPath + '/' + pName; }
+
+private:
+    std::string m_strPath;
+};
+
+class CReportRun {
+public:
+    CReportRun(const ReportOptions& rOptions, COutput& rOutput)
+        : m_rOptions(rOptions), m_rOutput(rOutput), m_Files(rOptions.Pair) {
+        m_Input.strDevice = rOptions.strDevice;
+        m_Input.strCommandLine = commandLine();
+        m_Input.Files = rOptions.Pair;
+        m_Input.pPair = &m_Pair;
+    }
+
+    int run() { return judgeAndMeasure() ? finish() : refuse(); }
+
+private:
+    void recordPair(CSession& rSession);
+    bool judgeAndMeasure();
+    int refuse();
+    void measure(CSession& rSession);
+    void showSelfTest();
+    int finish();
+
+    const ReportOptions& m_rOptions;
+    COutput& m_rOutput;
+    CProgress m_Progress;
+    CScratchFolder m_Scratch;
+    PairOptions m_Files;
+    JudgedPair m_Pair;
+    ReportInput m_Input;
+};
+
+void CReportRun::recordPair(CSession& rSession) {
+    if (!rSession.hasScenes()) {
+        throw CUsageError(
+            "this camera cannot cover its lens by itself; record a dark and a light reference (xapel2-shading record), "
+            "then name them with --dark and --light");
+    }
+    const SceneCounts Counts = countFrames(rSession);
+    for (const bool bLight : {false, true}) {
+        const uint64_t nFrames = bLight ? Counts.nLight : Counts.nDark;
+        const FramePlan Plan = planFrames(nFrames, REFERENCE_FRAMES, m_rOptions.nFrames);
+        if (Plan.nReference > 0) {
+            std::string& rFile = bLight ? m_Files.strLight : m_Files.strDark;
+            rFile = m_Scratch.file(bLight ? "light.tif" : "dark.tif");
+            recordReference(rSession, bLight, Plan.nReference, rFile, m_Progress);
+            (bLight ? m_Input.Files.strLight : m_Input.Files.strDark) =
+                std::to_string(Plan.nReference) + " frames recorded for this report";
+        }
+    }
+}
+
+// A report tells of what judgement refuses, too; it only takes references that can be applied at all. False where they
+// cannot.
+bool CReportRun::judgeAndMeasure() {
+    if (!m_rOptions.strDevice.empty()) {
+        CSession Session(m_rOptions.strDevice, m_rOptions.fTimeoutS);
+        if (m_Files.empty()) {
+            recordPair(Session);
+        }
+        m_Pair = judgeWithSelfTest(m_Files);
+        m_Input.Camera = readCameraSettings(Session.nodes());
+        m_Pair.compareWith(m_Input.Camera);
+        if (refused(m_Pair.findings(), true)) {
+            return false;
+        }
+        measure(Session);
+    } else {
+        m_Pair = judgeWithSelfTest(m_Files);
+        if (refused(m_Pair.findings(), true)) {
+            return false;
+        }
+    }
+    if (!m_Input.Light.Before) {
+        showSelfTest();
+    }
+    return true;
+}
+
+int CReportRun::refuse() {
+    m_Pair.isUsable(true);
+    m_rOutput.json()["references"] = toJson(m_Pair);
+    return m_rOutput.finish(eExitRefused);
+}
+
+void CReportRun::measure(CSession& rSession) {
+    applyPair(rSession, m_Files);
+    CMeasurement Measurement(rSession, m_Progress);
+    if (rSession.hasScenes()) {
+        const SceneCounts Counts = countFrames(rSession);
+        const uint64_t nDark = m_Pair.Dark ? m_Pair.Dark->nImages : 0;
+        const uint64_t nLight = m_Pair.Light ? m_Pair.Light->nImages : 0;
+        m_Input.Dark = Measurement.measure("Dark", nDark, framesLeft(Counts.nDark, nDark, m_rOptions.nFrames));
+        m_Input.Light = Measurement.measure("Light", nLight, framesLeft(Counts.nLight, nLight, m_rOptions.nFrames));
+        m_Input.Scene = Measurement.measure("Scene", 0, framesLeft(Counts.nScene, 0, 1));
+    } else {
+        m_Input.Light = Measurement.measure("Light", 0, m_rOptions.nFrames);
+    }
+    m_Input.vecPlainMs = Measurement.plainMs();
+    m_Input.vecCorrectedMs = Measurement.correctedMs();
+    if (!m_Input.Light.Before) {
+        complain(
+            "warning: the camera has no even frame that is not in the light reference; the report shows the reference "
+            "itself, which is a self-test only. Record the reference from fewer frames");
+    }
+}
+
+void CReportRun::showSelfTest() {
+    if (!m_Pair.Light) {
+        throw CUsageError("a report without a camera takes a light reference; name one with --light");
+    }
+    m_Input.bSelfTest = true;
+    m_Input.Light = selfTestFrames(m_Files, *m_Pair.Light);
+}
+
+int CReportRun::finish() {
+    m_Progress.clear();
+    const Report Result = makeReport(m_Input);
+    writeReport(m_rOptions.strFile, Result);
+    const CFigures Figures(Result.Figures);
+    const auto fnChange = [&](const char* pName, const std::string& strKey, const std::string& strUnit) {
+        m_rOutput.text() << pName << ' ' << rounded(Figures.value("/summary/" + strKey + "Before"), 3) << ' ' << strUnit
+                         << " before, " << rounded(Figures.value("/summary/" + strKey + "After"), 3) << ' ' << strUnit
+                         << " after correction\n";
+    };
+    if (m_Input.bSelfTest) {
+        m_rOutput.text() << "Self-test: the pair on its own mean, no measurement\n";
+    }
+    fnChange("PRNU1288", "prnu", "%");
+    fnChange("DSNU1288", "dsnu", Figures.at("/before/dsnuUnit").get<std::string>());
+    m_rOutput.text() << "Verdict: " << Figures.at("/verdict").get<std::string>() << "\nWritten to "
+                     << m_rOptions.strFile << '\n';
+    m_rOutput.json()["file"] = m_rOptions.strFile;
+    m_rOutput.json().update(Result.Figures);
+    return m_rOutput.finish(m_Pair.isUsable(m_rOptions.bForce) ? eExitDone : eExitRefused);
+}
+
+}  // namespace
+
+int runReport(const ReportOptions& rOptions) {
+    if (rOptions.strDevice.empty() && rOptions.Pair.empty()) {
+        throw CUsageError(
+            "name a camera with -d, references with --dark and --light, or both; xapel2-shading devices lists cameras");
+    }
+    const fs::path Folder = fs::absolute(rOptions.strFile).parent_path();
+    if (!fs::is_directory(Folder)) {
+        throw std::runtime_error(Folder.string() + " is no folder; create it first");
+    }
+    COutput Output("report", rOptions.bJson);
+    return CReportRun(rOptions, Output).run();
 }
 
 }  // namespace App

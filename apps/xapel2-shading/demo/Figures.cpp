@@ -77,12 +77,5 @@ Unevenness unevenness(const Frame& rFrame, const std::vector<float>& aDark) {
     return {deviationPercent(blockMeans(rFrame, aSamples)), deviationPercent(aSamples)};
 }
 
-double percentile(std::vector<double> aValues, double fShare) {
-    const auto nLast = static_cast<double>(aValues.size() - 1);
-    const auto iPlace = static_cast<std::ptrdiff_t>(std::lround(fShare * nLast));
-    std::nth_element(aValues.begin(), aValues.begin() + iPlace, aValues.end());
-    return aValues[static_cast<std::size_t>(iPlace)];
-}
-
 }  // namespace App
 }  // namespace XAPEL2

@@ -35,8 +35,5 @@ struct DemoFigures {
 /// @throws std::invalid_argument  aDark has another length.
 Unevenness unevenness(const Frame& rFrame, const std::vector<float>& aDark);
 
-/// The value that a share fShare (0 to 1) of aValues does not exceed; aValues must not be empty.
-double percentile(std::vector<double> aValues, double fShare);
-
 }  // namespace App
 }  // namespace XAPEL2

@@ -24,7 +24,7 @@ constexpr const char* RAW = "raw";
 constexpr const char* CORRECTED = "corrected";
 constexpr const char* FIGURES = "figures.json";
 constexpr const char* OWN_FILES[] = {"before.png",  "after.png",          "scene-before.png",    "scene-after.png",
-                                     "profile.png", "reference-dark.tif", "reference-light.tif", FIGURES};
+                                     "report.html", "reference-dark.tif", "reference-light.tif", FIGURES};
 
 // File names that the figures of an earlier run list; anything that is not such a list gives none.
 std::vector<std::string> earlierFrames(const fs::path& rFigures) {

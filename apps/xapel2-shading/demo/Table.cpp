@@ -45,7 +45,7 @@ void printTable(std::ostream& rOut, const DemoFigures& rFigures, const std::file
     rOut << "\nUnevenness: standard deviation over mean of " << stem(rFigures.astrFrames.front())
          << (rFigures.nDarkFrames > 0 ? ", dark reference taken off" : "") << ". Time: median.\n"
          << "Written to " << rFolder.string() << "\n ";
-    for (const char* pName : {"before.png", "after.png", "scene-before.png", "scene-after.png", "profile.png",
+    for (const char* pName : {"report.html", "before.png", "after.png", "scene-before.png", "scene-after.png",
                               "reference-dark.tif", "reference-light.tif", "figures.json"}) {
         if (std::filesystem::exists(rFolder / pName)) {
             rOut << ' ' << pName;
