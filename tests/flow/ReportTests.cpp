@@ -1,0 +1,130 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// The report from outside: which frames its figures are of, and what becomes of it when judgement refuses.
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "Program.h"
+#include "TemporaryFolder.h"
+
+namespace fs = std::filesystem;
+using namespace XAPEL2::Test;
+using nlohmann::json;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+namespace {
+
+constexpr unsigned SIDE = 32, FRAMES = 8;
+
+class Report : public ::testing::Test {
+protected:
+    json run(std::vector<std::string> astrWords, int iExit = 0, const std::string& strSaid = "") {
+        astrWords.push_back("--json");
+        const ProgramResult Result = runProgram(XAPEL2_SHADING_PROGRAM, astrWords);
+        EXPECT_EQ(Result.iExit, iExit) << ::testing::PrintToString(astrWords) << Result.strErr;
+        EXPECT_THAT(Result.strErr, HasSubstr(strSaid));
+        return json::parse(Result.strOut);
+    }
+
+    json report(const std::string& strDevice, int iExit = 0, const std::string& strSaid = "",
+                const char* pMore = "--json") {
+        return run({"report", "-d", strDevice, "--dark", m_Folder / "dark.tif", "--light", m_Folder / "light.tif", "-o",
+                    m_Folder / "report.html", pMore},
+                   iExit, strSaid);
+    }
+
+    void recordPair(const std::string& strDevice, unsigned nLight) {
+        run({"record", "dark", "-d", strDevice, "-n", "4", "-o", m_Folder / "dark.tif"});
+        run({"record", "light", "-d", strDevice, "-n", std::to_string(nLight), "-o", m_Folder / "light.tif"});
+    }
+
+    // Dark frames of 10 DN; light ones with a signal of 90 and 110 DN in turn from column to column, of which the later
+    // half is brighter by a fifth in every fourth row.
+    std::string writeFrames() const {
+        const fs::path Frames = m_Folder / "<frames> & \"more\"";
+        fs::create_directories(Frames);
+        for (unsigned iFrame = 0; iFrame < FRAMES; ++iFrame) {
+            for (const bool bLight : {false, true}) {
+                std::ofstream Out(Frames / ((bLight ? "light_" : "dark_") + std::to_string(iFrame) + ".pgm"));
+                Out << "P5 " << SIDE << ' ' << SIDE << " 255\n";
+                for (unsigned i = 0; i < SIDE * SIDE; ++i) {
+                    const unsigned uSignal = i % 2 == 0 ? 90 : 110;
+                    const bool bBright = iFrame >= FRAMES / 2 && i / SIDE % 4 == 0;
+                    Out << static_cast<char>(10 + (bLight ? (bBright ? uSignal * 6 / 5 : uSignal) : 0));
+                }
+            }
+        }
+        return "replay:" + Frames.string();
+    }
+
+    const CTemporaryFolder m_Folder;
+};
+
+}  // namespace
+
+TEST_F(Report, FiguresAreOfFramesOutsideTheReference) {
+    const std::string strDevice = writeFrames();
+    recordPair(strDevice, FRAMES / 2);
+    const json Json = report(strDevice);
+    EXPECT_EQ(Json.at("frames"), json({{"dark", 4}, {"light", 4}}));
+    EXPECT_EQ(Json.at("selfTest"), false);
+    // After correction: a quarter of the rows at 120 DN, the others at 100, and nothing else.
+    const json After = Json.at("after").at("classes").at(0);
+    const double dSamples = SIDE * SIDE;
+    EXPECT_NEAR(After.at("prnuPercent").at("total").get<double>(),
+                100.0 * std::sqrt(20.0 * 20.0 * 3.0 / 16.0 * dSamples / (dSamples - 1.0)) / 105.0, 1e-6);
+    EXPECT_NEAR(After.at("lightMean").get<double>(), 105.0, 1e-6);
+    EXPECT_EQ(After.at("dsnu").at("total"), 0.0);
+    EXPECT_EQ(Json.at("profiles").at("rows").at("after").at(0), 114.2857);
+    EXPECT_EQ(Json.at("gain").at("max"), json(static_cast<double>(100.0F / 90.0F)));
+
+    const std::string strPage = content(m_Folder / "report.html");
+    EXPECT_THAT(strPage, HasSubstr("&lt;frames&gt; &amp; &quot;more&quot;"));
+    EXPECT_THAT(strPage, Not(HasSubstr("<frames>")));
+    EXPECT_THAT(strPage, Not(HasSubstr("://"))) << "an address";
+}
+
+TEST_F(Report, WithoutFramesLeftThereAreNoFiguresAfterCorrection) {
+    const std::string strDevice = writeFrames();
+    recordPair(strDevice, FRAMES - 1);
+    const json OneLeft = report(strDevice);
+    EXPECT_TRUE(OneLeft.at("after").is_null() && OneLeft.at("selfTest") == false);
+    recordPair(strDevice, FRAMES);
+    const json NoneLeft = report(strDevice, 0, "self-test only");
+    EXPECT_TRUE(NoneLeft.at("after").is_null() && NoneLeft.at("selfTest") == true);
+    EXPECT_THAT(content(m_Folder / "report.html"), HasSubstr("Shading correction: self-test"));
+    EXPECT_EQ(run({"report", "-d", strDevice, "-o", m_Folder / "own.html"}).at("frames"),
+              json({{"dark", 2}, {"light", 2}}))
+        << "a camera with few frames shares them out by itself";
+}
+
+TEST_F(Report, TellsOfARefusalWhereThePairCanBeApplied) {
+    const std::string strDevice = "sim:3?width=64&height=48";
+    recordPair(strDevice, 4);
+    report("sim:3?width=32&height=48", 1, "32 x 48");
+    EXPECT_FALSE(fs::exists(m_Folder / "report.html"));
+    EXPECT_EQ(report(strDevice + "&offsetx=16", 1, "offset").at("verdict"), "refused");
+    EXPECT_THAT(content(m_Folder / "report.html"), HasSubstr("The references are refused"));
+    report(strDevice + "&offsetx=16", 0, "offset", "--force");
+    const json Bright = report(strDevice + "&exposure=20000");
+    EXPECT_EQ(Bright.at("findings").back().at("id"), "measured-saturated");
+}
+
+TEST_F(Report, WrongUseAndAFileThatCannotBeWritten) {
+    run({"report", "-o", m_Folder / "r.html"}, 2, "--light");
+    recordPair("sim:3?width=64&height=48", 2);
+    run({"report", "--dark", m_Folder / "dark.tif", "-o", m_Folder / "r.html"}, 2, "--light");
+    const std::string strPair = m_Folder / "light.tif";
+    run({"report", "--light", strPair, "-o", m_Folder / "none/r.html"}, 3, "none");
+    fs::create_directories(m_Folder / "taken/folder");
+    run({"report", "--light", strPair, "-o", m_Folder / "taken"}, 3, "taken");
+    EXPECT_THAT(m_Folder.names(), ::testing::UnorderedElementsAre("dark.tif", "light.tif", "taken"));
+}
