@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // Queries on a buffer that the host's fetch delivered.
+//
+// @threads any thread that has the buffer, one query at a time.
 
 #pragma once
 
@@ -19,6 +21,7 @@ extern "C" {
 
 /// Yields the query function of this buffer; the out-variable is left alone when there is none.
 XAPEL2_HOST_API int getFuncPtr_BufferInfo(void* pBuffer, BufferInfoFunc* ppfn);
+/// As getFuncPtr_BufferInfo.
 XAPEL2_HOST_API int getFuncPtr_BufferGetPixelFormat(void* pBuffer, BufferGetPixelFormatFunc* ppfn);
 
 }  // extern "C"

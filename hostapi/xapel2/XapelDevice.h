@@ -15,9 +15,11 @@ namespace XAPEL2 {
 class Node;
 
 /// A data stream of a device. Owned by the host until its device is closed.
+/// @threads any thread.
 class XAPEL2_HOST_API DataStream {
 public:
-    bool IsOpen();
+    bool IsOpen();  ///< True while the stream is open.
+    /// Opens the stream; the device's open hook runs.
     /// @throws Exceptions::IException  the stream cannot be opened.
     void Open();
 
@@ -28,17 +30,19 @@ private:
 };
 
 /// The data streams of a device, each with its identifier.
+/// @threads any thread; an iterator is used by one.
 class XAPEL2_HOST_API DataStreamList {
 public:
+    /// A place in a walk over the list.
     class XAPEL2_HOST_API iterator {
     public:
-        iterator(const iterator& rOther);
-        iterator& operator=(const iterator& rOther);
+        iterator(const iterator& rOther);             ///< A second one at the same place.
+        iterator& operator=(const iterator& rOther);  ///< Takes the other's place.
         ~iterator();
         /// The entry; borrowed until the iterator moves or is destroyed.
         std::pair<String, DataStream*>& operator*();
-        iterator& operator++();
-        bool operator!=(const iterator& rOther) const;
+        iterator& operator++();                         ///< Moves to the next entry.
+        bool operator!=(const iterator& rOther) const;  ///< True when they stand at different places.
 
     private:
         friend struct HostAccess;
@@ -48,9 +52,9 @@ public:
 
     /// Brings the list up to date with the device.
     void Refresh();
-    std::size_t size();
-    iterator begin();
-    iterator end();
+    std::size_t size();  ///< Number of entries.
+    iterator begin();    ///< The first entry.
+    iterator end();      ///< Behind the last entry.
 
 private:
     friend struct HostAccess;
@@ -59,6 +63,7 @@ private:
 };
 
 /// An opened device. Owned by the host until it is closed.
+/// @threads any thread.
 class XAPEL2_HOST_API Device {
 public:
     /// The device's streams, borrowed.

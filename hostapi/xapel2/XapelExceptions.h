@@ -16,13 +16,13 @@ namespace Exceptions {
 /// @threads an exception object may be copied and read from any thread.
 class XAPEL2_HOST_API IException : public std::exception {
 public:
-    IException(const IException& rOther) noexcept;
-    IException& operator=(const IException& rOther) noexcept;
+    IException(const IException& rOther) noexcept;             ///< Shares the texts.
+    IException& operator=(const IException& rOther) noexcept;  ///< Shares the texts.
     ~IException() override;
 
-    virtual String GetErrorDescription() const;
-    virtual String GetFileName() const;
-    virtual String GetFunctionName() const;
+    virtual String GetErrorDescription() const;  ///< What went wrong.
+    virtual String GetFileName() const;          ///< Source file of the throw, without its folder.
+    virtual String GetFunctionName() const;      ///< Short name of the throwing function.
 
     /// The description; borrowed from this exception and its copies.
     const char* what() const noexcept override;
@@ -31,6 +31,7 @@ public:
     unsigned GetLineNumber() const noexcept;
 
 protected:
+    /// Copies the texts: source file and line of the throw, throwing function, description.
     IException(const char* pFile, unsigned uLine, const char* pFunction, const char* pDescription);
 
 private:
@@ -47,17 +48,29 @@ private:
         ~Xapel_##Kind##Exception() override;                                                                         \
     }
 
+/// A fetch was cancelled.
 XAPEL2_DECLARE_EXCEPTION(Abort);
+/// The access is not permitted now.
 XAPEL2_DECLARE_EXCEPTION(AccessDenied);
+/// The operation failed for another reason.
 XAPEL2_DECLARE_EXCEPTION(Error);
+/// A buffer cannot be used.
 XAPEL2_DECLARE_EXCEPTION(InvalidBuffer);
+/// A handle belongs to nothing alive.
 XAPEL2_DECLARE_EXCEPTION(InvalidHandle);
+/// An argument is out of its range or means nothing.
 XAPEL2_DECLARE_EXCEPTION(InvalidParameter);
+/// There is nothing to be had yet.
 XAPEL2_DECLARE_EXCEPTION(NoData);
+/// A node, device or file is not there.
 XAPEL2_DECLARE_EXCEPTION(NotAvailable);
+/// The host lacks the operation.
 XAPEL2_DECLARE_EXCEPTION(NotImplemented);
+/// The host or the object is not ready.
 XAPEL2_DECLARE_EXCEPTION(NotInitialized);
+/// An object cannot be used any more, or not at all.
 XAPEL2_DECLARE_EXCEPTION(ObjectInvalid);
+/// Something else is using it.
 XAPEL2_DECLARE_EXCEPTION(ResourceInUse);
 
 #undef XAPEL2_DECLARE_EXCEPTION

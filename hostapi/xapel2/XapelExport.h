@@ -4,4 +4,5 @@
 
 #pragma once
 
+/// Exports a class or a function of the host library.
 #define XAPEL2_HOST_API __attribute__((visibility("default")))

@@ -16,9 +16,9 @@ class XAPEL2_HOST_API Node {
 public:
     /// Writes an integer node.
     void SetInt(long long iValue);
-    long long GetInt();
-    long long GetIntMin();
-    long long GetIntMax();
+    long long GetInt();     ///< The value of an integer node.
+    long long GetIntMin();  ///< The least value that an integer node takes.
+    long long GetIntMax();  ///< The greatest value that an integer node takes.
 
     /// Writes a text node.
     void SetString(String strValue);
@@ -36,10 +36,12 @@ private:
 };
 
 /// The nodes of a device or an image processor, found by name. Owned by that object.
+/// @threads any thread.
 class XAPEL2_HOST_API NodeMap {
 public:
-    bool GetNodePresent(String strName);
+    bool GetNodePresent(String strName);  ///< True when there is a node of this name.
 
+    /// The node of this name, borrowed from the map.
     /// @throws Exceptions::Xapel_NotAvailableException  there is no node of this name.
     Node* GetNode(String strName);
 
@@ -61,12 +63,13 @@ public:
 
 protected:
     INode();
-    void* m_pImpl;
+    void* m_pImpl;  ///< owned, the host's side of the object
 };
 
 /// The host's image processor. Each one holds references and correction tables of its own.
 class XAPEL2_HOST_API ImageProcessor : public INode {
 public:
+    /// @throws Exceptions::IException  the host refuses another one.
     ImageProcessor();
     ~ImageProcessor() override;
 };

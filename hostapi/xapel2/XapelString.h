@@ -14,11 +14,11 @@ namespace XAPEL2 {
 /// @threads one object per thread; different objects are independent.
 class XAPEL2_HOST_API String {
 public:
-    String();
+    String();  ///< The empty text.
     /// @param[in] pText  copied; null gives the empty text.
     String(const char* pText);
-    String(const String& rOther);
-    String& operator=(const String& rOther);
+    String(const String& rOther);             ///< A copy of the text.
+    String& operator=(const String& rOther);  ///< Replaces the text by a copy.
     ~String();
 
     /// The text, never null; borrowed until this object is assigned to or destroyed.
@@ -28,6 +28,7 @@ private:
     void* m_pImpl;
 };
 
+/// Writes the text.
 XAPEL2_HOST_API std::ostream& operator<<(std::ostream& rOut, const String& rText);
 
 }  // namespace XAPEL2

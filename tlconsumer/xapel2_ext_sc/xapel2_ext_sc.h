@@ -128,11 +128,12 @@ public:
     /// @throws Xapel_ErrorException             value is out of range; the former value stays.
     void SetFilter(eFilterType type, bool light, unsigned int value);
 
-    /// The value of a filter, its least and its greatest value, in pixels. Never waits for an image.
-    /// @throws as SetFilter.
+    /// The value of a filter, in pixels. Never waits for an image.
+    /// @throws Xapel_NotAvailableException      the image processor has no filters.
+    /// @throws Xapel_InvalidParameterException  type is not a filter.
     int GetFilter(eFilterType type, bool light);
-    int GetFilterMin(eFilterType type, bool light);
-    int GetFilterMax(eFilterType type, bool light);
+    int GetFilterMin(eFilterType type, bool light);  ///< The least value of a filter; otherwise as GetFilter.
+    int GetFilterMax(eFilterType type, bool light);  ///< The greatest value of a filter; otherwise as GetFilter.
 
 private:
     CVexoShadingObj* m_pShadingObj;  // owned

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // Faults on request, and a view of what the library asked of the stand-in host. For tests: an application needs none
-// of it. Every switch is off by default, holds for the whole process and may be set from any thread.
+// of it. Every switch is off by default and holds for the whole process.
+//
+// @threads every operation: any thread.
 
 #pragma once
 
@@ -35,6 +37,7 @@ enum eHostOp {
 /// The name of an operation, for messages.
 XAPEL2_HOST_API const char* name(eHostOp eOp);
 
+/// How an operation fails.
 enum eFaultKind {
     eRefuse,     ///< the operation's own way to say no: false, null, 0, GC_ERR_ACCESS_DENIED, nothing written; a node
                  ///< access, Open or the creation of a processor throws Xapel_AccessDeniedException, GetNode and
@@ -44,9 +47,10 @@ enum eFaultKind {
     eThrowStd,   ///< throws std::runtime_error ("injected")
 };
 
+/// Which call of which operation fails, and how.
 struct Fault {
-    eHostOp eOp;
-    eFaultKind eKind;
+    eHostOp eOp;             ///< the operation
+    eFaultKind eKind;        ///< how it fails
     uint64_t nCall = 1;      ///< the call that it hits, counted from 1 since inject() (of the node, where one is named)
     bool bFromThen = false;  ///< every later call too
     /// For node accesses, GetNode, GetNodePresent and GetRemoteNode: this node only; empty: any.
@@ -82,6 +86,7 @@ XAPEL2_HOST_API void forceStatus(int64_t iCommand, int64_t iStatus);
 /// Buffer information queries with this command write nothing and return GC_ERR_NOT_AVAILABLE.
 XAPEL2_HOST_API void answerNothing(int32_t iInfoCmd);
 
+/// What is wrong with a frame.
 enum eBufferFault { eGood, eIncomplete, eNoImage };
 
 /// Asked for every frame produced, with its index since the acquisition started. Incomplete: only the first half of
@@ -97,6 +102,7 @@ XAPEL2_HOST_API void setFrameContent(std::function<void(uint64_t iFrame, void* p
 
 // --- Cancel ------------------------------------------------------------------------------------------------------
 
+/// What a cancel does.
 enum eCancelMode {
     eEndsAllBegun,         ///< default: ends every fetch called before the cancel, blocked already or not; no other
     eWakesOne,             ///< GenTL: ends one waiting fetch; without one, the next fetch (sticky)
@@ -104,38 +110,41 @@ enum eCancelMode {
     eForgotten,            ///< ends all waiting fetches; without one, nothing
     eIgnored,              ///< nothing
 };
+/// From the next cancel on.
 XAPEL2_HOST_API void setCancelMode(eCancelMode eMode);
 
 // --- Hooks -------------------------------------------------------------------------------------------------------
 
+/// The hooks, by the call that they stand in for.
 enum eHook { eHookFetch, eHookCancel, eHookInfo, eHookClose, eHookOpen };
 
-/// Number of registered hooks of the process; with a context, only of that context.
+/// Number of registered hooks of the process.
 XAPEL2_HOST_API std::size_t liveHooks();
-XAPEL2_HOST_API std::size_t liveHooks(const void* pContext);
+XAPEL2_HOST_API std::size_t liveHooks(const void* pContext);  ///< Those of one context.
 
 /// Contexts of the registered hooks, each once.
 XAPEL2_HOST_API std::vector<void*> hookContexts();
 
 /// A hook function as it stands in the host's table, with its context.
 struct RegisteredHook {
-    eHook eKind;
-    void* pfnHook;
-    void* pContext;
+    eHook eKind;     ///< which of the hooks
+    void* pfnHook;   ///< the function
+    void* pContext;  ///< its last argument
 };
+/// Every hook in the host's table.
 XAPEL2_HOST_API std::vector<RegisteredHook> registeredHooks();
 
 /// Holds the next call of a hook between its look-up in the host's table and the call of the hook.
 class XAPEL2_HOST_API HookHold {
 public:
-    explicit HookHold(eHook eKind);
+    explicit HookHold(eHook eKind);  ///< Holds the next call of this hook.
     /// Lets the call go on, as release() does.
     ~HookHold();
     HookHold(const HookHold&) = delete;
     HookHold& operator=(const HookHold&) = delete;
     /// Waits until a call is held; false after the deadline.
     bool waitUntilHeld(unsigned iDeadlineMs);
-    void release();
+    void release();  ///< Lets the call go on.
 
 private:
     void* m_pImpl;
@@ -148,9 +157,10 @@ XAPEL2_HOST_API bool waitForBlockedFetches(DataStream* pStream, unsigned nCount,
 
 /// One access to a node of an image processor or of a camera, by the way of hostapi/.
 struct NodeAccess {
-    std::string strNode;
+    std::string strNode;       ///< name of the node
     std::string strOperation;  ///< "SetInt", "GetInt", "GetIntMin", "GetIntMax", "SetString", "SetValue", "GetString"
     std::string strValue;      ///< written or read, integers in decimal; empty for a read that was refused
+    /// True when all three agree.
     bool operator==(const NodeAccess& r) const {
         return strNode == r.strNode && strOperation == r.strOperation && strValue == r.strValue;
     }
@@ -158,28 +168,29 @@ struct NodeAccess {
 
 /// Starts (empty) or ends the record of node accesses.
 XAPEL2_HOST_API void recordNodes(bool bRecord);
-XAPEL2_HOST_API std::vector<NodeAccess> nodeAccesses();
+XAPEL2_HOST_API std::vector<NodeAccess> nodeAccesses();  ///< The record, oldest first.
 
 /// Called during every node access, refused ones included, outside the host's locks: for a write before it takes
 /// effect, for a read with the value that it is about to return. What the observer throws leaves the access. Null:
 /// nothing.
 XAPEL2_HOST_API void setNodeObserver(std::function<void(const NodeAccess&)> fnObserver);
 
+/// One line of the host's trace.
 struct TraceLine {
-    int32_t iLevel;
-    std::string strText;
+    int32_t iLevel;       ///< 0: ordinary, 2: error path
+    std::string strText;  ///< as the caller of the trace gave it
 };
 
 /// Starts (empty) or ends the record of traces. While it runs nothing is printed; otherwise level 2 goes to stderr.
 XAPEL2_HOST_API void recordTraces(bool bRecord);
-XAPEL2_HOST_API std::vector<TraceLine> traces();
+XAPEL2_HOST_API std::vector<TraceLine> traces();  ///< The record, oldest first.
 
 /// Called for every trace, outside the host's locks, on the tracing thread; what it throws is dropped. Null: nothing.
 XAPEL2_HOST_API void setTraceObserver(std::function<void(const TraceLine&)> fnObserver);
 
 /// Every host registration (and removal) in order, for example "register fetch", "remove open".
 XAPEL2_HOST_API void recordRegistrations(bool bRecord);
-XAPEL2_HOST_API std::vector<std::string> registrations();
+XAPEL2_HOST_API std::vector<std::string> registrations();  ///< The record, oldest first.
 
 // --- Devices -----------------------------------------------------------------------------------------------------
 

@@ -4,7 +4,9 @@
 //
 // Terms, codes and rules are those of GenTL. Stream operations return GenTL codes (0 or GC_ERR_...); an exception of a
 // hook passes through them. Device pointers and stream pointers belong to the host; one that is no longer alive is
-// refused, never dereferenced. Every operation may be called from any thread.
+// refused, never dereferenced.
+//
+// @threads every operation: any thread.
 
 #pragma once
 
@@ -33,6 +35,7 @@ constexpr int32_t BUFFER_INFO_STANDIN_FRAME_NAME = BUFFER_INFO_CUSTOM_ID + 1;
 /// Stream information of the stand-in's own: incomplete buffers since the acquisition started (UINT64).
 constexpr int STREAM_INFO_STANDIN_NUM_INCOMPLETE = 1001;
 
+/// A device that can be opened.
 struct DeviceInfo {
     std::string strId;           ///< what openDevice takes
     std::string strDescription;  ///< one line for people

@@ -29,7 +29,9 @@ struct PixelFormat {
     const char* pCfa;     ///< colour sites of a filter array, row by row ("RGGB"); empty for all others
     bool bSplit = false;  ///< packed as GigE Vision 1 does ("Packed"), else from the least significant bit on ("p")
 
+    /// True when samples share bytes.
     bool isPacked() const { return nWireBits % 8 != 0; }
+    /// True for a colour filter array.
     bool isCfa() const { return pCfa[0] != '\0'; }
     /// Largest value of a sample.
     uint32_t fullScale() const { return (1U << nBits) - 1U; }

@@ -15,9 +15,9 @@ namespace StandIn {
 
 /// Format and size of an image.
 struct ImageLayout {
-    const PixelFormat* pFormat = nullptr;
-    uint64_t nWidth = 0;   ///< pixels
-    uint64_t nHeight = 0;  ///< pixels
+    const PixelFormat* pFormat = nullptr;  ///< one of pixelFormats(), or null
+    uint64_t nWidth = 0;                   ///< pixels
+    uint64_t nHeight = 0;                  ///< pixels
 
     /// Most samples of an image that the processor works on: 1 GiB of reference.
     static constexpr uint64_t SAMPLES_MAX = 1ULL << 28;
@@ -27,13 +27,18 @@ struct ImageLayout {
         return pFormat && nWidth != 0 && nHeight != 0 && nWidth <= IMAGE_SIDE_MAX && nHeight <= IMAGE_SIDE_MAX &&
                nWidth * nHeight * pFormat->nChannels <= SAMPLES_MAX;
     }
+    /// True when format and size agree.
     bool operator==(const ImageLayout& r) const {
         return pFormat == r.pFormat && nWidth == r.nWidth && nHeight == r.nHeight;
     }
+    /// True when format or size differ.
     bool operator!=(const ImageLayout& r) const { return !(*this == r); }
 
+    /// Samples of a row, all channels.
     std::size_t samplesPerRow() const { return static_cast<std::size_t>(nWidth) * pFormat->nChannels; }
+    /// Samples of the image, all channels.
     std::size_t samples() const { return samplesPerRow() * static_cast<std::size_t>(nHeight); }
+    /// Bytes of the image without padding.
     std::size_t bytes() const { return imageBytes(*pFormat, nWidth, nHeight); }
 
     /// True when the samples of both mean the same, place by place: size, bits, channels in their order and colour
@@ -46,15 +51,16 @@ struct ImageLayout {
     }
 };
 
+/// What a reference was recorded of: a covered lens, or an even, lit field.
 enum eReferenceKind { eReferenceDark = 0, eReferenceLight = 1 };
 
 /// The mean of the images of one recording, with what is known about them.
 struct ReferenceImage {
-    eReferenceKind eKind = eReferenceDark;
-    ImageLayout sLayout;
-    uint64_t nImages = 0;          ///< images that were averaged, 1 or more
-    double dSaturatedShare = 0.0;  ///< share of samples at full scale over all images, 0 to 1
-    double dMean = 0.0;            ///< mean of all samples, DN
+    eReferenceKind eKind = eReferenceDark;  ///< dark or light
+    ImageLayout sLayout;                    ///< of the images that were averaged
+    uint64_t nImages = 0;                   ///< images that were averaged, 1 or more
+    double dSaturatedShare = 0.0;           ///< share of samples at full scale over all images, 0 to 1
+    double dMean = 0.0;                     ///< mean of all samples, DN
     /// Temporal standard deviation of a pixel, DN: root of the per-pixel temporal variance (divisor n - 1) averaged
     /// over the pixels (EMVA 1288, temporal variance of an image stack). 0 for a single image.
     double dTemporalNoise = 0.0;
