@@ -35,7 +35,7 @@ const PixelFormat* unpacked(const PixelFormat* pFormat) {
     if (pFormat == nullptr || !pFormat->isPacked())
         return pFormat;
     const std::string strName = pFormat->pName;
-    return findPixelFormat(strName.substr(0, strName.size() - 1));
+    return findPixelFormat(strName.substr(0, strName.rfind(pFormat->bSplit ? 'P' : 'p')));
 }
 
 std::string describe(const ReplayLayout& rLayout) {

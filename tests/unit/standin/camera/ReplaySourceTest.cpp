@@ -255,7 +255,7 @@ TEST_F(ReplaySource, ListedFilesAreTheSceneInTheirOrderAndFormat) {
         for (const std::string& strName : aNames) aFiles.push_back(path(strName));
         return makeFileSource(aFiles, pFormat);
     };
-    for (const char* pFormat : {"BayerRG12p", "BayerRG12"}) {
+    for (const char* pFormat : {"BayerRG12p", "BayerRG12Packed", "BayerRG12"}) {
         const auto pSource = fnOpen({"sub/b.pgm", "b.pgm", "a.image"}, pFormat);
         EXPECT_STREQ(pSource->defaultSettings().pFormat->pName, "BayerRG12");
         EXPECT_EQ(pSource->frameCount(eSceneObjects), 3U);
