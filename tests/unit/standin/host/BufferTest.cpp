@@ -163,7 +163,7 @@ TEST_F(Buffers, FrameIndexBringsTheSameFrameAgain) {
     EXPECT_NE(first.second, second.second);
     EXPECT_EQ(2, node("StandInFrame").GetInt());
     node("StandInFrame").SetInt(1);
-    startAcquisition(m_pStream);
+    startAcquisition(m_pStream, 1);
     EXPECT_EQ(second, fnNext());
     node("StandInScene").SetValue("Dark");
     EXPECT_EQ(0, node("StandInFrame").GetInt());
