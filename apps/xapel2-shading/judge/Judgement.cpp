@@ -56,7 +56,7 @@ void judgeSaturation(const ReferenceFigures& rFigures, Findings& rFindings) {
          fixed(100.0 * rFigures.dSaturatedShare, 2) + " % of the samples are at full scale" +
              (bRefused ? " (limit 1 %)." : "."),
          rFigures.eKind == StandIn::eReferenceLight
-             ? "Shorten the exposure or dim the light and record again; correction at the same exposure."
+             ? "Shorten the exposure or dim the light and record again; correct at the same exposure."
              : "Cover the lens, or shorten the exposure, and record again."});
 }
 
