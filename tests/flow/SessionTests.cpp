@@ -121,6 +121,23 @@ TEST_F(Session, InterruptEndsAFetchThatWaitsForNothing) {
         ::testing::KilledBySignal(SIGINT), "");
 }
 
+// As when the signal comes before the canceller's thread has looked for the first time.
+TEST_F(Session, InterruptBeforeTheCancellerBeginsEndsAFetch) {
+    EXPECT_EXIT(
+        {
+            CSession Camera(CAMERA);
+            Camera.start(1);
+            Camera.fetch();
+            Interrupt::install();
+            std::raise(SIGINT);
+            const CFetchCanceller Late(Camera.stream());
+            XAPEL2::StandIn::BufferHandle hBuffer = nullptr;
+            const int iResult = XAPEL2::StandIn::getFilledBuffer(Camera.stream(), &hBuffer, 10000);
+            std::_Exit(iResult == GC_ERR_ABORT ? 0 : 1);
+        },
+        ::testing::ExitedWithCode(0), "");
+}
+
 TEST_F(Session, FetchSurvivesTheSwitchingOfCorrection) {
     CSession Camera(CAMERA);
     Camera.start();

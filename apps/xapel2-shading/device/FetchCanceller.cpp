@@ -49,17 +49,17 @@ CFetchCanceller::~CFetchCanceller() {
 
 void CFetchCanceller::run(DataStream* pStream) const {
     pollfd aEvents[] = {{m_iStop, POLLIN, 0}, {Interrupt::descriptor(), POLLIN, 0}};
-    int iTimeoutMs = -1;
     for (;;) {
-        if (poll(aEvents, Interrupt::isRaised() ? 1 : 2, iTimeoutMs) < 0 && errno != EINTR) {
+        // Asked once: an interrupt between two looks, or before the first, must not let this wait without end.
+        const bool bRaised = Interrupt::isRaised();
+        if (bRaised) {
+            StandIn::cancelGetFilledBuffer(pStream);
+        }
+        if (poll(aEvents, bRaised ? 1 : 2, bRaised ? REPEAT_MS : -1) < 0 && errno != EINTR) {
             return;
         }
         if ((aEvents[0].revents & POLLIN) != 0) {
             return;
-        }
-        if (Interrupt::isRaised()) {
-            StandIn::cancelGetFilledBuffer(pStream);
-            iTimeoutMs = REPEAT_MS;
         }
     }
 }
