@@ -153,7 +153,7 @@ void addCorrect(CLI::App& rCli, CommandLine& rLine) {
     CorrectOptions& rCorrect = rLine.Correct;
     CLI::App* pCorrect =
         addCommand(rCli, rLine, "correct", "Correct image files", [&] { return runCorrect(rCorrect); });
-    pCorrect->add_option("FILES", rCorrect.vecFiles, "Image files (PGM, PPM, TIFF)")->required();
+    pCorrect->add_option("FILES", rCorrect.vecFiles, "Image files (PGM, TIFF)")->required();
     addPair(pCorrect, rCorrect.Pair);
     pCorrect->add_option("-o,--out", rCorrect.strOut, "Folder to write to; a source is never overwritten")->required();
     addFileFormat(pCorrect, rCorrect.strFormat, rCorrect.bOverwrite);
