@@ -10,6 +10,7 @@
 #include <cstring>
 #include <memory>
 #include <stdexcept>
+#include <system_error>
 
 #include <fcntl.h>
 #include <tiffio.h>
@@ -33,7 +34,7 @@ public:
         m_Temporary = rFile.parent_path() / ("." + rFile.filename().string() + "." + std::to_string(getpid()) + ".tmp");
         m_iFile = open(m_Temporary.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666);
         if (m_iFile < 0) {
-            fail(m_File, std::strerror(errno));
+            fail(m_File, std::generic_category().message(errno));
         }
     }
     ~CNewFile() {
@@ -53,7 +54,7 @@ public:
         for (std::size_t i = 0; i < strBytes.size();) {
             const ssize_t nWritten = ::write(m_iFile, strBytes.data() + i, strBytes.size() - i);
             if (nWritten < 0 && errno != EINTR) {
-                fail(m_File, std::strerror(errno));
+                fail(m_File, std::generic_category().message(errno));
             }
             i += nWritten > 0 ? static_cast<std::size_t>(nWritten) : 0;
         }
@@ -63,7 +64,7 @@ public:
         const bool bClosed = close(m_iFile) == 0;
         m_iFile = -1;
         if (!bClosed || rename(m_Temporary.c_str(), m_File.c_str()) != 0) {
-            fail(m_File, std::strerror(errno));
+            fail(m_File, std::generic_category().message(errno));
         }
         m_bFinished = true;
     }
@@ -158,7 +159,7 @@ fs::path frameFile(const fs::path& rFolder, const Frame& rFrame, eFrameFile eKin
 }
 
 fs::path writeFrame(const fs::path& rFolder, const Frame& rFrame, eFrameFile eKind) {
-    const fs::path File = frameFile(rFolder, rFrame, eKind);
+    fs::path File = frameFile(rFolder, rFrame, eKind);
     CNewFile Out(File);
     if (eKind == eTiff) {
         writeTiff(Out, File, rFrame);

@@ -40,7 +40,7 @@ fs::path CFrameWriter::write(const Frame& rFrame) {
     } catch (const fs::filesystem_error& rError) {
         throw std::runtime_error("folder " + m_Folder.string() + " cannot be made: " + rError.code().message());
     }
-    const fs::path File = writeFrame(m_Folder, rFrame, m_eKind);
+    fs::path File = writeFrame(m_Folder, rFrame, m_eKind);
     m_Written.insert(File);
     return File;
 }

@@ -51,13 +51,12 @@ void judgeSaturation(const ReferenceFigures& rFigures, Findings& rFindings) {
         return;
     }
     const bool bRefused = rFigures.dSaturatedShare > SATURATED_REFUSED;
-    rFindings.push_back(
-        {bRefused ? eRefusal : eWarning, "saturated",
-         fixed(100.0 * rFigures.dSaturatedShare, 2) + " % of the samples are at full scale" +
-             (bRefused ? " (limit 1 %)." : "."),
-         rFigures.eKind == StandIn::eReferenceLight
-             ? "Shorten the exposure or dim the light and record again; correct at the same exposure."
-             : "Cover the lens, or shorten the exposure, and record again."});
+    rFindings.push_back({bRefused ? eRefusal : eWarning, "saturated",
+                         fixed(100.0 * rFigures.dSaturatedShare, 2) + " % of the samples are at full scale" +
+                             (bRefused ? " (limit 1 %)." : "."),
+                         rFigures.eKind == StandIn::eReferenceLight
+                             ? "Shorten the exposure or dim the light and record again; correct at the same exposure."
+                             : "Cover the lens, or shorten the exposure, and record again."});
 }
 
 void judgeNoise(const ReferenceFigures& rFigures, Findings& rFindings) {
@@ -229,10 +228,10 @@ void compareSettings(const CameraSettings& rFirst, const CameraSettings& rSecond
         const bool bStrength = rName == "ExposureTime" || rName == "Gain";
         const double dTolerance = bStrength ? SETTING_TOLERANCE * std::max(std::abs(dFirst), std::abs(dSecond)) : 0.0;
         if (std::abs(dFirst - dSecond) > dTolerance) {
-            rFindings.push_back({bStrength ? eWarning : eRefusal, settingId(rName),
-                                 strFirst + " " + settingText(rName, dFirst) + ", " + strSecond + " " +
-                                     settingText(rName, dSecond) + ".",
-                                 pAdvice});
+            std::string strText = strFirst;
+            strText.append(" ").append(settingText(rName, dFirst)).append(", ").append(strSecond);
+            strText.append(" ").append(settingText(rName, dSecond)).append(".");
+            rFindings.push_back({bStrength ? eWarning : eRefusal, settingId(rName), strText, pAdvice});
         }
     }
     if (rFirst.mapValues.empty() && rSecond.mapValues.empty()) {

@@ -56,14 +56,14 @@ Curve profileOf(const StandIn::ImageLayout& rLayout, const std::vector<float>& v
         vecSum[bRows ? i / nPerRow : i % nPerRow / nChannels] += as(vSamples[i]);
     }
     const std::size_t nStep = (vecSum.size() + nPointsMax - 1) / nPointsMax;
-    const double dSamples = static_cast<double>(vSamples.size() / vecSum.size() * nStep);
+    const std::size_t nSamples = vSamples.size() / vecSum.size() * nStep;
     Curve Result{(static_cast<double>(nStep) - 1.0) / 2.0, static_cast<double>(nStep), {}};
     for (std::size_t i = 0; i + nStep <= vecSum.size(); i += nStep) {
         double dSum = 0.0;
         for (std::size_t k = i; k < i + nStep; ++k) {
             dSum += vecSum[k];
         }
-        Result.vValues.push_back(dSum / dSamples);
+        Result.vValues.push_back(dSum / static_cast<double>(nSamples));
     }
     return Result;
 }

@@ -79,8 +79,8 @@ private:
         std::string strHtml;
         for (const ordered_json& rFinding : m_Figures.at("/findings")) {
             const auto strSeverity = escaped(rFinding.at("severity").get<std::string>());
-            strHtml += "<li><span class=\"tag " + strSeverity + "\">" + strSeverity + "</span>" +
-                       escaped(rFinding.at("text").get<std::string>());
+            strHtml.append("<li><span class=\"tag ").append(strSeverity).append("\">").append(strSeverity);
+            strHtml.append("</span>").append(escaped(rFinding.at("text").get<std::string>()));
             const auto strAdvice = rFinding.at("advice").get<std::string>();
             strHtml += (strAdvice.empty() ? "" : "<p class=\"muted\">" + escaped(strAdvice) + "</p>") + "</li>";
         }
@@ -204,8 +204,9 @@ private:
         const std::vector<double> vecTicks = niceTicks(dLow, dHigh, 6);
         for (const double dTick : vecTicks) {
             const std::string strX = rounded(20.0 + 400.0 * (dTick - dLow) / (dHigh - dLow), 1);
-            strSvg += "<path class=\"axis\" d=\"M" + strX + " 15v5\"/><text text-anchor=\"middle\" y=\"34\" x=\"" +
-                      strX + "\">" + rounded(dTick, tickDigits(vecTicks)) + "</text>";
+            strSvg.append("<path class=\"axis\" d=\"M").append(strX).append(" 15v5\"/><text text-anchor=\"middle\"");
+            strSvg.append(" y=\"34\" x=\"").append(strX).append("\">").append(rounded(dTick, tickDigits(vecTicks)));
+            strSvg.append("</text>");
         }
         return strSvg + "</svg>";
     }

@@ -6,9 +6,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <fstream>
 #include <stdexcept>
+#include <system_error>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -138,7 +138,7 @@ Report makeReport(const ReportInput& rInput) {
 
 void writeReport(const std::string& strFile, const Report& rReport) {
     if (!CTemporaryFile(strFile).becomes(strFile, reportPage(rReport.Figures, rReport.Pictures))) {
-        throw std::runtime_error(strFile + " cannot be written: " + std::strerror(errno));
+        throw std::runtime_error(strFile + " cannot be written: " + std::generic_category().message(errno));
     }
 }
 
