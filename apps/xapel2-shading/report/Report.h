@@ -38,6 +38,8 @@ struct ReportInput {
 nlohmann::ordered_json reportFigures(const ReportInput& rInput);
 
 /// A finished report.
+// The analyzer takes the move of the JSON for one that may throw.
+// NOLINTNEXTLINE(bugprone-exception-escape)
 struct Report {
     nlohmann::ordered_json Figures;  ///< those of reportFigures(), and what is to be known about the pictures
     ReportPictures Pictures;
