@@ -4,17 +4,16 @@
 
 #include "images/FrameFile.h"
 
-#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <stdexcept>
-#include <system_error>
 
-#include <fcntl.h>
 #include <tiffio.h>
 #include <unistd.h>
+
+#include "images/NewFile.h"
 
 namespace XAPEL2 {
 namespace App {
@@ -22,58 +21,6 @@ namespace App {
 namespace fs = std::filesystem;
 
 namespace {
-
-[[noreturn]] void fail(const fs::path& rFile, const std::string& strWhy) {
-    throw std::runtime_error(rFile.string() + " cannot be written: " + strWhy);
-}
-
-/// A file under another name beside its own, which it takes when it is finished; removed otherwise.
-class CNewFile {
-public:
-    explicit CNewFile(const fs::path& rFile) : m_File(rFile) {
-        m_Temporary = rFile.parent_path() / ("." + rFile.filename().string() + "." + std::to_string(getpid()) + ".tmp");
-        m_iFile = open(m_Temporary.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666);
-        if (m_iFile < 0) {
-            fail(m_File, std::generic_category().message(errno));
-        }
-    }
-    ~CNewFile() {
-        if (m_iFile >= 0) {
-            close(m_iFile);
-        }
-        if (!m_bFinished) {
-            unlink(m_Temporary.c_str());
-        }
-    }
-    CNewFile(const CNewFile&) = delete;
-    CNewFile& operator=(const CNewFile&) = delete;
-
-    int get() const { return m_iFile; }
-
-    void write(const std::string& strBytes) const {
-        for (std::size_t i = 0; i < strBytes.size();) {
-            const ssize_t nWritten = ::write(m_iFile, strBytes.data() + i, strBytes.size() - i);
-            if (nWritten < 0 && errno != EINTR) {
-                fail(m_File, std::generic_category().message(errno));
-            }
-            i += nWritten > 0 ? static_cast<std::size_t>(nWritten) : 0;
-        }
-    }
-
-    void finish() {
-        const bool bClosed = close(m_iFile) == 0;
-        m_iFile = -1;
-        if (!bClosed || rename(m_Temporary.c_str(), m_File.c_str()) != 0) {
-            fail(m_File, std::generic_category().message(errno));
-        }
-        m_bFinished = true;
-    }
-
-private:
-    fs::path m_File, m_Temporary;
-    int m_iFile = -1;
-    bool m_bFinished = false;
-};
 
 bool takesTwoBytes(const Frame& rFrame) {
     return rFrame.pFormat->fullScale() > 255;
@@ -139,7 +86,7 @@ void writeTiff(const CNewFile& rOut, const fs::path& rFile, const Frame& rFrame)
         TIFFOpenOptionsSetWarningHandlerExtR(pOptions.get(), keepMessage, &strMessage);
         // Little endian, as the samples are; a duplicate is what the library closes.
         const std::unique_ptr<TIFF, void (*)(TIFF*)> pTiff(
-            TIFFFdOpenExt(dup(rOut.get()), rFile.c_str(), "wl", pOptions.get()), TIFFClose);
+            TIFFFdOpenExt(dup(rOut.descriptor()), rFile.c_str(), "wl", pOptions.get()), TIFFClose);
         std::string strBytes = packedSamples(rFrame, false);
         const auto nBytes = static_cast<tmsize_t>(strBytes.size());
         // Flushed before it is closed, which reports nothing.
@@ -148,7 +95,7 @@ void writeTiff(const CNewFile& rOut, const fs::path& rFile, const Frame& rFrame)
             return;
         }
     }
-    fail(rFile, strMessage);
+    throw std::runtime_error(rFile.string() + " cannot be written: " + strMessage);
 }
 
 }  // namespace

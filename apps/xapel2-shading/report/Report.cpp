@@ -5,15 +5,9 @@
 #include "report/Report.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <fstream>
-#include <stdexcept>
-#include <system_error>
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
+#include "images/NewFile.h"
 #include "images/Pictures.h"
 #include "report/Curves.h"
 
@@ -72,41 +66,6 @@ ordered_json addGain(const JudgedPair& rPair, std::string& rPng) {
     return pictureJson(Map, Colours);
 }
 
-class CTemporaryFile {
-public:
-    explicit CTemporaryFile(const std::string& strFor)
-        : m_strFile(strFor + ".XXXXXX"), m_iFile(mkstemp(m_strFile.data())) {}
-    ~CTemporaryFile() {
-        if (m_iFile >= 0) {
-            close(m_iFile);
-            unlink(m_strFile.c_str());
-        }
-    }
-    CTemporaryFile(const CTemporaryFile&) = delete;
-    CTemporaryFile& operator=(const CTemporaryFile&) = delete;
-
-    // False with errno set where a step fails.
-    bool becomes(const std::string& strFile, const std::string& strContent) {
-        std::size_t nDone = 0;
-        while (m_iFile >= 0 && nDone < strContent.size()) {
-            const ssize_t nWritten = write(m_iFile, &strContent[nDone], strContent.size() - nDone);
-            if (nWritten < 0 && errno != EINTR) {
-                return false;
-            }
-            nDone += static_cast<std::size_t>(std::max<ssize_t>(0, nWritten));
-        }
-        // mkstemp lets nobody else read the file; a report is to be shown around.
-        const mode_t uMask = umask(0);
-        umask(uMask);
-        return m_iFile >= 0 && fchmod(m_iFile, 0666 & ~uMask) == 0 && fsync(m_iFile) == 0 &&
-               rename(m_strFile.c_str(), strFile.c_str()) == 0;
-    }
-
-private:
-    std::string m_strFile;
-    int m_iFile;
-};
-
 std::string shellWord(const std::string& strWord) {
     static constexpr const char* PLAIN = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-+=.,:/@%";
     if (!strWord.empty() && strWord.find_first_not_of(PLAIN) == std::string::npos) {
@@ -137,9 +96,10 @@ Report makeReport(const ReportInput& rInput) {
 }
 
 void writeReport(const std::string& strFile, const Report& rReport) {
-    if (!CTemporaryFile(strFile).becomes(strFile, reportPage(rReport.Figures, rReport.Pictures))) {
-        throw std::runtime_error(strFile + " cannot be written: " + std::generic_category().message(errno));
-    }
+    CNewFile Out(strFile);
+    Out.write(reportPage(rReport.Figures, rReport.Pictures));
+    Out.flush();
+    Out.finish();
 }
 
 std::string commandLine() {
