@@ -141,7 +141,7 @@ private:
     ParticipantList m_lstParticipants;
     ParticipantList m_lstParticipantsForCalling;
 
-    XapelMutex m_mtxAccess;  // entry mutex of the gate
+    alignas(64) XapelMutex m_mtxAccess;  // entry mutex of the gate, on one cache line with the words that it guards
     XapelAccessControlData m_AccessData;
 
     /// The leaf lock: copy out, release, call.
