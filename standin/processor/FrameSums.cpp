@@ -22,7 +22,8 @@ namespace {
 
 namespace hn = hwy::HWY_NAMESPACE;
 
-/// After so many steps the 32-bit lanes of squares are emptied: a step adds at most 4 * 255^2 or 2^16 to a lane.
+/// After so many steps the lanes are emptied: a step adds at most 4 * 255^2 or 2^16 to a 32-bit lane of squares, and 1
+/// to a 16-bit lane that counts.
 constexpr std::size_t STEPS = 4096;
 
 using D32 = hn::ScalableTag<uint32_t>;
@@ -40,12 +41,12 @@ HWY_INLINE V32 squares(D16 d16, hn::Vec<D16> v) {
     return hn::Add(hn::BitCast(D32(), vSquares), hn::BitCast(D32(), vMore));
 }
 
-uint64_t sumLanes(V32 v) {
-    const D32 d;
-    HWY_ALIGN uint32_t aLanes[hn::MaxLanes(d)];
+template <class D>
+uint64_t sumLanes(D d, hn::Vec<D> v) {
+    HWY_ALIGN hn::TFromD<D> aLanes[hn::MaxLanes(d)];
     hn::Store(v, d, aLanes);
     uint64_t uSum = 0;
-    for (const uint32_t uLane : aLanes) uSum += uLane;
+    for (const auto uLane : aLanes) uSum += uLane;
     return uSum;
 }
 
@@ -59,13 +60,15 @@ FrameFigures addU8(const uint8_t* pSamples, std::size_t nSamples, uint16_t* pSum
     while (i + L <= nSamples) {
         const std::size_t nEnd = i + std::min(STEPS, (nSamples - i) / L) * L;
         V32 vSquares = hn::Zero(D32());
+        auto vSaturated = hn::Zero(d16);
         for (; i < nEnd; i += L) {
             const auto v = hn::PromoteTo(d16, hn::LoadU(d8, pSamples + i));
             hn::StoreU(hn::Add(hn::LoadU(d16, pSums + i), v), d16, pSums + i);
             vSquares = hn::Add(vSquares, squares(d16, v));
-            sFigures.nSaturated += hn::CountTrue(d16, hn::Eq(v, vFull));
+            vSaturated = hn::Sub(vSaturated, hn::VecFromMask(d16, hn::Eq(v, vFull)));
         }
-        sFigures.uSquares += sumLanes(vSquares);
+        sFigures.uSquares += sumLanes(D32(), vSquares);
+        sFigures.nSaturated += sumLanes(d16, vSaturated);
     }
     for (; i < nSamples; ++i) {
         const uint32_t uSample = pSamples[i];
@@ -90,6 +93,7 @@ FrameFigures addU16(const uint16_t* pSamples, std::size_t nSamples, uint32_t uFu
         const std::size_t nEnd = i + std::min(STEPS, (nSamples - i) / L) * L;
         V32 vSquaresLow = hn::Zero(d32);
         V32 vSquaresHigh = hn::Zero(d32);
+        auto vSaturated = hn::Zero(d16);
         for (; i < nEnd; i += L) {
             for (std::size_t k = 0; k < L; k += hn::Lanes(d32)) {
                 const auto vHalf =
@@ -100,9 +104,10 @@ FrameFigures addU16(const uint16_t* pSamples, std::size_t nSamples, uint32_t uFu
             const V32 vSquares = squares(d16, hn::Xor(v, vCentre));
             vSquaresLow = hn::Add(vSquaresLow, hn::And(vSquares, vLow));
             vSquaresHigh = hn::Add(vSquaresHigh, hn::ShiftRight<16>(vSquares));
-            sFigures.nSaturated += hn::CountTrue(d16, hn::Eq(v, vFull));
+            vSaturated = hn::Sub(vSaturated, hn::VecFromMask(d16, hn::Eq(v, vFull)));
         }
-        sFigures.uSquares += sumLanes(vSquaresLow) + (sumLanes(vSquaresHigh) << 16);
+        sFigures.uSquares += sumLanes(d32, vSquaresLow) + (sumLanes(d32, vSquaresHigh) << 16);
+        sFigures.nSaturated += sumLanes(d16, vSaturated);
     }
     for (; i < nSamples; ++i) {
         uint16_t uRead = 0;
