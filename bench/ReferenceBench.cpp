@@ -72,12 +72,15 @@ public:
 
     bool wants(const std::string& strGroup) const { return isListed(m_rOptions.strGroups, strGroup); }
     /// @param[in] fnPrepare  makes what one fnRun uses up; empty: fnRun can be repeated.
-    void add(const std::string& strName, std::function<void()> fnRun, std::function<void()> fnPrepare = {}) {
+    /// @param[in] nUnit  number of images that fnRun takes in turn.
+    void add(const std::string& strName, std::function<void()> fnRun, std::function<void()> fnPrepare = {},
+             uint64_t nUnit = 1) {
         Candidate sCandidate{strName, [fnRun = std::move(fnRun)](uint64_t nTimes) {
                                  for (uint64_t i = 0; i < nTimes; ++i) fnRun();
                              }};
         sCandidate.bOnce = static_cast<bool>(fnPrepare);
         sCandidate.fnPrepare = std::move(fnPrepare);
+        sCandidate.nUnit = nUnit;
         m_mapResults[strName] = {m_Rounds.add(std::move(sCandidate))};
     }
     void addLimit(const std::string& strName, const CLimit& rLimit, uint8_t* pSums,
@@ -86,7 +89,12 @@ public:
     }
     void runAndPrint() {
         m_Rounds.run();
-        for (const auto& rResult : m_mapResults) m_Rounds.print(m_Rounds.fastest(rResult.second), rResult.first);
+        for (const auto& rResult : m_mapResults) {
+            const std::size_t iFastest = m_Rounds.fastest(rResult.second);
+            m_Rounds.print(iFastest, rResult.first);
+            if (rResult.second.size() > 1)
+                note(m_rOptions, "    %s", m_Rounds.name(iFastest).c_str());
+        }
     }
 
 private:
@@ -161,7 +169,8 @@ public:
         m_Nodes.command(XAPEL2::StandIn::eCommandStartLight);
     }
     void addTo(CReferenceRounds& rRounds, const std::string& strGroup) {
-        rRounds.add(strGroup + "/ours", [this] { m_Nodes.process(m_rLayout, m_Frames.frame(m_iNext++)); });
+        rRounds.add(
+            strGroup + "/ours", [this] { m_Nodes.process(m_rLayout, m_Frames.frame(m_iNext++)); }, {}, CFrames::COUNT);
         rRounds.addLimit(strGroup + "/limit", m_Limit, m_Sums.data(), m_Frames.all());
     }
 
