@@ -180,6 +180,11 @@ void CXapelBypassDevice::registerHooks(XAPEL2::DataStream* pDataStream, bool bRe
             --nDone;
             throw Xapel_ObjectInvalidException(SOURCE_FILE, __LINE__, "initCallBacks", STREAM_INVALID);
         }
+        // While the open hook stands, an opening may have moved the hub meanwhile: then this stream is the one to
+        // leave.
+        const XapelHostFunctions left = storeHostFunctions(host, bRegisterOpen);
+        if (left.pDataStream != nullptr && left.pDataStream != getXapelDataStream())
+            leaveStream(left);
     } catch (...) {
         // A hub under construction takes all back; one that lives only what stands on another stream than before.
         if (bRegisterOpen) {
@@ -191,10 +196,6 @@ void CXapelBypassDevice::registerHooks(XAPEL2::DataStream* pDataStream, bool bRe
             takeBack(std::min(nDone, XAPEL_HOOK_FIRST_OF_DEVICE), m_pDevice, pDataStream, this);
         throw;
     }
-    // While the open hook stands, an opening may have moved the hub meanwhile: then this stream is the one to leave.
-    const XapelHostFunctions left = storeHostFunctions(host, bRegisterOpen);
-    if (left.pDataStream != nullptr && left.pDataStream != getXapelDataStream())
-        leaveStream(left);
 }
 
 void CXapelBypassDevice::leaveStream(const XapelHostFunctions& rBefore) {

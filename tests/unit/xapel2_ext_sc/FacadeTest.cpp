@@ -78,6 +78,7 @@ TEST(Library, ExportsTheFacadeAloneAndNeedsNothingElse) {
     EXPECT_EQ(printed(strSymbols + "-v -e ' T XAPEL2::Ext::Sc::Shading::' -e ' A XAPEL2_EXT_SC_1.0'"), "");
     const std::string strNeeded = "readelf -d '" XAPEL2_EXT_SC_FILE "' | grep NEEDED | grep ";
     EXPECT_NE(printed(strNeeded + "libxapel2_genicam.so.0"), "");
+    EXPECT_NE(printed("readelf -d '" XAPEL2_EXT_SC_FILE "' | grep FLAGS_1 | grep NODELETE"), "");
     EXPECT_EQ(printed(strNeeded + "-Ev 'lib(xapel2_genicam.so.0|(stdc\\+\\+|gcc_s|c|m|asan|ubsan|tsan).so)'"), "");
 }
 
