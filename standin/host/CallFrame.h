@@ -16,7 +16,7 @@ namespace StandIn {
 /// Lives for the length of an application call, the hook included. Calls of a hook into the host nest.
 class CCallFrame {
 public:
-    /// @param[in] uCancelStamp  cancels of the stream before the call; a call nested in another one of the same stream
+    /// @param[in] uCancelStamp  cancels before the call; a call nested in another one of the same stream
     ///                          keeps the outer one's stamp.
     explicit CCallFrame(const DataStream* pStream, uint64_t uCancelStamp = 0);
     ~CCallFrame();

@@ -179,7 +179,7 @@ int flushBuffers(DataStream* pShell) {
 int getFilledBuffer(DataStream* pShell, BufferHandle* phBuffer, unsigned long long iTimeoutMs) {
     return onStream(pShell, [&](CStream& rStream) {
         // Stamped first: a cancel during the look-up of the hook, or before the hook arrives, ends this call.
-        const CCallFrame frame(pShell, rStream.cancelStamp());
+        const CCallFrame frame(pShell, CStream::cancelStamp());
         void* pContext = nullptr;
         const auto pfnHook = lookUp<DataStreamGetFilledBufferFunc>(rStream.hooks(), Control::eHookFetch, pContext);
         const int iResult = pfnHook == nullptr ? GC_ERR_NOT_INITIALIZED : pfnHook(phBuffer, iTimeoutMs, pContext);
@@ -189,7 +189,7 @@ int getFilledBuffer(DataStream* pShell, BufferHandle* phBuffer, unsigned long lo
 
 int cancelGetFilledBuffer(DataStream* pShell) {
     return onStream(pShell, [&](CStream& rStream) {
-        const CCallFrame frame(pShell, rStream.cancelStamp());
+        const CCallFrame frame(pShell, CStream::cancelStamp());
         void* pContext = nullptr;
         const auto pfnHook =
             lookUp<DataStreamCancelGetFilledBufferFunc>(rStream.hooks(), Control::eHookCancel, pContext);

@@ -14,8 +14,9 @@ namespace XAPEL2 {
 namespace StandIn {
 
 int ownFetch(CStream& rStream, void** ppBuffer, unsigned long long iTimeoutMs) {
-    const CCallFrame* pFrame = CCallFrame::find(rStream.shell());
-    return rStream.fetch(ppBuffer, iTimeoutMs, pFrame == nullptr ? rStream.cancelStamp() : pFrame->cancelStamp());
+    const CCallFrame* const pSame = CCallFrame::find(rStream.shell());
+    const CCallFrame* const pFrame = pSame != nullptr ? pSame : CCallFrame::innermost();
+    return rStream.fetch(ppBuffer, iTimeoutMs, pFrame == nullptr ? CStream::cancelStamp() : pFrame->cancelStamp());
 }
 
 int ownInfo(const CStream& rStream, int iInfoCmd, int* piType, void* pValue, unsigned long long* piSize) {

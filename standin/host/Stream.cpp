@@ -13,6 +13,8 @@
 namespace XAPEL2 {
 namespace StandIn {
 
+std::atomic<uint64_t> CStream::s_uCancels{0};
+
 CStream::CStream(std::shared_ptr<CCamera> pCamera, DataStream* pShell, std::string strId)
     : m_pCamera(std::move(pCamera)), m_pShell(pShell), m_strId(std::move(strId)) {}
 
@@ -48,7 +50,7 @@ int CStream::close() {
             return GC_ERR_INVALID_HANDLE;
         }
         // Whoever came before the close ends, however the cancel is set to behave.
-        m_uCancels.fetch_add(1, std::memory_order_release);
+        endFetchesBegun();
         m_nSticky = 0;
         m_cvFilled.notify_all();
         for (Buffer::List* pList : {&m_lstIdle, &m_lstQueued, &m_lstFilling, &m_lstFilled}) {

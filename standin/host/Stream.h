@@ -51,7 +51,8 @@ public:
     int stop();
 
     /// Cancels so far: a fetch whose stamp is another one ends.
-    uint64_t cancelStamp() const { return m_uCancels.load(std::memory_order_acquire); }
+    /// The cancels of all streams so far: a hook may carry a call on to another stream than it began on.
+    static uint64_t cancelStamp() { return s_uCancels.load(std::memory_order_acquire); }
     int fetch(void** ppBuffer, unsigned long long iTimeoutMs, uint64_t uStamp);
     int cancel();
     bool waitForBlocked(unsigned nCount, unsigned iDeadlineMs);
@@ -73,6 +74,8 @@ private:
     bool endOneWaiter();
     bool endAllWaiters();
     bool fetchIsOver(const Waiter& rWaiter, uint64_t uStamp) const;
+    /// A call that reads the new stamp began later and goes on.
+    void endFetchesBegun() { m_uLastCancel = s_uCancels.fetch_add(1, std::memory_order_release) + 1; }
     int takeFilled(void** ppBuffer);
     std::size_t payloadSizeLocked() const;
 
@@ -112,8 +115,9 @@ private:
     bool m_bGrabbing = false;
     bool m_bStop = false;
     Buffer::List m_lstIdle, m_lstQueued, m_lstFilling, m_lstFilled;
-    std::vector<Waiter*> m_vecWaiters;     // in the order in which they began to wait
-    std::atomic<uint64_t> m_uCancels{0};   // read without the lock for stamps
+    std::vector<Waiter*> m_vecWaiters;  // in the order in which they began to wait
+    static std::atomic<uint64_t> s_uCancels;
+    uint64_t m_uLastCancel = 0;            // of s_uCancels, the one that ended the fetches of this stream
     unsigned m_nSticky = 0;                // fetches yet to come that a cancel has ended already
     std::size_t m_nImageOffset = 0;        // of the running acquisition
     std::unique_ptr<ILiveStream> m_pLive;  // of a live camera's running acquisition

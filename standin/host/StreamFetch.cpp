@@ -20,7 +20,7 @@ constexpr unsigned long long TIMEOUT_LONGEST_MS = 10ULL * 365 * 24 * 3600 * 1000
 }  // namespace
 
 bool CStream::fetchIsOver(const Waiter& rWaiter, uint64_t uStamp) const {
-    return rWaiter.bEnded || m_uCancels.load(std::memory_order_relaxed) != uStamp;
+    return rWaiter.bEnded || m_uLastCancel > uStamp;
 }
 
 int CStream::takeFilled(void** ppBuffer) {
@@ -109,8 +109,7 @@ int CStream::cancel() {
     }
     switch (switches().eCancel.load()) {
         case Control::eEndsAllBegun:
-            // Pairs with the stamp: a call that reads the new count began later and goes on.
-            m_uCancels.fetch_add(1, std::memory_order_release);
+            endFetchesBegun();
             break;
         case Control::eWakesOne:
             if (!endOneWaiter()) {

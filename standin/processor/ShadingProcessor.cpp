@@ -31,6 +31,8 @@ enum eParameter : std::size_t { eBoxLight, eBoxDark, eMedianLight, eMedianDark }
 
 constexpr int64_t UNTOUCHED = 1;  // status of an image that was left as it is because nothing is applied for it
 constexpr int32_t TRACE_ERROR = 2;
+// Where no image can lie: the host may not know a buffer's base, but the image's offset in it.
+constexpr uint64_t NO_ADDRESS = 65536;
 
 /// Why an image was left untouched.
 enum eReason { eNothingApplied, eOtherFormat, eOtherSize, eImpossible, eOtherThanRecording, eBusy, eReasonCount };
@@ -132,7 +134,7 @@ void CShadingProcessor::Impl::describe(std::string strCorrection) noexcept {
 
 int64_t CShadingProcessor::Impl::process(const ShadingInputs& rInputs) {
     const ImageLayout sLayout = layoutOf(rInputs);
-    if (!sLayout.isPossible() || rInputs.iBuffer == 0 || rInputs.iBufferSize < 0 ||
+    if (!sLayout.isPossible() || static_cast<uint64_t>(rInputs.iBuffer) < NO_ADDRESS || rInputs.iBufferSize < 0 ||
         static_cast<uint64_t>(rInputs.iBufferSize) < sLayout.bytes())
         return leaveUntouched(eImpossible, rInputs, GC_ERR_INVALID_PARAMETER);
     void* const pImage = reinterpret_cast<void*>(static_cast<uintptr_t>(rInputs.iBuffer));

@@ -53,8 +53,10 @@ int CTiffHandle::onError(TIFF*, void* pThis, const char*, const char* strFormat,
 
 tmsize_t CTiffHandle::onRead(thandle_t pThis, void* pBytes, tmsize_t nBytes) {
     auto* const p = static_cast<CTiffHandle*>(pThis);
-    const ssize_t nRead =
-        pread(p->m_iFile, pBytes, static_cast<std::size_t>(nBytes), static_cast<off_t>(p->m_uPosition));
+    ssize_t nRead = 0;
+    do {
+        nRead = pread(p->m_iFile, pBytes, static_cast<std::size_t>(nBytes), static_cast<off_t>(p->m_uPosition));
+    } while (nRead < 0 && errno == EINTR);
     p->m_uPosition += static_cast<uint64_t>(std::max<ssize_t>(nRead, 0));
     return nRead;
 }
@@ -64,6 +66,8 @@ tmsize_t CTiffHandle::onWrite(thandle_t pThis, void* pBytes, tmsize_t nBytes) {
     for (tmsize_t nDone = 0; nDone < nBytes;) {
         const ssize_t nNow = pwrite(p->m_iFile, static_cast<const char*>(pBytes) + nDone,
                                     static_cast<std::size_t>(nBytes - nDone), static_cast<off_t>(p->m_uPosition));
+        if (nNow < 0 && errno == EINTR)
+            continue;
         if (nNow <= 0) {
             p->m_iWriteError = nNow < 0 ? errno : EIO;
             return nDone;

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <vector>
 
 namespace XAPEL2 {
@@ -41,8 +42,11 @@ uint64_t number(const uint8_t* pBytes, std::size_t nBytes, bool bBig) {
 }
 
 void readAt(int iFile, uint64_t uOffset, uint8_t* pBytes, std::size_t nBytes, const char* strElse) {
-    require(uOffset <= INT64_MAX && pread(iFile, pBytes, nBytes, static_cast<off_t>(uOffset)) == ssize_t(nBytes),
-            strElse);
+    ssize_t nRead = 0;
+    do {
+        nRead = uOffset <= INT64_MAX ? pread(iFile, pBytes, nBytes, static_cast<off_t>(uOffset)) : 0;
+    } while (nRead < 0 && errno == EINTR);
+    require(nRead == static_cast<ssize_t>(nBytes), strElse);
 }
 
 /// Size of the file, whose directory has few tags with no more values together than the file has bytes. What is wrong

@@ -339,6 +339,32 @@ TEST_F(HostFaults, BufferOfAnotherStreamOutlivesItsClosing) {
     mallopt(M_PERTURB, 0);
 }
 
+TEST_F(HostFaults, CancelEndsAFetchOnItsWayToAnotherStream) {
+    std::vector<std::string> log;
+    CPlain participant(m_pDevice);
+    XapelTest::CSpy spy(m_pDevice, "spy", log, {0, true});
+    spy.registerParticipant();
+    startStream(0);
+    Control::HookHold hold(Control::eHookFetch);
+    auto call = std::async(std::launch::async, [this] { return fetch(TIMEOUT_INFINITE); });
+    ASSERT_TRUE(hold.waitUntilHeld(XapelTest::DEADLINE_MS));
+    stopAcquisition(m_pStream);
+    m_pStream = Control::addFirstStream(m_pDevice);
+    startStream(0);
+    XapelTest::HeldCall held(spy);
+    hold.release();
+    ASSERT_TRUE(held.waitUntilHeld());
+    const uint64_t nBefore = Control::calls(Control::eHostCancel);
+    auto change = std::async(std::launch::async, [&] { participant.registerParticipantForCalling(); });
+    EXPECT_TRUE(eventually([&] { return Control::calls(Control::eHostCancel) > nBefore; }));
+    EXPECT_FALSE(ready(change, 30));  // its cancel is over, and it waits
+    held.release();
+    EXPECT_TRUE(ready(call));
+    queueBuffers(1);  // ends it in any case
+    EXPECT_EQ(call.get(), GC_ERR_ABORT);
+    change.get();
+}
+
 TEST_F(HostFaults, HookThatTheHostKeepsNeverMeetsAnotherHub) {
     XAPEL2::Device* const pOther = openDevice("sim:8?width=64&height=48&format=Mono8");
     for (int i = 0; i < 14; ++i) {

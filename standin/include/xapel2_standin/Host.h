@@ -107,7 +107,8 @@ XAPEL2_HOST_API std::size_t payloadSize(DataStream* pStream);
 /// Allocates a buffer and announces it. Freed by revoking it or closing the stream.
 XAPEL2_HOST_API int allocAndAnnounceBuffer(DataStream* pStream, std::size_t nBytes, BufferHandle* phBuffer);
 
-/// Announces memory of the caller, which must stay until the buffer is revoked or the stream closed.
+/// Announces memory of the caller, which must stay until the buffer is revoked or the stream closed, and until every
+/// fetch of the stream that began before that has returned: a frame may be on its way through a hook.
 XAPEL2_HOST_API int announceBuffer(DataStream* pStream, void* pMemory, std::size_t nBytes, BufferHandle* phBuffer);
 
 /// Takes a buffer back. GC_ERR_RESOURCE_IN_USE while the camera is filling it; a real camera has all that are queued

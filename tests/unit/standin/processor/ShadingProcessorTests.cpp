@@ -157,6 +157,10 @@ TEST_F(ShadingProcessor, TracesOnceWhyAnImageIsLeftUntouched) {
     ASSERT_EQ(run(eCommandApply), 0);
     processAll();
     EXPECT_EQ(m_vTraces.size(), 6U) << "new tables, new reasons";
+    // An offset into a buffer whose base nobody knows.
+    run(eCommandProcess);
+    m_sInputs.iBuffer = 128;
+    EXPECT_EQ(m_oProcessor.execute(eCommandProcess, m_sInputs), GC_ERR_INVALID_PARAMETER);
 }
 
 TEST_F(ShadingProcessor, WantOfMemoryChangesNothing) {
