@@ -147,6 +147,10 @@ void writeSequences() {
                   strSize + strDark + strLight + strCorrect + strLoad);
         }
     }
+    // Writes without a command, each of which the nodes refuse.
+    Steps strRefused;
+    while (strRefused.size() < 900000) strRefused += Steps{5, 0, '\xF3', 1, 0, '\xF4'};
+    write("processor-limits", "refused", strRefused);
 }
 
 }  // namespace

@@ -26,8 +26,8 @@ using Fuzz::require;
 
 namespace {
 
-constexpr unsigned COMMANDS_MAX = 40;             // for speed
-constexpr std::size_t NAMES = 8, GOOD_NAMES = 5;  // a file can be saved under the first names
+constexpr unsigned COMMANDS_MAX = 40, STEPS_MAX = 1000;  // for speed
+constexpr std::size_t NAMES = 8, GOOD_NAMES = 5;         // a file can be saved under the first names
 
 std::string path(std::size_t iName) {
     static const Test::CTemporaryFolder s_oFolder;
@@ -42,7 +42,7 @@ public:
     }
 
     void run() {
-        while (m_pNext != m_pEnd && m_nCommands < COMMANDS_MAX) {
+        for (unsigned i = 0; i < STEPS_MAX && m_pNext != m_pEnd && m_nCommands < COMMANDS_MAX; ++i) {
             try {
                 step();
             } catch (const Exceptions::IException&) {
