@@ -2,6 +2,7 @@
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // Command line of xapel2-shading.
 
+#include <algorithm>
 #include <exception>
 #include <functional>
 #include <iostream>
@@ -137,7 +138,7 @@ void addRun(CLI::App& rCli, CommandLine& rLine) {
     addDevice(pRun, rRun.strDevice)->required();
     addPair(pRun, rRun.Pair);
     pRun->add_option("-n,--frames", rRun.nFrames, "Frames to fetch; without it until Ctrl-C, or all of a replay")
-        ->check(CLI::PositiveNumber);
+        ->check(CLI::Range(uint64_t{1}, uint64_t{1000000000}));
     pRun->add_option("--scene", rRun.strScene, "What a simulated or replayed camera shows: Dark, Light or Scene")
         ->transform(CLI::IsMember({"Dark", "Light", "Scene"}, CLI::ignore_case))
         ->capture_default_str();
@@ -185,8 +186,7 @@ void addDemo(CLI::App& rCli, CommandLine& rLine) {
                        if (!rLine.strFrames.empty()) {
                            rDemo.strCamera = "replay:" + rLine.strFrames;
                        }
-                       runDemo(rDemo);
-                       return static_cast<int>(eExitDone);
+                       return runDemo(rDemo);
                    });
     CLI::Option* pFrames =
         pDemo->add_option("--frames", rLine.strFrames,
@@ -197,16 +197,21 @@ void addDemo(CLI::App& rCli, CommandLine& rLine) {
         ->excludes(pFrames);
     pDemo->add_option("--out", rDemo.strOut, "Folder to write to; files of an earlier demo are replaced")
         ->capture_default_str();
+    addJson(pDemo, rLine, rDemo.bJson);
 }
 
-int fail(const CommandLine& rLine, int iExit, const std::string& strWhat) {
-    std::cerr << "xapel2-shading: " << strWhat << '\n';
+int tellJson(const CommandLine& rLine, int iExit, const std::string& strWhat) {
     if (rLine.bJson) {
         COutput Output(rLine.strCommand.c_str(), true);
         Output.json()["error"] = strWhat;
         Output.finish(iExit);
     }
     return iExit;
+}
+
+int fail(const CommandLine& rLine, int iExit, const std::string& strWhat) {
+    std::cerr << "xapel2-shading: " << strWhat << '\n';
+    return tellJson(rLine, iExit, strWhat);
 }
 
 int runCommand(const CommandLine& rLine) {
@@ -242,7 +247,14 @@ int run(int argc, char** argv) {
     try {
         Cli.parse(argc, argv);
     } catch (const CLI::ParseError& rError) {
-        return Cli.exit(rError) == 0 ? eExitDone : eExitUsage;
+        if (Cli.exit(rError) == 0) {
+            return eExitDone;
+        }
+        for (const CLI::App* pCommand : Cli.get_subcommands()) {
+            Line.strCommand = pCommand->get_name();
+        }
+        Line.bJson = std::find(argv, argv + argc, std::string("--json")) != argv + argc;
+        return tellJson(Line, eExitUsage, rError.what());
     }
     // What takes no frames can simply be killed.
     if (Line.strCommand != "check" && Line.strCommand != "devices") {

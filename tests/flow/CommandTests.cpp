@@ -139,6 +139,13 @@ TEST_F(Command, ReferencesAreJudgedAgainstTheCamera) {
         EXPECT_EQ(Json.at("judgement").at("verdict") == "good", rRow.pSaid[0] == '\0');
         run(withForce(astrWords), rRow.iForcedExit, rRow.pSaid);
     }
+    // What the library writes by itself tells nothing of the camera.
+    for (const char* pName : {"dark.tif", "light.tif"}) {
+        XAPEL2::StandIn::ReferenceImage Image = XAPEL2::StandIn::readReferenceFile(file(pName));
+        Image.strCamera.clear();
+        XAPEL2::StandIn::writeReferenceFile(file(pName), Image);
+    }
+    run(withPair({"run", "-n", "2", "-d", strCamera + "&offsetx=16"}), 0, "note: Not compared");
 }
 
 TEST_F(Command, SaturatedReferenceIsRefusedWithTheNumber) {
@@ -153,6 +160,7 @@ TEST_F(Command, SaturatedReferenceIsRefusedWithTheNumber) {
             char acNumber[32];
             std::snprintf(acNumber, sizeof acNumber, "%.2f %%", fPercent);
             run(astrWords, 1, acNumber);
+            run({"run", "-d", strDevice, "--light", file("light.tif"), "-n", "1"}, 1, "Light reference: ");
             run(withForce(astrWords));
             EXPECT_LT(fPercent, 5.0);
             return;
@@ -193,6 +201,10 @@ TEST_F(Command, FailureHasItsExitCodeAndSaysWhatToDo) {
         {{"run", "-d", strCamera, "--light", file("text.tif")}, 3, "text.tif"},
         {{"record", "light", "-d", "replay:" + file("replay"), "-o", file("replay/light_1.tif")}, 2, "source"},
         {{"run", "-d", "replay:" + file("none"), "--light", file("light.tif")}, 3, "none"},
+        {{"run", "-d", "replay:" + file("replay") + "?format=Mono12", "--light", file("light.tif")}, 2, "--scene"},
+        {{"run", "-d", strCamera, "-n", "0"}, 2, "1000000000"},
+        {{"check", file("dark.tif"), file("dark.tif")}, 1, "refused: "},
+        {withPair({"report", "-o", file("dark.tif")}), 2, "source"},
     };
     for (const auto& rRow : aRows) {
         EXPECT_FALSE(run(rRow.astrWords, rRow.iExit, rRow.pSaid).empty());

@@ -264,7 +264,8 @@ TEST(Demo, NewRunReplacesItsOwnFilesOnly) {
     const CTemporaryFolder Folder;
     const fs::path Frames = Folder.path() / "frames";
     const fs::path Out = Folder.path() / "out";
-    runDemo({"--camera", "sim:1?width=32&height=32"}, Out);
+    const ProgramResult Told = runShading({"demo", "--camera", "sim:1?width=32&height=32", "--out", Out, "--json"});
+    EXPECT_GT(nlohmann::json::parse(Told.strOut).at("blocks_before_percent"), 0.1) << Told.strErr;
     EXPECT_TRUE(fs::exists(Out / "reference-dark.tif"));
     std::ofstream(Out / "raw" / "mine.pgm") << "mine";
 

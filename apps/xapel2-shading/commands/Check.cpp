@@ -8,24 +8,16 @@
 #include <ostream>
 
 #include "commands/Exit.h"
+#include "commands/JudgedPair.h"
 #include "commands/Output.h"
 #include "judge/Judgement.h"
 #include "judge/JudgementText.h"
 #include "judge/SelfTest.h"
-#include "xapel2_standin/ReferenceFile.h"
 
 namespace XAPEL2 {
 namespace App {
 
 namespace {
-
-StandIn::ReferenceImage read(const std::string& strFile) {
-    try {
-        return StandIn::readReferenceFile(strFile);
-    } catch (const std::runtime_error& rError) {
-        throw std::runtime_error(strFile + ": " + rError.what() + "; record it with xapel2-shading record");
-    }
-}
 
 bool isPair(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight) {
     return rDark.eKind == StandIn::eReferenceDark && rLight.eKind == StandIn::eReferenceLight &&
@@ -62,7 +54,7 @@ void tell(COutput& rOutput, const char* pMember, const std::string& strFile, con
 
 int runCheck(const CheckOptions& rOptions) {
     COutput Output("check", rOptions.bJson);
-    const StandIn::ReferenceImage Dark = read(rOptions.strDark), Light = read(rOptions.strLight);
+    const StandIn::ReferenceImage Dark = readReference(rOptions.strDark), Light = readReference(rOptions.strLight);
     const bool bPair = isPair(Dark, Light);
     const ReferenceJudgement DarkJudgement = judgeReference(Dark);
     const ReferenceJudgement LightJudgement = judgeReference(Light, bPair ? &Dark : nullptr);
@@ -75,12 +67,16 @@ int runCheck(const CheckOptions& rOptions) {
     Output.text() << "Pair: " << verdict(Pair.vecFindings) << '\n' << describe(Pair);
     Output.json()["pair"] = toJson(Pair);
 
-    Findings vecAll = DarkJudgement.vecFindings;
-    vecAll.insert(vecAll.end(), LightJudgement.vecFindings.begin(), LightJudgement.vecFindings.end());
+    Findings vecAll = namedFindings(DarkJudgement);
+    const Findings vecLight = namedFindings(LightJudgement);
+    vecAll.insert(vecAll.end(), vecLight.begin(), vecLight.end());
     vecAll.insert(vecAll.end(), Pair.vecFindings.begin(), Pair.vecFindings.end());
     const bool bRefused = refused(vecAll, rOptions.bForce);
     Output.text() << "\nVerdict: " << verdict(vecAll) << (refused(vecAll) && !bRefused ? ", overridden" : "") << '\n';
     Output.json()["verdict"] = verdict(vecAll);
+    if (bRefused) {
+        warnAbout(vecAll, eRefusal);
+    }
     return Output.finish(bRefused ? eExitRefused : eExitDone);
 }
 

@@ -4,6 +4,7 @@
 
 #include "commands/JudgedPair.h"
 
+#include <set>
 #include <stdexcept>
 
 #include "commands/Exit.h"
@@ -30,6 +31,15 @@ void append(Findings& rTo, const Findings& rFrom) {
 }
 
 }  // namespace
+
+Findings namedFindings(const ReferenceJudgement& rJudgement) {
+    Findings vecNamed = rJudgement.vecFindings;
+    for (Finding& rFinding : vecNamed) {
+        rFinding.strText.insert(
+            0, rJudgement.Figures.eKind == StandIn::eReferenceDark ? "Dark reference: " : "Light reference: ");
+    }
+    return vecNamed;
+}
 
 StandIn::ReferenceImage readReference(const std::string& strFile) {
     try {
@@ -69,7 +79,7 @@ Findings JudgedPair::findings() const {
     Findings vecAll;
     for (const auto* pJudgement : {&DarkJudgement, &LightJudgement}) {
         if (*pJudgement) {
-            append(vecAll, (*pJudgement)->vecFindings);
+            append(vecAll, namedFindings(**pJudgement));
         }
     }
     if (Pair) {
@@ -107,11 +117,16 @@ nlohmann::ordered_json toJson(const JudgedPair& rPair) {
     return Json;
 }
 
-void warnAbout(const Findings& rFindings) {
+void warnAbout(const Findings& rFindings, eSeverity eLeast) {
+    std::set<std::string> Said;
     for (const Finding& rFinding : rFindings) {
-        if (rFinding.eLevel != eNote) {
-            complain((rFinding.eLevel == eRefusal ? "refused: " : "warning: ") + rFinding.strText + " " +
-                     rFinding.strAdvice);
+        // A correction that nobody could compare with the camera is the user's to answer for.
+        const bool bUnknown = rFinding.strId == "settings-unknown" && eLeast == eWarning;
+        if ((rFinding.eLevel >= eLeast || bUnknown) && Said.insert(rFinding.strText).second) {
+            complain((rFinding.eLevel == eRefusal   ? "refused: "
+                      : rFinding.eLevel == eWarning ? "warning: "
+                                                    : "note: ") +
+                     rFinding.strText + (rFinding.strAdvice.empty() ? "" : " ") + rFinding.strAdvice);
         }
     }
 }

@@ -28,7 +28,7 @@ struct JudgedPair {
     /// Everything that was found, the references' own first.
     Findings findings() const;
 
-    /// Says on stderr all that is no mere note, and what to do when it refuses.
+    /// Says on stderr what warnAbout() says of all findings, and what to do when it refuses.
     /// @return false when it refuses; with bForce only what cannot be forced does.
     bool isUsable(bool bForce) const;
 };
@@ -46,8 +46,12 @@ StandIn::ReferenceImage readReference(const std::string& strFile);
 /// known.
 nlohmann::ordered_json toJson(const JudgedPair& rPair);
 
-/// Says those findings on stderr that are no mere notes.
-void warnAbout(const Findings& rFindings);
+/// What was found of a reference by itself, each text with the name of its kind before it.
+Findings namedFindings(const ReferenceJudgement& rJudgement);
+
+/// Says those findings on stderr that are this grave or graver, each text once. With warnings also which settings could
+/// not be compared.
+void warnAbout(const Findings& rFindings, eSeverity eLeast = eWarning);
 
 }  // namespace App
 }  // namespace XAPEL2

@@ -12,6 +12,7 @@
 #include "commands/JudgedPair.h"
 #include "commands/Output.h"
 #include "device/Recording.h"
+#include "images/SourceFiles.h"
 #include "report/Html.h"
 #include "report/Report.h"
 #include "report/SelfTestFrames.h"
@@ -177,6 +178,13 @@ int CReportRun::finish() {
                      << m_rOptions.strFile << '\n';
     m_rOutput.json()["file"] = m_rOptions.strFile;
     m_rOutput.json().update(Result.Figures);
+    // Of the frames that were measured; what concerns the references the pair says itself.
+    for (const auto& rFinding : Result.Figures.at("findings")) {
+        if (rFinding.at("id") == "measured-saturated") {
+            complain("warning: " + rFinding.at("text").get<std::string>() + ' ' +
+                     rFinding.at("advice").get<std::string>());
+        }
+    }
     return m_rOutput.finish(m_Pair.isUsable(m_rOptions.bForce) ? eExitDone : eExitRefused);
 }
 
@@ -187,6 +195,11 @@ int runReport(const ReportOptions& rOptions) {
         throw CUsageError(
             "name a camera with -d, references with --dark and --light, or both; xapel2-shading devices lists cameras");
     }
+    CSourceFiles Sources;
+    Sources.add(rOptions.Pair.strDark);
+    Sources.add(rOptions.Pair.strLight);
+    Sources.addDevice(rOptions.strDevice);
+    Sources.requireOther(rOptions.strFile);
     const fs::path Folder = fs::absolute(rOptions.strFile).parent_path();
     if (!fs::is_directory(Folder)) {
         throw std::runtime_error(Folder.string() + " is no folder; create it first");

@@ -10,6 +10,7 @@
 #include "commands/Exit.h"
 #include "commands/JudgedPair.h"
 #include "judge/JudgementText.h"
+#include "report/Measurement.h"
 
 namespace XAPEL2 {
 namespace App {
@@ -23,7 +24,13 @@ uint64_t selectFrames(CSession& rSession, const RunOptions& rOptions) {
     if (!rSession.hasScenes()) {
         return rOptions.nFrames;
     }
+    const SceneCounts Counts = countFrames(rSession);
     rSession.selectScene(rOptions.strScene.c_str());
+    const std::string& rScene = rOptions.strScene;
+    if ((rScene == "Dark" ? Counts.nDark : rScene == "Light" ? Counts.nLight : Counts.nScene) == 0) {
+        throw CUsageError(rOptions.strDevice + " has no frames of " + rScene +
+                          "; choose what it has with --scene Dark, Light or Scene");
+    }
     const uint64_t nHas = rSession.frameCount();
     const bool bAll = rOptions.nFrames == 0 || (rOptions.nFrames > nHas && !rOptions.strOut.empty());
     return nHas != 0 && bAll ? nHas : rOptions.nFrames;
@@ -61,7 +68,14 @@ int runRun(const RunOptions& rOptions) {
     Run.run(nFrames, true);
     Run.describe(Output);
     // Without a number of frames Ctrl-C is how a run ends.
-    return Output.finish(Run.tally().nFrames < nFrames ? eExitInterrupted : eExitDone);
+    if (Run.tally().nFrames < nFrames) {
+        return Output.finish(eExitInterrupted);
+    }
+    if (Run.tally().nFrames > 0 && Run.tally().nCorrected == 0) {
+        complain("no frame could be corrected; look at what is said above");
+        return Output.finish(eExitFailure);
+    }
+    return Output.finish(eExitDone);
 }
 
 }  // namespace App

@@ -4,11 +4,13 @@
 
 #include "demo/Demo.h"
 
-#include <iostream>
 #include <optional>
 #include <stdexcept>
 #include <vector>
 
+#include "commands/Exit.h"
+#include "commands/JudgedPair.h"
+#include "commands/Output.h"
 #include "demo/OutputFolder.h"
 #include "demo/Table.h"
 #include "device/Progress.h"
@@ -29,9 +31,10 @@ constexpr uint64_t TEST_FRAMES = 4;        // of each scene, at most
 
 class CDemo {
 public:
-    explicit CDemo(const DemoOptions& rOptions) : m_strCamera(rOptions.strCamera), m_Output(rOptions.strOut) {}
+    explicit CDemo(const DemoOptions& rOptions)
+        : m_strCamera(rOptions.strCamera), m_Told("demo", rOptions.bJson), m_Output(rOptions.strOut) {}
 
-    void run() {
+    int run() {
         {
             CSession Session(m_strCamera);
             planFrames(Session);
@@ -46,7 +49,11 @@ public:
         m_Progress.clear();
         writeReport();
         m_Output.writeFigures(m_Figures);
-        printTable(std::cout, m_Figures, m_Output.path());
+        printTable(m_Told.text(), m_Figures, m_Output.path());
+        m_Told.json().update(toJson(m_Figures));
+        m_Told.json()["folder"] = m_Output.path().string();
+        m_Told.json()["judgement"] = toJson(m_Pair);
+        return m_Told.finish(m_Pair.isUsable(false) ? eExitDone : eExitRefused);
     }
 
 private:
@@ -57,6 +64,7 @@ private:
     void writeReport();
 
     std::string m_strCamera;
+    COutput m_Told;
     COutputFolder m_Output;
     CProgress m_Progress;
     DemoFigures m_Figures;
@@ -131,8 +139,8 @@ void CDemo::writeReport() {
 
 }  // namespace
 
-void runDemo(const DemoOptions& rOptions) {
-    CDemo(rOptions).run();
+int runDemo(const DemoOptions& rOptions) {
+    return CDemo(rOptions).run();
 }
 
 }  // namespace App

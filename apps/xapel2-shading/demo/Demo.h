@@ -12,11 +12,13 @@ namespace App {
 struct DemoOptions {
     std::string strCamera = "sim";       ///< device identifier
     std::string strOut = "demo-output";  ///< folder to write to
+    bool bJson = false;
 };
 
-/// Runs the demonstration and prints its table.
+/// Runs the demonstration and prints its table. References that judgement refuses are shown all the same.
+/// @return the exit code.
 /// @throws std::runtime_error, Exceptions::IException  the camera or a file cannot be used.
-void runDemo(const DemoOptions& rOptions);
+int runDemo(const DemoOptions& rOptions);
 
 }  // namespace App
 }  // namespace XAPEL2

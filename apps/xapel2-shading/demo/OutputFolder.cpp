@@ -76,7 +76,7 @@ std::string COutputFolder::writePair(const Frame& rRaw, const Frame& rCorrected)
     return writeFrame(m_Folder / CORRECTED, rCorrected).filename().string();
 }
 
-void COutputFolder::writeFigures(const DemoFigures& rFigures) const {
+nlohmann::ordered_json toJson(const DemoFigures& rFigures) {
     nlohmann::ordered_json Json;
     Json["source"] = rFigures.strSource;
     Json["pixel_format"] = rFigures.strPixelFormat;
@@ -92,8 +92,12 @@ void COutputFolder::writeFigures(const DemoFigures& rFigures) const {
     Json["fetch_median_ms"] = rFigures.fFetchPlainMs;
     Json["fetch_corrected_median_ms"] = rFigures.fFetchCorrectedMs;
     Json["frames"] = rFigures.astrFrames;
+    return Json;
+}
+
+void COutputFolder::writeFigures(const DemoFigures& rFigures) const {
     std::ofstream Out(m_Folder / FIGURES, std::ios::trunc);
-    Out << Json.dump(2, ' ', false, json::error_handler_t::replace) << '\n';
+    Out << toJson(rFigures).dump(2, ' ', false, json::error_handler_t::replace) << '\n';
     Out.close();
     if (!Out) {
         throw std::runtime_error((m_Folder / FIGURES).string() + " cannot be written");

@@ -7,11 +7,16 @@
 #include <filesystem>
 #include <string>
 
+#include <nlohmann/json_fwd.hpp>
+
 #include "demo/Figures.h"
 #include "images/Frame.h"
 
 namespace XAPEL2 {
 namespace App {
+
+/// The content of figures.json.
+nlohmann::ordered_json toJson(const DemoFigures& rFigures);
 
 /// Where a demonstration writes. Files of its own names are replaced; all others stay.
 class COutputFolder {
