@@ -118,6 +118,7 @@ void writeTiffs() {
 void writeTexts() {
     write("replay-frame", "8.pgm", "P5\n# text\n3 2\n250\nabcdef");
     write("replay-frame", "12.pgm", "P5 2 1 4095 \x0F\xFF\x01\x02");
+    write("replay-frame", "8.ppm", "P6 2 1 200\nabcdef");
     write("replay-frame-limits", "short.pgm", "P5\n32768 32768\n65535\n");
     write("replay-frame-limits", "comment.pgm", "P5\n#" + std::string(900000, '#') + "\n1 1 255 a");
 

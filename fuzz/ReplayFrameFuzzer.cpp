@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 the xapel2_ext_sc authors
-// Reads any bytes as a recorded frame, PGM or TIFF, into memory of exactly the size that the header asks for.
+// Reads any bytes as a recorded frame, PGM, PPM or TIFF, into memory of exactly the size that the header asks for.
 
 #include <memory>
 #include <stdexcept>
@@ -24,8 +24,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, std::size_t nBytes) 
         const std::size_t nImage = imageBytes(*sLayout.pFormat, sLayout.nWidth, sLayout.nHeight);
         const std::unique_ptr<uint8_t[]> pImage(new uint8_t[nImage]);
         (bPgm ? readPgm : readTiff)(strPath, sLayout, pImage.get());
-        const std::size_t nLimited =
-            sLayout.uMaxval < sLayout.pFormat->fullScale() ? sLayout.nWidth * sLayout.nHeight : 0;
+        const std::size_t nLimited = sLayout.uMaxval < sLayout.pFormat->fullScale()
+                                         ? sLayout.nWidth * sLayout.nHeight * sLayout.pFormat->nChannels
+                                         : 0;
         for (std::size_t i = 0; i < nLimited; ++i) {
             uint16_t uSample = 0;
             unpackSamples(*sLayout.pFormat, pImage.get(), i, 1, &uSample);

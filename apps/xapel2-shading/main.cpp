@@ -154,7 +154,7 @@ void addCorrect(CLI::App& rCli, CommandLine& rLine) {
     CorrectOptions& rCorrect = rLine.Correct;
     CLI::App* pCorrect =
         addCommand(rCli, rLine, "correct", "Correct image files", [&] { return runCorrect(rCorrect); });
-    pCorrect->add_option("FILES", rCorrect.vecFiles, "Image files (PGM, TIFF)")->required();
+    pCorrect->add_option("FILES", rCorrect.vecFiles, "Image files (PGM, PPM, TIFF)")->required();
     addPair(pCorrect, rCorrect.Pair);
     pCorrect->add_option("-o,--out", rCorrect.strOut, "Folder to write to; a source is never overwritten")->required();
     addFileFormat(pCorrect, rCorrect.strFormat, rCorrect.bOverwrite);
@@ -190,7 +190,7 @@ void addDemo(CLI::App& rCli, CommandLine& rLine) {
                    });
     CLI::Option* pFrames =
         pDemo->add_option("--frames", rLine.strFrames,
-                          "Folder of recorded frames dark_*, light_*, scene_* (PGM or TIFF) in place of the "
+                          "Folder of recorded frames dark_*, light_*, scene_* (PGM, PPM or TIFF) in place of the "
                           "simulated camera");
     pDemo->add_option("--camera", rDemo.strCamera, "Camera to open, such as sim:7?width=320&height=240&format=Mono8")
         ->capture_default_str()

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 the xapel2_ext_sc authors
-// Image files that can be replayed: binary PGM and TIFF. Every field of a file is checked before it is used.
+// Image files that can be replayed: binary PGM, PPM and TIFF. Every field of a file is checked before it is used.
 
 #pragma once
 
@@ -20,9 +20,9 @@ struct ReplayLayout {
 };
 
 /// Reads the header of a file and checks that the image is there in full: a PGM ends with its last sample and has one
-/// of Mono8, Mono10, Mono12, Mono14, Mono16 by its maxval. A TIFF holds one image in strips, grey with 8 or 16 bits
-/// (black is 0) or RGB with 8, the first line at the top. It is uncompressed: a small packed file can become an image
-/// of any size.
+/// of Mono8, Mono10, Mono12, Mono14, Mono16 by its maxval; a PPM is RGB8. A TIFF holds one image in strips, grey with 8
+/// or 16 bits (black is 0) or RGB with 8, the first line at the top. It is uncompressed: a small packed file can become
+/// an image of any size.
 /// @throws std::runtime_error  the file cannot be read or is none of these; names it. @threads any thread.
 ReplayLayout pgmLayout(const std::string& strPath);
 ReplayLayout tiffLayout(const std::string& strPath);

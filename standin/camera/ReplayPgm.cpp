@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 the xapel2_ext_sc authors
-// Reads binary PGM files.
+// Reads binary PGM and PPM files.
 
 #include <algorithm>
 #include <fstream>
@@ -89,15 +89,18 @@ ReplayLayout openPgm(const std::string& strPath, std::ifstream& rFile) {
     rFile.read(&strText[0], static_cast<std::streamsize>(strText.size()));
     if (!rFile)
         failReplay(strPath, "cannot be read");
-    if (strText.compare(0, 2, "P5") != 0)
-        failReplay(strPath, "not a binary PGM (P5)");
+    const bool bColour = strText.compare(0, 2, "P6") == 0;
+    if (!bColour && strText.compare(0, 2, "P5") != 0)
+        failReplay(strPath, "not a binary PGM (P5) or PPM (P6)");
 
     CPgmHeader header(strPath, strText);
     ReplayLayout layout;
     layout.nWidth = header.number("width", IMAGE_SIDE_MAX);
     layout.nHeight = header.number("height", IMAGE_SIDE_MAX);
     layout.uMaxval = header.number("maxval", 65535);
-    layout.pFormat = formatOfMaxval(layout.uMaxval);
+    layout.pFormat = bColour ? findPixelFormat("RGB8") : formatOfMaxval(layout.uMaxval);
+    if (layout.uMaxval > layout.pFormat->fullScale())
+        failReplay(strPath, "three channels of more than 8 bits");
     const uint64_t nExpected = header.end() + imageBytes(*layout.pFormat, layout.nWidth, layout.nHeight);
     if (nFileBytes != nExpected)
         failReplay(strPath, std::string("PGM is ") + (nFileBytes < nExpected ? "truncated" : "too long") + ": " +
@@ -124,7 +127,7 @@ void readPgm(const std::string& strPath, const ReplayLayout& rLayout, void* pIma
         failReplay(strPath, "cannot be read");
 
     auto* pBytes = static_cast<uint8_t*>(pImage);
-    const auto nSamples = static_cast<std::size_t>(rLayout.nWidth * rLayout.nHeight);
+    const auto nSamples = static_cast<std::size_t>(rLayout.nWidth * rLayout.nHeight * rLayout.pFormat->nChannels);
     uint32_t uLargest = 0;
     if (rLayout.pFormat->nWireBits == 8) {
         uLargest = *std::max_element(pBytes, pBytes + nSamples);

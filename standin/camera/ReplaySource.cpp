@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 
 namespace XAPEL2 {
 namespace StandIn {
@@ -18,10 +19,15 @@ namespace fs = std::filesystem;
 
 const char* const PREFIXES[3] = {"dark_", "light_", "scene_"};
 
+bool isPixmap(const std::string& strName) {
+    const std::string strSuffix = fs::path(strName).extension().string();
+    return strSuffix == ".pgm" || strSuffix == ".ppm";
+}
+
 // The scene that the name belongs to, -1 for a file that is not replayed.
 int sceneOf(const std::string& strName) {
     const std::string strSuffix = fs::path(strName).extension().string();
-    if (strSuffix != ".pgm" && strSuffix != ".tif" && strSuffix != ".tiff")
+    if (!isPixmap(strName) && strSuffix != ".tif" && strSuffix != ".tiff")
         return -1;
     for (int i = 0; i < 3; ++i) {
         if (strName.rfind(PREFIXES[i], 0) == 0)
@@ -80,7 +86,7 @@ void CReplaySource::listFolder() {
     if (error)
         failReplay(m_strWhat, "the folder cannot be read: " + error.message());
     if (aNames.empty())
-        failReplay(m_strWhat, "the folder has no image dark_*, light_* or scene_* (.pgm, .tif, .tiff)");
+        failReplay(m_strWhat, "the folder has no image dark_*, light_* or scene_* (.pgm, .ppm, .tif, .tiff)");
     std::sort(aNames.begin(), aNames.end());
     for (const std::string& strName : aNames) {
         const auto eWhat = static_cast<eScene>(sceneOf(strName));
@@ -93,7 +99,7 @@ void CReplaySource::addFile(const std::string& strPath, eScene eWhat) {
     File file;
     file.strPath = strPath;
     file.strStem = fs::path(strPath).stem().string();
-    file.bTiff = fs::path(strPath).extension() != ".pgm";
+    file.bTiff = !isPixmap(strPath);
     std::error_code error;
     // A pipe would block the reader for ever.
     if (!fs::is_regular_file(strPath, error))
@@ -126,7 +132,7 @@ void CReplaySource::checkFormat(const File& rFile) const {
     const PixelFormat& rOwn = *rFile.layout.pFormat;
     if (m_pGiven == nullptr || m_pGiven == &rOwn)
         return;
-    if (rOwn.nChannels != 1 || m_pGiven->nChannels != 1 || m_pGiven->nWireBits != rOwn.nWireBits)
+    if (m_pGiven->nChannels != rOwn.nChannels || m_pGiven->nWireBits != rOwn.nWireBits)
         failReplay(rFile.strPath, "its samples are stored as " + std::string(rOwn.pName) +
                                       ", which cannot be read as " + m_pGiven->pName);
 }
@@ -181,6 +187,12 @@ void CReplaySource::fill(const CameraSettings& rSettings, eScene eWhat, uint64_t
     const File& rFile = rFiles[static_cast<std::size_t>(iFrame % rFiles.size())];
     (rFile.bTiff ? readTiff : readPgm)(rFile.strPath, rFile.layout, pImage);
     checkSamples(rFile, pImage);
+    if (m_Layout.pFormat->nChannels == 3 && m_Layout.pFormat != rFile.layout.pFormat) {
+        // The file has red first, the image blue.
+        auto* const pSamples = static_cast<uint8_t*>(pImage);
+        const auto nSamples = static_cast<std::size_t>(m_Layout.nWidth * m_Layout.nHeight * 3);
+        for (std::size_t i = 0; i < nSamples; i += 3) std::swap(pSamples[i], pSamples[i + 2]);
+    }
 }
 
 }  // namespace StandIn

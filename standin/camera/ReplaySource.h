@@ -14,15 +14,15 @@
 namespace XAPEL2 {
 namespace StandIn {
 
-/// Delivers the files dark_*, light_* and scene_* with the suffix .pgm, .tif or .tiff of one folder, each scene in the
-/// order of the names, other files being ignored; or listed files of any name as the scene of objects, in the order of
-/// the list. All must have one size and format, which is the camera's; its settings
-/// cannot be changed, exposure and gain have no effect.
+/// Delivers the files dark_*, light_* and scene_* with the suffix .pgm, .ppm, .tif or .tiff of one folder, each scene
+/// in the order of the names, other files being ignored; or listed files of any name as the scene of objects, in the
+/// order of the list. All must have one size and format, which is the camera's; its settings cannot be changed,
+/// exposure and gain have no effect.
 ///
-/// A format may be given where the files cannot say it, for a filter array or for fewer significant bits than a file
-/// has room for: a name whose unpacked samples are stored as those of the files are. No sample may exceed it. Headers
-/// are checked when the folder is opened, pixels are read from the file at each fill. A scene may lack files: its
-/// frameCount is 0 and its fill throws.
+/// A format may be given where the files cannot say it, for a filter array, for blue first, or for fewer significant
+/// bits than a file has room for: a name whose unpacked samples are stored as those of the files are. No sample may
+/// exceed it. Headers are checked when the folder is opened, pixels are read from the file at each fill. A scene may
+/// lack files: its frameCount is 0 and its fill throws.
 class CReplaySource : public IFrameSource {
 public:
     /// @throws std::runtime_error  the folder cannot be read or has no such file, a file cannot be used, differs from

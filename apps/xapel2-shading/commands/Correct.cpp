@@ -67,8 +67,7 @@ int runCorrect(const CorrectOptions& rOptions) {
     const StandIn::PixelFormat& rFormat = formatOf(Pair);
     requireFree(rOptions, rFormat);
     // A file cannot say that its samples are those of a filter array, or have fewer bits than it has room for.
-    const std::string strFormat = rFormat.nChannels == 1 ? rFormat.pName : "";
-    CSession Session("the files", [&] { return StandIn::openFiles(rOptions.vecFiles, strFormat); });
+    CSession Session("the files", [&] { return StandIn::openFiles(rOptions.vecFiles, rFormat.pName); });
     Pair.compareWith(settingsOf(Session));
     Output.json()["judgement"] = toJson(Pair);
     if (!Pair.isUsable(rOptions.bForce)) {

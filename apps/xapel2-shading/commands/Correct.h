@@ -14,7 +14,7 @@ namespace App {
 
 struct CorrectOptions {
     PairOptions Pair;
-    std::vector<std::string> vecFiles;  ///< image files (PGM, TIFF)
+    std::vector<std::string> vecFiles;  ///< image files (PGM, PPM, TIFF)
     std::string strOut;                 ///< folder to write to
     std::string strFormat = "pgm";      ///< pgm (ppm for colour) or tiff
     bool bOverwrite = false;            ///< replace files that exist; never a source

@@ -24,7 +24,7 @@ constexpr Form FORMS[] = {
     {"sim:SEED?width=W&height=H&format=F",
      "simulated camera; also exposure, gain, offsetx, offsety, binning, reversex, "
      "reversey, fps, sensorwidth, sensorheight"},
-    {"replay:DIR", "recorded frames dark_*, light_*, scene_* (PGM or TIFF)"},
+    {"replay:DIR", "recorded frames dark_*, light_*, scene_* (PGM, PPM or TIFF)"},
     {"replay:DIR?format=F", "the same, where the files cannot tell their pixel format, such as BayerRG12"},
 };
 

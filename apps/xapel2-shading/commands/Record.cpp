@@ -46,6 +46,36 @@ void requireWritable(const RecordOptions& rOptions) {
     }
 }
 
+/// Where a recording goes until it has been judged: a file that is there already must not make way for a useless one.
+class CPendingFile {
+public:
+    explicit CPendingFile(const std::string& strFile) : m_File(strFile), m_Pending(strFile) {
+        std::error_code Ignored;
+        if (fs::exists(m_File, Ignored)) {
+            m_Pending.replace_filename("." + m_File.filename().string() + "." + std::to_string(getpid()) + ".tmp");
+        }
+    }
+    ~CPendingFile() {
+        std::error_code Ignored;
+        if (replaces()) {
+            fs::remove(m_Pending, Ignored);
+        }
+    }
+    CPendingFile(const CPendingFile&) = delete;
+    CPendingFile& operator=(const CPendingFile&) = delete;
+
+    std::string path() const { return m_Pending.string(); }
+    bool replaces() const { return m_Pending != m_File; }
+    void accept() {
+        if (replaces()) {
+            fs::rename(m_Pending, m_File);
+        }
+    }
+
+private:
+    fs::path m_File, m_Pending;
+};
+
 // A camera that cannot be pointed by us is pointed by its user, who is waited for at a terminal.
 void askForScene(bool bLight) {
     std::cerr << (bLight ? "Point the camera at an even, evenly lit target that fills the image"
@@ -111,15 +141,16 @@ int runRecord(const RecordOptions& rOptions) {
     Output.text() << "Recording " << rOptions.nFrames << (rOptions.bLight ? " light" : " dark") << " frames from "
                   << rOptions.strDevice << ", " << Session.pixelFormat() << ", " << Session.width() << " x "
                   << Session.height() << std::endl;
+    CPendingFile File(rOptions.strFile);
     Recording Result;
     try {
         CProgress Progress;
-        Result = recordReference(Session, rOptions.bLight, rOptions.nFrames, rOptions.strFile, Progress);
+        Result = recordReference(Session, rOptions.bLight, rOptions.nFrames, File.path(), Progress);
     } catch (const CInterruptedError&) {
         throw CInterruptedError("interrupted; " + rOptions.strFile + " is not written");
     }
     warnAboutRecording(Result, rOptions);
-    const ReferenceJudgement Judgement = judgeReference(readReference(rOptions.strFile));
+    const ReferenceJudgement Judgement = judgeReference(readReference(File.path()));
     describe(Output, rOptions, Result, Judgement);
     const bool bRefused = refused(Judgement.vecFindings, rOptions.bForce);
     if (bRefused) {
@@ -128,6 +159,11 @@ int runRecord(const RecordOptions& rOptions) {
                 complain(rOptions.strFile + " is refused: " + rFinding.strText + " " + rFinding.strAdvice);
             }
         }
+        if (File.replaces()) {
+            complain(rOptions.strFile + " stays as it was; --force replaces it");
+        }
+    } else {
+        File.accept();
     }
     return Output.finish(bRefused ? eExitRefused : eExitDone);
 }

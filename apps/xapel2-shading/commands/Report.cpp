@@ -134,8 +134,8 @@ void CReportRun::measure(CSession& rSession) {
     CMeasurement Measurement(rSession, m_Progress);
     if (rSession.hasScenes()) {
         const SceneCounts Counts = countFrames(rSession);
-        const uint64_t nDark = m_Pair.Dark ? m_Pair.Dark->nImages : 0;
-        const uint64_t nLight = m_Pair.Light ? m_Pair.Light->nImages : 0;
+        const uint64_t nDark = m_Pair.Dark ? framesTaken(*m_Pair.Dark) : 0;
+        const uint64_t nLight = m_Pair.Light ? framesTaken(*m_Pair.Light) : 0;
         m_Input.Dark = Measurement.measure("Dark", nDark, framesLeft(Counts.nDark, nDark, m_rOptions.nFrames));
         m_Input.Light = Measurement.measure("Light", nLight, framesLeft(Counts.nLight, nLight, m_rOptions.nFrames));
         m_Input.Scene = Measurement.measure("Scene", 0, framesLeft(Counts.nScene, 0, 1));

@@ -27,6 +27,7 @@ using Clock = std::chrono::steady_clock;
 // Incomplete frames without a good one between, after which more of them are not worth waiting for.
 constexpr uint64_t BAD_IN_A_ROW_MAX = 50;
 constexpr std::size_t BLOCK = 65536;
+constexpr const char* FRAMES_TAKEN = "FramesTaken";
 
 class CRecorder {
 public:
@@ -110,7 +111,9 @@ void CRecorder::stream(uint64_t nFrames) {
 void CRecorder::addSettings(const std::string& strFile) {
     try {
         StandIn::ReferenceImage sReference = StandIn::readReferenceFile(strFile);
-        sReference.strCamera = toJson(readCameraSettings(m_rSession.nodes())).dump();
+        nlohmann::ordered_json Json = toJson(readCameraSettings(m_rSession.nodes()));
+        Json[FRAMES_TAKEN] = m_Result.nFrames + m_Result.nLeftOut;
+        sReference.strCamera = Json.dump();
         StandIn::writeReferenceFile(strFile, sReference);
     } catch (const std::exception& rError) {
         m_Result.strNoSettings = rError.what();
@@ -139,6 +142,12 @@ Recording CRecorder::record(uint64_t nFrames, const std::string& strFile) {
 Recording recordReference(CSession& rSession, bool bLight, uint64_t nFrames, const std::string& strFile,
                           CProgress& rProgress) {
     return CRecorder(rSession, bLight, rProgress).record(nFrames, strFile);
+}
+
+uint64_t framesTaken(const StandIn::ReferenceImage& rReference) {
+    const nlohmann::json Json = nlohmann::json::parse(rReference.strCamera, nullptr, false);
+    const bool bTold = Json.is_object() && Json.contains(FRAMES_TAKEN) && Json[FRAMES_TAKEN].is_number_unsigned();
+    return bTold ? std::max(rReference.nImages, Json[FRAMES_TAKEN].get<uint64_t>()) : rReference.nImages;
 }
 
 }  // namespace App

@@ -9,6 +9,7 @@
 
 #include "device/Progress.h"
 #include "device/Session.h"
+#include "xapel2_standin/ReferenceImage.h"
 
 namespace XAPEL2 {
 namespace App {
@@ -29,8 +30,13 @@ struct Recording {
 /// that fails, the file stays as it was recorded.
 /// @throws std::runtime_error  the camera or the file cannot be used; an older file of this name is as it was.
 /// @throws CInterruptedError   the same.
+/// With its settings the file tells how many frames the recording took, those that were left out included.
 Recording recordReference(CSession& rSession, bool bLight, uint64_t nFrames, const std::string& strFile,
                           CProgress& rProgress);
+
+/// How many frames of its scene, from the first one on, a recording took for this reference; where the file does not
+/// tell, as many as it is the mean of.
+uint64_t framesTaken(const StandIn::ReferenceImage& rReference);
 
 }  // namespace App
 }  // namespace XAPEL2

@@ -61,7 +61,8 @@ XAPEL2_HOST_API std::vector<DeviceInfo> enumerateDevices();
 XAPEL2_HOST_API Device* openDevice(const std::string& strId);
 
 /// Opens image files as a camera: its scene Scene has exactly these frames in this order, the others have none. Files
-/// whose name ends in .pgm are binary PGM, all others TIFF; all have one size and format, which cannot be changed.
+/// whose name ends in .pgm or .ppm are binary pixmaps, all others TIFF; all have one size and format, which cannot be
+/// changed.
 /// @param[in] vecFiles   their names, one or more.
 /// @param[in] strFormat  PFNC name, for what the files cannot say: a filter array, or fewer significant bits than their
 ///            samples have room for. A packed format stands for the unpacked one of the same samples. Empty: Mono8,

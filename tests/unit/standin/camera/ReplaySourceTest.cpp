@@ -178,6 +178,8 @@ TEST_F(ReplaySource, FilesThatCannotBeUsedAreNamed) {
     const std::string strGood = pgm(3, 2, 4095, six);
     const std::pair<const char*, std::string> CASES[] = {
         {"not a binary PGM", "P2\n3 2\n4095\n1 2 3 4 5 6"},
+        {"three channels of more than 8 bits", "P6\n1 1\n256\n123456"},
+        {"format RGB8 instead of Mono12", "P6\n3 2\n255\n123456789012345678"},
         {"header is damaged", "P53 2 255 123456"},
         {"without a width", "P5\n# 3 2 255"},
         {"without a height", "P5\n3 x"},
