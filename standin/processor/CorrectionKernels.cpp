@@ -26,7 +26,8 @@ namespace HWY_NAMESPACE {
 #if HWY_TARGET != HWY_SCALAR && HWY_TARGET != HWY_EMU128
 
 /// 8-bit samples: the bytes at even and odd places are two vectors of words, each sample in the high byte of its word.
-template <class D8, bool BYTE_FIELDS>
+/// AHEAD: how many blocks ahead of the arithmetic memory is asked for, 0 where the processor does so well by itself.
+template <class D8, bool BYTE_FIELDS, std::size_t AHEAD>
 void correct8(CChunks& rChunks) {
     const TableLayout& rLayout = rChunks.layout();
     const D8 d8;
@@ -38,13 +39,18 @@ void correct8(CChunks& rChunks) {
     // the eight bits of the result as they are.
     const auto vRaise = splat(d16, 0x10000U - (0x100U << nDown) + (1U << nDown >> 1));
     const auto vHighByte = splat(d16, 0xFF00);
-    const std::size_t nBytes = rLayout.blockBytes();
-    const std::size_t nGains = BYTE_FIELDS ? BLOCK : BLOCK * 2;
+    constexpr std::size_t nGains = BYTE_FIELDS ? BLOCK : BLOCK * 2;
+    constexpr std::size_t nBytes = nGains + BLOCK * 2;
     while (rChunks.next()) {
         const uint8_t* pTable = rChunks.table();
         uint8_t* pImage = rChunks.image();
         const uint8_t* const pEnd = pImage + rChunks.blocks() * BLOCK;
         for (; pImage != pEnd; pTable += nBytes, pImage += BLOCK) {
+            if (AHEAD != 0) {
+                __builtin_prefetch(pImage + AHEAD * BLOCK);
+#pragma GCC unroll 4
+                for (std::size_t i = 0; i < nBytes; i += BLOCK) __builtin_prefetch(pTable + AHEAD * nBytes + i);
+            }
 #pragma GCC unroll 4
             for (std::size_t i = 0; i < BLOCK; i += BYTES) {
                 const auto vIn = loadWords(d16, pImage + i);
@@ -71,8 +77,21 @@ void correct8(CChunks& rChunks) {
     }
 }
 
-/// An image with fewer samples of 8 bits and its table, 3 or 4 MB, are still in a cache when the next image comes.
-constexpr std::size_t CACHED_SAMPLES = std::size_t{1} << 20;
+/// Where 8-bit samples and their table, 4 or 5 bytes a sample, are when the next image comes: with fewer samples in a
+/// cache of the processor's core, with more in memory, between the two in the last cache.
+constexpr std::size_t CORE_SAMPLES = std::size_t{1} << 20;
+constexpr std::size_t MEMORY_SAMPLES = std::size_t{1} << 23;
+
+/// Each is the fastest that was found for its place; bench/CorrectionBench.cpp shows them beside the limit.
+template <bool BYTE_FIELDS>
+Kernel findKernel8(std::size_t nSamples) {
+    using D8 = hn::ScalableTag<uint8_t>;
+    if (nSamples < CORE_SAMPLES)
+        return correct8<D8, BYTE_FIELDS, 0>;
+    if (nSamples < MEMORY_SAMPLES)
+        return correct8<hn::CappedTag<uint8_t, 32>, BYTE_FIELDS, 0>;
+    return correct8<D8, BYTE_FIELDS, 36>;
+}
 
 /// What the gains have above their 16-bit words.
 enum eWhole { eWholeNone, eWholeBit, eWholeBits };
@@ -221,14 +240,8 @@ Kernel findKernel(const TableLayout& rLayout, std::size_t nSamples) {
     if (rLayout.isWide())
         return correctWide;
     const bool bByteFields = rLayout.nFieldBytes == 1;
-    if (rLayout.pFormat->nWireBits == 8) {
-        // From memory, 32 bytes at a time are faster than 64; from caches it is the other way round.
-        using Cached = hn::ScalableTag<uint8_t>;
-        using Streamed = hn::CappedTag<uint8_t, 32>;
-        if (nSamples < CACHED_SAMPLES)
-            return bByteFields ? correct8<Cached, true> : correct8<Cached, false>;
-        return bByteFields ? correct8<Streamed, true> : correct8<Streamed, false>;
-    }
+    if (rLayout.pFormat->nWireBits == 8)
+        return bByteFields ? findKernel8<true>(nSamples) : findKernel8<false>(nSamples);
     if (rLayout.pFormat->bSplit)
         return rLayout.pFormat->nBits == 10 ? kernelWithoutWhole<D, Split10>(rLayout)
                                             : kernelWithoutWhole<D, Split12>(rLayout);

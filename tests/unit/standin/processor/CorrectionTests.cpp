@@ -245,10 +245,11 @@ TEST(Correction, GivesTheDefinitionsBytesWithEveryTableAndTarget) {
     }
 }
 
-// Images of 8 bits that no cache keeps have kernels of their own.
+// Images of 8 bits that a core's cache does not keep, or no cache at all, have kernels of their own.
 TEST(Correction, GivesTheDefinitionsBytesForLargeImages) {
-    for (const TableCase& rCase : {TABLE_CASES[0], TABLE_CASES[6]}) {
-        const ImageLayout sLayout = layout(rCase.pFormat, 1024, 1025);
+    for (const auto& [rCase, nHeight] : {std::pair(TABLE_CASES[0], 1025), std::pair(TABLE_CASES[6], 1025),
+                                         std::pair(TABLE_CASES[0], 8193), std::pair(TABLE_CASES[6], 8193)}) {
+        const ImageLayout sLayout = layout(rCase.pFormat, 1024, nHeight);
         const References sReferences = draw(sLayout, rCase);
         std::mt19937 oRandom(5);
         const std::vector<uint8_t> vIn = noise(sLayout.bytes(), oRandom);
