@@ -5,6 +5,7 @@
 #include "xapel2_standin/Host.h"
 
 #include <cstring>
+#include <sstream>
 #include <stdexcept>
 
 #include "CallFrame.h"
@@ -77,11 +78,39 @@ Device* openCamera(tMake fnMake) {
     return pDevice->shell();
 }
 
+// NODE=VALUE, joined by '&', written in this order.
+void writeSettings(Device* pDevice, const std::string& strSettings) {
+    NodeMap* const pNodes = remoteNodes(pDevice);
+    std::istringstream settings(strSettings);
+    for (std::string strSetting; std::getline(settings, strSetting, '&');) {
+        const std::size_t iEqual = strSetting.find('=');
+        const std::string strNode = strSetting.substr(0, iEqual);
+        if (iEqual == std::string::npos || !pNodes->GetNodePresent(strNode.c_str())) {
+            XAPEL2_RAISE(InvalidParameter, "the camera has no setting '" + strSetting +
+                                               "', expected one of its nodes as in ExposureTime=5000");
+        }
+        pNodes->GetNode(strNode.c_str())->SetValue(strSetting.substr(iEqual + 1).c_str());
+    }
+}
+
+// strRest is what follows the prefix.
+Device* openLive(const std::string& strRest) {
+    const std::size_t iSettings = strRest.find('?');
+    Device* const pDevice = openCamera([&] { return liveProvider().open(strRest.substr(0, iSettings)); });
+    try {
+        writeSettings(pDevice, iSettings == std::string::npos ? "" : strRest.substr(iSettings + 1));
+    } catch (...) {
+        closeDevice(pDevice);
+        throw;
+    }
+    return pDevice;
+}
+
 }  // namespace
 
 Device* openDevice(const std::string& strId) {
     if (strId.rfind(LIVE_PREFIX, 0) == 0) {
-        return openCamera([&] { return liveProvider().open(strId.substr(std::strlen(LIVE_PREFIX))); });
+        return openLive(strId.substr(std::strlen(LIVE_PREFIX)));
     }
     return openCamera([&] { return makeFrameSource(strId); });
 }

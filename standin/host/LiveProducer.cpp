@@ -58,18 +58,14 @@ Buffer* CStream::nextLive(ILiveStream& rLive, NamedFrameInfo& rInfo) {
             return nullptr;
         }
     } catch (const CLiveError& rError) {
-        {
-            std::lock_guard<std::mutex> lock(m_mtx);
-            m_iFailure = rError.code();
-            m_cvFilled.notify_all();
-        }
+        // First the trace: who gets the code looks for the reason at once.
         trace(2, "the camera is lost: ", rError.what());
+        std::lock_guard<std::mutex> lock(m_mtx);
+        m_iFailure = rError.code();
+        m_cvFilled.notify_all();
         return nullptr;
     }
     static_cast<FrameInfo&>(rInfo) = frame.info;
-    char aName[40];
-    std::snprintf(aName, sizeof aName, "frame_%04llu", static_cast<unsigned long long>(m_pCamera->nextFrame().iFrame));
-    rInfo.strName = aName;
     std::lock_guard<std::mutex> lock(m_mtx);
     ++m_counts.nStarted;
     m_counts.nUnderrun = rLive.underruns();
@@ -83,6 +79,10 @@ void CStream::produceLive(ILiveStream& rLive, uint64_t nFrames) {
         if (pBuffer == nullptr) {
             break;
         }
+        // By its place in the acquisition.
+        char aName[40];
+        std::snprintf(aName, sizeof aName, "frame_%04llu", static_cast<unsigned long long>(iFrame));
+        info.strName = aName;
         const bool bLast = iFrame + 1 == nFrames;
         if (bLast) {
             endLive(pBuffer);

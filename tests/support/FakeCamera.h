@@ -18,6 +18,7 @@
 #include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "TemporaryFolder.h"
@@ -25,9 +26,8 @@
 
 namespace XapelTest {
 
-/// Moves this process, which has one thread as yet, into a network that has nothing but 127.0.0.1 and 127.0.0.2. Where
-/// the system does not permit that, the process stays where it is: the cameras work there too, one process at a time.
-inline bool enterOwnNetwork() {
+/// Moves this process into a network that has nothing but 127.0.0.1 and 127.0.0.2, if the system permits all of that.
+inline bool moveToOwnNetwork() {
     const auto fnWrite = [](const char* pFile, const std::string& strText) { std::ofstream(pFile) << strText; };
     const std::string strUser = std::to_string(geteuid()) + " " + std::to_string(geteuid()) + " 1";
     const std::string strGroup = std::to_string(getegid()) + " " + std::to_string(getegid()) + " 1";
@@ -54,9 +54,18 @@ inline bool enterOwnNetwork() {
     const bool bUp =
         fnRequest(SIOCSIFFLAGS, "lo", nullptr, IFF_UP | IFF_RUNNING) && fnRequest(SIOCSIFADDR, "lo:1", "127.0.0.2", 0);
     close(iSocket);
-    if (!bUp)
-        throw std::runtime_error("the own network has no address");
-    return true;
+    return bUp;
+}
+
+/// Moves this process, which has one thread as yet, into a network of its own. Where the system does not permit that,
+/// the process stays where it is: the cameras work there too, one process at a time.
+inline bool enterOwnNetwork() {
+    // A network without addresses cannot be left again, so another process tries first.
+    const pid_t iTrial = fork();
+    if (iTrial == 0)
+        _exit(moveToOwnNetwork() ? 0 : 1);
+    int iStatus = 1;
+    return iTrial > 0 && waitpid(iTrial, &iStatus, 0) == iTrial && iStatus == 0 && moveToOwnNetwork();
 }
 
 class CFakeCamera {
@@ -104,6 +113,9 @@ private:
                               std::to_string(pFormat->uPfnc) + "</Value></EnumEntry>";
         }
         strText.insert(strText.find("<EnumEntry Name=\"BayerBG8\""), strEntries);
+        // As older cameras call it.
+        const std::string strName = "Name=\"RGB8";
+        strText.insert(strText.find(strName + "\"") + strName.size(), "Packed");
         strText.insert(strText.find("<Enumeration Name=\"PixelFormat\""),
                        "<Boolean Name=\"ReverseX\"><pValue>ReverseXRegister</pValue></Boolean>"
                        "<IntReg Name=\"ReverseXRegister\"><Address>0x1f0</Address><Length>4</Length>"

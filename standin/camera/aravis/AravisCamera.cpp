@@ -17,6 +17,10 @@ namespace {
 // Control channel privilege of GigE Vision: the register and its bits for exclusive access and control.
 constexpr guint64 PRIVILEGE_REGISTER = 0x0A00;
 constexpr guint32 PRIVILEGE_MASK = 3;
+// Heartbeat time-out of GigE Vision, which only the client in control may write.
+constexpr guint64 HEARTBEAT_REGISTER = 0x0938;
+// Version of the control protocol of USB3 Vision.
+constexpr guint64 VERSION_REGISTER = 0;
 
 GlibPtr<ArvCamera> openCamera(const std::string& strId) {
     CGlibError error;
@@ -40,18 +44,34 @@ const PixelFormat* formatOf(gint64 iPfnc) {
     return nullptr;
 }
 
+guint32 readRegister(ArvDevice* pDevice, guint64 uAddress) {
+    CGlibError error;
+    guint32 uValue = 0;
+    arv_device_read_register(pDevice, uAddress, &uValue, error.out());
+    if (error.isSet()) {
+        throw CLiveError(GC_ERR_IO, "it does not answer (" + error.text() + ")");
+    }
+    return uValue;
+}
+
 }  // namespace
 
 CAravisCamera::CAravisCamera(const std::string& strId) : m_pCamera(openCamera(strId)) {
-    g_signal_connect(arv_camera_get_device(arv()), "control-lost", G_CALLBACK(&onControlLost), this);
+    // The signal may be on its way while this object ends, so it has a share of what it writes to.
+    g_signal_connect_data(arv_camera_get_device(arv()), "control-lost", G_CALLBACK(&onControlLost),
+                          new SharedEvents(m_pEvents), &releaseEvents, static_cast<GConnectFlags>(0));
     std::lock_guard<std::mutex> lock(m_mtxCommands);
     refreshLayout();
 }
 
 CAravisCamera::~CAravisCamera() = default;
 
-void CAravisCamera::onControlLost(ArvDevice*, void* pSelf) {
-    AravisEvents& rEvents = static_cast<CAravisCamera*>(pSelf)->m_events;
+void CAravisCamera::releaseEvents(void* pShare, GClosure*) {
+    delete static_cast<SharedEvents*>(pShare);
+}
+
+void CAravisCamera::onControlLost(ArvDevice*, void* pShare) {
+    AravisEvents& rEvents = **static_cast<SharedEvents*>(pShare);
     std::lock_guard<std::mutex> lock(rEvents.mtx);
     rEvents.bLost = true;
     rEvents.cv.notify_all();
@@ -82,6 +102,9 @@ void CAravisCamera::refreshLayout() {
     const char* pFormat = arv_camera_get_pixel_format_as_string(arv(), aErrors[0].out());
     layout.strFormat = pFormat == nullptr ? "" : pFormat;
     layout.pFormat = formatOf(arv_camera_get_pixel_format(arv(), aErrors[1].out()));
+    if (layout.pFormat != nullptr) {
+        layout.strFormat = layout.pFormat->pName;  // older cameras have names of their own, such as RGB8Packed
+    }
     gint iX = 0, iY = 0, iWidth = 0, iHeight = 0;
     arv_camera_get_region(arv(), &iX, &iY, &iWidth, &iHeight, aErrors[2].out());
     layout.nPayload = arv_camera_get_payload(arv(), aErrors[3].out());
@@ -114,16 +137,21 @@ std::vector<const PixelFormat*> CAravisCamera::commonFormats() const {
 void CAravisCamera::checkControl() const {
     ArvDevice* const pDevice = arv_camera_get_device(arv());
     if (!ARV_IS_GV_DEVICE(pDevice)) {
+        readRegister(pDevice, VERSION_REGISTER);
         return;
     }
-    CGlibError error;
-    guint32 uPrivilege = 0;
-    arv_device_read_register(pDevice, PRIVILEGE_REGISTER, &uPrivilege, error.out());
-    if (error.isSet()) {
-        throw CLiveError(GC_ERR_IO, "it does not answer (" + error.text() + ")");
+    if ((readRegister(pDevice, PRIVILEGE_REGISTER) & PRIVILEGE_MASK) == 0) {
+        throw CLiveError(GC_ERR_IO, "it no longer obeys this program (restarted, or lost from the network)");
     }
-    if ((uPrivilege & PRIVILEGE_MASK) == 0) {
-        throw CLiveError(GC_ERR_ACCESS_DENIED, "another program has taken control of it");
+    // Somebody is in control. What is there already is written, not the privilege itself, which could take the camera
+    // back from another client.
+    CGlibError error;
+    const guint32 uHeartbeat = readRegister(pDevice, HEARTBEAT_REGISTER);
+    arv_device_write_register(pDevice, HEARTBEAT_REGISTER, uHeartbeat, error.out());
+    if (error.isSet()) {
+        // Cameras refuse it, or leave it without an answer, as one does that has gone meanwhile.
+        readRegister(pDevice, PRIVILEGE_REGISTER);
+        throw CLiveError(GC_ERR_ACCESS_DENIED, "another program has taken control of it (" + error.text() + ")");
     }
 }
 

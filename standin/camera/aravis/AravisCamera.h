@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -18,7 +19,7 @@ namespace StandIn {
 
 /// The image that the camera's settings make. Fixed while it streams.
 struct AravisLayout {
-    std::string strFormat;                 ///< as the camera names it
+    std::string strFormat;                 ///< as the host names it; where it does not know it, as the camera does
     const PixelFormat* pFormat = nullptr;  ///< null when the host does not know it
     uint64_t nWidth = 0, nHeight = 0, nOffsetX = 0, nOffsetY = 0;
     std::size_t nPayload = 0;  ///< bytes
@@ -52,18 +53,21 @@ public:
     ArvCamera* arv() const { return m_pCamera.get(); }
     /// Held for the commands to the camera, which may take seconds.
     std::mutex& commands() { return m_mtxCommands; }
-    AravisEvents& events() { return m_events; }
+    AravisEvents& events() { return *m_pEvents; }
     /// Set while a stream exists.
     std::atomic<bool>& streaming() { return m_bStreaming; }
 
-    /// Asks the camera whether it still obeys this client. @throws CLiveError  it does not, or is gone.
+    /// Asks the camera whether it still obeys this client; changes nothing. Takes seconds when it does not answer.
+    /// @throws CLiveError  it does not, or is gone.
     void checkControl() const;
 
 private:
-    static void onControlLost(ArvDevice* pDevice, void* pSelf);
+    using SharedEvents = std::shared_ptr<AravisEvents>;
+    static void onControlLost(ArvDevice* pDevice, void* pShare);
+    static void releaseEvents(void* pShare, GClosure*);
 
     std::mutex m_mtxCommands;
-    AravisEvents m_events;
+    const SharedEvents m_pEvents = std::make_shared<AravisEvents>();
     std::atomic<bool> m_bStreaming{false};
     mutable std::mutex m_mtxLayout;  // guards m_layout; a leaf lock
     AravisLayout m_layout;

@@ -26,13 +26,13 @@ eArrival arrivalOf(const ArvBufferStatus eStatus) {
     switch (eStatus) {
         case ARV_BUFFER_STATUS_SUCCESS:
             return eComplete;
-        case ARV_BUFFER_STATUS_TIMEOUT:
-        case ARV_BUFFER_STATUS_MISSING_PACKETS:
-        case ARV_BUFFER_STATUS_WRONG_PACKET_ID:
-        case ARV_BUFFER_STATUS_SIZE_MISMATCH:
-            return eIncomplete;
-        default:  // given back when the transport ends
+        case ARV_BUFFER_STATUS_UNKNOWN:  // given back when the transport ends
+        case ARV_BUFFER_STATUS_CLEARED:
+        case ARV_BUFFER_STATUS_FILLING:
+        case ARV_BUFFER_STATUS_ABORTED:
             return eNoFrame;
+        default:
+            return eIncomplete;
     }
 }
 
@@ -133,8 +133,19 @@ CAravisStream::eEvent CAravisStream::waitForEvent() {
     if (rEvents.nDone == 0) {
         return eLost;
     }
-    --rEvents.nDone;
     return eFrame;
+}
+
+// The frame of the oldest event, null when the transport has not given it out yet. The event stays until it has:
+// without it every later frame would come one event late.
+GlibPtr<ArvBuffer> CAravisStream::pop() {
+    GlibPtr<ArvBuffer> pBuffer(arv_stream_timeout_pop_buffer(m_pStream.get(), GIVE_OUT_US));
+    if (pBuffer != nullptr) {
+        AravisEvents& rEvents = m_rCamera.events();
+        std::lock_guard<std::mutex> lock(rEvents.mtx);
+        --rEvents.nDone;
+    }
+    return pBuffer;
 }
 
 bool CAravisStream::next(LiveFrame& rFrame) {
@@ -147,8 +158,10 @@ bool CAravisStream::next(LiveFrame& rFrame) {
             checkControl(eWhat == eLost);
             continue;
         }
-        const GlibPtr<ArvBuffer> pBuffer(arv_stream_timeout_pop_buffer(m_pStream.get(), GIVE_OUT_US));
-        if (pBuffer != nullptr && describe(pBuffer.get(), rFrame)) {
+        const GlibPtr<ArvBuffer> pBuffer = pop();
+        if (pBuffer == nullptr) {
+            checkControl(false);
+        } else if (describe(pBuffer.get(), rFrame)) {
             return true;
         }
     }

@@ -28,6 +28,7 @@ private:
 
     static void onStreamEvent(void* pSelf, ArvStreamCallbackType eType, ArvBuffer* pBuffer);
     eEvent waitForEvent();
+    GlibPtr<ArvBuffer> pop();
     void checkControl(bool bLost);
     bool describe(ArvBuffer* pBuffer, LiveFrame& rFrame) const;
 

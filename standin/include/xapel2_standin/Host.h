@@ -48,12 +48,13 @@ XAPEL2_HOST_API std::vector<DeviceInfo> enumerateDevices();
 /// Opens a device with one closed data stream. It belongs to the host until closeDevice.
 /// @param[in] strId  "sim", "sim:SEED", "sim:SEED?width=640&height=480&format=Mono8", "replay:DIR",
 ///        "replay:DIR?format=BayerRG8", or "aravis:ID" for a real camera: an identifier that enumerateDevices() lists,
-///        or the camera's network address. Settings of the simulated camera, in any order, are those that its nodes
-///        start with: width, height, format, exposure (us), gain (percent), offsetx, offsety, binning (1, 2 or 4, both
-///        ways), reversex, reversey (0 or 1), fps (Hz); and sensorwidth, sensorheight (pixels), without which the
-///        sensor is just as large as offset, size and binning want. Its pattern is a function of seed and place on the
-///        sensor; fall-off and dust spread over the sensor's size. A replayed format is given where the files cannot
-///        say it (see openFiles).
+///        or the camera's network address; behind it "?ExposureTime=5000&Gain=1.5", nodes of the camera, written in
+///        this order, which stay so until something else writes them. Settings of the simulated camera, in any order,
+///        are those that its nodes start with: width, height, format, exposure (us), gain (percent), offsetx, offsety,
+///        binning (1, 2 or 4, both ways), reversex, reversey (0 or 1), fps (Hz); and sensorwidth, sensorheight
+///        (pixels), without which the sensor is just as large as offset, size and binning want. Its pattern is a
+///        function of seed and place on the sensor; fall-off and dust spread over the sensor's size. A replayed format
+///        is given where the files cannot say it (see openFiles).
 /// @throws Exceptions::Xapel_InvalidParameterException  the text names no device or carries a bad setting.
 /// @throws Exceptions::Xapel_NotAvailableException      the folder or one of its files cannot be used, the camera
 ///                                                      is not there, or this build knows no real cameras; names it.
