@@ -68,7 +68,7 @@ void addForce(CLI::App* pCommand, bool& rForce) {
 
 CLI::Option* addDevice(CLI::App* pCommand, std::string& rDevice) {
     return pCommand->add_option("-d,--device", rDevice,
-                                "Camera, such as sim, sim:7?width=320&format=Mono8, replay:DIR");
+                                "Camera, such as sim, sim:7?width=320&format=Mono8, replay:DIR, aravis:ID");
 }
 
 void addTimeout(CLI::App* pCommand, double& rTimeout) {

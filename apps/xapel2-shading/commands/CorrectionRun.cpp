@@ -86,6 +86,7 @@ void CCorrectionRun::run(uint64_t nFrames, bool bTimed) {
     } catch (const CInterruptedError&) {
         // What there is by then is told.
     }
+    m_nUnderruns = m_rSession.underruns();
     m_Progress.clear();
 }
 
@@ -119,6 +120,10 @@ void CCorrectionRun::describe(COutput& rOutput) const {
         rText << "  " << nFrames << " left untouched: " << strReason << '\n';
         rJson["untouched"].push_back({{"reason", strReason}, {"frames", nFrames}});
     }
+    if (m_nUnderruns != 0) {
+        rText << underrunText(m_nUnderruns) << '\n';
+    }
+    rJson["underruns"] = m_nUnderruns;
     describeTime(rOutput);
     if (m_Corrected) {
         rText << counted(m_nWritten, "corrected frame") << " written to " << m_Frames.strFolder << '\n';

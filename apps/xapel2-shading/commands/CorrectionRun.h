@@ -57,6 +57,7 @@ private:
     std::optional<CFrameWriter> m_Corrected, m_Raw;
     std::set<std::string> m_Said;  // traces of the camera
     uint64_t m_nWritten = 0;
+    uint64_t m_nUnderruns = 0;
 };
 
 }  // namespace App

@@ -24,6 +24,10 @@ constexpr Form FORMS[] = {
     {"sim:SEED?width=W&height=H&format=F",
      "simulated camera; also exposure, gain, offsetx, offsety, binning, reversex, "
      "reversey, fps, sensorwidth, sensorheight"},
+    {"aravis:ID?ExposureTime=T&Gain=G",
+     "GigE Vision or USB3 Vision camera, by its identifier or network address; also PixelFormat, Width, Height, "
+     "OffsetX, "
+     "OffsetY, BinningHorizontal, BinningVertical, ReverseX, ReverseY, AcquisitionFrameRate"},
     {"replay:DIR", "recorded frames dark_*, light_*, scene_* (PGM, PPM or TIFF)"},
     {"replay:DIR?format=F", "the same, where the files cannot tell their pixel format, such as BayerRG12"},
 };
@@ -41,6 +45,18 @@ public:
 private:
     Device* m_pDevice;
 };
+
+// The module for real cameras comes in a package of its own.
+bool missesRealCameras() {
+    try {
+        const COpened Nameless("aravis:");
+    } catch (const Exceptions::Xapel_NotAvailableException&) {
+        return true;
+    } catch (const Exceptions::IException&) {
+        // The module is there and wants a name.
+    }
+    return false;
+}
 
 nlohmann::ordered_json describeDevice(const StandIn::DeviceInfo& rInfo) {
     nlohmann::ordered_json Json;
@@ -79,6 +95,11 @@ int runDevices(const DevicesOptions& rOptions) {
     for (const Form& rForm : FORMS) {
         Output.text() << rForm.pId << "  " << rForm.pWhat << '\n';
         rForms.push_back({{"id", rForm.pId}, {"description", rForm.pWhat}});
+    }
+    const bool bMissing = missesRealCameras();
+    Output.json()["realCameras"] = !bMissing;
+    if (bMissing) {
+        Output.text() << "\nReal cameras are not looked for: for them, install libxapel2-genicam-aravis0\n";
     }
     return Output.finish(eExitDone);
 }

@@ -5,12 +5,11 @@
 #include "commands/Record.h"
 
 #include <filesystem>
-#include <iostream>
 #include <stdexcept>
 
-#include <poll.h>
 #include <unistd.h>
 
+#include "commands/AskForScene.h"
 #include "commands/Exit.h"
 #include "commands/JudgedPair.h"
 #include "commands/Output.h"
@@ -76,24 +75,6 @@ private:
     fs::path m_File, m_Pending;
 };
 
-// A camera that cannot be pointed by us is pointed by its user, who is waited for at a terminal.
-void askForScene(bool bLight) {
-    std::cerr << (bLight ? "Point the camera at an even, evenly lit target that fills the image"
-                         : "Cover the lens, so that no light reaches the sensor");
-    if (isatty(STDIN_FILENO) != 1 || isatty(STDERR_FILENO) != 1) {
-        std::cerr << ".\n";
-        return;
-    }
-    std::cerr << ", then press Enter. " << std::flush;
-    pollfd aEvents[] = {{STDIN_FILENO, POLLIN, 0}, {Interrupt::descriptor(), POLLIN, 0}};
-    while (aEvents[0].revents == 0) {
-        poll(aEvents, 2, -1);
-        Interrupt::check();
-    }
-    std::string strLine;
-    std::getline(std::cin, strLine);
-}
-
 void warnAboutRecording(const Recording& rRecording, const RecordOptions& rOptions) {
     if (rRecording.nLeftOut != 0) {
         complain("warning: " + std::to_string(rRecording.nLeftOut) +
@@ -102,6 +83,9 @@ void warnAboutRecording(const Recording& rRecording, const RecordOptions& rOptio
     if (rRecording.nFrames < rOptions.nFrames) {
         complain("warning: the camera has only " + std::to_string(rRecording.nFrames) +
                  " such frames; the reference is made of them");
+    }
+    if (rRecording.nUnderruns != 0) {
+        complain("warning: " + underrunText(rRecording.nUnderruns));
     }
     if (!rRecording.strNoSettings.empty()) {
         complain("warning: the settings of the camera are not in " + rOptions.strFile + ": " +
@@ -120,6 +104,7 @@ void describe(COutput& rOutput, const RecordOptions& rOptions, const Recording& 
     nlohmann::ordered_json& rJson = rOutput.json();
     rJson["frames"] = rRecording.nFrames;
     rJson["leftOut"] = rRecording.nLeftOut;
+    rJson["underruns"] = rRecording.nUnderruns;
     rJson["rate"] = fRate;
     rJson["saturatedShare"] = rRecording.fSaturatedShare;
     rJson["settingsFiled"] = rRecording.strNoSettings.empty();

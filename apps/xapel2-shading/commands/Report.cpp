@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "commands/AskForScene.h"
 #include "commands/Exit.h"
 #include "commands/JudgedPair.h"
 #include "commands/Output.h"
@@ -140,6 +141,7 @@ void CReportRun::measure(CSession& rSession) {
         m_Input.Light = Measurement.measure("Light", nLight, framesLeft(Counts.nLight, nLight, m_rOptions.nFrames));
         m_Input.Scene = Measurement.measure("Scene", 0, framesLeft(Counts.nScene, 0, 1));
     } else {
+        askForScene(true);
         m_Input.Light = Measurement.measure("Light", 0, m_rOptions.nFrames);
     }
     m_Input.vecPlainMs = Measurement.plainMs();

@@ -72,7 +72,7 @@ void CRecorder::take(StandIn::BufferHandle hBuffer) {
         }
         if (++m_nBadInARow > BAD_IN_A_ROW_MAX) {
             throw std::runtime_error(m_rSession.device() + ": the camera delivers no complete frame any more, " +
-                                     m_Result.strLeftOut + "; look at its cable and network");
+                                     m_Result.strLeftOut + INCOMPLETE_ADVICE);
         }
         return;
     }
@@ -101,6 +101,7 @@ void CRecorder::stream(uint64_t nFrames) {
                          "saturated " + fixed(m_Result.fSaturatedShare * 100.0, 3) + " %");
     }
     m_Result.fSeconds = std::chrono::duration<double>(Clock::now() - tBegin).count();
+    m_Result.nUnderruns = m_rSession.underruns();
     m_rSession.stop();
     if (m_Result.nFrames == 0) {
         throw std::runtime_error(m_rSession.device() + ": no frame came complete, " + m_Result.strLeftOut);

@@ -21,7 +21,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr unsigned BUFFER_COUNT = 4;
+// A camera that waits for its buffers does with a few. One that does not sends on while frames are written or judged.
+constexpr std::size_t BUFFERS_LEAST = 4, BUFFERS_MOST = 64, BUFFER_BYTES = 256U << 20;
+// Incomplete frames in a row from a camera that goes on sending, after which more are not worth waiting for.
+constexpr unsigned INCOMPLETE_MAX = 50;
 constexpr std::chrono::microseconds POLL_SHORTEST{50}, POLL_LONGEST{1000};
 
 double secondsSince(Clock::time_point tBegin) {
@@ -40,6 +43,10 @@ const StandIn::PixelFormat& formatOf(uint64_t uPfnc) {
 
 }  // namespace
 
+std::string underrunText(uint64_t nUnderruns) {
+    return counted(nUnderruns, "frame") + " of the camera found no buffer free: this machine is too slow for its rate";
+}
+
 CSession::CSession(const std::string& strDevice, double fTimeoutS)
     : CSession(
           strDevice, [&] { return StandIn::openDevice(strDevice); }, fTimeoutS) {}
@@ -50,10 +57,11 @@ CSession::CSession(const std::string& strName, const Opener& fnOpen, double fTim
     m_pStream = StandIn::firstDataStream(m_pDevice);
     try {
         check(StandIn::openDataStream(m_pDevice, m_pStream), "opening the data stream");
-        for (unsigned i = 0; i < BUFFER_COUNT; ++i) {
+        const std::size_t nPayload = StandIn::payloadSize(m_pStream);
+        const std::size_t nFit = hasScenes() || nPayload == 0 ? 0 : BUFFER_BYTES / nPayload;
+        for (std::size_t i = std::clamp(nFit, BUFFERS_LEAST, BUFFERS_MOST); i > 0; --i) {
             StandIn::BufferHandle hBuffer = nullptr;
-            check(StandIn::allocAndAnnounceBuffer(m_pStream, StandIn::payloadSize(m_pStream), &hBuffer),
-                  "announcing a buffer");
+            check(StandIn::allocAndAnnounceBuffer(m_pStream, nPayload, &hBuffer), "announcing a buffer");
             m_ahBuffers.push_back(hBuffer);
         }
         m_pShading = std::make_unique<Ext::Sc::Shading>(m_pDevice);
@@ -143,13 +151,21 @@ void CSession::stop() {
     check(StandIn::flushBuffers(m_pStream), "taking the buffers back");
 }
 
-bool CSession::frameWaits() {
-    std::size_t nWaiting = 0;
-    unsigned long long nSize = sizeof nWaiting;
+template <typename T>
+T CSession::streamInfo(int iInfoCmd, const char* pStep) {
+    T Value{};
+    unsigned long long nSize = sizeof Value;
     int iType = 0;
-    check(StandIn::getStreamInfo(m_pStream, STREAM_INFO_NUM_AWAIT_DELIVERY, &iType, &nWaiting, &nSize),
-          "asking for the number of frames that wait");
-    return nWaiting > 0;
+    check(StandIn::getStreamInfo(m_pStream, iInfoCmd, &iType, &Value, &nSize), pStep);
+    return Value;
+}
+
+bool CSession::frameWaits() {
+    return streamInfo<std::size_t>(STREAM_INFO_NUM_AWAIT_DELIVERY, "asking for the number of frames that wait") > 0;
+}
+
+uint64_t CSession::underruns() {
+    return streamInfo<uint64_t>(STREAM_INFO_NUM_UNDERRUN, "asking for the number of frames that found no buffer");
 }
 
 // An exposure can be longer than any sensible time-out.
@@ -168,7 +184,12 @@ void CSession::failWaiting() {
 void CSession::waitForFrame() {
     const Clock::time_point tBegin = Clock::now();
     std::chrono::microseconds Pause = POLL_SHORTEST;
-    while (!frameWaits()) {
+    for (;;) {
+        // In this order: the last frame comes before the end of the acquisition does.
+        const bool bMayCome = streamInfo<bool>(STREAM_INFO_IS_GRABBING, "asking whether the camera runs");
+        if (frameWaits() || !bMayCome) {
+            return;
+        }
         Interrupt::check();
         if (secondsSince(tBegin) > m_fDeadlineS) {
             failWaiting();
@@ -252,10 +273,9 @@ Frame CSession::copyFrame(StandIn::BufferHandle hBuffer) const {
     return Result;
 }
 
-void CSession::requireComplete(StandIn::BufferHandle hBuffer) {
-    if (!isComplete(hBuffer)) {
-        throw std::runtime_error("frame " + frameName(hBuffer) + " came incomplete: " + m_Traces.takeText());
-    }
+void CSession::failIncomplete(StandIn::BufferHandle hBuffer) {
+    throw std::runtime_error(m_strDevice + ": frame " + frameName(hBuffer) +
+                             " came incomplete: " + m_Traces.takeText() + (hasScenes() ? "" : INCOMPLETE_ADVICE));
 }
 
 void CSession::streamFrames(uint64_t nFrames, const std::function<void(uint64_t)>& fnFetched) {
@@ -263,7 +283,9 @@ void CSession::streamFrames(uint64_t nFrames, const std::function<void(uint64_t)
     start(nFrames);
     for (uint64_t i = 1; i <= nFrames; ++i) {
         const StandIn::BufferHandle hBuffer = fetch();
-        requireComplete(hBuffer);
+        if (!isComplete(hBuffer)) {
+            failIncomplete(hBuffer);
+        }
         giveBack(hBuffer);
         fnFetched(i);
     }
@@ -272,15 +294,23 @@ void CSession::streamFrames(uint64_t nFrames, const std::function<void(uint64_t)
 
 Frame CSession::fetchFrame(uint64_t iFrame) {
     seekFrame(iFrame);
-    start(1);
-    // The time that the camera takes for a frame is none of the correction's: the clock starts when the frame is there.
-    waitForFrame();
-    const StandIn::BufferHandle hBuffer = fetch();
-    requireComplete(hBuffer);
-    Frame Result = copyFrame(hBuffer);
-    Result.fFetchMs = m_fLastFetchMs;
-    stop();
-    return Result;
+    for (unsigned nMore = hasScenes() ? 0 : INCOMPLETE_MAX;; --nMore) {
+        start(1);
+        // The time that the camera takes for a frame is none of the correction's: the clock starts when the frame is
+        // there.
+        waitForFrame();
+        const StandIn::BufferHandle hBuffer = fetch();
+        if (isComplete(hBuffer)) {
+            Frame Result = copyFrame(hBuffer);
+            Result.fFetchMs = m_fLastFetchMs;
+            stop();
+            return Result;
+        }
+        if (nMore == 0) {
+            failIncomplete(hBuffer);
+        }
+        stop();
+    }
 }
 
 }  // namespace App

@@ -20,6 +20,13 @@
 namespace XAPEL2 {
 namespace App {
 
+/// What to look at when a real camera delivers no complete frames; ends a sentence.
+constexpr const char* INCOMPLETE_ADVICE =
+    "; look at its cable and network, and at the socket buffer (docs/cameras.md tells how)";
+
+/// Says that the camera found no buffer free for so many frames.
+std::string underrunText(uint64_t nUnderruns);
+
 /// An opened camera with announced buffers and a shading object. Everything is given back by the destructor.
 /// What fails is a std::runtime_error that names the step, says why, and what to do; node accesses let host exceptions
 /// through. Where interrupts are handled (Interrupt::install), every wait ends with a CInterruptedError.
@@ -69,7 +76,10 @@ public:
     void stop();
     /// True when a frame is there already.
     bool frameWaits();
-    /// Waits until a frame is there. Its fetch then takes no more than the library needs for it.
+    /// Frames since the last start that were lost because no buffer was free.
+    uint64_t underruns();
+    /// Waits until a frame is there, and its fetch takes no more than the library needs for it; or until none can come
+    /// any more, and the fetch tells why.
     void waitForFrame();
     /// The next frame, waited for. It is the caller's until given back.
     StandIn::BufferHandle fetch();
@@ -92,8 +102,8 @@ public:
     /// @param[in] fnFetched  called after each with the number fetched so far.
     void streamFrames(uint64_t nFrames, const std::function<void(uint64_t)>& fnFetched);
 
-    /// Fetches frame iFrame of the selected scene; of a camera without scenes the next one. An incomplete frame is an
-    /// error.
+    /// Fetches frame iFrame of the selected scene, an incomplete one is an error; of a camera without scenes the next
+    /// complete one.
     Frame fetchFrame(uint64_t iFrame);
 
 private:
@@ -101,7 +111,9 @@ private:
     void check(int iResult, const char* pStep);
     [[noreturn]] void failWaiting();
     double exposureS() const;
-    void requireComplete(StandIn::BufferHandle hBuffer);
+    [[noreturn]] void failIncomplete(StandIn::BufferHandle hBuffer);
+    template <typename T>
+    T streamInfo(int iInfoCmd, const char* pStep);
     template <typename T>
     T bufferInfo(StandIn::BufferHandle hBuffer, int iInfoCmd) const;
 
