@@ -195,7 +195,7 @@ void addDemo(CLI::App& rCli, CommandLine& rLine) {
     pDemo->add_option("--camera", rDemo.strCamera, "Camera to open, such as sim:7?width=320&height=240&format=Mono8")
         ->capture_default_str()
         ->excludes(pFrames);
-    pDemo->add_option("--out", rDemo.strOut, "Folder to write to; files of an earlier demo are replaced")
+    pDemo->add_option("-o,--out", rDemo.strOut, "Folder to write to; files of an earlier demo are replaced")
         ->capture_default_str();
     addJson(pDemo, rLine, rDemo.bJson);
 }

@@ -100,7 +100,8 @@ TEST_F(Command, EveryRoadOfAFrameGivesTheSameBytes) {
         EXPECT_NE(contents(strFolder + "handed-in/raw"), contents(strFolder + "stream"));
         for (const char* pRaw : {"handed-in/raw", "tiff/raw"}) {
             const Words astrFiles = filesIn(strFolder + pRaw);
-            run(withPair({"correct", "--overwrite", "-o", file(strFolder + "files")}, astrFiles));
+            const json Json = run(withPair({"correct", "--overwrite", "-o", file(strFolder + "files")}, astrFiles));
+            EXPECT_EQ(Json.at("addedMs").at("frames"), astrFiles.size());
             EXPECT_EQ(contents(strFolder + "files"), contents(strFolder + "stream")) << pRaw;
         }
     }

@@ -277,6 +277,9 @@ TEST(Demo, NewRunReplacesItsOwnFilesOnly) {
     EXPECT_FALSE(fs::exists(Out / "reference-dark.tif"));
     EXPECT_EQ(namesIn(Out / "raw"), (std::set<std::string>{"light_2.pgm", "light_3.pgm", "scene_1.pgm", "mine.pgm"}));
     EXPECT_EQ(namesIn(Out / "corrected"), (std::set<std::string>{"light_2.pgm", "light_3.pgm", "scene_1.pgm"}));
+    // Its own output would go before it is read.
+    EXPECT_EQ(runShading({"demo", "--frames", Out / "raw", "--out", Out}).iExit, 2);
+    EXPECT_EQ(namesIn(Out / "raw").size(), 4U);
 }
 
 TEST(Demo, UnusableFramesAreNamedAndLeaveTheOutputAlone) {

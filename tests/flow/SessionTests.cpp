@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <csignal>
 #include <cstdlib>
 #include <thread>
@@ -66,7 +67,7 @@ TEST_F(Session, IncompleteFramesAreLeftOutAndCounted) {
     applyPair(Camera, Light);
     for (const bool bKeepRaw : {false, true}) {
         CCorrectedStream Stream(Camera, bKeepRaw);
-        Stream.start(0, false);
+        Stream.start(0);
         unsigned nSaid = 0;
         for (unsigned i = 0; i < 9; ++i) {
             const CCorrectedStream::Fetched Fetched = Stream.next();
@@ -151,6 +152,17 @@ TEST_F(Session, FetchSurvivesTheSwitchingOfCorrection) {
     bEnd = true;
     Switch.join();
     Camera.stop();
+}
+
+TEST(Times, QuantileIsTheLeastThatTheShareDoesNotExceed) {
+    CTimes Times;
+    EXPECT_TRUE(std::isnan(Times.median()));
+    for (const double fMs : {7.0, 1.0, 3.0, 5.0}) Times.add(fMs);
+    EXPECT_EQ(Times.median(), 3.0);
+    EXPECT_EQ(Times.quantile(0.51), 5.0);
+    EXPECT_EQ(Times.quantile(0.99), 7.0);
+    EXPECT_EQ(Times.quantile(0.25), 1.0);
+    EXPECT_EQ(Times.quantile(0.001), 1.0);
 }
 
 TEST(Progress, LineTellsRateTimeLeftAndMore) {

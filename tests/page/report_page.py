@@ -118,9 +118,13 @@ def main(program, folder):
         "report": make_report(program, folder, "report.html", "-d", "sim"),
         "colour": make_report(program, folder, "colour.html", "-d", "sim:3?width=320&height=240&format=BayerRG12p"),
         "large": make_report(program, folder, "large.html", "-d", "sim:4?width=2448&height=2048&format=Mono16", "-n", "2"),
+        # A share of saturated samples, which the page shows in percent.
+        "saturated": make_report(program, folder, "saturated.html", "-d", "sim:5?width=160&height=120&exposure=16600"),
         "self-test": make_report(program, folder, "self-test.html", "--dark", hostile + "dark", "--light",
                                  hostile + "light"),
     }
+    saturated = reports["saturated"][1]["references"]["light"]["saturatedShare"]
+    check(0.001 < saturated < 0.01, f"{saturated} of the light reference are saturated")
     with Browser() as browser:
         for name, (file, figures) in reports.items():
             grounds = {check_view(browser, file, folder, f"{name}-{view}", width, dark)

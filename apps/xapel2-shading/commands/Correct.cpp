@@ -76,7 +76,7 @@ int runCorrect(const CorrectOptions& rOptions) {
     Session.selectScene("Scene");
     applyPair(Session, rOptions.Pair);
     CCorrectionRun Run(Session, outputOf(rOptions));
-    Run.run(rOptions.vecFiles.size(), false);
+    Run.run(rOptions.vecFiles.size());
     Run.describe(Output);
     if (Run.tally().nFrames < rOptions.vecFiles.size()) {
         return Output.finish(eExitInterrupted);

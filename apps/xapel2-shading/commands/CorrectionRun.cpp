@@ -57,18 +57,18 @@ void CCorrectionRun::tellTroubles(const CCorrectedStream::Fetched& rFetched) {
         m_Progress.clear();
         complain("warning: " + strText);
     };
-    if (rFetched.bNewReason) {
-        fnTell("frame " + m_rSession.frameName(rFetched.hBuffer) + " is left untouched: " + rFetched.strUntouched);
-    }
     for (const std::string& rText : m_rSession.traces().take()) {
         if (m_Said.size() < SAID_MAX && m_Said.insert(rText).second) {
             fnTell(rText);
         }
     }
+    if (rFetched.bNewReason) {
+        fnTell("frame " + m_rSession.frameName(rFetched.hBuffer) + " is left untouched: " + rFetched.strUntouched);
+    }
 }
 
-void CCorrectionRun::fetchFrames(uint64_t nFrames, bool bTimed) {
-    m_Stream.start(0, bTimed);
+void CCorrectionRun::fetchFrames(uint64_t nFrames) {
+    m_Stream.start(0);
     while (nFrames == 0 || tally().nFrames < nFrames) {
         CCorrectedStream::Fetched Fetched = m_Stream.next();
         tellTroubles(Fetched);
@@ -80,9 +80,9 @@ void CCorrectionRun::fetchFrames(uint64_t nFrames, bool bTimed) {
     m_Stream.stop();
 }
 
-void CCorrectionRun::run(uint64_t nFrames, bool bTimed) {
+void CCorrectionRun::run(uint64_t nFrames) {
     try {
-        fetchFrames(nFrames, bTimed);
+        fetchFrames(nFrames);
     } catch (const CInterruptedError&) {
         // What there is by then is told.
     }
@@ -97,7 +97,11 @@ void CCorrectionRun::describeTime(COutput& rOutput) const {
     }
     const double fMedian = rAdded.median(), fP99 = rAdded.quantile(0.99);
     rOutput.text() << "Correction adds " << fixed(fMedian, 3) << " ms to a frame (median), " << fixed(fP99, 3)
-                   << " ms (p99), of " << counted(rAdded.count(), "frame") << '\n';
+                   << " ms (p99), of " << counted(rAdded.count(), "frame");
+    if (tally().nUncorrected != 0) {
+        rOutput.text() << ", beside " << tally().nUncorrected << " fetched uncorrected before them";
+    }
+    rOutput.text() << '\n';
     rOutput.json()["addedMs"] = {
         {"median", fMedian},
         {"p99", fP99},

@@ -35,9 +35,9 @@ public:
 
     /// Fetches this many frames of the scene, from the first one on; 0: until the user ends it. Each reason why frames
     /// are left as they are, and each trouble of the camera, is said once on stderr. Ends early, and without an
-    /// exception, when the user wants to.
-    /// @param[in] bTimed  measure what correction adds to the time of a frame.
-    void run(uint64_t nFrames, bool bTimed);
+    /// exception, when the user wants to. Other frames, fetched before them, tell how long a fetch takes without
+    /// correction; where the uncorrected frames are written too, that takes none.
+    void run(uint64_t nFrames);
 
     const CorrectionTally& tally() const { return m_Stream.tally(); }
 
@@ -45,7 +45,7 @@ public:
     void describe(COutput& rOutput) const;
 
 private:
-    void fetchFrames(uint64_t nFrames, bool bTimed);
+    void fetchFrames(uint64_t nFrames);
     void tellTroubles(const CCorrectedStream::Fetched& rFetched);
     void write(CCorrectedStream::Fetched& rFetched);
     void describeTime(COutput& rOutput) const;

@@ -65,7 +65,7 @@ int runRun(const RunOptions& rOptions) {
                   << Session.height() << std::endl;
     applyPair(Session, rOptions.Pair);
     CCorrectionRun Run(Session, outputOf(rOptions));
-    Run.run(nFrames, true);
+    Run.run(nFrames);
     Run.describe(Output);
     // Without a number of frames Ctrl-C is how a run ends.
     if (Run.tally().nFrames < nFrames) {

@@ -18,6 +18,7 @@
 #include "device/Session.h"
 #include "images/Percentile.h"
 #include "images/Pictures.h"
+#include "images/SourceFiles.h"
 #include "report/Report.h"
 #include "report/SelfTestFrames.h"
 
@@ -38,7 +39,9 @@ public:
         {
             CSession Session(m_strCamera);
             planFrames(Session);
-            m_Output.prepare();
+            CSourceFiles Sources;
+            Sources.addDevice(m_strCamera);
+            m_Output.prepare(Sources);
             recordReferences(Session);
             m_Pair = judgeWithSelfTest(m_Report.Files);
             applyPair(Session, m_Report.Files);

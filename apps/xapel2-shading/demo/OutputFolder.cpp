@@ -47,7 +47,17 @@ std::vector<std::string> earlierFrames(const fs::path& rFigures) {
 
 COutputFolder::COutputFolder(const fs::path& rFolder) : m_Folder(rFolder) {}
 
-void COutputFolder::prepare() const {
+void COutputFolder::requireForeign(const CSourceFiles& rSources) const {
+    for (const fs::path& rFolder : {m_Folder, m_Folder / RAW, m_Folder / CORRECTED}) {
+        std::error_code Missing;
+        for (const fs::directory_entry& rEntry : fs::directory_iterator(rFolder, Missing)) {
+            rSources.requireOther(rEntry.path());
+        }
+    }
+}
+
+void COutputFolder::prepare(const CSourceFiles& rSources) const {
+    requireForeign(rSources);
     try {
         fs::create_directories(m_Folder / RAW);
         fs::create_directories(m_Folder / CORRECTED);

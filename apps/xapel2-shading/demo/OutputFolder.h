@@ -11,6 +11,7 @@
 
 #include "demo/Figures.h"
 #include "images/Frame.h"
+#include "images/SourceFiles.h"
 
 namespace XAPEL2 {
 namespace App {
@@ -27,7 +28,8 @@ public:
     /// Creates the folder where it is missing. Where an earlier demonstration has left its figures.json, takes out the
     /// frames that this lists, pictures and references. To be called when all is ready to be written.
     /// @throws std::runtime_error  the folder cannot be made or cleaned; names it.
-    void prepare() const;
+    /// @throws CUsageError         a file that may be written over is one of the sources; nothing has changed.
+    void prepare(const CSourceFiles& rSources) const;
 
     const std::filesystem::path& path() const { return m_Folder; }
     std::filesystem::path file(const char* pName) const { return m_Folder / pName; }
@@ -40,6 +42,7 @@ public:
     void writeFigures(const DemoFigures& rFigures) const;
 
 private:
+    void requireForeign(const CSourceFiles& rSources) const;
     void removeEarlier() const;
 
     std::filesystem::path m_Folder;

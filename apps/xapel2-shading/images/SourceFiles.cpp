@@ -51,7 +51,8 @@ void CSourceFiles::addDevice(const std::string& strDevice) {
 void CSourceFiles::requireOther(const fs::path& rFile) const {
     FileId Id;
     if (identify(rFile, Id) && m_Files.count(Id) != 0) {
-        throw CUsageError(rFile.string() + " is a source and is not overwritten; choose another place with -o");
+        throw CUsageError(rFile.string() +
+                          " is a source and is not overwritten; choose another place for what is written");
     }
 }
 
