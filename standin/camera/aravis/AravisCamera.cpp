@@ -56,22 +56,27 @@ guint32 readRegister(ArvDevice* pDevice, guint64 uAddress) {
 
 }  // namespace
 
-CAravisCamera::CAravisCamera(const std::string& strId) : m_pCamera(openCamera(strId)) {
-    // The signal may be on its way while this object ends, so it has a share of what it writes to.
-    g_signal_connect_data(arv_camera_get_device(arv()), "control-lost", G_CALLBACK(&onControlLost),
-                          new SharedEvents(m_pEvents), &releaseEvents, static_cast<GConnectFlags>(0));
+CAravisCamera::CAravisCamera(const std::string& strId) : CAravisCamera(strId, std::make_unique<AravisEvents>()) {}
+
+CAravisCamera::CAravisCamera(const std::string& strId, std::unique_ptr<AravisEvents> pEvents)
+    : m_pEvents(pEvents.get()), m_pCamera(openCamera(strId)) {
+    // The signal may be on its way while this object ends: what it writes to is the signal's own.
+    g_signal_connect_data(arv_camera_get_device(arv()), "control-lost", G_CALLBACK(&onControlLost), pEvents.release(),
+                          &releaseEvents, static_cast<GConnectFlags>(0));
     std::lock_guard<std::mutex> lock(m_mtxCommands);
     refreshLayout();
 }
 
 CAravisCamera::~CAravisCamera() = default;
 
-void CAravisCamera::releaseEvents(void* pShare, GClosure*) {
-    delete static_cast<SharedEvents*>(pShare);
+void CAravisCamera::releaseEvents(void* pEvents, GClosure*) {
+    auto* const pOwn = static_cast<AravisEvents*>(pEvents);
+    std::unique_lock<std::mutex>(pOwn->mtx).unlock();  // behind the last signal
+    delete pOwn;
 }
 
-void CAravisCamera::onControlLost(ArvDevice*, void* pShare) {
-    AravisEvents& rEvents = **static_cast<SharedEvents*>(pShare);
+void CAravisCamera::onControlLost(ArvDevice*, void* pEvents) {
+    AravisEvents& rEvents = *static_cast<AravisEvents*>(pEvents);
     std::lock_guard<std::mutex> lock(rEvents.mtx);
     rEvents.bLost = true;
     rEvents.cv.notify_all();

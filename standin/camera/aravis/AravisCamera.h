@@ -62,12 +62,12 @@ public:
     void checkControl() const;
 
 private:
-    using SharedEvents = std::shared_ptr<AravisEvents>;
-    static void onControlLost(ArvDevice* pDevice, void* pShare);
-    static void releaseEvents(void* pShare, GClosure*);
+    CAravisCamera(const std::string& strId, std::unique_ptr<AravisEvents> pEvents);
+    static void onControlLost(ArvDevice* pDevice, void* pEvents);
+    static void releaseEvents(void* pEvents, GClosure*);
 
     std::mutex m_mtxCommands;
-    const SharedEvents m_pEvents = std::make_shared<AravisEvents>();
+    AravisEvents* const m_pEvents;  // goes with the device of m_pCamera
     std::atomic<bool> m_bStreaming{false};
     mutable std::mutex m_mtxLayout;  // guards m_layout; a leaf lock
     AravisLayout m_layout;
