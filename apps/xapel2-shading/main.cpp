@@ -137,7 +137,7 @@ void addRun(CLI::App& rCli, CommandLine& rLine) {
         addCommand(rCli, rLine, "run", "Correct the live stream of a camera", [&] { return runRun(rRun); });
     addDevice(pRun, rRun.strDevice)->required();
     addPair(pRun, rRun.Pair);
-    pRun->add_option("-n,--frames", rRun.nFrames, "Frames to fetch; without it until Ctrl-C, or all of a replay")
+    pRun->add_option("-n,--frames", rRun.nFrames, "Frames to correct; without it until Ctrl-C, or all of a replay")
         ->check(CLI::Range(uint64_t{1}, uint64_t{1000000000}));
     pRun->add_option("--scene", rRun.strScene, "What a simulated or replayed camera shows: Dark, Light or Scene")
         ->transform(CLI::IsMember({"Dark", "Light", "Scene"}, CLI::ignore_case))

@@ -4,8 +4,8 @@
 
 #include "xapel2_standin/Host.h"
 
+#include <algorithm>
 #include <cstring>
-#include <sstream>
 #include <stdexcept>
 
 #include "CallFrame.h"
@@ -78,18 +78,37 @@ Device* openCamera(tMake fnMake) {
     return pDevice->shell();
 }
 
+// What a node takes, where that has bounds.
+std::string boundsOf(Node& rNode) {
+    try {
+        return ", expected " + std::to_string(rNode.GetIntMin()) + " to " + std::to_string(rNode.GetIntMax());
+    } catch (const Exceptions::IException&) {
+        return "";
+    }
+}
+
+void writeSetting(NodeMap& rNodes, const std::string& strSetting) {
+    const std::size_t iEqual = strSetting.find('=');
+    const std::string strNode = strSetting.substr(0, iEqual);
+    if (iEqual == std::string::npos || !rNodes.GetNodePresent(strNode.c_str())) {
+        XAPEL2_RAISE(InvalidParameter, "the camera has no setting '" + strSetting +
+                                           "', expected one of its nodes as in ExposureTime=5000");
+    }
+    Node& rNode = *rNodes.GetNode(strNode.c_str());
+    try {
+        rNode.SetValue(strSetting.substr(iEqual + 1).c_str());
+    } catch (const Exceptions::Xapel_InvalidParameterException& rError) {
+        XAPEL2_RAISE(InvalidParameter,
+                     "setting " + strSetting + ": " + rError.GetErrorDescription().get() + boundsOf(rNode));
+    }
+}
+
 // NODE=VALUE, joined by '&', written in this order.
-void writeSettings(Device* pDevice, const std::string& strSettings) {
-    NodeMap* const pNodes = remoteNodes(pDevice);
-    std::istringstream settings(strSettings);
-    for (std::string strSetting; std::getline(settings, strSetting, '&');) {
-        const std::size_t iEqual = strSetting.find('=');
-        const std::string strNode = strSetting.substr(0, iEqual);
-        if (iEqual == std::string::npos || !pNodes->GetNodePresent(strNode.c_str())) {
-            XAPEL2_RAISE(InvalidParameter, "the camera has no setting '" + strSetting +
-                                               "', expected one of its nodes as in ExposureTime=5000");
-        }
-        pNodes->GetNode(strNode.c_str())->SetValue(strSetting.substr(iEqual + 1).c_str());
+void writeSettings(NodeMap& rNodes, const std::string& strSettings) {
+    for (std::size_t iPos = 0; iPos <= strSettings.size();) {
+        const std::size_t iEnd = std::min(strSettings.find('&', iPos), strSettings.size());
+        writeSetting(rNodes, strSettings.substr(iPos, iEnd - iPos));
+        iPos = iEnd + 1;
     }
 }
 
@@ -98,7 +117,9 @@ Device* openLive(const std::string& strRest) {
     const std::size_t iSettings = strRest.find('?');
     Device* const pDevice = openCamera([&] { return liveProvider().open(strRest.substr(0, iSettings)); });
     try {
-        writeSettings(pDevice, iSettings == std::string::npos ? "" : strRest.substr(iSettings + 1));
+        if (iSettings != std::string::npos) {
+            writeSettings(*remoteNodes(pDevice), strRest.substr(iSettings + 1));
+        }
     } catch (...) {
         closeDevice(pDevice);
         throw;

@@ -107,6 +107,21 @@ TEST_F(Cameras, IncompleteFramesArriveAsThePacketsLeftThem) {
     EXPECT_EQ(rig.streamNumber(STREAM_INFO_STANDIN_NUM_INCOMPLETE), nIncomplete);
 }
 
+TEST_F(Cameras, FramesThatFindNoBufferAreCounted) {
+    Rig rig(0);
+    rig.open("Mono8", 256, 256, 2, "200");
+    ASSERT_EQ(startAcquisition(rig.pStream), 0);
+    BufferHandle ahBuffers[2] = {};
+    for (BufferHandle& rBuffer : ahBuffers) ASSERT_EQ(getFilledBuffer(rig.pStream, &rBuffer, DEADLINE_MS), 0);
+    const uint64_t nBefore = rig.scene.frames();
+    ASSERT_TRUE(eventually([&] { return rig.scene.frames() > nBefore + 20; }));
+    for (BufferHandle& rBuffer : ahBuffers) ASSERT_EQ(queueBuffer(rig.pStream, rBuffer), 0);
+    ASSERT_EQ(getFilledBuffer(rig.pStream, &ahBuffers[0], DEADLINE_MS), 0);
+    const uint64_t nLost = rig.streamNumber(STREAM_INFO_NUM_UNDERRUN);
+    EXPECT_GT(nLost, 10U);
+    EXPECT_LE(nLost, rig.scene.frames() - nBefore) << "frames, not packets";
+}
+
 TEST_F(Cameras, ACameraThatIsGoneEndsTheFetchAndComesBack) {
     Rig rig(0);
     for (unsigned iRound = 0; iRound < 2; ++iRound) {
@@ -265,11 +280,16 @@ TEST_F(Cameras, SettingsBehindTheIdentifierAreWrittenInTheirOrder) {
         return strAll;
     };
     EXPECT_EQ(fnSettings("?PixelFormat=Mono16&Width=96&ExposureTime=1500&Width=80"), "Mono16 80 1500 ");
-    for (const char* pBad : {"?Width", "?Colour=1", "?=1", "?Width=0", "?PixelFormat=Mono7", "?Width=64&&Height=64"}) {
+    for (const char* pBad :
+         {"?Width", "?Colour=1", "?=1", "?Width=0", "?PixelFormat=Mono7", "?Width=64&&Height=64", "?Width=64&"}) {
         EXPECT_NE(thrown<XAPEL2::Exceptions::Xapel_InvalidParameterException>([&] { openDevice(rig.strId + pBad); }),
                   "")
             << pBad;
     }
+    const std::string strRefused =
+        thrown<XAPEL2::Exceptions::IException>([&] { openDevice(rig.strId + "?ExposureTime=1e9"); });
+    EXPECT_NE(strRefused.find("ExposureTime=1e9"), std::string::npos) << strRefused;
+    EXPECT_NE(strRefused.find("expected 10 to 1"), std::string::npos) << strRefused;
     EXPECT_EQ(fnSettings(""), "Mono16 64 1500 ") << "a refused setting keeps no camera, and leaves those before it";
 }
 

@@ -95,7 +95,7 @@ TEST(CameraCommands, BearLostPacketsAndTellThatTheCameraIsGone) {
         return result.strErr;
     };
     rig.scene.cover(true);
-    EXPECT_NE(fnRun({"record", "dark", "-d", strCamera, "-n", "32", "-o", strDark}).find("incomplete"),
+    EXPECT_NE(fnRun({"record", "dark", "-d", strCamera, "-n", "150", "-o", strDark}).find("incomplete"),
               std::string::npos);
     rig.scene.cover(false);
     fnRun({"record", "light", "-d", strCamera, "-n", "32", "-o", strLight});
@@ -105,7 +105,7 @@ TEST(CameraCommands, BearLostPacketsAndTellThatTheCameraIsGone) {
     CProgram run(XAPEL2_SHADING_PROGRAM,
                  {"run", "-d", strCamera, "--dark", strDark, "--light", strLight, "-n", "100000"});
     const uint64_t nBefore = rig.scene.frames();
-    ASSERT_TRUE(eventually([&] { return rig.scene.frames() > nBefore + 100; }));
+    ASSERT_TRUE(eventually([&] { return rig.scene.frames() > nBefore + 600; }));
     rig.pCamera.reset();
     const auto begin = std::chrono::steady_clock::now();
     const auto result = run.wait();

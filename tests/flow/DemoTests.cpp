@@ -280,6 +280,7 @@ TEST(Demo, NewRunReplacesItsOwnFilesOnly) {
     // Its own output would go before it is read.
     EXPECT_EQ(runShading({"demo", "--frames", Out / "raw", "--out", Out}).iExit, 2);
     EXPECT_EQ(namesIn(Out / "raw").size(), 4U);
+    EXPECT_EQ(runShading({"demo", "--frames", Frames, "--out", Frames}).iExit, 0) << "beside them is well";
 }
 
 TEST(Demo, UnusableFramesAreNamedAndLeaveTheOutputAlone) {

@@ -67,7 +67,7 @@ TEST_F(Session, IncompleteFramesAreLeftOutAndCounted) {
     applyPair(Camera, Light);
     for (const bool bKeepRaw : {false, true}) {
         CCorrectedStream Stream(Camera, bKeepRaw);
-        Stream.start(0);
+        Stream.start(0, true);
         unsigned nSaid = 0;
         for (unsigned i = 0; i < 9; ++i) {
             const CCorrectedStream::Fetched Fetched = Stream.next();

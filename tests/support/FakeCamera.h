@@ -89,7 +89,7 @@ public:
     CFakeCamera& operator=(const CFakeCamera&) = delete;
 
     void losePackets(double fShare) { g_object_set(m_pCamera.get(), "gvsp-lost-ratio", fShare, nullptr); }
-    /// As when another client takes the camera over.
+    /// As after a restart: nobody is in control.
     void dropController() { arv_fake_camera_set_control_channel_privilege(m_pFake, 0); }
     void writeRegister(guint32 uAddress, guint32 uValue) { arv_fake_camera_write_register(m_pFake, uAddress, uValue); }
 

@@ -68,7 +68,8 @@ void CCorrectionRun::tellTroubles(const CCorrectedStream::Fetched& rFetched) {
 }
 
 void CCorrectionRun::fetchFrames(uint64_t nFrames) {
-    m_Stream.start(0);
+    // The frames of a camera without scenes come but once: of those that are to be written none is used up.
+    m_Stream.start(0, m_rSession.hasScenes() || !m_Corrected);
     while (nFrames == 0 || tally().nFrames < nFrames) {
         CCorrectedStream::Fetched Fetched = m_Stream.next();
         tellTroubles(Fetched);

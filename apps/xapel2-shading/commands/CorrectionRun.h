@@ -36,7 +36,8 @@ public:
     /// Fetches this many frames of the scene, from the first one on; 0: until the user ends it. Each reason why frames
     /// are left as they are, and each trouble of the camera, is said once on stderr. Ends early, and without an
     /// exception, when the user wants to. Other frames, fetched before them, tell how long a fetch takes without
-    /// correction; where the uncorrected frames are written too, that takes none.
+    /// correction; where the uncorrected frames are written too, that takes none, and where those of a camera without
+    /// scenes are written, it is left out.
     void run(uint64_t nFrames);
 
     const CorrectionTally& tally() const { return m_Stream.tally(); }

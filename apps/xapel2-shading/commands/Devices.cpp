@@ -90,7 +90,7 @@ int runDevices(const DevicesOptions& rOptions) {
                           << rDevice["height"] << '\n';
         }
     }
-    Output.text() << "\nBesides, by its name:\n";
+    Output.text() << "\nBesides, by its name, which a shell wants in quotes where it has ? or &:\n";
     nlohmann::ordered_json& rForms = Output.json()["forms"] = nlohmann::ordered_json::array();
     for (const Form& rForm : FORMS) {
         Output.text() << rForm.pId << "  " << rForm.pWhat << '\n';
@@ -99,7 +99,8 @@ int runDevices(const DevicesOptions& rOptions) {
     const bool bMissing = missesRealCameras();
     Output.json()["realCameras"] = !bMissing;
     if (bMissing) {
-        Output.text() << "\nReal cameras are not looked for: for them, install libxapel2-genicam-aravis0\n";
+        Output.text() << "\nReal cameras are not looked for. Install the package libxapel2-genicam-aravis0, or build "
+                         "with libaravis-dev.\n";
     }
     return Output.finish(eExitDone);
 }

@@ -48,9 +48,12 @@ std::vector<std::string> earlierFrames(const fs::path& rFigures) {
 COutputFolder::COutputFolder(const fs::path& rFolder) : m_Folder(rFolder) {}
 
 void COutputFolder::requireForeign(const CSourceFiles& rSources) const {
-    for (const fs::path& rFolder : {m_Folder, m_Folder / RAW, m_Folder / CORRECTED}) {
+    for (const char* pName : OWN_FILES) {
+        rSources.requireOther(m_Folder / pName);
+    }
+    for (const char* pFolder : {RAW, CORRECTED}) {
         std::error_code Missing;
-        for (const fs::directory_entry& rEntry : fs::directory_iterator(rFolder, Missing)) {
+        for (const fs::directory_entry& rEntry : fs::directory_iterator(m_Folder / pFolder, Missing)) {
             rSources.requireOther(rEntry.path());
         }
     }

@@ -44,10 +44,13 @@ void CCorrectedStream::measureUncorrected() {
     m_Tally.nUncorrected = Times.count();
 }
 
-void CCorrectedStream::start(uint64_t iFirst) {
+void CCorrectedStream::start(uint64_t iFirst, bool bTimed) {
     m_rSession.attempt("switching correction off", [&] { m_rSession.shading().SetEnable(false); });
     if (!m_bKeepRaw) {
-        measureUncorrected();
+        m_bTimed = bTimed;
+        if (m_bTimed) {
+            measureUncorrected();
+        }
         m_rSession.traces().take();
         m_rSession.attempt("switching correction on", [&] { m_rSession.shading().SetEnable(true); });
         // A host that refuses to let the library see the stream is told by the trace only.
@@ -88,7 +91,7 @@ void CCorrectedStream::correctInPlace(Fetched& rFetched) {
 
 CCorrectedStream::Fetched CCorrectedStream::next() {
     Fetched Result;
-    const bool bTimed = !m_bKeepRaw && (m_Tally.Added.count() < TIMED_FRAMES || m_rSession.frameWaits());
+    const bool bTimed = m_bTimed && (m_Tally.Added.count() < TIMED_FRAMES || m_rSession.frameWaits());
     if (bTimed) {
         m_rSession.waitForFrame();
     }

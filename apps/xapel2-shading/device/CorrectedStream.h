@@ -38,9 +38,10 @@ public:
     /// @param[in] bKeepRaw  give each frame as it was before correction, too.
     CCorrectedStream(CSession& rSession, bool bKeepRaw);
 
-    /// Starts the camera at frame iFirst of its scene with correction on. Where no uncorrected frames are kept, fetches
-    /// without correction come first, for a second at most: they tell what correction adds.
-    void start(uint64_t iFirst);
+    /// Starts the camera at frame iFirst of its scene with correction on.
+    /// @param[in] bTimed  measure what correction adds. Where no uncorrected frames are kept, up to 32 frames are
+    ///                    fetched without correction first, for a second or as long as one takes.
+    void start(uint64_t iFirst, bool bTimed);
 
     /// One fetched frame.
     struct Fetched {
@@ -61,6 +62,7 @@ private:
 
     CSession& m_rSession;
     bool m_bKeepRaw;
+    bool m_bTimed = false;
     StandIn::ImageLayout m_sApplied;
     double m_fUncorrectedMs = 0.0;
     std::chrono::steady_clock::time_point m_tBegin;

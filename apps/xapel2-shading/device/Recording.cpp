@@ -65,8 +65,8 @@ uint64_t CRecorder::countSaturated(StandIn::BufferHandle hBuffer, const StandIn:
 }
 
 void CRecorder::take(StandIn::BufferHandle hBuffer) {
-    const std::string strTraces = m_rSession.traces().takeText();
     if (!m_rSession.isComplete(hBuffer)) {
+        const std::string strTraces = m_rSession.traces().takeText();
         if (m_Result.nLeftOut++ == 0) {
             m_Result.strLeftOut = "frame " + m_rSession.frameName(hBuffer) + ": " + strTraces;
         }

@@ -278,20 +278,6 @@ void CSession::failIncomplete(StandIn::BufferHandle hBuffer) {
                              " came incomplete: " + m_Traces.takeText() + (hasScenes() ? "" : INCOMPLETE_ADVICE));
 }
 
-void CSession::streamFrames(uint64_t nFrames, const std::function<void(uint64_t)>& fnFetched) {
-    seekFrame(0);
-    start(nFrames);
-    for (uint64_t i = 1; i <= nFrames; ++i) {
-        const StandIn::BufferHandle hBuffer = fetch();
-        if (!isComplete(hBuffer)) {
-            failIncomplete(hBuffer);
-        }
-        giveBack(hBuffer);
-        fnFetched(i);
-    }
-    stop();
-}
-
 Frame CSession::fetchFrame(uint64_t iFrame) {
     seekFrame(iFrame);
     for (unsigned nMore = hasScenes() ? 0 : INCOMPLETE_MAX;; --nMore) {

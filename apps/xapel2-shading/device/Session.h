@@ -22,7 +22,7 @@ namespace App {
 
 /// What to look at when a real camera delivers no complete frames; ends a sentence.
 constexpr const char* INCOMPLETE_ADVICE =
-    "; look at its cable and network, and at the socket buffer (docs/cameras.md tells how)";
+    "; look at its cable, the network and the socket buffer, docs/cameras.md tells how";
 
 /// Says that the camera found no buffer free for so many frames.
 std::string underrunText(uint64_t nUnderruns);
@@ -96,11 +96,6 @@ public:
     /// The name that the camera gives the frame, empty for none.
     std::string frameName(StandIn::BufferHandle hBuffer) const;
     Frame copyFrame(StandIn::BufferHandle hBuffer) const;
-
-    /// Fetches nFrames frames of the selected scene, from its first one on, and drops them: what the library does with
-    /// each on the way is all that is wanted. An incomplete frame is an error.
-    /// @param[in] fnFetched  called after each with the number fetched so far.
-    void streamFrames(uint64_t nFrames, const std::function<void(uint64_t)>& fnFetched);
 
     /// Fetches frame iFrame of the selected scene, an incomplete one is an error; of a camera without scenes the next
     /// complete one.

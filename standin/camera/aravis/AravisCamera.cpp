@@ -44,10 +44,15 @@ const PixelFormat* formatOf(gint64 iPfnc) {
     return nullptr;
 }
 
+const std::string TAKEN = "another program has taken control of it (";
+
 guint32 readRegister(ArvDevice* pDevice, guint64 uAddress) {
     CGlibError error;
     guint32 uValue = 0;
     arv_device_read_register(pDevice, uAddress, &uValue, error.out());
+    if (error.isDenied()) {
+        throw CLiveError(GC_ERR_ACCESS_DENIED, TAKEN + error.text() + ")");
+    }
     if (error.isSet()) {
         throw CLiveError(GC_ERR_IO, "it does not answer (" + error.text() + ")");
     }
@@ -153,10 +158,12 @@ void CAravisCamera::checkControl() const {
     CGlibError error;
     const guint32 uHeartbeat = readRegister(pDevice, HEARTBEAT_REGISTER);
     arv_device_write_register(pDevice, HEARTBEAT_REGISTER, uHeartbeat, error.out());
-    if (error.isSet()) {
-        // Cameras refuse it, or leave it without an answer, as one does that has gone meanwhile.
-        readRegister(pDevice, PRIVILEGE_REGISTER);
-        throw CLiveError(GC_ERR_ACCESS_DENIED, "another program has taken control of it (" + error.text() + ")");
+    if (error.is(ARV_DEVICE_ERROR_TIMEOUT)) {
+        readRegister(pDevice, PRIVILEGE_REGISTER);  // does it still answer?
+    }
+    // To a client that is not in control cameras say so, or nothing at all. What else one says is no loss.
+    if (error.isDenied() || error.is(ARV_DEVICE_ERROR_TIMEOUT)) {
+        throw CLiveError(GC_ERR_ACCESS_DENIED, TAKEN + error.text() + ")");
     }
 }
 

@@ -71,7 +71,7 @@ private:
     std::atomic<bool> m_bStreaming{false};
     mutable std::mutex m_mtxLayout;  // guards m_layout; a leaf lock
     AravisLayout m_layout;
-    GlibPtr<ArvCamera> m_pCamera;  // its threads use the members above
+    GlibPtr<ArvCamera> m_pCamera;
 };
 
 }  // namespace StandIn

@@ -63,6 +63,15 @@ bool describeImage(ArvBuffer* pBuffer, FrameInfo& rInfo) {
     return true;
 }
 
+// Frames between two by their identifiers, of which those of 16 bits go from 65535 on to 1.
+uint64_t framesBetween(uint64_t iBefore, uint64_t iFrame) {
+    constexpr uint64_t LAST = 65535;
+    if (iFrame > iBefore) {
+        return iFrame - iBefore - 1;
+    }
+    return iBefore > LAST || iFrame == 0 ? 0 : LAST - iBefore + iFrame - 1;
+}
+
 }  // namespace
 
 CAravisStream::CAravisStream(CAravisCamera& rCamera) : m_rCamera(rCamera), m_layout(rCamera.layout()) {
@@ -162,6 +171,7 @@ bool CAravisStream::next(LiveFrame& rFrame) {
         if (pBuffer == nullptr) {
             checkControl(false);
         } else if (describe(pBuffer.get(), rFrame)) {
+            countUnderruns(rFrame.info.iFrameId);
             return true;
         }
     }
@@ -206,10 +216,19 @@ void CAravisStream::wake() {
     rEvents.cv.notify_all();
 }
 
-uint64_t CAravisStream::underruns() const {
-    guint64 nUnderruns = 0;
-    arv_stream_get_statistics(m_pStream.get(), nullptr, nullptr, &nUnderruns);
-    return nUnderruns;
+// The transport counts USB3 Vision frames that find no buffer, but of GigE Vision each packet. There, frames that are
+// missing are held for such ones where it has counted any.
+void CAravisStream::countUnderruns(uint64_t iFrameId) {
+    guint64 nCounted = 0;
+    arv_stream_get_statistics(m_pStream.get(), nullptr, nullptr, &nCounted);
+    if (!ARV_IS_GV_STREAM(m_pStream.get())) {
+        m_nUnderruns = nCounted;
+    } else if (nCounted != m_nCounted && m_bAnyFrame) {
+        m_nUnderruns += framesBetween(m_iLastFrameId, iFrameId);
+    }
+    m_nCounted = nCounted;
+    m_iLastFrameId = iFrameId;
+    m_bAnyFrame = true;
 }
 
 }  // namespace StandIn

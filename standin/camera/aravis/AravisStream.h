@@ -21,7 +21,7 @@ public:
     void start() override;
     bool next(LiveFrame& rFrame) override;
     void wake() override;
-    uint64_t underruns() const override;
+    uint64_t underruns() const override { return m_nUnderruns; }
 
 private:
     enum eEvent { eFrame, eSilence, eWoken, eLost };
@@ -29,6 +29,7 @@ private:
     static void onStreamEvent(void* pSelf, ArvStreamCallbackType eType, ArvBuffer* pBuffer);
     eEvent waitForEvent();
     GlibPtr<ArvBuffer> pop();
+    void countUnderruns(uint64_t iFrameId);
     void checkControl(bool bLost);
     bool describe(ArvBuffer* pBuffer, LiveFrame& rFrame) const;
 
@@ -36,6 +37,9 @@ private:
     const AravisLayout m_layout;
     bool m_bStarted = false;
     bool m_bLost = false;  // by the thread that waits for frames, which also ends the stream
+    // Of the thread that waits for frames.
+    uint64_t m_nUnderruns = 0, m_nCounted = 0, m_iLastFrameId = 0;
+    bool m_bAnyFrame = false;
     GlibPtr<ArvStream> m_pStream;
 };
 

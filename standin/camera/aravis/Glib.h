@@ -38,12 +38,16 @@ public:
     bool is(ArvDeviceError eCode) const {
         return m_pError != nullptr && g_error_matches(m_pError, ARV_DEVICE_ERROR, eCode) != FALSE;
     }
+    /// Another client has control of the camera.
+    bool isDenied() const {
+        return is(ARV_DEVICE_ERROR_NOT_CONTROLLER) || is(ARV_DEVICE_ERROR_PROTOCOL_ERROR_ACCESS_DENIED);
+    }
     std::string text() const { return isSet() ? m_pError->message : ""; }
 
     /// @throws CLiveError  there was an error.
     void check() const {
         if (isSet()) {
-            throw CLiveError(is(ARV_DEVICE_ERROR_NOT_CONTROLLER) ? GC_ERR_ACCESS_DENIED : GC_ERR_IO, text());
+            throw CLiveError(isDenied() ? GC_ERR_ACCESS_DENIED : GC_ERR_IO, text());
         }
     }
 

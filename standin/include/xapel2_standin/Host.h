@@ -58,7 +58,8 @@ XAPEL2_HOST_API std::vector<DeviceInfo> enumerateDevices();
 /// @throws Exceptions::Xapel_InvalidParameterException  the text names no device or carries a bad setting.
 /// @throws Exceptions::Xapel_NotAvailableException      the folder or one of its files cannot be used, the camera
 ///                                                      is not there, or this build knows no real cameras; names it.
-/// @throws Exceptions::Xapel_AccessDeniedException      another program has the camera.
+/// @throws Exceptions::Xapel_AccessDeniedException      another program has the camera, or a setting is read-only.
+/// @throws Exceptions::Xapel_ErrorException             the camera fails while a setting is written.
 XAPEL2_HOST_API Device* openDevice(const std::string& strId);
 
 /// Opens image files as a camera: its scene Scene has exactly these frames in this order, the others have none. Files

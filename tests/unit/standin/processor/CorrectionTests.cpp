@@ -247,8 +247,9 @@ TEST(Correction, GivesTheDefinitionsBytesWithEveryTableAndTarget) {
 
 // Images of 8 bits that a core's cache does not keep, or no cache at all, have kernels of their own.
 TEST(Correction, GivesTheDefinitionsBytesForLargeImages) {
-    for (const auto& [rCase, nHeight] : {std::pair(TABLE_CASES[0], 1025), std::pair(TABLE_CASES[6], 1025),
-                                         std::pair(TABLE_CASES[0], 8193), std::pair(TABLE_CASES[6], 8193)}) {
+    for (const auto& [iCase, nHeight] :
+         {std::pair(0, 1025U), std::pair(6, 1025U), std::pair(0, 8193U), std::pair(6, 8193U)}) {
+        const TableCase& rCase = TABLE_CASES[iCase];
         const ImageLayout sLayout = layout(rCase.pFormat, 1024, nHeight);
         const References sReferences = draw(sLayout, rCase);
         std::mt19937 oRandom(5);
