@@ -163,7 +163,7 @@ int CStream::info(int iInfoCmd, const InfoSlot& rSlot) const {
         case STREAM_INFO_STANDIN_NUM_INCOMPLETE:
             return writeUint64(rSlot, m_counts.nIncomplete);
         case STREAM_INFO_IS_GRABBING:
-            return writeBool(rSlot, m_bGrabbing);
+            return writeBool(rSlot, m_bGrabbing && m_iFailure == 0);
         default:
             return GC_ERR_NOT_IMPLEMENTED;
     }

@@ -248,7 +248,7 @@ TEST(Correction, GivesTheDefinitionsBytesWithEveryTableAndTarget) {
 // Images of 8 bits that a core's cache does not keep, or no cache at all, have kernels of their own.
 TEST(Correction, GivesTheDefinitionsBytesForLargeImages) {
     for (const auto& [iCase, nHeight] :
-         {std::pair(0, 1025U), std::pair(6, 1025U), std::pair(0, 8193U), std::pair(6, 8193U)}) {
+         {std::pair(0U, 1025U), std::pair(6U, 1025U), std::pair(0U, 8193U), std::pair(6U, 8193U)}) {
         const TableCase& rCase = TABLE_CASES[iCase];
         const ImageLayout sLayout = layout(rCase.pFormat, 1024, nHeight);
         const References sReferences = draw(sLayout, rCase);
