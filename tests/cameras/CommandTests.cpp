@@ -79,6 +79,7 @@ TEST(CameraCommands, OfTheReadmeWorkOnDebiansSimulatedCamera) {
     EXPECT_NE(strOut.find("mean               0.0 DN"), std::string::npos) << strOut;
     EXPECT_NE(strOut.find("mean               127.0 DN"), std::string::npos) << strOut;
     EXPECT_NE(strOut.find("32 corrected, 0 left untouched"), std::string::npos) << strOut;
+    EXPECT_NE(strOut.find("told without -o, or with --raw"), std::string::npos) << "no live frame is used up";
     const std::filesystem::directory_iterator frames("corrected");
     EXPECT_EQ(std::distance(begin(frames), end(frames)), 32);
     EXPECT_NE(XAPEL2::Test::content("report.html").find("</html>"), std::string::npos);

@@ -94,6 +94,9 @@ void CCorrectionRun::run(uint64_t nFrames) {
 void CCorrectionRun::describeTime(COutput& rOutput) const {
     const CTimes& rAdded = tally().Added;
     if (rAdded.count() == 0) {
+        if (tally().nCorrected != 0) {
+            rOutput.text() << "What correction adds to a frame is told without -o, or with --raw\n";
+        }
         return;
     }
     const double fMedian = rAdded.median(), fP99 = rAdded.quantile(0.99);
