@@ -63,13 +63,14 @@ bool describeImage(ArvBuffer* pBuffer, FrameInfo& rInfo) {
     return true;
 }
 
-// Frames between two by their identifiers, of which those of 16 bits go from 65535 on to 1.
-uint64_t framesBetween(uint64_t iBefore, uint64_t iFrame) {
+// How many frames one is behind another, by their identifiers, of which those of 16 bits go from 65535 on to 1. 0 for
+// one that comes late: an incomplete frame may be given out behind the next one.
+uint64_t framesAhead(uint64_t iBefore, uint64_t iFrame) {
     constexpr uint64_t LAST = 65535;
-    if (iFrame > iBefore) {
-        return iFrame - iBefore - 1;
-    }
-    return iBefore > LAST || iFrame == 0 ? 0 : LAST - iBefore + iFrame - 1;
+    const bool bShort = iBefore <= LAST && iFrame <= LAST;
+    const uint64_t nAround = bShort ? LAST - iBefore + iFrame : 0;
+    const uint64_t nAhead = iFrame > iBefore ? iFrame - iBefore : nAround;
+    return bShort && nAhead > LAST / 2 ? 0 : nAhead;
 }
 
 }  // namespace
@@ -223,8 +224,15 @@ void CAravisStream::countUnderruns(uint64_t iFrameId) {
     arv_stream_get_statistics(m_pStream.get(), nullptr, nullptr, &nCounted);
     if (!ARV_IS_GV_STREAM(m_pStream.get())) {
         m_nUnderruns = nCounted;
-    } else if (nCounted != m_nCounted && m_bAnyFrame) {
-        m_nUnderruns += framesBetween(m_iLastFrameId, iFrameId);
+        return;
+    }
+    const uint64_t nAhead = m_bAnyFrame ? framesAhead(m_iLastFrameId, iFrameId) : 1;
+    // A frame whose first packet is lost has no identifier.
+    if (iFrameId == 0 || nAhead == 0) {
+        return;
+    }
+    if (nCounted != m_nCounted) {
+        m_nUnderruns += nAhead - 1;
     }
     m_nCounted = nCounted;
     m_iLastFrameId = iFrameId;
