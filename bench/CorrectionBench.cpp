@@ -8,12 +8,12 @@
 
 #include <cstring>
 
-#include "Correction.h"
 #include "Limit.h"
 #include "OpenCvCorrection.h"
 #include "Rounds.h"
 #include "Scene.h"
 #include "ShadingNodes.h"
+#include "standin/processor/correction/Correction.h"
 
 namespace {
 

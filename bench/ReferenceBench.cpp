@@ -15,11 +15,11 @@
 #include <map>
 
 #include "Limit.h"
-#include "ReferenceFilter.h"
 #include "Rounds.h"
 #include "Scene.h"
 #include "ShadingNodes.h"
 #include "TemporaryFolder.h"
+#include "standin/processor/filters/ReferenceFilter.h"
 #include "xapel2_standin/ReferenceFile.h"
 
 namespace {

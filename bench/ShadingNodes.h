@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "ShadingProcessor.h"
+#include "standin/processor/ShadingProcessor.h"
 #include "xapel2/XapelNodes.h"
 #include "xapel2_standin/ReferenceImage.h"
 

@@ -13,7 +13,7 @@
 
 #include "../tests/support/TemporaryFolder.h"
 #include "FuzzTarget.h"
-#include "ShadingProcessor.h"
+#include "standin/processor/ShadingProcessor.h"
 #include "xapel2/GenTLCodes.h"
 #include "xapel2/XapelExceptions.h"
 #include "xapel2/XapelNodes.h"

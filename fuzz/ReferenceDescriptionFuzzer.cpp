@@ -6,7 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "FuzzTarget.h"
-#include "ReferenceDescription.h"
+#include "standin/processor/references/ReferenceDescription.h"
 #include "xapel2_standin/ReferenceFile.h"
 
 using namespace XAPEL2::StandIn;

@@ -4,11 +4,11 @@
 
 #include <algorithm>
 
-#include "Correction.h"
 #include "FuzzTarget.h"
-#include "ReferenceDescription.h"
-#include "ReferenceFilter.h"
-#include "TiffHandle.h"
+#include "standin/files/TiffHandle.h"
+#include "standin/processor/correction/Correction.h"
+#include "standin/processor/filters/ReferenceFilter.h"
+#include "standin/processor/references/ReferenceDescription.h"
 #include "xapel2_standin/ReferenceFile.h"
 
 using namespace XAPEL2::StandIn;

@@ -6,7 +6,7 @@
 #include <stdexcept>
 
 #include "FuzzTarget.h"
-#include "ReplayFile.h"
+#include "standin/files/ImageFile.h"
 
 using namespace XAPEL2::StandIn;
 using XAPEL2::Fuzz::require;

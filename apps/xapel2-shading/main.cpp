@@ -13,13 +13,14 @@
 #include "commands/Check.h"
 #include "commands/Correct.h"
 #include "commands/Devices.h"
-#include "commands/Exit.h"
-#include "commands/Output.h"
 #include "commands/Record.h"
 #include "commands/Report.h"
 #include "commands/Run.h"
 #include "demo/Demo.h"
-#include "device/Interrupt.h"
+#include "terminal/Exit.h"
+#include "terminal/Output.h"
+#include "terminal/Toolkit.h"
+#include "toolkit/sessions/Interrupt.h"
 #include "xapel2/XapelExceptions.h"
 
 namespace {

@@ -2,7 +2,7 @@
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // The commands of the image processor.
 
-#include "ShadingProcessor.h"
+#include "standin/processor/ShadingProcessor.h"
 
 #include <algorithm>
 #include <array>
@@ -14,10 +14,10 @@
 
 #include "xapel2/GenTLCodes.h"
 
-#include "Correction.h"
-#include "ReferenceFilter.h"
-#include "ReferenceRecorder.h"
-#include "TiffHandle.h"
+#include "standin/files/TiffHandle.h"
+#include "standin/processor/correction/Correction.h"
+#include "standin/processor/filters/ReferenceFilter.h"
+#include "standin/processor/references/ReferenceRecorder.h"
 #include "xapel2_standin/ReferenceFile.h"
 #include "xapel2_standin/ReferenceImage.h"
 

@@ -14,9 +14,9 @@
 #include <utility>
 #include <vector>
 
-#include "CounterRandom.h"
 #include "FakeCamera.h"
 #include "StreamFixture.h"
+#include "standin/cameras/sim/CounterRandom.h"
 #include "xapel2_ext_sc.h"
 
 namespace XapelTest {

@@ -18,9 +18,9 @@
 #include <nlohmann/json.hpp>
 
 #include "Program.h"
-#include "SensorModel.h"
 #include "TemporaryFolder.h"
 #include "TestImages.h"
+#include "standin/cameras/sim/SensorModel.h"
 #include "xapel2_standin/ReferenceFile.h"
 
 namespace fs = std::filesystem;

@@ -14,15 +14,15 @@
 #include <sys/resource.h>
 
 #include "TemporaryFolder.h"
-#include "device/CorrectedStream.h"
-#include "device/Interrupt.h"
-#include "device/Pair.h"
-#include "device/Recording.h"
+#include "toolkit/sessions/CorrectedStream.h"
+#include "toolkit/sessions/Interrupt.h"
+#include "toolkit/sessions/Pair.h"
+#include "toolkit/sessions/Recording.h"
 #include "xapel2_standin/Control.h"
 #include "xapel2_standin/ReferenceFile.h"
 
 namespace Control = XAPEL2::StandIn::Control;
-using namespace XAPEL2::App;
+using namespace XAPEL2::Toolkit;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::Pair;
@@ -46,7 +46,7 @@ protected:
     }
 
     CTemporaryFolder m_Folder;
-    CProgress m_Progress;
+    CSilentProgress m_Progress;
 };
 
 }  // namespace
@@ -163,14 +163,6 @@ TEST(Times, QuantileIsTheLeastThatTheShareDoesNotExceed) {
     EXPECT_EQ(Times.quantile(0.99), 7.0);
     EXPECT_EQ(Times.quantile(0.25), 1.0);
     EXPECT_EQ(Times.quantile(0.001), 1.0);
-}
-
-TEST(Progress, LineTellsRateTimeLeftAndMore) {
-    EXPECT_EQ(progressText("recording", 0, 16, 0, 0.0, ""), "recording 0/16");
-    EXPECT_EQ(progressText("recording", 12, 16, 10, 2.0, "saturated 0.1 %"),
-              "recording 12/16, 5.0 fps, 0:01 left, saturated 0.1 %");
-    EXPECT_EQ(progressText("correcting", 7, 0, 4, 8.0, ""), "correcting 7, 0.5 fps");
-    EXPECT_EQ(progressText("recording", 100, 6100, 100, 1.0, ""), "recording 100/6100, 100.0 fps, 1:00 left");
 }
 
 TEST(HostTraces, SpeakPlainly) {

@@ -19,7 +19,7 @@
 
 #include "xapel2_standin/Host.h"
 
-#include "Correction.h"
+#include "standin/processor/correction/Correction.h"
 #include "xapel2_ext_sc.h"
 #include "xapel2_standin/ReferenceFile.h"
 

@@ -10,7 +10,8 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include "device/Interrupt.h"
+#include "terminal/Toolkit.h"
+#include "toolkit/sessions/Interrupt.h"
 
 namespace XAPEL2 {
 namespace App {

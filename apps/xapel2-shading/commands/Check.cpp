@@ -7,12 +7,14 @@
 #include <limits>
 #include <ostream>
 
-#include "commands/Exit.h"
-#include "commands/JudgedPair.h"
-#include "commands/Output.h"
-#include "judge/Judgement.h"
-#include "judge/JudgementText.h"
-#include "judge/SelfTest.h"
+#include "terminal/Exit.h"
+#include "terminal/Output.h"
+#include "terminal/Toolkit.h"
+#include "terminal/Warnings.h"
+#include "toolkit/judgement/JudgedPair.h"
+#include "toolkit/judgement/Judgement.h"
+#include "toolkit/judgement/SelfTest.h"
+#include "toolkit/text/Texts.h"
 
 namespace XAPEL2 {
 namespace App {

@@ -8,9 +8,11 @@
 #include <set>
 
 #include "commands/CorrectionRun.h"
-#include "commands/Exit.h"
-#include "commands/JudgedPair.h"
-#include "judge/JudgementText.h"
+#include "terminal/Exit.h"
+#include "terminal/Toolkit.h"
+#include "terminal/Warnings.h"
+#include "toolkit/judgement/JudgedPair.h"
+#include "toolkit/text/Texts.h"
 
 namespace XAPEL2 {
 namespace App {
@@ -70,7 +72,7 @@ int runCorrect(const CorrectOptions& rOptions) {
     CSession Session("the files", [&] { return StandIn::openFiles(rOptions.vecFiles, rFormat.pName); });
     Pair.compareWith(settingsOf(Session));
     Output.json()["judgement"] = toJson(Pair);
-    if (!Pair.isUsable(rOptions.bForce)) {
+    if (!isUsable(Pair, rOptions.bForce)) {
         return Output.finish(eExitRefused);
     }
     Session.selectScene("Scene");

@@ -7,7 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "device/Pair.h"
+#include "terminal/Toolkit.h"
+#include "toolkit/sessions/Pair.h"
 
 namespace XAPEL2 {
 namespace App {

@@ -8,8 +8,9 @@
 #include <filesystem>
 #include <ostream>
 
-#include "device/Interrupt.h"
-#include "judge/JudgementText.h"
+#include "terminal/Toolkit.h"
+#include "toolkit/sessions/Interrupt.h"
+#include "toolkit/text/Texts.h"
 
 namespace XAPEL2 {
 namespace App {

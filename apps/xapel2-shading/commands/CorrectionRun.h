@@ -9,10 +9,11 @@
 #include <set>
 #include <string>
 
-#include "commands/Output.h"
-#include "device/CorrectedStream.h"
-#include "device/Progress.h"
-#include "images/FrameWriter.h"
+#include "terminal/Output.h"
+#include "terminal/Progress.h"
+#include "terminal/Toolkit.h"
+#include "toolkit/frames/FrameWriter.h"
+#include "toolkit/sessions/CorrectedStream.h"
 
 namespace XAPEL2 {
 namespace App {

@@ -6,8 +6,8 @@
 
 #include <ostream>
 
-#include "commands/Exit.h"
-#include "commands/Output.h"
+#include "terminal/Exit.h"
+#include "terminal/Output.h"
 #include "xapel2/XapelExceptions.h"
 #include "xapel2_standin/Host.h"
 

@@ -10,13 +10,15 @@
 #include <unistd.h>
 
 #include "commands/AskForScene.h"
-#include "commands/Exit.h"
-#include "commands/JudgedPair.h"
-#include "commands/Output.h"
-#include "device/Interrupt.h"
-#include "device/Recording.h"
-#include "images/SourceFiles.h"
-#include "judge/JudgementText.h"
+#include "terminal/Exit.h"
+#include "terminal/Output.h"
+#include "terminal/Progress.h"
+#include "terminal/Toolkit.h"
+#include "toolkit/frames/SourceFiles.h"
+#include "toolkit/judgement/JudgedPair.h"
+#include "toolkit/sessions/Interrupt.h"
+#include "toolkit/sessions/Recording.h"
+#include "toolkit/text/Texts.h"
 
 namespace XAPEL2 {
 namespace App {

@@ -9,14 +9,17 @@
 #include <stdexcept>
 
 #include "commands/AskForScene.h"
-#include "commands/Exit.h"
-#include "commands/JudgedPair.h"
-#include "commands/Output.h"
-#include "device/Recording.h"
-#include "images/SourceFiles.h"
 #include "report/Html.h"
 #include "report/Report.h"
-#include "report/SelfTestFrames.h"
+#include "terminal/Exit.h"
+#include "terminal/Output.h"
+#include "terminal/Progress.h"
+#include "terminal/Toolkit.h"
+#include "terminal/Warnings.h"
+#include "toolkit/figures/SelfTestFrames.h"
+#include "toolkit/frames/SourceFiles.h"
+#include "toolkit/judgement/JudgedPair.h"
+#include "toolkit/sessions/Recording.h"
 
 namespace XAPEL2 {
 namespace App {
@@ -125,7 +128,7 @@ bool CReportRun::judgeAndMeasure() {
 }
 
 int CReportRun::refuse() {
-    m_Pair.isUsable(true);
+    isUsable(m_Pair, true);
     m_rOutput.json()["references"] = toJson(m_Pair);
     return m_rOutput.finish(eExitRefused);
 }
@@ -187,7 +190,7 @@ int CReportRun::finish() {
                      rFinding.at("advice").get<std::string>());
         }
     }
-    return m_rOutput.finish(m_Pair.isUsable(m_rOptions.bForce) ? eExitDone : eExitRefused);
+    return m_rOutput.finish(isUsable(m_Pair, m_rOptions.bForce) ? eExitDone : eExitRefused);
 }
 
 }  // namespace

@@ -7,10 +7,12 @@
 #include <ostream>
 
 #include "commands/CorrectionRun.h"
-#include "commands/Exit.h"
-#include "commands/JudgedPair.h"
-#include "judge/JudgementText.h"
-#include "report/Measurement.h"
+#include "terminal/Exit.h"
+#include "terminal/Toolkit.h"
+#include "terminal/Warnings.h"
+#include "toolkit/figures/Measurement.h"
+#include "toolkit/judgement/JudgedPair.h"
+#include "toolkit/text/Texts.h"
 
 namespace XAPEL2 {
 namespace App {
@@ -56,7 +58,7 @@ int runRun(const RunOptions& rOptions) {
     Pair.compareWith(readCameraSettings(Session.nodes()));
     Output.json()["device"] = rOptions.strDevice;
     Output.json()["judgement"] = toJson(Pair);
-    if (!Pair.isUsable(rOptions.bForce)) {
+    if (!isUsable(Pair, rOptions.bForce)) {
         return Output.finish(eExitRefused);
     }
     const uint64_t nFrames = selectFrames(Session, rOptions);

@@ -8,19 +8,21 @@
 #include <stdexcept>
 #include <vector>
 
-#include "commands/Exit.h"
-#include "commands/JudgedPair.h"
-#include "commands/Output.h"
 #include "demo/OutputFolder.h"
 #include "demo/Table.h"
-#include "device/Progress.h"
-#include "device/Recording.h"
-#include "device/Session.h"
-#include "images/Percentile.h"
-#include "images/Pictures.h"
-#include "images/SourceFiles.h"
 #include "report/Report.h"
-#include "report/SelfTestFrames.h"
+#include "terminal/Exit.h"
+#include "terminal/Output.h"
+#include "terminal/Progress.h"
+#include "terminal/Toolkit.h"
+#include "terminal/Warnings.h"
+#include "toolkit/figures/SelfTestFrames.h"
+#include "toolkit/frames/Percentile.h"
+#include "toolkit/frames/Pictures.h"
+#include "toolkit/frames/SourceFiles.h"
+#include "toolkit/judgement/JudgedPair.h"
+#include "toolkit/sessions/Recording.h"
+#include "toolkit/sessions/Session.h"
 
 namespace XAPEL2 {
 namespace App {
@@ -56,7 +58,7 @@ public:
         m_Told.json().update(toJson(m_Figures));
         m_Told.json()["folder"] = m_Output.path().string();
         m_Told.json()["judgement"] = toJson(m_Pair);
-        return m_Told.finish(m_Pair.isUsable(false) ? eExitDone : eExitRefused);
+        return m_Told.finish(isUsable(m_Pair, false) ? eExitDone : eExitRefused);
     }
 
 private:

@@ -7,7 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "images/Frame.h"
+#include "terminal/Toolkit.h"
+#include "toolkit/frames/Frame.h"
 
 namespace XAPEL2 {
 namespace App {

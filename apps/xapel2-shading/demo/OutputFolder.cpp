@@ -10,7 +10,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "images/FrameFile.h"
+#include "terminal/Toolkit.h"
+#include "toolkit/frames/FrameFile.h"
 
 namespace XAPEL2 {
 namespace App {

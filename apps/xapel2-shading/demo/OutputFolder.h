@@ -10,8 +10,9 @@
 #include <nlohmann/json_fwd.hpp>
 
 #include "demo/Figures.h"
-#include "images/Frame.h"
-#include "images/SourceFiles.h"
+#include "terminal/Toolkit.h"
+#include "toolkit/frames/Frame.h"
+#include "toolkit/frames/SourceFiles.h"
 
 namespace XAPEL2 {
 namespace App {

@@ -7,9 +7,10 @@
 #include <algorithm>
 #include <fstream>
 
-#include "images/NewFile.h"
-#include "images/Pictures.h"
-#include "report/Curves.h"
+#include "terminal/Toolkit.h"
+#include "toolkit/figures/Curves.h"
+#include "toolkit/frames/NewFile.h"
+#include "toolkit/frames/Pictures.h"
 
 namespace XAPEL2 {
 namespace App {

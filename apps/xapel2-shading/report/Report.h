@@ -9,11 +9,12 @@
 
 #include <nlohmann/json.hpp>
 
-#include "commands/JudgedPair.h"
-#include "device/CameraSettings.h"
-#include "device/Pair.h"
-#include "report/Measurement.h"
 #include "report/Page.h"
+#include "terminal/Toolkit.h"
+#include "toolkit/figures/Measurement.h"
+#include "toolkit/judgement/JudgedPair.h"
+#include "toolkit/sessions/CameraSettings.h"
+#include "toolkit/sessions/Pair.h"
 
 namespace XAPEL2 {
 namespace App {

@@ -7,10 +7,11 @@
 #include <ctime>
 #include <limits>
 
-#include "images/Percentile.h"
-#include "report/Curves.h"
 #include "report/Html.h"
 #include "report/Report.h"
+#include "terminal/Toolkit.h"
+#include "toolkit/figures/Curves.h"
+#include "toolkit/frames/Percentile.h"
 
 namespace XAPEL2 {
 namespace App {

@@ -3,7 +3,7 @@
 // The commands of the image processor: what they correct, trace, and leave behind when they fail. (The statuses in
 // every state are compared with a model by the fuzz target of the processor.)
 
-#include "ShadingProcessor.h"
+#include "standin/processor/ShadingProcessor.h"
 
 #include <gtest/gtest.h>
 

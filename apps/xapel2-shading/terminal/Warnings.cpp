@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Findings on standard error.
+
+#include "terminal/Warnings.h"
+
+#include <set>
+#include <string>
+
+#include "terminal/Output.h"
+
+namespace XAPEL2 {
+namespace App {
+
+void warnAbout(const Findings& rFindings, eSeverity eLeast) {
+    std::set<std::string> Said;
+    for (const Finding& rFinding : rFindings) {
+        // A correction that nobody could compare with the camera is the user's to answer for.
+        const bool bUnknown = rFinding.strId == "settings-unknown" && eLeast == eWarning;
+        if ((rFinding.eLevel >= eLeast || bUnknown) && Said.insert(rFinding.strText).second) {
+            complain((rFinding.eLevel == eRefusal   ? "refused: "
+                      : rFinding.eLevel == eWarning ? "warning: "
+                                                    : "note: ") +
+                     rFinding.strText + (rFinding.strAdvice.empty() ? "" : " ") + rFinding.strAdvice);
+        }
+    }
+}
+
+bool isUsable(const JudgedPair& rPair, bool bForce) {
+    const Findings vecAll = rPair.findings();
+    warnAbout(vecAll);
+    if (!refused(vecAll, bForce)) {
+        return true;
+    }
+    complain(refused(vecAll, true)
+                 ? "refused: no correction is possible with these references; record new ones"
+                 : "refused: the correction would be wrong; record new references, or insist with --force");
+    return false;
+}
+
+}  // namespace App
+}  // namespace XAPEL2

@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Findings on standard error.
+
+#pragma once
+
+#include "terminal/Toolkit.h"
+#include "toolkit/judgement/JudgedPair.h"
+
+namespace XAPEL2 {
+namespace App {
+
+/// Says those findings on stderr that are this grave or graver, each text once. With warnings also which settings could
+/// not be compared.
+void warnAbout(const Findings& rFindings, eSeverity eLeast = eWarning);
+
+/// Says on stderr what warnAbout() says of all findings, and what to do when it refuses.
+/// @return false when it refuses; with bForce only what cannot be forced does.
+bool isUsable(const JudgedPair& rPair, bool bForce);
+
+}  // namespace App
+}  // namespace XAPEL2

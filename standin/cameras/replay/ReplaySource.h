@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Replays image files: those of a folder, or those of a list.
+
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "standin/cameras/interface/FrameSource.h"
+#include "standin/files/ImageFile.h"
+
+namespace XAPEL2 {
+namespace StandIn {
+
+/// Delivers the files dark_*, light_* and scene_* with the suffix .pgm, .ppm, .tif or .tiff of one folder, each scene
+/// in the order of the names, other files being ignored; or listed files of any name as the scene of objects, in the
+/// order of the list. All must have one size and format, which is the camera's; its settings cannot be changed,
+/// exposure and gain have no effect.
+///
+/// A format may be given where the files cannot say it, for a filter array, for blue first, or for fewer significant
+/// bits than a file has room for: a name whose unpacked samples are stored as those of the files are. No sample may
+/// exceed it. Headers are checked when the folder is opened, pixels are read from the file at each fill. A scene may
+/// lack files: its frameCount is 0 and its fill throws.
+class CReplaySource : public IFrameSource {
+public:
+    /// @throws std::runtime_error  the folder cannot be read or has no such file, a file cannot be used, differs from
+    ///                             the others or has the name of another one but for the suffix; names it.
+    /// @param[in] pFormat  null: the format that the files say.
+    explicit CReplaySource(const std::string& strFolder, const PixelFormat* pFormat = nullptr);
+    explicit CReplaySource(const std::vector<std::string>& aFiles, const PixelFormat* pFormat = nullptr);
+
+    std::string description() const override;
+    CameraSettings defaultSettings() const override;
+    std::vector<const PixelFormat*> formats() const override { return {m_Layout.pFormat}; }
+    uint64_t sensorWidth() const override { return m_Layout.nWidth; }
+    uint64_t sensorHeight() const override { return m_Layout.nHeight; }
+    bool canResize() const override { return false; }
+    uint64_t frameCount(eScene eWhat) const override;
+    /// The file's name without suffix; empty for a scene without files.
+    std::string frameName(eScene eWhat, uint64_t iFrame) const override;
+    void fill(const CameraSettings& rSettings, eScene eWhat, uint64_t iFrame, void* pImage) override;
+
+private:
+    struct File {
+        std::string strPath;
+        std::string strStem;
+        bool bTiff = false;
+        ReplayLayout layout;
+    };
+
+    void listFolder();
+    void addFile(const std::string& strPath, eScene eWhat);
+    void refuseSameStem(const File& rFile, eScene eWhat) const;
+    void checkFormat(const File& rFile) const;
+    void checkSamples(const File& rFile, const void* pImage) const;
+    const std::vector<File>& filesOf(eScene eWhat) const;
+
+    std::string m_strWhat;          // the folder, or how many files
+    const PixelFormat* m_pGiven;    // null: none
+    ReplayLayout m_Layout;          // that of the first file, with the format that is delivered
+    std::string m_strFirst;         // the first file
+    std::vector<File> m_aFiles[3];  // by scene
+};
+
+}  // namespace StandIn
+}  // namespace XAPEL2

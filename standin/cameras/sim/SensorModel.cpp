@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Formulas of the simulated sensor.
+
+#include "standin/cameras/sim/SensorModel.h"
+
+#include <cmath>
+
+namespace XAPEL2 {
+namespace StandIn {
+
+namespace {
+
+double scaleFrom12Bits(const PixelFormat& rFormat) {
+    return std::ldexp(1.0, static_cast<int>(rFormat.nBits) - 12);
+}
+
+double binnedPixels(const CameraSettings& rSettings) {
+    return static_cast<double>(rSettings.nBinningX * rSettings.nBinningY);
+}
+
+}  // namespace
+
+double SensorModel::systemGain(const CameraSettings& rSettings) const {
+    return fGain12 * scaleFrom12Bits(*rSettings.pFormat) * static_cast<double>(rSettings.iGainPercent) / 100.0 /
+           binnedPixels(rSettings);
+}
+
+double SensorModel::offset(const PixelFormat& rFormat) const {
+    return fOffset12 * scaleFrom12Bits(rFormat);
+}
+
+double SensorModel::temporalNoise(const CameraSettings& rSettings, double fElectrons) const {
+    const double fGain = systemGain(rSettings);
+    return std::sqrt(fElectrons + binnedPixels(rSettings) * fReadNoise * fReadNoise + 1.0 / (12.0 * fGain * fGain));
+}
+
+}  // namespace StandIn
+}  // namespace XAPEL2

@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// What does not change from frame to frame: the pattern of the sensor and the lens, and the objects in view.
+
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "standin/cameras/interface/FrameSource.h"
+#include "standin/cameras/sim/CounterRandom.h"
+#include "standin/cameras/sim/SensorModel.h"
+
+namespace XAPEL2 {
+namespace StandIn {
+
+/// Samples of one line, channel by channel within each pixel.
+struct PatternRow {
+    std::vector<float> aResponse;     ///< photo-electrons relative to the even field's centre at sensitivity 1
+    std::vector<float> aDarkCurrent;  ///< electrons per s
+    std::vector<float> aDsnu;         ///< electrons
+};
+
+/// A run of sensor pixels along a line in the order in which an image shows them, and the place in that image.
+struct SensorRun {
+    uint64_t iX = 0, iY = 0;            ///< first pixel on the sensor
+    uint64_t nPixels = 0;               ///< pixels of the sensor
+    bool bReverse = false;              ///< from right to left
+    uint64_t nBinning = 1;              ///< pixels of the sensor for each pixel of the image
+    uint64_t iPhaseX = 0, iPhaseY = 0;  ///< pixel of the image, which a colour filter array starts with
+
+    /// Sensor column of the i-th pixel.
+    uint64_t column(uint64_t i) const { return bReverse ? iX - i : iX + i; }
+};
+
+/// Fixed pattern of one sensor, a function of seed and position on the sensor. Immutable. @threads any thread.
+class CSensorPattern {
+public:
+    CSensorPattern(const SensorModel& rModel, uint64_t uSeed, uint64_t nSensorWidth, uint64_t nSensorHeight);
+
+    /// Pattern of the sensor pixels of a run, which lies on the sensor.
+    void row(const PixelFormat& rFormat, bool bObjects, const SensorRun& rRun, PatternRow& rRow) const;
+
+    /// Number of a sample of the sensor: the counter of its random numbers.
+    static uint64_t sampleNumber(uint64_t iX, uint64_t iY, unsigned iColour) {
+        return (iY * IMAGE_SIDE_MAX + iX) * 3 + iColour;
+    }
+
+    /// Colour of a sample of the format, 0 red, 1 green, 2 blue; -1 of a mono sensor.
+    static int colourOf(const PixelFormat& rFormat, unsigned iChannel, uint64_t iPhaseX, uint64_t iPhaseY);
+
+private:
+    struct Dust {
+        double fX, fY, fRadius, fDepth;
+    };
+
+    std::vector<double> lensRow(const SensorRun& rRun) const;
+    double reflectance(uint64_t iX, uint64_t iY, int iColour) const;
+
+    SensorModel m_Model;
+    uint64_t m_nSensorWidth;
+    uint64_t m_nSensorHeight;
+    CCounterRandom m_Prnu;
+    CCounterRandom m_Dsnu;
+    CCounterRandom m_Hot;
+    CCounterRandom m_Dead;
+    std::vector<Dust> m_aDust;
+};
+
+}  // namespace StandIn
+}  // namespace XAPEL2

@@ -1,0 +1,199 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Exposes, quantises and packs the frames of the simulated camera.
+
+#include "standin/cameras/sim/SimulatedSensor.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <stdexcept>
+
+namespace XAPEL2 {
+namespace StandIn {
+
+namespace {
+
+// Samples of which the fixed pattern is kept from frame to frame (12 bytes each); larger images compute it line by
+// line.
+constexpr uint64_t KEPT_SAMPLES_MAX = 8U << 20;
+
+// Key of everything that changes from frame to frame; the fixed patterns use small numbers in the same place.
+constexpr uint64_t FAMILY_FRAMES = 1000;
+
+double exposureSeconds(const CameraSettings& rSettings) {
+    return static_cast<double>(rSettings.iExposureUs) * 1e-6;
+}
+
+CameraSettings wholeSensor(uint64_t nWidth, uint64_t nHeight, const PixelFormat& rFormat) {
+    CameraSettings settings;
+    settings.pFormat = &rFormat;
+    settings.nWidth = nWidth;
+    settings.nHeight = nHeight;
+    return settings;
+}
+
+bool isWithin(uint64_t nSize, uint64_t nOffset, uint64_t nBinning, uint64_t nSensor) {
+    return isBinning(nBinning) && nSize >= 1 && nSize <= nSensor / nBinning && nOffset <= nSensor / nBinning - nSize;
+}
+
+// Sensor line or column that comes i-th where the image begins at nOffset.
+uint64_t sensorPlace(uint64_t i, uint64_t nOffset, uint64_t nBinning, bool bReverse, uint64_t nSensor) {
+    const uint64_t iPlace = nOffset * nBinning + i;
+    return bReverse ? nSensor / nBinning * nBinning - 1 - iPlace : iPlace;
+}
+
+}  // namespace
+
+CSimulatedSensor::CSimulatedSensor(uint64_t uSeed, uint64_t nWidth, uint64_t nHeight, const CameraSettings& rStart)
+    : m_uSeed(uSeed),
+      m_nWidth(nWidth),
+      m_nHeight(nHeight),
+      m_Start(rStart),
+      m_Pattern(m_Model, uSeed, nWidth, nHeight) {}
+
+CSimulatedSensor::CSimulatedSensor(uint64_t uSeed, uint64_t nWidth, uint64_t nHeight, const PixelFormat& rFormat)
+    : CSimulatedSensor(uSeed, nWidth, nHeight, wholeSensor(nWidth, nHeight, rFormat)) {}
+
+std::string CSimulatedSensor::description() const {
+    return "simulated camera, seed " + std::to_string(m_uSeed);
+}
+
+std::vector<const PixelFormat*> CSimulatedSensor::formats() const {
+    std::vector<const PixelFormat*> aFormats;
+    for (const PixelFormat& rFormat : pixelFormats()) aFormats.push_back(&rFormat);
+    return aFormats;
+}
+
+uint64_t CSimulatedSensor::frameCount(eScene) const {
+    return 0;
+}
+
+std::string CSimulatedSensor::frameName(eScene eWhat, uint64_t iFrame) const {
+    const char* pScene = eWhat == eSceneDark ? "dark" : eWhat == eSceneLight ? "even" : "scene";
+    char aName[40];
+    std::snprintf(aName, sizeof(aName), "%s_%04llu", pScene, static_cast<unsigned long long>(iFrame));
+    return aName;
+}
+
+void CSimulatedSensor::checkSettings(const CameraSettings& r) const {
+    if (r.pFormat == nullptr || !isWithin(r.nWidth, r.nOffsetX, r.nBinningX, m_nWidth) ||
+        !isWithin(r.nHeight, r.nOffsetY, r.nBinningY, m_nHeight))
+        throw std::runtime_error(description() + ": the image does not lie within the sensor");
+}
+
+SensorRun CSimulatedSensor::runOf(const CameraSettings& r, uint64_t iLine) const {
+    SensorRun run;
+    run.bReverse = r.iReverseX != 0;
+    run.iX = sensorPlace(0, r.nOffsetX, r.nBinningX, run.bReverse, m_nWidth);
+    run.iY = sensorPlace(iLine, r.nOffsetY, r.nBinningY, r.iReverseY != 0, m_nHeight);
+    run.nPixels = r.nWidth * r.nBinningX;
+    run.nBinning = r.nBinningX;
+    run.iPhaseY = iLine / r.nBinningY;
+    return run;
+}
+
+const PatternRow& CSimulatedSensor::patternRow(const CameraSettings& r, bool bObjects, uint64_t iLine) {
+    const PatternKey key = {r.pFormat->uPfnc, bObjects,    r.nWidth,    r.nHeight,   r.nOffsetX,
+                            r.nOffsetY,       r.nBinningX, r.nBinningY, r.iReverseX, r.iReverseY};
+    const uint64_t nLines = r.nHeight * r.nBinningY;
+    const bool bKeep = r.nWidth * r.nBinningX * nLines * r.pFormat->nChannels <= KEPT_SAMPLES_MAX;
+    if (key != m_Key || m_aRows.empty()) {
+        m_aRows.clear();
+        m_aRows.resize(bKeep ? static_cast<std::size_t>(nLines) : 1);
+        m_Key = key;
+    }
+    PatternRow& rRow = m_aRows[bKeep ? static_cast<std::size_t>(iLine) : 0];
+    if (!bKeep || rRow.aDsnu.empty())
+        m_Pattern.row(*r.pFormat, bObjects, runOf(r, iLine), rRow);
+    return rRow;
+}
+
+// Adds what the pixels of one sensor line hold at the end of the exposure, DSNU and read noise included.
+void CSimulatedSensor::expose(const CameraSettings& rSettings, const CCounterRandom& rRandom, bool bLight,
+                              const SensorRun& rRun, const PatternRow& rPattern, double* pElectrons) const {
+    const PixelFormat& rFormat = *rSettings.pFormat;
+    const double fSeconds = exposureSeconds(rSettings);
+    const double fLight = bLight ? m_Model.fLightRate * fSeconds : 0.0;
+    std::size_t i = 0;
+    for (uint64_t iPixel = 0; iPixel < rRun.nPixels; ++iPixel) {
+        for (unsigned iChannel = 0; iChannel < rFormat.nChannels; ++iChannel, ++i) {
+            // Three-channel sensors have numbers of their own for each colour, whatever its place in the format.
+            const int iColour = rFormat.nChannels == 3 ? CSensorPattern::colourOf(rFormat, iChannel, 0, 0) : 0;
+            const uint64_t iSample =
+                CSensorPattern::sampleNumber(rRun.column(iPixel), rRun.iY, static_cast<unsigned>(iColour));
+            const double fMean = static_cast<double>(rPattern.aResponse[i]) * fLight +
+                                 static_cast<double>(rPattern.aDarkCurrent[i]) * fSeconds;
+            const double fElectrons = std::min(rRandom.poisson(fMean, 4 * iSample), m_Model.fFullWell);
+            const double fRead = m_Model.fReadNoise * rRandom.normal(4 * iSample + 2);
+            pElectrons[iPixel / rRun.nBinning * rFormat.nChannels + iChannel] +=
+                fElectrons + static_cast<double>(rPattern.aDsnu[i]) + fRead;
+        }
+    }
+}
+
+void CSimulatedSensor::quantise(const CameraSettings& rSettings, const std::vector<double>& rElectrons,
+                                uint16_t* pSamples) const {
+    const double fGain = m_Model.systemGain(rSettings);
+    const double fOffset = m_Model.offset(*rSettings.pFormat);
+    const double fFullScale = rSettings.pFormat->fullScale();
+    for (std::size_t i = 0; i < rElectrons.size(); ++i) {
+        const double fValue = fGain * rElectrons[i] + fOffset;
+        pSamples[i] = static_cast<uint16_t>(std::max(0.0, std::min(fFullScale, fValue + 0.5)));
+    }
+}
+
+void CSimulatedSensor::fill(const CameraSettings& rSettings, eScene eWhat, uint64_t iFrame, void* pImage) {
+    checkSettings(rSettings);
+    const PixelFormat& rFormat = *rSettings.pFormat;
+    const uint64_t uFrames = CCounterRandom::deriveKey(m_uSeed, FAMILY_FRAMES);
+    const uint64_t uScene = CCounterRandom::deriveKey(uFrames, static_cast<uint64_t>(eWhat));
+    const CCounterRandom random(CCounterRandom::deriveKey(uScene, iFrame));
+
+    const std::size_t nRowSamples = static_cast<std::size_t>(rSettings.nWidth * rFormat.nChannels);
+    std::vector<uint16_t> aSamples(nRowSamples);
+    std::vector<double> aElectrons(nRowSamples);
+    // Packing leaves the bits behind the last sample alone.
+    static_cast<uint8_t*>(pImage)[imageBytes(rFormat, rSettings.nWidth, rSettings.nHeight) - 1] = 0;
+    for (uint64_t iRow = 0; iRow < rSettings.nHeight; ++iRow) {
+        std::fill(aElectrons.begin(), aElectrons.end(), 0.0);
+        for (uint64_t iLine = iRow * rSettings.nBinningY; iLine < (iRow + 1) * rSettings.nBinningY; ++iLine) {
+            const PatternRow& rPattern = patternRow(rSettings, eWhat == eSceneObjects, iLine);
+            expose(rSettings, random, eWhat != eSceneDark, runOf(rSettings, iLine), rPattern, aElectrons.data());
+        }
+        quantise(rSettings, aElectrons, aSamples.data());
+        packSamples(rFormat, aSamples.data(), static_cast<std::size_t>(iRow) * nRowSamples, nRowSamples, pImage);
+    }
+}
+
+double CSimulatedSensor::sumOf(std::vector<float> PatternRow::*pPart, const CameraSettings& rSettings, bool bObjects,
+                               uint64_t iX, uint64_t iY, unsigned iChannel) const {
+    double fSum = 0.0;
+    for (uint64_t iLine = iY * rSettings.nBinningY; iLine < (iY + 1) * rSettings.nBinningY; ++iLine) {
+        SensorRun run = runOf(rSettings, iLine);
+        run.iX = run.column(iX * rSettings.nBinningX);
+        run.nPixels = rSettings.nBinningX;
+        run.iPhaseX = iX;
+        PatternRow row;
+        m_Pattern.row(*rSettings.pFormat, bObjects, run, row);
+        for (std::size_t i = iChannel; i < (row.*pPart).size(); i += rSettings.pFormat->nChannels)
+            fSum += static_cast<double>((row.*pPart)[i]);
+    }
+    return fSum;
+}
+
+double CSimulatedSensor::expectedPhotoElectrons(const CameraSettings& rSettings, eScene eWhat, uint64_t iX, uint64_t iY,
+                                                unsigned iChannel) const {
+    if (eWhat == eSceneDark)
+        return 0.0;
+    return sumOf(&PatternRow::aResponse, rSettings, eWhat == eSceneObjects, iX, iY, iChannel) * m_Model.fLightRate *
+           exposureSeconds(rSettings);
+}
+
+double CSimulatedSensor::expectedDarkElectrons(const CameraSettings& rSettings, uint64_t iX, uint64_t iY,
+                                               unsigned iChannel) const {
+    return sumOf(&PatternRow::aDarkCurrent, rSettings, false, iX, iY, iChannel) * exposureSeconds(rSettings);
+}
+
+}  // namespace StandIn
+}  // namespace XAPEL2

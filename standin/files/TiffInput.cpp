@@ -1,0 +1,136 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// A TIFF file that is read and may come from anywhere.
+
+#include "standin/files/TiffInput.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <vector>
+
+namespace XAPEL2 {
+namespace StandIn {
+
+namespace {
+
+constexpr uint64_t DIRECTORY_ENTRIES_MAX = 64;
+
+void require(bool bGood, const char* strElse) {
+    if (!bGood)
+        throw CFileError(strElse);
+}
+
+int openFile(const std::string& strFile) {
+    require(!strFile.empty() && strFile.find('\0') == std::string::npos, "no file name");
+    // Without O_NONBLOCK opening a pipe would wait for a writer.
+    const int iFile = open(strFile.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (iFile < 0)
+        throw CFileError("cannot open: " + systemError());
+    return iFile;
+}
+
+/// Little or big endian number of nBytes bytes.
+uint64_t number(const uint8_t* pBytes, std::size_t nBytes, bool bBig) {
+    uint64_t uValue = 0;
+    for (std::size_t i = 0; i < nBytes; ++i) uValue = uValue << 8 | pBytes[bBig ? i : nBytes - 1 - i];
+    return uValue;
+}
+
+void readAt(int iFile, uint64_t uOffset, uint8_t* pBytes, std::size_t nBytes, const char* strElse) {
+    ssize_t nRead = 0;
+    do {
+        nRead = uOffset <= INT64_MAX ? pread(iFile, pBytes, nBytes, static_cast<off_t>(uOffset)) : 0;
+    } while (nRead < 0 && errno == EINTR);
+    require(nRead == static_cast<ssize_t>(nBytes), strElse);
+}
+
+/// Size of the file, whose directory has few tags with no more values together than the file has bytes. What is wrong
+/// otherwise is left to the TIFF library.
+uint64_t checkedSize(int iFile) {
+    struct stat sStatus = {};
+    require(fstat(iFile, &sStatus) == 0 && S_ISREG(sStatus.st_mode), "not a regular file");
+    const auto nFileBytes = static_cast<uint64_t>(sStatus.st_size);
+    std::array<uint8_t, 16> aHead = {};
+    readAt(iFile, 0, aHead.data(), aHead.size(), "not a TIFF file");
+    const bool bBig = aHead[0] == 'M';
+    const bool bLarge = number(&aHead[2], 2, bBig) == 43;  // BigTIFF: 64-bit offsets and counts
+    const std::size_t nCount = bLarge ? 8 : 2;
+    const std::size_t nEntry = bLarge ? 20 : 12;
+    const uint64_t uDirectory = bLarge ? number(&aHead[8], 8, bBig) : number(&aHead[4], 4, bBig);
+    std::vector<uint8_t> vBytes(DIRECTORY_ENTRIES_MAX * nEntry);
+    readAt(iFile, uDirectory, vBytes.data(), nCount, "the directory lies outside the file");
+    const uint64_t nEntries = number(vBytes.data(), nCount, bBig);
+    require(nEntries <= DIRECTORY_ENTRIES_MAX, "the directory has too many tags");
+    readAt(iFile, uDirectory + nCount, vBytes.data(), nEntries * nEntry, "the directory lies outside the file");
+    uint64_t nValues = 0;
+    for (uint64_t i = 0; i < nEntries; ++i) {
+        // An entry is tag and type, 2 bytes each, the number of values, and the values or their place.
+        const uint64_t n = number(&vBytes[i * nEntry + 4], bLarge ? 8 : 4, bBig);
+        require(n <= nFileBytes - nValues, "the tags claim more values than the file has bytes");
+        nValues += n;
+    }
+    return nFileBytes;
+}
+
+}  // namespace
+
+// m: no memory map, which would raise a signal when somebody shortens the file; c: strips as they are in the file.
+CTiffInput::CTiffInput(const std::string& strFile)
+    : m_sFile(openFile(strFile)),
+      m_nFileBytes(checkedSize(m_sFile.get())),
+      m_sTiff(m_sFile.get(), "rmc", m_nFileBytes) {}
+
+uint16_t CTiffInput::tag(uint32_t uTag) const {
+    uint16_t uValue = 0;
+    TIFFGetFieldDefaulted(get(), uTag, &uValue);
+    return uValue;
+}
+
+uint64_t CTiffInput::rowsPerStrip(uint64_t nHeight) const {
+    uint32_t nRows = 0;
+    TIFFGetFieldDefaulted(get(), TIFFTAG_ROWSPERSTRIP, &nRows);
+    return std::min<uint64_t>(nRows, nHeight);
+}
+
+void CTiffInput::checkStrips(uint64_t nHeight, uint64_t nRowBytes) const {
+    require(tag(TIFFTAG_COMPRESSION) == COMPRESSION_NONE, "the samples are compressed");
+    require(!TIFFIsTiled(get()), "the samples are in tiles");
+    require(tag(TIFFTAG_PLANARCONFIG) == PLANARCONFIG_CONTIG, "the samples are in planes");
+    require(tag(TIFFTAG_ORIENTATION) == ORIENTATION_TOPLEFT, "the image does not begin at the top left");
+    require(tag(TIFFTAG_FILLORDER) == FILLORDER_MSB2LSB, "the bits are in reverse order");
+    require(nHeight != 0 && nRowBytes != 0 && nHeight <= m_nFileBytes / nRowBytes,
+            "the file is too short for its samples");
+    require(TIFFScanlineSize64(get()) == nRowBytes, "the rows have a wrong size");
+    const uint64_t nRows = rowsPerStrip(nHeight);
+    require(nRows != 0, "the strips have no rows");
+    const uint64_t nStrips = (nHeight + nRows - 1) / nRows;
+    require(TIFFNumberOfStrips(get()) == nStrips, "wrong number of strips");
+    for (uint64_t i = 0; i < nStrips; ++i) {
+        const uint64_t nBytes = std::min(nRows, nHeight - i * nRows) * nRowBytes;
+        const uint64_t uOffset = TIFFGetStrileOffset(get(), static_cast<uint32_t>(i));
+        const uint64_t nFound = TIFFGetStrileByteCount(get(), static_cast<uint32_t>(i));
+        // Some writers fill up the last strip.
+        require(nFound == nBytes || nFound == nRows * nRowBytes, "a strip has a wrong size");
+        require(uOffset <= m_nFileBytes && nBytes <= m_nFileBytes - uOffset, "a strip lies outside the file");
+    }
+}
+
+void CTiffInput::read(uint64_t nHeight, uint64_t nRowBytes, void* pImage) const {
+    const uint64_t nRows = rowsPerStrip(nHeight);
+    auto* pBytes = static_cast<uint8_t*>(pImage);
+    uint32_t iStrip = 0;
+    for (uint64_t iY = 0; iY < nHeight; iY += nRows, ++iStrip) {
+        // Straight to its place, since nothing is compressed: the library keeps no copy of the strip.
+        const auto nBytes = static_cast<tmsize_t>(std::min(nRows, nHeight - iY) * nRowBytes);
+        m_sTiff.check(TIFFReadEncodedStrip(get(), iStrip, pBytes, nBytes) == nBytes, "cannot read the samples");
+        pBytes += nBytes;
+    }
+}
+
+}  // namespace StandIn
+}  // namespace XAPEL2

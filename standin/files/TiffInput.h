@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// A TIFF file that is read and may come from anywhere.
+
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "standin/files/TiffHandle.h"
+
+namespace XAPEL2 {
+namespace StandIn {
+
+/// A regular file whose first directory the TIFF library has read. Before that, the directory's size is checked:
+/// the library keeps the values of every tag in memory, also of unknown ones, and its own limit is one for each
+/// allocation. Memory and time are thereby bounded by a few times the size of the file.
+/// @threads any, one object from one thread at a time.
+class CTiffInput {
+public:
+    /// Does not wait, neither for a pipe nor for a device. @throws CFileError
+    explicit CTiffInput(const std::string& strFile);
+
+    TIFF* get() const { return m_sTiff.get(); }
+
+    /// The value of a tag with a 16-bit value, its default where the file has none, 0 where there is neither.
+    uint16_t tag(uint32_t uTag) const;
+
+    /// Checks that the samples are uncompressed, side by side, in sound strips that lie within the file, so that the
+    /// image takes no more memory than the file has bytes. Nothing is allocated for it.
+    /// @throws CFileError
+    void checkStrips(uint64_t nHeight, uint64_t nRowBytes) const;
+
+    /// Reads the image, nHeight * nRowBytes bytes. Needs checkStrips first, with the same values.
+    /// @throws CFileError  the memory at pImage may be written in part.
+    void read(uint64_t nHeight, uint64_t nRowBytes, void* pImage) const;
+
+private:
+    uint64_t rowsPerStrip(uint64_t nHeight) const;
+
+    CFileDescriptor m_sFile;
+    uint64_t m_nFileBytes;
+    CTiffHandle m_sTiff;
+};
+
+}  // namespace StandIn
+}  // namespace XAPEL2

@@ -1,0 +1,207 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// The node map of an image processor: the inputs of its commands, the command itself, its status, its parameters.
+
+#include <array>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <mutex>
+
+#include "standin/host/nodes/Nodes.h"
+#include "standin/host/objects/Throw.h"
+#include "standin/host/testing/Faults.h"
+#include "standin/host/testing/Observation.h"
+#include "standin/host/testing/Switches.h"
+#include "standin/processor/ShadingProcessor.h"
+
+namespace XAPEL2 {
+
+namespace StandIn {
+namespace {
+
+constexpr const auto& PARAMETERS = CShadingProcessor::PARAMETERS;
+
+class CProcessorNodes {
+public:
+    CProcessorNodes() : m_processor([](int32_t iLevel, const std::string& strText) { trace(iLevel, strText); }) {
+        addText("ShadingPixelFormat", &ShadingInputs::strPixelFormat);
+        addInput("ShadingWidth", &ShadingInputs::iWidth);
+        addInput("ShadingHeight", &ShadingInputs::iHeight);
+        addInput("ShadingBufferSize", &ShadingInputs::iBufferSize);
+        addInput("ShadingBuffer", &ShadingInputs::iBuffer);
+        addText("ShadingBrwFilename", &ShadingInputs::strFilename);
+        addCommand();
+        addParameters();
+        addReport();
+    }
+
+    const NodeTable& table() const { return m_table; }
+
+private:
+    void add(NodeSpec spec) {
+        if (!isDropped(spec.strName)) {
+            m_table.push_back(std::move(spec));
+        }
+    }
+
+    static NodeSpec integer(const char* pName, std::function<int64_t()> fnGet) {
+        NodeSpec spec;
+        spec.strName = pName;
+        spec.fnGetInt = std::move(fnGet);
+        spec.fnMin = [] { return std::numeric_limits<int64_t>::min(); };
+        spec.fnMax = [] { return std::numeric_limits<int64_t>::max(); };
+        return spec;
+    }
+
+    void addInput(const char* pName, int64_t ShadingInputs::*pMember) {
+        NodeSpec spec = integer(pName, [this, pMember] {
+            std::lock_guard<std::mutex> lock(m_mtx);
+            return m_inputs.*pMember;
+        });
+        spec.fnSetInt = [this, pMember](int64_t iValue) {
+            std::lock_guard<std::mutex> lock(m_mtx);
+            m_inputs.*pMember = iValue;
+            return eNodeDone;
+        };
+        add(std::move(spec));
+    }
+
+    void addText(const char* pName, std::string ShadingInputs::*pMember) {
+        NodeSpec spec;
+        spec.strName = pName;
+        spec.eKind = eTextNode;
+        spec.fnGetText = [this, pMember] {
+            std::lock_guard<std::mutex> lock(m_mtx);
+            return m_inputs.*pMember;
+        };
+        spec.fnSetText = [this, pMember](const char* pValue) {
+            std::lock_guard<std::mutex> lock(m_mtx);
+            m_inputs.*pMember = pValue;
+            return eNodeDone;
+        };
+        add(std::move(spec));
+    }
+
+    void addCommand() {
+        NodeSpec spec = integer("ShadingCommand", [this] {
+            std::lock_guard<std::mutex> lock(m_mtx);
+            return m_iCommand;
+        });
+        spec.fnSetInt = [this](int64_t iCommand) {
+            execute(iCommand);
+            return eNodeDone;
+        };
+        add(std::move(spec));
+        add(integer("ShadingStatus", [this] {
+            std::lock_guard<std::mutex> lock(m_mtx);
+            return m_iStatus;
+        }));
+    }
+
+    void addParameters() {
+        NodeSpec selector;
+        selector.strName = "ShadingParamSelector";
+        selector.eKind = eEnumNode;
+        selector.fnGetText = [this] { return std::string(selected()); };
+        selector.fnSetText = [this](const char* pEntry) { return select(pEntry); };
+        add(std::move(selector));
+
+        NodeSpec value = integer("ShadingParamValue", [this] { return m_processor.parameter(selected()); });
+        value.fnMin = [] { return CShadingProcessor::PARAM_MIN; };
+        value.fnMax = [] { return CShadingProcessor::PARAM_MAX; };
+        value.fnSetInt = [this](int64_t iValue) {
+            return m_processor.setParameter(selected(), iValue) ? eNodeDone : eNodeInvalid;
+        };
+        add(std::move(value));
+    }
+
+    // Beyond the nodes that a processor must have: what corrects the images, for benches and bug reports.
+    void addReport() {
+        NodeSpec spec;
+        spec.strName = "StandInCorrection";
+        spec.eKind = eTextNode;
+        spec.fnGetText = [this] { return m_processor.correction(); };
+        add(std::move(spec));
+    }
+
+    const char* selected() {
+        std::lock_guard<std::mutex> lock(m_mtx);
+        return PARAMETERS[m_iSelected];
+    }
+
+    eNodeResult select(const char* pEntry) {
+        for (std::size_t i = 0; i < PARAMETERS.size(); ++i) {
+            if (std::strcmp(PARAMETERS[i], pEntry) == 0) {
+                std::lock_guard<std::mutex> lock(m_mtx);
+                m_iSelected = i;
+                return eNodeDone;
+            }
+        }
+        return eNodeInvalid;
+    }
+
+    // Runs the command on a copy of the inputs, with no lock held. The copy is kept for the next command, so that
+    // its texts need no new memory for each frame.
+    void execute(int64_t iCommand) {
+        std::unique_ptr<ShadingInputs> pInputs;
+        {
+            std::lock_guard<std::mutex> lock(m_mtx);
+            m_iCommand = iCommand;
+            pInputs = std::move(m_pSpareInputs);
+            if (pInputs == nullptr) {
+                pInputs = std::make_unique<ShadingInputs>();
+            }
+            *pInputs = m_inputs;
+        }
+        const int64_t iStatus = statusFor(iCommand, m_processor.execute(iCommand, *pInputs));
+        std::lock_guard<std::mutex> lock(m_mtx);
+        m_iStatus = iStatus;
+        m_pSpareInputs = std::move(pInputs);
+    }
+
+    CShadingProcessor m_processor;
+    NodeTable m_table;
+
+    std::mutex m_mtx;  // guards the members below; never held while a command runs
+    ShadingInputs m_inputs;
+    std::unique_ptr<ShadingInputs> m_pSpareInputs;
+    int64_t m_iCommand = 0;
+    int64_t m_iStatus = 0;
+    std::size_t m_iSelected = 0;
+};
+
+// What INode::m_pImpl points to.
+struct ProcessorImpl {
+    std::shared_ptr<CProcessorNodes> pNodes = std::make_shared<CProcessorNodes>();
+    CNodeMapShell shell{std::shared_ptr<const NodeTable>(pNodes, &pNodes->table())};
+    bool bHasMap = !switches().bDropNodeMap;
+};
+
+}  // namespace
+}  // namespace StandIn
+
+INode::INode() : m_pImpl(nullptr) {}
+
+INode::~INode() = default;
+
+NodeMap* INode::GetNodeList() {
+    if (StandIn::faultHits(StandIn::Control::eGetNodeList) || m_pImpl == nullptr) {
+        return nullptr;
+    }
+    const auto* pImpl = static_cast<const StandIn::ProcessorImpl*>(m_pImpl);
+    return pImpl->bHasMap ? pImpl->shell.map() : nullptr;
+}
+
+ImageProcessor::ImageProcessor() {
+    if (StandIn::faultHits(StandIn::Control::eCreateProcessor)) {
+        XAPEL2_RAISE(AccessDenied, "injected");
+    }
+    m_pImpl = new StandIn::ProcessorImpl;
+}
+
+ImageProcessor::~ImageProcessor() {
+    delete static_cast<StandIn::ProcessorImpl*>(m_pImpl);
+}
+
+}  // namespace XAPEL2

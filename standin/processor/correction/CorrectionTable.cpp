@@ -1,0 +1,265 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Correction tables in memory: their layouts, and how the layout for a reference is chosen.
+//
+// How far a fixed-point result can be from the formula. A table holds D' = D + d and G' = G + g. With x = in - D and
+// x' = in - D' the unrounded results differ by x' G' - x G = x' g - d G = x g - d G'. Both are clamped to the full
+// scale F, so a signal above F / min(G, G') adds nothing, and x, x' <= F anyway:
+//
+//     |difference| <= min(F, F / min(G, G')) |g| + max(G, G') |d|                                              (1)
+//
+// Clamping at 0 and F only brings two values closer, and rounding adds at most 1/2. So a table keeps the promise of
+// makeCorrection where (1) is at most 1/2 up to 12 bits, and 1/2 + G/2 at 14 and 16 bits.
+//
+// Wide tables (32 bit; 12 fraction bits of offset, 26 of gain) keep it for every reference: |d| <= 2^-13,
+// |g| <= 2^-26 (at the limit of 16; else 2^-27), F < 2^16 and G < 16 make (1) less than 2^-10 + 2^-9 < 0.003.
+// The other layouts are tried from the smallest on. (1) is computed for each sample; the few for which it fails, hot
+// and dead pixels mostly, become exceptions. The first layout with few enough of them is taken.
+
+#include "standin/processor/correction/CorrectionTable.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdio>
+
+namespace XAPEL2 {
+namespace StandIn {
+
+namespace {
+
+constexpr std::size_t EXCEPTION_SHARE = 1000;  // of so many samples, one may be an exception
+
+double power(int iExponent) {
+    return std::ldexp(1.0, iExponent);
+}
+
+/// How darks and gains of a reference are distributed, from some of its blocks. Only guides the choice of layouts to
+/// try, so it need not be complete.
+class CSurvey {
+public:
+    explicit CSurvey(const CFormula& rFormula) : m_vecDarks(BINS) {
+        const ImageLayout& rLayout = rFormula.layout();
+        const std::size_t nBlocks = (rLayout.samples() + BLOCK - 1) / BLOCK;
+        const std::size_t nStride = nBlocks > 4096 ? 17 : 1;
+        const double dToBin = power(12 - static_cast<int>(rLayout.pFormat->nBits));
+        FormulaBlock sBlock;
+        for (std::size_t iBlock = 0; iBlock < nBlocks; iBlock += nStride) {
+            rFormula.block(iBlock * BLOCK, sBlock);
+            const std::size_t nUsed = std::min(BLOCK, rLayout.samples() - iBlock * BLOCK);
+            for (std::size_t i = 0; i < nUsed; ++i) {
+                ++m_vecDarks[static_cast<std::size_t>(std::clamp(sBlock.aOffsets[i] * dToBin, 0.0, BINS - 1.0))];
+                for (unsigned k = 0; k < m_aGains.size(); ++k) m_aGains[k] += sBlock.aGains[i] >= (2 << k);
+            }
+            m_nSamples += nUsed;
+        }
+    }
+
+    /// Smallest k for which nearly all gains are below 2^(k+1); 3 at most.
+    unsigned gainExponent() const {
+        unsigned k = 0;
+        while (k < m_aGains.size() && m_aGains[k] > m_nSamples / EXCEPTION_SHARE) ++k;
+        return k;
+    }
+
+    /// First bin of the window of nBins bins that holds the most darks, the middle one of several; how many it lacks
+    /// goes to rMissing.
+    std::size_t window(std::size_t nBins, std::size_t& rMissing) const {
+        std::size_t nInside = 0;
+        std::size_t nMost = 0;
+        std::size_t iBest = 0;
+        std::size_t iBestLast = 0;
+        for (std::size_t iEnd = 1; iEnd <= BINS; ++iEnd) {
+            nInside += m_vecDarks[iEnd - 1];
+            if (iEnd > nBins)
+                nInside -= m_vecDarks[iEnd - 1 - nBins];
+            const std::size_t iFirst = iEnd > nBins ? iEnd - nBins : 0;
+            if (nInside > nMost)
+                iBest = iFirst;
+            if (nInside >= nMost) {
+                nMost = nInside;
+                iBestLast = iFirst;
+            }
+        }
+        rMissing = m_nSamples - nMost;
+        return iBest + (iBestLast - iBest) / 2;
+    }
+    std::size_t above(std::size_t iBin) const {
+        std::size_t nAbove = 0;
+        for (std::size_t i = iBin; i < BINS; ++i) nAbove += m_vecDarks[i];
+        return nAbove;
+    }
+    std::size_t samples() const { return m_nSamples; }
+
+    static constexpr std::size_t BINS = 4096;  // a bin is 2^(bits - 12) DN wide, or 16 units of a 16-bit offset
+
+private:
+    std::vector<std::size_t> m_vecDarks;
+    std::array<std::size_t, 3> m_aGains = {};  // gains from 2, 4 and 8 on
+    std::size_t m_nSamples = 0;
+};
+
+/// Gives the layout the base and shift of its darks; the smallest shift whose range holds nearly all.
+bool placeDarks(const CSurvey& rSurvey, TableLayout& rLayout) {
+    const unsigned nBits = rLayout.pFormat->nBits;
+    const unsigned nMost = nBits <= 12 ? rLayout.sPoint.nOffsetBits - 1 : rLayout.sPoint.nOffsetBits;
+    for (const std::size_t nShare : {EXCEPTION_SHARE * 8, EXCEPTION_SHARE}) {
+        for (unsigned nShift = 0; nShift <= nMost; ++nShift) {
+            const std::size_t nRange = std::size_t{1} << (rLayout.nDarkBits + nShift);
+            if (nRange > 0x10000)
+                break;
+            std::size_t nMissing = 0;
+            std::size_t iFirst = 0;
+            if (nBits == 8)  // these kernels have no base
+                nMissing = rSurvey.above(nRange / 16);
+            else
+                iFirst = rSurvey.window(nRange / 16, nMissing);
+            if (nMissing > rSurvey.samples() / nShare)
+                continue;
+            rLayout.nDarkShift = nShift;
+            rLayout.uDarkBase = static_cast<uint32_t>(std::min(iFirst * 16, 0x10000 - nRange));
+            return true;
+        }
+    }
+    return false;
+}
+
+/// Layouts to try, smallest first.
+std::vector<TableLayout> candidates(const CFormula& rFormula) {
+    const PixelFormat& rFormat = *rFormula.layout().pFormat;
+    const CSurvey oSurvey(rFormula);
+    const unsigned nExponent = oSurvey.gainExponent();
+    std::vector<TableLayout> vecLayouts;
+    TableLayout sLayout;
+    sLayout.pFormat = &rFormat;
+    sLayout.sPoint = {16 - rFormat.nBits, 16};
+    for (const unsigned nBytes : {1U, 2U}) {
+        sLayout.nFieldBytes = nBytes;
+        for (unsigned k = nExponent; k < 4; ++k) {
+            sLayout.nDarkBits = nBytes * 8;
+            if (rFormat.nBits == 16)
+                sLayout.nDarkBits -= k + 1;  // the gain's whole part goes there
+            else
+                sLayout.sPoint.nGainBits = 15 - k;
+            const bool bKernel = sLayout.productBits() >= 16 && sLayout.nDarkBits >= 6;
+            sLayout.nDarkShift = 0;
+            sLayout.uDarkBase = 0;
+            if (bKernel && ((nBytes == 2 && rFormat.nBits != 16) || placeDarks(oSurvey, sLayout)))
+                vecLayouts.push_back(sLayout);
+        }
+    }
+    sLayout = {};
+    sLayout.pFormat = &rFormat;
+    vecLayouts.push_back(sLayout);
+    return vecLayouts;
+}
+
+EncodeRule encodeRule(const TableLayout& rLayout) {
+    constexpr double MARGIN = 1e-6;  // far above the rounding of the check itself
+    const int nOffsetBits = static_cast<int>(rLayout.sPoint.nOffsetBits);
+    EncodeRule sRule;
+    sRule.dBase = rLayout.uDarkBase * power(-nOffsetBits);
+    sRule.dPerUnit = power(static_cast<int>(rLayout.nDarkShift) - nOffsetBits);
+    sRule.dDarkLast = power(std::min(static_cast<int>(rLayout.nDarkBits), 31)) - 1;
+    sRule.dPerGain = power(-static_cast<int>(rLayout.sPoint.nGainBits));
+    sRule.dGainLast =
+        std::min(power(static_cast<int>(rLayout.gainBytes() * 8 + rLayout.wholeBits())), GAIN_LIMIT / sRule.dPerGain) -
+        1;
+    sRule.dFull = rLayout.pFormat->fullScale();
+    sRule.dBound = 0.5 - MARGIN;
+    sRule.dBoundPerGain = rLayout.pFormat->nBits > 12 ? 0.5 : 0.0;
+    return sRule;
+}
+
+template <typename T, typename F>
+void place(uint8_t* pTo, F fnOfSample) {
+    std::array<T, BLOCK> aPlaced;
+    for (std::size_t i = 0; i < BLOCK; ++i) aPlaced[i] = static_cast<T>(fnOfSample(i));
+    std::memcpy(pTo, aPlaced.data(), sizeof(aPlaced));
+}
+
+/// Writes the codes of a block to the table.
+void store(const TableLayout& rLayout, const EncodedBlock& rCodes, uint8_t* pBlock) {
+    uint8_t* const pGains = pBlock + BLOCK * rLayout.nFieldBytes;
+    if (rLayout.isWide()) {
+        std::memcpy(pBlock, rCodes.aDarks.data(), sizeof(rCodes.aDarks));
+        std::memcpy(pGains, rCodes.aGains.data(), sizeof(rCodes.aGains));
+        return;
+    }
+    const auto field = [&, nDarkBits = rLayout.nDarkBits](std::size_t i) {
+        return rCodes.aDarks[i] | rCodes.aGains[i] >> 16 << nDarkBits;
+    };
+    const auto word = [&](std::size_t i) { return rCodes.aGains[i]; };
+    // Sample at a place: the inverse of fieldPlace and gainPlace.
+    const auto evenThenOdd = [](std::size_t i) { return i % 32 * 2 + i / 32; };
+    const auto halvesInTurn = [](std::size_t i) { return i % 2 * 32 + i / 2; };
+    if (rLayout.pFormat->nWireBits == 8) {
+        place<uint16_t>(pGains, [&](std::size_t i) { return word(evenThenOdd(i)); });
+        if (rLayout.nFieldBytes == 1)
+            place<uint8_t>(pBlock, field);
+        else
+            place<uint16_t>(pBlock, [&](std::size_t i) { return field(evenThenOdd(i)); });
+    } else {
+        place<uint16_t>(pGains, word);
+        if (rLayout.nFieldBytes == 1)
+            place<uint8_t>(pBlock, [&](std::size_t i) { return field(halvesInTurn(i)); });
+        else
+            place<uint16_t>(pBlock, field);
+    }
+}
+
+/// False where the layout has too many exceptions.
+bool build(const CFormula& rFormula, CorrectionTable& rTable) {
+    const std::size_t nSamples = rFormula.layout().samples();
+    const std::size_t nBlocks = (nSamples + BLOCK - 1) / BLOCK;
+    rTable.vecExceptions.clear();
+    const EncodeRule sRule = encodeRule(rTable.sLayout);
+    TableLayout sWide;
+    sWide.pFormat = rTable.sLayout.pFormat;
+    const EncodeRule sWideRule = encodeRule(sWide);
+    rTable.pBlocks.reset();  // before the next is made
+    rTable.pBlocks = allocateLarge(nBlocks * rTable.sLayout.blockBytes());
+    FormulaBlock sBlock;
+    EncodedBlock sCodes;
+    for (std::size_t iBlock = 0; iBlock < nBlocks; ++iBlock) {
+        rFormula.block(iBlock * BLOCK, sBlock);
+        encodeBlock(sRule, sBlock, sCodes);
+        store(rTable.sLayout, sCodes, rTable.pBlocks.get() + iBlock * rTable.sLayout.blockBytes());
+        const uint64_t uMisfits = sCodes.uMisfits;
+        if (uMisfits == 0 || rTable.sLayout.isWide())
+            continue;
+        encodeBlock(sWideRule, sBlock, sCodes);
+        for (std::size_t i = 0; i < BLOCK && iBlock * BLOCK + i < nSamples; ++i) {
+            if ((uMisfits >> i & 1) != 0)
+                rTable.vecExceptions.push_back({iBlock * BLOCK + i, {sCodes.aDarks[i], sCodes.aGains[i]}});
+        }
+        if (rTable.vecExceptions.size() > nSamples / EXCEPTION_SHARE)
+            return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+std::string TableLayout::description() const {
+    const unsigned nUnit = sPoint.nOffsetBits - nDarkShift;
+    std::array<char, 128> aText;
+    std::snprintf(aText.data(), aText.size(), "%u bit, dark u%u.%u+%.5g, gain u%u.%u, %zu B/sample", pFormat->nBits,
+                  nDarkBits - nUnit, nUnit, std::ldexp(uDarkBase, -static_cast<int>(sPoint.nOffsetBits)),
+                  static_cast<unsigned>(gainBytes() * 8) + wholeBits() - sPoint.nGainBits, sPoint.nGainBits,
+                  nFieldBytes + gainBytes());
+    return aText.data();
+}
+
+CorrectionTable makeTable(const CFormula& rFormula) {
+    CorrectionTable sTable;
+    for (const TableLayout& rLayout : candidates(rFormula)) {
+        sTable.sLayout = rLayout;
+        if (build(rFormula, sTable))
+            break;  // at the latest the wide one, which has no exceptions
+    }
+    return sTable;
+}
+
+}  // namespace StandIn
+}  // namespace XAPEL2

@@ -1,0 +1,176 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// The JSON text that a reference file carries in its image description.
+//
+// Read from the stream of tokens, never as a tree: nothing then grows with what a file says, and the destructor of a
+// tree, which allocates, cannot end the process for want of memory.
+
+#include "standin/processor/references/ReferenceDescription.h"
+
+#include <cmath>
+#include <cstring>
+#include <map>
+#include <nlohmann/json.hpp>
+
+#include "xapel2_standin/ReferenceFile.h"
+
+namespace XAPEL2 {
+namespace StandIn {
+
+namespace {
+
+using Json = nlohmann::json;
+
+constexpr std::size_t BYTES_MAX = 64 << 10;
+constexpr std::size_t DEPTH_MAX = 8;
+constexpr double IMAGES_MAX = 9007199254740992.0;  // 2^53, exact as a double
+
+void require(bool bGood, const std::string& strElse) {
+    if (!bGood)
+        throw CFileError(strElse);
+}
+
+/// Takes the tokens of a description: keeps texts and numbers of the outer object by name, and the member "camera" as
+/// JSON text. The last of several members of one name counts.
+class CDescriptionReader : public nlohmann::json_sax<Json> {
+public:
+    double number(const std::string& strName, double dLargest) const {
+        const auto iNumber = m_Numbers.find(strName);
+        require(iNumber != m_Numbers.end(), "no number in the description: " + strName);
+        require(iNumber->second >= 0.0 && iNumber->second <= dLargest, "a number out of range: " + strName);
+        return iNumber->second;
+    }
+    std::string text(const std::string& strName) const {
+        const auto iText = m_Texts.find(strName);
+        require(iText != m_Texts.end(), "no text in the description: " + strName);
+        return iText->second;
+    }
+    const std::string& camera() const { return m_strCamera; }
+
+    bool null() override { return value("null"); }
+    bool boolean(bool bValue) override { return value(bValue ? "true" : "false"); }
+    bool number_integer(number_integer_t iValue) override {
+        return number(static_cast<double>(iValue), std::to_string(iValue));
+    }
+    bool number_unsigned(number_unsigned_t uValue) override {
+        return number(static_cast<double>(uValue), std::to_string(uValue));
+    }
+    bool number_float(number_float_t dValue, const string_t& strText) override { return number(dValue, strText); }
+    bool string(string_t& strValue) override {
+        if (m_nDepth == 1)
+            m_Texts[m_strKey] = strValue;
+        return value(Json(strValue).dump());
+    }
+    bool binary(binary_t&) override { return false; }  // not in JSON text
+    bool key(string_t& strKey) override {
+        if (m_nDepth == 1) {
+            m_strKey = strKey;
+            m_bCamera = strKey == "camera";
+            if (m_bCamera)
+                m_strCamera.clear();
+            m_bComma = false;
+        } else if (m_bCamera) {
+            append(Json(strKey).dump() + ':');
+            m_bComma = false;
+        }
+        return true;
+    }
+    bool start_object(std::size_t) override { return open('{'); }
+    bool end_object() override { return close('}'); }
+    bool start_array(std::size_t) override {
+        require(m_nDepth != 0, "the description is no JSON object");
+        require(m_nDepth != 1 || !m_bCamera, "the camera settings are no JSON object");
+        return open('[');
+    }
+    bool end_array() override { return close(']'); }
+    bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception& rError) override {
+        throw CFileError(std::string("the description cannot be read: ") + rError.what());
+    }
+
+private:
+    bool number(double dValue, const std::string& strText) {
+        if (m_nDepth == 1)
+            m_Numbers[m_strKey] = dValue;
+        return value(strText);
+    }
+    bool value(const std::string& strText) {
+        require(m_nDepth != 0, "the description is no JSON object");
+        require(m_nDepth != 1 || !m_bCamera, "the camera settings are no JSON object");
+        append(strText);
+        m_bComma = true;
+        return true;
+    }
+    bool open(char cBracket) {
+        require(++m_nDepth <= DEPTH_MAX, "the description is nested too deeply");
+        append(std::string(1, cBracket));
+        m_bComma = false;
+        return true;
+    }
+    bool close(char cBracket) {
+        m_bComma = false;
+        if (--m_nDepth != 0)
+            append(std::string(1, cBracket));
+        m_bComma = true;
+        return true;
+    }
+    void append(const std::string& strText) {
+        if (!m_bCamera)
+            return;
+        if (m_bComma)
+            m_strCamera += ',';
+        m_strCamera += strText;
+    }
+
+    std::map<std::string, double> m_Numbers;
+    std::map<std::string, std::string> m_Texts;
+    std::string m_strCamera;
+    std::string m_strKey;      // of the outer object
+    std::size_t m_nDepth = 0;  // open brackets
+    bool m_bCamera = false;    // inside the member "camera"
+    bool m_bComma = false;     // a value stands before in the same brackets
+};
+
+}  // namespace
+
+std::string makeDescription(const ReferenceImage& rReference) {
+    const auto fnNumber = [](double dValue) { return Json(dValue).dump(); };
+    std::string strText = std::string(R"({"kind":")") + (rReference.eKind == eReferenceLight ? "light" : "dark") +
+                          R"(","pixelFormat":")" + rReference.sLayout.pFormat->pName + R"(","images":)" +
+                          std::to_string(rReference.nImages) + R"(,"saturatedShare":)" +
+                          fnNumber(rReference.dSaturatedShare) + R"(,"mean":)" + fnNumber(rReference.dMean) +
+                          R"(,"temporalNoise":)" + fnNumber(rReference.dTemporalNoise);
+    if (!rReference.strCamera.empty()) {
+        require(Json::accept(rReference.strCamera), "the camera settings are no JSON object");
+        strText += R"(,"camera":)" + rReference.strCamera;
+    }
+    strText += '}';
+    parseDescription(strText.c_str(), rReference.sLayout.nWidth, rReference.sLayout.nHeight);
+    return strText;
+}
+
+ReferenceImage parseDescription(const char* strText, uint64_t nWidth, uint64_t nHeight) {
+    const std::size_t nLength = strnlen(strText, BYTES_MAX + 1);
+    require(nLength <= BYTES_MAX, "the description is too long");
+    CDescriptionReader oReader;
+    Json::sax_parse(strText, strText + nLength, &oReader);
+
+    ReferenceImage sReference;
+    const std::string strKind = oReader.text("kind");
+    require(strKind == "dark" || strKind == "light", "unknown kind of reference");
+    sReference.eKind = strKind == "light" ? eReferenceLight : eReferenceDark;
+    sReference.sLayout = {findPixelFormat(oReader.text("pixelFormat")), nWidth, nHeight};
+    require(sReference.sLayout.pFormat != nullptr, "unknown pixel format");
+    require(sReference.sLayout.isPossible(), "impossible size");
+    const double dFull = sReference.sLayout.pFormat->fullScale();
+    const double dImages = oReader.number("images", IMAGES_MAX);
+    require(dImages >= 1.0 && dImages == std::floor(dImages), "images is no number from 1 on");
+    sReference.nImages = static_cast<uint64_t>(dImages);
+    sReference.dSaturatedShare = oReader.number("saturatedShare", 1.0);
+    sReference.dMean = oReader.number("mean", dFull);
+    sReference.dTemporalNoise = oReader.number("temporalNoise", dFull);
+    sReference.strCamera = oReader.camera();
+    return sReference;
+}
+
+}  // namespace StandIn
+}  // namespace XAPEL2

@@ -1,0 +1,305 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Replay of folders: what comes back, in which order, and what is said about files that cannot be used.
+
+#include "standin/cameras/replay/ReplaySource.h"
+
+#include <tiffio.h>
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <stdexcept>
+
+#include <gtest/gtest.h>
+
+#include "TemporaryFolder.h"
+#include "standin/cameras/DeviceId.h"
+
+namespace XAPEL2 {
+namespace StandIn {
+namespace {
+
+typedef std::vector<uint16_t> Samples;
+
+// A folder of its own for each test.
+class ReplaySource : public ::testing::Test {
+protected:
+    std::string path(const std::string& strName) const { return m_folder / strName; }
+
+    void write(const std::string& strName, const std::string& strBytes) const {
+        std::ofstream(path(strName), std::ios::binary) << strBytes;
+    }
+
+    // What opening the folder and reading the frames of a scene says; empty when it works.
+    std::string complaint(eScene eWhat = eSceneLight) const {
+        try {
+            CReplaySource source(m_strFolder);
+            for (uint64_t i = 0; i < std::max<uint64_t>(1, source.frameCount(eWhat)); ++i) frame(source, eWhat, i);
+        } catch (const std::runtime_error& rError) {
+            return rError.what();
+        }
+        return "";
+    }
+
+    static Samples frame(IFrameSource& rSource, eScene eWhat, uint64_t iFrame) {
+        const CameraSettings settings = rSource.defaultSettings();
+        const PixelFormat& rFormat = *settings.pFormat;
+        std::vector<uint8_t> aBytes(imageBytes(rFormat, settings.nWidth, settings.nHeight));
+        rSource.fill(settings, eWhat, iFrame, aBytes.data());
+        Samples aSamples(static_cast<std::size_t>(settings.nWidth * settings.nHeight * rFormat.nChannels));
+        unpackSamples(rFormat, aBytes.data(), 0, aSamples.size(), aSamples.data());
+        return aSamples;
+    }
+
+    const XAPEL2::Test::CTemporaryFolder m_folder;
+    const std::string m_strFolder = m_folder.path().string();
+};
+
+std::string pgm(unsigned nWidth, unsigned nHeight, unsigned uMaxval, const Samples& aSamples,
+                const std::string& strComment = "") {
+    std::string strBytes = "P5\n" + strComment + std::to_string(nWidth) + " " + std::to_string(nHeight) + "\n" +
+                           std::to_string(uMaxval) + "\n";
+    for (const uint16_t u : aSamples) {
+        if (uMaxval > 255)
+            strBytes += static_cast<char>(u >> 8);
+        strBytes += static_cast<char>(u & 0xFF);
+    }
+    return strBytes;
+}
+
+struct TiffShape {
+    uint32_t nWidth = 3, nHeight = 2;
+    uint16_t uBits = 16, uSamples = 1, uCompression = COMPRESSION_NONE, uPhotometric = PHOTOMETRIC_MINISBLACK;
+    uint16_t uFormat = SAMPLEFORMAT_UINT;
+    const char* pMode = "wl";
+    unsigned nImages = 1;
+};
+
+void writeTiff(const std::string& strPath, const TiffShape& r, const Samples& aSamples) {
+    TIFF* pTiff = TIFFOpen(strPath.c_str(), r.pMode);
+    ASSERT_NE(pTiff, nullptr);
+    for (unsigned iImage = 0; iImage < r.nImages; ++iImage) {
+        TIFFSetField(pTiff, TIFFTAG_IMAGEWIDTH, r.nWidth);
+        TIFFSetField(pTiff, TIFFTAG_IMAGELENGTH, r.nHeight);
+        TIFFSetField(pTiff, TIFFTAG_BITSPERSAMPLE, r.uBits);
+        TIFFSetField(pTiff, TIFFTAG_SAMPLESPERPIXEL, r.uSamples);
+        TIFFSetField(pTiff, TIFFTAG_COMPRESSION, r.uCompression);
+        TIFFSetField(pTiff, TIFFTAG_PHOTOMETRIC, r.uPhotometric);
+        TIFFSetField(pTiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+        TIFFSetField(pTiff, TIFFTAG_SAMPLEFORMAT, r.uFormat);
+        TIFFSetField(pTiff, TIFFTAG_ROWSPERSTRIP, 1U);
+        const std::size_t nLine = r.nWidth * r.uSamples;
+        for (uint32_t iRow = 0; iRow < r.nHeight; ++iRow) {
+            std::vector<uint8_t> aLine(4 * nLine);
+            for (std::size_t i = 0; i < nLine; ++i) {
+                const uint16_t u = aSamples[(iRow * nLine + i) % aSamples.size()];
+                std::memcpy(&aLine[i * r.uBits / 8], &u, r.uBits == 8 ? 1 : 2);
+            }
+            ASSERT_EQ(TIFFWriteScanline(pTiff, aLine.data(), iRow), 1);
+        }
+        ASSERT_EQ(TIFFWriteDirectory(pTiff), 1);
+    }
+    TIFFClose(pTiff);
+}
+
+TEST_F(ReplaySource, PgmComesBackInTheFormatOfItsMaxval) {
+    const std::pair<unsigned, const char*> CASES[] = {
+        {1, "Mono8"},     {255, "Mono8"},   {256, "Mono10"},   {1023, "Mono10"},  {1024, "Mono12"},
+        {4095, "Mono12"}, {4096, "Mono14"}, {16383, "Mono14"}, {16384, "Mono16"}, {65535, "Mono16"}};
+    for (const auto& [uMaxval, pFormat] : CASES) {
+        const auto uMax = static_cast<uint16_t>(uMaxval);
+        const Samples aSamples = {0, 1, uMax, static_cast<uint16_t>(uMax / 2), static_cast<uint16_t>(uMax / 3), 1};
+        write("light_1.pgm", pgm(3, 2, uMaxval, aSamples, "# written\t by\n#\n"));
+        CReplaySource source(m_strFolder);
+        EXPECT_STREQ(source.defaultSettings().pFormat->pName, pFormat);
+        EXPECT_EQ(frame(source, eSceneLight, 0), aSamples) << uMaxval;
+    }
+}
+
+TEST_F(ReplaySource, TiffComesBackFromEitherByteOrder) {
+    for (const char* pMode : {"wl", "wb", "wb8"}) {
+        for (const char* pFormat : {"Mono8", "Mono16", "RGB8"}) {
+            TiffShape shape;
+            shape.pMode = pMode;
+            shape.uBits = std::string(pFormat) == "Mono16" ? 16 : 8;
+            shape.uSamples = std::string(pFormat) == "RGB8" ? 3 : 1;
+            shape.uPhotometric = shape.uSamples == 3 ? PHOTOMETRIC_RGB : PHOTOMETRIC_MINISBLACK;
+            Samples aSamples;
+            for (unsigned i = 0; i < 6U * shape.uSamples; ++i)
+                aSamples.push_back(static_cast<uint16_t>((i * 9973 + 300) & (shape.uBits == 8 ? 0xFFU : 0xFFFFU)));
+            writeTiff(path("scene_7.tiff"), shape, aSamples);
+            CReplaySource source(m_strFolder);
+            EXPECT_STREQ(source.defaultSettings().pFormat->pName, pFormat);
+            EXPECT_EQ(frame(source, eSceneObjects, 0), aSamples) << pMode << pFormat;
+        }
+    }
+}
+
+TEST_F(ReplaySource, ScenesFollowThePrefixAndFramesTheNames) {
+    write("LICENSE.txt", "text");
+    write("light.pgm", "no image");
+    write("flat_1.pgm", "no image");
+    write("light_1.pgm.bak", "no image");
+    write("dark_2.pgm", pgm(1, 1, 65535, {102}));
+    write("light_10.pgm", pgm(1, 1, 65535, {210}));
+    write("light_1.x.pgm", pgm(1, 1, 65000, {201}));
+    write("light_09.pgm", pgm(1, 1, 65535, {209}));
+    TiffShape shape;
+    shape.nWidth = shape.nHeight = 1;
+    writeTiff(path("light_05.tif"), shape, {205});
+    write("scene_a.pgm", pgm(1, 1, 65535, {300}));
+    CReplaySource source(m_strFolder);
+    const struct {
+        eScene eWhat;
+        uint64_t iFrame;
+        const char* pName;
+        uint16_t uValue;
+    } CASES[] = {{eSceneDark, 0, "dark_2", 102},     {eSceneDark, 1, "dark_2", 102},
+                 {eSceneLight, 0, "light_05", 205},  {eSceneLight, 1, "light_09", 209},
+                 {eSceneLight, 2, "light_1.x", 201}, {eSceneLight, 3, "light_10", 210},
+                 {eSceneLight, 7, "light_10", 210},  {eSceneObjects, 5, "scene_a", 300}};
+    for (const auto& rCase : CASES) {
+        EXPECT_EQ(source.frameName(rCase.eWhat, rCase.iFrame), rCase.pName);
+        EXPECT_EQ(frame(source, rCase.eWhat, rCase.iFrame), Samples{rCase.uValue}) << rCase.pName;
+    }
+    EXPECT_EQ(source.frameCount(eSceneLight), 4U);
+    EXPECT_FALSE(source.canResize());
+
+    CameraSettings settings = source.defaultSettings();
+    uint8_t aImage[8];
+    settings.pFormat = findPixelFormat("Mono8");
+    EXPECT_THROW(source.fill(settings, eSceneDark, 0, aImage), std::runtime_error);
+}
+
+TEST_F(ReplaySource, FilesThatCannotBeUsedAreNamed) {
+    const Samples six = {1, 2, 3, 4, 5, 6};
+    const std::string strGood = pgm(3, 2, 4095, six);
+    const std::pair<const char*, std::string> CASES[] = {
+        {"not a binary PGM", "P2\n3 2\n4095\n1 2 3 4 5 6"},
+        {"three channels of more than 8 bits", "P6\n1 1\n256\n123456"},
+        {"format RGB8 instead of Mono12", "P6\n3 2\n255\n123456789012345678"},
+        {"header is damaged", "P53 2 255 123456"},
+        {"without a width", "P5\n# 3 2 255"},
+        {"without a height", "P5\n3 x"},
+        {"width is 0", "P5\n0 2\n255\n"},
+        {"maxval above 65535", "P5\n3 2\n65536\n123456"},
+        {"height above 32768", "P5\n1 99999999999999999999999\n255\n"},
+        {"does not end with a white space", "P5\n3 2\n255#\n123456"},
+        {"truncated: 21 bytes instead of 2147483669", "P5\n32768 32768\n65535\n"},
+        {"too long", strGood + "\n"},
+        {"a sample is 4001, above the maxval of 4000", pgm(3, 2, 4000, {1, 2, 4001, 4, 5, 6})},
+        {"width 6 instead of 3", pgm(6, 1, 4095, six)},
+        {"height 1 instead of 2", pgm(3, 1, 4095, {1, 2, 3})},
+        {"format Mono10 instead of Mono12", pgm(3, 2, 1023, six)},
+        {"without a width", "P5\n#" + std::string(70000, 'x') + "\n3 2\n255\n123456"},
+    };
+    write("dark_0.pgm", strGood);
+    for (const auto& [pSaid, strBytes] : CASES) {
+        write("light_bad.pgm", strBytes);
+        EXPECT_NE(complaint().find(path("light_bad.pgm") + ": "), std::string::npos) << complaint();
+        EXPECT_NE(complaint().find(pSaid), std::string::npos) << pSaid << "\n" << complaint();
+    }
+}
+
+TEST_F(ReplaySource, TiffsThatCannotBeUsedAreNamed) {
+    const std::pair<const char*, std::function<void(TiffShape&)>> CASES[] = {
+        {"1 samples of 32 bits", [](TiffShape& r) { r.uBits = 32; }},
+        {"2 samples of 8 bits", [](TiffShape& r) { r.uBits = 8, r.uSamples = 2; }},
+        {"not unsigned integers", [](TiffShape& r) { r.uFormat = SAMPLEFORMAT_INT; }},
+        {"not grey with black as 0", [](TiffShape& r) { r.uPhotometric = PHOTOMETRIC_MINISWHITE; }},
+        {"three channels that are not RGB",
+         [](TiffShape& r) { r.uBits = 8, r.uSamples = 3, r.uPhotometric = PHOTOMETRIC_YCBCR; }},
+        {"more than one image", [](TiffShape& r) { r.nImages = 2; }},
+        {"compressed", [](TiffShape& r) { r.uCompression = COMPRESSION_LZW; }},
+        {"32769 x 2", [](TiffShape& r) { r.nWidth = 32769; }},
+    };
+    for (const auto& [pSaid, fnSpoil] : CASES) {
+        TiffShape shape;
+        fnSpoil(shape);
+        writeTiff(path("light_bad.tif"), shape, Samples(7, 3));
+        EXPECT_EQ(complaint().rfind(path("light_bad.tif") + ": ", 0), 0U) << complaint();
+        EXPECT_NE(complaint().find(pSaid), std::string::npos) << pSaid << "\n" << complaint();
+    }
+}
+
+TEST_F(ReplaySource, FoldersThatCannotBeUsedAreNamed) {
+    EXPECT_NE(complaint().find(m_strFolder + ": the folder has no image"), std::string::npos);
+    write("light_1.pgm", pgm(1, 1, 255, {1}));
+    EXPECT_EQ(complaint(), "");
+    EXPECT_NE(complaint(eSceneDark).find("no image dark_*"), std::string::npos);
+    EXPECT_NE(complaint(eSceneObjects).find("no image scene_*"), std::string::npos);
+    EXPECT_EQ(CReplaySource(m_strFolder).frameName(eSceneDark, 3), "");
+
+    TiffShape shape;
+    shape.nWidth = shape.nHeight = 1;
+    shape.uBits = 8;
+    write("light_1.a.pgm", pgm(1, 1, 255, {1}));
+    writeTiff(path("light_1.tif"), shape, {1});
+    EXPECT_NE(complaint().find("light_1.tif: has the name of"), std::string::npos) << complaint();
+
+    std::filesystem::create_directory(path("dark_1.pgm"));
+    EXPECT_NE(complaint().find("dark_1.pgm: not a regular file"), std::string::npos) << complaint();
+    EXPECT_THROW(makeFrameSource("replay:" + path("missing")), std::runtime_error);
+}
+
+TEST_F(ReplaySource, ListedFilesAreTheSceneInTheirOrderAndFormat) {
+    std::filesystem::create_directory(path("sub"));
+    write("b.pgm", pgm(2, 1, 65535, {4095, 1}));
+    write("sub/b.pgm", pgm(2, 1, 1023, {2, 3}));
+    writeTiff(path("a.image"), {2, 1}, {4, 4096});
+    writeTiff(path("rgb.tif"), {2, 1, 8, 3, COMPRESSION_NONE, PHOTOMETRIC_RGB}, {1});
+    write("small.pgm", pgm(1, 1, 65535, {4}));
+    write("byte.pgm", pgm(2, 1, 255, {4, 5}));
+    const auto fnOpen = [&](const std::vector<std::string>& aNames, const char* pFormat) {
+        std::vector<std::string> aFiles;
+        for (const std::string& strName : aNames) aFiles.push_back(path(strName));
+        return makeFileSource(aFiles, pFormat);
+    };
+    for (const char* pFormat : {"BayerRG12p", "BayerRG12Packed", "BayerRG12"}) {
+        const auto pSource = fnOpen({"sub/b.pgm", "b.pgm", "a.image"}, pFormat);
+        EXPECT_STREQ(pSource->defaultSettings().pFormat->pName, "BayerRG12");
+        EXPECT_EQ(pSource->frameCount(eSceneObjects), 3U);
+        EXPECT_EQ(pSource->frameCount(eSceneLight), 0U);
+        EXPECT_EQ(frame(*pSource, eSceneObjects, 0), (Samples{2, 3}));
+        EXPECT_EQ(frame(*pSource, eSceneObjects, 1), (Samples{4095, 1}));
+        EXPECT_THROW(frame(*pSource, eSceneObjects, 2), std::runtime_error) << "4096 is no 12-bit sample";
+    }
+    EXPECT_EQ(frame(*fnOpen({"a.image"}, ""), eSceneObjects, 0), (Samples{4, 4096}));
+    const struct {
+        std::vector<std::string> aNames;
+        const char *pFormat, *pSaid;
+    } REFUSED[] = {
+        {{}, "", "no image files"},
+        {{"b.pgm"}, "Mono9", "unknown format 'Mono9'"},
+        {{"b.pgm"}, "BayerRG8", "stored as Mono16, which cannot be read as BayerRG8"},
+        {{"b.pgm"}, "RGB8", "cannot be read as RGB8"},
+        {{"rgb.tif"}, "Mono8", "stored as RGB8"},
+        {{"b.pgm", "sub/b.pgm"}, "", "b.pgm is 2 x 1 Mono16)"},
+        {{"b.pgm", "small.pgm"}, "Mono16", "small.pgm: differs from the files before it: width 1 instead of 2"},
+        {{"b.pgm", "byte.pgm"}, "Mono12", "byte.pgm: its samples are stored as Mono8"}};
+    for (const auto& rCase : REFUSED) {
+        try {
+            fnOpen(rCase.aNames, rCase.pFormat);
+            ADD_FAILURE() << rCase.pSaid;
+        } catch (const std::exception& rError) {
+            EXPECT_NE(std::string(rError.what()).find(rCase.pSaid), std::string::npos) << rError.what();
+        }
+    }
+    write("light_1.pgm", pgm(2, 1, 255, {1, 2}));
+    EXPECT_STREQ(makeFrameSource("replay:" + m_strFolder + "?format=BayerGB8")->defaultSettings().pFormat->pName,
+                 "BayerGB8");
+}
+
+TEST_F(ReplaySource, AFileThatChangedAfterOpeningIsRefused) {
+    write("light_1.pgm", pgm(2, 1, 255, {1, 2}));
+    CReplaySource source(m_strFolder);
+    write("light_1.pgm", pgm(2, 100, 255, Samples(200, 1)));
+    EXPECT_THROW(frame(source, eSceneLight, 0), std::runtime_error);
+}
+
+}  // namespace
+}  // namespace StandIn
+}  // namespace XAPEL2

@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Frames as pictures.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "toolkit/frames/Pictures.h"
+
+using namespace XAPEL2;
+using namespace XAPEL2::Toolkit;
+using ::testing::ElementsAre;
+
+TEST(Pictures, PicturesAreScaledByMeans) {
+    const Frame Bgr{"", StandIn::findPixelFormat("BGR8"), 3, 2, {3, 2, 1, 5, 4, 3, 0, 0, 0, 3, 2, 1, 5, 4, 3, 9, 9, 9}};
+    const Picture Small = pictureOf(Bgr, 2, 100);  // the last column does not fill a pixel
+    EXPECT_EQ(Small.nStep, 2U);
+    EXPECT_THAT(Small.vValues, ElementsAre(2, 3, 4));  // red first
+    const Frame Cfa{"", StandIn::findPixelFormat("BayerRG8"), 2, 2, {8, 16, 16, 0}};
+    EXPECT_THAT(pictureOf(Cfa).vValues, ElementsAre(10));
+}

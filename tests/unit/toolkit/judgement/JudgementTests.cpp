@@ -1,0 +1,204 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// What judgement says of references that are good, bad, and for another camera.
+
+#include <cmath>
+
+#include <gmock/gmock.h>
+
+#include "Images.h"
+#include "toolkit/judgement/Judgement.h"
+
+namespace XAPEL2 {
+namespace Toolkit {
+
+namespace {
+
+using StandIn::ReferenceImage;
+using ::testing::HasSubstr;
+typedef std::function<void(ReferenceImage& rDark, ReferenceImage& rLight)> Change;
+
+const char* const SETTINGS =
+    R"({"ExposureTime":10000,"Gain":100,"OffsetX":0,"OffsetY":0,"BinningHorizontal":1,"BinningVertical":1,"ReverseX":false,"ReverseY":false})";
+
+StandIn::ImageLayout layoutOf(const char* pFormat, uint64_t nWidth = 64, uint64_t nHeight = 48) {
+    return {StandIn::findPixelFormat(pFormat), nWidth, nHeight};
+}
+
+ReferenceImage dark(const StandIn::ImageLayout& rLayout) {
+    ReferenceImage Result = makeReference(StandIn::eReferenceDark, rLayout, [](std::size_t) { return 64.0; });
+    Result.strCamera = SETTINGS;
+    return Result;
+}
+
+/// Differences of 1 % from pixel to pixel.
+ReferenceImage light(const StandIn::ImageLayout& rLayout, double dMean = 2064.0) {
+    ReferenceImage Result = makeReference(StandIn::eReferenceLight, rLayout, [dMean](std::size_t i) {
+        return 64.0 + (dMean - 64.0) * (i * 2654435761U % 1024U < 512U ? 0.99 : 1.01);
+    });
+    Result.strCamera = SETTINGS;
+    return Result;
+}
+
+/// "severity id" of each finding, "!" behind one that --force does not override.
+std::vector<std::string> names(const Findings& rFindings) {
+    std::vector<std::string> vecNames;
+    for (const Finding& rFinding : rFindings) {
+        const char* pLevel = rFinding.eLevel == eRefusal   ? "refusal "
+                             : rFinding.eLevel == eWarning ? "warning "
+                                                           : "note ";
+        vecNames.push_back(pLevel + rFinding.strId + (rFinding.bFinal ? "!" : ""));
+        EXPECT_TRUE(rFinding.eLevel == eNote || !rFinding.strAdvice.empty()) << rFinding.strId;
+    }
+    return vecNames;
+}
+
+/// The setting's value in the description replaced by another.
+void set(ReferenceImage& rReference, const std::string& strName, const std::string& strValue) {
+    const std::size_t iBegin = rReference.strCamera.find(strName) + strName.size() + 2;
+    const std::size_t iEnd = rReference.strCamera.find_first_of(",}", iBegin);
+    rReference.strCamera.replace(iBegin, iEnd - iBegin, strValue);
+}
+
+}  // namespace
+
+TEST(Judgement, SaysWhatIsWrongWithThePairAndNothingElse) {
+    const struct {
+        const char* pExpected;  // of dark, light, pair; empty: all good
+        Change fnChange;
+    } aCases[] = {
+        {"", [](auto&, auto&) {}},
+        {"", [](auto& rDark, auto&) { rDark.vSamples[100] = 2000.0F; }},  // one hot pixel rejects nothing
+        {"", [](auto&, auto& rLight) { rLight.dSaturatedShare = 0.0009; }},
+        {"warning saturated", [](auto&, auto& rLight) { rLight.dSaturatedShare = 0.01; }},
+        {"refusal saturated", [](auto&, auto& rLight) { rLight.dSaturatedShare = 0.0101; }},
+        {"refusal saturated", [](auto& rDark, auto&) { rDark.dSaturatedShare = 0.03; }},
+        {"", [](auto&, auto& rLight) { rLight = light(rLight.sLayout, 1640.0); }},
+        {"warning dim", [](auto&, auto& rLight) { rLight = light(rLight.sLayout, 1635.0); }},
+        {"", [](auto&, auto& rLight) { rLight = light(rLight.sLayout, 3270.0); }},
+        {"warning bright", [](auto&, auto& rLight) { rLight = light(rLight.sLayout, 3280.0); }},
+        {"warning dim refusal no-light warning noisy-reference",
+         [](auto&, auto& rLight) { rLight = light(rLight.sLayout, 104.0); }},
+        {"warning not-dark", [](auto& rDark, auto&) { rDark.vSamples.assign(rDark.vSamples.size(), 412.0F); }},
+        {"warning black-clipped", [](auto& rDark, auto&) { std::fill_n(rDark.vSamples.begin(), 40, 0.0F); }},
+        {"note coarse", [](auto& rDark, auto&) { rDark.dTemporalNoise = 0.23; }},
+        {"warning few-frames", [](auto&, auto& rLight) { rLight.nImages = 7; }},
+        {"warning few-frames note gain-unknown", [](auto& rDark, auto&) { rDark.nImages = 1; }},
+        {"warning no-noise note gain-unknown", [](auto&, auto& rLight) { rLight.dTemporalNoise = 0.0; }},
+        {"warning noisy-reference", [](auto&, auto& rLight) { rLight.dTemporalNoise = 100.0; }},
+        {"refusal other-kind!", [](auto& rDark, auto& rLight) { std::swap(rDark, rLight); }},
+        {"refusal other-size!", [](auto& rDark, auto&) { rDark = dark(layoutOf("Mono12", 48, 64)); }},
+        {"refusal other-format!", [](auto& rDark, auto&) { rDark = dark(layoutOf("BayerRG12")); }},
+        {"", [](auto& rDark, auto&) { rDark = dark(layoutOf("Mono12p")); }},
+        {"warning other-exposure", [](auto&, auto& rLight) { set(rLight, "ExposureTime", "10060"); }},
+        {"", [](auto&, auto& rLight) { set(rLight, "ExposureTime", "10040"); }},
+        {"warning other-gain", [](auto&, auto& rLight) { set(rLight, "Gain", "200"); }},
+        {"refusal other-offset", [](auto&, auto& rLight) { set(rLight, "OffsetY", "1"); }},
+        {"refusal other-binning", [](auto&, auto& rLight) { set(rLight, "BinningVertical", "2"); }},
+        {"refusal other-mirror", [](auto&, auto& rLight) { set(rLight, "ReverseX", "true"); }},
+        {"note settings-unknown", [](auto&, auto& rLight) { rLight.strCamera.clear(); }},
+        {"note settings-unknown", [](auto& rDark, auto& rLight) { rDark.strCamera = rLight.strCamera = ""; }},
+        {"note no-signal", [](auto& rDark, auto& rLight) { rLight.vSamples[77] = rDark.vSamples[77]; }},
+    };
+    for (const auto& rCase : aCases) {
+        ReferenceImage Dark = dark(layoutOf("Mono12")), Light = light(layoutOf("Mono12"));
+        rCase.fnChange(Dark, Light);
+        Findings vecAll = judgeReference(Dark).vecFindings;
+        for (const Findings& rMore :
+             {judgeReference(Light, &Dark).vecFindings, judgePair(Dark, Light, 0.7).vecFindings}) {
+            vecAll.insert(vecAll.end(), rMore.begin(), rMore.end());
+        }
+        std::string strIs;
+        for (const std::string& rName : names(vecAll)) {
+            strIs += (strIs.empty() ? "" : " ") + rName;
+        }
+        EXPECT_EQ(strIs, rCase.pExpected) << describe(vecAll);
+        const bool bRefused = strIs.find("refusal") != std::string::npos;
+        EXPECT_EQ(refused(vecAll), bRefused);
+        EXPECT_EQ(refused(vecAll, true), strIs.find('!') != std::string::npos);
+        EXPECT_STREQ(verdict(vecAll), bRefused                                     ? "refused"
+                                      : strIs.find("warning") == std::string::npos ? "good"
+                                                                                   : "warning");
+    }
+}
+
+TEST(Judgement, TellsTheNumbers) {
+    ReferenceImage Dark = dark(layoutOf("Mono12")), Light = light(layoutOf("Mono12"));
+    Light.dSaturatedShare = 0.03;
+    EXPECT_THAT(describe(judgeReference(Light)), HasSubstr("Refused: 3.00 % of the samples are at full scale"));
+    // (20^2 - 2^2) DN^2 / 2000 DN; 2000 DN / K; 1 / sqrt(16 e-)
+    const PairFigures Figures = judgePair(Dark, Light).Figures;
+    EXPECT_NEAR(Figures.dGain, 0.198, 1e-4);
+    EXPECT_NEAR(Figures.dElectrons, 10101.0, 10.0);
+    EXPECT_NEAR(Figures.dResidualPercent, 0.24875, 1e-4);
+    Light.nImages = 1;
+    EXPECT_THAT(describe(judgeReference(Light)), HasSubstr("temporal noise     unknown"));
+    EXPECT_THAT(describe(judgePair(Dark, Light)), HasSubstr("conversion gain    unknown"));
+    EXPECT_TRUE(std::isnan(judgePair(Dark, Light).Figures.dResidualPercent));
+}
+
+TEST(Judgement, DarkImageIsNoLightReferenceAndOneWeakColourIsTold) {
+    EXPECT_EQ(names(judgeReference(light(layoutOf("Mono12"), 40.0)).vecFindings),
+              std::vector<std::string>{"refusal too-dark"});
+    ReferenceImage Light = light(layoutOf("BayerRG12"), 2500.0);
+    for (std::size_t i = 1; i < Light.vSamples.size(); i += 2) {
+        Light.vSamples[i] /= i / 64 % 2 == 1 ? 4.0F : 1.0F;
+    }
+    EXPECT_THAT(describe(judgeReference(Light)), HasSubstr("Warning: Colour B has only 15.3 % of full scale"));
+}
+
+TEST(Judgement, SelfTestIsHeldToWhatTheProcessorPromises) {
+    const auto fnFindings = [](const char* pFormat, double dSelfTest) {
+        const double dScale = StandIn::findPixelFormat(pFormat)->fullScale() / 4095.0;
+        ReferenceImage Dark = dark(layoutOf(pFormat)), Light = light(layoutOf(pFormat));
+        for (std::size_t i = 0; i < Light.vSamples.size(); ++i) {
+            Light.vSamples[i] *= static_cast<float>(dScale);
+            Dark.vSamples[i] *= static_cast<float>(dScale);
+        }
+        return names(judgePair(Dark, Light, dSelfTest).vecFindings).size();
+    };
+    EXPECT_EQ(fnFindings("Mono12", 1.0), 0U);
+    EXPECT_EQ(fnFindings("Mono12", 1.01), 1U);
+    EXPECT_EQ(fnFindings("Mono16", 1.50), 0U);
+    EXPECT_EQ(fnFindings("Mono16", 1.52), 1U);  // 1 + 1.01 / 2
+}
+
+TEST(Judgement, CameraIsComparedWithTheReference) {
+    const struct {
+        const char* pExpected;
+        std::function<void(CameraSettings&)> fnChange;
+    } aCases[] = {
+        {"", [](auto&) {}},
+        {"", [](auto& r) { r.strPixelFormat = "Mono12p"; }},
+        {"refusal other-format!", [](auto& r) { r.strPixelFormat = "Mono8"; }},
+        {"refusal other-format!", [](auto& r) { r.strPixelFormat = "YUV422"; }},
+        {"refusal other-size!", [](auto& r) { r.nWidth = 32; }},
+        {"refusal other-offset", [](auto& r) { r.mapValues["OffsetX"] = 2; }},
+        {"refusal other-binning", [](auto& r) { r.mapValues["BinningHorizontal"] = 2; }},
+        {"refusal other-mirror", [](auto& r) { r.mapValues["ReverseY"] = 1; }},
+        {"warning other-exposure", [](auto& r) { r.mapValues["ExposureTime"] = 20000; }},
+        {"warning other-gain", [](auto& r) { r.mapValues["Gain"] = 120; }},
+        {"note settings-unknown", [](auto& r) { r.mapValues.erase("ReverseX"); }},
+    };
+    for (const auto& rCase : aCases) {
+        CameraSettings Camera = cameraSettingsFromJson(SETTINGS);
+        Camera.strPixelFormat = "Mono12";
+        Camera.nWidth = 64;
+        Camera.nHeight = 48;
+        rCase.fnChange(Camera);
+        const Findings vecFound = compareWithCamera("the dark reference", dark(layoutOf("Mono12")), Camera);
+        EXPECT_EQ(names(vecFound),
+                  *rCase.pExpected ? std::vector<std::string>{rCase.pExpected} : std::vector<std::string>{});
+    }
+    CameraSettings Other = cameraSettingsFromJson(SETTINGS);
+    Other.strPixelFormat = "Mono12";
+    Other.nWidth = Other.nHeight = 48;
+    Other.mapValues = {{"ExposureTime", 20000.0}};
+    EXPECT_THAT(
+        describe(compareWithCamera("the dark reference", dark(layoutOf("Mono12")), Other)),
+        ::testing::AllOf(HasSubstr("The dark reference is Mono12, 64 x 48, the camera delivers Mono12, 48 x 48."),
+                         HasSubstr("exposure time 10000 us, the camera is set to exposure time 20000 us.")));
+}
+
+}  // namespace Toolkit
+}  // namespace XAPEL2

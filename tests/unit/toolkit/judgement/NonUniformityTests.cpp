@@ -1,0 +1,151 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Non-uniformity and conversion gain of patterns whose figures are known in closed form.
+
+#include <cmath>
+
+#include <gtest/gtest.h>
+
+#include "Images.h"
+#include "toolkit/judgement/NonUniformity.h"
+
+namespace XAPEL2 {
+namespace Toolkit {
+
+namespace {
+
+constexpr uint64_t ROWS = 40, COLUMNS = 50;  // of each colour class
+constexpr double THREE_DECIMALS = 0.0005;
+
+/// Amounts by which rows, columns, pixels and frames go up and down about a mean.
+struct Pattern {
+    int iMean, iRow, iColumn, iPixel, iFrame;
+};
+const Pattern DARK = {10, 2, 1, 1, 1}, LIGHT = {45, 4, 3, 5, 2};
+
+// By arithmetic apart from the code under test, for M = 40, N = 50, L = 4: the total variance of LIGHT is
+// 2000 / 1999 (16 + 9 + 25) - 16 / 3 / 4, that of its row means 40 / 39 * 16 - 16 / 3 / 4 / 50, of its column means
+// 50 / 49 * 9 - 16 / 3 / 4 / 40, and likewise for DARK.
+const Split DSNU_DN = {2.381107, 2.020924, 0.998685, 0.766918};
+const Split PRNU = {18.740333, 9.820627, 7.848954, 13.897816};
+const double GAIN = 4.0 / 35.0;  // (16 / 3 - 4 / 3) / (45 - 10)
+
+int upOrDown(uint64_t i) {
+    return i % 2 == 0 ? 1 : -1;
+}
+
+/// Four frames of a pattern. Class c shows it (c + 1) times as strong, so that no two are the same.
+CFrameStack makeStack(const std::string& strFormat, const Pattern& rPattern) {
+    const StandIn::PixelFormat* pFormat = StandIn::findPixelFormat(strFormat);
+    const uint64_t nSites = pFormat->isCfa() ? 2 : 1;
+    const StandIn::ImageLayout Layout = {pFormat, COLUMNS * nSites, ROWS * nSites};
+    CFrameStack Stack(Layout);
+    for (int iFrame = 0; iFrame < 4; ++iFrame) {
+        Frame One{"", pFormat, Layout.nWidth, Layout.nHeight, {}, 0.0};
+        for (std::size_t i = 0; i < Layout.samples(); ++i) {
+            const uint64_t iRow = i / Layout.samplesPerRow() / nSites;
+            const uint64_t iColumn = i % Layout.samplesPerRow() / pFormat->nChannels / nSites;
+            // Frames fall into pairs of opposite noise, columns into halves: all parts are orthogonal.
+            const int iNoise = rPattern.iFrame * upOrDown(static_cast<uint64_t>(iFrame) + iRow + iColumn);
+            const int iValue = rPattern.iMean + rPattern.iRow * upOrDown(iRow) +
+                               rPattern.iColumn * (iColumn < COLUMNS / 2 ? 1 : -1) +
+                               rPattern.iPixel * upOrDown(iRow) * (iColumn < COLUMNS / 2 ? 1 : -1) + iNoise;
+            One.aSamples.push_back(
+                static_cast<uint16_t>(iValue * (1 + static_cast<int>(colourClass(*pFormat, Layout.nWidth, i)))));
+        }
+        Stack.add(One);
+    }
+    return Stack;
+}
+
+void expectSplit(const Split& rIs, const Split& rExpected, double dScale) {
+    EXPECT_NEAR(rIs.dTotal, rExpected.dTotal * dScale, THREE_DECIMALS);
+    EXPECT_NEAR(rIs.dRow, rExpected.dRow * dScale, THREE_DECIMALS);
+    EXPECT_NEAR(rIs.dColumn, rExpected.dColumn * dScale, THREE_DECIMALS);
+    EXPECT_NEAR(rIs.dPixel, rExpected.dPixel * dScale, THREE_DECIMALS);
+}
+
+}  // namespace
+
+TEST(NonUniformity, FiguresOfKnownPatternsHoldToThreeDecimalsInEachClass) {
+    const struct {
+        const char* pFormat;
+        std::vector<std::string> vecClasses;
+    } aCases[] = {{"Mono8", {"mono"}},
+                  {"BayerGR8", {"G1", "R", "B", "G2"}},
+                  {"RGB8", {"R", "G", "B"}},
+                  {"BGR8", {"B", "G", "R"}}};
+    for (const auto& rCase : aCases) {
+        SCOPED_TRACE(rCase.pFormat);
+        const MeanImage Dark = makeStack(rCase.pFormat, DARK).mean(), Light = makeStack(rCase.pFormat, LIGHT).mean();
+        const NonUniformity InDn = nonUniformity(Dark, Light, std::nan(""));
+        const NonUniformity InElectrons = nonUniformity(Dark, Light, GAIN);
+        EXPECT_STREQ(InDn.dsnuUnit(), "DN");
+        EXPECT_STREQ(InElectrons.dsnuUnit(), "e-");
+        ASSERT_EQ(InDn.vecClasses.size(), rCase.vecClasses.size());
+        for (std::size_t i = 0; i < rCase.vecClasses.size(); ++i) {
+            const double dScale = static_cast<double>(i + 1);
+            EXPECT_EQ(InDn.vecClasses[i].strName, rCase.vecClasses[i]);
+            EXPECT_NEAR(InDn.vecClasses[i].dLightMean, 45.0 * dScale, 1e-9);
+            expectSplit(InDn.vecClasses[i].Dsnu, DSNU_DN, dScale);
+            expectSplit(InElectrons.vecClasses[i].Dsnu, DSNU_DN, dScale / GAIN);
+            expectSplit(InDn.vecClasses[i].Prnu, PRNU, 1.0);
+        }
+    }
+}
+
+TEST(NonUniformity, TemporalVarianceAndGainAreThoseOfTheFrames) {
+    const CFrameStack Stack = makeStack("Mono8", LIGHT);
+    for (const float fVariance : Stack.temporalVariances()) {
+        ASSERT_FLOAT_EQ(fVariance, 16.0F / 3.0F);
+    }
+    const MeanImage Dark = makeStack("Mono8", DARK).mean(), Light = Stack.mean();
+    EXPECT_NEAR(Light.dTemporalVariance, 16.0 / 3.0, 1e-9);
+    EXPECT_NEAR(photonTransferGain(Dark, Light), GAIN, 1e-9);
+    // A file tells the noise of the whole image only, and that of one frame not at all.
+    MeanImage Filed = Light;
+    Filed.vecClassVariance.clear();
+    expectSplit(nonUniformity(Dark, Filed, GAIN).vecClasses[0].Prnu, PRNU, 1.0);
+    Filed.dTemporalVariance = std::nan("");
+    EXPECT_TRUE(std::isnan(photonTransferGain(Dark, Filed)));
+    EXPECT_GT(nonUniformity(Dark, Filed, GAIN).vecClasses[0].Prnu.dTotal, PRNU.dTotal);
+    EXPECT_TRUE(std::isnan(photonTransferGain(Light, Dark)));
+}
+
+// Noise of a class that a file does not tell is shared out by the light: near to what the frames themselves say.
+TEST(NonUniformity, ReferenceOfAFilterArrayShowsWhatItsFramesShow) {
+    SimulatedFrames Camera({StandIn::findPixelFormat("BayerRG12"), 256, 192});
+    const auto fnMean = [&](StandIn::eScene eWhat) {
+        CFrameStack Stack(Camera.Layout);
+        for (uint64_t i = 0; i < 2; ++i) {
+            Stack.add(Camera.unpacked(Camera.image(eWhat, i)));
+        }
+        return Stack.mean();
+    };
+    const MeanImage Dark = fnMean(StandIn::eSceneDark), Light = fnMean(StandIn::eSceneLight);
+    MeanImage Filed = Light;
+    Filed.vecClassVariance.clear();
+    EXPECT_NEAR(photonTransferGain(Dark, Light), Camera.Sensor.model().fGain12, 0.01);
+    const NonUniformity Own = nonUniformity(Dark, Light, 0.3), Shared = nonUniformity(Dark, Filed, 0.3);
+    for (std::size_t i = 0; i < 4; ++i) {
+        EXPECT_NEAR(Shared.vecClasses[i].Prnu.dPixel, Own.vecClasses[i].Prnu.dPixel, 0.01);
+    }
+}
+
+TEST(NonUniformity, ImagesThatCannotBeSplitOrAddedAreToldApart) {
+    const StandIn::ImageLayout Narrow = {StandIn::findPixelFormat("Mono8"), 2, 50};
+    ColourPlane Plane{50, 2, std::vector<float>(100, 7.0F)};
+    Plane.vSamples[0] = 17.0F;
+    const Split Is = spatialVariances(Plane, 1, 0.0);
+    EXPECT_NEAR(Is.dTotal, 1.0, 1e-9);  // (9.9^2 + 99 * 0.1^2) / 99
+    EXPECT_TRUE(std::isnan(Is.dRow) && std::isnan(Is.dColumn) && std::isnan(Is.dPixel));
+    CFrameStack Stack(Narrow);
+    EXPECT_THROW(Stack.add(Frame{"", Narrow.pFormat, 50, 2, std::vector<uint16_t>(100), 0.0}), std::invalid_argument);
+    EXPECT_THROW(Stack.mean(), std::logic_error);
+    Stack.add(Frame{"", Narrow.pFormat, 2, 50, std::vector<uint16_t>(100, 255), 0.0});
+    EXPECT_DOUBLE_EQ(Stack.mean().dSaturatedShare, 1.0);
+    EXPECT_TRUE(std::isnan(Stack.mean().dTemporalVariance));
+}
+
+}  // namespace Toolkit
+}  // namespace XAPEL2

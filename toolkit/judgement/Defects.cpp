@@ -1,0 +1,160 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Single pixels that stand out from their neighbours.
+
+#include "toolkit/judgement/Defects.h"
+
+#include <algorithm>
+#include <cmath>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+
+#include "toolkit/judgement/FrameStack.h"
+
+namespace XAPEL2 {
+namespace Toolkit {
+
+namespace {
+
+constexpr float SIGMAS = 6.0F;
+constexpr float DARK_SHARE = 0.005F;     // of full scale
+constexpr float LIGHT_SHARE = 0.10F;     // of the neighbours
+constexpr float MAD_TO_SIGMA = 1.4826F;  // of a normal distribution
+
+/// Between the fourth and the fifth of eight values: a sorting network, whose last comparisons are left out.
+float medianOfEight(float* p) {
+    const auto fnOrder = [p](unsigned i, unsigned j) {
+        const float fLow = std::min(p[i], p[j]);
+        p[j] = std::max(p[i], p[j]);
+        p[i] = fLow;
+    };
+    // Two sorted fours, merged as far as the middle.
+    for (const unsigned i : {0U, 4U}) {
+        fnOrder(i, i + 1);
+        fnOrder(i + 2, i + 3);
+        fnOrder(i, i + 2);
+        fnOrder(i + 1, i + 3);
+        fnOrder(i + 1, i + 2);
+    }
+    fnOrder(0, 4);
+    fnOrder(1, 5);
+    fnOrder(2, 6);
+    fnOrder(3, 7);
+    fnOrder(2, 4);
+    fnOrder(3, 5);
+    fnOrder(3, 4);
+    return (p[3] + p[4]) / 2.0F;
+}
+
+std::size_t mirrored(std::ptrdiff_t i, std::size_t nCount) {
+    const auto nLast = static_cast<std::ptrdiff_t>(nCount) - 1;
+    i = i < 0 ? -i : i > nLast ? 2 * nLast - i : i;
+    return static_cast<std::size_t>(std::clamp<std::ptrdiff_t>(i, 0, nLast));
+}
+
+std::vector<float> neighbourMedians(const ColourPlane& rPlane) {
+    const std::size_t nColumns = rPlane.nColumns;
+    std::vector<float> vecMedians(rPlane.vSamples.size());
+    std::vector<float> avRows[3];
+    for (std::size_t iRow = 0; iRow < rPlane.nRows; ++iRow) {
+        for (int i = 0; i < 3; ++i) {
+            const float* pRow =
+                rPlane.vSamples.data() + mirrored(static_cast<std::ptrdiff_t>(iRow) + i - 1, rPlane.nRows) * nColumns;
+            avRows[i].resize(nColumns + 2);
+            std::copy(pRow, pRow + nColumns, avRows[i].begin() + 1);
+            avRows[i].front() = pRow[mirrored(-1, nColumns)];
+            avRows[i].back() = pRow[mirrored(static_cast<std::ptrdiff_t>(nColumns), nColumns)];
+        }
+        const float *pUp = avRows[0].data(), *pMid = avRows[1].data(), *pDown = avRows[2].data();
+        for (std::size_t i = 0; i < nColumns; ++i) {
+            float af[8] = {pUp[i], pUp[i + 1], pUp[i + 2], pMid[i], pMid[i + 2], pDown[i], pDown[i + 1], pDown[i + 2]};
+            vecMedians[iRow * nColumns + i] = medianOfEight(af);
+        }
+    }
+    return vecMedians;
+}
+
+float robustSigma(const std::vector<float>& rDifferences) {
+    std::vector<float> vecAmounts(rDifferences.size());
+    std::transform(rDifferences.begin(), rDifferences.end(), vecAmounts.begin(), [](float f) { return std::abs(f); });
+    const auto iMiddle = vecAmounts.begin() + static_cast<std::ptrdiff_t>(vecAmounts.size() / 2);
+    std::nth_element(vecAmounts.begin(), iMiddle, vecAmounts.end());
+    return MAD_TO_SIGMA * *iMiddle;
+}
+
+void findInPlane(const StandIn::ReferenceImage& rReference, const ColourPlane& rPlane, unsigned iClass,
+                 std::vector<Defect>& rFound) {
+    const StandIn::PixelFormat& rFormat = *rReference.sLayout.pFormat;
+    const bool bLight = rReference.eKind == StandIn::eReferenceLight;
+    const std::vector<float> vecMedians = neighbourMedians(rPlane);
+    std::vector<float> vecDifferences(vecMedians.size());
+    for (std::size_t i = 0; i < vecMedians.size(); ++i) {
+        const float fDifference = rPlane.vSamples[i] - vecMedians[i];
+        // Where the neighbours have no light, nothing can be told.
+        vecDifferences[i] = !bLight ? fDifference : vecMedians[i] > 0.0F ? fDifference / vecMedians[i] : 0.0F;
+    }
+    const float fLeast = bLight ? LIGHT_SHARE : DARK_SHARE * static_cast<float>(rFormat.fullScale());
+    const float fLimit = std::max(SIGMAS * robustSigma(vecDifferences), fLeast);
+    const bool bCfa = rFormat.isCfa();
+    for (std::size_t i = 0; i < vecMedians.size(); ++i) {
+        if (vecDifferences[i] > fLimit || (bLight && vecDifferences[i] < -fLimit)) {
+            const std::size_t iRow = i / rPlane.nColumns, iColumn = i % rPlane.nColumns;
+            rFound.push_back({!bLight                    ? eHot
+                              : vecDifferences[i] < 0.0F ? eDead
+                                                         : eBright,
+                              bCfa ? iColumn * 2 + iClass % 2 : iColumn, bCfa ? iRow * 2 + iClass / 2 : iRow, iClass,
+                              static_cast<double>(rPlane.vSamples[i]), static_cast<double>(vecMedians[i])});
+        }
+    }
+}
+
+}  // namespace
+
+std::vector<Defect> findDefects(const StandIn::ReferenceImage& rReference, const StandIn::ReferenceImage* pDark) {
+    if (pDark && !pDark->sLayout.hasSamplesLike(rReference.sLayout)) {
+        throw std::invalid_argument("dark and light reference have different formats or sizes");
+    }
+    std::vector<Defect> vecFound;
+    const unsigned nClasses = colourClasses(*rReference.sLayout.pFormat);
+    for (unsigned iClass = 0; iClass < nClasses; ++iClass) {
+        ColourPlane Plane = colourPlane(rReference.sLayout, rReference.vSamples, iClass);
+        if (pDark) {
+            const ColourPlane Dark = colourPlane(pDark->sLayout, pDark->vSamples, iClass);
+            std::transform(Plane.vSamples.begin(), Plane.vSamples.end(), Dark.vSamples.begin(), Plane.vSamples.begin(),
+                           [](float fLight, float fDark) { return fLight - fDark; });
+        }
+        if (!Plane.vSamples.empty()) {
+            findInPlane(rReference, Plane, iClass, vecFound);
+        }
+    }
+    std::sort(vecFound.begin(), vecFound.end(), [](const Defect& a, const Defect& b) {
+        return a.nY != b.nY ? a.nY < b.nY : a.nX != b.nX ? a.nX < b.nX : a.iClass < b.iClass;
+    });
+    return vecFound;
+}
+
+std::size_t countDefects(const std::vector<Defect>& rDefects, eDefectKind eKind) {
+    return static_cast<std::size_t>(
+        std::count_if(rDefects.begin(), rDefects.end(), [eKind](const Defect& r) { return r.eKind == eKind; }));
+}
+
+const char* name(eDefectKind eKind) {
+    return eKind == eHot ? "hot" : eKind == eDead ? "dead" : "bright";
+}
+
+nlohmann::ordered_json toJson(const std::vector<Defect>& rDefects, const StandIn::PixelFormat& rFormat) {
+    const std::vector<std::string> vecNames = colourClassNames(rFormat);
+    nlohmann::ordered_json Result = nlohmann::ordered_json::array();
+    for (const Defect& rDefect : rDefects) {
+        Result.push_back({{"kind", name(rDefect.eKind)},
+                          {"x", rDefect.nX},
+                          {"y", rDefect.nY},
+                          {"class", vecNames[rDefect.iClass]},
+                          {"value", rDefect.dValue},
+                          {"neighbours", rDefect.dNeighbours}});
+    }
+    return Result;
+}
+
+}  // namespace Toolkit
+}  // namespace XAPEL2

@@ -1,0 +1,135 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Mean image and temporal noise of several frames of one scene.
+
+#include "toolkit/judgement/FrameStack.h"
+
+#include <limits>
+#include <stdexcept>
+
+namespace XAPEL2 {
+namespace Toolkit {
+
+CFrameStack::CFrameStack(const StandIn::ImageLayout& rLayout) : m_sLayout(rLayout) {
+    if (!rLayout.isPossible()) {
+        throw std::invalid_argument("frames of this size cannot be added up");
+    }
+    m_vecSum.resize(rLayout.samples());
+    m_vecSquares.resize(rLayout.samples());
+}
+
+void CFrameStack::add(const Frame& rFrame) {
+    if (StandIn::ImageLayout{rFrame.pFormat, rFrame.nWidth, rFrame.nHeight} != m_sLayout ||
+        rFrame.aSamples.size() != m_vecSum.size()) {
+        throw std::invalid_argument("frame " + rFrame.strName + " has another format or size than those before");
+    }
+    const uint32_t uFullScale = m_sLayout.pFormat->fullScale();
+    uint64_t nSaturated = 0;
+    for (std::size_t i = 0; i < m_vecSum.size(); ++i) {
+        const uint64_t uSample = rFrame.aSamples[i];
+        m_vecSum[i] += uSample;
+        m_vecSquares[i] += uSample * uSample;
+        nSaturated += uSample >= uFullScale ? 1U : 0U;
+    }
+    m_nSaturated += nSaturated;
+    ++m_nFrames;
+}
+
+double CFrameStack::variance(std::size_t iSample) const {
+    const auto dFrames = static_cast<double>(m_nFrames);
+    const auto dSum = static_cast<double>(m_vecSum[iSample]);
+    return (static_cast<double>(m_vecSquares[iSample]) - dSum * dSum / dFrames) / (dFrames - 1.0);
+}
+
+MeanImage CFrameStack::mean() const {
+    if (m_nFrames == 0) {
+        throw std::logic_error("there is no frame to average");
+    }
+    MeanImage Result;
+    Result.sLayout = m_sLayout;
+    Result.nFrames = m_nFrames;
+    Result.vSamples.resize(m_vecSum.size());
+    const auto dFrames = static_cast<double>(m_nFrames);
+    Result.dSaturatedShare = static_cast<double>(m_nSaturated) / (dFrames * static_cast<double>(m_vecSum.size()));
+    for (std::size_t i = 0; i < m_vecSum.size(); ++i) {
+        Result.vSamples[i] = static_cast<float>(static_cast<double>(m_vecSum[i]) / dFrames);
+    }
+    if (m_nFrames < 2) {
+        Result.dTemporalVariance = std::numeric_limits<double>::quiet_NaN();
+        return Result;
+    }
+    std::vector<double> vecSum(colourClasses(*m_sLayout.pFormat), 0.0), vecCount(vecSum.size(), 0.0);
+    double dAll = 0.0;
+    for (std::size_t i = 0; i < m_vecSum.size(); ++i) {
+        const unsigned iClass = colourClass(*m_sLayout.pFormat, m_sLayout.nWidth, i);
+        const double dVariance = variance(i);
+        vecSum[iClass] += dVariance;
+        vecCount[iClass] += 1.0;
+        dAll += dVariance;
+    }
+    Result.dTemporalVariance = dAll / static_cast<double>(m_vecSum.size());
+    for (std::size_t i = 0; i < vecSum.size(); ++i) {
+        Result.vecClassVariance.push_back(vecSum[i] / vecCount[i]);
+    }
+    return Result;
+}
+
+std::vector<float> CFrameStack::temporalVariances() const {
+    if (m_nFrames < 2) {
+        throw std::logic_error("the noise of a single frame cannot be told");
+    }
+    std::vector<float> vecResult(m_vecSum.size());
+    for (std::size_t i = 0; i < vecResult.size(); ++i) {
+        vecResult[i] = static_cast<float>(variance(i));
+    }
+    return vecResult;
+}
+
+MeanImage meanOf(const StandIn::ReferenceImage& rReference) {
+    MeanImage Result;
+    Result.sLayout = rReference.sLayout;
+    Result.nFrames = rReference.nImages;
+    Result.vSamples = rReference.vSamples;
+    Result.dTemporalVariance = rReference.nImages < 2 ? std::numeric_limits<double>::quiet_NaN()
+                                                      : rReference.dTemporalNoise * rReference.dTemporalNoise;
+    Result.dSaturatedShare = rReference.dSaturatedShare;
+    return Result;
+}
+
+std::vector<std::string> colourClassNames(const StandIn::PixelFormat& rFormat) {
+    if (rFormat.nChannels == 3) {
+        return rFormat.pName[0] == 'B' ? std::vector<std::string>{"B", "G", "R"}
+                                       : std::vector<std::string>{"R", "G", "B"};
+    }
+    if (!rFormat.isCfa()) {
+        return {"mono"};
+    }
+    std::vector<std::string> vecNames;
+    int nGreen = 0;
+    for (const char* pSite = rFormat.pCfa; *pSite != '\0'; ++pSite) {
+        vecNames.push_back(*pSite == 'G' ? "G" + std::to_string(++nGreen) : std::string(1, *pSite));
+    }
+    return vecNames;
+}
+
+ColourPlane colourPlane(const StandIn::ImageLayout& rLayout, const std::vector<float>& vSamples, unsigned iClass) {
+    const bool bCfa = rLayout.pFormat->isCfa();
+    const std::size_t nRowStep = bCfa ? 2 : 1;
+    const std::size_t nColumnStep = bCfa ? 2 : rLayout.pFormat->nChannels;
+    const std::size_t iFirstRow = bCfa ? iClass / 2 : 0;
+    const std::size_t iFirstColumn = bCfa ? iClass % 2 : iClass;
+    const std::size_t nPerRow = rLayout.samplesPerRow();
+    ColourPlane Plane;
+    Plane.vSamples.reserve(vSamples.size() / colourClasses(*rLayout.pFormat) + nPerRow);
+    for (std::size_t iRow = iFirstRow; iRow < rLayout.nHeight; iRow += nRowStep) {
+        for (std::size_t iColumn = iFirstColumn; iColumn < nPerRow; iColumn += nColumnStep) {
+            Plane.vSamples.push_back(vSamples[iRow * nPerRow + iColumn]);
+        }
+        ++Plane.nRows;
+    }
+    Plane.nColumns = Plane.nRows == 0 ? 0 : Plane.vSamples.size() / Plane.nRows;
+    return Plane;
+}
+
+}  // namespace Toolkit
+}  // namespace XAPEL2

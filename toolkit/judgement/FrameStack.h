@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Mean image and temporal noise of several frames of one scene.
+
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "toolkit/frames/Frame.h"
+#include "xapel2_standin/ReferenceImage.h"
+
+namespace XAPEL2 {
+namespace Toolkit {
+
+/// The mean of L frames and the noise of a single one: what the figures about a scene are made of.
+struct MeanImage {
+    StandIn::ImageLayout sLayout;
+    uint64_t nFrames = 0;                    ///< L
+    std::vector<float> vSamples;             ///< DN, row by row, channels of a pixel side by side
+    double dTemporalVariance = 0.0;          ///< of a sample from frame to frame, mean over all, DN^2; NaN: unknown
+    std::vector<double> vecClassVariance{};  ///< the same for each colour class; empty: unknown
+    double dSaturatedShare = 0.0;            ///< share of samples at full scale over all frames, 0 to 1
+};
+
+/// Adds up frames of one layout: 16 bytes a sample, whatever the number of frames.
+/// @threads one object per thread.
+class CFrameStack {
+public:
+    /// @throws std::invalid_argument  the layout is not possible.
+    explicit CFrameStack(const StandIn::ImageLayout& rLayout);
+
+    /// @throws std::invalid_argument  the frame has another layout; names it. Nothing is added.
+    void add(const Frame& rFrame);
+
+    uint64_t frames() const { return m_nFrames; }
+    const StandIn::ImageLayout& layout() const { return m_sLayout; }
+
+    /// The mean, and the temporal variance of each sample (divisor L - 1) averaged over the samples, after EMVA 1288
+    /// R4, noise of an image stack; unknown for a single frame.
+    /// @throws std::logic_error  there is no frame.
+    MeanImage mean() const;
+
+    /// Temporal variance of each sample, DN^2. @throws std::logic_error  there are fewer than two frames.
+    std::vector<float> temporalVariances() const;
+
+private:
+    double variance(std::size_t iSample) const;
+
+    StandIn::ImageLayout m_sLayout;
+    uint64_t m_nFrames = 0;
+    uint64_t m_nSaturated = 0;
+    std::vector<uint64_t> m_vecSum;
+    std::vector<uint64_t> m_vecSquares;
+};
+
+/// A recorded reference as a mean image. Its noise is known over all samples only, and not at all for one frame.
+MeanImage meanOf(const StandIn::ReferenceImage& rReference);
+
+/// Names of the colour classes of a format, in the order of colourClass(): "mono"; "R", "G1", "G2", "B" of the sites of
+/// a filter array; "R", "G", "B" of channels.
+std::vector<std::string> colourClassNames(const StandIn::PixelFormat& rFormat);
+
+/// One colour class of an image, taken out of it.
+struct ColourPlane {
+    std::size_t nRows = 0, nColumns = 0;
+    std::vector<float> vSamples;  ///< row by row
+};
+
+/// The samples of class iClass; empty where the image has no site of it.
+ColourPlane colourPlane(const StandIn::ImageLayout& rLayout, const std::vector<float>& vSamples, unsigned iClass);
+
+}  // namespace Toolkit
+}  // namespace XAPEL2

@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// The references that a sub-command corrects with, read and judged.
+
+#pragma once
+
+#include <optional>
+
+#include <nlohmann/json.hpp>
+
+#include "toolkit/judgement/Judgement.h"
+#include "toolkit/sessions/Pair.h"
+#include "xapel2_standin/ReferenceImage.h"
+
+namespace XAPEL2 {
+namespace Toolkit {
+
+/// The references of a pair, as far as there are any, and all that is to be said about them.
+struct JudgedPair {
+    std::optional<StandIn::ReferenceImage> Dark, Light;
+    std::optional<ReferenceJudgement> DarkJudgement, LightJudgement;
+    std::optional<PairJudgement> Pair;  ///< where there are both
+    Findings vecCamera;                 ///< what compareWith() found
+
+    /// Compares each reference with the camera that it is to correct.
+    void compareWith(const CameraSettings& rCamera);
+
+    /// Everything that was found, the references' own first.
+    Findings findings() const;
+};
+
+/// Reads the files that rPair names and judges them.
+/// @throws std::runtime_error  a file cannot be used; names it.
+/// @throws CUsageError         a file holds the other kind of reference.
+JudgedPair judge(const PairOptions& rPair);
+
+/// The reference in this file.
+/// @throws std::runtime_error  it cannot be used; names it.
+StandIn::ReferenceImage readReference(const std::string& strFile);
+
+/// {"dark", "light": reference judgements, "pair": pair judgement, "camera": findings, "verdict"}; each where it is
+/// known.
+nlohmann::ordered_json toJson(const JudgedPair& rPair);
+
+/// What was found of a reference by itself, each text with the name of its kind before it.
+Findings namedFindings(const ReferenceJudgement& rJudgement);
+
+}  // namespace Toolkit
+}  // namespace XAPEL2

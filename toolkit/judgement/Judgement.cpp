@@ -1,0 +1,337 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Whether references are good, alone, as a pair, and for a camera.
+
+#include "toolkit/judgement/Judgement.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "toolkit/judgement/JudgementText.h"
+#include "toolkit/text/Texts.h"
+
+namespace XAPEL2 {
+namespace Toolkit {
+
+namespace {
+
+constexpr double SATURATED_REFUSED = 0.01;   // share of the samples
+constexpr double SATURATED_WARNED = 0.001;   // more than single hot pixels
+constexpr double LIGHT_LEAST = 40.0;         // percent of full scale
+constexpr double LIGHT_MOST = 80.0;          // percent of full scale
+constexpr double SIGNAL_USELESS = 1.0;       // percent of full scale: quantisation is coarser than any shading
+constexpr double DARK_MOST = 10.0;           // percent of full scale
+constexpr double NOISE_LEAST = 0.24;         // DN: EMVA 1288, least dark noise that quantisation does not distort
+constexpr double BLACK_CLIPPED = 0.01;       // share of the samples
+constexpr uint64_t FRAMES_LEAST = 8;         // from here on the reference adds 6 % or less to a frame's own noise
+constexpr double SETTING_TOLERANCE = 0.005;  // relative: cameras round what is set
+constexpr double SELF_TEST_MOST = 1.0;       // DN, what the tables of the image processor keep up to 12 bits
+constexpr double GAIN_MOST = 16.0;           // of the image processor
+
+const char* const RECORD_AGAIN = "Record both references again with the same settings of the camera.";
+
+double meanOfSamples(const std::vector<float>& rSamples) {
+    double dSum = 0.0;
+    for (const float fSample : rSamples) {
+        dSum += static_cast<double>(fSample);
+    }
+    return dSum / static_cast<double>(rSamples.size());
+}
+
+std::vector<double> classMeans(const StandIn::ReferenceImage& rReference) {
+    const StandIn::PixelFormat& rFormat = *rReference.sLayout.pFormat;
+    std::vector<double> vecMeans;
+    for (unsigned iClass = 0; iClass < colourClasses(rFormat); ++iClass) {
+        vecMeans.push_back(meanOfSamples(colourPlane(rReference.sLayout, rReference.vSamples, iClass).vSamples));
+    }
+    return vecMeans;
+}
+
+void judgeSaturation(const ReferenceFigures& rFigures, Findings& rFindings) {
+    if (rFigures.dSaturatedShare <= SATURATED_WARNED) {
+        return;
+    }
+    const bool bRefused = rFigures.dSaturatedShare > SATURATED_REFUSED;
+    rFindings.push_back({bRefused ? eRefusal : eWarning, "saturated",
+                         fixed(100.0 * rFigures.dSaturatedShare, 2) + " % of the samples are at full scale" +
+                             (bRefused ? " (limit 1 %)." : "."),
+                         rFigures.eKind == StandIn::eReferenceLight
+                             ? "Shorten the exposure or dim the light and record again; correct at the same exposure."
+                             : "Cover the lens, or shorten the exposure, and record again."});
+}
+
+void judgeNoise(const ReferenceFigures& rFigures, Findings& rFindings) {
+    if (rFigures.nFrames < FRAMES_LEAST) {
+        const double dAdded = 100.0 * (std::sqrt(1.0 + 1.0 / static_cast<double>(rFigures.nFrames)) - 1.0);
+        rFindings.push_back({eWarning, "few-frames",
+                             counted(rFigures.nFrames, "frame") + " averaged: the noise of the reference adds " +
+                                 fixed(dAdded, 0) + " % to that of each corrected frame.",
+                             "Record 16 frames or more."});
+    }
+    if (rFigures.nFrames > 1 && rFigures.dTemporalNoise <= 0.0 && rFigures.eKind == StandIn::eReferenceLight) {
+        rFindings.push_back({eWarning, "no-noise", "All frames are the same, to the last bit.",
+                             "Make sure that the camera delivers live frames, not a test picture."});
+    }
+}
+
+void judgeLight(const ReferenceFigures& rFigures, Findings& rFindings) {
+    const std::string strMean =
+        "The mean is " + fixed(rFigures.dMean, 1) + " DN, " + fixed(rFigures.dMeanPercent, 1) + " % of full scale";
+    if (rFigures.dMeanPercent < SIGNAL_USELESS) {
+        rFindings.push_back({eRefusal, "too-dark", strMean + ": too dark to tell the shading (limit 1 %).",
+                             "Uncover the lens, add light or lengthen the exposure, and record again at 40 to 80 %."});
+    } else if (rFigures.dMeanPercent < LIGHT_LEAST) {
+        rFindings.push_back({eWarning, "dim", strMean + ": a dim reference is a noisy one.",
+                             "Add light or lengthen the exposure to reach 40 to 80 %."});
+    } else if (rFigures.dMeanPercent > LIGHT_MOST) {
+        rFindings.push_back({eWarning, "bright", strMean + ": little room is left below saturation.",
+                             "Dim the light or shorten the exposure to reach 40 to 80 %."});
+    }
+    const auto iLeast = std::min_element(rFigures.vecClassMeans.begin(), rFigures.vecClassMeans.end());
+    const double dFullScale = rFigures.sLayout.pFormat->fullScale();
+    if (rFigures.dMeanPercent >= LIGHT_LEAST && 100.0 * *iLeast / dFullScale < LIGHT_LEAST / 2.0) {
+        const auto iClass = static_cast<std::size_t>(iLeast - rFigures.vecClassMeans.begin());
+        rFindings.push_back({eWarning, "dim-colour",
+                             "Colour " + colourClassNames(*rFigures.sLayout.pFormat)[iClass] + " has only " +
+                                 fixed(100.0 * *iLeast / dFullScale, 1) + " % of full scale.",
+                             "Use a light of a more even colour."});
+    }
+}
+
+void judgeDark(const StandIn::ReferenceImage& rReference, const ReferenceFigures& rFigures, Findings& rFindings) {
+    if (rFigures.dMeanPercent > DARK_MOST) {
+        rFindings.push_back({eWarning, "not-dark",
+                             "The mean is " + fixed(rFigures.dMean, 1) + " DN, " + fixed(rFigures.dMeanPercent, 1) +
+                                 " % of full scale: light may have fallen in.",
+                             "Cover the lens and record again."});
+    }
+    if (rFigures.dTemporalNoise < NOISE_LEAST) {
+        rFindings.push_back(
+            {eNote, "coarse",
+             "The noise in the dark is only " + fixed(rFigures.dTemporalNoise, 2) +
+                 " DN: averaging does not bring out fractions of a DN, and the conversion gain is rough.",
+             "A pixel format with more bits tells more."});
+    }
+    const auto nBlack = std::count(rReference.vSamples.begin(), rReference.vSamples.end(), 0.0F);
+    const double dShare = static_cast<double>(nBlack) / static_cast<double>(rReference.vSamples.size());
+    if (dShare > BLACK_CLIPPED) {
+        rFindings.push_back(
+            {eWarning, "black-clipped",
+             fixed(100.0 * dShare, 1) + " % of the samples are 0 in every frame: their dark value is cut off.",
+             "Raise the black level of the camera until nothing is cut off, and record again."});
+    }
+}
+
+/// Above 12 bits the tables of the image processor may be off by half the gain more.
+double selfTestLimit(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight,
+                     const NonUniformity& rFigures) {
+    const StandIn::PixelFormat& rFormat = *rLight.sLayout.pFormat;
+    if (rFormat.nBits <= 12) {
+        return SELF_TEST_MOST;
+    }
+    double dGain = 1.0;
+    for (std::size_t i = 0; i < rLight.vSamples.size(); ++i) {
+        const ClassNonUniformity& rClass = rFigures.vecClasses[colourClass(rFormat, rLight.sLayout.nWidth, i)];
+        const double dSignal = static_cast<double>(rLight.vSamples[i]) - static_cast<double>(rDark.vSamples[i]);
+        dGain = dSignal > 0.0 ? std::max(dGain, (rClass.dLightMean - rClass.dDarkMean) / dSignal) : dGain;
+    }
+    return SELF_TEST_MOST + std::min(dGain, GAIN_MOST) / 2.0;
+}
+
+// False: a pair that cannot be compared has no further findings.
+bool judgeKinds(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight, Findings& rFindings) {
+    if (rDark.eKind != StandIn::eReferenceDark || rLight.eKind != StandIn::eReferenceLight) {
+        rFindings.push_back({eRefusal, "other-kind",
+                             rDark.eKind == rLight.eKind ? "Both files hold the same kind of reference."
+                                                         : "The dark and the light reference are exchanged.",
+                             "Name the dark reference first, then the light one.", true});
+    } else if (!rDark.sLayout.hasSamplesLike(rLight.sLayout)) {
+        const bool bSize =
+            rDark.sLayout.nWidth != rLight.sLayout.nWidth || rDark.sLayout.nHeight != rLight.sLayout.nHeight;
+        rFindings.push_back({eRefusal, bSize ? "other-size" : "other-format",
+                             "The dark reference is " + layoutText(rDark.sLayout) + ", the light one " +
+                                 layoutText(rLight.sLayout) + ".",
+                             RECORD_AGAIN, true});
+    }
+    return rFindings.empty();
+}
+
+void judgeSignal(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight, Findings& rFindings) {
+    const double dSignal = rLight.dMean - rDark.dMean;
+    const double dPercent = 100.0 * dSignal / rLight.sLayout.pFormat->fullScale();
+    if (dPercent < SIGNAL_USELESS && 100.0 * rLight.dMean / rLight.sLayout.pFormat->fullScale() >= SIGNAL_USELESS) {
+        rFindings.push_back({eRefusal, "no-light",
+                             "The light reference is only " + fixed(dSignal, 1) + " DN above the dark one, " +
+                                 fixed(dPercent, 2) + " % of full scale (limit 1 %).",
+                             "Show the camera an evenly lit target and record the light reference again."});
+    }
+    std::size_t nNoSignal = 0;
+    for (std::size_t i = 0; i < rLight.vSamples.size(); ++i) {
+        nNoSignal += rLight.vSamples[i] <= rDark.vSamples[i] ? 1U : 0U;
+    }
+    if (nNoSignal != 0) {
+        rFindings.push_back(
+            {eNote, "no-signal", counted(nNoSignal, "sample") + " without signal: gain 1 is used there.", ""});
+    }
+}
+
+/// Pixel to pixel differences of the light reference, percent of the signal, in the class that has the least. Those of
+/// the dark are in them: a hot pixel raises no alarm. NaN where they cannot be told.
+double pixelDifferences(const MeanImage& rLight, const NonUniformity& rFigures) {
+    double dLeast = std::numeric_limits<double>::quiet_NaN();
+    for (unsigned i = 0; i < rFigures.vecClasses.size(); ++i) {
+        const ClassNonUniformity& rClass = rFigures.vecClasses[i];
+        const double dVariance =
+            spatialVariances(colourPlane(rLight.sLayout, rLight.vSamples, i), rLight.nFrames, rLight.dTemporalVariance)
+                .dPixel;
+        const double dPercent = 100.0 * std::sqrt(std::max(0.0, dVariance)) / (rClass.dLightMean - rClass.dDarkMean);
+        dLeast = std::fmin(dLeast, std::isnan(dVariance) ? dVariance : dPercent);
+    }
+    return dLeast;
+}
+
+void judgeNoiseOfPair(const PairFigures& rFigures, const MeanImage& rLight, Findings& rFindings) {
+    constexpr double FRAMES_MOST = 1000.0;
+    if (std::isnan(rFigures.dGain)) {
+        rFindings.push_back(
+            {eNote, "gain-unknown",
+             "The conversion gain and what follows from it are unknown: that takes two frames or more in "
+             "each reference, and more noise in the light one.",
+             ""});
+        return;
+    }
+    const double dPixels = pixelDifferences(rLight, rFigures.Unevenness);
+    if (rFigures.dResidualPercent > dPixels) {
+        // So many that the noise is half of the differences.
+        const double dFrames =
+            std::ceil(std::pow(2.0 * rFigures.dResidualPercent / dPixels, 2.0) * static_cast<double>(rLight.nFrames));
+        rFindings.push_back(
+            {eWarning, "noisy-reference",
+             "The noise of the light reference, " + fixed(rFigures.dResidualPercent, 2) +
+                 " %, exceeds the pixel to pixel differences that it is to correct, " + fixed(dPixels, 2) + " %.",
+             (dFrames < FRAMES_MOST ? "Record " + fixed(dFrames, 0) + " frames or more" : std::string("Add light")) +
+                 ", or smooth the light reference with a filter."});
+    }
+}
+
+/// @param[in] strFirst,strSecond  say whose settings they are: "The dark reference was taken with", "the camera is set
+/// to".
+void compareSettings(const CameraSettings& rFirst, const CameraSettings& rSecond, const std::string& strFirst,
+                     const std::string& strSecond, const char* pAdvice, Findings& rFindings) {
+    std::string strUntold;
+    for (const std::string& rName : cameraSettingNames()) {
+        if (!rFirst.has(rName) || !rSecond.has(rName)) {
+            // What neither tells, the camera does not have.
+            strUntold += rFirst.has(rName) == rSecond.has(rName) ? "" : (strUntold.empty() ? "" : ", ") + rName;
+            continue;
+        }
+        const double dFirst = rFirst.mapValues.at(rName), dSecond = rSecond.mapValues.at(rName);
+        const bool bStrength = rName == "ExposureTime" || rName == "Gain";
+        const double dTolerance = bStrength ? SETTING_TOLERANCE * std::max(std::abs(dFirst), std::abs(dSecond)) : 0.0;
+        if (std::abs(dFirst - dSecond) > dTolerance) {
+            std::string strText = strFirst;
+            strText.append(" ").append(settingText(rName, dFirst)).append(", ").append(strSecond);
+            strText.append(" ").append(settingText(rName, dSecond)).append(".");
+            rFindings.push_back({bStrength ? eWarning : eRefusal, settingId(rName), strText, pAdvice});
+        }
+    }
+    if (rFirst.mapValues.empty() && rSecond.mapValues.empty()) {
+        strUntold = "exposure, gain, offset, binning, mirror";
+    }
+    if (!strUntold.empty()) {
+        rFindings.push_back({eNote, "settings-unknown", "Not compared, as they are not known: " + strUntold + ".", ""});
+    }
+}
+
+}  // namespace
+
+bool refused(const Findings& rFindings, bool bForce) {
+    return std::any_of(rFindings.begin(), rFindings.end(),
+                       [bForce](const Finding& r) { return r.eLevel == eRefusal && (!bForce || r.bFinal); });
+}
+
+const char* verdict(const Findings& rFindings) {
+    const bool bWarned =
+        std::any_of(rFindings.begin(), rFindings.end(), [](const Finding& r) { return r.eLevel == eWarning; });
+    return refused(rFindings) ? "refused" : bWarned ? "warning" : "good";
+}
+
+ReferenceJudgement judgeReference(const StandIn::ReferenceImage& rReference, const StandIn::ReferenceImage* pDark) {
+    ReferenceJudgement Result;
+    ReferenceFigures& rFigures = Result.Figures;
+    rFigures.eKind = rReference.eKind;
+    rFigures.sLayout = rReference.sLayout;
+    rFigures.nFrames = rReference.nImages;
+    rFigures.vecClassMeans = classMeans(rReference);
+    rFigures.dMean = meanOfSamples(rReference.vSamples);
+    rFigures.dMeanPercent = 100.0 * rFigures.dMean / rReference.sLayout.pFormat->fullScale();
+    rFigures.dSaturatedShare = rReference.dSaturatedShare;
+    if (rReference.nImages > 1) {
+        rFigures.dTemporalNoise = rReference.dTemporalNoise;
+    }
+    const bool bWithDark = pDark && pDark->sLayout.hasSamplesLike(rReference.sLayout);
+    rFigures.vecDefects = findDefects(rReference, bWithDark ? pDark : nullptr);
+    rFigures.Settings = cameraSettingsFromJson(rReference.strCamera);
+
+    judgeSaturation(rFigures, Result.vecFindings);
+    if (rReference.eKind == StandIn::eReferenceLight) {
+        judgeLight(rFigures, Result.vecFindings);
+    } else {
+        judgeDark(rReference, rFigures, Result.vecFindings);
+    }
+    judgeNoise(rFigures, Result.vecFindings);
+    return Result;
+}
+
+PairJudgement judgePair(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight,
+                        double dSelfTestDn) {
+    PairJudgement Result;
+    if (!judgeKinds(rDark, rLight, Result.vecFindings)) {
+        return Result;
+    }
+    PairFigures& rFigures = Result.Figures;
+    const MeanImage Dark = meanOf(rDark), Light = meanOf(rLight);
+    rFigures.dGain = photonTransferGain(Dark, Light);
+    rFigures.dElectrons = (meanOfSamples(rLight.vSamples) - meanOfSamples(rDark.vSamples)) / rFigures.dGain;
+    rFigures.dResidualPercent = 100.0 / std::sqrt(static_cast<double>(rLight.nImages) * rFigures.dElectrons);
+    rFigures.dSelfTestDn = dSelfTestDn;
+    rFigures.Unevenness = nonUniformity(Dark, Light, rFigures.dGain);
+
+    judgeSignal(rDark, rLight, Result.vecFindings);
+    compareSettings(cameraSettingsFromJson(rDark.strCamera), cameraSettingsFromJson(rLight.strCamera),
+                    "The dark reference was taken with", "the light one with", RECORD_AGAIN, Result.vecFindings);
+    judgeNoiseOfPair(rFigures, Light, Result.vecFindings);
+    const double dFlat = selfTestLimit(rDark, rLight, rFigures.Unevenness);
+    if (dSelfTestDn > dFlat) {
+        Result.vecFindings.push_back({eWarning, "self-test",
+                                      "Applied to its own mean, the pair is flat only to " + fixed(dSelfTestDn, 2) +
+                                          " DN (limit " + fixed(dFlat, 2) + ").",
+                                      "Record both references again; if that does not help, report it."});
+    }
+    return Result;
+}
+
+Findings compareWithCamera(const std::string& strWhat, const StandIn::ReferenceImage& rReference,
+                           const CameraSettings& rCamera) {
+    Findings vecFindings;
+    const StandIn::ImageLayout Camera = {StandIn::findPixelFormat(rCamera.strPixelFormat), rCamera.nWidth,
+                                         rCamera.nHeight};
+    const std::string strAdvice = "Set the camera as it was, or record the references again as it is.";
+    if (!Camera.isPossible()) {
+        vecFindings.push_back({eRefusal, "other-format",
+                               "The camera delivers " + rCamera.strPixelFormat + ", which cannot be corrected.",
+                               "Choose one of the formats Mono, Bayer, RGB8 and BGR8.", true});
+    } else if (!rReference.sLayout.hasSamplesLike(Camera)) {
+        const bool bSize = Camera.nWidth != rReference.sLayout.nWidth || Camera.nHeight != rReference.sLayout.nHeight;
+        vecFindings.push_back({eRefusal, bSize ? "other-size" : "other-format",
+                               capital(strWhat) + " is " + layoutText(rReference.sLayout) + ", the camera delivers " +
+                                   layoutText(Camera) + ".",
+                               strAdvice, true});
+    }
+    compareSettings(cameraSettingsFromJson(rReference.strCamera), rCamera, capital(strWhat) + " was taken with",
+                    "the camera is set to", strAdvice.c_str(), vecFindings);
+    return vecFindings;
+}
+
+}  // namespace Toolkit
+}  // namespace XAPEL2

@@ -1,0 +1,108 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Whether references are good, alone, as a pair, and for a camera.
+
+#pragma once
+
+#include <limits>
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <vector>
+
+#include "toolkit/judgement/Defects.h"
+#include "toolkit/judgement/NonUniformity.h"
+#include "toolkit/sessions/CameraSettings.h"
+#include "xapel2_standin/ReferenceImage.h"
+
+namespace XAPEL2 {
+namespace Toolkit {
+
+enum eSeverity { eNote, eWarning, eRefusal };
+
+/// One thing that is to be said about a reference.
+struct Finding {
+    eSeverity eLevel = eNote;
+    std::string strId;      ///< fixed name, such as "saturated", "too-dark", "other-exposure"
+    std::string strText;    ///< what is so, with numbers
+    std::string strAdvice;  ///< what to do next; empty for a note that asks for nothing
+    bool bFinal = false;    ///< a refusal that --force does not override: the host would refuse, too
+};
+using Findings = std::vector<Finding>;
+
+/// True when one of them refuses; with bForce only what cannot be overridden does.
+bool refused(const Findings& rFindings, bool bForce = false);
+
+/// The gravest level among them, "good" (notes only), "warning" or "refused".
+const char* verdict(const Findings& rFindings);
+
+/// Numbers of one reference. Unknown ones are NaN.
+struct ReferenceFigures {
+    StandIn::eReferenceKind eKind = StandIn::eReferenceDark;
+    StandIn::ImageLayout sLayout;
+    uint64_t nFrames = 0;
+    double dMean = 0.0;                                                ///< DN
+    double dMeanPercent = 0.0;                                         ///< of full scale
+    double dSaturatedShare = 0.0;                                      ///< of all samples of all frames, 0 to 1
+    double dTemporalNoise = std::numeric_limits<double>::quiet_NaN();  ///< of one frame, DN
+    std::vector<double> vecClassMeans;                                 ///< DN, in the order of colourClassNames()
+    std::vector<Defect> vecDefects;  ///< hot pixels of a dark reference, dead and bright ones of a light reference
+    CameraSettings Settings;         ///< from the file
+};
+
+struct ReferenceJudgement {
+    ReferenceFigures Figures;
+    Findings vecFindings;
+};
+
+/// Numbers of a pair. Unknown ones are NaN.
+struct PairFigures {
+    double dGain = std::numeric_limits<double>::quiet_NaN();       ///< K, DN per electron
+    double dElectrons = std::numeric_limits<double>::quiet_NaN();  ///< mean light signal of one frame
+    /// Relative standard deviation that the shot noise of the light reference leaves in every corrected frame,
+    /// 100 % / sqrt(light frames * electrons).
+    double dResidualPercent = std::numeric_limits<double>::quiet_NaN();
+    double dSelfTestDn = std::numeric_limits<double>::quiet_NaN();  ///< see SelfTest.h
+    NonUniformity Unevenness;                                       ///< of the references; no classes: not comparable
+};
+
+struct PairJudgement {
+    PairFigures Figures;
+    Findings vecFindings;
+};
+
+/// Judges one reference by itself. Refused is what is useless: more than 1 % saturated, a light reference without
+/// light.
+/// @param[in] pDark  for a light reference: its dark one, which is taken off before dead pixels are sought; null, or of
+///                   another layout: nothing is.
+ReferenceJudgement judgeReference(const StandIn::ReferenceImage& rReference,
+                                  const StandIn::ReferenceImage* pDark = nullptr);
+
+/// Judges whether the two belong together and what correction by them can reach. Does not repeat what
+/// judgeReference() says of each.
+/// @param[in] dSelfTestDn  what selfTest() yields; NaN: not done.
+PairJudgement judgePair(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight,
+                        double dSelfTestDn = std::numeric_limits<double>::quiet_NaN());
+
+/// Compares a reference with the camera that is to be corrected: another size or layout is refused for good, another
+/// offset, binning or mirror is refused, another exposure or gain is warned about. Of settings that one of the two does
+/// not tell nothing is said but one note.
+/// @param[in] strWhat  how the texts name the reference, such as "the dark reference".
+Findings compareWithCamera(const std::string& strWhat, const StandIn::ReferenceImage& rReference,
+                           const CameraSettings& rCamera);
+
+/// Lines for people, each ended: one for a finding, "Warning: TEXT ADVICE". Empty for no findings.
+std::string describe(const Findings& rFindings);
+/// Lines for people: the figures with their units, then the findings.
+std::string describe(const ReferenceJudgement& rJudgement);
+std::string describe(const PairJudgement& rJudgement);
+
+/// [{"severity": "note" | "warning" | "refusal", "id", "text", "advice", "final"}]
+nlohmann::ordered_json toJson(const Findings& rFindings);
+/// {"kind", "pixelFormat", "width", "height", "frames", "mean", "meanPercent", "saturatedShare", "temporalNoise",
+/// "classes": [{"class", "mean"}], "hotPixels", "deadPixels", "brightPixels", "camera", "verdict", "findings"}
+nlohmann::ordered_json toJson(const ReferenceJudgement& rJudgement);
+/// {"conversionGain", "electrons", "predictedResidualPercent", "selfTestDn", "nonUniformity", "verdict", "findings"}
+nlohmann::ordered_json toJson(const PairJudgement& rJudgement);
+
+}  // namespace Toolkit
+}  // namespace XAPEL2

@@ -1,0 +1,127 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// How judgement puts numbers, layouts and settings into words.
+
+#include "toolkit/judgement/JudgementText.h"
+
+#include <array>
+#include <cmath>
+#include <cstdio>
+
+#include "toolkit/judgement/Judgement.h"
+#include "toolkit/text/Texts.h"
+
+namespace XAPEL2 {
+namespace Toolkit {
+
+namespace {
+
+std::string line(const char* pName, const std::string& strValue) {
+    std::array<char, 32> acName{};
+    std::snprintf(acName.data(), acName.size(), "  %-18s ", pName);
+    return acName.data() + strValue + "\n";
+}
+
+std::string settingsText(const CameraSettings& rSettings) {
+    std::string strText;
+    for (const std::string& rName : cameraSettingNames()) {
+        if (rSettings.has(rName)) {
+            strText += (strText.empty() ? "" : ", ") + settingText(rName, rSettings.mapValues.at(rName));
+        }
+    }
+    return strText.empty() ? "unknown" : strText;
+}
+
+std::string withUnit(double dValue, int nDigits, const char* pUnit) {
+    return std::isnan(dValue) ? "unknown" : fixed(dValue, nDigits) + " " + pUnit;
+}
+
+std::string splitText(const Split& rSplit, int nDigits, const char* pUnit) {
+    return withUnit(rSplit.dTotal, nDigits, pUnit) + " (row " + fixed(rSplit.dRow, nDigits) + ", column " +
+           fixed(rSplit.dColumn, nDigits) + ", pixel " + fixed(rSplit.dPixel, nDigits) + ")";
+}
+
+}  // namespace
+
+std::string settingText(const std::string& strName, double dValue) {
+    const std::string strValue = fixed(dValue, dValue == std::floor(dValue) ? 0 : 2);
+    if (strName == "ExposureTime") {
+        return "exposure time " + strValue + " us";
+    }
+    if (strName == "Gain") {
+        return "gain " + strValue;
+    }
+    const std::string strAxis(1, strName == "BinningHorizontal" ? 'X'
+                                 : strName == "BinningVertical" ? 'Y'
+                                                                : strName.back());
+    if (strName.compare(0, 7, "Reverse") == 0) {
+        return "mirror " + strAxis + (dValue != 0.0 ? " on" : " off");
+    }
+    return (strName.compare(0, 6, "Offset") == 0 ? "offset " : "binning ") + strAxis + " " + strValue;
+}
+
+std::string settingId(const std::string& strName) {
+    switch (strName[0]) {
+        case 'E':
+            return "other-exposure";
+        case 'G':
+            return "other-gain";
+        case 'O':
+            return "other-offset";
+        case 'B':
+            return "other-binning";
+        default:
+            return "other-mirror";
+    }
+}
+
+std::string describe(const Findings& rFindings) {
+    std::string strText;
+    for (const Finding& rFinding : rFindings) {
+        strText += rFinding.eLevel == eRefusal ? "Refused: " : rFinding.eLevel == eWarning ? "Warning: " : "Note: ";
+        strText += rFinding.strText + (rFinding.strAdvice.empty() ? "" : " ") + rFinding.strAdvice + "\n";
+    }
+    return strText;
+}
+
+std::string describe(const ReferenceJudgement& rJudgement) {
+    const ReferenceFigures& rFigures = rJudgement.Figures;
+    std::string strText =
+        line("image", layoutText(rFigures.sLayout)) + line("frames averaged", std::to_string(rFigures.nFrames)) +
+        line("mean", fixed(rFigures.dMean, 1) + " DN, " + fixed(rFigures.dMeanPercent, 1) + " % of full scale");
+    const std::vector<std::string> vecNames = colourClassNames(*rFigures.sLayout.pFormat);
+    for (std::size_t i = 0; i < vecNames.size() && vecNames.size() > 1; ++i) {
+        strText += line(("  " + vecNames[i]).c_str(), fixed(rFigures.vecClassMeans[i], 1) + " DN");
+    }
+    strText += line("saturated", fixed(100.0 * rFigures.dSaturatedShare, 3) + " %") +
+               line("temporal noise", withUnit(rFigures.dTemporalNoise, 2, "DN"));
+    if (rFigures.eKind == StandIn::eReferenceDark) {
+        strText += line("hot pixels", std::to_string(countDefects(rFigures.vecDefects, eHot)));
+    } else {
+        strText += line("dead pixels", std::to_string(countDefects(rFigures.vecDefects, eDead))) +
+                   line("bright pixels", std::to_string(countDefects(rFigures.vecDefects, eBright)));
+    }
+    return strText + line("camera", settingsText(rFigures.Settings)) + describe(rJudgement.vecFindings);
+}
+
+std::string describe(const PairJudgement& rJudgement) {
+    const PairFigures& rFigures = rJudgement.Figures;
+    if (rFigures.Unevenness.vecClasses.empty()) {
+        return describe(rJudgement.vecFindings);
+    }
+    std::string strText = line("conversion gain", withUnit(rFigures.dGain, 4, "DN/e-")) +
+                          line("light signal", withUnit(rFigures.dElectrons, 0, "e-")) +
+                          line("predicted residual", withUnit(rFigures.dResidualPercent, 3, "%"));
+    for (const ClassNonUniformity& rClass : rFigures.Unevenness.vecClasses) {
+        const std::string strClass = rFigures.Unevenness.vecClasses.size() > 1 ? " " + rClass.strName : "";
+        strText += line(("DSNU1288" + strClass).c_str(), splitText(rClass.Dsnu, 2, rFigures.Unevenness.dsnuUnit())) +
+                   line(("PRNU1288" + strClass).c_str(), splitText(rClass.Prnu, 3, "%"));
+    }
+    if (!std::isnan(rFigures.dSelfTestDn)) {
+        strText += line("self test", "flat to " + fixed(rFigures.dSelfTestDn, 2) + " DN");
+    }
+    return strText + describe(rJudgement.vecFindings);
+}
+
+}  // namespace Toolkit
+}  // namespace XAPEL2

@@ -1,0 +1,130 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// The settings of a camera that a reference depends on.
+
+#include "toolkit/sessions/CameraSettings.h"
+
+#include <cmath>
+#include <cstdlib>
+#include <nlohmann/json.hpp>
+
+#include "xapel2/XapelExceptions.h"
+
+namespace XAPEL2 {
+namespace Toolkit {
+
+namespace {
+
+bool isSwitch(const std::string& strName) {
+    return strName.compare(0, 7, "Reverse") == 0;
+}
+
+/// False when the node is missing or cannot be read.
+bool readNode(NodeMap& rNodes, const std::string& strName, std::string& rText) {
+    try {
+        if (!rNodes.GetNodePresent(strName.c_str())) {
+            return false;
+        }
+        rText = rNodes.GetNode(strName.c_str())->GetString().get();
+        return true;
+    } catch (const Exceptions::IException&) {
+        return false;
+    }
+}
+
+bool toNumber(const std::string& strText, double& rValue) {
+    if (strText == "true" || strText == "false") {
+        rValue = strText == "true" ? 1.0 : 0.0;
+        return true;
+    }
+    char* pEnd = nullptr;
+    rValue = std::strtod(strText.c_str(), &pEnd);
+    return !strText.empty() && *pEnd == '\0' && std::isfinite(rValue);
+}
+
+uint64_t toSide(double dValue) {
+    constexpr double SIDE_MAX = 1e9;
+    return dValue >= 1.0 && dValue <= SIDE_MAX ? static_cast<uint64_t>(dValue) : 0;
+}
+
+}  // namespace
+
+const std::vector<std::string>& cameraSettingNames() {
+    static const std::vector<std::string> vecNames = {
+        "ExposureTime", "Gain", "OffsetX", "OffsetY", "BinningHorizontal", "BinningVertical", "ReverseX", "ReverseY"};
+    return vecNames;
+}
+
+CameraSettings readCameraSettings(NodeMap& rNodes) {
+    CameraSettings Result;
+    std::string strText;
+    double dValue = 0.0;
+    const auto fnNumber = [&](const std::string& strName) {
+        return readNode(rNodes, strName, strText) && toNumber(strText, dValue);
+    };
+    readNode(rNodes, "PixelFormat", Result.strPixelFormat);
+    Result.nWidth = fnNumber("Width") ? toSide(dValue) : 0;
+    Result.nHeight = fnNumber("Height") ? toSide(dValue) : 0;
+    for (const std::string& rName : cameraSettingNames()) {
+        if (fnNumber(rName)) {
+            Result.mapValues[rName] = dValue;
+        }
+    }
+    return Result;
+}
+
+nlohmann::ordered_json toJson(const CameraSettings& rSettings) {
+    nlohmann::ordered_json Result = nlohmann::ordered_json::object();
+    if (!rSettings.strPixelFormat.empty()) {
+        Result["PixelFormat"] = rSettings.strPixelFormat;
+    }
+    if (rSettings.nWidth != 0 && rSettings.nHeight != 0) {
+        Result["Width"] = rSettings.nWidth;
+        Result["Height"] = rSettings.nHeight;
+    }
+    for (const std::string& rName : cameraSettingNames()) {
+        const auto iValue = rSettings.mapValues.find(rName);
+        if (iValue == rSettings.mapValues.end()) {
+            continue;
+        }
+        if (isSwitch(rName)) {
+            Result[rName] = iValue->second != 0.0;
+        } else {
+            Result[rName] = iValue->second;
+        }
+    }
+    return Result;
+}
+
+CameraSettings cameraSettingsFromJson(const std::string& strJson) {
+    CameraSettings Result;
+    const auto Json = nlohmann::json::parse(strJson, nullptr, false);
+    if (!Json.is_object()) {
+        return Result;
+    }
+    const auto fnNumber = [&](const char* pName) {
+        const auto iMember = Json.find(pName);
+        return iMember != Json.end() && iMember->is_number() ? iMember->get<double>() : 0.0;
+    };
+    const auto iFormat = Json.find("PixelFormat");
+    if (iFormat != Json.end() && iFormat->is_string()) {
+        Result.strPixelFormat = iFormat->get<std::string>();
+    }
+    Result.nWidth = toSide(fnNumber("Width"));
+    Result.nHeight = toSide(fnNumber("Height"));
+    for (const std::string& rName : cameraSettingNames()) {
+        const auto iMember = Json.find(rName);
+        if (iMember == Json.end()) {
+            continue;
+        }
+        if (iMember->is_boolean()) {
+            Result.mapValues[rName] = iMember->get<bool>() ? 1.0 : 0.0;
+        } else if (iMember->is_number()) {
+            Result.mapValues[rName] = iMember->get<double>();
+        }
+    }
+    return Result;
+}
+
+}  // namespace Toolkit
+}  // namespace XAPEL2

@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// The settings of a camera that a reference depends on.
+
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <vector>
+
+#include "xapel2/XapelNodes.h"
+
+namespace XAPEL2 {
+namespace Toolkit {
+
+/// What a camera says of itself. A setting that it does not have is absent, never assumed.
+struct CameraSettings {
+    std::string strPixelFormat;  ///< PFNC name; empty: unknown
+    uint64_t nWidth = 0;         ///< pixels; 0: unknown
+    uint64_t nHeight = 0;        ///< pixels; 0: unknown
+    /// By node name: ExposureTime (us), Gain (unit of the camera), OffsetX, OffsetY (pixels), BinningHorizontal,
+    /// BinningVertical (pixels), ReverseX, ReverseY (0 or 1).
+    std::map<std::string, double> mapValues;
+
+    bool has(const std::string& strName) const { return mapValues.count(strName) != 0; }
+    /// True when nothing at all is known.
+    bool empty() const { return strPixelFormat.empty() && nWidth == 0 && nHeight == 0 && mapValues.empty(); }
+};
+
+/// Names of mapValues in the order in which they are shown.
+const std::vector<std::string>& cameraSettingNames();
+
+/// Reads the settings from the camera's nodes. A node that is missing, cannot be read or holds no number is left out.
+CameraSettings readCameraSettings(NodeMap& rNodes);
+
+/// A JSON object with the node names as members; ReverseX and ReverseY are booleans.
+nlohmann::ordered_json toJson(const CameraSettings& rSettings);
+
+/// From the "camera" object of a reference file. An empty text, another type of JSON, unknown members and members of
+/// another type than expected are unknown settings, no errors.
+CameraSettings cameraSettingsFromJson(const std::string& strJson);
+
+}  // namespace Toolkit
+}  // namespace XAPEL2

@@ -1,0 +1,118 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Frames that were fetched with correction on, and what became of them.
+
+#include "toolkit/sessions/CorrectedStream.h"
+
+#include <stdexcept>
+
+namespace XAPEL2 {
+namespace Toolkit {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr uint64_t UNCORRECTED_FRAMES = 32;
+constexpr std::chrono::seconds UNCORRECTED_LONGEST{1};
+// So many frames are waited for, that the time of their fetch can be told; later ones are timed where they wait anyway.
+constexpr std::size_t TIMED_FRAMES = 1000;
+
+double secondsSince(Clock::time_point tBegin) {
+    return std::chrono::duration<double>(Clock::now() - tBegin).count();
+}
+
+}  // namespace
+
+CCorrectedStream::CCorrectedStream(CSession& rSession, bool bKeepRaw)
+    : m_rSession(rSession),
+      m_bKeepRaw(bKeepRaw),
+      m_sApplied{StandIn::findPixelFormat(rSession.pixelFormat()), rSession.width(), rSession.height()} {}
+
+void CCorrectedStream::measureUncorrected() {
+    CTimes Times;
+    const Clock::time_point tBegin = Clock::now();
+    m_rSession.start();
+    while (Times.count() < UNCORRECTED_FRAMES && Clock::now() - tBegin < UNCORRECTED_LONGEST) {
+        m_rSession.waitForFrame();
+        const StandIn::BufferHandle hBuffer = m_rSession.fetch();
+        Times.add(m_rSession.lastFetchMs());
+        m_rSession.giveBack(hBuffer);
+    }
+    m_rSession.stop();
+    m_fUncorrectedMs = Times.median();
+    m_Tally.nUncorrected = Times.count();
+}
+
+void CCorrectedStream::start(uint64_t iFirst, bool bTimed) {
+    m_rSession.attempt("switching correction off", [&] { m_rSession.shading().SetEnable(false); });
+    if (!m_bKeepRaw) {
+        m_bTimed = bTimed;
+        if (m_bTimed) {
+            measureUncorrected();
+        }
+        m_rSession.traces().take();
+        m_rSession.attempt("switching correction on", [&] { m_rSession.shading().SetEnable(true); });
+        // A host that refuses to let the library see the stream is told by the trace only.
+        const std::string strRefused = m_rSession.traces().takeText();
+        if (!strRefused.empty()) {
+            throw std::runtime_error("correction cannot be switched on: " + strRefused);
+        }
+    }
+    m_rSession.seekFrame(iFirst);
+    m_tBegin = Clock::now();
+    m_rSession.start();
+}
+
+// Why the library or the image processor left the frame as it is. The processor traces each reason once only, so what
+// can be seen of the frame itself is looked at.
+std::string CCorrectedStream::reason(StandIn::BufferHandle hBuffer) {
+    const std::vector<std::string> vecTraces = m_rSession.traces().take(true);
+    if (!m_rSession.isComplete(hBuffer)) {
+        return "incomplete, or without an image";
+    }
+    if (m_rSession.layoutOf(hBuffer) != m_sApplied) {
+        return "of another format or size than the references are applied for";
+    }
+    return vecTraces.empty() ? "" : vecTraces.front();
+}
+
+void CCorrectedStream::correctInPlace(Fetched& rFetched) {
+    rFetched.Raw = m_rSession.copyFrame(rFetched.hBuffer);
+    const StandIn::ImageLayout sLayout = m_rSession.layoutOf(rFetched.hBuffer);
+    void* pImage = m_rSession.imageOf(rFetched.hBuffer);
+    const Clock::time_point tBegin = Clock::now();
+    m_rSession.attempt("correcting a frame", [&] {
+        m_rSession.shading().ReferenceAdd(sLayout.pFormat->pName, sLayout.nWidth, sLayout.nHeight, pImage,
+                                          sLayout.bytes());
+    });
+    m_Tally.Added.add(secondsSince(tBegin) * 1e3);
+}
+
+CCorrectedStream::Fetched CCorrectedStream::next() {
+    Fetched Result;
+    const bool bTimed = m_bTimed && (m_Tally.Added.count() < TIMED_FRAMES || m_rSession.frameWaits());
+    if (bTimed) {
+        m_rSession.waitForFrame();
+    }
+    m_rSession.traces().take(true);
+    Result.hBuffer = m_rSession.fetch();
+    if (m_bKeepRaw && m_rSession.isComplete(Result.hBuffer)) {
+        correctInPlace(Result);
+    }
+    Result.strUntouched = reason(Result.hBuffer);
+    ++m_Tally.nFrames;
+    m_Tally.fSeconds = secondsSince(m_tBegin);
+    if (!Result.strUntouched.empty()) {
+        Result.bNewReason = ++m_Tally.mapUntouched[Result.strUntouched] == 1;
+        return Result;
+    }
+    ++m_Tally.nCorrected;
+    if (bTimed) {
+        m_Tally.Added.add(m_rSession.lastFetchMs() - m_fUncorrectedMs);
+    }
+    return Result;
+}
+
+}  // namespace Toolkit
+}  // namespace XAPEL2

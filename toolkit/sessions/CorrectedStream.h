@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Frames that were fetched with correction on, and what became of them.
+
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "toolkit/sessions/Session.h"
+#include "toolkit/sessions/Times.h"
+
+namespace XAPEL2 {
+namespace Toolkit {
+
+/// What became of the frames.
+struct CorrectionTally {
+    uint64_t nFrames = 0, nCorrected = 0;
+    std::map<std::string, uint64_t> mapUntouched;  ///< reason and number of frames left as they were
+    double fSeconds = 0.0;                         ///< from the first wait to the last frame
+    /// Time that a frame spends more because it is corrected, ms. It is that of the fetch of a frame that waits
+    /// already, less the median of uncorrected ones; where the uncorrected frame is wanted too, that of the correction
+    /// itself.
+    CTimes Added;
+    uint64_t nUncorrected = 0;  ///< fetches that this median is of
+
+    double rate() const { return fSeconds > 0.0 ? static_cast<double>(nFrames) / fSeconds : 0.0; }
+    uint64_t untouched() const { return nFrames - nCorrected; }
+};
+
+/// Fetches the frames of a session one by one with correction on. A pair has been applied.
+/// @threads that of the session.
+class CCorrectedStream {
+public:
+    /// @param[in] bKeepRaw  give each frame as it was before correction, too.
+    CCorrectedStream(CSession& rSession, bool bKeepRaw);
+
+    /// Starts the camera at frame iFirst of its scene with correction on.
+    /// @param[in] bTimed  measure what correction adds. Where no uncorrected frames are kept, up to 32 frames are
+    ///                    fetched without correction first, for a second or as long as one takes.
+    void start(uint64_t iFirst, bool bTimed);
+
+    /// One fetched frame.
+    struct Fetched {
+        StandIn::BufferHandle hBuffer = nullptr;  ///< to be given back to the session
+        std::string strUntouched;                 ///< why it is as it was; empty: it is corrected
+        bool bNewReason = false;                  ///< no frame before had this reason
+        std::optional<Frame> Raw;                 ///< before correction, where that was asked for
+    };
+    Fetched next();
+
+    void stop() { m_rSession.stop(); }
+    const CorrectionTally& tally() const { return m_Tally; }
+
+private:
+    void measureUncorrected();
+    void correctInPlace(Fetched& rFetched);
+    std::string reason(StandIn::BufferHandle hBuffer);
+
+    CSession& m_rSession;
+    bool m_bKeepRaw;
+    bool m_bTimed = false;
+    StandIn::ImageLayout m_sApplied;
+    double m_fUncorrectedMs = 0.0;
+    std::chrono::steady_clock::time_point m_tBegin;
+    CorrectionTally m_Tally;
+};
+
+}  // namespace Toolkit
+}  // namespace XAPEL2

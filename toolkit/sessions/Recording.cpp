@@ -1,0 +1,155 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Recording a reference from the live stream.
+
+#include "toolkit/sessions/Recording.h"
+
+#include <algorithm>
+#include <chrono>
+#include <stdexcept>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "toolkit/sessions/CameraSettings.h"
+#include "toolkit/sessions/Interrupt.h"
+#include "toolkit/text/Texts.h"
+
+#include "xapel2_standin/ReferenceFile.h"
+
+namespace XAPEL2 {
+namespace Toolkit {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Incomplete frames without a good one between, after which more of them are not worth waiting for.
+constexpr uint64_t BAD_IN_A_ROW_MAX = 50;
+constexpr std::size_t BLOCK = 65536;
+constexpr const char* FRAMES_TAKEN = "FramesTaken";
+
+class CRecorder {
+public:
+    CRecorder(CSession& rSession, bool bLight, IProgress& rProgress)
+        : m_rSession(rSession), m_bLight(bLight), m_rProgress(rProgress) {}
+
+    Recording record(uint64_t nFrames, const std::string& strFile);
+
+private:
+    void stream(uint64_t nFrames);
+    void take(StandIn::BufferHandle hBuffer);
+    uint64_t countSaturated(StandIn::BufferHandle hBuffer, const StandIn::ImageLayout& rLayout);
+    void addSettings(const std::string& strFile);
+
+    CSession& m_rSession;
+    bool m_bLight;
+    IProgress& m_rProgress;
+    Recording m_Result;
+    uint64_t m_nBadInARow = 0;
+    double m_fSaturated = 0.0, m_fSamples = 0.0;
+    std::vector<uint16_t> m_vecBlock = std::vector<uint16_t>(BLOCK);
+};
+
+uint64_t CRecorder::countSaturated(StandIn::BufferHandle hBuffer, const StandIn::ImageLayout& rLayout) {
+    const void* pImage = m_rSession.imageOf(hBuffer);
+    const auto uFull = static_cast<uint16_t>(rLayout.pFormat->fullScale());
+    uint64_t nSaturated = 0;
+    for (std::size_t i = 0; i < rLayout.samples(); i += BLOCK) {
+        const std::size_t nSamples = std::min(BLOCK, rLayout.samples() - i);
+        StandIn::unpackSamples(*rLayout.pFormat, pImage, i, nSamples, m_vecBlock.data());
+        nSaturated += static_cast<uint64_t>(
+            std::count(m_vecBlock.begin(), m_vecBlock.begin() + static_cast<std::ptrdiff_t>(nSamples), uFull));
+    }
+    return nSaturated;
+}
+
+void CRecorder::take(StandIn::BufferHandle hBuffer) {
+    if (!m_rSession.isComplete(hBuffer)) {
+        const std::string strTraces = m_rSession.traces().takeText();
+        if (m_Result.nLeftOut++ == 0) {
+            m_Result.strLeftOut = "frame " + m_rSession.frameName(hBuffer) + ": " + strTraces;
+        }
+        if (++m_nBadInARow > BAD_IN_A_ROW_MAX) {
+            throw std::runtime_error(m_rSession.device() + ": the camera delivers no complete frame any more, " +
+                                     m_Result.strLeftOut + INCOMPLETE_ADVICE);
+        }
+        return;
+    }
+    m_nBadInARow = 0;
+    const StandIn::ImageLayout sLayout = m_rSession.layoutOf(hBuffer);
+    m_fSaturated += static_cast<double>(countSaturated(hBuffer, sLayout));
+    m_fSamples += static_cast<double>(sLayout.samples());
+    m_Result.fSaturatedShare = m_fSaturated / m_fSamples;
+    ++m_Result.nFrames;
+}
+
+void CRecorder::stream(uint64_t nFrames) {
+    const uint64_t nHas = m_rSession.frameCount();
+    const uint64_t nWanted = nHas == 0 ? nFrames : std::min(nFrames, nHas);
+    const std::string strStep = m_bLight ? "recording the light reference" : "recording the dark reference";
+    m_rSession.seekFrame(0);
+    const Clock::time_point tBegin = Clock::now();
+    m_rSession.start();
+    m_rProgress.show(strStep, 0, nWanted);
+    // A camera with so many frames begins again after the last one; no frame is to count twice.
+    for (uint64_t i = 0; m_Result.nFrames < nWanted && (nHas == 0 || i < nHas); ++i) {
+        const StandIn::BufferHandle hBuffer = m_rSession.fetch();
+        take(hBuffer);
+        m_rSession.giveBack(hBuffer);
+        m_rProgress.show(strStep, m_Result.nFrames, nWanted,
+                         "saturated " + fixed(m_Result.fSaturatedShare * 100.0, 3) + " %");
+    }
+    m_Result.fSeconds = std::chrono::duration<double>(Clock::now() - tBegin).count();
+    m_Result.nUnderruns = m_rSession.underruns();
+    m_rSession.stop();
+    if (m_Result.nFrames == 0) {
+        throw std::runtime_error(m_rSession.device() + ": no frame came complete, " + m_Result.strLeftOut);
+    }
+}
+
+// The host writes the file anew beside the recorded one and then puts it in its place.
+void CRecorder::addSettings(const std::string& strFile) {
+    try {
+        StandIn::ReferenceImage sReference = StandIn::readReferenceFile(strFile);
+        nlohmann::ordered_json Json = toJson(readCameraSettings(m_rSession.nodes()));
+        Json[FRAMES_TAKEN] = m_Result.nFrames + m_Result.nLeftOut;
+        sReference.strCamera = Json.dump();
+        StandIn::writeReferenceFile(strFile, sReference);
+    } catch (const std::exception& rError) {
+        m_Result.strNoSettings = rError.what();
+    }
+}
+
+Recording CRecorder::record(uint64_t nFrames, const std::string& strFile) {
+    if (m_rSession.hasScenes()) {
+        m_rSession.selectScene(m_bLight ? "Light" : "Dark");
+    }
+    Ext::Sc::Shading& rShading = m_rSession.shading();
+    m_rSession.attempt("starting the recording", [&] {
+        rShading.ReferenceStart(m_bLight);
+        rShading.SetEnable(true);
+    });
+    stream(nFrames);
+    m_rProgress.clear();
+    Interrupt::check();
+    m_rSession.attempt(strFile, [&] { rShading.ReferenceEnd(strFile.c_str()); });
+    addSettings(strFile);
+    return m_Result;
+}
+
+}  // namespace
+
+Recording recordReference(CSession& rSession, bool bLight, uint64_t nFrames, const std::string& strFile,
+                          IProgress& rProgress) {
+    return CRecorder(rSession, bLight, rProgress).record(nFrames, strFile);
+}
+
+uint64_t framesTaken(const StandIn::ReferenceImage& rReference) {
+    const nlohmann::json Json = nlohmann::json::parse(rReference.strCamera, nullptr, false);
+    const bool bTold = Json.is_object() && Json.contains(FRAMES_TAKEN) && Json[FRAMES_TAKEN].is_number_unsigned();
+    return bTold ? std::max(rReference.nImages, Json[FRAMES_TAKEN].get<uint64_t>()) : rReference.nImages;
+}
+
+}  // namespace Toolkit
+}  // namespace XAPEL2

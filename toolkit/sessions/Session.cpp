@@ -1,0 +1,302 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// A camera that streams through the shading library: device, stream and buffers of one run.
+
+#include "toolkit/sessions/Session.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <stdexcept>
+#include <thread>
+
+#include "toolkit/sessions/Interrupt.h"
+#include "toolkit/text/Texts.h"
+
+namespace XAPEL2 {
+namespace Toolkit {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// A camera that waits for its buffers does with a few. One that does not sends on while frames are written or judged.
+constexpr std::size_t BUFFERS_LEAST = 4, BUFFERS_MOST = 64, BUFFER_BYTES = 256U << 20;
+// Incomplete frames in a row from a camera that goes on sending, after which more are not worth waiting for.
+constexpr unsigned INCOMPLETE_MAX = 50;
+constexpr std::chrono::microseconds POLL_SHORTEST{50}, POLL_LONGEST{1000};
+
+double secondsSince(Clock::time_point tBegin) {
+    return std::chrono::duration<double>(Clock::now() - tBegin).count();
+}
+
+const StandIn::PixelFormat& formatOf(uint64_t uPfnc) {
+    for (const StandIn::PixelFormat& rFormat : StandIn::pixelFormats()) {
+        if (rFormat.uPfnc == uPfnc) {
+            return rFormat;
+        }
+    }
+    throw std::runtime_error("the camera delivers a pixel format that is not known, PFNC value " +
+                             std::to_string(uPfnc));
+}
+
+}  // namespace
+
+std::string underrunText(uint64_t nUnderruns) {
+    return counted(nUnderruns, "frame") + " of the camera found no buffer free: this machine is too slow for its rate";
+}
+
+CSession::CSession(const std::string& strDevice, double fTimeoutS)
+    : CSession(
+          strDevice, [&] { return StandIn::openDevice(strDevice); }, fTimeoutS) {}
+
+CSession::CSession(const std::string& strName, const Opener& fnOpen, double fTimeoutS)
+    : m_strDevice(strName), m_fTimeoutS(fTimeoutS), m_fDeadlineS(fTimeoutS) {
+    m_pDevice = fnOpen();
+    m_pStream = StandIn::firstDataStream(m_pDevice);
+    try {
+        check(StandIn::openDataStream(m_pDevice, m_pStream), "opening the data stream");
+        const std::size_t nPayload = StandIn::payloadSize(m_pStream);
+        const std::size_t nFit = hasScenes() || nPayload == 0 ? 0 : BUFFER_BYTES / nPayload;
+        for (std::size_t i = std::clamp(nFit, BUFFERS_LEAST, BUFFERS_MOST); i > 0; --i) {
+            StandIn::BufferHandle hBuffer = nullptr;
+            check(StandIn::allocAndAnnounceBuffer(m_pStream, nPayload, &hBuffer), "announcing a buffer");
+            m_ahBuffers.push_back(hBuffer);
+        }
+        m_pShading = std::make_unique<Ext::Sc::Shading>(m_pDevice);
+        m_pCanceller = std::make_unique<CFetchCanceller>(m_pStream);
+    } catch (...) {
+        m_pShading.reset();
+        StandIn::closeDevice(m_pDevice);
+        throw;
+    }
+}
+
+CSession::~CSession() {
+    m_pCanceller.reset();
+    // The library has its hooks in the stream and goes before it.
+    m_pShading.reset();
+    StandIn::closeDataStream(m_pDevice, m_pStream);
+    StandIn::closeDevice(m_pDevice);
+}
+
+void CSession::check(int iResult, const char* pStep) {
+    if (iResult == GC_ERR_SUCCESS) {
+        return;
+    }
+    const std::string strWhy = m_Traces.takeText();
+    throw std::runtime_error(m_strDevice + ": " + pStep + " failed with GenTL code " + std::to_string(iResult) +
+                             (strWhy.empty() ? "" : ", " + strWhy));
+}
+
+void CSession::attempt(const std::string& strStep, const std::function<void()>& fnOperation) {
+    m_Traces.take();
+    try {
+        fnOperation();
+    } catch (const Exceptions::IException& rError) {
+        const std::string strWhy = m_Traces.takeText();
+        throw std::runtime_error(strStep + ": " + (strWhy.empty() ? rError.GetErrorDescription().get() : strWhy));
+    }
+}
+
+NodeMap& CSession::nodes() const {
+    return *StandIn::remoteNodes(m_pDevice);
+}
+
+Node& CSession::node(const char* pName) const {
+    return *nodes().GetNode(pName);
+}
+
+std::string CSession::pixelFormat() const {
+    return node("PixelFormat").GetString().get();
+}
+
+uint64_t CSession::width() const {
+    return static_cast<uint64_t>(node("Width").GetInt());
+}
+
+uint64_t CSession::height() const {
+    return static_cast<uint64_t>(node("Height").GetInt());
+}
+
+bool CSession::hasScenes() const {
+    return nodes().GetNodePresent("StandInScene");
+}
+
+void CSession::selectScene(const char* pScene) {
+    node("StandInScene").SetValue(pScene);
+}
+
+void CSession::seekFrame(uint64_t iFrame) {
+    if (hasScenes()) {
+        node("StandInFrame").SetInt(static_cast<long long>(iFrame));
+    }
+}
+
+uint64_t CSession::frameCount() const {
+    return hasScenes() ? static_cast<uint64_t>(node("StandInFrameCount").GetInt()) : 0;
+}
+
+void CSession::start(uint64_t nFrames) {
+    m_fDeadlineS = m_fTimeoutS + exposureS();
+    for (StandIn::BufferHandle hBuffer : m_ahBuffers) {
+        check(StandIn::queueBuffer(m_pStream, hBuffer), "queueing a buffer");
+    }
+    check(StandIn::startAcquisition(m_pStream, nFrames), "starting the camera");
+}
+
+void CSession::stop() {
+    check(StandIn::stopAcquisition(m_pStream), "stopping the camera");
+    check(StandIn::flushBuffers(m_pStream), "taking the buffers back");
+}
+
+template <typename T>
+T CSession::streamInfo(int iInfoCmd, const char* pStep) {
+    T Value{};
+    unsigned long long nSize = sizeof Value;
+    int iType = 0;
+    check(StandIn::getStreamInfo(m_pStream, iInfoCmd, &iType, &Value, &nSize), pStep);
+    return Value;
+}
+
+bool CSession::frameWaits() {
+    return streamInfo<std::size_t>(STREAM_INFO_NUM_AWAIT_DELIVERY, "asking for the number of frames that wait") > 0;
+}
+
+uint64_t CSession::underruns() {
+    return streamInfo<uint64_t>(STREAM_INFO_NUM_UNDERRUN, "asking for the number of frames that found no buffer");
+}
+
+// An exposure can be longer than any sensible time-out.
+double CSession::exposureS() const {
+    const bool bTold = nodes().GetNodePresent("ExposureTime");
+    return bTold ? std::strtod(node("ExposureTime").GetString().get(), nullptr) * 1e-6 : 0.0;
+}
+
+void CSession::failWaiting() {
+    const std::string strWhy = m_Traces.takeText();
+    throw std::runtime_error(m_strDevice + ": the camera delivers no frame for " + fixed(m_fDeadlineS, 1) + " s" +
+                             (strWhy.empty() ? "" : ", " + strWhy) +
+                             "; look at its cable and trigger, or give it more time with --timeout");
+}
+
+void CSession::waitForFrame() {
+    const Clock::time_point tBegin = Clock::now();
+    std::chrono::microseconds Pause = POLL_SHORTEST;
+    for (;;) {
+        // In this order: the last frame comes before the end of the acquisition does.
+        const bool bMayCome = streamInfo<bool>(STREAM_INFO_IS_GRABBING, "asking whether the camera runs");
+        if (frameWaits() || !bMayCome) {
+            return;
+        }
+        Interrupt::check();
+        if (secondsSince(tBegin) > m_fDeadlineS) {
+            failWaiting();
+        }
+        std::this_thread::sleep_for(Pause);
+        Pause = std::min(Pause * 2, POLL_LONGEST);
+    }
+}
+
+StandIn::BufferHandle CSession::fetch() {
+    const Clock::time_point tBegin = Clock::now();
+    for (;;) {
+        Interrupt::check();
+        const double fLeftMs = std::max(0.0, (m_fDeadlineS - secondsSince(tBegin)) * 1e3);
+        const auto iLeftMs = static_cast<unsigned long long>(fLeftMs) + 1;
+        StandIn::BufferHandle hBuffer = nullptr;
+        const Clock::time_point tCall = Clock::now();
+        const int iResult = StandIn::getFilledBuffer(m_pStream, &hBuffer, iLeftMs);
+        m_fLastFetchMs = secondsSince(tCall) * 1e3;
+        // A fetch that waits while correction is switched is cancelled and loses no frame; so is one that an interrupt
+        // ends.
+        if (iResult == GC_ERR_TIMEOUT || (iResult == GC_ERR_ABORT && fLeftMs <= 0.0)) {
+            Interrupt::check();
+            failWaiting();
+        }
+        if (iResult != GC_ERR_ABORT) {
+            check(iResult, "fetching a frame");
+            return hBuffer;
+        }
+    }
+}
+
+void CSession::giveBack(StandIn::BufferHandle hBuffer) {
+    check(StandIn::queueBuffer(m_pStream, hBuffer), "queueing a buffer");
+}
+
+template <typename T>
+T CSession::bufferInfo(StandIn::BufferHandle hBuffer, int iInfoCmd) const {
+    T Value{};
+    unsigned long long nSize = sizeof Value;
+    int iType = 0;
+    if (StandIn::getBufferInfo(m_pStream, hBuffer, iInfoCmd, &iType, &Value, &nSize) != GC_ERR_SUCCESS) {
+        throw std::runtime_error(m_strDevice + ": the camera does not tell property " + std::to_string(iInfoCmd) +
+                                 " of a frame");
+    }
+    return Value;
+}
+
+bool CSession::isComplete(StandIn::BufferHandle hBuffer) const {
+    return !bufferInfo<bool>(hBuffer, BUFFER_INFO_IS_INCOMPLETE) && bufferInfo<bool>(hBuffer, BUFFER_INFO_IMAGEPRESENT);
+}
+
+StandIn::ImageLayout CSession::layoutOf(StandIn::BufferHandle hBuffer) const {
+    return {&formatOf(bufferInfo<uint64_t>(hBuffer, BUFFER_INFO_PIXELFORMAT)),
+            bufferInfo<std::size_t>(hBuffer, BUFFER_INFO_WIDTH), bufferInfo<std::size_t>(hBuffer, BUFFER_INFO_HEIGHT)};
+}
+
+void* CSession::imageOf(StandIn::BufferHandle hBuffer) const {
+    auto* pBase = static_cast<unsigned char*>(bufferInfo<void*>(hBuffer, BUFFER_INFO_BASE));
+    return pBase + bufferInfo<std::size_t>(hBuffer, BUFFER_INFO_IMAGEOFFSET);
+}
+
+std::string CSession::frameName(StandIn::BufferHandle hBuffer) const {
+    char acName[1024] = {};
+    unsigned long long nSize = sizeof acName - 1;
+    int iType = 0;
+    const int iResult =
+        StandIn::getBufferInfo(m_pStream, hBuffer, StandIn::BUFFER_INFO_STANDIN_FRAME_NAME, &iType, acName, &nSize);
+    return iResult == GC_ERR_SUCCESS ? acName : "";
+}
+
+Frame CSession::copyFrame(StandIn::BufferHandle hBuffer) const {
+    const StandIn::ImageLayout sLayout = layoutOf(hBuffer);
+    Frame Result;
+    Result.strName = frameName(hBuffer);
+    Result.pFormat = sLayout.pFormat;
+    Result.nWidth = sLayout.nWidth;
+    Result.nHeight = sLayout.nHeight;
+    Result.aSamples.resize(sLayout.samples());
+    StandIn::unpackSamples(*sLayout.pFormat, imageOf(hBuffer), 0, Result.aSamples.size(), Result.aSamples.data());
+    return Result;
+}
+
+void CSession::failIncomplete(StandIn::BufferHandle hBuffer) {
+    throw std::runtime_error(m_strDevice + ": frame " + frameName(hBuffer) +
+                             " came incomplete: " + m_Traces.takeText() + (hasScenes() ? "" : INCOMPLETE_ADVICE));
+}
+
+Frame CSession::fetchFrame(uint64_t iFrame) {
+    seekFrame(iFrame);
+    for (unsigned nMore = hasScenes() ? 0 : INCOMPLETE_MAX;; --nMore) {
+        start(1);
+        // The time that the camera takes for a frame is none of the correction's: the clock starts when the frame is
+        // there.
+        waitForFrame();
+        const StandIn::BufferHandle hBuffer = fetch();
+        if (isComplete(hBuffer)) {
+            Frame Result = copyFrame(hBuffer);
+            Result.fFetchMs = m_fLastFetchMs;
+            stop();
+            return Result;
+        }
+        if (nMore == 0) {
+            failIncomplete(hBuffer);
+        }
+        stop();
+    }
+}
+
+}  // namespace Toolkit
+}  // namespace XAPEL2

@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// How long something took each time.
+
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <limits>
+#include <vector>
+
+namespace XAPEL2 {
+namespace Toolkit {
+
+/// Times of one step, and their distribution. Keeps the first MAX of them.
+class CTimes {
+public:
+    static constexpr std::size_t MAX = 1000000;
+
+    void add(double fMs) {
+        if (m_vecMs.size() < MAX) {
+            m_vecMs.push_back(fMs);
+        }
+    }
+    std::size_t count() const { return m_vecMs.size(); }
+
+    /// The least time, ms, that at least fShare (above 0, up to 1) of all do not exceed; NaN when there are none.
+    double quantile(double fShare) const {
+        if (m_vecMs.empty()) {
+            return std::numeric_limits<double>::quiet_NaN();
+        }
+        std::vector<double> vecMs = m_vecMs;
+        const auto nRank = static_cast<std::ptrdiff_t>(std::ceil(fShare * static_cast<double>(vecMs.size())));
+        const auto it = vecMs.begin() + std::max<std::ptrdiff_t>(nRank, 1) - 1;
+        std::nth_element(vecMs.begin(), it, vecMs.end());
+        return *it;
+    }
+    double median() const { return quantile(0.5); }
+
+private:
+    std::vector<double> m_vecMs;
+};
+
+}  // namespace Toolkit
+}  // namespace XAPEL2

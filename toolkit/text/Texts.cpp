@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// How numbers, counts and image layouts read.
+
+#include "toolkit/text/Texts.h"
+
+#include <array>
+#include <cctype>
+#include <cmath>
+#include <cstdio>
+
+namespace XAPEL2 {
+namespace Toolkit {
+
+std::string fixed(double dValue, int nDigits) {
+    if (std::isnan(dValue)) {
+        return "unknown";
+    }
+    std::array<char, 400> acText{};
+    std::snprintf(acText.data(), acText.size(), "%.*f", nDigits, dValue);
+    return acText.data();
+}
+
+std::string counted(uint64_t nCount, const char* pThing) {
+    return std::to_string(nCount) + " " + pThing + (nCount == 1 ? "" : "s");
+}
+
+std::string layoutText(const StandIn::ImageLayout& rLayout) {
+    return std::string(rLayout.pFormat->pName) + ", " + std::to_string(rLayout.nWidth) + " x " +
+           std::to_string(rLayout.nHeight);
+}
+
+std::string capital(std::string strText) {
+    if (!strText.empty()) {
+        strText[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(strText[0])));
+    }
+    return strText;
+}
+
+}  // namespace Toolkit
+}  // namespace XAPEL2

@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// How numbers, counts and image layouts read.
+
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "xapel2_standin/ReferenceImage.h"
+
+namespace XAPEL2 {
+namespace Toolkit {
+
+/// A number with so many digits behind the point; "unknown" for NaN.
+std::string fixed(double dValue, int nDigits);
+
+/// "1 frame", "16 frames".
+std::string counted(uint64_t nCount, const char* pThing);
+
+/// "Mono12, 1280 x 1024".
+std::string layoutText(const StandIn::ImageLayout& rLayout);
+
+/// The text with its first letter a capital.
+std::string capital(std::string strText);
+
+}  // namespace Toolkit
+}  // namespace XAPEL2
