@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <utility>
 
+#include "standin/host/objects/Answers.h"
 #include "standin/host/stream/Stream.h"
 #include "standin/host/testing/Observation.h"
 
@@ -62,6 +63,7 @@ Buffer* CStream::nextLive(ILiveStream& rLive, NamedFrameInfo& rInfo) {
         trace(2, "the camera is lost: ", rError.what());
         std::lock_guard<std::mutex> lock(m_mtx);
         m_iFailure = rError.code();
+        m_strFailure = joined("the camera is lost: ", rError.what());
         m_cvFilled.notify_all();
         return nullptr;
     }

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "standin/host/objects/Answers.h"
 #include "standin/host/stream/Stream.h"
 #include "standin/host/testing/Observation.h"
 #include "standin/host/testing/Switches.h"
@@ -83,6 +84,7 @@ int CStream::start(uint64_t nFrames) {
         std::lock_guard<std::mutex> lock(m_mtx);
         m_bGrabbing = false;
     }
+    setLastError(iCode, strReason.c_str());
     trace(2, "the acquisition cannot start: ", strReason.c_str());
     return iCode;
 }
@@ -228,6 +230,7 @@ NamedFrameInfo CStream::fillFrame(const Buffer& rBuffer, uint64_t iFrame) {
         writeFrame(rBuffer, request, iFrame, info);
     } catch (const std::exception& rError) {
         trace(2, "frame cannot be produced: ", rError.what());
+        info.strTrouble = joined("frame cannot be produced: ", rError.what());
         info.bIncomplete = true;
         info.nFilled = 0;
     }

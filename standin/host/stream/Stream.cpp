@@ -163,6 +163,7 @@ int CStream::queue(BufferHandle hBuffer) {
     if (pBuffer->nBytes < payloadSizeLocked()) {
         return GC_ERR_BUFFER_TOO_SMALL;
     }
+    pBuffer->correction.reset();
     if (m_pLive != nullptr) {
         handOver(*pBuffer);
         return GC_ERR_SUCCESS;

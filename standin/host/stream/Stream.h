@@ -77,6 +77,7 @@ private:
     /// A call that reads the new stamp began later and goes on.
     void endFetchesBegun() { m_uLastCancel = s_uCancels.fetch_add(1, std::memory_order_release) + 1; }
     int takeFilled(void** ppBuffer);
+    int failFetch() const;
     std::size_t payloadSizeLocked() const;
 
     // The caller holds the control lock, not the stream lock.
@@ -122,6 +123,7 @@ private:
     std::size_t m_nImageOffset = 0;        // of the running acquisition
     std::unique_ptr<ILiveStream> m_pLive;  // of a live camera's running acquisition
     int m_iFailure = 0;                    // what fetches get that find no frame since the camera was lost
+    std::string m_strFailure;              // why
     Counts m_counts;
     std::chrono::steady_clock::time_point m_tNextTick;  // producer thread only
 };

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 
+#include "standin/host/objects/Answers.h"
 #include "standin/host/stream/CallFrame.h"
 #include "standin/host/stream/Stream.h"
 #include "standin/host/testing/Switches.h"
@@ -36,6 +37,11 @@ int CStream::takeFilled(void** ppBuffer) {
     return GC_ERR_SUCCESS;
 }
 
+int CStream::failFetch() const {
+    setLastError(m_iFailure, m_strFailure.c_str());
+    return m_iFailure;
+}
+
 int CStream::fetch(void** ppBuffer, unsigned long long iTimeoutMs, uint64_t uStamp) {
     if (ppBuffer == nullptr) {
         return GC_ERR_INVALID_PARAMETER;
@@ -60,7 +66,7 @@ int CStream::fetch(void** ppBuffer, unsigned long long iTimeoutMs, uint64_t uSta
         return takeFilled(ppBuffer);
     }
     if (m_iFailure != 0) {
-        return m_iFailure;
+        return failFetch();
     }
     if (iTimeoutMs == 0) {
         return GC_ERR_TIMEOUT;
@@ -81,7 +87,7 @@ int CStream::fetch(void** ppBuffer, unsigned long long iTimeoutMs, uint64_t uSta
     if (fetchIsOver(waiter, uStamp)) {
         return GC_ERR_ABORT;
     }
-    return m_lstFilled.empty() ? m_iFailure : takeFilled(ppBuffer);
+    return m_lstFilled.empty() ? failFetch() : takeFilled(ppBuffer);
 }
 
 bool CStream::endOneWaiter() {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 the xapel2_ext_sc authors
-// What the host tells an application beside its results: traces as they come.
+// What the host tells an application beside its results: traces as they come, why an operation failed, and what became
+// of a frame.
 
 #pragma once
 
@@ -29,6 +30,29 @@ using TraceSink = std::function<void(int32_t iLevel, const std::string& rText)>;
 /// what it uses. Holds for the process; a library among others leaves it to the application.
 /// @threads any, a sink included.
 XAPEL2_HOST_API void setTraceSink(TraceSink fnSink);
+
+/// An operation that failed.
+struct LastError {
+    int32_t iCode = 0;    ///< GenTL code; 0: none has failed
+    std::string strText;  ///< why, in a few words without the names of modules; empty where the host cannot tell
+};
+
+/// The last error of the calling thread. It is set when a command of an image processor fails (whatever the library
+/// makes of that), when a camera cannot be started, and when a fetch ends because the camera is lost. Success leaves
+/// it alone: whoever asks after an operation clears it before. Texts are cut at 511 bytes.
+/// @threads any; each has its own.
+XAPEL2_HOST_API LastError lastError();
+/// Forgets the last error of the calling thread. @threads any.
+XAPEL2_HOST_API void clearLastError();
+
+/// What became of the image of a frame, the values of BUFFER_INFO_STANDIN_CORRECTION.
+enum eCorrection : uint64_t {
+    eNotHanded = 0,      ///< no image processor got it: it came incomplete or without an image, or nobody corrects
+    eCorrected = 1,      ///< its pixels are corrected
+    eRecorded = 2,       ///< it is part of a recording, and as it was
+    eLeftUntouched = 3,  ///< the processor has no correction for it; it is as it was
+    eRefused = 4,        ///< the processor failed, or was busy; it is as it was
+};
 
 }  // namespace StandIn
 }  // namespace XAPEL2
