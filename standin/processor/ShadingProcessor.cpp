@@ -246,6 +246,7 @@ int64_t CShadingProcessor::Impl::end(const ShadingInputs& rInputs, ShadingAnswer
         return GC_ERR_NO_DATA;
     }
     auto pReference = std::make_unique<ReferenceImage>(m_pRecorder->reference());
+    pReference->strCamera = rInputs.strNote;
     writeReferenceFile(rInputs.strFilename, *pReference);
     m_aReferences[m_pRecorder->kind()] = std::move(pReference);
     m_pRecorder.reset();

@@ -23,6 +23,7 @@ struct ShadingInputs {
     int64_t iBufferSize = 0;  ///< bytes at iBuffer
     int64_t iBuffer = 0;      ///< address of the image
     std::string strFilename;
+    std::string strNote;  ///< filed with a reference that is written, as its camera settings
 };
 
 /// What a command says beside its status.

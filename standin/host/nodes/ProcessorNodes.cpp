@@ -156,6 +156,9 @@ private:
             }
             *pInputs = m_inputs;
         }
+        if (iCommand == eCommandEnd) {
+            pInputs->strNote = referenceNote();
+        }
         ShadingAnswer answer;
         const int64_t iStatus = statusFor(iCommand, m_processor.execute(iCommand, *pInputs, answer));
         if (iCommand == eCommandProcess) {

@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 the xapel2_ext_sc authors
-// The last error of a thread.
+// The last error of a thread, and the note of its references.
 
 #include "standin/host/objects/Answers.h"
 
 #include <cstring>
+
+#include "standin/host/objects/Throw.h"
+#include "standin/processor/references/ReferenceDescription.h"
+#include "xapel2_standin/ReferenceFile.h"
 
 namespace XAPEL2 {
 namespace StandIn {
@@ -19,6 +23,11 @@ struct Failure {
     char acText[TEXT_BYTES];
 };
 thread_local Failure t_failure{};
+
+std::string& noteOfThread() {
+    thread_local std::string t_strNote;
+    return t_strNote;
+}
 
 }  // namespace
 
@@ -43,6 +52,22 @@ LastError lastError() {
 
 void clearLastError() {
     setLastError(0, "");
+}
+
+void setReferenceNote(const std::string& strJson) {
+    if (!strJson.empty()) {
+        try {
+            checkNote(strJson);
+        } catch (const CFileError& rError) {
+            XAPEL2_RAISE(InvalidParameter, rError.what());
+        }
+    }
+    std::string strNote = strJson;
+    noteOfThread().swap(strNote);
+}
+
+const std::string& referenceNote() {
+    return noteOfThread();
 }
 
 }  // namespace StandIn

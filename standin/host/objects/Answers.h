@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 the xapel2_ext_sc authors
-// The last error of a thread, as the host notes it.
+// What the host keeps for a thread: its last error, and the note of the references that it records.
 
 #pragma once
 
@@ -17,6 +17,9 @@ void setLastError(int32_t iCode, const char* pText) noexcept;
 
 /// One text after the other; empty where there is no memory.
 std::string joined(const char* pText, const char* pDetail) noexcept;
+
+/// The note that setReferenceNote() left for the calling thread.
+const std::string& referenceNote();
 
 }  // namespace StandIn
 }  // namespace XAPEL2

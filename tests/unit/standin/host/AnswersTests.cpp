@@ -13,6 +13,7 @@
 #include "HostFixture.h"
 #include "TemporaryFolder.h"
 #include "xapel2/XapelTrace.h"
+#include "xapel2_standin/ReferenceFile.h"
 
 namespace XAPEL2 {
 namespace StandIn {
@@ -55,7 +56,10 @@ class Answers : public HostFixture {
 protected:
     using Outcome = std::pair<uint64_t, std::string>;
 
-    ~Answers() override { clearLastError(); }
+    ~Answers() override {
+        setReferenceNote("");
+        clearLastError();
+    }
 
     std::string reason(BufferHandle hBuffer) {
         char acText[256] = {};
@@ -240,6 +244,35 @@ TEST_F(Answers, SinkIsReplacedWhileOthersTrace) {
     for (std::thread& rThread : vecThreads) rThread.join();
     setTraceSink(nullptr);
     EXPECT_EQ(nTotal + testing::internal::GetCapturedStderr().size() / 2, THREADS * TRACES);
+}
+
+TEST_F(Answers, ReferencesOfAThreadCarryItsNote) {
+    const auto fnCamera = [&] {
+        m_processor.applyDark(8, 4, m_folder / "dark.tif");
+        return readReferenceFile(m_folder / "dark.tif").strCamera;
+    };
+    constexpr std::size_t LONGEST = 63 << 10;
+    const auto fnLong = [](std::size_t nBytes) { return R"({"a":")" + std::string(nBytes - 8, 'x') + R"("})"; };
+    const auto fnDeep = [](unsigned nLevels) {
+        std::string strText = "1";
+        for (unsigned i = 0; i < nLevels; ++i) strText = R"({"a":)" + strText + "}";
+        return strText;
+    };
+    EXPECT_EQ(fnCamera(), "");
+    for (const std::string& strNote : {std::string(R"({"Gain":1.5,"ReverseX":true})"), fnLong(LONGEST), fnDeep(7)}) {
+        setReferenceNote(strNote);
+        EXPECT_EQ(fnCamera(), strNote);
+        EXPECT_EQ(fnCamera(), strNote) << "from now on";
+    }
+    for (const std::string& strBad :
+         {fnLong(LONGEST + 1), fnDeep(8), std::string("{"), std::string("null"), std::string("[1]"),
+          std::string(R"({"a":1},"kind":"light")"), std::string("{}\0{}", 5), std::string("{\"a\":\"\xff\"}")}) {
+        EXPECT_THROW(setReferenceNote(strBad), Exceptions::Xapel_InvalidParameterException) << strBad.substr(0, 40);
+        EXPECT_EQ(fnCamera(), fnDeep(7)) << "the note before stays";
+    }
+    std::thread([&] { EXPECT_EQ(fnCamera(), "") << "another thread's"; }).join();
+    setReferenceNote("");
+    EXPECT_EQ(fnCamera(), "");
 }
 
 }  // namespace
