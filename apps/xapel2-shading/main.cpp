@@ -21,7 +21,9 @@
 #include "terminal/Output.h"
 #include "terminal/Toolkit.h"
 #include "toolkit/sessions/Interrupt.h"
+#include "toolkit/sessions/Session.h"
 #include "xapel2/XapelExceptions.h"
+#include "xapel2_standin/Answers.h"
 
 namespace {
 
@@ -224,6 +226,10 @@ int runCommand(const CommandLine& rLine) {
         return fail(rLine, eExitRefused, rError.what());
     } catch (const CUsageError& rError) {
         return fail(rLine, eExitUsage, rError.what());
+    } catch (const CTimeoutError& rError) {
+        const bool bHasOption =
+            rLine.strCommand == "record" || rLine.strCommand == "run" || rLine.strCommand == "report";
+        return fail(rLine, eExitFailure, std::string(rError.what()) + (bHasOption ? " with --timeout" : ""));
     } catch (const XAPEL2::Exceptions::IException& rError) {
         return fail(rLine, eExitFailure, rError.GetErrorDescription().get());
     } catch (const std::exception& rError) {
@@ -261,6 +267,8 @@ int run(int argc, char** argv) {
     if (Line.strCommand != "check" && Line.strCommand != "devices") {
         Interrupt::install();
     }
+    // The commands tell what went wrong; the host's traces would come between, one for each frame.
+    XAPEL2::StandIn::setTraceSink([](int32_t, const std::string&) {});
     const int iExit = runCommand(Line);
     if (iExit == eExitInterrupted) {
         // By now the camera is closed: one whose program is killed stays taken for a while.

@@ -50,6 +50,7 @@ public:
         bool bNewReason = false;                  ///< no frame before had this reason
         std::optional<Frame> Raw;                 ///< before correction, where that was asked for
     };
+    /// @throws std::runtime_error  the stream fails, or its frames do not get to the image processor.
     Fetched next();
 
     void stop() { m_rSession.stop(); }
@@ -58,12 +59,11 @@ public:
 private:
     void measureUncorrected();
     void correctInPlace(Fetched& rFetched);
-    std::string reason(StandIn::BufferHandle hBuffer);
 
     CSession& m_rSession;
     bool m_bKeepRaw;
     bool m_bTimed = false;
-    StandIn::ImageLayout m_sApplied;
+    bool m_bReaches = false;  // a frame has been corrected
     double m_fUncorrectedMs = 0.0;
     std::chrono::steady_clock::time_point m_tBegin;
     CorrectionTally m_Tally;

@@ -12,6 +12,7 @@
 
 #include "toolkit/sessions/Interrupt.h"
 #include "toolkit/text/Texts.h"
+#include "xapel2_standin/Answers.h"
 
 namespace XAPEL2 {
 namespace Toolkit {
@@ -84,17 +85,18 @@ void CSession::check(int iResult, const char* pStep) {
     if (iResult == GC_ERR_SUCCESS) {
         return;
     }
-    const std::string strWhy = m_Traces.takeText();
+    const StandIn::LastError sError = StandIn::lastError();
+    const std::string strWhy = sError.iCode == iResult ? sError.strText : "";
     throw std::runtime_error(m_strDevice + ": " + pStep + " failed with GenTL code " + std::to_string(iResult) +
                              (strWhy.empty() ? "" : ", " + strWhy));
 }
 
 void CSession::attempt(const std::string& strStep, const std::function<void()>& fnOperation) {
-    m_Traces.take();
+    StandIn::clearLastError();
     try {
         fnOperation();
     } catch (const Exceptions::IException& rError) {
-        const std::string strWhy = m_Traces.takeText();
+        const std::string strWhy = StandIn::lastError().strText;
         throw std::runtime_error(strStep + ": " + (strWhy.empty() ? rError.GetErrorDescription().get() : strWhy));
     }
 }
@@ -142,6 +144,7 @@ void CSession::start(uint64_t nFrames) {
     for (StandIn::BufferHandle hBuffer : m_ahBuffers) {
         check(StandIn::queueBuffer(m_pStream, hBuffer), "queueing a buffer");
     }
+    StandIn::clearLastError();
     check(StandIn::startAcquisition(m_pStream, nFrames), "starting the camera");
 }
 
@@ -173,11 +176,9 @@ double CSession::exposureS() const {
     return bTold ? std::strtod(node("ExposureTime").GetString().get(), nullptr) * 1e-6 : 0.0;
 }
 
-void CSession::failWaiting() {
-    const std::string strWhy = m_Traces.takeText();
-    throw std::runtime_error(m_strDevice + ": the camera delivers no frame for " + fixed(m_fDeadlineS, 1) + " s" +
-                             (strWhy.empty() ? "" : ", " + strWhy) +
-                             "; look at its cable and trigger, or give it more time with --timeout");
+void CSession::failWaiting() const {
+    throw CTimeoutError(m_strDevice + ": the camera delivers no frame for " + fixed(m_fDeadlineS, 1) +
+                        " s; look at its cable and trigger, or give it more time");
 }
 
 void CSession::waitForFrame() {
@@ -205,6 +206,7 @@ StandIn::BufferHandle CSession::fetch() {
         const double fLeftMs = std::max(0.0, (m_fDeadlineS - secondsSince(tBegin)) * 1e3);
         const auto iLeftMs = static_cast<unsigned long long>(fLeftMs) + 1;
         StandIn::BufferHandle hBuffer = nullptr;
+        StandIn::clearLastError();
         const Clock::time_point tCall = Clock::now();
         const int iResult = StandIn::getFilledBuffer(m_pStream, &hBuffer, iLeftMs);
         m_fLastFetchMs = secondsSince(tCall) * 1e3;
@@ -251,13 +253,24 @@ void* CSession::imageOf(StandIn::BufferHandle hBuffer) const {
     return pBase + bufferInfo<std::size_t>(hBuffer, BUFFER_INFO_IMAGEOFFSET);
 }
 
-std::string CSession::frameName(StandIn::BufferHandle hBuffer) const {
-    char acName[1024] = {};
-    unsigned long long nSize = sizeof acName - 1;
+std::string CSession::bufferText(StandIn::BufferHandle hBuffer, int iInfoCmd) const {
+    char acText[1024] = {};
+    unsigned long long nSize = sizeof acText - 1;
     int iType = 0;
-    const int iResult =
-        StandIn::getBufferInfo(m_pStream, hBuffer, StandIn::BUFFER_INFO_STANDIN_FRAME_NAME, &iType, acName, &nSize);
-    return iResult == GC_ERR_SUCCESS ? acName : "";
+    const int iResult = StandIn::getBufferInfo(m_pStream, hBuffer, iInfoCmd, &iType, acText, &nSize);
+    return iResult == GC_ERR_SUCCESS ? acText : "";
+}
+
+std::string CSession::frameName(StandIn::BufferHandle hBuffer) const {
+    return bufferText(hBuffer, StandIn::BUFFER_INFO_STANDIN_FRAME_NAME);
+}
+
+StandIn::eCorrection CSession::correctionOf(StandIn::BufferHandle hBuffer) const {
+    return static_cast<StandIn::eCorrection>(bufferInfo<uint64_t>(hBuffer, StandIn::BUFFER_INFO_STANDIN_CORRECTION));
+}
+
+std::string CSession::whyUncorrected(StandIn::BufferHandle hBuffer) const {
+    return bufferText(hBuffer, StandIn::BUFFER_INFO_STANDIN_CORRECTION_REASON);
 }
 
 Frame CSession::copyFrame(StandIn::BufferHandle hBuffer) const {
@@ -272,9 +285,9 @@ Frame CSession::copyFrame(StandIn::BufferHandle hBuffer) const {
     return Result;
 }
 
-void CSession::failIncomplete(StandIn::BufferHandle hBuffer) {
+void CSession::failIncomplete(StandIn::BufferHandle hBuffer) const {
     throw std::runtime_error(m_strDevice + ": frame " + frameName(hBuffer) +
-                             " came incomplete: " + m_Traces.takeText() + (hasScenes() ? "" : INCOMPLETE_ADVICE));
+                             " cannot be used: " + whyUncorrected(hBuffer) + (hasScenes() ? "" : INCOMPLETE_ADVICE));
 }
 
 Frame CSession::fetchFrame(uint64_t iFrame) {

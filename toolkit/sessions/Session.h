@@ -7,13 +7,14 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "toolkit/frames/Frame.h"
 #include "toolkit/sessions/FetchCanceller.h"
-#include "toolkit/sessions/HostTraces.h"
 #include "xapel2_ext_sc.h"
+#include "xapel2_standin/Answers.h"
 #include "xapel2_standin/Host.h"
 #include "xapel2_standin/ReferenceImage.h"
 
@@ -26,6 +27,12 @@ constexpr const char* INCOMPLETE_ADVICE =
 
 /// Says that the camera found no buffer free for so many frames.
 std::string underrunText(uint64_t nUnderruns);
+
+/// The camera delivers no frame in time; the text ends where more advice may follow.
+class CTimeoutError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
 
 /// An opened camera with announced buffers and a shading object. Everything is given back by the destructor.
 /// What fails is a std::runtime_error that names the step, says why, and what to do; node accesses let host exceptions
@@ -47,12 +54,11 @@ public:
 
     const std::string& device() const { return m_strDevice; }
     Ext::Sc::Shading& shading() { return *m_pShading; }
-    CHostTraces& traces() { return m_Traces; }
     /// The stream, the device's.
     DataStream* stream() const { return m_pStream; }
 
-    /// Runs an operation of the shading object. A host exception becomes "strStep: REASON", the reason taken from the
-    /// host's traces where they tell one.
+    /// Runs an operation of the shading object. A host exception becomes "strStep: REASON", the reason being the host's
+    /// last error where it has one, else the exception's own.
     void attempt(const std::string& strStep, const std::function<void()>& fnOperation);
 
     /// The camera's own nodes, borrowed.
@@ -93,6 +99,10 @@ public:
     StandIn::ImageLayout layoutOf(StandIn::BufferHandle hBuffer) const;
     /// The image of a complete frame, layoutOf().bytes() long; borrowed until the buffer is given back.
     void* imageOf(StandIn::BufferHandle hBuffer) const;
+    /// What became of the image of the frame since it was fetched.
+    StandIn::eCorrection correctionOf(StandIn::BufferHandle hBuffer) const;
+    /// Why it is not corrected, or why there is no whole image.
+    std::string whyUncorrected(StandIn::BufferHandle hBuffer) const;
     /// The name that the camera gives the frame, empty for none.
     std::string frameName(StandIn::BufferHandle hBuffer) const;
     Frame copyFrame(StandIn::BufferHandle hBuffer) const;
@@ -104,19 +114,19 @@ public:
 private:
     Node& node(const char* pName) const;
     void check(int iResult, const char* pStep);
-    [[noreturn]] void failWaiting();
+    [[noreturn]] void failWaiting() const;
     double exposureS() const;
-    [[noreturn]] void failIncomplete(StandIn::BufferHandle hBuffer);
+    [[noreturn]] void failIncomplete(StandIn::BufferHandle hBuffer) const;
     template <typename T>
     T streamInfo(int iInfoCmd, const char* pStep);
     template <typename T>
     T bufferInfo(StandIn::BufferHandle hBuffer, int iInfoCmd) const;
+    std::string bufferText(StandIn::BufferHandle hBuffer, int iInfoCmd) const;
 
     std::string m_strDevice;
     double m_fTimeoutS;
     double m_fDeadlineS;  // since the last start
     double m_fLastFetchMs = 0.0;
-    CHostTraces m_Traces;             // outlives all that traces
     Device* m_pDevice = nullptr;      // the host's, until the destructor closes it
     DataStream* m_pStream = nullptr;  // the device's
     std::vector<StandIn::BufferHandle> m_ahBuffers;
