@@ -10,6 +10,7 @@
 
 #include "standin/host/nodes/Nodes.h"
 #include "standin/host/objects/Throw.h"
+#include "standin/host/objects/Trace.h"
 #include "standin/host/testing/Faults.h"
 #include "standin/host/testing/Observation.h"
 #include "standin/host/testing/Switches.h"

@@ -19,7 +19,7 @@
 namespace XAPEL2 {
 namespace StandIn {
 
-enum eBufferState { eBufferIdle, eBufferQueued, eBufferFilling, eBufferFilled, eBufferRevoked };
+enum eBufferState { eBufferIdle, eBufferQueued, eBufferHeld, eBufferFilling, eBufferFilled, eBufferRevoked };
 
 struct Buffer {
     using List = std::list<std::shared_ptr<Buffer>>;
@@ -29,9 +29,9 @@ struct Buffer {
     std::unique_ptr<std::byte[]> pOwned;  // null for memory of the application
     void* pBase = nullptr;
     std::size_t nBytes = 0;
-    /// Changed under the stream's lock only.
+    /// Changed under the lock of its queue only.
     std::atomic<eBufferState> eState{eBufferIdle};
-    List::iterator itPlace;  // guarded by the stream's lock
+    List::iterator itPlace;  // guarded by the same lock
     /// Written under the table's lock, and only while the camera is filling the buffer.
     NamedFrameInfo info;
 };
