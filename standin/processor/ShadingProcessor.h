@@ -10,6 +10,8 @@
 #include <memory>
 #include <string>
 
+#include "xapel2_standin/Answers.h"
+
 namespace XAPEL2 {
 namespace StandIn {
 
@@ -21,6 +23,15 @@ struct ShadingInputs {
     int64_t iBufferSize = 0;  ///< bytes at iBuffer
     int64_t iBuffer = 0;      ///< address of the image
     std::string strFilename;
+    std::string strNote;  ///< filed with a reference that is written, as its camera settings
+};
+
+/// What a command says beside its status.
+struct ShadingAnswer {
+    eCorrection eOutcome = eNotHanded;  ///< what became of the image
+    const char* pReason = "";           ///< why it was not corrected, or why the command failed; never freed
+    std::string strDetail;              ///< the same for the case at hand, where there is more to say
+    const char* reason() const { return strDetail.empty() ? pReason : strDetail.c_str(); }
 };
 
 enum eShadingCommand : int64_t {
@@ -49,7 +60,12 @@ public:
 
     /// Runs a command. Returns its status: 0 or positive as the command says, else a GenTL error code. Nothing
     /// leaves as an exception; want of memory is GC_ERR_ERROR and changes nothing.
-    int64_t execute(int64_t iCommand, const ShadingInputs& rInputs) noexcept;
+    /// @param[out] rAnswer  fresh; says why.
+    int64_t execute(int64_t iCommand, const ShadingInputs& rInputs, ShadingAnswer& rAnswer) noexcept;
+    int64_t execute(int64_t iCommand, const ShadingInputs& rInputs) noexcept {
+        ShadingAnswer answer;
+        return execute(iCommand, rInputs, answer);
+    }
 
     static constexpr std::array<const char*, 4> PARAMETERS = {"BoxFilterLight", "BoxFilterDark", "MedianFilterLight",
                                                               "MedianFilterDark"};

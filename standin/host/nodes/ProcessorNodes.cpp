@@ -9,8 +9,10 @@
 #include <mutex>
 
 #include "standin/host/nodes/Nodes.h"
+#include "standin/host/objects/Answers.h"
 #include "standin/host/objects/Throw.h"
 #include "standin/host/objects/Trace.h"
+#include "standin/host/stream/BufferTable.h"
 #include "standin/host/testing/Faults.h"
 #include "standin/host/testing/Observation.h"
 #include "standin/host/testing/Switches.h"
@@ -155,7 +157,18 @@ private:
             }
             *pInputs = m_inputs;
         }
-        const int64_t iStatus = statusFor(iCommand, m_processor.execute(iCommand, *pInputs));
+        if (iCommand == eCommandEnd) {
+            pInputs->strNote = referenceNote();
+        }
+        ShadingAnswer answer;
+        const int64_t iStatus = statusFor(iCommand, m_processor.execute(iCommand, *pInputs, answer));
+        if (iCommand == eCommandProcess) {
+            const auto* pImage = reinterpret_cast<const void*>(static_cast<uintptr_t>(pInputs->iBuffer));
+            CBufferTable::instance().noteCorrection(pImage, answer.eOutcome, answer.pReason);
+        }
+        if (iStatus < 0) {
+            setLastError(static_cast<int32_t>(iStatus), answer.reason());
+        }
         std::lock_guard<std::mutex> lock(m_mtx);
         m_iStatus = iStatus;
         m_pSpareInputs = std::move(pInputs);
