@@ -198,6 +198,7 @@ void addDemo(CLI::App& rCli, CommandLine& rLine) {
         ->excludes(pFrames);
     pDemo->add_option("-o,--out", rDemo.strOut, "Folder to write to; files of an earlier demo are replaced")
         ->capture_default_str();
+    pDemo->add_flag("--overwrite", rDemo.bOverwrite, "Replace other files of these names, too");
     addJson(pDemo, rLine, rDemo.bJson);
 }
 
@@ -222,6 +223,13 @@ int runCommand(const CommandLine& rLine) {
         return fail(rLine, eExitInterrupted, rError.what());
     } catch (const CRefusedError& rError) {
         return fail(rLine, eExitRefused, rError.what());
+    } catch (const CFileExistsError& rError) {
+        return fail(rLine, eExitUsage,
+                    rError.what() + std::string("; choose another place with -o, or replace it with --overwrite"));
+    } catch (const CWrongKindError& rError) {
+        return fail(
+            rLine, eExitUsage,
+            rError.what() + std::string("; the dark reference stands behind --dark, the light one behind --light"));
     } catch (const CUsageError& rError) {
         return fail(rLine, eExitUsage, rError.what());
     } catch (const XAPEL2::Exceptions::IException& rError) {

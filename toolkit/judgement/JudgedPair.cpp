@@ -17,9 +17,8 @@ namespace {
 StandIn::ReferenceImage readKind(const std::string& strFile, StandIn::eReferenceKind eKind) {
     StandIn::ReferenceImage Result = readReference(strFile);
     if (Result.eKind != eKind) {
-        throw CUsageError(eKind == StandIn::eReferenceLight
-                              ? strFile + " is a dark reference, not a light one; give it with --dark"
-                              : strFile + " is a light reference, not a dark one; give it with --light");
+        throw CWrongKindError(strFile + (eKind == StandIn::eReferenceLight ? " is a dark reference, not a light one"
+                                                                           : " is a light reference, not a dark one"));
     }
     return Result;
 }

@@ -25,7 +25,7 @@ struct Finding {
     std::string strId;      ///< fixed name, such as "saturated", "too-dark", "other-exposure"
     std::string strText;    ///< what is so, with numbers
     std::string strAdvice;  ///< what to do next; empty for a note that asks for nothing
-    bool bFinal = false;    ///< a refusal that --force does not override: the host would refuse, too
+    bool bFinal = false;    ///< a refusal that nobody can override: the host would refuse, too
 };
 using Findings = std::vector<Finding>;
 

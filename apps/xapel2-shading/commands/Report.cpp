@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <optional>
 #include <stdexcept>
 
 #include "commands/AskForScene.h"
@@ -18,8 +19,7 @@
 #include "terminal/Warnings.h"
 #include "toolkit/figures/SelfTestFrames.h"
 #include "toolkit/frames/SourceFiles.h"
-#include "toolkit/judgement/JudgedPair.h"
-#include "toolkit/sessions/Recording.h"
+#include "toolkit/text/Texts.h"
 
 namespace XAPEL2 {
 namespace App {
@@ -45,7 +45,7 @@ public:
     }
     CScratchFolder(const CScratchFolder&) = delete;
     CScratchFolder& operator=(const CScratchFolder&) = delete;
-    std::string file(const char* pName) const { return m_strPath + '/' + pName; }
+    const std::string& path() const { return m_strPath; }
 
 private:
     std::string m_strPath;
@@ -56,15 +56,13 @@ public:
     CReportRun(const ReportOptions& rOptions, COutput& rOutput)
         : m_rOptions(rOptions), m_rOutput(rOutput), m_Files(rOptions.Pair) {
         m_Input.strDevice = rOptions.strDevice;
-        m_Input.strCommandLine = commandLine();
         m_Input.Files = rOptions.Pair;
-        m_Input.pPair = &m_Pair;
     }
 
     int run() { return judgeAndMeasure() ? finish() : refuse(); }
 
 private:
-    void recordPair(CSession& rSession);
+    void recordOwnPair(CSession& rSession);
     bool judgeAndMeasure();
     int refuse();
     void measure(CSession& rSession);
@@ -74,52 +72,49 @@ private:
     const ReportOptions& m_rOptions;
     COutput& m_rOutput;
     CProgress m_Progress;
-    CScratchFolder m_Scratch;
+    std::optional<CScratchFolder> m_Scratch;
     PairOptions m_Files;
-    JudgedPair m_Pair;
     ReportInput m_Input;
 };
 
-void CReportRun::recordPair(CSession& rSession) {
+void CReportRun::recordOwnPair(CSession& rSession) {
     if (!rSession.hasScenes()) {
         throw CUsageError(
             "this camera cannot cover its lens by itself; record a dark and a light reference (xapel2-shading record), "
             "then name them with --dark and --light");
     }
-    const SceneCounts Counts = countFrames(rSession);
-    for (const bool bLight : {false, true}) {
-        const uint64_t nFrames = bLight ? Counts.nLight : Counts.nDark;
-        const FramePlan Plan = planFrames(nFrames, REFERENCE_FRAMES, m_rOptions.nFrames);
-        if (Plan.nReference > 0) {
-            std::string& rFile = bLight ? m_Files.strLight : m_Files.strDark;
-            rFile = m_Scratch.file(bLight ? "light.tif" : "dark.tif");
-            recordReference(rSession, bLight, Plan.nReference, rFile, m_Progress);
-            (bLight ? m_Input.Files.strLight : m_Input.Files.strDark) =
-                std::to_string(Plan.nReference) + " frames recorded for this report";
-        }
-    }
+    m_Scratch.emplace();
+    m_Files = recordPair(rSession, REFERENCE_FRAMES, m_rOptions.nFrames, m_Scratch->path(), m_Progress);
 }
 
 // A report tells of what judgement refuses, too; it only takes references that can be applied at all. False where they
 // cannot.
 bool CReportRun::judgeAndMeasure() {
+    std::optional<CSession> Session;
     if (!m_rOptions.strDevice.empty()) {
-        CSession Session(m_rOptions.strDevice, m_rOptions.fTimeoutS);
+        Session.emplace(m_rOptions.strDevice, m_rOptions.fTimeoutS);
         if (m_Files.empty()) {
-            recordPair(Session);
+            recordOwnPair(*Session);
         }
-        m_Pair = judgeWithSelfTest(m_Files);
-        m_Input.Camera = readCameraSettings(Session.nodes());
-        m_Pair.compareWith(m_Input.Camera);
-        if (refused(m_Pair.findings(), true)) {
-            return false;
-        }
-        measure(Session);
-    } else {
-        m_Pair = judgeWithSelfTest(m_Files);
-        if (refused(m_Pair.findings(), true)) {
-            return false;
-        }
+    }
+    m_Input.Pair = judgeWithSelfTest(m_Files);
+    if (m_Scratch) {
+        const auto fnName = [](const std::optional<StandIn::ReferenceImage>& rReference, std::string& rFile) {
+            rFile = rReference ? counted(rReference->nImages, "frame") + " recorded for this report" : "";
+        };
+        fnName(m_Input.Pair.Dark, m_Input.Files.strDark);
+        fnName(m_Input.Pair.Light, m_Input.Files.strLight);
+    }
+    if (Session) {
+        m_Input.Camera = readCameraSettings(Session->nodes());
+        m_Input.Pair.compareWith(m_Input.Camera);
+    }
+    if (refused(m_Input.Pair.findings(), true)) {
+        return false;
+    }
+    if (Session) {
+        measure(*Session);
+        Session.reset();
     }
     if (!m_Input.Light.Before) {
         showSelfTest();
@@ -128,27 +123,17 @@ bool CReportRun::judgeAndMeasure() {
 }
 
 int CReportRun::refuse() {
-    isUsable(m_Pair, true);
-    m_rOutput.json()["references"] = toJson(m_Pair);
+    isUsable(m_Input.Pair, true);
+    m_rOutput.json()["references"] = toJson(m_Input.Pair);
     return m_rOutput.finish(eExitRefused);
 }
 
 void CReportRun::measure(CSession& rSession) {
     applyPair(rSession, m_Files);
-    CMeasurement Measurement(rSession, m_Progress);
-    if (rSession.hasScenes()) {
-        const SceneCounts Counts = countFrames(rSession);
-        const uint64_t nDark = m_Pair.Dark ? framesTaken(*m_Pair.Dark) : 0;
-        const uint64_t nLight = m_Pair.Light ? framesTaken(*m_Pair.Light) : 0;
-        m_Input.Dark = Measurement.measure("Dark", nDark, framesLeft(Counts.nDark, nDark, m_rOptions.nFrames));
-        m_Input.Light = Measurement.measure("Light", nLight, framesLeft(Counts.nLight, nLight, m_rOptions.nFrames));
-        m_Input.Scene = Measurement.measure("Scene", 0, framesLeft(Counts.nScene, 0, 1));
-    } else {
+    if (!rSession.hasScenes()) {
         askForScene(true);
-        m_Input.Light = Measurement.measure("Light", 0, m_rOptions.nFrames);
     }
-    m_Input.vecPlainMs = Measurement.plainMs();
-    m_Input.vecCorrectedMs = Measurement.correctedMs();
+    static_cast<MeasuredFrames&>(m_Input) = measureFrames(rSession, m_Input.Pair, m_rOptions.nFrames, 1, m_Progress);
     if (!m_Input.Light.Before) {
         complain(
             "warning: the camera has no even frame that is not in the light reference; the report shows the reference "
@@ -157,11 +142,11 @@ void CReportRun::measure(CSession& rSession) {
 }
 
 void CReportRun::showSelfTest() {
-    if (!m_Pair.Light) {
+    if (!m_Input.Pair.Light) {
         throw CUsageError("a report without a camera takes a light reference; name one with --light");
     }
     m_Input.bSelfTest = true;
-    m_Input.Light = selfTestFrames(m_Files, *m_Pair.Light);
+    m_Input.Light = selfTestFrames(m_Files, *m_Input.Pair.Light);
 }
 
 int CReportRun::finish() {
@@ -170,8 +155,8 @@ int CReportRun::finish() {
     writeReport(m_rOptions.strFile, Result);
     const CFigures Figures(Result.Figures);
     const auto fnChange = [&](const char* pName, const std::string& strKey, const std::string& strUnit) {
-        m_rOutput.text() << pName << ' ' << rounded(Figures.value("/summary/" + strKey + "Before"), 3) << ' ' << strUnit
-                         << " before, " << rounded(Figures.value("/summary/" + strKey + "After"), 3) << ' ' << strUnit
+        m_rOutput.text() << pName << ' ' << fixed(Figures.value("/summary/" + strKey + "Before"), 3) << ' ' << strUnit
+                         << " before, " << fixed(Figures.value("/summary/" + strKey + "After"), 3) << ' ' << strUnit
                          << " after correction\n";
     };
     if (m_Input.bSelfTest) {
@@ -190,7 +175,7 @@ int CReportRun::finish() {
                      rFinding.at("advice").get<std::string>());
         }
     }
-    return m_rOutput.finish(isUsable(m_Pair, m_rOptions.bForce) ? eExitDone : eExitRefused);
+    return m_rOutput.finish(isUsable(m_Input.Pair, m_rOptions.bForce) ? eExitDone : eExitRefused);
 }
 
 }  // namespace
