@@ -62,13 +62,13 @@ JudgedPair judge(const PairOptions& rPair) {
     return Result;
 }
 
-void JudgedPair::compareWith(const CameraSettings& rCamera) {
+void JudgedPair::compareWith(const CameraSettings& rCamera, bool bFiles) {
     vecCamera.clear();
     if (Dark) {
-        append(vecCamera, compareWithCamera("the dark reference", *Dark, rCamera));
+        append(vecCamera, compareWithCamera("the dark reference", *Dark, rCamera, bFiles));
     }
     if (Light) {
-        append(vecCamera, compareWithCamera("the light reference", *Light, rCamera));
+        append(vecCamera, compareWithCamera("the light reference", *Light, rCamera, bFiles));
     }
 }
 

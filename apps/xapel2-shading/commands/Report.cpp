@@ -4,12 +4,15 @@
 
 #include "commands/Report.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
 #include <stdexcept>
+#include <system_error>
 
 #include "commands/AskForScene.h"
+#include "commands/OutputFile.h"
 #include "report/Html.h"
 #include "report/Report.h"
 #include "terminal/Exit.h"
@@ -18,7 +21,6 @@
 #include "terminal/Toolkit.h"
 #include "terminal/Warnings.h"
 #include "toolkit/figures/SelfTestFrames.h"
-#include "toolkit/frames/SourceFiles.h"
 #include "toolkit/text/Texts.h"
 
 namespace XAPEL2 {
@@ -33,10 +35,15 @@ constexpr uint64_t REFERENCE_FRAMES = 16;  // of references that are recorded fo
 /// A folder for references that nobody asked to keep.
 class CScratchFolder {
 public:
-    CScratchFolder() : m_strPath((fs::temp_directory_path() / "xapel2-report-XXXXXX").string()) {
-        if (mkdtemp(m_strPath.data()) == nullptr) {
+    CScratchFolder() {
+        std::error_code Missing;
+        const fs::path Folder = fs::temp_directory_path(Missing);
+        m_strPath = (Folder / "xapel2-report-XXXXXX").string();
+        if (Missing || mkdtemp(m_strPath.data()) == nullptr) {
             throw std::runtime_error("no folder for the references can be made in " +
-                                     fs::temp_directory_path().string() + "; set TMPDIR to one that can be written");
+                                     (Missing ? "TMPDIR" : Folder.string()) + ": " +
+                                     (Missing ? Missing : std::error_code(errno, std::generic_category())).message() +
+                                     "; set TMPDIR to one that can be written");
         }
     }
     ~CScratchFolder() {
@@ -136,8 +143,9 @@ void CReportRun::measure(CSession& rSession) {
     static_cast<MeasuredFrames&>(m_Input) = measureFrames(rSession, m_Input.Pair, m_rOptions.nFrames, 1, m_Progress);
     if (!m_Input.Light.Before) {
         complain(
-            "warning: the camera has no even frame that is not in the light reference; the report shows the reference "
-            "itself, which is a self-test only. Record the reference from fewer frames");
+            "warning: there is no even frame that is not in the light reference; the report shows the reference "
+            "itself, "
+            "which is a self-test only. Record the reference from fewer frames");
     }
 }
 
@@ -165,7 +173,7 @@ int CReportRun::finish() {
     fnChange("PRNU1288", "prnu", "%");
     fnChange("DSNU1288", "dsnu", Figures.at("/before/dsnuUnit").get<std::string>());
     m_rOutput.text() << "Verdict: " << Figures.at("/verdict").get<std::string>() << "\nWritten to "
-                     << m_rOptions.strFile << '\n';
+                     << shown(m_rOptions.strFile) << '\n';
     m_rOutput.json()["file"] = m_rOptions.strFile;
     m_rOutput.json().update(Result.Figures);
     // Of the frames that were measured; what concerns the references the pair says itself.
@@ -189,11 +197,7 @@ int runReport(const ReportOptions& rOptions) {
     Sources.add(rOptions.Pair.strDark);
     Sources.add(rOptions.Pair.strLight);
     Sources.addDevice(rOptions.strDevice);
-    Sources.requireOther(rOptions.strFile);
-    const fs::path Folder = fs::absolute(rOptions.strFile).parent_path();
-    if (!fs::is_directory(Folder)) {
-        throw std::runtime_error(Folder.string() + " is no folder; create it first");
-    }
+    requireWritable(rOptions.strFile, Sources);
     COutput Output("report", rOptions.bJson);
     return CReportRun(rOptions, Output).run();
 }

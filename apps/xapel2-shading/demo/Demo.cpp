@@ -95,8 +95,10 @@ void writePictures(COutputFolder& rFolder, const char* pBefore, const char* pAft
 }
 
 void printTable(std::ostream& rOut, const ordered_json& rFigures, const fs::path& rFolder) {
-    const auto fnText = [&](const char* pName) { return rFigures.at(pName).get<std::string>(); };
-    const auto fnFrame = [&](const ordered_json& rName) { return fs::path(rName.get<std::string>()).stem().string(); };
+    const auto fnText = [&](const char* pName) { return shown(rFigures.at(pName).get<std::string>()); };
+    const auto fnFrame = [&](const ordered_json& rName) {
+        return shown(fs::path(rName.get<std::string>()).stem().string());
+    };
     const bool bDark = rFigures.at("dark_frames") != 0;
     const bool bFiles = fnText("source").rfind("replay:", 0) == 0;
     rOut << (bFiles ? "Files       " : "Camera      ") << fnText("source") << ", " << rFigures.at("width") << " x "
@@ -127,7 +129,8 @@ void printTable(std::ostream& rOut, const ordered_json& rFigures, const fs::path
     fnLine("unevenness, single pixels", "pixels_before_percent", "pixels_after_percent", 2, "%");
     fnLine("fetch of a waiting frame", "fetch_median_ms", "fetch_corrected_median_ms", 3, "ms");
     rOut << "\nUnevenness: standard deviation over mean of " << fnFrame(rFigures.at("frames").front())
-         << (bDark ? ", dark reference taken off" : "") << ". Time: median.\nWritten to " << rFolder.string() << "\n ";
+         << (bDark ? ", dark reference taken off" : "") << ". Time: median.\nWritten to " << shown(rFolder.string())
+         << "\n ";
     for (const char* pName : {"report.html", "before.png", "after.png", "scene-before.png", "scene-after.png",
                               "reference-dark.tif", "reference-light.tif", "figures.json"}) {
         if (fs::exists(rFolder / pName)) {
@@ -151,15 +154,13 @@ int runDemo(const DemoOptions& rOptions) {
     }
     const Report Made = makeReport(Input);
     writeReport(Folder.file("report.html").string(), Made);
-    // As JSON has it: what is not a number is null.
-    const auto Figures = ordered_json::parse(figuresOf(Input, *First, Made.Figures, Folder.frames())
-                                                 .dump(-1, ' ', false, ordered_json::error_handler_t::replace));
+    const ordered_json Figures = tellable(figuresOf(Input, *First, Made.Figures, Folder.frames()));
     Folder.finish(Figures);
     printTable(Output.text(), Figures, Folder.path());
     Output.json().update(Figures);
     Output.json()["folder"] = Folder.path().string();
     Output.json()["judgement"] = toJson(Input.Pair);
-    return Output.finish(isUsable(Input.Pair, false) ? eExitDone : eExitRefused);
+    return Output.finish(isUsable(Input.Pair, false, false) ? eExitDone : eExitRefused);
 }
 
 }  // namespace App

@@ -119,7 +119,7 @@ void COutputFolder::writePair(const FramePair& rPair) {
 }
 
 void COutputFolder::finish(const nlohmann::ordered_json& rFigures) {
-    write(FIGURES, rFigures.dump(2, ' ', false, json::error_handler_t::replace) + '\n');
+    write(FIGURES, rFigures.dump(2) + '\n');
     m_Made.clear();
 }
 

@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <fstream>
 
-#include "terminal/Toolkit.h"
+#include "terminal/Output.h"
 #include "toolkit/figures/Curves.h"
 #include "toolkit/frames/NewFile.h"
 #include "toolkit/frames/Pictures.h"
@@ -85,8 +85,7 @@ Report makeReport(const ReportInput& rInput) {
     ordered_json Json = reportFigures(rInput);
     Json["version"] = XAPEL2_SHADING_VERSION;
     Json["commandLine"] = commandLine();
-    // File names need not be UTF-8, a page must be.
-    Result.Figures = ordered_json::parse(Json.dump(-1, ' ', false, ordered_json::error_handler_t::replace));
+    Result.Figures = tellable(Json);
     ordered_json& rJson = Result.Figures["pictures"];
     ReportPictures& rPictures = Result.Pictures;
     rJson["even"] = addPair(*rInput.Light.Shown, rPictures.strEvenBefore, rPictures.strEvenAfter);
