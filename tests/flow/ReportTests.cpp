@@ -92,6 +92,17 @@ TEST_F(Report, FiguresAreOfFramesOutsideTheReference) {
     EXPECT_THAT(strPage, Not(HasSubstr("://"))) << "an address";
 }
 
+TEST_F(Report, TellsTheFramesRecordedNotThoseAskedFor) {
+    const std::string strDevice = writeFrames();
+    for (const char* pKind : {"dark", "light"}) {
+        const std::vector<std::string> vecWords = {"record", pKind,  "-d", strDevice,
+                                                   "-n",     "1000", "-o", m_Folder / (std::string(pKind) + ".tif")};
+        EXPECT_THAT(runProgram(XAPEL2_SHADING_PROGRAM, vecWords).strOut,
+                    HasSubstr("Recording 8 " + std::string(pKind) + " frames"));
+        EXPECT_EQ(run(vecWords, 0, "all that there is").at("frames"), FRAMES);
+    }
+}
+
 TEST_F(Report, WithoutFramesLeftThereAreNoFiguresAfterCorrection) {
     const std::string strDevice = writeFrames();
     recordPair(strDevice, FRAMES - 1);

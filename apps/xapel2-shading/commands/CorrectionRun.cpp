@@ -128,7 +128,7 @@ void CCorrectionRun::describe(COutput& rOutput) const {
     rJson["underruns"] = m_nUnderruns;
     describeTime(rOutput);
     if (m_Corrected) {
-        rText << counted(m_nWritten, "corrected frame") << " written to " << m_Frames.strFolder << '\n';
+        rText << counted(m_nWritten, "corrected frame") << " written to " << shown(m_Frames.strFolder) << '\n';
         rJson["written"] = m_nWritten;
         rJson["folder"] = m_Frames.strFolder;
     }

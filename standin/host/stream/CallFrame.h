@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "standin/host/stream/Buffers.h"
+#include "standin/host/stream/BufferTable.h"
 
 namespace XAPEL2 {
 

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "standin/host/objects/Trace.h"
 #include "standin/host/testing/Faults.h"
 #include "xapel2/XapelTrace.h"
 

@@ -95,12 +95,6 @@ bool nodesAreObserved();
 /// Records the access and tells the observer. Must not hold a lock of the host.
 void observeNode(const Control::NodeAccess& rAccess);
 
-/// Records the trace, tells the observer and the sink; without a sink prints level 2 while no record runs. Lets no
-/// exception out.
-void trace(int32_t iLevel, const std::string& strText) noexcept;
-/// The same with one text after the other; dropped where there is no memory to put them together.
-void trace(int32_t iLevel, const char* pText, const char* pDetail) noexcept;
-
 void resetObservation();
 
 }  // namespace StandIn

@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 the xapel2_ext_sc authors
-// The settings of a camera.
+// The settings of a camera whose frames are made from a source.
 
-#include "standin/host/stream/Camera.h"
+#include "standin/cameras/source/SourceCamera.h"
 
 #include <cstring>
 #include <limits>
+#include <utility>
+
+#include "standin/cameras/source/SourceStream.h"
 
 namespace XAPEL2 {
 namespace StandIn {
@@ -16,7 +19,7 @@ const std::array<const char*, 3> SCENES = {"Dark", "Light", "Scene"};  // in the
 
 }  // namespace
 
-CCamera::CCamera(std::unique_ptr<IFrameSource> pSource)
+CSourceCamera::CSourceCamera(std::unique_ptr<IFrameSource> pSource)
     : m_pSource(std::move(pSource)),
       m_vecFormats(m_pSource->formats()),
       m_bCanResize(m_pSource->canResize()),
@@ -33,9 +36,7 @@ CCamera::CCamera(std::unique_ptr<IFrameSource> pSource)
     addScene();
 }
 
-CCamera::CCamera(std::unique_ptr<ILiveCamera> pLive) : m_pLive(std::move(pLive)), m_table(m_pLive->nodes()) {}
-
-void CCamera::addAxes() {
+void CSourceCamera::addAxes() {
     const Axis x = {&CameraSettings::nWidth, &CameraSettings::nOffsetX, &CameraSettings::nBinningX,
                     &CameraSettings::iReverseX, m_pSource->sensorWidth()};
     const Axis y = {&CameraSettings::nHeight, &CameraSettings::nOffsetY, &CameraSettings::nBinningY,
@@ -53,7 +54,7 @@ void CCamera::addAxes() {
 }
 
 // A node with a value of the image, its setter still to come.
-NodeSpec CCamera::imageNode(const char* pName, uint64_t CameraSettings::*pMember) {
+NodeSpec CSourceCamera::imageNode(const char* pName, uint64_t CameraSettings::*pMember) {
     NodeSpec spec;
     spec.strName = pName;
     spec.fnGetInt = [this, pMember] {
@@ -64,8 +65,8 @@ NodeSpec CCamera::imageNode(const char* pName, uint64_t CameraSettings::*pMember
 }
 
 // A side or an offset: together with its partner it stays on the sensor.
-void CCamera::addSize(const char* pName, const Axis& rAxis, uint64_t CameraSettings::*pMember,
-                      uint64_t CameraSettings::*pOther, int64_t iMin) {
+void CSourceCamera::addSize(const char* pName, const Axis& rAxis, uint64_t CameraSettings::*pMember,
+                            uint64_t CameraSettings::*pOther, int64_t iMin) {
     NodeSpec spec = imageNode(pName, pMember);
     spec.fnMin = [this, iMin, fnGet = spec.fnGetInt] { return m_bCanResize ? iMin : fnGet(); };
     spec.fnMax = [this, rAxis, pOther, fnGet = spec.fnGetInt] {
@@ -77,7 +78,7 @@ void CCamera::addSize(const char* pName, const Axis& rAxis, uint64_t CameraSetti
     };
     spec.fnSetInt = [this, rAxis, pMember, pOther, iMin](int64_t iValue) {
         std::lock_guard<std::mutex> lock(m_mtx);
-        if (m_bAcquiring || !m_bCanResize) {
+        if (m_bStreaming || !m_bCanResize) {
             return eNodeDenied;
         }
         if (iValue < iMin || static_cast<uint64_t>(iValue) > rAxis.binned(m_settings) - m_settings.*pOther) {
@@ -90,7 +91,7 @@ void CCamera::addSize(const char* pName, const Axis& rAxis, uint64_t CameraSetti
 }
 
 // Another binning begins with the whole sensor: a region in other pixels has no natural successor.
-void CCamera::addBinning(const char* pName, const Axis& rAxis) {
+void CSourceCamera::addBinning(const char* pName, const Axis& rAxis) {
     NodeSpec spec = imageNode(pName, rAxis.pBinning);
     spec.fnMin = [] { return int64_t{1}; };
     spec.fnMax = [rAxis] { return int64_t{rAxis.nSensor >= 4 ? 4 : rAxis.nSensor >= 2 ? 2 : 1}; };
@@ -99,7 +100,7 @@ void CCamera::addBinning(const char* pName, const Axis& rAxis) {
             return eNodeInvalid;
         }
         std::lock_guard<std::mutex> lock(m_mtx);
-        if (m_bAcquiring) {
+        if (m_bStreaming) {
             return eNodeDenied;
         }
         if (m_settings.*rAxis.pBinning != static_cast<uint64_t>(iValue)) {
@@ -112,7 +113,7 @@ void CCamera::addBinning(const char* pName, const Axis& rAxis) {
     add(std::move(spec));
 }
 
-void CCamera::addReverse(const char* pName, const Axis& rAxis) {
+void CSourceCamera::addReverse(const char* pName, const Axis& rAxis) {
     NodeSpec spec = imageNode(pName, rAxis.pReverse);
     spec.fnMin = [] { return int64_t{0}; };
     spec.fnMax = [] { return int64_t{1}; };
@@ -121,7 +122,7 @@ void CCamera::addReverse(const char* pName, const Axis& rAxis) {
             return eNodeInvalid;
         }
         std::lock_guard<std::mutex> lock(m_mtx);
-        if (m_bAcquiring) {
+        if (m_bStreaming) {
             return eNodeDenied;
         }
         m_settings.*rAxis.pReverse = static_cast<uint64_t>(iValue);
@@ -130,7 +131,7 @@ void CCamera::addReverse(const char* pName, const Axis& rAxis) {
     add(std::move(spec));
 }
 
-void CCamera::addModelName() {
+void CSourceCamera::addModelName() {
     NodeSpec spec;
     spec.strName = "DeviceModelName";
     spec.eKind = eTextNode;
@@ -139,7 +140,7 @@ void CCamera::addModelName() {
 }
 
 // A setting that may change while the camera runs.
-void CCamera::addFree(const char* pName, uint64_t* pMember, IntLimits limits) {
+void CSourceCamera::addFree(const char* pName, uint64_t* pMember, IntLimits limits) {
     NodeSpec spec;
     spec.strName = pName;
     spec.fnGetInt = [this, pMember] {
@@ -159,7 +160,7 @@ void CCamera::addFree(const char* pName, uint64_t* pMember, IntLimits limits) {
     add(std::move(spec));
 }
 
-void CCamera::addFormat() {
+void CSourceCamera::addFormat() {
     NodeSpec spec;
     spec.strName = "PixelFormat";
     spec.eKind = eEnumNode;
@@ -168,7 +169,7 @@ void CCamera::addFormat() {
         for (const PixelFormat* pFormat : m_vecFormats) {
             if (std::strcmp(pFormat->pName, pEntry) == 0) {
                 std::lock_guard<std::mutex> lock(m_mtx);
-                if (m_bAcquiring) {
+                if (m_bStreaming) {
                     return eNodeDenied;
                 }
                 m_settings.pFormat = pFormat;
@@ -180,7 +181,7 @@ void CCamera::addFormat() {
     add(std::move(spec));
 }
 
-void CCamera::addScene() {
+void CSourceCamera::addScene() {
     NodeSpec scene;
     scene.strName = "StandInScene";
     scene.eKind = eEnumNode;
@@ -214,39 +215,42 @@ void CCamera::addScene() {
     add(std::move(count));
 }
 
-CameraSettings CCamera::settings() const {
+CameraSettings CSourceCamera::settings() const {
     std::lock_guard<std::mutex> lock(m_mtx);
     return m_settings;
 }
 
-std::size_t CCamera::imageSize() const {
-    if (m_pLive != nullptr) {
-        return m_pLive->payloadSize();
-    }
+std::size_t CSourceCamera::payloadSize() const {
     const CameraSettings now = settings();
     return imageBytes(*now.pFormat, now.nWidth, now.nHeight);
 }
 
-bool CCamera::beginAcquisition() {
-    std::lock_guard<std::mutex> lock(m_mtx);
-    if (m_bAcquiring) {
-        return false;
+std::unique_ptr<ICameraStream> CSourceCamera::makeStream(ICameraBuffers& rBuffers) {
+    {
+        const std::lock_guard<std::mutex> lock(m_mtx);
+        if (std::exchange(m_bStreaming, true)) {
+            return nullptr;
+        }
     }
-    m_bAcquiring = true;
-    return true;
+    try {
+        return std::make_unique<CSourceStream>(*this, rBuffers);
+    } catch (...) {
+        streamEnds();
+        throw;
+    }
 }
 
-void CCamera::endAcquisition() {
-    std::lock_guard<std::mutex> lock(m_mtx);
-    m_bAcquiring = false;
+void CSourceCamera::streamEnds() {
+    const std::lock_guard<std::mutex> lock(m_mtx);
+    m_bStreaming = false;
 }
 
-uint64_t CCamera::frameRate() const {
+uint64_t CSourceCamera::frameRate() const {
     std::lock_guard<std::mutex> lock(m_mtx);
     return m_settings.iFrameRateHz;
 }
 
-FrameRequest CCamera::nextFrame() {
+FrameRequest CSourceCamera::nextFrame() {
     std::lock_guard<std::mutex> lock(m_mtx);
     return {m_settings, m_eScene, m_iNextFrame++};
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 the xapel2_ext_sc authors
-// A camera: a frame source with its settings as remote nodes, or a live camera with its own.
+// A camera that makes its frames from a source, with its settings as nodes.
 
 #pragma once
 
@@ -10,9 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "standin/cameras/interface/Camera.h"
 #include "standin/cameras/interface/FrameSource.h"
-#include "standin/cameras/interface/LiveCamera.h"
-#include "standin/host/nodes/Nodes.h"
 
 namespace XAPEL2 {
 namespace StandIn {
@@ -24,27 +23,23 @@ struct FrameRequest {
     uint64_t iFrame = 0;  ///< of the scene
 };
 
-/// @threads any thread; source() is for the thread of the running acquisition, but for frameName().
-class CCamera {
+/// @threads any thread; source() is for the thread of the running stream.
+class CSourceCamera : public ICamera {
 public:
-    explicit CCamera(std::unique_ptr<IFrameSource> pSource);
-    explicit CCamera(std::unique_ptr<ILiveCamera> pLive);
+    explicit CSourceCamera(std::unique_ptr<IFrameSource> pSource);
 
-    const NodeTable& table() const { return m_table; }
-    /// Null for a camera whose frames are made from a source. The other way round, source() is for those only.
-    ILiveCamera* live() const { return m_pLive.get(); }
+    const NodeTable& nodes() const override { return m_table; }
+    std::size_t payloadSize() const override;
+    /// Locks the image settings for the life of the stream.
+    std::unique_ptr<ICameraStream> makeStream(ICameraBuffers& rBuffers) override;
+
+    // What the stream asks.
     IFrameSource& source() { return *m_pSource; }
-    /// Bytes of an image with the present settings.
-    std::size_t imageSize() const;
-
-    /// Locks the image settings. False while another acquisition of this camera runs.
-    bool beginAcquisition();
-    void endAcquisition();
-
     /// Hz; 0 paces nothing.
     uint64_t frameRate() const;
     /// The settings of the next frame; counts it.
     FrameRequest nextFrame();
+    void streamEnds();
 
 private:
     using IntLimits = std::array<int64_t, 2>;
@@ -74,7 +69,6 @@ private:
     void addScene();
 
     const std::unique_ptr<IFrameSource> m_pSource;
-    const std::unique_ptr<ILiveCamera> m_pLive;
     const std::vector<const PixelFormat*> m_vecFormats;
     std::array<uint64_t, 3> m_aFrameCounts{};  // by scene; fixed
     const bool m_bCanResize = false;
@@ -84,7 +78,7 @@ private:
     CameraSettings m_settings;
     eScene m_eScene = eSceneObjects;
     uint64_t m_iNextFrame = 0;
-    bool m_bAcquiring = false;
+    bool m_bStreaming = false;
 };
 
 }  // namespace StandIn

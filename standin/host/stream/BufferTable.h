@@ -20,7 +20,7 @@
 namespace XAPEL2 {
 namespace StandIn {
 
-enum eBufferState { eBufferIdle, eBufferQueued, eBufferFilling, eBufferFilled, eBufferRevoked };
+enum eBufferState { eBufferIdle, eBufferQueued, eBufferHeld, eBufferFilling, eBufferFilled, eBufferRevoked };
 
 /// What image processors made of the image in a buffer. Written by the thread that the image belongs to.
 class CCorrectionState {
@@ -56,9 +56,9 @@ struct Buffer {
     std::unique_ptr<std::byte[]> pOwned;  // null for memory of the application
     void* pBase = nullptr;
     std::size_t nBytes = 0;
-    /// Changed under the stream's lock only.
+    /// Changed under the lock of its queue only.
     std::atomic<eBufferState> eState{eBufferIdle};
-    List::iterator itPlace;  // guarded by the stream's lock
+    List::iterator itPlace;  // guarded by the same lock
     CCorrectionState correction;
     /// Written under the table's lock, and only while the camera is filling the buffer.
     NamedFrameInfo info;

@@ -2,7 +2,7 @@
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // The table of buffers and the queries on them.
 
-#include "standin/host/stream/Buffers.h"
+#include "standin/host/stream/BufferTable.h"
 
 #include <utility>
 

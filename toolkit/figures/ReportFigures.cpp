@@ -2,19 +2,19 @@
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // The figures of a report.
 
+#include "toolkit/figures/ReportFigures.h"
+
 #include <algorithm>
 #include <cmath>
 #include <ctime>
 #include <limits>
 
-#include "report/Html.h"
-#include "report/Report.h"
-#include "terminal/Toolkit.h"
 #include "toolkit/figures/Curves.h"
 #include "toolkit/frames/Percentile.h"
+#include "toolkit/text/Texts.h"
 
 namespace XAPEL2 {
-namespace App {
+namespace Toolkit {
 
 using nlohmann::ordered_json;
 
@@ -28,7 +28,7 @@ constexpr uint64_t FRAMES_MIN = 2;       // that tell fixed pattern and noise ap
 ordered_json curveJson(const std::vector<double>& vecValues) {
     ordered_json Json = ordered_json::array();
     for (const double dValue : vecValues) {
-        Json.push_back(std::round(dValue * 1e4) / 1e4);
+        Json.push_back(std::round(dValue * 1e4) / 1e4 + 0.0);  // no negative zero
     }
     return Json;
 }
@@ -50,7 +50,7 @@ MeanImage blackLike(const MeanImage& rImage) {
 
 class CFigureSource {
 public:
-    explicit CFigureSource(const ReportInput& rInput) : m_rInput(rInput), m_rPair(*rInput.pPair) {}
+    explicit CFigureSource(const ReportInput& rInput) : m_rInput(rInput), m_rPair(rInput.Pair) {}
 
     void addNonUniformity(ordered_json& rJson) const {
         const bool bEven = isMeasured(m_rInput.Light) && !m_rInput.bSelfTest;
@@ -96,9 +96,9 @@ public:
         rJson["measuredOn"] =
             m_rInput.bSelfTest
                 ? "The light reference itself, before and after correction by the pair: a self-test, no measurement."
-                : "Mean of " + std::to_string(frames(m_rInput.Light)) +
-                      " frames of the even target that are not in the reference. 100 % is the mean of a colour, its "
-                      "dark level taken off.";
+                : "Mean of " + counted(frames(m_rInput.Light), "frame") +
+                      " of the even target outside the reference. 100 % is the mean of a colour, its dark level taken "
+                      "off.";
     }
 
     void addDefects(ordered_json& rJson) const {
@@ -149,8 +149,7 @@ public:
             const auto nCount = std::count_if(vecFindings.begin(), vecFindings.end(),
                                               [eLevel = eLevel](const Finding& r) { return r.eLevel == eLevel; });
             if (nCount > 0) {
-                strCounts +=
-                    (strCounts.empty() ? "" : ", ") + std::to_string(nCount) + ' ' + pName + (nCount == 1 ? "" : "s");
+                strCounts += (strCounts.empty() ? "" : ", ") + counted(static_cast<uint64_t>(nCount), pName);
             }
         }
         rJson["verdictText"] = (strCounts.empty() ? "Nothing to object to" : strCounts) +
@@ -173,7 +172,7 @@ private:
         const double dSaturated = m_rInput.bSelfTest ? 0.0 : m_rInput.Light.Before->dSaturatedShare;
         if (dSaturated > SATURATED_MAX) {
             vecOnce.push_back({eWarning, "measured-saturated",
-                               rounded(100.0 * dSaturated, 1) +
+                               fixed(100.0 * dSaturated, 1) +
                                    " % of the samples of the measured frames are at full scale: what is cut off there "
                                    "looks even, and the figures after correction are too good.",
                                "Shorten the exposure or dim the light, and make the report again."});
@@ -277,7 +276,7 @@ ordered_json textOrNull(const std::string& strText) {
 }
 
 ordered_json gainJson(const ReportInput& rInput) {
-    const JudgedPair& rPair = *rInput.pPair;
+    const JudgedPair& rPair = rInput.Pair;
     const std::vector<float> vGains =
         gainsOf(rPair.Dark ? &*rPair.Dark : nullptr, rPair.Light ? &*rPair.Light : nullptr);
     const auto fnShare = [&](double dShare) { return static_cast<double>(percentile(vGains, dShare)); };
@@ -300,8 +299,6 @@ ordered_json reportFigures(const ReportInput& rInput) {
     Json["pixelFormat"] = rLayout.pFormat->pName;
     Json["width"] = rLayout.nWidth;
     Json["height"] = rLayout.nHeight;
-    Json["version"] = XAPEL2_SHADING_VERSION;
-    Json["commandLine"] = rInput.strCommandLine;
     Json["made"] = timeText();
     Json["files"] = {{"dark", textOrNull(rInput.Files.strDark)}, {"light", textOrNull(rInput.Files.strLight)}};
     Json["filters"] = textOrNull(filterText(rInput.Files));
@@ -317,5 +314,5 @@ ordered_json reportFigures(const ReportInput& rInput) {
     return Json;
 }
 
-}  // namespace App
+}  // namespace Toolkit
 }  // namespace XAPEL2
