@@ -15,6 +15,7 @@
 #include "terminal/Output.h"
 #include "toolkit/sessions/Interrupt.h"
 #include "xapel2/XapelExceptions.h"
+#include "xapel2_standin/Answers.h"
 
 namespace {
 
@@ -69,6 +70,8 @@ int runCommand(CCommandLine& rLine, const std::vector<std::string>& rWords) {
 
 int main(int argc, char** argv) {
     try {
+        // Results, the last error and the frames themselves tell what traces do.
+        XAPEL2::StandIn::setTraceSink([](int32_t, const std::string&) {});
         CCommandLine Line;
         const int iExit = runCommand(Line, {argv + (argc > 0 ? 1 : 0), argv + argc});
         if (iExit == eExitInterrupted) {

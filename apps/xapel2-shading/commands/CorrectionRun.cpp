@@ -58,10 +58,10 @@ void CCorrectionRun::tellTroubles(const CCorrectedStream::Fetched& rFetched) {
         m_Progress.clear();
         complain("warning: " + strText);
     };
-    for (const std::string& rText : m_rSession.traces().take()) {
-        if (m_Said.size() < SAID_MAX && m_Said.insert(rText).second) {
-            fnTell(rText);
-        }
+    // What is wrong with a frame that the camera could not deliver differs from one to the next.
+    if (rFetched.strDetail != rFetched.strUntouched && m_Said.size() < SAID_MAX &&
+        m_Said.insert(rFetched.strDetail).second) {
+        fnTell(rFetched.strDetail);
     }
     if (rFetched.bNewReason) {
         fnTell("frame " + m_rSession.frameName(rFetched.hBuffer) + " is left untouched: " + rFetched.strUntouched);
