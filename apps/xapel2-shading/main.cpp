@@ -14,7 +14,6 @@
 #include "terminal/Exit.h"
 #include "terminal/Output.h"
 #include "toolkit/sessions/Interrupt.h"
-#include "toolkit/sessions/Session.h"
 #include "xapel2/XapelExceptions.h"
 #include "xapel2_standin/Answers.h"
 
@@ -52,9 +51,6 @@ int runCommand(CCommandLine& rLine, const std::vector<std::string>& rWords) {
         return fail(rLine, eExitUsage, rError.what() + std::string("; --dark takes a dark one, --light a light one"));
     } catch (const CUsageError& rError) {
         return fail(rLine, eExitUsage, rError.what());
-    } catch (const CTimeoutError& rError) {
-        const bool bOption = rLine.command() == "record" || rLine.command() == "run" || rLine.command() == "report";
-        return fail(rLine, eExitFailure, rError.what() + std::string(bOption ? " with --timeout" : ""));
     } catch (const XAPEL2::Exceptions::IException& rError) {
         return fail(rLine, eExitFailure, rError.GetErrorDescription().get());
     } catch (const std::filesystem::filesystem_error& rError) {
@@ -74,7 +70,7 @@ int runCommand(CCommandLine& rLine, const std::vector<std::string>& rWords) {
 
 int main(int argc, char** argv) {
     try {
-        // The commands tell what went wrong; the host's traces would come between, one for each frame.
+        // Results, the last error and the frames themselves tell what traces do.
         XAPEL2::StandIn::setTraceSink([](int32_t, const std::string&) {});
         CCommandLine Line;
         const int iExit = runCommand(Line, {argv + (argc > 0 ? 1 : 0), argv + argc});

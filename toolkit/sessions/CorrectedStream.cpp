@@ -4,8 +4,6 @@
 
 #include "toolkit/sessions/CorrectedStream.h"
 
-#include <stdexcept>
-
 namespace XAPEL2 {
 namespace Toolkit {
 
@@ -55,6 +53,16 @@ void CCorrectedStream::start(uint64_t iFirst, bool bTimed) {
     m_rSession.start();
 }
 
+// Frames that a camera could not deliver whole count as one reason, whatever was wrong with each.
+void CCorrectedStream::judge(Fetched& rFetched) const {
+    if (m_rSession.correctionOf(rFetched.hBuffer) == StandIn::eCorrected) {
+        return;
+    }
+    rFetched.strDetail = m_rSession.whyUncorrected(rFetched.hBuffer);
+    rFetched.strUntouched =
+        m_rSession.isComplete(rFetched.hBuffer) ? rFetched.strDetail : "incomplete, or without an image";
+}
+
 void CCorrectedStream::correctInPlace(Fetched& rFetched) {
     rFetched.Raw = m_rSession.copyFrame(rFetched.hBuffer);
     const StandIn::ImageLayout sLayout = m_rSession.layoutOf(rFetched.hBuffer);
@@ -77,19 +85,13 @@ CCorrectedStream::Fetched CCorrectedStream::next() {
     if (m_bKeepRaw && m_rSession.isComplete(Result.hBuffer)) {
         correctInPlace(Result);
     }
+    judge(Result);
     ++m_Tally.nFrames;
     m_Tally.fSeconds = secondsSince(m_tBegin);
-    const StandIn::eCorrection eWhat = m_rSession.correctionOf(Result.hBuffer);
-    if (eWhat != StandIn::eCorrected) {
-        Result.strUntouched = m_rSession.whyUncorrected(Result.hBuffer);
-        // Nothing else tells of a host that does not let the library see the stream.
-        if (eWhat == StandIn::eNotHanded && !m_bReaches && m_rSession.isComplete(Result.hBuffer)) {
-            throw std::runtime_error("correction cannot be switched on: " + Result.strUntouched);
-        }
+    if (!Result.strUntouched.empty()) {
         Result.bNewReason = ++m_Tally.mapUntouched[Result.strUntouched] == 1;
         return Result;
     }
-    m_bReaches = true;
     ++m_Tally.nCorrected;
     if (bTimed) {
         m_Tally.Added.add(m_rSession.lastFetchMs() - m_fUncorrectedMs);

@@ -47,10 +47,10 @@ public:
     struct Fetched {
         StandIn::BufferHandle hBuffer = nullptr;  ///< to be given back to the session
         std::string strUntouched;                 ///< why it is as it was; empty: it is corrected
+        std::string strDetail;                    ///< the same of this very frame, in the host's words
         bool bNewReason = false;                  ///< no frame before had this reason
         std::optional<Frame> Raw;                 ///< before correction, where that was asked for
     };
-    /// @throws std::runtime_error  the stream fails, or its frames do not get to the image processor.
     Fetched next();
 
     void stop() { m_rSession.stop(); }
@@ -59,11 +59,11 @@ public:
 private:
     void measureUncorrected();
     void correctInPlace(Fetched& rFetched);
+    void judge(Fetched& rFetched) const;
 
     CSession& m_rSession;
     bool m_bKeepRaw;
     bool m_bTimed = false;
-    bool m_bReaches = false;  // a frame has been corrected
     double m_fUncorrectedMs = 0.0;
     std::chrono::steady_clock::time_point m_tBegin;
     CorrectionTally m_Tally;

@@ -40,8 +40,7 @@ private:
     void stream(uint64_t nFrames);
     void take(StandIn::BufferHandle hBuffer);
     uint64_t countSaturated(StandIn::BufferHandle hBuffer, const StandIn::ImageLayout& rLayout);
-    std::string settings() const;
-    void end(const std::string& strFile);
+    std::string note();
 
     CSession& m_rSession;
     bool m_bLight;
@@ -108,24 +107,25 @@ void CRecorder::stream(uint64_t nFrames) {
     }
 }
 
-std::string CRecorder::settings() const {
-    nlohmann::ordered_json Json = toJson(readCameraSettings(m_rSession.nodes()));
-    Json[FRAMES_TAKEN] = m_Result.nFrames + m_Result.nLeftOut;
-    return Json.dump();
-}
+/// What the references that this thread ends tell of the camera.
+class CNote {
+public:
+    explicit CNote(const std::string& strJson) { StandIn::setReferenceNote(strJson); }
+    ~CNote() { StandIn::setReferenceNote(""); }
+    CNote(const CNote&) = delete;
+    CNote& operator=(const CNote&) = delete;
+};
 
-// The host files the settings with the reference.
-void CRecorder::end(const std::string& strFile) {
-    struct Note {
-        ~Note() { StandIn::setReferenceNote(""); }
-    };
-    const Note note;
+// The camera's settings; none where they cannot be read.
+std::string CRecorder::note() {
     try {
-        StandIn::setReferenceNote(settings());
+        nlohmann::ordered_json json = toJson(readCameraSettings(m_rSession.nodes()));
+        json[FRAMES_TAKEN] = m_Result.nFrames + m_Result.nLeftOut;
+        return json.dump();
     } catch (const std::exception& rError) {
         m_Result.strNoSettings = rError.what();
+        return "";
     }
-    m_rSession.attempt(strFile, [&] { m_rSession.shading().ReferenceEnd(strFile.c_str()); });
 }
 
 Recording CRecorder::record(uint64_t nFrames, const std::string& strFile) {
@@ -140,7 +140,8 @@ Recording CRecorder::record(uint64_t nFrames, const std::string& strFile) {
     stream(nFrames);
     m_rProgress.clear();
     Interrupt::check();
-    end(strFile);
+    const CNote filed(note());
+    m_rSession.attempt(strFile, [&] { rShading.ReferenceEnd(strFile.c_str()); });
     return m_Result;
 }
 

@@ -12,7 +12,6 @@
 
 #include "toolkit/sessions/Interrupt.h"
 #include "toolkit/text/Texts.h"
-#include "xapel2_standin/Answers.h"
 
 namespace XAPEL2 {
 namespace Toolkit {
@@ -85,8 +84,8 @@ void CSession::check(int iResult, const char* pStep) {
     if (iResult == GC_ERR_SUCCESS) {
         return;
     }
-    const StandIn::LastError sError = StandIn::lastError();
-    const std::string strWhy = sError.iCode == iResult ? sError.strText : "";
+    const StandIn::LastError error = StandIn::lastError();
+    const std::string strWhy = error.iCode == iResult ? error.strText : "";
     throw std::runtime_error(m_strDevice + ": " + pStep + " failed with GenTL code " + std::to_string(iResult) +
                              (strWhy.empty() ? "" : ", " + strWhy));
 }
@@ -140,11 +139,11 @@ uint64_t CSession::frameCount() const {
 }
 
 void CSession::start(uint64_t nFrames) {
+    StandIn::clearLastError();
     m_fDeadlineS = m_fTimeoutS + exposureS();
     for (StandIn::BufferHandle hBuffer : m_ahBuffers) {
         check(StandIn::queueBuffer(m_pStream, hBuffer), "queueing a buffer");
     }
-    StandIn::clearLastError();
     check(StandIn::startAcquisition(m_pStream, nFrames), "starting the camera");
 }
 
@@ -176,9 +175,9 @@ double CSession::exposureS() const {
     return bTold ? std::strtod(node("ExposureTime").GetString().get(), nullptr) * 1e-6 : 0.0;
 }
 
-void CSession::failWaiting() const {
-    throw CTimeoutError(m_strDevice + ": the camera delivers no frame for " + fixed(m_fDeadlineS, 1) +
-                        " s; look at its cable and trigger, or give it more time");
+void CSession::failWaiting() {
+    throw std::runtime_error(m_strDevice + ": the camera delivers no frame for " + fixed(m_fDeadlineS, 1) +
+                             " s; look at its cable and trigger, or give it more time with --timeout");
 }
 
 void CSession::waitForFrame() {
@@ -206,7 +205,6 @@ StandIn::BufferHandle CSession::fetch() {
         const double fLeftMs = std::max(0.0, (m_fDeadlineS - secondsSince(tBegin)) * 1e3);
         const auto iLeftMs = static_cast<unsigned long long>(fLeftMs) + 1;
         StandIn::BufferHandle hBuffer = nullptr;
-        StandIn::clearLastError();
         const Clock::time_point tCall = Clock::now();
         const int iResult = StandIn::getFilledBuffer(m_pStream, &hBuffer, iLeftMs);
         m_fLastFetchMs = secondsSince(tCall) * 1e3;
@@ -261,16 +259,16 @@ std::string CSession::bufferText(StandIn::BufferHandle hBuffer, int iInfoCmd) co
     return iResult == GC_ERR_SUCCESS ? acText : "";
 }
 
-std::string CSession::frameName(StandIn::BufferHandle hBuffer) const {
-    return bufferText(hBuffer, StandIn::BUFFER_INFO_STANDIN_FRAME_NAME);
-}
-
 StandIn::eCorrection CSession::correctionOf(StandIn::BufferHandle hBuffer) const {
     return static_cast<StandIn::eCorrection>(bufferInfo<uint64_t>(hBuffer, StandIn::BUFFER_INFO_STANDIN_CORRECTION));
 }
 
 std::string CSession::whyUncorrected(StandIn::BufferHandle hBuffer) const {
     return bufferText(hBuffer, StandIn::BUFFER_INFO_STANDIN_CORRECTION_REASON);
+}
+
+std::string CSession::frameName(StandIn::BufferHandle hBuffer) const {
+    return bufferText(hBuffer, StandIn::BUFFER_INFO_STANDIN_FRAME_NAME);
 }
 
 Frame CSession::copyFrame(StandIn::BufferHandle hBuffer) const {
@@ -285,7 +283,7 @@ Frame CSession::copyFrame(StandIn::BufferHandle hBuffer) const {
     return Result;
 }
 
-void CSession::failIncomplete(StandIn::BufferHandle hBuffer) const {
+void CSession::failIncomplete(StandIn::BufferHandle hBuffer) {
     throw std::runtime_error(m_strDevice + ": frame " + frameName(hBuffer) +
                              " cannot be used: " + whyUncorrected(hBuffer) + (hasScenes() ? "" : INCOMPLETE_ADVICE));
 }

@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -27,12 +26,6 @@ constexpr const char* INCOMPLETE_ADVICE =
 
 /// Says that the camera found no buffer free for so many frames.
 std::string underrunText(uint64_t nUnderruns);
-
-/// The camera delivers no frame in time; the text ends where more advice may follow.
-class CTimeoutError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
 
 /// An opened camera with announced buffers and a shading object. Everything is given back by the destructor.
 /// What fails is a std::runtime_error that names the step, says why, and what to do; node accesses let host exceptions
@@ -58,7 +51,7 @@ public:
     DataStream* stream() const { return m_pStream; }
 
     /// Runs an operation of the shading object. A host exception becomes "strStep: REASON", the reason being the host's
-    /// last error where it has one, else the exception's own.
+    /// last error where there is one.
     void attempt(const std::string& strStep, const std::function<void()>& fnOperation);
 
     /// The camera's own nodes, borrowed.
@@ -99,9 +92,9 @@ public:
     StandIn::ImageLayout layoutOf(StandIn::BufferHandle hBuffer) const;
     /// The image of a complete frame, layoutOf().bytes() long; borrowed until the buffer is given back.
     void* imageOf(StandIn::BufferHandle hBuffer) const;
-    /// What became of the image of the frame since it was fetched.
+    /// What image processors made of the frame.
     StandIn::eCorrection correctionOf(StandIn::BufferHandle hBuffer) const;
-    /// Why it is not corrected, or why there is no whole image.
+    /// Why its pixels are not corrected, in the host's words; empty where they are.
     std::string whyUncorrected(StandIn::BufferHandle hBuffer) const;
     /// The name that the camera gives the frame, empty for none.
     std::string frameName(StandIn::BufferHandle hBuffer) const;
@@ -114,14 +107,14 @@ public:
 private:
     Node& node(const char* pName) const;
     void check(int iResult, const char* pStep);
-    [[noreturn]] void failWaiting() const;
+    [[noreturn]] void failWaiting();
     double exposureS() const;
-    [[noreturn]] void failIncomplete(StandIn::BufferHandle hBuffer) const;
+    [[noreturn]] void failIncomplete(StandIn::BufferHandle hBuffer);
     template <typename T>
     T streamInfo(int iInfoCmd, const char* pStep);
+    std::string bufferText(StandIn::BufferHandle hBuffer, int iInfoCmd) const;
     template <typename T>
     T bufferInfo(StandIn::BufferHandle hBuffer, int iInfoCmd) const;
-    std::string bufferText(StandIn::BufferHandle hBuffer, int iInfoCmd) const;
 
     std::string m_strDevice;
     double m_fTimeoutS;

@@ -16,7 +16,7 @@ namespace XAPEL2 {
 namespace App {
 
 namespace {
-constexpr std::size_t REASONS_MAX = 20;  // a camera in trouble must not flood the screen
+constexpr std::size_t SAID_MAX = 20;  // a camera in trouble must not flood the screen
 }
 
 CCorrectionRun::CCorrectionRun(CSession& rSession, const FrameOutput& rFrames)
@@ -53,11 +53,18 @@ void CCorrectionRun::write(CCorrectedStream::Fetched& rFetched) {
     ++m_nWritten;
 }
 
-void CCorrectionRun::tellTrouble(const CCorrectedStream::Fetched& rFetched) {
-    if (rFetched.bNewReason && tally().mapUntouched.size() <= REASONS_MAX) {
+void CCorrectionRun::tellTroubles(const CCorrectedStream::Fetched& rFetched) {
+    const auto fnTell = [&](const std::string& strText) {
         m_Progress.clear();
-        complain("warning: frame " + m_rSession.frameName(rFetched.hBuffer) +
-                 " is left untouched: " + rFetched.strUntouched);
+        complain("warning: " + strText);
+    };
+    // What is wrong with a frame that the camera could not deliver differs from one to the next.
+    if (rFetched.strDetail != rFetched.strUntouched && m_Said.size() < SAID_MAX &&
+        m_Said.insert(rFetched.strDetail).second) {
+        fnTell(rFetched.strDetail);
+    }
+    if (rFetched.bNewReason) {
+        fnTell("frame " + m_rSession.frameName(rFetched.hBuffer) + " is left untouched: " + rFetched.strUntouched);
     }
 }
 
@@ -66,7 +73,7 @@ void CCorrectionRun::fetchFrames(uint64_t nFrames) {
     m_Stream.start(0, m_rSession.hasScenes() || !m_Corrected);
     while (nFrames == 0 || tally().nFrames < nFrames) {
         CCorrectedStream::Fetched Fetched = m_Stream.next();
-        tellTrouble(Fetched);
+        tellTroubles(Fetched);
         write(Fetched);
         m_rSession.giveBack(Fetched.hBuffer);
         m_Progress.show("correcting", tally().nFrames, nFrames,

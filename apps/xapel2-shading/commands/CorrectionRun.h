@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "terminal/Output.h"
@@ -34,7 +35,7 @@ public:
     CCorrectionRun(CSession& rSession, const FrameOutput& rFrames);
 
     /// Fetches this many frames of the scene, from the first one on; 0: until the user ends it. Each reason why frames
-    /// are left as they are is said once on stderr. Ends early, and without an
+    /// are left as they are, and each trouble of the camera, is said once on stderr. Ends early, and without an
     /// exception, when the user wants to. Other frames, fetched before them, tell how long a fetch takes without
     /// correction; where the uncorrected frames are written too, that takes none, and where those of a camera without
     /// scenes are written, it is left out.
@@ -47,7 +48,7 @@ public:
 
 private:
     void fetchFrames(uint64_t nFrames);
-    void tellTrouble(const CCorrectedStream::Fetched& rFetched);
+    void tellTroubles(const CCorrectedStream::Fetched& rFetched);
     void write(CCorrectedStream::Fetched& rFetched);
     void describeTime(COutput& rOutput) const;
 
@@ -56,6 +57,7 @@ private:
     CCorrectedStream m_Stream;
     CProgress m_Progress;
     std::optional<CFrameWriter> m_Corrected, m_Raw;
+    std::set<std::string> m_Said;  // traces of the camera
     uint64_t m_nWritten = 0;
     uint64_t m_nUnderruns = 0;
 };
