@@ -10,6 +10,7 @@
 #include <limits>
 
 #include "toolkit/figures/Curves.h"
+#include "toolkit/figures/Prediction.h"
 #include "toolkit/frames/Percentile.h"
 #include "toolkit/text/Texts.h"
 
@@ -46,6 +47,20 @@ MeanImage blackLike(const MeanImage& rImage) {
     MeanImage Black{rImage.sLayout, rImage.nFrames, std::vector<float>(rImage.vSamples.size()), 0.0};
     Black.vecClassVariance.assign(rImage.vecClassVariance.size(), 0.0);
     return Black;
+}
+
+std::string filterText(const PairOptions& rFiles) {
+    std::string strText;
+    const auto fnAdd = [&](unsigned nRadius, const char* pName) {
+        if (nRadius > 0) {
+            strText += (strText.empty() ? "" : ", ") + std::string(pName) + ' ' + std::to_string(nRadius);
+        }
+    };
+    fnAdd(rFiles.nMedianDark, "median on the dark reference, radius");
+    fnAdd(rFiles.nBoxDark, "box on the dark reference, radius");
+    fnAdd(rFiles.nMedianLight, "median on the light reference, radius");
+    fnAdd(rFiles.nBoxLight, "box on the light reference, radius");
+    return strText;
 }
 
 class CFigureSource {
@@ -141,8 +156,11 @@ public:
                          {"addedMedianMs", percentile(rCorrected, 0.5) - percentile(rPlain, 0.5)}};
     }
 
+    /// After addNonUniformity(): judges what that has measured.
     void addJudgement(ordered_json& rJson) const {
-        const Findings vecFindings = findings();
+        Findings vecFindings = findings();
+        const Findings vecMeasured = measuredFindings(rJson["summary"]);
+        vecFindings.insert(vecFindings.end(), vecMeasured.begin(), vecMeasured.end());
         rJson["verdict"] = verdict(vecFindings);
         std::string strCounts;
         for (const auto& [eLevel, pName] : {std::pair(eRefusal, "refusal"), {eWarning, "warning"}, {eNote, "note"}}) {
@@ -152,9 +170,9 @@ public:
                 strCounts += (strCounts.empty() ? "" : ", ") + counted(static_cast<uint64_t>(nCount), pName);
             }
         }
-        rJson["verdictText"] = (strCounts.empty() ? "Nothing to object to" : strCounts) +
-                               ". Judged: each reference, the two as a pair" +
-                               (m_rInput.strDevice.empty() ? "." : ", and whether they fit the camera.");
+        rJson["verdictText"] =
+            (strCounts.empty() ? "Nothing to object to" : strCounts) + ". Judged: each reference, the two as a pair" +
+            (m_rInput.strDevice.empty() ? "." : ", whether they fit the camera, and what they leave.");
         rJson["findings"] = toJson(vecFindings);
         rJson["references"] = toJson(m_rPair);
     }
@@ -169,15 +187,29 @@ private:
                 vecOnce.push_back(rFinding);
             }
         }
+        return vecOnce;
+    }
+
+    Findings measuredFindings(const ordered_json& rSummary) const {
+        Findings vecFound;
         const double dSaturated = m_rInput.bSelfTest ? 0.0 : m_rInput.Light.Before->dSaturatedShare;
         if (dSaturated > SATURATED_MAX) {
-            vecOnce.push_back({eWarning, "measured-saturated",
-                               fixed(100.0 * dSaturated, 1) +
-                                   " % of the samples of the measured frames are at full scale: what is cut off there "
-                                   "looks even, and the figures after correction are too good.",
-                               "Shorten the exposure or dim the light, and make the report again."});
+            vecFound.push_back({eWarning, "measured-saturated",
+                                fixed(100.0 * dSaturated, 1) +
+                                    " % of the samples of the measured frames are at full scale: what is cut off there "
+                                    "looks even, and the figures after correction are too good.",
+                                "Shorten the exposure or dim the light, and make the report again."});
         }
-        return vecOnce;
+        const auto fnNumber = [&](const char* pKey) {
+            return rSummary[pKey].is_number() ? rSummary[pKey].get<double>() : std::numeric_limits<double>::quiet_NaN();
+        };
+        // A filter trades the single pixels for less noise: what it leaves is not predicted.
+        const bool bPredicted = m_rPair.Pair && filterText(m_rInput.Files).empty();
+        const Findings vecMissed = compareWithPrediction(
+            m_rInput.Light, {fnNumber("prnuBefore"), fnNumber("prnuAfter")},
+            bPredicted ? m_rPair.Pair->Figures.dResidualPercent : std::numeric_limits<double>::quiet_NaN());
+        vecFound.insert(vecFound.end(), vecMissed.begin(), vecMissed.end());
+        return vecFound;
     }
 
     static ordered_json classesJson(const MeanImage& rDark, const MeanImage& rEven, double dGain, bool bDark) {
@@ -257,20 +289,6 @@ std::string timeText() {
     return acText;
 }
 
-std::string filterText(const PairOptions& rFiles) {
-    std::string strText;
-    const auto fnAdd = [&](unsigned nRadius, const char* pName) {
-        if (nRadius > 0) {
-            strText += (strText.empty() ? "" : ", ") + std::string(pName) + ' ' + std::to_string(nRadius);
-        }
-    };
-    fnAdd(rFiles.nMedianDark, "median on the dark reference, radius");
-    fnAdd(rFiles.nBoxDark, "box on the dark reference, radius");
-    fnAdd(rFiles.nMedianLight, "median on the light reference, radius");
-    fnAdd(rFiles.nBoxLight, "box on the light reference, radius");
-    return strText;
-}
-
 ordered_json textOrNull(const std::string& strText) {
     return strText.empty() ? ordered_json() : ordered_json(strText);
 }
@@ -305,8 +323,8 @@ ordered_json reportFigures(const ReportInput& rInput) {
     Json["camera"] = toJson(rInput.Camera);
     Json["frames"] = {{"dark", frames(rInput.Dark)}, {"light", rInput.bSelfTest ? 0 : frames(rInput.Light)}};
     const CFigureSource Source(rInput);
-    Source.addJudgement(Json);
     Source.addNonUniformity(Json);
+    Source.addJudgement(Json);
     Source.addTime(Json);
     Json["gain"] = gainJson(rInput);
     Source.addDefects(Json);
