@@ -16,7 +16,7 @@
 #include "Participants.h"
 #include "StreamFixture.h"
 #include "TemporaryFolder.h"
-#include "XapelBypassSlot.h"
+#include "XapelBypassDevice.h"
 #include "xapel2_standin/ReferenceFile.h"
 
 namespace {

@@ -8,6 +8,7 @@
 #include "xapel2/XapelExceptions.h"
 
 #include "VexoShadingCommands.h"
+#include "XapelSourceFile.h"
 #include "XapelTraceText.h"
 
 using XAPEL2::Exceptions::IException;

@@ -4,9 +4,6 @@
 
 #pragma once
 
-/// Source file that the shading object's exceptions name.
-constexpr char VEXO_SOURCE_FILE[] = "tlconsumer/xapel2_ext_sc/VexoShading";
-
 enum eVexoCommand : long long {
     eVexoEnable = 1,
     eVexoProcess = 2,

@@ -10,6 +10,7 @@
 
 #include "VexoShading.h"
 #include "VexoShadingCommands.h"
+#include "XapelSourceFile.h"
 #include "XapelTraceText.h"
 
 using XAPEL2::Exceptions::IException;
