@@ -315,7 +315,7 @@ int64_t CShadingProcessor::execute(int64_t iCommand, const ShadingInputs& rInput
 
 bool CShadingProcessor::setParameter(const std::string& strName, int64_t iValue) {
     const std::size_t iParameter = parameterIndex(strName);
-    if (iParameter == PARAMETERS.size() || iValue < PARAM_MIN || iValue > PARAM_MAX)
+    if (iParameter == PARAMETERS.size() || iValue < SHADING_PARAM_MIN || iValue > SHADING_PARAM_MAX)
         return false;
     const std::lock_guard<std::mutex> sLock(m_pImpl->m_mtxParameters);
     m_pImpl->m_aParameters[iParameter] = iValue;

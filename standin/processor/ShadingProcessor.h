@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 
+#include "xapel2/ShadingNodes.h"
 #include "xapel2_standin/Answers.h"
 
 namespace XAPEL2 {
@@ -34,18 +35,6 @@ struct ShadingAnswer {
     const char* reason() const { return strDetail.empty() ? pReason : strDetail.c_str(); }
 };
 
-enum eShadingCommand : int64_t {
-    eCommandEnable = 1,
-    eCommandProcess = 2,
-    eCommandApply = 3,
-    eCommandClear = 4,
-    eCommandLoadDark = 5,
-    eCommandLoadLight = 6,
-    eCommandStartDark = 7,
-    eCommandStartLight = 8,
-    eCommandEnd = 9,
-};
-
 /// One image processor. A command that comes while another one runs is refused with GC_ERR_RESOURCE_IN_USE; the
 /// parameters have a lock of their own and never wait for a command.
 class CShadingProcessor {
@@ -67,10 +56,8 @@ public:
         return execute(iCommand, rInputs, answer);
     }
 
-    static constexpr std::array<const char*, 4> PARAMETERS = {"BoxFilterLight", "BoxFilterDark", "MedianFilterLight",
-                                                              "MedianFilterDark"};
-    static constexpr int64_t PARAM_MIN = 0;
-    static constexpr int64_t PARAM_MAX = 31;
+    static constexpr std::array<const char*, 4> PARAMETERS = {SHADING_PARAM_BOX_LIGHT, SHADING_PARAM_BOX_DARK,
+                                                              SHADING_PARAM_MEDIAN_LIGHT, SHADING_PARAM_MEDIAN_DARK};
 
     /// False, and nothing changed, when the name is unknown or the value out of range.
     bool setParameter(const std::string& strName, int64_t iValue);

@@ -10,13 +10,14 @@
 #include <memory>
 #include <set>
 
+#include "xapel2/ShadingNodes.h"
 #include "xapel2/XapelExceptions.h"
 #include "xapel2_ext_sc.h"
 
 #include "Participants.h"
 #include "StreamFixture.h"
 #include "TemporaryFolder.h"
-#include "XapelBypassSlot.h"
+#include "XapelBypassDevice.h"
 #include "xapel2_standin/ReferenceFile.h"
 
 namespace {
@@ -180,7 +181,7 @@ TEST_F(HostFaults, StreamDeviceAndFacadeMayGoInAnyOrder) {
             startStream(eWhat == eCorrecting ? 1 : 0);
             std::atomic<bool> bInside{false}, bGoOn{eWhat != eCorrecting};
             Control::setNodeObserver([&](const Control::NodeAccess& rAccess) {
-                if (rAccess.strNode == "ShadingBuffer" && !bInside.exchange(true))
+                if (rAccess.strNode == XAPEL2::SHADING_NODE_BUFFER && !bInside.exchange(true))
                     eventually([&] { return bGoOn.load(); });
             });
             std::future<int> fetched;
@@ -318,7 +319,7 @@ TEST_F(HostFaults, BufferOfAnotherStreamOutlivesItsClosing) {
     startStream();
     std::atomic<bool> bInside{false}, bGoOn{false};
     Control::setNodeObserver([&](const Control::NodeAccess& rAccess) {
-        if (rAccess.strNode == "ShadingCommand" && !bInside.exchange(true))
+        if (rAccess.strNode == XAPEL2::SHADING_NODE_COMMAND && !bInside.exchange(true))
             eventually([&] { return bGoOn.load(); });
     });
     Control::HookHold hold(Control::eHookFetch);

@@ -11,7 +11,7 @@
 #include "Allocations.h"
 #include "Scenario.h"
 #include "StreamFixture.h"
-#include "XapelBypass.h"
+#include "XapelBypassDevice.h"
 
 namespace {
 

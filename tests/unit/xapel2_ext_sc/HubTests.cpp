@@ -16,7 +16,8 @@
 
 #include "Participants.h"
 #include "StreamFixture.h"
-#include "XapelBypassSlot.h"
+#include "XapelBypassDevice.h"
+#include "XapelBypassManager.h"
 
 namespace {
 

@@ -12,6 +12,7 @@
 
 #include "HostFixture.h"
 #include "TemporaryFolder.h"
+#include "xapel2/ShadingNodes.h"
 #include "xapel2/XapelTrace.h"
 #include "xapel2_standin/ReferenceFile.h"
 
@@ -25,16 +26,16 @@ enum eCommand : int64_t { eProcess = 2, eApply = 3, eLoadDark = 5, eStartDark = 
 class CProcessor {
 public:
     int64_t run(int64_t iCommand, const std::string& strFile = "") {
-        node("ShadingBrwFilename").SetString(strFile.c_str());
-        node("ShadingCommand").SetInt(iCommand);
-        return node("ShadingStatus").GetInt();
+        node(SHADING_NODE_FILE_NAME).SetString(strFile.c_str());
+        node(SHADING_NODE_COMMAND).SetInt(iCommand);
+        return node(SHADING_NODE_STATUS).GetInt();
     }
     int64_t run(int64_t iCommand, int64_t nWidth, int64_t nHeight, const void* pImage, int64_t nBytes) {
-        node("ShadingPixelFormat").SetString("Mono8");
-        node("ShadingWidth").SetInt(nWidth);
-        node("ShadingHeight").SetInt(nHeight);
-        node("ShadingBufferSize").SetInt(nBytes);
-        node("ShadingBuffer").SetInt(static_cast<int64_t>(reinterpret_cast<uintptr_t>(pImage)));
+        node(SHADING_NODE_PIXEL_FORMAT).SetString("Mono8");
+        node(SHADING_NODE_WIDTH).SetInt(nWidth);
+        node(SHADING_NODE_HEIGHT).SetInt(nHeight);
+        node(SHADING_NODE_BUFFER_SIZE).SetInt(nBytes);
+        node(SHADING_NODE_BUFFER).SetInt(static_cast<int64_t>(reinterpret_cast<uintptr_t>(pImage)));
         return run(iCommand);
     }
     int64_t process(const void* pImage) { return run(eProcess, 64, 48, pImage, 64 * 48); }
