@@ -14,6 +14,7 @@
 #include "terminal/Exit.h"
 #include "terminal/Output.h"
 #include "toolkit/sessions/Interrupt.h"
+#include "toolkit/sessions/Session.h"
 #include "xapel2/XapelExceptions.h"
 #include "xapel2_standin/Answers.h"
 
@@ -51,6 +52,9 @@ int runCommand(CCommandLine& rLine, const std::vector<std::string>& rWords) {
         return fail(rLine, eExitUsage, rError.what() + std::string("; --dark takes a dark one, --light a light one"));
     } catch (const CUsageError& rError) {
         return fail(rLine, eExitUsage, rError.what());
+    } catch (const CTimeoutError& rError) {
+        const bool bOption = rLine.command() == "record" || rLine.command() == "run" || rLine.command() == "report";
+        return fail(rLine, eExitFailure, rError.what() + std::string(bOption ? " with --timeout" : ""));
     } catch (const XAPEL2::Exceptions::IException& rError) {
         return fail(rLine, eExitFailure, rError.GetErrorDescription().get());
     } catch (const std::filesystem::filesystem_error& rError) {

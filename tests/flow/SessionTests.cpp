@@ -18,6 +18,7 @@
 #include "toolkit/sessions/Interrupt.h"
 #include "toolkit/sessions/Pair.h"
 #include "toolkit/sessions/Recording.h"
+#include "xapel2/XapelBypassRegistration.h"
 #include "xapel2_standin/Control.h"
 #include "xapel2_standin/ReferenceFile.h"
 
@@ -103,6 +104,70 @@ TEST_F(Session, RecordingThatCannotBeWrittenLeavesTheOlderFile) {
     EXPECT_EQ(reference.nImages, 2U);
     EXPECT_THAT(reference.strCamera, HasSubstr("ExposureTime"));
     EXPECT_THAT(m_Folder.names(), ElementsAre("dark.tif"));
+}
+
+TEST_F(Session, RecordingOutlivesItsSettings) {
+    EXPECT_EQ(record(true, 2, "light.tif").strNoSettings, "");
+    EXPECT_NE(XAPEL2::StandIn::readReferenceFile(m_Folder / "light.tif").strCamera, "");
+    Control::inject({Control::eNodeGetString, Control::eThrowStd, 1, true, "Gain"});
+    EXPECT_THAT(record(false, 3, "dark.tif").strNoSettings, HasSubstr("injected"));
+    EXPECT_EQ(XAPEL2::StandIn::readReferenceFile(m_Folder / "dark.tif").strCamera, "") << "not those of another one";
+}
+
+TEST_F(Session, EachFrameTellsWhyItIsUntouched) {
+    record(false, 2, "dark.tif");
+    CSession Camera(CAMERA);
+    PairOptions Dark;
+    Dark.strDark = m_Folder / "dark.tif";
+    applyPair(Camera, Dark);
+    Camera.nodes().GetNode("Height")->SetInt(16);
+    Control::setBufferFaults([](uint64_t i) { return i % 2 == 0 ? Control::eGood : Control::eNoImage; });
+    for (const bool bKeepRaw : {false, true}) {
+        CCorrectedStream Stream(Camera, bKeepRaw);
+        Stream.start(0, false);
+        for (unsigned i = 0; i < 6; ++i) Camera.giveBack(Stream.next().hBuffer);
+        Stream.stop();
+        EXPECT_THAT(Stream.tally().mapUntouched, ElementsAre(Pair("a reference is applied for another size", 3U),
+                                                             Pair("incomplete, or without an image", 3U)));
+    }
+}
+
+// As with a host that takes the hook of a stream away, and tells nobody.
+TEST_F(Session, FramesThatNeverReachAProcessorAreAnError) {
+    record(false, 2, "dark.tif");
+    CSession Camera(CAMERA);
+    PairOptions Dark;
+    Dark.strDark = m_Folder / "dark.tif";
+    applyPair(Camera, Dark);
+    for (void* pContext : Control::hookContexts()) {
+        registerBypass_DataStreamEventControlGetFilledBuffer(Camera.stream(), nullptr, pContext, nullptr, nullptr);
+    }
+    CCorrectedStream Stream(Camera, false);
+    Stream.start(0, false);
+    EXPECT_THROW(Stream.next(), std::runtime_error);
+}
+
+// What a step says is its own: not what failed before it, nor on another thread.
+TEST_F(Session, FailedStepTellsItsOwnReason) {
+    CSession Camera(CAMERA);
+    const auto fnWhy = [&](const std::function<void()>& fnOperation) {
+        try {
+            Camera.attempt("step", fnOperation);
+        } catch (const std::runtime_error& rError) {
+            return std::string(rError.what());
+        }
+        return std::string();
+    };
+    auto& rShading = Camera.shading();
+    EXPECT_EQ(fnWhy([&] { rShading.ReferenceApply(); }), "step: cannot apply to Mono8 32x32; there is no reference");
+    EXPECT_EQ(fnWhy([&] { rShading.ReferenceEnd("x"); }), "step: no recording is running");
+    Control::forceStatus(4, -1001);
+    EXPECT_EQ(fnWhy([&] { rShading.ReferenceClear(); }), "step: shading clear reference failed.");
+    EXPECT_EQ(fnWhy([&] {
+                  std::thread([&] { EXPECT_ANY_THROW(rShading.ReferenceEnd("x")); }).join();
+                  rShading.ReferenceClear();
+              }),
+              "step: shading clear reference failed.");
 }
 
 TEST_F(Session, InterruptEndsAFetchThatWaitsForNothing) {

@@ -4,6 +4,8 @@
 
 #include "toolkit/sessions/CorrectedStream.h"
 
+#include <stdexcept>
+
 namespace XAPEL2 {
 namespace Toolkit {
 
@@ -55,12 +57,19 @@ void CCorrectedStream::start(uint64_t iFirst, bool bTimed) {
 
 // Frames that a camera could not deliver whole count as one reason, whatever was wrong with each.
 void CCorrectedStream::judge(Fetched& rFetched) const {
-    if (m_rSession.correctionOf(rFetched.hBuffer) == StandIn::eCorrected) {
+    const StandIn::eCorrection eWhat = m_rSession.correctionOf(rFetched.hBuffer);
+    if (eWhat == StandIn::eCorrected) {
         return;
     }
     rFetched.strDetail = m_rSession.whyUncorrected(rFetched.hBuffer);
-    rFetched.strUntouched =
-        m_rSession.isComplete(rFetched.hBuffer) ? rFetched.strDetail : "incomplete, or without an image";
+    rFetched.strUntouched = "incomplete, or without an image";
+    if (m_rSession.isComplete(rFetched.hBuffer)) {
+        rFetched.strUntouched = rFetched.strDetail;
+        // Nothing else tells of a host that does not let the library see the stream.
+        if (eWhat == StandIn::eNotHanded && m_Tally.nCorrected == 0) {
+            throw std::runtime_error("correction cannot be switched on: " + rFetched.strDetail);
+        }
+    }
 }
 
 void CCorrectedStream::correctInPlace(Fetched& rFetched) {

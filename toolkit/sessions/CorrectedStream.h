@@ -51,6 +51,7 @@ public:
         bool bNewReason = false;                  ///< no frame before had this reason
         std::optional<Frame> Raw;                 ///< before correction, where that was asked for
     };
+    /// @throws std::runtime_error  the stream fails, or its frames do not get to the image processor.
     Fetched next();
 
     void stop() { m_rSession.stop(); }

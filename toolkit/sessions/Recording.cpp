@@ -40,7 +40,7 @@ private:
     void stream(uint64_t nFrames);
     void take(StandIn::BufferHandle hBuffer);
     uint64_t countSaturated(StandIn::BufferHandle hBuffer, const StandIn::ImageLayout& rLayout);
-    std::string note();
+    void noteSettings();
 
     CSession& m_rSession;
     bool m_bLight;
@@ -107,24 +107,23 @@ void CRecorder::stream(uint64_t nFrames) {
     }
 }
 
-/// What the references that this thread ends tell of the camera.
+/// What the references that this thread ends tell of the camera, as long as it lives.
 class CNote {
 public:
-    explicit CNote(const std::string& strJson) { StandIn::setReferenceNote(strJson); }
+    CNote() = default;
     ~CNote() { StandIn::setReferenceNote(""); }
     CNote(const CNote&) = delete;
     CNote& operator=(const CNote&) = delete;
 };
 
-// The camera's settings; none where they cannot be read.
-std::string CRecorder::note() {
+// Has the host file the camera's settings; none where they cannot be read, or the host does not take them.
+void CRecorder::noteSettings() {
     try {
         nlohmann::ordered_json json = toJson(readCameraSettings(m_rSession.nodes()));
         json[FRAMES_TAKEN] = m_Result.nFrames + m_Result.nLeftOut;
-        return json.dump();
+        StandIn::setReferenceNote(json.dump());
     } catch (const std::exception& rError) {
         m_Result.strNoSettings = rError.what();
-        return "";
     }
 }
 
@@ -140,7 +139,8 @@ Recording CRecorder::record(uint64_t nFrames, const std::string& strFile) {
     stream(nFrames);
     m_rProgress.clear();
     Interrupt::check();
-    const CNote filed(note());
+    const CNote note;
+    noteSettings();
     m_rSession.attempt(strFile, [&] { rShading.ReferenceEnd(strFile.c_str()); });
     return m_Result;
 }

@@ -139,11 +139,11 @@ uint64_t CSession::frameCount() const {
 }
 
 void CSession::start(uint64_t nFrames) {
-    StandIn::clearLastError();
     m_fDeadlineS = m_fTimeoutS + exposureS();
     for (StandIn::BufferHandle hBuffer : m_ahBuffers) {
         check(StandIn::queueBuffer(m_pStream, hBuffer), "queueing a buffer");
     }
+    StandIn::clearLastError();
     check(StandIn::startAcquisition(m_pStream, nFrames), "starting the camera");
 }
 
@@ -175,9 +175,9 @@ double CSession::exposureS() const {
     return bTold ? std::strtod(node("ExposureTime").GetString().get(), nullptr) * 1e-6 : 0.0;
 }
 
-void CSession::failWaiting() {
-    throw std::runtime_error(m_strDevice + ": the camera delivers no frame for " + fixed(m_fDeadlineS, 1) +
-                             " s; look at its cable and trigger, or give it more time with --timeout");
+void CSession::failWaiting() const {
+    throw CTimeoutError(m_strDevice + ": the camera delivers no frame for " + fixed(m_fDeadlineS, 1) +
+                        " s; look at its cable and trigger, or give it more time");
 }
 
 void CSession::waitForFrame() {
@@ -205,6 +205,7 @@ StandIn::BufferHandle CSession::fetch() {
         const double fLeftMs = std::max(0.0, (m_fDeadlineS - secondsSince(tBegin)) * 1e3);
         const auto iLeftMs = static_cast<unsigned long long>(fLeftMs) + 1;
         StandIn::BufferHandle hBuffer = nullptr;
+        StandIn::clearLastError();
         const Clock::time_point tCall = Clock::now();
         const int iResult = StandIn::getFilledBuffer(m_pStream, &hBuffer, iLeftMs);
         m_fLastFetchMs = secondsSince(tCall) * 1e3;
@@ -252,11 +253,14 @@ void* CSession::imageOf(StandIn::BufferHandle hBuffer) const {
 }
 
 std::string CSession::bufferText(StandIn::BufferHandle hBuffer, int iInfoCmd) const {
-    char acText[1024] = {};
-    unsigned long long nSize = sizeof acText - 1;
+    unsigned long long nSize = 0;
     int iType = 0;
-    const int iResult = StandIn::getBufferInfo(m_pStream, hBuffer, iInfoCmd, &iType, acText, &nSize);
-    return iResult == GC_ERR_SUCCESS ? acText : "";
+    if (StandIn::getBufferInfo(m_pStream, hBuffer, iInfoCmd, &iType, nullptr, &nSize) != GC_ERR_SUCCESS) {
+        return "";
+    }
+    std::vector<char> vecText(static_cast<std::size_t>(nSize) + 1);
+    const int iResult = StandIn::getBufferInfo(m_pStream, hBuffer, iInfoCmd, &iType, vecText.data(), &nSize);
+    return iResult == GC_ERR_SUCCESS ? vecText.data() : "";
 }
 
 StandIn::eCorrection CSession::correctionOf(StandIn::BufferHandle hBuffer) const {
@@ -283,7 +287,7 @@ Frame CSession::copyFrame(StandIn::BufferHandle hBuffer) const {
     return Result;
 }
 
-void CSession::failIncomplete(StandIn::BufferHandle hBuffer) {
+void CSession::failIncomplete(StandIn::BufferHandle hBuffer) const {
     throw std::runtime_error(m_strDevice + ": frame " + frameName(hBuffer) +
                              " cannot be used: " + whyUncorrected(hBuffer) + (hasScenes() ? "" : INCOMPLETE_ADVICE));
 }

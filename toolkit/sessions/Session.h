@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -26,6 +27,12 @@ constexpr const char* INCOMPLETE_ADVICE =
 
 /// Says that the camera found no buffer free for so many frames.
 std::string underrunText(uint64_t nUnderruns);
+
+/// The camera delivers no frame in time. The text ends where advice on how to give it more time may follow.
+class CTimeoutError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
 
 /// An opened camera with announced buffers and a shading object. Everything is given back by the destructor.
 /// What fails is a std::runtime_error that names the step, says why, and what to do; node accesses let host exceptions
@@ -107,9 +114,9 @@ public:
 private:
     Node& node(const char* pName) const;
     void check(int iResult, const char* pStep);
-    [[noreturn]] void failWaiting();
+    [[noreturn]] void failWaiting() const;
     double exposureS() const;
-    [[noreturn]] void failIncomplete(StandIn::BufferHandle hBuffer);
+    [[noreturn]] void failIncomplete(StandIn::BufferHandle hBuffer) const;
     template <typename T>
     T streamInfo(int iInfoCmd, const char* pStep);
     std::string bufferText(StandIn::BufferHandle hBuffer, int iInfoCmd) const;
