@@ -161,6 +161,8 @@ TEST_F(Session, FailedStepTellsItsOwnReason) {
     auto& rShading = Camera.shading();
     EXPECT_EQ(fnWhy([&] { rShading.ReferenceApply(); }), "step: cannot apply to Mono8 32x32; there is no reference");
     EXPECT_EQ(fnWhy([&] { rShading.ReferenceEnd("x"); }), "step: no recording is running");
+    Control::inject({Control::eNodeSetInt, Control::eThrowHost, 1, false, "ShadingCommand"});
+    EXPECT_EQ(fnWhy([&] { rShading.ReferenceClear(); }), "step: injected");
     Control::forceStatus(4, -1001);
     EXPECT_EQ(fnWhy([&] { rShading.ReferenceClear(); }), "step: shading clear reference failed.");
     EXPECT_EQ(fnWhy([&] {
