@@ -227,10 +227,12 @@ TEST_F(Answers, SinkIsReplacedWhileOthersTrace) {
     const int32_t iError = 2;
     std::atomic<uint64_t> nTotal{0};
     std::atomic<unsigned> nRunning{THREADS};
+    std::atomic<bool> bBegin{false};
     testing::internal::CaptureStderr();
     std::vector<std::thread> vecThreads;
     for (unsigned i = 0; i < THREADS; ++i) {
         vecThreads.emplace_back([&] {
+            while (!bBegin) std::this_thread::yield();
             for (unsigned n = 0; n < TRACES; ++n) extT(&iError, "x");
             --nRunning;
         });
@@ -241,7 +243,8 @@ TEST_F(Answers, SinkIsReplacedWhileOthersTrace) {
             EXPECT_FALSE(pCount->bEnded);
             pCount->nTraces += iLevel == 2 ? 1 : 0;
         });
-        if (i % 5 == 0) {
+        bBegin = true;
+        if (i % 5 == 4) {
             setTraceSink(nullptr);
         }
     }
