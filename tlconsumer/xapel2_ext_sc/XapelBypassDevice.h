@@ -90,7 +90,11 @@ public:
     int consumer_cancelGetFilledBuffer();
     int consumer_DeviceCloseDataStream(void* pStream);
     /// Moves the hub to the stream that the device lists first, and registers the hooks again. A stream that it moves
-    /// away from loses its hooks, and fetches that wait there are cancelled once. Returns 0.
+    /// away from loses its hooks, and where it is still listed, fetches that wait there are cancelled once. Follows
+    /// openings that overlap, a bounded number of times. Returns 0.
+    /// @throws Xapel_NotAvailableException   the device lists no data stream; nothing has changed.
+    /// @throws Xapel_ObjectInvalidException  the host refused a hook; the hub stays on its stream.
+    /// @throws what the host throws from the first look-up or a registration.
     int consumer_DeviceOpenDataStream();
 
     XAPEL2::Device* getXapelDevice() const { return m_pDevice; }
@@ -104,10 +108,13 @@ private:
     /// Replaces the set as a whole and returns the one before. bUnlessMoved: where the hub stands on another stream by
     /// now, it keeps its set and rHost comes back.
     XapelHostFunctions storeHostFunctions(const XapelHostFunctions& rHost, bool bUnlessMoved = false);
+    /// The hub has moved: takes its hooks off the stream before, and cancels the fetches there once. What the host
+    /// throws stays here.
     void leaveStream(const XapelHostFunctions& rBefore);
     void registerHooks(XAPEL2::DataStream* pDataStream, bool bRegisterOpen);
     void clearHostFunctions();
     XAPEL2::DataStream* findFirstDataStream(const char* pFunction);
+    bool isStreamListed(const XAPEL2::DataStream* pDataStream);
 
     void addTo(ParticipantList& rList, CXapelBypass* p);
     void removeFrom(ParticipantList& rList, CXapelBypass* p);
