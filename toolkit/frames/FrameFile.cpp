@@ -4,11 +4,13 @@
 
 #include "toolkit/frames/FrameFile.h"
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <stdexcept>
+#include <system_error>
 
 #include <tiffio.h>
 #include <unistd.h>
@@ -78,7 +80,8 @@ bool setTags(TIFF* pTiff, const Frame& rFrame) {
 }
 
 void writeTiff(const CNewFile& rOut, const fs::path& rFile, const Frame& rFrame) {
-    std::string strMessage = "no memory";
+    errno = 0;
+    std::string strMessage;
     const std::unique_ptr<TIFFOpenOptions, void (*)(TIFFOpenOptions*)> pOptions(TIFFOpenOptionsAlloc(),
                                                                                 TIFFOpenOptionsFree);
     if (pOptions) {
@@ -95,7 +98,8 @@ void writeTiff(const CNewFile& rOut, const fs::path& rFile, const Frame& rFrame)
             return;
         }
     }
-    throw std::runtime_error(rFile.string() + " cannot be written: " + strMessage);
+    throw std::runtime_error(rFile.string() + " cannot be written: " +
+                             (errno != 0 ? std::generic_category().message(errno) : "it does not make a TIFF file"));
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "standin/host/objects/Answers.h"
 #include "standin/host/objects/Trace.h"
 
 namespace XAPEL2 {
@@ -41,12 +42,13 @@ int CAcquisition::start(uint64_t nFrames) {
     }
     endCamera();
     m_bRunning = false;
+    setLastError(iCode, strReason.c_str());
     trace(2, "the acquisition cannot start: ", strReason.c_str());
     return iCode;
 }
 
 int CAcquisition::startCamera(uint64_t nFrames) {
-    m_rWaiters.setFailure(0);
+    m_rWaiters.setFailure(0, "");
     auto pStream = m_rCamera.makeStream(m_rQueue);
     if (pStream == nullptr) {
         return GC_ERR_RESOURCE_IN_USE;
@@ -96,11 +98,12 @@ bool CAcquisition::next(ICameraStream& rStream, CameraFrame& rFrame) {
     } catch (const CCameraError& rError) {
         // First the trace: who gets the code looks for the reason at once.
         trace(2, "the camera is lost: ", rError.what());
-        m_rWaiters.setFailure(rError.code());
+        m_rWaiters.setFailure(rError.code(), joined("the camera is lost: ", rError.what()));
         return false;
     }
     if (!rFrame.strFailure.empty()) {
         trace(2, "frame cannot be produced: ", rFrame.strFailure.c_str());
+        rFrame.info.strTrouble = joined("frame cannot be produced: ", rFrame.strFailure.c_str());
     }
     return true;
 }

@@ -125,6 +125,7 @@ int CBufferQueue::queue(BufferHandle hBuffer, std::size_t nPayload) {
     if (pBuffer->nBytes < nPayload) {
         return GC_ERR_BUFFER_TOO_SMALL;
     }
+    pBuffer->correction.reset();
     move(*pBuffer, eBufferQueued);
     hand(*pBuffer);
     return GC_ERR_SUCCESS;

@@ -65,6 +65,43 @@ int queryBuffer(const Buffer& rBuffer, const FrameInfo& rInfo, int32_t iInfoCmd,
     }
 }
 
+// Why the image of the frame is not corrected.
+std::string reasonOf(const CCorrectionState& rState, const NamedFrameInfo& rInfo) {
+    const char* const pReason = rState.reason();
+    if (pReason != nullptr) {
+        return std::string(rState.code() == eCorrected ? "corrected once, but not by all: " : "") + pReason;
+    }
+    if (rState.code() == eCorrected) {
+        return "";
+    }
+    if (!rInfo.strTrouble.empty()) {
+        return rInfo.strTrouble;
+    }
+    return !rInfo.bImage       ? "the frame has no image"
+           : rInfo.bIncomplete ? "the frame is incomplete"
+                               : "no image processor got the frame";
+}
+
+const void* imageOf(const Buffer& rBuffer, const FrameInfo& rInfo) {
+    return static_cast<const std::byte*>(rBuffer.pBase) + rInfo.nImageOffset;
+}
+
+// What is not in the copy that a fetch has of its frame.
+bool isOwnInfo(int32_t iInfoCmd) {
+    return iInfoCmd >= BUFFER_INFO_STANDIN_FRAME_NAME && iInfoCmd <= BUFFER_INFO_STANDIN_CORRECTION_REASON;
+}
+
+int queryOwn(const Buffer& rBuffer, int32_t iInfoCmd, const InfoSlot& rSlot) {
+    switch (iInfoCmd) {
+        case BUFFER_INFO_STANDIN_FRAME_NAME:
+            return writeText(rSlot, rBuffer.info.strName.c_str());
+        case BUFFER_INFO_STANDIN_CORRECTION:
+            return writeUint64(rSlot, rBuffer.correction.code());
+        default:
+            return writeText(rSlot, reasonOf(rBuffer.correction, rBuffer.info).c_str());
+    }
+}
+
 }  // namespace
 
 CBufferTable& CBufferTable::instance() {
@@ -105,8 +142,8 @@ int CBufferTable::query(BufferHandle hBuffer, int32_t iInfoCmd, const InfoSlot& 
     if (isUnanswered(iInfoCmd)) {
         return GC_ERR_NOT_AVAILABLE;
     }
-    const bool bName = iInfoCmd == BUFFER_INFO_STANDIN_FRAME_NAME;
-    if (const CCallFrame* pFrame = bName ? nullptr : CCallFrame::findFetched(hBuffer)) {
+    const bool bOwn = isOwnInfo(iInfoCmd);
+    if (const CCallFrame* pFrame = bOwn ? nullptr : CCallFrame::findFetched(hBuffer)) {
         return queryBuffer(pFrame->fetched(), pFrame->info(), iInfoCmd, rSlot);
     }
     std::lock_guard<std::mutex> lock(m_mtx);
@@ -114,8 +151,25 @@ int CBufferTable::query(BufferHandle hBuffer, int32_t iInfoCmd, const InfoSlot& 
     if (it == m_mapBuffers.end()) {
         return GC_ERR_INVALID_HANDLE;
     }
-    const NamedFrameInfo& rInfo = it->second->info;
-    return bName ? writeText(rSlot, rInfo.strName.c_str()) : queryBuffer(*it->second, rInfo, iInfoCmd, rSlot);
+    const Buffer& rBuffer = *it->second;
+    return bOwn ? queryOwn(rBuffer, iInfoCmd, rSlot) : queryBuffer(rBuffer, rBuffer.info, iInfoCmd, rSlot);
+}
+
+void CBufferTable::noteCorrection(const void* pImage, eCorrection eCode, const char* pReason) noexcept {
+    for (const CCallFrame* pFrame = CCallFrame::innermost(); pFrame != nullptr; pFrame = pFrame->outer()) {
+        if (pFrame->hasFetched() && imageOf(pFrame->fetched(), pFrame->info()) == pImage) {
+            pFrame->fetched().correction.add(eCode, pReason);
+            return;
+        }
+    }
+    std::lock_guard<std::mutex> lock(m_mtx);
+    for (const auto& rEntry : m_mapBuffers) {
+        Buffer& rBuffer = *rEntry.second;
+        // What is queued is the camera's.
+        if (imageOf(rBuffer, rBuffer.info) == pImage && rBuffer.eState.load(std::memory_order_relaxed) == eBufferIdle) {
+            rBuffer.correction.add(eCode, pReason);
+        }
+    }
 }
 
 const PixelFormat* CBufferTable::imageFormat(BufferHandle hBuffer, bool& rAlive) {

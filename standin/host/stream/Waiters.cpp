@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <chrono>
 
+#include "standin/host/objects/Answers.h"
+
 namespace XAPEL2 {
 namespace StandIn {
 
@@ -73,7 +75,11 @@ int CWaiters::fetch(BufferHandle* phBuffer, unsigned long long iTimeoutMs, uint6
     if (!bReady) {
         return GC_ERR_TIMEOUT;
     }
-    return isOver(waiter, uStamp) ? GC_ERR_ABORT : m_iFailure;
+    if (isOver(waiter, uStamp)) {
+        return GC_ERR_ABORT;
+    }
+    setLastError(m_iFailure, m_strFailure.c_str());
+    return m_iFailure;
 }
 
 bool CWaiters::endOldestWaiting() {
@@ -101,9 +107,10 @@ void CWaiters::frameCame() {
     m_cvChange.notify_all();
 }
 
-void CWaiters::setFailure(int iCode) {
+void CWaiters::setFailure(int iCode, const std::string& strText) {
     const std::lock_guard<std::mutex> lock(m_mtx);
     m_iFailure = iCode;
+    m_strFailure = strText;
     m_cvChange.notify_all();
 }
 

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <vector>
 
 #include "standin/host/stream/BufferQueue.h"
@@ -40,8 +41,8 @@ public:
 
     /// A buffer has been filled.
     void frameCame();
-    /// Fetches that find no frame return this code from now on; 0: they wait again.
-    void setFailure(int iCode);
+    /// Fetches that find no frame return this code from now on, with this text as the last error; 0: they wait again.
+    void setFailure(int iCode, const std::string& strText);
     int failure() const;
     /// Fetches that wait.
     std::size_t count() const;
@@ -67,6 +68,7 @@ private:
     std::vector<Waiter*> m_vecWaiters;  // in the order in which they began to wait
     uint64_t m_uLastCancel = 0;         // of s_uCancels, the one that ended the fetches of this stream
     int m_iFailure = 0;
+    std::string m_strFailure;
 };
 
 }  // namespace StandIn

@@ -22,10 +22,9 @@
 // take the minima of integers at least as fast.
 //
 // Networks of this kind: Adams, "Fast median filters using separable sorting networks", ACM Transactions on Graphics
-// 40(4), 2021; Perreault and Hebert, "Median filtering in constant time", IEEE Transactions on Image Processing 16(9),
-// 2007, is for windows beyond them (MedianHistogram.cpp).
+// 40(4), 2021.
 
-#include "standin/processor/filters/MedianNetwork.h"
+#include "standin/processor/filters/PlaneFilter.h"
 
 #include <algorithm>
 #include <array>

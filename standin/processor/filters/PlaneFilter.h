@@ -19,19 +19,21 @@ struct Plane {
 
 // What holds for all of them: the window is (2r+1) x (2r+1) with r from 1 to 31, and beyond the border the nearest
 // border sample counts. Samples lie between 0 and 65535; the result takes their places. It is the same on every
-// processor. Planes of whole numbers take half the time, up to the first row that has another sample.
+// processor. Networks and box take half the time for whole numbers, up to the first row that has another sample.
 // @throws std::bad_alloc  the result may be written in part. @threads any thread.
 
-/// Exact median: the sample that stands in the middle when those of the window are sorted.
-/// Up to NETWORK_RADIUS_MAX a network of minima and maxima, above it histograms whose time hardly depends on r. These
-/// work on a copy of the plane, all others on a few rows.
-void medianFilter(const Plane& rPlane, unsigned nRadius);
+/// Exact median: the sample that stands in the middle when those of the window are sorted. Small windows have it from a
+/// network of minima and maxima, larger ones from sets of ranks.
+constexpr unsigned NETWORK_RADIUS_MAX = 5;
+void medianByNetwork(const Plane& rPlane, unsigned nRadius);
+void medianByRanks(const Plane& rPlane, unsigned nRadius);
+inline void medianFilter(const Plane& rPlane, unsigned nRadius) {
+    (nRadius <= NETWORK_RADIUS_MAX ? medianByNetwork : medianByRanks)(rPlane, nRadius);
+}
 
 /// Mean of the window, in fractions of a DN. The sum of the window is exact (in units of 2^-24 DN), so that an even
 /// plane stays as it is; it is divided in double precision and rounded once to a float.
 void boxFilter(const Plane& rPlane, unsigned nRadius);
-
-constexpr unsigned NETWORK_RADIUS_MAX = 5;
 
 }  // namespace StandIn
 }  // namespace XAPEL2

@@ -86,7 +86,9 @@ TEST(PlaneFilter, AgreesWithTheDefinition) {
         if (nRadius <= NETWORK_RADIUS_MAX)
             vHere.push_back({521, 3});
         if (nRadius == NETWORK_RADIUS_MAX + 1)
-            vHere.push_back({2, 1030});
+            vHere.push_back({250, 250});
+        if (nRadius == 31)
+            vHere.insert(vHere.end(), {{2, 200}, {200, 2}});
         for (std::size_t i = 0; i < vHere.size(); ++i) {
             // All values, few, the extremes, and those around a place; each size meets each of them.
             const unsigned uKind = (nRadius + static_cast<unsigned>(i)) % 4;
@@ -96,8 +98,13 @@ TEST(PlaneFilter, AgreesWithTheDefinition) {
                 const uint32_t u = static_cast<uint32_t>(oRandom());
                 const uint32_t aKinds[] = {u & 0xFFFF, u & 3, u % 2 * 65535, 30000 + u % 3000};
                 vWhole[k] = static_cast<float>(aKinds[uKind]);
+                // Zero has two signs, which count as one, and some samples are too small for a float's full precision.
+                if (vWhole[k] == 0.0F && (u & 4) != 0) {
+                    vWhole[k] = -0.0F;
+                }
+                const int iExponent = u % 32 == 0 ? -149 : static_cast<int>(u % 32) - 40;
                 const float fFraction = static_cast<float>(u >> 20) / 4096.0F;
-                vFloat[k] = uKind == 0   ? std::ldexp(static_cast<float>(u >> 8), static_cast<int>(u & 31) - 40)
+                vFloat[k] = uKind == 0   ? std::ldexp(static_cast<float>(u >> 8), iExponent)
                             : uKind == 3 ? vWhole[k] + fFraction
                                          : vWhole[k] / 3.0F * (u % 5 == 0 ? 0.0F : 1.0F);
             }

@@ -2,19 +2,20 @@
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // The figures of a report.
 
+#include "toolkit/figures/ReportFigures.h"
+
 #include <algorithm>
 #include <cmath>
 #include <ctime>
 #include <limits>
 
-#include "report/Html.h"
-#include "report/Report.h"
-#include "terminal/Toolkit.h"
 #include "toolkit/figures/Curves.h"
+#include "toolkit/figures/Prediction.h"
 #include "toolkit/frames/Percentile.h"
+#include "toolkit/text/Texts.h"
 
 namespace XAPEL2 {
-namespace App {
+namespace Toolkit {
 
 using nlohmann::ordered_json;
 
@@ -28,7 +29,7 @@ constexpr uint64_t FRAMES_MIN = 2;       // that tell fixed pattern and noise ap
 ordered_json curveJson(const std::vector<double>& vecValues) {
     ordered_json Json = ordered_json::array();
     for (const double dValue : vecValues) {
-        Json.push_back(std::round(dValue * 1e4) / 1e4);
+        Json.push_back(std::round(dValue * 1e4) / 1e4 + 0.0);  // no negative zero
     }
     return Json;
 }
@@ -48,9 +49,23 @@ MeanImage blackLike(const MeanImage& rImage) {
     return Black;
 }
 
+std::string filterText(const PairOptions& rFiles) {
+    std::string strText;
+    const auto fnAdd = [&](unsigned nRadius, const char* pName) {
+        if (nRadius > 0) {
+            strText += (strText.empty() ? "" : ", ") + std::string(pName) + ' ' + std::to_string(nRadius);
+        }
+    };
+    fnAdd(rFiles.nMedianDark, "median on the dark reference, radius");
+    fnAdd(rFiles.nBoxDark, "box on the dark reference, radius");
+    fnAdd(rFiles.nMedianLight, "median on the light reference, radius");
+    fnAdd(rFiles.nBoxLight, "box on the light reference, radius");
+    return strText;
+}
+
 class CFigureSource {
 public:
-    explicit CFigureSource(const ReportInput& rInput) : m_rInput(rInput), m_rPair(*rInput.pPair) {}
+    explicit CFigureSource(const ReportInput& rInput) : m_rInput(rInput), m_rPair(rInput.Pair) {}
 
     void addNonUniformity(ordered_json& rJson) const {
         const bool bEven = isMeasured(m_rInput.Light) && !m_rInput.bSelfTest;
@@ -96,9 +111,9 @@ public:
         rJson["measuredOn"] =
             m_rInput.bSelfTest
                 ? "The light reference itself, before and after correction by the pair: a self-test, no measurement."
-                : "Mean of " + std::to_string(frames(m_rInput.Light)) +
-                      " frames of the even target that are not in the reference. 100 % is the mean of a colour, its "
-                      "dark level taken off.";
+                : "Mean of " + counted(frames(m_rInput.Light), "frame") +
+                      " of the even target outside the reference. 100 % is the mean of a colour, its dark level taken "
+                      "off.";
     }
 
     void addDefects(ordered_json& rJson) const {
@@ -141,21 +156,23 @@ public:
                          {"addedMedianMs", percentile(rCorrected, 0.5) - percentile(rPlain, 0.5)}};
     }
 
+    /// After addNonUniformity(): judges what that has measured.
     void addJudgement(ordered_json& rJson) const {
-        const Findings vecFindings = findings();
+        Findings vecFindings = findings();
+        const Findings vecMeasured = measuredFindings(rJson["summary"]);
+        vecFindings.insert(vecFindings.end(), vecMeasured.begin(), vecMeasured.end());
         rJson["verdict"] = verdict(vecFindings);
         std::string strCounts;
         for (const auto& [eLevel, pName] : {std::pair(eRefusal, "refusal"), {eWarning, "warning"}, {eNote, "note"}}) {
             const auto nCount = std::count_if(vecFindings.begin(), vecFindings.end(),
                                               [eLevel = eLevel](const Finding& r) { return r.eLevel == eLevel; });
             if (nCount > 0) {
-                strCounts +=
-                    (strCounts.empty() ? "" : ", ") + std::to_string(nCount) + ' ' + pName + (nCount == 1 ? "" : "s");
+                strCounts += (strCounts.empty() ? "" : ", ") + counted(static_cast<uint64_t>(nCount), pName);
             }
         }
-        rJson["verdictText"] = (strCounts.empty() ? "Nothing to object to" : strCounts) +
-                               ". Judged: each reference, the two as a pair" +
-                               (m_rInput.strDevice.empty() ? "." : ", and whether they fit the camera.");
+        rJson["verdictText"] =
+            (strCounts.empty() ? "Nothing to object to" : strCounts) + ". Judged: each reference, the two as a pair" +
+            (m_rInput.strDevice.empty() ? "." : ", whether they fit the camera, and what they leave.");
         rJson["findings"] = toJson(vecFindings);
         rJson["references"] = toJson(m_rPair);
     }
@@ -170,15 +187,29 @@ private:
                 vecOnce.push_back(rFinding);
             }
         }
+        return vecOnce;
+    }
+
+    Findings measuredFindings(const ordered_json& rSummary) const {
+        Findings vecFound;
         const double dSaturated = m_rInput.bSelfTest ? 0.0 : m_rInput.Light.Before->dSaturatedShare;
         if (dSaturated > SATURATED_MAX) {
-            vecOnce.push_back({eWarning, "measured-saturated",
-                               rounded(100.0 * dSaturated, 1) +
-                                   " % of the samples of the measured frames are at full scale: what is cut off there "
-                                   "looks even, and the figures after correction are too good.",
-                               "Shorten the exposure or dim the light, and make the report again."});
+            vecFound.push_back({eWarning, "measured-saturated",
+                                fixed(100.0 * dSaturated, 1) +
+                                    " % of the samples of the measured frames are at full scale: what is cut off there "
+                                    "looks even, and the figures after correction are too good.",
+                                "Shorten the exposure or dim the light, and make the report again."});
         }
-        return vecOnce;
+        const auto fnNumber = [&](const char* pKey) {
+            return rSummary[pKey].is_number() ? rSummary[pKey].get<double>() : std::numeric_limits<double>::quiet_NaN();
+        };
+        // A filter trades the single pixels for less noise, and what is cut off cannot be made even: neither is predicted.
+        const bool bPredicted = m_rPair.Pair && filterText(m_rInput.Files).empty() && dSaturated <= SATURATED_MAX;
+        const Findings vecMissed = compareWithPrediction(
+            m_rInput.Light, {fnNumber("prnuBefore"), fnNumber("prnuAfter")},
+            bPredicted ? m_rPair.Pair->Figures.dResidualPercent : std::numeric_limits<double>::quiet_NaN());
+        vecFound.insert(vecFound.end(), vecMissed.begin(), vecMissed.end());
+        return vecFound;
     }
 
     static ordered_json classesJson(const MeanImage& rDark, const MeanImage& rEven, double dGain, bool bDark) {
@@ -258,26 +289,12 @@ std::string timeText() {
     return acText;
 }
 
-std::string filterText(const PairOptions& rFiles) {
-    std::string strText;
-    const auto fnAdd = [&](unsigned nRadius, const char* pName) {
-        if (nRadius > 0) {
-            strText += (strText.empty() ? "" : ", ") + std::string(pName) + ' ' + std::to_string(nRadius);
-        }
-    };
-    fnAdd(rFiles.nMedianDark, "median on the dark reference, radius");
-    fnAdd(rFiles.nBoxDark, "box on the dark reference, radius");
-    fnAdd(rFiles.nMedianLight, "median on the light reference, radius");
-    fnAdd(rFiles.nBoxLight, "box on the light reference, radius");
-    return strText;
-}
-
 ordered_json textOrNull(const std::string& strText) {
     return strText.empty() ? ordered_json() : ordered_json(strText);
 }
 
 ordered_json gainJson(const ReportInput& rInput) {
-    const JudgedPair& rPair = *rInput.pPair;
+    const JudgedPair& rPair = rInput.Pair;
     const std::vector<float> vGains =
         gainsOf(rPair.Dark ? &*rPair.Dark : nullptr, rPair.Light ? &*rPair.Light : nullptr);
     const auto fnShare = [&](double dShare) { return static_cast<double>(percentile(vGains, dShare)); };
@@ -300,16 +317,14 @@ ordered_json reportFigures(const ReportInput& rInput) {
     Json["pixelFormat"] = rLayout.pFormat->pName;
     Json["width"] = rLayout.nWidth;
     Json["height"] = rLayout.nHeight;
-    Json["version"] = XAPEL2_SHADING_VERSION;
-    Json["commandLine"] = rInput.strCommandLine;
     Json["made"] = timeText();
     Json["files"] = {{"dark", textOrNull(rInput.Files.strDark)}, {"light", textOrNull(rInput.Files.strLight)}};
     Json["filters"] = textOrNull(filterText(rInput.Files));
     Json["camera"] = toJson(rInput.Camera);
     Json["frames"] = {{"dark", frames(rInput.Dark)}, {"light", rInput.bSelfTest ? 0 : frames(rInput.Light)}};
     const CFigureSource Source(rInput);
-    Source.addJudgement(Json);
     Source.addNonUniformity(Json);
+    Source.addJudgement(Json);
     Source.addTime(Json);
     Json["gain"] = gainJson(rInput);
     Source.addDefects(Json);
@@ -317,5 +332,5 @@ ordered_json reportFigures(const ReportInput& rInput) {
     return Json;
 }
 
-}  // namespace App
+}  // namespace Toolkit
 }  // namespace XAPEL2
