@@ -200,7 +200,12 @@ int64_t CShadingProcessor::Impl::apply(const ShadingInputs& rInputs, ShadingAnsw
         filterReference(sLayout, sRadii, aFiltered[eKind]);
         apSamples[eKind] = &aFiltered[eKind];
     }
-    auto pCorrection = makeCorrection(sLayout, apSamples[eReferenceDark], apSamples[eReferenceLight]);
+    CorrectionOutput sOutput;
+    if (m_aReferences[eReferenceLight]) {
+        sOutput = {m_aReferences[eReferenceLight]->sOutput, &m_aReferences[eReferenceLight]->vecDefects};
+    }
+    auto pCorrection =
+        makeCorrection(sLayout, apSamples[eReferenceDark], apSamples[eReferenceLight], nullptr, sOutput);
     std::string strCorrection = pCorrection->description();
     m_pCorrection = std::move(pCorrection);
     describe(std::move(strCorrection));

@@ -89,6 +89,32 @@ inline double steadyVariance(double dPixels, double dFrames, double dShape, doub
     return dVariance > 0.0 ? dVariance : 0.0;
 }
 
+/// What the brightness of a corrected image is scaled to.
+enum eOutputTarget {
+    eTargetMean = 0,   ///< each colour class keeps its mean
+    eTargetMax = 1,    ///< the brightest part of each colour class keeps its brightness, the rest comes up to it
+    eTargetValue = 2,  ///< every colour class gets the same mean, so that several cameras agree
+};
+
+/// How corrected images come out.
+struct ReferenceOutput {
+    eOutputTarget eTarget = eTargetMean;
+    double dTarget = 0.0;    ///< DN, above 0 to full scale; of eTargetValue alone
+    double dPedestal = 0.0;  ///< DN, added after the correction: 0 to half of full scale
+
+    /// True where nothing is said.
+    bool isDefault() const { return eTarget == eTargetMean && dPedestal == 0.0; }
+};
+
+/// What is wrong with a pixel, as bits of a defect map.
+enum eDefectBit : uint8_t {
+    eDefectHot = 1,     ///< brighter than its neighbours in the dark
+    eDefectDead = 2,    ///< no or hardly any answer to light
+    eDefectUneven = 4,  ///< brighter or dimmer than its neighbours under light
+    eDefectByHand = 8,  ///< marked by the user
+    eDefectBits = 15,   ///< all of them
+};
+
 /// The mean of the images of one recording, with what is known about them.
 struct ReferenceImage {
     eReferenceKind eKind = eReferenceDark;  ///< dark or light
@@ -106,6 +132,15 @@ struct ReferenceImage {
     std::vector<double> vClassNoise{};
     FrameMeans sMeans{};    ///< how the light went
     uint32_t uLargest = 0;  ///< the largest sample of all images; 0: not known, or black
+
+    ReferenceOutput sOutput{};        ///< of a light reference
+    /// Of a light reference: a byte for each pixel, row by row, 0 or bits of eDefectBit; empty: no defects.
+    std::vector<uint8_t> vecDefects{};
+
+    /// Most pixels that a map may mark: 1 of 32, and always 64.
+    static uint64_t defectsMax(const ImageLayout& rLayout) {
+        return rLayout.nWidth * rLayout.nHeight / 32 < 64 ? 64 : rLayout.nWidth * rLayout.nHeight / 32;
+    }
 };
 
 }  // namespace StandIn

@@ -48,6 +48,8 @@ public:
         return iText->second;
     }
     const std::string& camera() const { return m_strCamera; }
+    bool hasOutput() const { return m_bHasOutput; }
+    ReferenceOutput output(double dFull) const;
 
     bool null() override { return value("null"); }
     bool boolean(bool bValue) override { return value(bValue ? "true" : "false"); }
@@ -61,6 +63,11 @@ public:
     bool string(string_t& strValue) override {
         if (m_nDepth == 1)
             m_Texts[m_strKey] = strValue;
+        if (isOutputMember() && m_strOutputKey == "target") {
+            require(strValue == "mean" || strValue == "max", "unknown target of the output");
+            m_sOutput.eTarget = strValue == "max" ? eTargetMax : eTargetMean;
+            return true;
+        }
         return value(Json(strValue).dump());
     }
     bool binary(binary_t&) override { return false; }  // not in JSON text
@@ -68,9 +75,13 @@ public:
         if (m_nDepth == 1) {
             m_strKey = strKey;
             m_bCamera = strKey == "camera";
+            m_bOutput = strKey == "output";
+            m_bHasOutput = m_bHasOutput || m_bOutput;
             if (m_bCamera)
                 m_strCamera.clear();
             m_bComma = false;
+        } else if (m_nDepth == 2 && m_bOutput) {
+            m_strOutputKey = strKey;
         } else if (m_bCamera) {
             append(Json(strKey).dump() + ':');
             m_bComma = false;
@@ -82,6 +93,7 @@ public:
     bool start_array(std::size_t) override {
         require(m_nDepth != 0, "the description is no JSON object");
         require(m_nDepth != 1 || !m_bCamera, "the camera settings are no JSON object");
+        require(m_nDepth != 1 || !m_bOutput, "the output is no JSON object");
         return open('[');
     }
     bool end_array() override { return close(']'); }
@@ -93,16 +105,31 @@ private:
     bool number(double dValue, const std::string& strText) {
         if (m_nDepth == 1)
             m_Numbers[m_strKey] = dValue;
+        if (isOutputMember() && m_strOutputKey == "target") {
+            m_sOutput.eTarget = eTargetValue;
+            m_sOutput.dTarget = dValue;
+            return true;
+        }
+        if (isOutputMember() && m_strOutputKey == "pedestal") {
+            m_sOutput.dPedestal = dValue;
+            return true;
+        }
         return value(strText);
     }
     bool value(const std::string& strText) {
         require(m_nDepth != 0, "the description is no JSON object");
         require(m_nDepth != 1 || !m_bCamera, "the camera settings are no JSON object");
+        require(m_nDepth != 1 || !m_bOutput, "the output is no JSON object");
+        require(!isOutputMember() || (m_strOutputKey != "target" && m_strOutputKey != "pedestal"),
+                "a member of the output has a wrong type");
         append(strText);
         m_bComma = true;
         return true;
     }
+    bool isOutputMember() const { return m_nDepth == 2 && m_bOutput; }
     bool open(char cBracket) {
+        require(!isOutputMember() || (m_strOutputKey != "target" && m_strOutputKey != "pedestal"),
+                "a member of the output has a wrong type");
         require(++m_nDepth <= DEPTH_MAX, "the description is nested too deeply");
         append(std::string(1, cBracket));
         m_bComma = false;
@@ -128,8 +155,12 @@ private:
     std::string m_strCamera;
     std::string m_strKey;      // of the outer object
     std::size_t m_nDepth = 0;  // open brackets
-    bool m_bCamera = false;    // inside the member "camera"
-    bool m_bComma = false;     // a value stands before in the same brackets
+    ReferenceOutput m_sOutput;
+    std::string m_strOutputKey;
+    bool m_bOutput = false;  // inside the member "output"
+    bool m_bHasOutput = false;
+    bool m_bCamera = false;  // inside the member "camera"
+    bool m_bComma = false;   // a value stands before in the same brackets
 };
 
 std::string classNoiseName(std::size_t iClass) {
@@ -145,6 +176,14 @@ void readNewer(const CDescriptionReader& rReader, double dFull, ReferenceImage& 
         rReference.vClassNoise.push_back(rReader.number(classNoiseName(k), dFull));
     if (rReader.has("largest"))
         rReference.uLargest = static_cast<uint32_t>(rReader.number("largest", dFull));
+}
+
+ReferenceOutput CDescriptionReader::output(double dFull) const {
+    require(m_sOutput.eTarget != eTargetValue || (m_sOutput.dTarget > 0.0 && m_sOutput.dTarget <= dFull),
+            "the target of the output is not above 0 and up to full scale");
+    require(m_sOutput.dPedestal >= 0.0 && m_sOutput.dPedestal <= dFull / 2,
+            "the pedestal of the output is not from 0 to half of full scale");
+    return m_sOutput;
 }
 
 }  // namespace
@@ -167,6 +206,13 @@ std::string makeDescription(const ReferenceImage& rReference) {
     if (!rReference.strCamera.empty()) {
         require(Json::accept(rReference.strCamera), "the camera settings are no JSON object");
         strText += R"(,"camera":)" + rReference.strCamera;
+    }
+    if (!rReference.sOutput.isDefault()) {
+        const ReferenceOutput& rOutput = rReference.sOutput;
+        strText += R"(,"output":{"target":)" + (rOutput.eTarget == eTargetValue ? fnNumber(rOutput.dTarget)
+                                                : rOutput.eTarget == eTargetMax ? R"("max")"
+                                                                                : R"("mean")");
+        strText += R"(,"pedestal":)" + fnNumber(rOutput.dPedestal) + '}';
     }
     strText += '}';
     parseDescription(strText.c_str(), rReference.sLayout.nWidth, rReference.sLayout.nHeight);
@@ -204,6 +250,9 @@ ReferenceImage parseDescription(const char* strText, uint64_t nWidth, uint64_t n
     sReference.dTemporalNoise = oReader.number("temporalNoise", dFull);
     readNewer(oReader, dFull, sReference);
     sReference.strCamera = oReader.camera();
+    require(!oReader.hasOutput() || sReference.eKind == eReferenceLight,
+            "only a light reference tells how the output is scaled");
+    sReference.sOutput = oReader.output(dFull);
     return sReference;
 }
 

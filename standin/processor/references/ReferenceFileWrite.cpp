@@ -43,11 +43,55 @@ void setTags(const CTiffHandle& rTiff, const ReferenceImage& rReference, std::si
     rTiff.check(bGood, "the TIFF library refuses a tag");
 }
 
+/// Ends the first page and writes the map as the second one.
+void writeDefects(const CTiffHandle& rTiff, const ReferenceImage& rReference) {
+    TIFF* pTiff = rTiff.get();
+    const ImageLayout& rLayout = rReference.sLayout;
+    const auto nWidth = static_cast<std::size_t>(rLayout.nWidth);
+    const auto nHeight = static_cast<std::size_t>(rLayout.nHeight);
+    const std::size_t nRowsPerStrip = std::max<std::size_t>(1, STRIP_BYTES / nWidth);
+    rTiff.check(TIFFWriteDirectory(pTiff) == 1, "cannot write the directory");
+    const bool bGood = TIFFSetField(pTiff, TIFFTAG_IMAGEWIDTH, static_cast<uint32_t>(nWidth)) &&
+                       TIFFSetField(pTiff, TIFFTAG_IMAGELENGTH, static_cast<uint32_t>(nHeight)) &&
+                       TIFFSetField(pTiff, TIFFTAG_SAMPLESPERPIXEL, 1) &&
+                       TIFFSetField(pTiff, TIFFTAG_BITSPERSAMPLE, 8) &&
+                       TIFFSetField(pTiff, TIFFTAG_SAMPLEFORMAT, SAMPLEFORMAT_UINT) &&
+                       TIFFSetField(pTiff, TIFFTAG_COMPRESSION, COMPRESSION_NONE) &&
+                       TIFFSetField(pTiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK) &&
+                       TIFFSetField(pTiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG) &&
+                       TIFFSetField(pTiff, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT) &&
+                       TIFFSetField(pTiff, TIFFTAG_ROWSPERSTRIP, static_cast<uint32_t>(nRowsPerStrip)) &&
+                       TIFFSetField(pTiff, TIFFTAG_PAGENAME, "defects");
+    rTiff.check(bGood, "the TIFF library refuses a tag");
+    uint32_t iStrip = 0;
+    for (std::size_t iY = 0; iY < nHeight; iY += nRowsPerStrip, ++iStrip) {
+        auto* pRows = const_cast<uint8_t*>(&rReference.vecDefects[iY * nWidth]);  // as above
+        const auto nBytes = static_cast<tmsize_t>(std::min(nRowsPerStrip, nHeight - iY) * nWidth);
+        rTiff.check(TIFFWriteEncodedStrip(pTiff, iStrip, pRows, nBytes) == nBytes, "cannot write the defect map");
+    }
+}
+
+/// A map is one that readReferenceFile takes.
+void checkDefects(const ReferenceImage& rReference) {
+    const ImageLayout& rLayout = rReference.sLayout;
+    const std::vector<uint8_t>& rMap = rReference.vecDefects;
+    if (rMap.empty()) {
+        return;
+    }
+    const bool bGood = rReference.eKind == eReferenceLight && rMap.size() == rLayout.nWidth * rLayout.nHeight &&
+                       std::all_of(rMap.begin(), rMap.end(), [](uint8_t u) { return (u & ~eDefectBits) == 0; });
+    const auto nGood = static_cast<uint64_t>(std::count(rMap.begin(), rMap.end(), 0));
+    if (!bGood || rMap.size() - nGood > ReferenceImage::defectsMax(rLayout)) {
+        throw CFileError("the defect map is none that a light reference of this size can carry");
+    }
+}
+
 void writeTiff(int iFile, const ReferenceImage& rReference) {
+    checkDefects(rReference);
     const std::size_t nRow = rReference.sLayout.samplesPerRow();
     const auto nHeight = static_cast<std::size_t>(rReference.sLayout.nHeight);
     const std::size_t nRowsPerStrip = std::max<std::size_t>(1, STRIP_BYTES / (nRow * sizeof(float)));
-    const bool bLarge = rReference.vSamples.size() * sizeof(float) > CLASSIC_BYTES_MAX;
+    const bool bLarge = rReference.vSamples.size() * sizeof(float) + rReference.vecDefects.size() > CLASSIC_BYTES_MAX;
     const CTiffHandle sTiff(iFile, bLarge ? "w8" : "w", 0);
     setTags(sTiff, rReference, nRowsPerStrip);
     uint32_t iStrip = 0;
@@ -56,6 +100,9 @@ void writeTiff(int iFile, const ReferenceImage& rReference) {
         auto* pSamples = const_cast<float*>(&rReference.vSamples[iY * nRow]);
         const auto nBytes = static_cast<tmsize_t>(std::min(nRowsPerStrip, nHeight - iY) * nRow * sizeof(float));
         sTiff.check(TIFFWriteEncodedStrip(sTiff.get(), iStrip, pSamples, nBytes) == nBytes, "cannot write the samples");
+    }
+    if (!rReference.vecDefects.empty()) {
+        writeDefects(sTiff, rReference);
     }
     // Closing would flush too, but reports nothing.
     sTiff.check(TIFFFlush(sTiff.get()) == 1, "cannot write the directory");
