@@ -274,18 +274,37 @@ void CXapelBypassDevice::removeFrom(ParticipantList& rList, CXapelBypass* p) {
 }
 
 void CXapelBypassDevice::dropParticipant(CXapelBypass* p) noexcept {
-    // A mutex that cannot be locked ends the process here: the object would be destroyed while it can still be called.
-    if (!isListed(p))
+    bool bMayBeListed = true;
+    runInDestructor([&] { bMayBeListed = isListed(p); });
+    if (!bMayBeListed) {
         return;
-    {
+    }
+    bool bRemoved = false;
+    runInDestructor([&] {
         const CXapelAccessControl guard(m_mtxAccess, m_AccessData, CXapelAccessControl::eExclusive, eCallNone);
         runInDestructor([this] { waitExclusiveAccess(); });
         m_AccessData.WaitExclusive();
         const std::lock_guard<std::mutex> lock(m_mtxLeaf);
         m_lstParticipants.remove(p);
         m_lstParticipantsForCalling.remove(p);
+        bRemoved = true;
+    });
+    if (!bRemoved) {
+        endService();
     }
     m_OpenClose.waitUntilNone();
+}
+
+void CXapelBypassDevice::endService() noexcept {
+    m_OpenClose.close();
+    m_Life.refuseCalls();
+    // Once, now that nobody comes after: who waits in the host is inside.
+    runInDestructor([this] { consumer_cancelGetFilledBuffer(); });
+    m_Life.waitForCalls();
+    // A list change of another thread may still be asking the participants to cancel.
+    while (!m_AccessData.IsEmpty()) {
+        xapelSpinPause();
+    }
 }
 
 bool CXapelBypassDevice::isListed(CXapelBypass* p) const {

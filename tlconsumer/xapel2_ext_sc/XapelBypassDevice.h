@@ -71,7 +71,8 @@ public:
     void registerParticipantForCalling(CXapelBypass* p);
     void unregisterParticipantForCalling(CXapelBypass* p);
 
-    /// Takes p off both lists, whatever the host does. Leaves the gate alone when p is in neither.
+    /// Takes p off both lists, whatever the host does. Leaves the gate alone when p is in neither. Where a mutex cannot
+    /// be locked, the hub ends its service instead: p may be destroyed all the same.
     void dropParticipant(CXapelBypass* p) noexcept;
 
     // Hook calls, entered from the host with the hub pinned. Exceptions of participants and host functions leave them.
@@ -115,6 +116,10 @@ private:
     void clearHostFunctions();
     XAPEL2::DataStream* findFirstDataStream(const char* pFunction);
     bool isStreamListed(const XAPEL2::DataStream* pDataStream);
+
+    /// Turns every call away from here on, as if the hub were gone, and returns when none is inside: for a list that
+    /// cannot be changed. Price: no participant of the device is called again while the hub is held.
+    void endService() noexcept;
 
     void addTo(ParticipantList& rList, CXapelBypass* p);
     void removeFrom(ParticipantList& rList, CXapelBypass* p);

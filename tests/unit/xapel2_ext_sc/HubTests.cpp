@@ -43,6 +43,34 @@ TEST_F(Hub, DeviceWithoutStreamsIsRefusedWithATrace) {
     CXapelBypass works(m_pDevice);
 }
 
+TEST_F(Hub, ExceptionsNameTheUnitWhateverFileTheyAreIn) {
+    const auto pHub = std::make_unique<CXapelBypassDevice>(m_pDevice);
+    const struct {
+        std::function<void()> fnPrepare, fnThrow;
+    } rows[] = {
+        {[] {}, [] { CXapelBypass none(nullptr); }},
+        {[] {
+             Control::inject({Control::eRegisterInfo, Control::eRefuse});
+         },
+         [&] { pHub->initCallBacks(false); }},
+        {[] {
+             Control::inject({Control::eRemoveFetch, Control::eRefuse});
+         },
+         [&] { pHub->deInitCallBacks(); }},
+        {[&] { Control::hideStreams(m_pDevice, true); }, [&] { pHub->consumer_DeviceOpenDataStream(); }},
+    };
+    for (const auto& rRow : rows) {
+        rRow.fnPrepare();
+        try {
+            rRow.fnThrow();
+            ADD_FAILURE() << "nothing was thrown";
+        } catch (const IException& rException) {
+            EXPECT_STREQ(rException.GetFileName().get(), "tlconsumer/xapel2_ext_sc/XapelBypass");
+            EXPECT_NE(rException.GetLineNumber(), 0U);
+        }
+    }
+}
+
 TEST_F(Hub, FailedConstructionTakesItsHooksBack) {
     const auto fnRemovals = [] {
         const Texts texts = Control::registrations();
@@ -87,8 +115,11 @@ TEST_F(Hub, RefusedRemovalIsTracedAndTheOthersAreRemoved) {
 TEST_F(Hub, DeInitStopsAtTheFirstRefusalAndKeepsTheFunctions) {
     const auto pHub = std::make_unique<CXapelBypassDevice>(m_pDevice);
     Control::inject({Control::eRemoveInfo, Control::eRefuse});
+    Control::recordTraces(true);
     EXPECT_EQ(thrown<Xapel_ObjectInvalidException>([&] { pHub->deInitCallBacks(); }),
               "deInitCallBacks: The DataStream object is not valid or is no longer valid");
+    EXPECT_EQ(XapelTest::traceTexts(0), Texts{"Extended-API;CXapelBypassDevice::; deInitCallBack called;"});
+    EXPECT_TRUE(XapelTest::traceTexts(2).empty());
     EXPECT_EQ(Control::liveHooks(), 3U);
     EXPECT_EQ(pHub->consumer_cancelGetFilledBuffer(), 0);
     pHub->initCallBacks(true);
