@@ -7,11 +7,11 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <fstream>
 #include <stdexcept>
 
 #include <png.h>
 
+#include "standin/files/SafeFile.h"
 #include "toolkit/frames/Percentile.h"
 
 namespace XAPEL2 {
@@ -67,15 +67,6 @@ std::string encode(const Picture& rPicture, const Shades& rShades, png_uint_32 u
     }
     strPng.resize(nBytes);
     return strPng;
-}
-
-void writeFile(const std::filesystem::path& rFile, const std::string& strBytes) {
-    std::ofstream Out(rFile, std::ios::binary | std::ios::trunc);
-    Out << strBytes;
-    Out.close();
-    if (!Out) {
-        throw std::runtime_error(rFile.string() + " cannot be written");
-    }
 }
 
 }  // namespace
@@ -134,8 +125,8 @@ void writePicturePair(const std::filesystem::path& rBeforeFile, const Frame& rBe
     const Picture Before = pictureOf(rBefore);
     const Picture After = pictureOf(rAfter);
     const Shades Common = commonShades(Before, After);
-    writeFile(rBeforeFile, pngOf(Before, Common));
-    writeFile(rAfterFile, pngOf(After, Common));
+    StandIn::saveFile(rBeforeFile, pngOf(Before, Common));
+    StandIn::saveFile(rAfterFile, pngOf(After, Common));
 }
 
 }  // namespace Toolkit

@@ -10,6 +10,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "standin/files/SafeFile.h"
 #include "terminal/Toolkit.h"
 #include "toolkit/frames/FrameFile.h"
 
@@ -110,12 +111,7 @@ nlohmann::ordered_json toJson(const DemoFigures& rFigures) {
 }
 
 void COutputFolder::writeFigures(const DemoFigures& rFigures) const {
-    std::ofstream Out(m_Folder / FIGURES, std::ios::trunc);
-    Out << toJson(rFigures).dump(2, ' ', false, json::error_handler_t::replace) << '\n';
-    Out.close();
-    if (!Out) {
-        throw std::runtime_error((m_Folder / FIGURES).string() + " cannot be written");
-    }
+    StandIn::saveFile(m_Folder / FIGURES, toJson(rFigures).dump(2, ' ', false, json::error_handler_t::replace) + '\n');
 }
 
 }  // namespace App

@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Writes an image as a TIFF file.
+
+#pragma once
+
+#include <cstdint>
+
+#include "standin/files/TiffHandle.h"
+
+namespace XAPEL2 {
+namespace StandIn {
+
+/// What a TIFF file says of its image.
+struct TiffImage {
+    uint64_t nWidth = 0, nHeight = 0;    ///< pixels
+    uint16_t nChannels = 1;              ///< 1, or 3 for red, green, blue
+    uint16_t nBits = 0;                  ///< of a sample: unsigned integers of 8 or 16, floating point of 32
+    uint16_t uLargest = 0;               ///< largest value that a sample may have; 0: not said
+    const char* pDescription = nullptr;  ///< borrowed; null: none
+};
+
+/// Writes an uncompressed file, the first line at the top, and flushes it out of the TIFF library.
+/// @param[in] iFile     empty and open for reading and writing; borrowed.
+/// @param[in] pSamples  row by row without gaps, in the byte order of this machine.
+/// @throws CFileError
+void writeTiff(int iFile, const TiffImage& rImage, const void* pSamples);
+
+}  // namespace StandIn
+}  // namespace XAPEL2
