@@ -66,7 +66,7 @@ public:
         recorder.ReferenceStart(false);
         recorder.ReferenceAdd("Mono8", 1, 1, &uDark, 1);
         recorder.ReferenceEnd((m_Folder / "dark.tif").c_str());
-        m_Nodes.file(XAPEL2::StandIn::eCommandLoadDark, m_Folder / "dark.tif");
+        m_Nodes.file(XAPEL2::eCommandLoadDark, m_Folder / "dark.tif");
         m_Nodes.apply({XAPEL2::StandIn::findPixelFormat("Mono8"), 1, 1});
     }
 

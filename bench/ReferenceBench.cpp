@@ -166,7 +166,7 @@ public:
           m_Sums(2 * m_rLayout.bytes()),
           m_Limit(eSums, 2 * m_rLayout.bytes()) {
         check();
-        m_Nodes.command(XAPEL2::StandIn::eCommandStartLight);
+        m_Nodes.command(XAPEL2::eCommandStartLight);
     }
     void addTo(CReferenceRounds& rRounds, const std::string& strGroup) {
         rRounds.add(
@@ -179,7 +179,7 @@ private:
         constexpr std::size_t IMAGES = 300;  // more than 16-bit sums of 8-bit samples can hold
         const XAPEL2::Test::CTemporaryFolder folder;
         std::vector<double> vSums(m_rLayout.samples());
-        m_Nodes.command(XAPEL2::StandIn::eCommandStartLight);
+        m_Nodes.command(XAPEL2::eCommandStartLight);
         for (std::size_t i = 0; i < IMAGES; ++i) {
             m_Nodes.process(m_rLayout, m_Frames.frame(i));
             m_Nodes.require(static_cast<long long>(i) + 1);
@@ -189,7 +189,7 @@ private:
             const double dTimes = static_cast<double>((IMAGES - i + CFrames::COUNT - 1) / CFrames::COUNT);
             for (std::size_t j = 0; j < vSums.size(); ++j) vSums[j] += dTimes * vSamples[j];
         }
-        m_Nodes.file(XAPEL2::StandIn::eCommandEnd, folder / "light.tif");
+        m_Nodes.file(XAPEL2::eCommandEnd, folder / "light.tif");
         const ReferenceImage sReference = readReferenceFile(folder / "light.tif");
         for (std::size_t i = 0; i < vSums.size(); ++i) {
             if (sReference.vSamples[i] != static_cast<float>(vSums[i] / static_cast<double>(IMAGES)))

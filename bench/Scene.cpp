@@ -98,8 +98,8 @@ void CScene::apply(CShadingNodes& rNodes) const {
     sReference.eKind = eReferenceLight;
     sReference.vSamples = m_vLight;
     writeReferenceFile(folder / "light.tif", sReference);
-    rNodes.file(XAPEL2::StandIn::eCommandLoadDark, folder / "dark.tif");
-    rNodes.file(XAPEL2::StandIn::eCommandLoadLight, folder / "light.tif");
+    rNodes.file(XAPEL2::eCommandLoadDark, folder / "dark.tif");
+    rNodes.file(XAPEL2::eCommandLoadLight, folder / "light.tif");
     rNodes.apply(m_sLayout);
 }
 

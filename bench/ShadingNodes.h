@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "standin/processor/ShadingProcessor.h"
+#include "xapel2/ShadingNodes.h"
 #include "xapel2/XapelNodes.h"
 #include "xapel2_standin/ReferenceImage.h"
 
@@ -21,7 +21,7 @@ public:
         writeFormat(strFormat, nWidth, nHeight);
         m_pBufferSize->SetInt(static_cast<long long>(nBytes));
         m_pBuffer->SetInt(static_cast<long long>(reinterpret_cast<uintptr_t>(pImage)));
-        m_pCommand->SetInt(XAPEL2::StandIn::eCommandProcess);
+        m_pCommand->SetInt(XAPEL2::eCommandProcess);
     }
     void process(const XAPEL2::StandIn::ImageLayout& rLayout, void* pImage) {
         process(rLayout.pFormat->pName, rLayout.nWidth, rLayout.nHeight, rLayout.bytes(), pImage);
@@ -44,15 +44,15 @@ public:
     }
 
     /// A command with a reference file. @throws std::runtime_error  it failed.
-    void file(XAPEL2::StandIn::eShadingCommand eWhat, const std::string& strFile) {
+    void file(XAPEL2::eShadingCommand eWhat, const std::string& strFile) {
         m_pFilename->SetString(strFile.c_str());
         command(eWhat);
     }
     void apply(const XAPEL2::StandIn::ImageLayout& rLayout) {
         writeFormat(rLayout.pFormat->pName, rLayout.nWidth, rLayout.nHeight);
-        command(XAPEL2::StandIn::eCommandApply);
+        command(XAPEL2::eCommandApply);
     }
-    void command(XAPEL2::StandIn::eShadingCommand eWhat) {
+    void command(XAPEL2::eShadingCommand eWhat) {
         m_pCommand->SetInt(eWhat);
         require();
     }
@@ -66,14 +66,14 @@ private:
     }
 
     XAPEL2::ImageProcessor m_Processor;
-    XAPEL2::Node* const m_pFormat = node("ShadingPixelFormat");
-    XAPEL2::Node* const m_pWidth = node("ShadingWidth");
-    XAPEL2::Node* const m_pHeight = node("ShadingHeight");
-    XAPEL2::Node* const m_pBufferSize = node("ShadingBufferSize");
-    XAPEL2::Node* const m_pBuffer = node("ShadingBuffer");
-    XAPEL2::Node* const m_pFilename = node("ShadingBrwFilename");
-    XAPEL2::Node* const m_pCommand = node("ShadingCommand");
-    XAPEL2::Node* const m_pStatus = node("ShadingStatus");
+    XAPEL2::Node* const m_pFormat = node(XAPEL2::SHADING_NODE_PIXEL_FORMAT);
+    XAPEL2::Node* const m_pWidth = node(XAPEL2::SHADING_NODE_WIDTH);
+    XAPEL2::Node* const m_pHeight = node(XAPEL2::SHADING_NODE_HEIGHT);
+    XAPEL2::Node* const m_pBufferSize = node(XAPEL2::SHADING_NODE_BUFFER_SIZE);
+    XAPEL2::Node* const m_pBuffer = node(XAPEL2::SHADING_NODE_BUFFER);
+    XAPEL2::Node* const m_pFilename = node(XAPEL2::SHADING_NODE_FILE_NAME);
+    XAPEL2::Node* const m_pCommand = node(XAPEL2::SHADING_NODE_COMMAND);
+    XAPEL2::Node* const m_pStatus = node(XAPEL2::SHADING_NODE_STATUS);
 };
 
 }  // namespace XapelBench

@@ -15,6 +15,7 @@
 #include "FuzzTarget.h"
 #include "standin/processor/ShadingProcessor.h"
 #include "xapel2/GenTLCodes.h"
+#include "xapel2/ShadingNodes.h"
 #include "xapel2/XapelExceptions.h"
 #include "xapel2/XapelNodes.h"
 #include "xapel2_standin/Control.h"
@@ -69,22 +70,23 @@ private:
         if (uStep == 0) {
             const std::size_t i = uFirst % (rFormats.size() + 2);
             const std::string strNone(i % 2 * 5000, 'M');
-            node("ShadingPixelFormat")->SetString(i < rFormats.size() ? rFormats[i].pName : strNone.c_str());
+            node(SHADING_NODE_PIXEL_FORMAT)->SetString(i < rFormats.size() ? rFormats[i].pName : strNone.c_str());
         } else if (uStep <= 2) {
             const bool bWidth = uStep == 1;  // the largest image is longer than a block of the correction, 1024 samples
-            node(bWidth ? "ShadingWidth" : "ShadingHeight")->SetInt(number(uFirst % 2, bWidth ? 48 : 24));
+            node(bWidth ? SHADING_NODE_WIDTH : SHADING_NODE_HEIGHT)->SetInt(number(uFirst % 2, bWidth ? 48 : 24));
         } else if (uStep == 3) {
             makeImage(uFirst, byte());
         } else if (uStep == 4) {
             m_iName = uFirst % NAMES;
-            node("ShadingBrwFilename")->SetString(path(m_iName).c_str());
+            node(SHADING_NODE_FILE_NAME)->SetString(path(m_iName).c_str());
         } else if (uStep == 5) {
             const int64_t iRadius = number(-1, 34);
             const std::size_t i = uFirst % (CShadingProcessor::PARAMETERS.size() + 1);
-            node("ShadingParamSelector")->SetValue(i ? CShadingProcessor::PARAMETERS[i - 1] : "none");
-            const bool bRange = iRadius >= 0 && iRadius <= 31;
-            node("ShadingParamValue")->SetInt(iRadius);
-            require(bRange && node("ShadingParamValue")->GetInt() == iRadius, "a filter radius is taken or refused");
+            node(SHADING_NODE_PARAM_SELECTOR)->SetValue(i ? CShadingProcessor::PARAMETERS[i - 1] : "none");
+            const bool bRange = iRadius >= SHADING_PARAM_MIN && iRadius <= SHADING_PARAM_MAX;
+            node(SHADING_NODE_PARAM_VALUE)->SetInt(iRadius);
+            require(bRange && node(SHADING_NODE_PARAM_VALUE)->GetInt() == iRadius,
+                    "a filter radius is taken or refused");
         } else {
             command(uFirst % 11 + (uFirst < 0xF0 ? 0 : 1LL << 32));
         }
@@ -99,14 +101,14 @@ private:
         const std::size_t nStep = std::array<std::size_t, 4>{0, 1, 3, 101}[uFlags >> 2 & 3];
         for (std::size_t i = 0; i < m_nImage; ++i) m_pImage[i] = static_cast<uint8_t>(uSeed + i * nStep);
         m_bImage = (uFlags & 0xC0) == 0;
-        node("ShadingBuffer")->SetInt((uFlags & 0x40) ? 0 : reinterpret_cast<intptr_t>(m_pImage.get()));
-        node("ShadingBufferSize")->SetInt(static_cast<int64_t>(m_nImage) * ((uFlags & 0x80) ? -1 : 1));
+        node(SHADING_NODE_BUFFER)->SetInt((uFlags & 0x40) ? 0 : reinterpret_cast<intptr_t>(m_pImage.get()));
+        node(SHADING_NODE_BUFFER_SIZE)->SetInt(static_cast<int64_t>(m_nImage) * ((uFlags & 0x80) ? -1 : 1));
     }
 
     ImageLayout layout() {
-        return {findPixelFormat(node("ShadingPixelFormat")->GetString().get()),
-                static_cast<uint64_t>(node("ShadingWidth")->GetInt()),
-                static_cast<uint64_t>(node("ShadingHeight")->GetInt())};
+        return {findPixelFormat(node(SHADING_NODE_PIXEL_FORMAT)->GetString().get()),
+                static_cast<uint64_t>(node(SHADING_NODE_WIDTH)->GetInt()),
+                static_cast<uint64_t>(node(SHADING_NODE_HEIGHT)->GetInt())};
     }
     std::vector<uint16_t> samples(const ImageLayout& rLayout) const {
         std::vector<uint16_t> vSamples(rLayout.samples());
@@ -118,8 +120,8 @@ private:
         ++m_nCommands;
         const std::vector<uint8_t> vBefore(m_pImage.get(), m_pImage.get() + m_nImage);
         const ImageLayout sLayout = layout();
-        node("ShadingCommand")->SetInt(iCommand);
-        const int64_t iStatus = node("ShadingStatus")->GetInt();
+        node(SHADING_NODE_COMMAND)->SetInt(iCommand);
+        const int64_t iStatus = node(SHADING_NODE_STATUS)->GetInt();
         require(iStatus == expectedStatus(iCommand, sLayout), "a command has the status that it promises");
         std::size_t iBit = 0;  // the place from which on the image is as it was
         if (iCommand == eCommandProcess && iStatus == GC_ERR_SUCCESS) {

@@ -1,14 +1,17 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 the xapel2_ext_sc authors
-// Makes the frame source that a device identifier names.
+// Makes the camera that a device identifier names.
 
 #include "standin/cameras/DeviceId.h"
 
+#include <algorithm>
 #include <set>
 #include <stdexcept>
 
+#include "standin/cameras/CameraModule.h"
 #include "standin/cameras/replay/ReplaySource.h"
 #include "standin/cameras/sim/SimulatedSensor.h"
+#include "standin/cameras/source/SourceCamera.h"
 
 namespace XAPEL2 {
 namespace StandIn {
@@ -20,6 +23,27 @@ struct SimSettings : CameraSettings {
     uint64_t nSensorWidth = 0, nSensorHeight = 0;  // 0: as large as the image wants
     uint64_t nBinning = 1;
 };
+
+// What identifiers of real cameras begin with, as the module's file name ends.
+const std::string REAL_PREFIX = "aravis:";
+
+// KEY=VALUE, joined by '&'. A text without '=' has no key.
+std::vector<NodeSetting> splitSettings(const std::string& strSettings) {
+    std::vector<NodeSetting> vecSettings;
+    for (std::size_t iPos = 0; iPos <= strSettings.size();) {
+        const std::size_t iEnd = std::min(strSettings.find('&', iPos), strSettings.size());
+        NodeSetting setting;
+        setting.strText = strSettings.substr(iPos, iEnd - iPos);
+        const std::size_t iEqual = setting.strText.find('=');
+        if (iEqual != std::string::npos) {
+            setting.strNode = setting.strText.substr(0, iEqual);
+            setting.strValue = setting.strText.substr(iEqual + 1);
+        }
+        vecSettings.push_back(std::move(setting));
+        iPos = iEnd + 1;
+    }
+    return vecSettings;
+}
 
 [[noreturn]] void refuse(const std::string& strId, const std::string& strText) {
     throw std::invalid_argument("device '" + strId + "': " + strText);
@@ -69,11 +93,11 @@ const struct {
     {"sensorheight", &SimSettings::nSensorHeight, 1, IMAGE_SIDE_MAX},
 };
 
-void parseSetting(const std::string& strId, const std::string& strSetting, SimSettings& rSettings,
+void parseSetting(const std::string& strId, const NodeSetting& rSetting, SimSettings& rSettings,
                   std::set<std::string>& rSeen) {
-    const std::size_t iEqual = strSetting.find('=');
-    const std::string strKey = strSetting.substr(0, iEqual);
-    const std::string strValue = iEqual == std::string::npos ? "" : strSetting.substr(iEqual + 1);
+    // A key without '=' is one without a value.
+    const std::string& strKey = rSetting.strNode.empty() ? rSetting.strText : rSetting.strNode;
+    const std::string& strValue = rSetting.strValue;
     if (!rSeen.insert(strKey).second)
         refuse(strId, "setting '" + strKey + "' is given twice");
     if (strKey == "format") {
@@ -113,11 +137,10 @@ SimSettings parseSim(const std::string& strId, const std::string& strRest) {
     if (!strSeed.empty())
         settings.uSeed = parseNumber(strId, "seed", strSeed.substr(1), 0, UINT64_MAX);
     std::set<std::string> aSeen;
-    for (std::size_t iPos = iQuery; iPos != std::string::npos;) {
-        const std::size_t iNext = strRest.find('&', iPos + 1);
-        const std::size_t nLength = iNext == std::string::npos ? iNext : iNext - iPos - 1;
-        parseSetting(strId, strRest.substr(iPos + 1, nLength), settings, aSeen);
-        iPos = iNext;
+    if (iQuery != std::string::npos) {
+        for (const NodeSetting& rSetting : splitSettings(strRest.substr(iQuery + 1))) {
+            parseSetting(strId, rSetting, settings, aSeen);
+        }
     }
     if (!isBinning(settings.nBinning))
         refuse(strId, "binning is 1, 2 or 4");
@@ -160,6 +183,31 @@ std::unique_ptr<IFrameSource> makeFileSource(const std::vector<std::string>& aFi
     if (aFiles.empty())
         throw std::invalid_argument("no image files given");
     return std::make_unique<CReplaySource>(aFiles, strFormat.empty() ? nullptr : parseFormat("files", strFormat));
+}
+
+NamedCamera makeCamera(const std::string& strId) {
+    if (strId.rfind(REAL_PREFIX, 0) != 0) {
+        return {std::make_unique<CSourceCamera>(makeFrameSource(strId)), {}};
+    }
+    const std::string strRest = strId.substr(REAL_PREFIX.size());
+    const std::size_t iQuery = strRest.find('?');
+    auto pCamera = cameraProvider().open(strRest.substr(0, iQuery));
+    if (iQuery == std::string::npos) {
+        return {std::move(pCamera), {}};
+    }
+    return {std::move(pCamera), splitSettings(strRest.substr(iQuery + 1))};
+}
+
+NamedCamera makeFileCamera(const std::vector<std::string>& vecFiles, const std::string& strFormat) {
+    return {std::make_unique<CSourceCamera>(makeFileSource(vecFiles, strFormat)), {}};
+}
+
+std::vector<CameraInfo> findRealCameras() {
+    std::vector<CameraInfo> vecCameras = cameraProvider().list();
+    for (CameraInfo& rCamera : vecCameras) {
+        rCamera.strId = REAL_PREFIX + rCamera.strId;
+    }
+    return vecCameras;
 }
 
 }  // namespace StandIn

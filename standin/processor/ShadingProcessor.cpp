@@ -29,6 +29,8 @@ namespace {
 constexpr const auto& PARAMETERS = CShadingProcessor::PARAMETERS;
 enum eParameter : std::size_t { eBoxLight, eBoxDark, eMedianLight, eMedianDark };
 
+constexpr const char* BUSY = "another command is running";
+constexpr const char* RECORDING = "a recording is running";
 constexpr int64_t UNTOUCHED = 1;  // status of an image that was left as it is because nothing is applied for it
 constexpr int32_t TRACE_ERROR = 2;
 // Where no image can lie: the host may not know a buffer's base, but the image's offset in it.
@@ -43,7 +45,7 @@ const char* textOf(eReason eWhy) {
                                                                     "a reference is applied for another size",
                                                                     "the image is impossible",
                                                                     "the recording has another format or size",
-                                                                    "another command is running"};
+                                                                    BUSY};
     return TEXTS[eWhy];
 }
 
@@ -66,15 +68,16 @@ ImageLayout layoutOf(const ShadingInputs& rInputs) {
 struct CShadingProcessor::Impl {
     explicit Impl(TraceFunc fnTrace) : m_fnTrace(std::move(fnTrace)) {}
 
-    int64_t run(int64_t iCommand, const ShadingInputs& rInputs);
-    int64_t process(const ShadingInputs& rInputs);
-    int64_t apply(const ShadingInputs& rInputs);
+    int64_t run(int64_t iCommand, const ShadingInputs& rInputs, ShadingAnswer& rAnswer);
+    int64_t process(const ShadingInputs& rInputs, ShadingAnswer& rAnswer);
+    int64_t apply(const ShadingInputs& rInputs, ShadingAnswer& rAnswer);
     int64_t clear() noexcept;
-    int64_t load(eReferenceKind eKind, const ShadingInputs& rInputs);
-    int64_t start(eReferenceKind eKind);
-    int64_t end(const ShadingInputs& rInputs);
+    int64_t load(eReferenceKind eKind, const ShadingInputs& rInputs, ShadingAnswer& rAnswer);
+    int64_t start(eReferenceKind eKind, ShadingAnswer& rAnswer);
+    int64_t end(const ShadingInputs& rInputs, ShadingAnswer& rAnswer);
 
-    int64_t leaveUntouched(eReason eWhy, const ShadingInputs& rInputs, int64_t iStatus);
+    int64_t leaveUntouched(eReason eWhy, const ShadingInputs& rInputs, int64_t iStatus, ShadingAnswer& rAnswer);
+    int64_t failApply(const std::string& strWhy, int64_t iStatus, ShadingAnswer& rAnswer);
     FilterRadii radii(eReferenceKind eKind) const;
     void describe(std::string strCorrection) noexcept;
     void emit(const std::string& strText) const noexcept;
@@ -111,7 +114,11 @@ void CShadingProcessor::Impl::emit(const std::string& strText) const noexcept {
     }
 }
 
-int64_t CShadingProcessor::Impl::leaveUntouched(eReason eWhy, const ShadingInputs& rInputs, int64_t iStatus) {
+// The reason is told for each image, and traced once.
+int64_t CShadingProcessor::Impl::leaveUntouched(eReason eWhy, const ShadingInputs& rInputs, int64_t iStatus,
+                                                ShadingAnswer& rAnswer) {
+    rAnswer.eOutcome = iStatus < 0 ? eRefused : eLeftUntouched;
+    rAnswer.pReason = textOf(eWhy);
     const uint32_t uBit = 1U << eWhy;
     if ((m_uTraced.fetch_or(uBit, std::memory_order_relaxed) & uBit) == 0)
         m_strTrace = "image left untouched; " + std::string(textOf(eWhy)) + "; image " +
@@ -132,47 +139,52 @@ void CShadingProcessor::Impl::describe(std::string strCorrection) noexcept {
     m_strCorrection.swap(strCorrection);
 }
 
-int64_t CShadingProcessor::Impl::process(const ShadingInputs& rInputs) {
+int64_t CShadingProcessor::Impl::process(const ShadingInputs& rInputs, ShadingAnswer& rAnswer) {
     const ImageLayout sLayout = layoutOf(rInputs);
     if (!sLayout.isPossible() || static_cast<uint64_t>(rInputs.iBuffer) < NO_ADDRESS || rInputs.iBufferSize < 0 ||
         static_cast<uint64_t>(rInputs.iBufferSize) < sLayout.bytes())
-        return leaveUntouched(eImpossible, rInputs, GC_ERR_INVALID_PARAMETER);
+        return leaveUntouched(eImpossible, rInputs, GC_ERR_INVALID_PARAMETER, rAnswer);
     void* const pImage = reinterpret_cast<void*>(static_cast<uintptr_t>(rInputs.iBuffer));
 
     if (m_pRecorder) {
         if (m_pRecorder->images() != 0 && m_pRecorder->layout() != sLayout)
-            return leaveUntouched(eOtherThanRecording, rInputs, GC_ERR_INVALID_PARAMETER);
+            return leaveUntouched(eOtherThanRecording, rInputs, GC_ERR_INVALID_PARAMETER, rAnswer);
         m_pRecorder->add(sLayout, pImage);
+        rAnswer.eOutcome = eRecorded;
+        rAnswer.pReason = RECORDING;
         return static_cast<int64_t>(m_pRecorder->images());
     }
     if (!m_pCorrection)
-        return leaveUntouched(eNothingApplied, rInputs, UNTOUCHED);
+        return leaveUntouched(eNothingApplied, rInputs, UNTOUCHED, rAnswer);
     if (m_sApplied.pFormat != sLayout.pFormat)
-        return leaveUntouched(eOtherFormat, rInputs, UNTOUCHED);
+        return leaveUntouched(eOtherFormat, rInputs, UNTOUCHED, rAnswer);
     if (m_sApplied != sLayout)
-        return leaveUntouched(eOtherSize, rInputs, UNTOUCHED);
+        return leaveUntouched(eOtherSize, rInputs, UNTOUCHED, rAnswer);
     m_pCorrection->correct(pImage);
+    rAnswer.eOutcome = eCorrected;
     return GC_ERR_SUCCESS;
 }
 
-int64_t CShadingProcessor::Impl::apply(const ShadingInputs& rInputs) {
+int64_t CShadingProcessor::Impl::failApply(const std::string& strWhy, int64_t iStatus, ShadingAnswer& rAnswer) {
+    rAnswer.strDetail = "cannot apply to " + strWhy;
+    m_strTrace = rAnswer.strDetail;
+    return iStatus;
+}
+
+int64_t CShadingProcessor::Impl::apply(const ShadingInputs& rInputs, ShadingAnswer& rAnswer) {
     const ImageLayout sLayout = layoutOf(rInputs);
     const std::string strWanted = toText(rInputs.strPixelFormat, rInputs.iWidth, rInputs.iHeight);
-    if (!sLayout.isPossible()) {
-        m_strTrace = "cannot apply to " + strWanted + "; unknown format or impossible size";
-        return GC_ERR_INVALID_PARAMETER;
-    }
-    if (!m_aReferences[eReferenceDark] && !m_aReferences[eReferenceLight]) {
-        m_strTrace = "cannot apply to " + strWanted + "; there is no reference";
-        return GC_ERR_NOT_AVAILABLE;
-    }
+    if (!sLayout.isPossible())
+        return failApply(strWanted + "; unknown format or impossible size", GC_ERR_INVALID_PARAMETER, rAnswer);
+    if (!m_aReferences[eReferenceDark] && !m_aReferences[eReferenceLight])
+        return failApply(strWanted + "; there is no reference", GC_ERR_NOT_AVAILABLE, rAnswer);
     for (const auto& rpReference : m_aReferences) {
         if (rpReference && !rpReference->sLayout.hasSamplesLike(sLayout)) {
             const ImageLayout& rOther = rpReference->sLayout;
-            m_strTrace = "cannot apply to " + strWanted + "; a reference is of " +
-                         toText(rOther.pFormat->pName, static_cast<int64_t>(rOther.nWidth),
-                                static_cast<int64_t>(rOther.nHeight));
-            return GC_ERR_NOT_AVAILABLE;
+            return failApply(strWanted + "; a reference is of " +
+                                 toText(rOther.pFormat->pName, static_cast<int64_t>(rOther.nWidth),
+                                        static_cast<int64_t>(rOther.nHeight)),
+                             GC_ERR_NOT_AVAILABLE, rAnswer);
         }
     }
     std::array<std::vector<float>, 2> aFiltered;
@@ -206,9 +218,11 @@ int64_t CShadingProcessor::Impl::clear() noexcept {
     return GC_ERR_SUCCESS;
 }
 
-int64_t CShadingProcessor::Impl::load(eReferenceKind eKind, const ShadingInputs& rInputs) {
-    if (m_pRecorder)
+int64_t CShadingProcessor::Impl::load(eReferenceKind eKind, const ShadingInputs& rInputs, ShadingAnswer& rAnswer) {
+    if (m_pRecorder) {
+        rAnswer.pReason = RECORDING;
         return GC_ERR_RESOURCE_IN_USE;
+    }
     auto pReference = std::make_unique<ReferenceImage>(readReferenceFile(rInputs.strFilename));
     if (pReference->eKind != eKind)
         throw CFileError(eKind == eReferenceLight ? "it is a dark reference" : "it is a light reference");
@@ -216,49 +230,56 @@ int64_t CShadingProcessor::Impl::load(eReferenceKind eKind, const ShadingInputs&
     return GC_ERR_SUCCESS;
 }
 
-int64_t CShadingProcessor::Impl::start(eReferenceKind eKind) {
-    if (m_pRecorder)
+int64_t CShadingProcessor::Impl::start(eReferenceKind eKind, ShadingAnswer& rAnswer) {
+    if (m_pRecorder) {
+        rAnswer.pReason = RECORDING;
         return GC_ERR_RESOURCE_IN_USE;
+    }
     m_pRecorder = std::make_unique<CReferenceRecorder>(eKind);
     m_uTraced = 0;
     return GC_ERR_SUCCESS;
 }
 
-int64_t CShadingProcessor::Impl::end(const ShadingInputs& rInputs) {
-    if (!m_pRecorder || m_pRecorder->images() == 0)
+int64_t CShadingProcessor::Impl::end(const ShadingInputs& rInputs, ShadingAnswer& rAnswer) {
+    if (!m_pRecorder || m_pRecorder->images() == 0) {
+        rAnswer.pReason = m_pRecorder ? "the recording has no image" : "no recording is running";
         return GC_ERR_NO_DATA;
+    }
     auto pReference = std::make_unique<ReferenceImage>(m_pRecorder->reference());
+    pReference->strCamera = rInputs.strNote;
     writeReferenceFile(rInputs.strFilename, *pReference);
     m_aReferences[m_pRecorder->kind()] = std::move(pReference);
     m_pRecorder.reset();
     return GC_ERR_SUCCESS;
 }
 
-int64_t CShadingProcessor::Impl::run(int64_t iCommand, const ShadingInputs& rInputs) {
+int64_t CShadingProcessor::Impl::run(int64_t iCommand, const ShadingInputs& rInputs, ShadingAnswer& rAnswer) {
     try {
         switch (iCommand) {
             case eCommandEnable:
                 return GC_ERR_SUCCESS;
             case eCommandProcess:
-                return process(rInputs);
+                return process(rInputs, rAnswer);
             case eCommandApply:
-                return apply(rInputs);
+                return apply(rInputs, rAnswer);
             case eCommandClear:
                 return clear();
             case eCommandLoadDark:
-                return load(eReferenceDark, rInputs);
+                return load(eReferenceDark, rInputs, rAnswer);
             case eCommandLoadLight:
-                return load(eReferenceLight, rInputs);
+                return load(eReferenceLight, rInputs, rAnswer);
             case eCommandStartDark:
-                return start(eReferenceDark);
+                return start(eReferenceDark, rAnswer);
             case eCommandStartLight:
-                return start(eReferenceLight);
+                return start(eReferenceLight, rAnswer);
             case eCommandEnd:
-                return end(rInputs);
+                return end(rInputs, rAnswer);
             default:
+                rAnswer.pReason = "there is no such command";
                 return GC_ERR_INVALID_PARAMETER;
         }
     } catch (const CFileError& rError) {
+        rAnswer.strDetail = rError.what();
         m_strTrace = "reference file " + rInputs.strFilename + "; " + rError.what();
         return GC_ERR_IO;
     }
@@ -267,20 +288,24 @@ int64_t CShadingProcessor::Impl::run(int64_t iCommand, const ShadingInputs& rInp
 CShadingProcessor::CShadingProcessor(TraceFunc fnTrace) : m_pImpl(std::make_unique<Impl>(std::move(fnTrace))) {}
 CShadingProcessor::~CShadingProcessor() = default;
 
-int64_t CShadingProcessor::execute(int64_t iCommand, const ShadingInputs& rInputs) noexcept {
+int64_t CShadingProcessor::execute(int64_t iCommand, const ShadingInputs& rInputs, ShadingAnswer& rAnswer) noexcept {
     Impl& rImpl = *m_pImpl;
+    const eCorrection eFailed = iCommand == eCommandProcess ? eRefused : eNotHanded;
     // Acquire pairs with the release below: a command sees all that the one before it did.
     if (rImpl.m_bBusy.exchange(true, std::memory_order_acquire)) {
         const uint32_t uBit = 1U << eBusy;
         if (iCommand == eCommandProcess && (rImpl.m_uTraced.fetch_or(uBit, std::memory_order_relaxed) & uBit) == 0)
-            rImpl.emit("image left untouched; another command is running");
+            rImpl.emit(std::string("image left untouched; ") + BUSY);
+        rAnswer.eOutcome = eFailed;
+        rAnswer.pReason = BUSY;
         return GC_ERR_RESOURCE_IN_USE;
     }
     int64_t iStatus = GC_ERR_ERROR;
     try {
-        iStatus = rImpl.run(iCommand, rInputs);
+        iStatus = rImpl.run(iCommand, rInputs, rAnswer);
     } catch (...) {
         // Want of memory, or a failure that nobody foresaw. The commands change nothing before their last step.
+        rAnswer = {eFailed, "the image processor failed, perhaps for want of memory", {}};
     }
     const std::string strTrace = std::exchange(rImpl.m_strTrace, {});
     rImpl.m_bBusy.store(false, std::memory_order_release);
@@ -290,7 +315,7 @@ int64_t CShadingProcessor::execute(int64_t iCommand, const ShadingInputs& rInput
 
 bool CShadingProcessor::setParameter(const std::string& strName, int64_t iValue) {
     const std::size_t iParameter = parameterIndex(strName);
-    if (iParameter == PARAMETERS.size() || iValue < PARAM_MIN || iValue > PARAM_MAX)
+    if (iParameter == PARAMETERS.size() || iValue < SHADING_PARAM_MIN || iValue > SHADING_PARAM_MAX)
         return false;
     const std::lock_guard<std::mutex> sLock(m_pImpl->m_mtxParameters);
     m_pImpl->m_aParameters[iParameter] = iValue;

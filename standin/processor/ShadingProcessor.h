@@ -10,6 +10,9 @@
 #include <memory>
 #include <string>
 
+#include "xapel2/ShadingNodes.h"
+#include "xapel2_standin/Answers.h"
+
 namespace XAPEL2 {
 namespace StandIn {
 
@@ -21,18 +24,15 @@ struct ShadingInputs {
     int64_t iBufferSize = 0;  ///< bytes at iBuffer
     int64_t iBuffer = 0;      ///< address of the image
     std::string strFilename;
+    std::string strNote;  ///< filed with a reference that is written, as its camera settings
 };
 
-enum eShadingCommand : int64_t {
-    eCommandEnable = 1,
-    eCommandProcess = 2,
-    eCommandApply = 3,
-    eCommandClear = 4,
-    eCommandLoadDark = 5,
-    eCommandLoadLight = 6,
-    eCommandStartDark = 7,
-    eCommandStartLight = 8,
-    eCommandEnd = 9,
+/// What a command says beside its status.
+struct ShadingAnswer {
+    eCorrection eOutcome = eNotHanded;  ///< what became of the image
+    const char* pReason = "";           ///< why it was not corrected, or why the command failed; never freed
+    std::string strDetail;              ///< the same for the case at hand, where there is more to say
+    const char* reason() const { return strDetail.empty() ? pReason : strDetail.c_str(); }
 };
 
 /// One image processor. A command that comes while another one runs is refused with GC_ERR_RESOURCE_IN_USE; the
@@ -49,12 +49,15 @@ public:
 
     /// Runs a command. Returns its status: 0 or positive as the command says, else a GenTL error code. Nothing
     /// leaves as an exception; want of memory is GC_ERR_ERROR and changes nothing.
-    int64_t execute(int64_t iCommand, const ShadingInputs& rInputs) noexcept;
+    /// @param[out] rAnswer  fresh; says why.
+    int64_t execute(int64_t iCommand, const ShadingInputs& rInputs, ShadingAnswer& rAnswer) noexcept;
+    int64_t execute(int64_t iCommand, const ShadingInputs& rInputs) noexcept {
+        ShadingAnswer answer;
+        return execute(iCommand, rInputs, answer);
+    }
 
-    static constexpr std::array<const char*, 4> PARAMETERS = {"BoxFilterLight", "BoxFilterDark", "MedianFilterLight",
-                                                              "MedianFilterDark"};
-    static constexpr int64_t PARAM_MIN = 0;
-    static constexpr int64_t PARAM_MAX = 31;
+    static constexpr std::array<const char*, 4> PARAMETERS = {SHADING_PARAM_BOX_LIGHT, SHADING_PARAM_BOX_DARK,
+                                                              SHADING_PARAM_MEDIAN_LIGHT, SHADING_PARAM_MEDIAN_DARK};
 
     /// False, and nothing changed, when the name is unknown or the value out of range.
     bool setParameter(const std::string& strName, int64_t iValue);

@@ -23,6 +23,7 @@
 #include "Participants.h"
 #include "StreamFixture.h"
 #include "TemporaryFolder.h"
+#include "XapelBypassDevice.h"
 #include "xapel2_standin/ReferenceFile.h"
 
 namespace XapelTest {

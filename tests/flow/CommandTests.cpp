@@ -243,6 +243,7 @@ TEST_F(Command, InterruptEndsInOrder) {
         {{"record", "dark", "-d", strSlow, "-n", "1000", "-o", file("new.tif")}, SIGTERM, -1},
         {withPair({"run", "-d", strSlow, "-n", "1000"}), SIGINT, -1},
         {withPair({"run", "-d", strSlow}), SIGINT, 0},
+        {withPair({"run", "-d", strSlow}), SIGHUP, 0},
     };
     const std::string strBefore = content(file("dark.tif"));
     for (const auto& rRow : aRows) {

@@ -283,6 +283,36 @@ TEST(Demo, NewRunReplacesItsOwnFilesOnly) {
     EXPECT_EQ(runShading({"demo", "--frames", Frames, "--out", Frames}).iExit, 0) << "beside them is well";
 }
 
+TEST(Demo, ReplacesWhatIsNotItsOwnOnRequestOnly) {
+    const CTemporaryFolder Folder;
+    const fs::path Out = Folder.path() / "out";
+    const std::vector<std::string> vecDemo = {"demo", "--camera", "sim:1?width=32&height=32", "--out", Out};
+    for (const char* pMine : {"before.png", "figures.json", "raw/even_0016.pgm"}) {
+        fs::remove_all(Out);
+        fs::create_directories(Out / "raw");
+        std::ofstream(Out / pMine) << "{}";
+        const ProgramResult Result = runShading(vecDemo);
+        EXPECT_EQ(Result.iExit, 2) << pMine;
+        EXPECT_THAT(Result.strErr, ::testing::AllOf(HasSubstr(pMine), HasSubstr("--overwrite")));
+        EXPECT_EQ(content(Out / pMine), "{}");
+        EXPECT_FALSE(fs::exists(Out / "reference-dark.tif")) << "one that fails leaves nothing";
+        std::vector<std::string> vecInsist = vecDemo;
+        vecInsist.emplace_back("--overwrite");
+        EXPECT_EQ(runShading(vecInsist).iExit, 0);
+        EXPECT_NE(content(Out / pMine), "{}");
+        EXPECT_EQ(runShading(vecDemo).iExit, 0) << "now they are its own";
+    }
+}
+
+TEST(Demo, FigureThatASmallImageDoesNotHaveIsLeftOutWithAWord) {
+    const CTemporaryFolder Out;
+    const DemoRun Run = runDemo({"--camera", "sim:2?width=20&height=10"}, Out.path());
+    EXPECT_TRUE(Run.Figures.at("blocks_before_percent").is_null());
+    EXPECT_TRUE(Run.Figures.at("pixels_before_percent").is_number());
+    EXPECT_THAT(Run.Program.strOut, HasSubstr("16 x 16 blocks: unknown"));
+    EXPECT_THAT(Run.Program.strOut, ::testing::Not(HasSubstr("nan")));
+}
+
 TEST(Demo, UnusableFramesAreNamedAndLeaveTheOutputAlone) {
     const CTemporaryFolder Folder;
     const fs::path Root = Folder.path();
@@ -304,7 +334,8 @@ TEST(Demo, UnusableFramesAreNamedAndLeaveTheOutputAlone) {
         EXPECT_EQ(namesIn(Out), std::set<std::string>{"reference-light.tif"}) << pFrames;
         EXPECT_EQ(fs::file_size(Out / "reference-light.tif"), 4U) << pFrames;
     }
-    const fs::path NoFolder = Out / "reference-light.tif";
+    const fs::path NoFolder = Root / "file";
+    std::ofstream{NoFolder} << "mine";
     const ProgramResult Result = runShading({"demo", "--out", NoFolder});
     EXPECT_EQ(Result.iExit, 3);
     EXPECT_THAT(Result.strErr, HasSubstr(NoFolder.string()));

@@ -92,6 +92,17 @@ TEST_F(Report, FiguresAreOfFramesOutsideTheReference) {
     EXPECT_THAT(strPage, Not(HasSubstr("://"))) << "an address";
 }
 
+TEST_F(Report, TellsTheFramesRecordedNotThoseAskedFor) {
+    const std::string strDevice = writeFrames();
+    for (const char* pKind : {"dark", "light"}) {
+        const std::vector<std::string> vecWords = {"record", pKind,  "-d", strDevice,
+                                                   "-n",     "1000", "-o", m_Folder / (std::string(pKind) + ".tif")};
+        EXPECT_THAT(runProgram(XAPEL2_SHADING_PROGRAM, vecWords).strOut,
+                    HasSubstr("Recording 8 " + std::string(pKind) + " frames"));
+        EXPECT_EQ(run(vecWords, 0, "all that there is").at("frames"), FRAMES);
+    }
+}
+
 TEST_F(Report, WithoutFramesLeftThereAreNoFiguresAfterCorrection) {
     const std::string strDevice = writeFrames();
     recordPair(strDevice, FRAMES - 1);
@@ -127,4 +138,13 @@ TEST_F(Report, WrongUseAndAFileThatCannotBeWritten) {
     fs::create_directories(m_Folder / "taken/folder");
     run({"report", "--light", strPair, "-o", m_Folder / "taken"}, 3, "taken");
     EXPECT_THAT(m_Folder.names(), ::testing::UnorderedElementsAre("dark.tif", "light.tif", "taken"));
+}
+
+// References of another camera of the same model: once a verdict of "good".
+TEST_F(Report, ReferencesOfAnotherCameraMissTheirPrediction) {
+    recordPair("sim:3?width=64&height=48", 16);
+    EXPECT_EQ(report("sim:3?width=64&height=48").at("findings").size(), 1U) << "the dark reference has few frames";
+    const json other = report("sim:4?width=64&height=48", 0, "another camera");
+    EXPECT_EQ(other.at("verdict"), "warning");
+    EXPECT_EQ(other.at("findings").back().at("id"), "measured-missed");
 }

@@ -7,7 +7,7 @@
 #include "xapel2/XapelDevice.h"
 #include "xapel2/XapelExceptions.h"
 
-#include "VexoShadingCommands.h"
+#include "XapelSourceFile.h"
 #include "XapelTraceText.h"
 
 using XAPEL2::Exceptions::IException;
@@ -71,16 +71,16 @@ void CVexoShadingObj::bindNodes() {
         bool bRequired;
     };
     static const Row s_Rows[] = {
-        {"ShadingPixelFormat", &CVexoShadingObj::m_pPixelFormatNode, true},
-        {"ShadingWidth", &CVexoShadingObj::m_pWidthNode, true},
-        {"ShadingHeight", &CVexoShadingObj::m_pHeightNode, true},
-        {"ShadingBufferSize", &CVexoShadingObj::m_pBufferSizeNode, true},
-        {"ShadingBuffer", &CVexoShadingObj::m_pBufferNode, true},
-        {"ShadingBrwFilename", &CVexoShadingObj::m_pBrwFilenameNode, true},
-        {"ShadingCommand", &CVexoShadingObj::m_pCommandNode, true},
-        {"ShadingStatus", &CVexoShadingObj::m_pStatusNode, true},
-        {"ShadingParamSelector", &CVexoShadingObj::m_pParamSelectorNode, false},
-        {"ShadingParamValue", &CVexoShadingObj::m_pParamValueNode, false},
+        {XAPEL2::SHADING_NODE_PIXEL_FORMAT, &CVexoShadingObj::m_pPixelFormatNode, true},
+        {XAPEL2::SHADING_NODE_WIDTH, &CVexoShadingObj::m_pWidthNode, true},
+        {XAPEL2::SHADING_NODE_HEIGHT, &CVexoShadingObj::m_pHeightNode, true},
+        {XAPEL2::SHADING_NODE_BUFFER_SIZE, &CVexoShadingObj::m_pBufferSizeNode, true},
+        {XAPEL2::SHADING_NODE_BUFFER, &CVexoShadingObj::m_pBufferNode, true},
+        {XAPEL2::SHADING_NODE_FILE_NAME, &CVexoShadingObj::m_pBrwFilenameNode, true},
+        {XAPEL2::SHADING_NODE_COMMAND, &CVexoShadingObj::m_pCommandNode, true},
+        {XAPEL2::SHADING_NODE_STATUS, &CVexoShadingObj::m_pStatusNode, true},
+        {XAPEL2::SHADING_NODE_PARAM_SELECTOR, &CVexoShadingObj::m_pParamSelectorNode, false},
+        {XAPEL2::SHADING_NODE_PARAM_VALUE, &CVexoShadingObj::m_pParamValueNode, false},
     };
     XAPEL2::NodeMap* pNodeMap = m_pImageProcessor->GetNodeList();
     if (pNodeMap == nullptr)
@@ -96,10 +96,10 @@ void CVexoShadingObj::bindNodes() {
 }
 
 template <typename WriteInputs>
-long long CVexoShadingObj::runCommand(long long iCommand, WriteInputs fnWriteInputs) {
+long long CVexoShadingObj::runCommand(XAPEL2::eShadingCommand eWhat, WriteInputs fnWriteInputs) {
     const std::lock_guard<std::mutex> lock(m_mtxShading);
     fnWriteInputs();
-    m_pCommandNode->SetInt(iCommand);
+    m_pCommandNode->SetInt(eWhat);
     return m_pStatusNode->GetInt();
 }
 
@@ -107,8 +107,8 @@ void CVexoShadingObj::ReferenceLoad(bool bLight, XAPEL2::String file) {
     static const char s_Description[] = "shading load reference failed.";
     deInitCallBack();
     requireNodes(m_bNodesAvailable, __LINE__, "ReferenceLoad", s_Description);
-    const long long iStatus =
-        runCommand(bLight ? eVexoLoadLight : eVexoLoadDark, [&] { m_pBrwFilenameNode->SetString(file); });
+    const long long iStatus = runCommand(bLight ? XAPEL2::eCommandLoadLight : XAPEL2::eCommandLoadDark,
+                                         [&] { m_pBrwFilenameNode->SetString(file); });
     requireZero<Xapel_ErrorException>(iStatus, __LINE__, "ReferenceLoad", s_Description);
 }
 
@@ -116,14 +116,14 @@ void CVexoShadingObj::ReferenceStart(bool bLight) {
     static const char s_Description[] = "shading acquire reference failed.";
     deInitCallBack();
     requireNodes(m_bNodesAvailable, __LINE__, "ReferenceStart", s_Description);
-    const long long iStatus = runCommand(bLight ? eVexoStartLight : eVexoStartDark, writeNothing);
+    const long long iStatus = runCommand(bLight ? XAPEL2::eCommandStartLight : XAPEL2::eCommandStartDark, writeNothing);
     requireZero<Xapel_ResourceInUseException>(iStatus, __LINE__, "ReferenceStart", s_Description);
 }
 
 void CVexoShadingObj::ReferenceEnd(XAPEL2::String file) {
     static const char s_Description[] = "shading acquire reference failed.";
     requireNodes(m_bNodesAvailable, __LINE__, "ReferenceEnd", s_Description);
-    const long long iStatus = runCommand(eVexoEnd, [&] { m_pBrwFilenameNode->SetString(file); });
+    const long long iStatus = runCommand(XAPEL2::eCommandEnd, [&] { m_pBrwFilenameNode->SetString(file); });
     requireZero<Xapel_ErrorException>(iStatus, __LINE__, "ReferenceEnd", s_Description);
 }
 
@@ -134,7 +134,7 @@ void CVexoShadingObj::ReferenceApply() {
     const XAPEL2::String pixelFormat = pDevice->GetRemoteNode("PixelFormat")->GetString();
     const long long iWidth = pDevice->GetRemoteNode("Width")->GetInt();
     const long long iHeight = pDevice->GetRemoteNode("Height")->GetInt();
-    const long long iStatus = runCommand(eVexoApply, [&] {
+    const long long iStatus = runCommand(XAPEL2::eCommandApply, [&] {
         writeFormat(pixelFormat, static_cast<unsigned long long>(iWidth), static_cast<unsigned long long>(iHeight));
     });
     requireZero<Xapel_ErrorException>(iStatus, __LINE__, "ReferenceApply", s_Description);
@@ -144,7 +144,7 @@ void CVexoShadingObj::ReferenceClear() {
     static const char s_Description[] = "shading clear reference failed.";
     deInitCallBack();
     requireNodes(m_bNodesAvailable, __LINE__, "ReferenceClear", s_Description);
-    const long long iStatus = runCommand(eVexoClear, writeNothing);
+    const long long iStatus = runCommand(XAPEL2::eCommandClear, writeNothing);
     requireZero<Xapel_ErrorException>(iStatus, __LINE__, "ReferenceClear", s_Description);
 }
 
@@ -152,8 +152,9 @@ long long CVexoShadingObj::ProcessImage(XAPEL2::String pixelFormat, unsigned lon
                                         void* buffer, unsigned long long bufferSize) {
     static const char s_Description[] = "shading process image failed.";
     requireNodes(m_bNodesAvailable, __LINE__, "ProcessImage", s_Description);
-    const long long iStatus = runCommand(
-        eVexoProcess, [&] { writeImage(pixelFormat, width, height, bufferSize, reinterpret_cast<uintptr_t>(buffer)); });
+    const long long iStatus = runCommand(XAPEL2::eCommandProcess, [&] {
+        writeImage(pixelFormat, width, height, bufferSize, reinterpret_cast<uintptr_t>(buffer));
+    });
     const auto iLow = static_cast<int32_t>(static_cast<uint32_t>(static_cast<unsigned long long>(iStatus)));
     if (iLow < 0)
         throw Xapel_InvalidParameterException(VEXO_SOURCE_FILE, __LINE__, "ProcessImage", s_Description);

@@ -9,6 +9,7 @@
 #include <mutex>
 #include <string>
 
+#include "xapel2/ShadingNodes.h"
 #include "xapel2/XapelNodes.h"
 #include "xapel2/XapelString.h"
 
@@ -69,7 +70,7 @@ public:
 private:
     /// Writes the inputs with fnWriteInputs, then the command. @return the status.
     template <typename WriteInputs>
-    long long runCommand(long long iCommand, WriteInputs fnWriteInputs);
+    long long runCommand(XAPEL2::eShadingCommand eWhat, WriteInputs fnWriteInputs);
     void bindNodes();
     void requireParameter(const char* name, const char* pFunction, const char* pDescription) const;
     void writeFormat(const XAPEL2::String& rPixelFormat, unsigned long long nWidth, unsigned long long nHeight);

@@ -9,7 +9,7 @@
 #include "xapel2/XapelExceptions.h"
 
 #include "VexoShading.h"
-#include "VexoShadingCommands.h"
+#include "XapelSourceFile.h"
 #include "XapelTraceText.h"
 
 using XAPEL2::Exceptions::IException;
@@ -103,7 +103,7 @@ int32_t CVexoShadingObj::runEnableCommand() {
     long long iStatus = 0;
     try {
         const std::lock_guard<std::mutex> lock(m_mtxShading);
-        m_pCommandNode->SetInt(eVexoEnable);
+        m_pCommandNode->SetInt(XAPEL2::eCommandEnable);
         iStatus = m_pStatusNode->GetInt();
     } catch (const IException& rException) {
         xapelTraceException("CVexoShadingObj; SetEnable;", rException);
@@ -161,7 +161,7 @@ int CVexoShadingObj::extended_useFilledBuffer(void* pBuffer) {
 
         const std::lock_guard<std::mutex> lock(m_mtxShading);
         writeImage(strPixelFormat.c_str(), nWidth, nHeight, std::min(nSize, nFilled), uBase + nImageOffset);
-        m_pCommandNode->SetInt(eVexoProcess);
+        m_pCommandNode->SetInt(XAPEL2::eCommandProcess);
     } catch (const IException& rException) {
         xapelTraceException("CVexoShadingObj; extended_useFilledBuffer; ", rException);
         return GC_ERR_ERROR;

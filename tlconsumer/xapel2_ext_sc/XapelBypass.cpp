@@ -1,43 +1,20 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 the xapel2_ext_sc authors
-// The registry of hubs and the participant base.
+// The participant base: bound to a hub for life, transparent unless a class overrides.
 
 #include "XapelBypass.h"
-
-#include <memory>
 
 #include "xapel2/GenTLCodes.h"
 #include "xapel2/XapelExceptions.h"
 
-std::mutex CXapelBypassManager::m_mtx;
-std::map<CXapelBypassDevice*, int> CXapelBypassManager::mParticipants;
-
-CXapelBypassDevice* CXapelBypassManager::getXapelBypassDevice(XAPEL2::Device* pDevice) {
-    const std::lock_guard<std::mutex> lock(m_mtx);
-    for (auto& rEntry : mParticipants) {
-        if (rEntry.first->getXapelDevice() == pDevice) {
-            ++rEntry.second;
-            return rEntry.first;
-        }
-    }
-    std::unique_ptr<CXapelBypassDevice> pHub(new CXapelBypassDevice(pDevice));
-    mParticipants.emplace(pHub.get(), 1);
-    return pHub.release();
-}
-
-void CXapelBypassManager::removeXapelBypassDevice(CXapelBypassDevice* pHub) {
-    const std::lock_guard<std::mutex> lock(m_mtx);
-    const auto itHub = mParticipants.find(pHub);
-    if (itHub == mParticipants.end() || --itHub->second > 0)
-        return;
-    delete pHub;
-    mParticipants.erase(itHub);
-}
+#include "XapelBypassDevice.h"
+#include "XapelBypassManager.h"
+#include "XapelSourceFile.h"
 
 CXapelBypass::CXapelBypass(XAPEL2::Device* pDevice) : m_pDevice(pDevice), m_pBypassDevice(nullptr) {
     if (pDevice == nullptr)
-        throw XAPEL2::Exceptions::Xapel_InvalidParameterException("tlconsumer/xapel2_ext_sc/XapelBypass", __LINE__,
-                                                                  "CXapelBypass", "Device parameter is nullptr.");
+        throw XAPEL2::Exceptions::Xapel_InvalidParameterException(XAPEL_BYPASS_SOURCE_FILE, __LINE__, "CXapelBypass",
+                                                                  "Device parameter is nullptr.");
     m_pBypassDevice = CXapelBypassManager::getXapelBypassDevice(pDevice);
 }
 

@@ -2,13 +2,15 @@
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // The hub's life: finding the stream, registering and removing the hooks, changing the participant lists.
 
+#include "XapelBypassDevice.h"
+
 #include <algorithm>
 
 #include "xapel2/XapelDevice.h"
 #include "xapel2/XapelExceptions.h"
 
-#include "XapelBypass.h"
 #include "XapelBypassHooks.h"
+#include "XapelSourceFile.h"
 #include "XapelTraceText.h"
 
 using XAPEL2::Exceptions::IException;
@@ -17,7 +19,6 @@ using XAPEL2::Exceptions::Xapel_ObjectInvalidException;
 
 namespace {
 
-const char SOURCE_FILE[] = "tlconsumer/xapel2_ext_sc/XapelBypass";
 const char STREAM_INVALID[] = "The DataStream object is not valid or is no longer valid";
 const char DEVICE_INVALID[] = "The Device object is not valid or is no longer valid";
 
@@ -40,7 +41,7 @@ bool removeOrKeepSlot(eXapelHook eHook, XAPEL2::Device* pDevice, XAPEL2::DataStr
 void removeOrThrow(eXapelHook eHook, XAPEL2::Device* pDevice, XAPEL2::DataStream* pDataStream,
                    CXapelBypassDevice* pHub) {
     if (!removeOrKeepSlot(eHook, pDevice, pDataStream, pHub))
-        throw Xapel_ObjectInvalidException(SOURCE_FILE, __LINE__, "deInitCallBacks",
+        throw Xapel_ObjectInvalidException(XAPEL_BYPASS_SOURCE_FILE, __LINE__, "deInitCallBacks",
                                            eHook == eHookClose ? DEVICE_INVALID : STREAM_INVALID);
 }
 
@@ -115,7 +116,7 @@ XAPEL2::DataStream* CXapelBypassDevice::findFirstDataStream(const char* pFunctio
             pDataStream = (*pList->begin()).second;
     }
     if (pDataStream == nullptr)
-        throw Xapel_NotAvailableException(SOURCE_FILE, __LINE__, pFunction,
+        throw Xapel_NotAvailableException(XAPEL_BYPASS_SOURCE_FILE, __LINE__, pFunction,
                                           "The device doesn't support any data streams.");
     return pDataStream;
 }
@@ -178,7 +179,7 @@ void CXapelBypassDevice::registerHooks(XAPEL2::DataStream* pDataStream, bool bRe
             if (xapelRegisterHook(eHook, m_pDevice, this, host))
                 continue;
             --nDone;
-            throw Xapel_ObjectInvalidException(SOURCE_FILE, __LINE__, "initCallBacks", STREAM_INVALID);
+            throw Xapel_ObjectInvalidException(XAPEL_BYPASS_SOURCE_FILE, __LINE__, "initCallBacks", STREAM_INVALID);
         }
         // While the open hook stands, an opening may have moved the hub meanwhile: then this stream is the one to
         // leave.

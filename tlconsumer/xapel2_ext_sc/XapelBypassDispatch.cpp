@@ -7,6 +7,7 @@
 #include "xapel2/GenTLCodes.h"
 
 #include "XapelBypass.h"
+#include "XapelBypassDevice.h"
 
 std::vector<CXapelBypass*> CXapelBypassDevice::copyParticipants() const {
     const std::lock_guard<std::mutex> lock(m_mtxLeaf);

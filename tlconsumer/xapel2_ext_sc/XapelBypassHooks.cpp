@@ -6,7 +6,7 @@
 
 #include "xapel2/GenTLCodes.h"
 
-#include "XapelBypass.h"
+#include "XapelBypassDevice.h"
 
 namespace {
 

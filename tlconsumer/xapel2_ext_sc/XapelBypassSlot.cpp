@@ -51,7 +51,7 @@ void* xapelSlotAcquire(std::size_t nBytes) {
     SlotPool& rPool = pool();
     {
         const std::lock_guard<std::mutex> lock(rPool.m_mtx);
-        if (rPool.m_nRetired >= XAPEL_SLOTS_RETIRED_MIN) {
+        if (rPool.m_nRetired > XAPEL_SLOTS_RETIRED_MIN) {
             Slot* pSlot = rPool.m_pOldest;
             rPool.m_pOldest = pSlot->m_pNextRetired;
             --rPool.m_nRetired;

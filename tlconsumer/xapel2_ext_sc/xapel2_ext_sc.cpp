@@ -4,7 +4,7 @@
 
 #include "xapel2_ext_sc.h"
 
-#include <string>
+#include "xapel2/ShadingNodes.h"
 
 #include "VexoShading.h"
 
@@ -15,15 +15,14 @@ namespace Sc {
 namespace {
 
 /// The image processor's name of a filter parameter; empty for a type that is no filter.
-std::string filterName(Shading::eFilterType type, bool light) {
-    std::string strName;
-    if (type == Shading::eBoxFilter)
-        strName = "BoxFilter";
-    else if (type == Shading::eMedianFilter)
-        strName = "MedianFilter";
-    if (!strName.empty())
-        strName += light ? "Light" : "Dark";
-    return strName;
+const char* filterName(Shading::eFilterType type, bool light) {
+    switch (type) {
+        case Shading::eBoxFilter:
+            return light ? SHADING_PARAM_BOX_LIGHT : SHADING_PARAM_BOX_DARK;
+        case Shading::eMedianFilter:
+            return light ? SHADING_PARAM_MEDIAN_LIGHT : SHADING_PARAM_MEDIAN_DARK;
+    }
+    return "";
 }
 
 }  // namespace
@@ -65,19 +64,19 @@ void Shading::SetEnable(bool enable) {
 }
 
 void Shading::SetFilter(eFilterType type, bool light, unsigned int value) {
-    m_pShadingObj->SetParam(filterName(type, light).c_str(), value);
+    m_pShadingObj->SetParam(filterName(type, light), value);
 }
 
 int Shading::GetFilter(eFilterType type, bool light) {
-    return m_pShadingObj->GetParam(filterName(type, light).c_str(), CVexoShadingObj::eParamValue);
+    return m_pShadingObj->GetParam(filterName(type, light), CVexoShadingObj::eParamValue);
 }
 
 int Shading::GetFilterMin(eFilterType type, bool light) {
-    return m_pShadingObj->GetParam(filterName(type, light).c_str(), CVexoShadingObj::eParamMin);
+    return m_pShadingObj->GetParam(filterName(type, light), CVexoShadingObj::eParamMin);
 }
 
 int Shading::GetFilterMax(eFilterType type, bool light) {
-    return m_pShadingObj->GetParam(filterName(type, light).c_str(), CVexoShadingObj::eParamMax);
+    return m_pShadingObj->GetParam(filterName(type, light), CVexoShadingObj::eParamMax);
 }
 
 }  // namespace Sc

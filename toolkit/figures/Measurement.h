@@ -5,11 +5,13 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <optional>
 #include <vector>
 
 #include "toolkit/judgement/FrameStack.h"
+#include "toolkit/judgement/JudgedPair.h"
 #include "toolkit/sessions/Progress.h"
 #include "toolkit/sessions/Session.h"
 
@@ -50,34 +52,29 @@ FramePlan planFrames(uint64_t nFrames, uint64_t nReference, uint64_t nTest);
 /// Of a scene with nFrames frames, how many are left after the first nReference ones, nTest at most.
 uint64_t framesLeft(uint64_t nFrames, uint64_t nReference, uint64_t nTest);
 
-/// Fetches frames and times them.
-/// @threads those of the session.
-class CMeasurement {
-public:
-    /// What else is done with each pair of frames.
-    using PairSink = std::function<void(const FramePair&)>;
-
-    /// @param[in] rSession   borrowed; its references are applied.
-    /// @param[in] rProgress  borrowed.
-    CMeasurement(CSession& rSession, IProgress& rProgress) : m_rSession(rSession), m_rProgress(rProgress) {}
-
-    /// Fetches nFrames frames of a scene from frame iFirst on, each twice: a camera with scenes delivers the same frame
-    /// again, another one the next two.
-    /// @param[in] pScene  "Dark", "Light", "Scene"; a camera without scenes shows what it is pointed at.
-    /// @throws std::runtime_error  a frame cannot be fetched, or the camera delivers another one than asked for.
-    SceneFrames measure(const char* pScene, uint64_t iFirst, uint64_t nFrames, const PairSink& fnPair = {});
-
-    /// Time of each fetch of a waiting frame, ms, with correction off and on.
-    const std::vector<double>& plainMs() const { return m_vecPlainMs; }
-    const std::vector<double>& correctedMs() const { return m_vecCorrectedMs; }
-
-private:
-    FramePair fetchPair(uint64_t iFrame);
-
-    CSession& m_rSession;
-    IProgress& m_rProgress;
-    std::vector<double> m_vecPlainMs, m_vecCorrectedMs;
+/// What a camera shows of each scene with correction off and on.
+struct MeasuredFrames {
+    SceneFrames Dark, Light, Scene;
+    std::vector<double> vecPlainMs,
+        vecCorrectedMs;  ///< time of each fetch of a waiting frame, off and on; may be empty
 };
+
+/// Records the references of a camera with scenes into rFolder, each from the frames that planFrames() gives it.
+/// @return the files, "reference-dark.tif" and "reference-light.tif"; one for which there is no frame has no name.
+/// @throws as recordReference().
+PairOptions recordPair(CSession& rSession, uint64_t nReference, uint64_t nTest, const std::filesystem::path& rFolder,
+                       IProgress& rProgress);
+
+/// What else is done with each pair of frames of the light and the scene.
+using PairSink = std::function<void(const FramePair&)>;
+
+/// Fetches the dark and the light frames that are not in the references, nTest at most, and the first nScene of the
+/// scene, each twice: a camera with scenes delivers the same frame again, another one the next two. A camera without
+/// scenes shows what it is pointed at, an even target.
+/// @param[in] rPair  applied to the session.
+/// @throws std::runtime_error  a frame cannot be fetched, or the camera delivers another one than asked for.
+MeasuredFrames measureFrames(CSession& rSession, const JudgedPair& rPair, uint64_t nTest, uint64_t nScene,
+                             IProgress& rProgress, const PairSink& fnPair = {});
 
 }  // namespace Toolkit
 }  // namespace XAPEL2

@@ -29,7 +29,7 @@ void CFrameWriter::requireFree(const Frame& rFrame) const {
     }
     std::error_code Ignored;
     if (!m_bOverwrite && fs::exists(fs::symlink_status(File, Ignored))) {
-        throw CUsageError(File.string() + " exists; choose another folder with -o, or replace it with --overwrite");
+        throw CFileExistsError(File.string() + " exists");
     }
 }
 

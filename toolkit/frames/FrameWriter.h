@@ -24,7 +24,7 @@ public:
                  const CSourceFiles& rSources);
 
     /// Throws when this frame may not be written.
-    /// @throws CUsageError  says which file is in the way, and what to do.
+    /// @throws CUsageError  says which file is in the way; CFileExistsError where it could be replaced.
     void requireFree(const Frame& rFrame) const;
 
     /// Writes a frame, making the folder where it is missing.

@@ -7,40 +7,17 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <numeric>
 #include <stdexcept>
 
 #include <png.h>
 
-#include "standin/files/SafeFile.h"
 #include "toolkit/frames/Percentile.h"
 
 namespace XAPEL2 {
 namespace Toolkit {
 
 namespace {
-
-// Means of squares of nStep x nStep pixels.
-Picture means(const Picture& rSource, unsigned nStep) {
-    Picture Result{rSource.nWidth / nStep, rSource.nHeight / nStep, rSource.nChannels, rSource.nStep * nStep, {}};
-    const uint64_t nChannels = rSource.nChannels;
-    std::vector<double> vecRow(Result.nWidth * nChannels);
-    Result.vValues.reserve(vecRow.size() * Result.nHeight);
-    for (uint64_t iY = 0; iY < Result.nHeight; ++iY) {
-        std::fill(vecRow.begin(), vecRow.end(), 0.0);
-        for (uint64_t iLine = iY * nStep; iLine < (iY + 1) * nStep; ++iLine) {
-            const float* pLine = &rSource.vValues[iLine * rSource.nWidth * nChannels];
-            for (uint64_t iX = 0; iX < Result.nWidth * nStep; ++iX) {
-                for (uint64_t iChannel = 0; iChannel < nChannels; ++iChannel) {
-                    vecRow[iX / nStep * nChannels + iChannel] += static_cast<double>(pLine[iX * nChannels + iChannel]);
-                }
-            }
-        }
-        for (const double dSum : vecRow) {
-            Result.vValues.push_back(static_cast<float>(dSum / (static_cast<double>(nStep) * nStep)));
-        }
-    }
-    return Result;
-}
 
 std::vector<png_byte> shadesOf(const Picture& rPicture, const Shades& rShades) {
     std::vector<png_byte> vecBytes;
@@ -63,13 +40,49 @@ std::string encode(const Picture& rPicture, const Shades& rShades, png_uint_32 u
     std::string strPng(PNG_IMAGE_PNG_SIZE_MAX(Image), '\0');
     png_alloc_size_t nBytes = strPng.size();
     if (png_image_write_to_memory(&Image, strPng.data(), &nBytes, 0, vecBytes.data(), 0, pColourMap) == 0) {
-        throw std::runtime_error(std::string("a picture cannot be made: ") + Image.message);
+        throw std::runtime_error("a picture of " + std::to_string(rPicture.nWidth) + " x " +
+                                 std::to_string(rPicture.nHeight) + " pixels cannot be made");
     }
     strPng.resize(nBytes);
     return strPng;
 }
 
 }  // namespace
+
+Picture blockMeans(const Picture& rSource, unsigned nStep) {
+    Picture Result{rSource.nWidth / nStep, rSource.nHeight / nStep, rSource.nChannels, rSource.nStep * nStep, {}};
+    const uint64_t nChannels = rSource.nChannels;
+    std::vector<double> vecRow(Result.nWidth * nChannels);
+    Result.vValues.reserve(vecRow.size() * Result.nHeight);
+    for (uint64_t iY = 0; iY < Result.nHeight; ++iY) {
+        std::fill(vecRow.begin(), vecRow.end(), 0.0);
+        for (uint64_t iLine = iY * nStep; iLine < (iY + 1) * nStep; ++iLine) {
+            const float* pLine = &rSource.vValues[iLine * rSource.nWidth * nChannels];
+            for (uint64_t iX = 0; iX < Result.nWidth * nStep; ++iX) {
+                for (uint64_t iChannel = 0; iChannel < nChannels; ++iChannel) {
+                    vecRow[iX / nStep * nChannels + iChannel] += static_cast<double>(pLine[iX * nChannels + iChannel]);
+                }
+            }
+        }
+        for (const double dSum : vecRow) {
+            Result.vValues.push_back(static_cast<float>(dSum / (static_cast<double>(nStep) * nStep)));
+        }
+    }
+    return Result;
+}
+
+Picture grey(Picture Source) {
+    if (Source.nChannels == 1) {
+        return Source;
+    }
+    Picture Result{Source.nWidth, Source.nHeight, 1, Source.nStep, {}};
+    for (std::size_t i = 0; i < Source.vValues.size(); i += Source.nChannels) {
+        const auto it = Source.vValues.begin() + static_cast<std::ptrdiff_t>(i);
+        Result.vValues.push_back(std::accumulate(it, it + Source.nChannels, 0.0F) /
+                                 static_cast<float>(Source.nChannels));
+    }
+    return Result;
+}
 
 Picture scaledDown(Picture Source, uint64_t nSideMax, uint64_t nSamplesMax) {
     unsigned nStep = 1;
@@ -80,14 +93,14 @@ Picture scaledDown(Picture Source, uint64_t nSideMax, uint64_t nSamplesMax) {
     while (!fits() && nStep < std::min(Source.nWidth, Source.nHeight)) {
         ++nStep;
     }
-    return nStep == 1 ? Source : means(Source, nStep);
+    return nStep == 1 ? Source : blockMeans(Source, nStep);
 }
 
 Picture pictureOf(const Frame& rFrame, uint64_t nSideMax, uint64_t nSamplesMax) {
     Picture Result{rFrame.nWidth, rFrame.nHeight, rFrame.pFormat->nChannels, 1, {}};
     Result.vValues.assign(rFrame.aSamples.begin(), rFrame.aSamples.end());
     if (rFrame.pFormat->isCfa() && rFrame.nWidth > 1 && rFrame.nHeight > 1) {
-        Result = means(Result, 2);
+        Result = blockMeans(Result, 2);
     }
     if (std::strncmp(rFrame.pFormat->pName, "BGR", 3) == 0) {
         for (std::size_t i = 0; i + 2 < Result.vValues.size(); i += 3) {
@@ -120,13 +133,13 @@ std::string pngOf(const Picture& rPicture, const Shades& rShades, const std::vec
     return encode(rPicture, rShades, PNG_FORMAT_RGB_COLORMAP, vecMap.data());
 }
 
-void writePicturePair(const std::filesystem::path& rBeforeFile, const Frame& rBefore,
-                      const std::filesystem::path& rAfterFile, const Frame& rAfter) {
-    const Picture Before = pictureOf(rBefore);
-    const Picture After = pictureOf(rAfter);
-    const Shades Common = commonShades(Before, After);
-    StandIn::saveFile(rBeforeFile, pngOf(Before, Common));
-    StandIn::saveFile(rAfterFile, pngOf(After, Common));
+PicturePair picturePair(const Frame& rBefore, const Frame& rAfter, uint64_t nSideMax, uint64_t nSamplesMax) {
+    const Picture After = pictureOf(rAfter, nSideMax, nSamplesMax);
+    PicturePair Result{pictureOf(rBefore, nSideMax, nSamplesMax), {}, {}, {}};
+    Result.Common = commonShades(Result.Before, After);
+    Result.strBefore = pngOf(Result.Before, Result.Common);
+    Result.strAfter = pngOf(After, Result.Common);
+    return Result;
 }
 
 }  // namespace Toolkit

@@ -6,7 +6,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <filesystem>
 #include <limits>
 #include <string>
 #include <vector>
@@ -35,6 +34,12 @@ Picture pictureOf(const Frame& rFrame, uint64_t nSideMax = std::numeric_limits<u
 /// Scales a picture down as pictureOf() does.
 Picture scaledDown(Picture Source, uint64_t nSideMax, uint64_t nSamplesMax);
 
+/// Means of squares of nStep x nStep pixels; what does not fill one is left out.
+Picture blockMeans(const Picture& rSource, unsigned nStep);
+
+/// The mean of the channels of each pixel.
+Picture grey(Picture Source);
+
 /// The values that are shown as black and white.
 struct Shades {
     double dBlack = 0.0, dWhite = 1.0;  ///< DN
@@ -51,10 +56,17 @@ std::string pngOf(const Picture& rPicture, const Shades& rShades);
 /// @param[in] vecColours  256 colours, 0xRRGGBB, from black to white.
 std::string pngOf(const Picture& rPicture, const Shades& rShades, const std::vector<uint32_t>& vecColours);
 
-/// Writes two frames as PNG files of full size on one common scale.
-/// @throws std::runtime_error  a file cannot be written; names it.
-void writePicturePair(const std::filesystem::path& rBeforeFile, const Frame& rBefore,
-                      const std::filesystem::path& rAfterFile, const Frame& rAfter);
+/// Two frames as PNG files on one common scale.
+struct PicturePair {
+    Picture Before;
+    Shades Common;
+    std::string strBefore, strAfter;  ///< the files' bytes
+};
+
+/// @param[in] nSideMax,nSamplesMax  as of pictureOf(). @throws std::runtime_error  it cannot be made.
+PicturePair picturePair(const Frame& rBefore, const Frame& rAfter,
+                        uint64_t nSideMax = std::numeric_limits<uint64_t>::max(),
+                        uint64_t nSamplesMax = std::numeric_limits<uint64_t>::max());
 
 }  // namespace Toolkit
 }  // namespace XAPEL2

@@ -17,9 +17,8 @@ namespace {
 StandIn::ReferenceImage readKind(const std::string& strFile, StandIn::eReferenceKind eKind) {
     StandIn::ReferenceImage Result = readReference(strFile);
     if (Result.eKind != eKind) {
-        throw CUsageError(eKind == StandIn::eReferenceLight
-                              ? strFile + " is a dark reference, not a light one; give it with --dark"
-                              : strFile + " is a light reference, not a dark one; give it with --light");
+        throw CWrongKindError(strFile + (eKind == StandIn::eReferenceLight ? " is a dark reference, not a light one"
+                                                                           : " is a light reference, not a dark one"));
     }
     return Result;
 }
@@ -63,13 +62,13 @@ JudgedPair judge(const PairOptions& rPair) {
     return Result;
 }
 
-void JudgedPair::compareWith(const CameraSettings& rCamera) {
+void JudgedPair::compareWith(const CameraSettings& rCamera, bool bFiles) {
     vecCamera.clear();
     if (Dark) {
-        append(vecCamera, compareWithCamera("the dark reference", *Dark, rCamera));
+        append(vecCamera, compareWithCamera("the dark reference", *Dark, rCamera, bFiles));
     }
     if (Light) {
-        append(vecCamera, compareWithCamera("the light reference", *Light, rCamera));
+        append(vecCamera, compareWithCamera("the light reference", *Light, rCamera, bFiles));
     }
 }
 

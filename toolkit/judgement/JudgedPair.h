@@ -22,8 +22,8 @@ struct JudgedPair {
     std::optional<PairJudgement> Pair;  ///< where there are both
     Findings vecCamera;                 ///< what compareWith() found
 
-    /// Compares each reference with the camera that it is to correct.
-    void compareWith(const CameraSettings& rCamera);
+    /// Compares each reference with the camera, or the files, that it is to correct.
+    void compareWith(const CameraSettings& rCamera, bool bFiles = false);
 
     /// Everything that was found, the references' own first.
     Findings findings() const;

@@ -312,20 +312,22 @@ PairJudgement judgePair(const StandIn::ReferenceImage& rDark, const StandIn::Ref
 }
 
 Findings compareWithCamera(const std::string& strWhat, const StandIn::ReferenceImage& rReference,
-                           const CameraSettings& rCamera) {
+                           const CameraSettings& rCamera, bool bFiles) {
     Findings vecFindings;
     const StandIn::ImageLayout Camera = {StandIn::findPixelFormat(rCamera.strPixelFormat), rCamera.nWidth,
                                          rCamera.nHeight};
-    const std::string strAdvice = "Set the camera as it was, or record the references again as it is.";
+    const std::string strAdvice = bFiles ? "Take the references that were recorded with the frames."
+                                         : "Set the camera as it was, or record the references again as it is.";
     if (!Camera.isPossible()) {
         vecFindings.push_back({eRefusal, "other-format",
-                               "The camera delivers " + rCamera.strPixelFormat + ", which cannot be corrected.",
+                               (bFiles ? "The files are " : "The camera delivers ") + rCamera.strPixelFormat +
+                                   ", which cannot be corrected.",
                                "Choose one of the formats Mono, Bayer, RGB8 and BGR8.", true});
     } else if (!rReference.sLayout.hasSamplesLike(Camera)) {
         const bool bSize = Camera.nWidth != rReference.sLayout.nWidth || Camera.nHeight != rReference.sLayout.nHeight;
         vecFindings.push_back({eRefusal, bSize ? "other-size" : "other-format",
-                               capital(strWhat) + " is " + layoutText(rReference.sLayout) + ", the camera delivers " +
-                                   layoutText(Camera) + ".",
+                               capital(strWhat) + " is " + layoutText(rReference.sLayout) +
+                                   (bFiles ? ", the files are " : ", the camera delivers ") + layoutText(Camera) + ".",
                                strAdvice, true});
     }
     compareSettings(cameraSettingsFromJson(rReference.strCamera), rCamera, capital(strWhat) + " was taken with",

@@ -25,7 +25,7 @@ struct Finding {
     std::string strId;      ///< fixed name, such as "saturated", "too-dark", "other-exposure"
     std::string strText;    ///< what is so, with numbers
     std::string strAdvice;  ///< what to do next; empty for a note that asks for nothing
-    bool bFinal = false;    ///< a refusal that --force does not override: the host would refuse, too
+    bool bFinal = false;    ///< a refusal that nobody can override: the host would refuse, too
 };
 using Findings = std::vector<Finding>;
 
@@ -87,8 +87,9 @@ PairJudgement judgePair(const StandIn::ReferenceImage& rDark, const StandIn::Ref
 /// offset, binning or mirror is refused, another exposure or gain is warned about. Of settings that one of the two does
 /// not tell nothing is said but one note.
 /// @param[in] strWhat  how the texts name the reference, such as "the dark reference".
+/// @param[in] bFiles   the frames come from image files, and the texts say so.
 Findings compareWithCamera(const std::string& strWhat, const StandIn::ReferenceImage& rReference,
-                           const CameraSettings& rCamera);
+                           const CameraSettings& rCamera, bool bFiles = false);
 
 /// Lines for people, each ended: one for a finding, "Warning: TEXT ADVICE". Empty for no findings.
 std::string describe(const Findings& rFindings);

@@ -4,8 +4,6 @@
 
 #include "toolkit/sessions/CorrectedStream.h"
 
-#include <stdexcept>
-
 namespace XAPEL2 {
 namespace Toolkit {
 
@@ -24,10 +22,7 @@ double secondsSince(Clock::time_point tBegin) {
 
 }  // namespace
 
-CCorrectedStream::CCorrectedStream(CSession& rSession, bool bKeepRaw)
-    : m_rSession(rSession),
-      m_bKeepRaw(bKeepRaw),
-      m_sApplied{StandIn::findPixelFormat(rSession.pixelFormat()), rSession.width(), rSession.height()} {}
+CCorrectedStream::CCorrectedStream(CSession& rSession, bool bKeepRaw) : m_rSession(rSession), m_bKeepRaw(bKeepRaw) {}
 
 void CCorrectedStream::measureUncorrected() {
     CTimes Times;
@@ -51,30 +46,21 @@ void CCorrectedStream::start(uint64_t iFirst, bool bTimed) {
         if (m_bTimed) {
             measureUncorrected();
         }
-        m_rSession.traces().take();
         m_rSession.attempt("switching correction on", [&] { m_rSession.shading().SetEnable(true); });
-        // A host that refuses to let the library see the stream is told by the trace only.
-        const std::string strRefused = m_rSession.traces().takeText();
-        if (!strRefused.empty()) {
-            throw std::runtime_error("correction cannot be switched on: " + strRefused);
-        }
     }
     m_rSession.seekFrame(iFirst);
     m_tBegin = Clock::now();
     m_rSession.start();
 }
 
-// Why the library or the image processor left the frame as it is. The processor traces each reason once only, so what
-// can be seen of the frame itself is looked at.
-std::string CCorrectedStream::reason(StandIn::BufferHandle hBuffer) {
-    const std::vector<std::string> vecTraces = m_rSession.traces().take(true);
-    if (!m_rSession.isComplete(hBuffer)) {
-        return "incomplete, or without an image";
+// Frames that a camera could not deliver whole count as one reason, whatever was wrong with each.
+void CCorrectedStream::judge(Fetched& rFetched) const {
+    if (m_rSession.correctionOf(rFetched.hBuffer) == StandIn::eCorrected) {
+        return;
     }
-    if (m_rSession.layoutOf(hBuffer) != m_sApplied) {
-        return "of another format or size than the references are applied for";
-    }
-    return vecTraces.empty() ? "" : vecTraces.front();
+    rFetched.strDetail = m_rSession.whyUncorrected(rFetched.hBuffer);
+    rFetched.strUntouched =
+        m_rSession.isComplete(rFetched.hBuffer) ? rFetched.strDetail : "incomplete, or without an image";
 }
 
 void CCorrectedStream::correctInPlace(Fetched& rFetched) {
@@ -95,12 +81,11 @@ CCorrectedStream::Fetched CCorrectedStream::next() {
     if (bTimed) {
         m_rSession.waitForFrame();
     }
-    m_rSession.traces().take(true);
     Result.hBuffer = m_rSession.fetch();
     if (m_bKeepRaw && m_rSession.isComplete(Result.hBuffer)) {
         correctInPlace(Result);
     }
-    Result.strUntouched = reason(Result.hBuffer);
+    judge(Result);
     ++m_Tally.nFrames;
     m_Tally.fSeconds = secondsSince(m_tBegin);
     if (!Result.strUntouched.empty()) {

@@ -47,6 +47,7 @@ public:
     struct Fetched {
         StandIn::BufferHandle hBuffer = nullptr;  ///< to be given back to the session
         std::string strUntouched;                 ///< why it is as it was; empty: it is corrected
+        std::string strDetail;                    ///< the same of this very frame, in the host's words
         bool bNewReason = false;                  ///< no frame before had this reason
         std::optional<Frame> Raw;                 ///< before correction, where that was asked for
     };
@@ -58,12 +59,11 @@ public:
 private:
     void measureUncorrected();
     void correctInPlace(Fetched& rFetched);
-    std::string reason(StandIn::BufferHandle hBuffer);
+    void judge(Fetched& rFetched) const;
 
     CSession& m_rSession;
     bool m_bKeepRaw;
     bool m_bTimed = false;
-    StandIn::ImageLayout m_sApplied;
     double m_fUncorrectedMs = 0.0;
     std::chrono::steady_clock::time_point m_tBegin;
     CorrectionTally m_Tally;

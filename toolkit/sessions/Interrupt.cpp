@@ -45,7 +45,7 @@ void require(bool bGood) {
 void install() {
     g_iEvent = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     require(g_iEvent >= 0);
-    for (const int iSignal : {SIGINT, SIGTERM}) {
+    for (const int iSignal : {SIGINT, SIGTERM, SIGHUP}) {
         struct sigaction Action {};
         require(sigaction(iSignal, nullptr, &Action) == 0);
         if (Action.sa_handler == SIG_IGN) {

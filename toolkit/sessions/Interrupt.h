@@ -14,8 +14,8 @@ class CInterruptedError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/// SIGINT (Ctrl-C) and SIGTERM. The first one is only noted, and makes descriptor() readable; the next of its kind ends
-/// the process at once. A signal that the process was started to ignore stays ignored.
+/// SIGINT (Ctrl-C), SIGTERM and SIGHUP. The first one is only noted, and makes descriptor() readable; the next of its
+/// kind ends the process at once. A signal that the process was started to ignore stays ignored.
 /// @threads any thread.
 namespace Interrupt {
 

@@ -40,7 +40,7 @@ private:
     void stream(uint64_t nFrames);
     void take(StandIn::BufferHandle hBuffer);
     uint64_t countSaturated(StandIn::BufferHandle hBuffer, const StandIn::ImageLayout& rLayout);
-    void addSettings(const std::string& strFile);
+    std::string note();
 
     CSession& m_rSession;
     bool m_bLight;
@@ -66,9 +66,8 @@ uint64_t CRecorder::countSaturated(StandIn::BufferHandle hBuffer, const StandIn:
 
 void CRecorder::take(StandIn::BufferHandle hBuffer) {
     if (!m_rSession.isComplete(hBuffer)) {
-        const std::string strTraces = m_rSession.traces().takeText();
         if (m_Result.nLeftOut++ == 0) {
-            m_Result.strLeftOut = "frame " + m_rSession.frameName(hBuffer) + ": " + strTraces;
+            m_Result.strLeftOut = "frame " + m_rSession.frameName(hBuffer) + ": " + m_rSession.whyUncorrected(hBuffer);
         }
         if (++m_nBadInARow > BAD_IN_A_ROW_MAX) {
             throw std::runtime_error(m_rSession.device() + ": the camera delivers no complete frame any more, " +
@@ -108,16 +107,24 @@ void CRecorder::stream(uint64_t nFrames) {
     }
 }
 
-// The host writes the file anew beside the recorded one and then puts it in its place.
-void CRecorder::addSettings(const std::string& strFile) {
+/// What the references that this thread ends tell of the camera.
+class CNote {
+public:
+    explicit CNote(const std::string& strJson) { StandIn::setReferenceNote(strJson); }
+    ~CNote() { StandIn::setReferenceNote(""); }
+    CNote(const CNote&) = delete;
+    CNote& operator=(const CNote&) = delete;
+};
+
+// The camera's settings; none where they cannot be read.
+std::string CRecorder::note() {
     try {
-        StandIn::ReferenceImage sReference = StandIn::readReferenceFile(strFile);
-        nlohmann::ordered_json Json = toJson(readCameraSettings(m_rSession.nodes()));
-        Json[FRAMES_TAKEN] = m_Result.nFrames + m_Result.nLeftOut;
-        sReference.strCamera = Json.dump();
-        StandIn::writeReferenceFile(strFile, sReference);
+        nlohmann::ordered_json json = toJson(readCameraSettings(m_rSession.nodes()));
+        json[FRAMES_TAKEN] = m_Result.nFrames + m_Result.nLeftOut;
+        return json.dump();
     } catch (const std::exception& rError) {
         m_Result.strNoSettings = rError.what();
+        return "";
     }
 }
 
@@ -133,8 +140,8 @@ Recording CRecorder::record(uint64_t nFrames, const std::string& strFile) {
     stream(nFrames);
     m_rProgress.clear();
     Interrupt::check();
+    const CNote filed(note());
     m_rSession.attempt(strFile, [&] { rShading.ReferenceEnd(strFile.c_str()); });
-    addSettings(strFile);
     return m_Result;
 }
 

@@ -27,8 +27,7 @@ struct Recording {
 
 /// Points a camera that has scenes at the dark or light one, averages nFrames of its frames, from its first one on, and
 /// writes the reference. Frames that come incomplete are left out, and others taken. A camera with fewer frames gives
-/// those that it has. The file appears whole or not at all. The camera's settings are added to it afterwards; where
-/// that fails, the file stays as it was recorded.
+/// those that it has. The file appears whole or not at all. It tells the camera's settings, where they can be read.
 /// @throws std::runtime_error  the camera or the file cannot be used; an older file of this name is as it was.
 /// @throws CInterruptedError   the same.
 /// With its settings the file tells how many frames the recording took, those that were left out included.

@@ -84,17 +84,18 @@ void CSession::check(int iResult, const char* pStep) {
     if (iResult == GC_ERR_SUCCESS) {
         return;
     }
-    const std::string strWhy = m_Traces.takeText();
+    const StandIn::LastError error = StandIn::lastError();
+    const std::string strWhy = error.iCode == iResult ? error.strText : "";
     throw std::runtime_error(m_strDevice + ": " + pStep + " failed with GenTL code " + std::to_string(iResult) +
                              (strWhy.empty() ? "" : ", " + strWhy));
 }
 
 void CSession::attempt(const std::string& strStep, const std::function<void()>& fnOperation) {
-    m_Traces.take();
+    StandIn::clearLastError();
     try {
         fnOperation();
     } catch (const Exceptions::IException& rError) {
-        const std::string strWhy = m_Traces.takeText();
+        const std::string strWhy = StandIn::lastError().strText;
         throw std::runtime_error(strStep + ": " + (strWhy.empty() ? rError.GetErrorDescription().get() : strWhy));
     }
 }
@@ -138,6 +139,7 @@ uint64_t CSession::frameCount() const {
 }
 
 void CSession::start(uint64_t nFrames) {
+    StandIn::clearLastError();
     m_fDeadlineS = m_fTimeoutS + exposureS();
     for (StandIn::BufferHandle hBuffer : m_ahBuffers) {
         check(StandIn::queueBuffer(m_pStream, hBuffer), "queueing a buffer");
@@ -174,10 +176,8 @@ double CSession::exposureS() const {
 }
 
 void CSession::failWaiting() {
-    const std::string strWhy = m_Traces.takeText();
-    throw std::runtime_error(m_strDevice + ": the camera delivers no frame for " + fixed(m_fDeadlineS, 1) + " s" +
-                             (strWhy.empty() ? "" : ", " + strWhy) +
-                             "; look at its cable and trigger, or give it more time with --timeout");
+    throw std::runtime_error(m_strDevice + ": the camera delivers no frame for " + fixed(m_fDeadlineS, 1) +
+                             " s; look at its cable and trigger, or give it more time with --timeout");
 }
 
 void CSession::waitForFrame() {
@@ -251,13 +251,24 @@ void* CSession::imageOf(StandIn::BufferHandle hBuffer) const {
     return pBase + bufferInfo<std::size_t>(hBuffer, BUFFER_INFO_IMAGEOFFSET);
 }
 
-std::string CSession::frameName(StandIn::BufferHandle hBuffer) const {
-    char acName[1024] = {};
-    unsigned long long nSize = sizeof acName - 1;
+std::string CSession::bufferText(StandIn::BufferHandle hBuffer, int iInfoCmd) const {
+    char acText[1024] = {};
+    unsigned long long nSize = sizeof acText - 1;
     int iType = 0;
-    const int iResult =
-        StandIn::getBufferInfo(m_pStream, hBuffer, StandIn::BUFFER_INFO_STANDIN_FRAME_NAME, &iType, acName, &nSize);
-    return iResult == GC_ERR_SUCCESS ? acName : "";
+    const int iResult = StandIn::getBufferInfo(m_pStream, hBuffer, iInfoCmd, &iType, acText, &nSize);
+    return iResult == GC_ERR_SUCCESS ? acText : "";
+}
+
+StandIn::eCorrection CSession::correctionOf(StandIn::BufferHandle hBuffer) const {
+    return static_cast<StandIn::eCorrection>(bufferInfo<uint64_t>(hBuffer, StandIn::BUFFER_INFO_STANDIN_CORRECTION));
+}
+
+std::string CSession::whyUncorrected(StandIn::BufferHandle hBuffer) const {
+    return bufferText(hBuffer, StandIn::BUFFER_INFO_STANDIN_CORRECTION_REASON);
+}
+
+std::string CSession::frameName(StandIn::BufferHandle hBuffer) const {
+    return bufferText(hBuffer, StandIn::BUFFER_INFO_STANDIN_FRAME_NAME);
 }
 
 Frame CSession::copyFrame(StandIn::BufferHandle hBuffer) const {
@@ -274,7 +285,7 @@ Frame CSession::copyFrame(StandIn::BufferHandle hBuffer) const {
 
 void CSession::failIncomplete(StandIn::BufferHandle hBuffer) {
     throw std::runtime_error(m_strDevice + ": frame " + frameName(hBuffer) +
-                             " came incomplete: " + m_Traces.takeText() + (hasScenes() ? "" : INCOMPLETE_ADVICE));
+                             " cannot be used: " + whyUncorrected(hBuffer) + (hasScenes() ? "" : INCOMPLETE_ADVICE));
 }
 
 Frame CSession::fetchFrame(uint64_t iFrame) {

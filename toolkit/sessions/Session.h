@@ -12,8 +12,8 @@
 
 #include "toolkit/frames/Frame.h"
 #include "toolkit/sessions/FetchCanceller.h"
-#include "toolkit/sessions/HostTraces.h"
 #include "xapel2_ext_sc.h"
+#include "xapel2_standin/Answers.h"
 #include "xapel2_standin/Host.h"
 #include "xapel2_standin/ReferenceImage.h"
 
@@ -47,12 +47,11 @@ public:
 
     const std::string& device() const { return m_strDevice; }
     Ext::Sc::Shading& shading() { return *m_pShading; }
-    CHostTraces& traces() { return m_Traces; }
     /// The stream, the device's.
     DataStream* stream() const { return m_pStream; }
 
-    /// Runs an operation of the shading object. A host exception becomes "strStep: REASON", the reason taken from the
-    /// host's traces where they tell one.
+    /// Runs an operation of the shading object. A host exception becomes "strStep: REASON", the reason being the host's
+    /// last error where there is one.
     void attempt(const std::string& strStep, const std::function<void()>& fnOperation);
 
     /// The camera's own nodes, borrowed.
@@ -93,6 +92,10 @@ public:
     StandIn::ImageLayout layoutOf(StandIn::BufferHandle hBuffer) const;
     /// The image of a complete frame, layoutOf().bytes() long; borrowed until the buffer is given back.
     void* imageOf(StandIn::BufferHandle hBuffer) const;
+    /// What image processors made of the frame.
+    StandIn::eCorrection correctionOf(StandIn::BufferHandle hBuffer) const;
+    /// Why its pixels are not corrected, in the host's words; empty where they are.
+    std::string whyUncorrected(StandIn::BufferHandle hBuffer) const;
     /// The name that the camera gives the frame, empty for none.
     std::string frameName(StandIn::BufferHandle hBuffer) const;
     Frame copyFrame(StandIn::BufferHandle hBuffer) const;
@@ -109,6 +112,7 @@ private:
     [[noreturn]] void failIncomplete(StandIn::BufferHandle hBuffer);
     template <typename T>
     T streamInfo(int iInfoCmd, const char* pStep);
+    std::string bufferText(StandIn::BufferHandle hBuffer, int iInfoCmd) const;
     template <typename T>
     T bufferInfo(StandIn::BufferHandle hBuffer, int iInfoCmd) const;
 
@@ -116,7 +120,6 @@ private:
     double m_fTimeoutS;
     double m_fDeadlineS;  // since the last start
     double m_fLastFetchMs = 0.0;
-    CHostTraces m_Traces;             // outlives all that traces
     Device* m_pDevice = nullptr;      // the host's, until the destructor closes it
     DataStream* m_pStream = nullptr;  // the device's
     std::vector<StandIn::BufferHandle> m_ahBuffers;

@@ -18,7 +18,9 @@ std::string fixed(double dValue, int nDigits) {
     }
     std::array<char, 400> acText{};
     std::snprintf(acText.data(), acText.size(), "%.*f", nDigits, dValue);
-    return acText.data();
+    const std::string strText = acText.data();
+    // What rounds to nothing has no sign.
+    return strText[0] == '-' && strText.find_first_not_of("-0.") == std::string::npos ? strText.substr(1) : strText;
 }
 
 std::string counted(uint64_t nCount, const char* pThing) {

@@ -12,7 +12,7 @@
 namespace XAPEL2 {
 namespace Toolkit {
 
-/// A number with so many digits behind the point; "unknown" for NaN.
+/// A number with so many digits behind the point, a zero without sign; "unknown" for NaN.
 std::string fixed(double dValue, int nDigits);
 
 /// "1 frame", "16 frames".

@@ -40,8 +40,8 @@ void listDefects(std::ostream& rOut, const ReferenceFigures& rFigures) {
 void tell(COutput& rOutput, const char* pMember, const std::string& strFile, const ReferenceJudgement& rJudgement,
           bool bList) {
     const ReferenceFigures& rFigures = rJudgement.Figures;
-    rOutput.text() << (rFigures.eKind == StandIn::eReferenceDark ? "Dark" : "Light") << " reference " << strFile << ": "
-                   << verdict(rJudgement.vecFindings) << '\n'
+    rOutput.text() << (rFigures.eKind == StandIn::eReferenceDark ? "Dark" : "Light") << " reference " << shown(strFile)
+                   << ": " << verdict(rJudgement.vecFindings) << '\n'
                    << describe(rJudgement);
     rOutput.json()[pMember] = toJson(rJudgement);
     rOutput.json()[pMember]["file"] = strFile;

@@ -70,7 +70,7 @@ int runCorrect(const CorrectOptions& rOptions) {
     requireFree(rOptions, rFormat);
     // A file cannot say that its samples are those of a filter array, or have fewer bits than it has room for.
     CSession Session("the files", [&] { return StandIn::openFiles(rOptions.vecFiles, rFormat.pName); });
-    Pair.compareWith(settingsOf(Session));
+    Pair.compareWith(settingsOf(Session), true);
     Output.json()["judgement"] = toJson(Pair);
     if (!isUsable(Pair, rOptions.bForce)) {
         return Output.finish(eExitRefused);

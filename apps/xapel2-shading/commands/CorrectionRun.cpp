@@ -58,10 +58,10 @@ void CCorrectionRun::tellTroubles(const CCorrectedStream::Fetched& rFetched) {
         m_Progress.clear();
         complain("warning: " + strText);
     };
-    for (const std::string& rText : m_rSession.traces().take()) {
-        if (m_Said.size() < SAID_MAX && m_Said.insert(rText).second) {
-            fnTell(rText);
-        }
+    // What is wrong with a frame that the camera could not deliver differs from one to the next.
+    if (rFetched.strDetail != rFetched.strUntouched && m_Said.size() < SAID_MAX &&
+        m_Said.insert(rFetched.strDetail).second) {
+        fnTell(rFetched.strDetail);
     }
     if (rFetched.bNewReason) {
         fnTell("frame " + m_rSession.frameName(rFetched.hBuffer) + " is left untouched: " + rFetched.strUntouched);
@@ -135,7 +135,7 @@ void CCorrectionRun::describe(COutput& rOutput) const {
     rJson["underruns"] = m_nUnderruns;
     describeTime(rOutput);
     if (m_Corrected) {
-        rText << counted(m_nWritten, "corrected frame") << " written to " << m_Frames.strFolder << '\n';
+        rText << counted(m_nWritten, "corrected frame") << " written to " << shown(m_Frames.strFolder) << '\n';
         rJson["written"] = m_nWritten;
         rJson["folder"] = m_Frames.strFolder;
     }

@@ -81,7 +81,7 @@ int runDevices(const DevicesOptions& rOptions) {
     for (const StandIn::DeviceInfo& rInfo : StandIn::enumerateDevices()) {
         rDevices.push_back(describeDevice(rInfo));
         const nlohmann::ordered_json& rDevice = rDevices.back();
-        Output.text() << rInfo.strId << "  " << rInfo.strDescription << ", ";
+        Output.text() << shown(rInfo.strId + "  " + rInfo.strDescription) << ", ";
         if (rDevice.contains("error")) {
             Output.text() << "cannot be opened: " << rDevice["error"].get<std::string>() << '\n';
         } else {

@@ -4,17 +4,17 @@
 
 #include "commands/Record.h"
 
+#include <algorithm>
 #include <filesystem>
-#include <stdexcept>
 
 #include <unistd.h>
 
 #include "commands/AskForScene.h"
+#include "commands/OutputFile.h"
 #include "terminal/Exit.h"
 #include "terminal/Output.h"
 #include "terminal/Progress.h"
 #include "terminal/Toolkit.h"
-#include "toolkit/frames/SourceFiles.h"
 #include "toolkit/judgement/JudgedPair.h"
 #include "toolkit/sessions/Interrupt.h"
 #include "toolkit/sessions/Recording.h"
@@ -26,26 +26,6 @@ namespace App {
 namespace {
 
 namespace fs = std::filesystem;
-
-// Before frames are taken: a camera may need minutes for them.
-void requireWritable(const RecordOptions& rOptions) {
-    const std::string& strFile = rOptions.strFile;
-    CSourceFiles Sources;
-    Sources.addDevice(rOptions.strDevice);
-    Sources.requireOther(strFile);
-    const fs::path Parent = fs::path(strFile).parent_path();
-    const fs::path Folder = Parent.empty() ? "." : Parent;
-    std::error_code Ignored;
-    if (fs::is_directory(strFile, Ignored)) {
-        throw std::runtime_error(strFile + " is a folder; give the name of a file in it");
-    }
-    if (!fs::is_directory(Folder, Ignored)) {
-        throw std::runtime_error(Folder.string() + " is no folder; create it first");
-    }
-    if (access(Folder.c_str(), W_OK | X_OK) != 0) {
-        throw std::runtime_error("no file can be written to " + Folder.string() + "; choose another folder");
-    }
-}
 
 /// Where a recording goes until it has been judged: a file that is there already must not make way for a useless one.
 class CPendingFile {
@@ -79,12 +59,12 @@ private:
 
 void warnAboutRecording(const Recording& rRecording, const RecordOptions& rOptions) {
     if (rRecording.nLeftOut != 0) {
-        complain("warning: " + std::to_string(rRecording.nLeftOut) +
-                 " frames are left out of the reference; the first of them was " + rRecording.strLeftOut);
+        complain("warning: left out of the reference: " + counted(rRecording.nLeftOut, "frame") +
+                 ", of which the first was " + rRecording.strLeftOut);
     }
     if (rRecording.nFrames < rOptions.nFrames) {
-        complain("warning: the camera has only " + std::to_string(rRecording.nFrames) +
-                 " such frames; the reference is made of them");
+        complain("warning: the reference is made of " + counted(rRecording.nFrames, "frame") +
+                 ", which is all that there is of this kind");
     }
     if (rRecording.nUnderruns != 0) {
         complain("warning: " + underrunText(rRecording.nUnderruns));
@@ -100,8 +80,8 @@ void describe(COutput& rOutput, const RecordOptions& rOptions, const Recording& 
               const ReferenceJudgement& rJudgement) {
     const double fRate =
         rRecording.fSeconds > 0.0 ? static_cast<double>(rRecording.nFrames) / rRecording.fSeconds : 0.0;
-    rOutput.text() << rOptions.strFile << ": " << verdict(rJudgement.vecFindings) << ", recorded at " << fixed(fRate, 1)
-                   << " fps\n"
+    rOutput.text() << shown(rOptions.strFile) << ": " << verdict(rJudgement.vecFindings) << ", recorded at "
+                   << fixed(fRate, 1) << " fps\n"
                    << App::describe(rJudgement);
     nlohmann::ordered_json& rJson = rOutput.json();
     rJson["frames"] = rRecording.nFrames;
@@ -113,11 +93,22 @@ void describe(COutput& rOutput, const RecordOptions& rOptions, const Recording& 
     rJson["judgement"] = toJson(rJudgement);
 }
 
+// Those that were asked for, as far as the camera has them.
+uint64_t framesToTake(CSession& rSession, const RecordOptions& rOptions) {
+    if (rSession.hasScenes()) {
+        rSession.selectScene(rOptions.bLight ? "Light" : "Dark");
+    }
+    const uint64_t nHas = rSession.frameCount();
+    return nHas == 0 ? rOptions.nFrames : std::min(nHas, rOptions.nFrames);
+}
+
 }  // namespace
 
 int runRecord(const RecordOptions& rOptions) {
     COutput Output("record", rOptions.bJson);
-    requireWritable(rOptions);
+    CSourceFiles Sources;
+    Sources.addDevice(rOptions.strDevice);
+    requireWritable(rOptions.strFile, Sources);
     CSession Session(rOptions.strDevice, rOptions.fTimeoutS);
     Output.json()["device"] = rOptions.strDevice;
     Output.json()["kind"] = rOptions.bLight ? "light" : "dark";
@@ -125,9 +116,10 @@ int runRecord(const RecordOptions& rOptions) {
     if (!Session.hasScenes()) {
         askForScene(rOptions.bLight);
     }
-    Output.text() << "Recording " << rOptions.nFrames << (rOptions.bLight ? " light" : " dark") << " frames from "
-                  << rOptions.strDevice << ", " << Session.pixelFormat() << ", " << Session.width() << " x "
-                  << Session.height() << std::endl;
+    Output.text() << "Recording "
+                  << counted(framesToTake(Session, rOptions), rOptions.bLight ? "light frame" : "dark frame")
+                  << " from " << shown(rOptions.strDevice) << ", " << Session.pixelFormat() << ", " << Session.width()
+                  << " x " << Session.height() << std::endl;
     CPendingFile File(rOptions.strFile);
     Recording Result;
     try {

@@ -4,11 +4,15 @@
 
 #include "commands/Report.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <optional>
 #include <stdexcept>
+#include <system_error>
 
 #include "commands/AskForScene.h"
+#include "commands/OutputFile.h"
 #include "report/Html.h"
 #include "report/Report.h"
 #include "terminal/Exit.h"
@@ -17,9 +21,7 @@
 #include "terminal/Toolkit.h"
 #include "terminal/Warnings.h"
 #include "toolkit/figures/SelfTestFrames.h"
-#include "toolkit/frames/SourceFiles.h"
-#include "toolkit/judgement/JudgedPair.h"
-#include "toolkit/sessions/Recording.h"
+#include "toolkit/text/Texts.h"
 
 namespace XAPEL2 {
 namespace App {
@@ -33,10 +35,15 @@ constexpr uint64_t REFERENCE_FRAMES = 16;  // of references that are recorded fo
 /// A folder for references that nobody asked to keep.
 class CScratchFolder {
 public:
-    CScratchFolder() : m_strPath((fs::temp_directory_path() / "xapel2-report-XXXXXX").string()) {
-        if (mkdtemp(m_strPath.data()) == nullptr) {
+    CScratchFolder() {
+        std::error_code Missing;
+        const fs::path Folder = fs::temp_directory_path(Missing);
+        m_strPath = (Folder / "xapel2-report-XXXXXX").string();
+        if (Missing || mkdtemp(m_strPath.data()) == nullptr) {
             throw std::runtime_error("no folder for the references can be made in " +
-                                     fs::temp_directory_path().string() + "; set TMPDIR to one that can be written");
+                                     (Missing ? "TMPDIR" : Folder.string()) + ": " +
+                                     (Missing ? Missing : std::error_code(errno, std::generic_category())).message() +
+                                     "; set TMPDIR to one that can be written");
         }
     }
     ~CScratchFolder() {
@@ -45,7 +52,7 @@ public:
     }
     CScratchFolder(const CScratchFolder&) = delete;
     CScratchFolder& operator=(const CScratchFolder&) = delete;
-    std::string file(const char* pName) const { return m_strPath + '/' + pName; }
+    const std::string& path() const { return m_strPath; }
 
 private:
     std::string m_strPath;
@@ -56,15 +63,13 @@ public:
     CReportRun(const ReportOptions& rOptions, COutput& rOutput)
         : m_rOptions(rOptions), m_rOutput(rOutput), m_Files(rOptions.Pair) {
         m_Input.strDevice = rOptions.strDevice;
-        m_Input.strCommandLine = commandLine();
         m_Input.Files = rOptions.Pair;
-        m_Input.pPair = &m_Pair;
     }
 
     int run() { return judgeAndMeasure() ? finish() : refuse(); }
 
 private:
-    void recordPair(CSession& rSession);
+    void recordOwnPair(CSession& rSession);
     bool judgeAndMeasure();
     int refuse();
     void measure(CSession& rSession);
@@ -74,52 +79,49 @@ private:
     const ReportOptions& m_rOptions;
     COutput& m_rOutput;
     CProgress m_Progress;
-    CScratchFolder m_Scratch;
+    std::optional<CScratchFolder> m_Scratch;
     PairOptions m_Files;
-    JudgedPair m_Pair;
     ReportInput m_Input;
 };
 
-void CReportRun::recordPair(CSession& rSession) {
+void CReportRun::recordOwnPair(CSession& rSession) {
     if (!rSession.hasScenes()) {
         throw CUsageError(
             "this camera cannot cover its lens by itself; record a dark and a light reference (xapel2-shading record), "
             "then name them with --dark and --light");
     }
-    const SceneCounts Counts = countFrames(rSession);
-    for (const bool bLight : {false, true}) {
-        const uint64_t nFrames = bLight ? Counts.nLight : Counts.nDark;
-        const FramePlan Plan = planFrames(nFrames, REFERENCE_FRAMES, m_rOptions.nFrames);
-        if (Plan.nReference > 0) {
-            std::string& rFile = bLight ? m_Files.strLight : m_Files.strDark;
-            rFile = m_Scratch.file(bLight ? "light.tif" : "dark.tif");
-            recordReference(rSession, bLight, Plan.nReference, rFile, m_Progress);
-            (bLight ? m_Input.Files.strLight : m_Input.Files.strDark) =
-                std::to_string(Plan.nReference) + " frames recorded for this report";
-        }
-    }
+    m_Scratch.emplace();
+    m_Files = recordPair(rSession, REFERENCE_FRAMES, m_rOptions.nFrames, m_Scratch->path(), m_Progress);
 }
 
 // A report tells of what judgement refuses, too; it only takes references that can be applied at all. False where they
 // cannot.
 bool CReportRun::judgeAndMeasure() {
+    std::optional<CSession> Session;
     if (!m_rOptions.strDevice.empty()) {
-        CSession Session(m_rOptions.strDevice, m_rOptions.fTimeoutS);
+        Session.emplace(m_rOptions.strDevice, m_rOptions.fTimeoutS);
         if (m_Files.empty()) {
-            recordPair(Session);
+            recordOwnPair(*Session);
         }
-        m_Pair = judgeWithSelfTest(m_Files);
-        m_Input.Camera = readCameraSettings(Session.nodes());
-        m_Pair.compareWith(m_Input.Camera);
-        if (refused(m_Pair.findings(), true)) {
-            return false;
-        }
-        measure(Session);
-    } else {
-        m_Pair = judgeWithSelfTest(m_Files);
-        if (refused(m_Pair.findings(), true)) {
-            return false;
-        }
+    }
+    m_Input.Pair = judgeWithSelfTest(m_Files);
+    if (m_Scratch) {
+        const auto fnName = [](const std::optional<StandIn::ReferenceImage>& rReference, std::string& rFile) {
+            rFile = rReference ? counted(rReference->nImages, "frame") + " recorded for this report" : "";
+        };
+        fnName(m_Input.Pair.Dark, m_Input.Files.strDark);
+        fnName(m_Input.Pair.Light, m_Input.Files.strLight);
+    }
+    if (Session) {
+        m_Input.Camera = readCameraSettings(Session->nodes());
+        m_Input.Pair.compareWith(m_Input.Camera);
+    }
+    if (refused(m_Input.Pair.findings(), true)) {
+        return false;
+    }
+    if (Session) {
+        measure(*Session);
+        Session.reset();
     }
     if (!m_Input.Light.Before) {
         showSelfTest();
@@ -128,40 +130,31 @@ bool CReportRun::judgeAndMeasure() {
 }
 
 int CReportRun::refuse() {
-    isUsable(m_Pair, true);
-    m_rOutput.json()["references"] = toJson(m_Pair);
+    isUsable(m_Input.Pair, true);
+    m_rOutput.json()["references"] = toJson(m_Input.Pair);
     return m_rOutput.finish(eExitRefused);
 }
 
 void CReportRun::measure(CSession& rSession) {
     applyPair(rSession, m_Files);
-    CMeasurement Measurement(rSession, m_Progress);
-    if (rSession.hasScenes()) {
-        const SceneCounts Counts = countFrames(rSession);
-        const uint64_t nDark = m_Pair.Dark ? framesTaken(*m_Pair.Dark) : 0;
-        const uint64_t nLight = m_Pair.Light ? framesTaken(*m_Pair.Light) : 0;
-        m_Input.Dark = Measurement.measure("Dark", nDark, framesLeft(Counts.nDark, nDark, m_rOptions.nFrames));
-        m_Input.Light = Measurement.measure("Light", nLight, framesLeft(Counts.nLight, nLight, m_rOptions.nFrames));
-        m_Input.Scene = Measurement.measure("Scene", 0, framesLeft(Counts.nScene, 0, 1));
-    } else {
+    if (!rSession.hasScenes()) {
         askForScene(true);
-        m_Input.Light = Measurement.measure("Light", 0, m_rOptions.nFrames);
     }
-    m_Input.vecPlainMs = Measurement.plainMs();
-    m_Input.vecCorrectedMs = Measurement.correctedMs();
+    static_cast<MeasuredFrames&>(m_Input) = measureFrames(rSession, m_Input.Pair, m_rOptions.nFrames, 1, m_Progress);
     if (!m_Input.Light.Before) {
         complain(
-            "warning: the camera has no even frame that is not in the light reference; the report shows the reference "
-            "itself, which is a self-test only. Record the reference from fewer frames");
+            "warning: there is no even frame that is not in the light reference; the report shows the reference "
+            "itself, "
+            "which is a self-test only. Record the reference from fewer frames");
     }
 }
 
 void CReportRun::showSelfTest() {
-    if (!m_Pair.Light) {
+    if (!m_Input.Pair.Light) {
         throw CUsageError("a report without a camera takes a light reference; name one with --light");
     }
     m_Input.bSelfTest = true;
-    m_Input.Light = selfTestFrames(m_Files, *m_Pair.Light);
+    m_Input.Light = selfTestFrames(m_Files, *m_Input.Pair.Light);
 }
 
 int CReportRun::finish() {
@@ -170,8 +163,8 @@ int CReportRun::finish() {
     writeReport(m_rOptions.strFile, Result);
     const CFigures Figures(Result.Figures);
     const auto fnChange = [&](const char* pName, const std::string& strKey, const std::string& strUnit) {
-        m_rOutput.text() << pName << ' ' << rounded(Figures.value("/summary/" + strKey + "Before"), 3) << ' ' << strUnit
-                         << " before, " << rounded(Figures.value("/summary/" + strKey + "After"), 3) << ' ' << strUnit
+        m_rOutput.text() << pName << ' ' << fixed(Figures.value("/summary/" + strKey + "Before"), 3) << ' ' << strUnit
+                         << " before, " << fixed(Figures.value("/summary/" + strKey + "After"), 3) << ' ' << strUnit
                          << " after correction\n";
     };
     if (m_Input.bSelfTest) {
@@ -180,17 +173,21 @@ int CReportRun::finish() {
     fnChange("PRNU1288", "prnu", "%");
     fnChange("DSNU1288", "dsnu", Figures.at("/before/dsnuUnit").get<std::string>());
     m_rOutput.text() << "Verdict: " << Figures.at("/verdict").get<std::string>() << "\nWritten to "
-                     << m_rOptions.strFile << '\n';
+                     << shown(m_rOptions.strFile) << '\n';
     m_rOutput.json()["file"] = m_rOptions.strFile;
     m_rOutput.json().update(Result.Figures);
     // Of the frames that were measured; what concerns the references the pair says itself.
+    bool bRefused = false;
     for (const auto& rFinding : Result.Figures.at("findings")) {
-        if (rFinding.at("id") == "measured-saturated") {
-            complain("warning: " + rFinding.at("text").get<std::string>() + ' ' +
+        if (rFinding.at("id").get<std::string>().rfind("measured-", 0) == 0) {
+            const bool bRefusal = rFinding.at("severity") == "refusal";
+            bRefused = bRefused || bRefusal;
+            complain((bRefusal ? "refused: " : "warning: ") + rFinding.at("text").get<std::string>() + ' ' +
                      rFinding.at("advice").get<std::string>());
         }
     }
-    return m_rOutput.finish(isUsable(m_Pair, m_rOptions.bForce) ? eExitDone : eExitRefused);
+    const bool bUsable = isUsable(m_Input.Pair, m_rOptions.bForce) && (!bRefused || m_rOptions.bForce);
+    return m_rOutput.finish(bUsable ? eExitDone : eExitRefused);
 }
 
 }  // namespace
@@ -204,11 +201,7 @@ int runReport(const ReportOptions& rOptions) {
     Sources.add(rOptions.Pair.strDark);
     Sources.add(rOptions.Pair.strLight);
     Sources.addDevice(rOptions.strDevice);
-    Sources.requireOther(rOptions.strFile);
-    const fs::path Folder = fs::absolute(rOptions.strFile).parent_path();
-    if (!fs::is_directory(Folder)) {
-        throw std::runtime_error(Folder.string() + " is no folder; create it first");
-    }
+    requireWritable(rOptions.strFile, Sources);
     COutput Output("report", rOptions.bJson);
     return CReportRun(rOptions, Output).run();
 }

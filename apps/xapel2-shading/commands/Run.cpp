@@ -52,6 +52,9 @@ int runRun(const RunOptions& rOptions) {
     if (rOptions.Pair.empty()) {
         throw CUsageError("run takes a reference: give --dark, --light or both");
     }
+    if (rOptions.bRaw && rOptions.strOut.empty()) {
+        throw CUsageError("--raw writes frames; name a folder for them with -o");
+    }
     COutput Output("run", rOptions.bJson);
     JudgedPair Pair = judge(rOptions.Pair);
     CSession Session(rOptions.strDevice, rOptions.fTimeoutS);
@@ -63,7 +66,7 @@ int runRun(const RunOptions& rOptions) {
     }
     const uint64_t nFrames = selectFrames(Session, rOptions);
     Output.text() << "Correcting " << (nFrames == 0 ? "frames until Ctrl-C" : counted(nFrames, "frame")) << " from "
-                  << rOptions.strDevice << ", " << Session.pixelFormat() << ", " << Session.width() << " x "
+                  << shown(rOptions.strDevice) << ", " << Session.pixelFormat() << ", " << Session.width() << " x "
                   << Session.height() << std::endl;
     applyPair(Session, rOptions.Pair);
     CCorrectionRun Run(Session, outputOf(rOptions));

@@ -4,148 +4,163 @@
 
 #include "demo/Demo.h"
 
+#include <array>
+#include <cstdio>
 #include <optional>
+#include <ostream>
 #include <stdexcept>
-#include <vector>
 
 #include "demo/OutputFolder.h"
-#include "demo/Table.h"
 #include "report/Report.h"
 #include "terminal/Exit.h"
 #include "terminal/Output.h"
 #include "terminal/Progress.h"
-#include "terminal/Toolkit.h"
 #include "terminal/Warnings.h"
 #include "toolkit/figures/SelfTestFrames.h"
-#include "toolkit/frames/Percentile.h"
+#include "toolkit/figures/Unevenness.h"
 #include "toolkit/frames/Pictures.h"
-#include "toolkit/frames/SourceFiles.h"
-#include "toolkit/judgement/JudgedPair.h"
-#include "toolkit/sessions/Recording.h"
-#include "toolkit/sessions/Session.h"
+#include "toolkit/text/Texts.h"
 
 namespace XAPEL2 {
 namespace App {
 
 namespace {
 
+namespace fs = std::filesystem;
+using nlohmann::ordered_json;
+
 constexpr uint64_t REFERENCE_FRAMES = 16;  // of a camera that delivers without end
 constexpr uint64_t TEST_FRAMES = 4;        // of each scene, at most
 
-class CDemo {
-public:
-    explicit CDemo(const DemoOptions& rOptions)
-        : m_strCamera(rOptions.strCamera), m_Told("demo", rOptions.bJson), m_Output(rOptions.strOut) {}
-
-    int run() {
-        {
-            CSession Session(m_strCamera);
-            planFrames(Session);
-            CSourceFiles Sources;
-            Sources.addDevice(m_strCamera);
-            m_Output.prepare(Sources);
-            recordReferences(Session);
-            m_Pair = judgeWithSelfTest(m_Report.Files);
-            applyPair(Session, m_Report.Files);
-            m_Report.Camera = readCameraSettings(Session.nodes());
-            measure(Session);
-        }
-        evaluate();
-        m_Progress.clear();
-        writeReport();
-        m_Output.writeFigures(m_Figures);
-        printTable(m_Told.text(), m_Figures, m_Output.path());
-        m_Told.json().update(toJson(m_Figures));
-        m_Told.json()["folder"] = m_Output.path().string();
-        m_Told.json()["judgement"] = toJson(m_Pair);
-        return m_Told.finish(isUsable(m_Pair, false) ? eExitDone : eExitRefused);
-    }
-
-private:
-    void planFrames(CSession& rSession);
-    void recordReferences(CSession& rSession);
-    void measure(CSession& rSession);
-    void evaluate();
-    void writeReport();
-
-    std::string m_strCamera;
-    COutput m_Told;
-    COutputFolder m_Output;
-    CProgress m_Progress;
-    DemoFigures m_Figures;
-    FramePlan m_Dark, m_Light, m_Scene;
-    JudgedPair m_Pair;
-    ReportInput m_Report;
-    std::optional<FramePair> m_First;  // an even frame
-};
-
-// Recorded frames are divided between the references and the test; a camera without end gives both what they need.
-void CDemo::planFrames(CSession& rSession) {
-    const SceneCounts Counts = countFrames(rSession);
+/// Measures, and keeps the first even frame, which the pictures and the unevenness are of.
+std::optional<FramePair> measure(const DemoOptions& rOptions, COutputFolder& rFolder, IProgress& rProgress,
+                                 ReportInput& rInput) {
+    std::optional<FramePair> First;
+    CSession Session(rOptions.strCamera);
+    const SceneCounts Counts = countFrames(Session);
     if (Counts.nLight < 2) {
-        throw std::runtime_error(m_strCamera + " has " + std::to_string(Counts.nLight) +
-                                 " light_* frames; a light reference and a frame to test it on take at least two");
+        throw std::runtime_error(rOptions.strCamera + " has " + counted(Counts.nLight, "frame") +
+                                 " light_*; a light reference and a frame to test it on take at least two");
     }
-    m_Dark = App::planFrames(Counts.nDark, REFERENCE_FRAMES, TEST_FRAMES);
-    m_Light = App::planFrames(Counts.nLight, REFERENCE_FRAMES, TEST_FRAMES);
-    m_Scene.nTest = Counts.nScene == SceneCounts::ENDLESS ? TEST_FRAMES : Counts.nScene;
-    m_Figures.nDarkFrames = m_Dark.nReference;
-    m_Figures.nLightFrames = m_Light.nReference;
-    m_Figures.strSource = m_strCamera;
-    m_Figures.strPixelFormat = rSession.pixelFormat();
-    m_Figures.nWidth = rSession.width();
-    m_Figures.nHeight = rSession.height();
+    CSourceFiles Sources;
+    Sources.addDevice(rOptions.strCamera);
+    rFolder.prepare(Sources);
+    for (const char* pName : {"reference-dark.tif", "reference-light.tif"}) {
+        rFolder.file(pName);
+    }
+    rInput.strDevice = rOptions.strCamera;
+    rInput.Files = recordPair(Session, REFERENCE_FRAMES, TEST_FRAMES, rFolder.path(), rProgress);
+    rInput.Pair = judgeWithSelfTest(rInput.Files);
+    applyPair(Session, rInput.Files);
+    rInput.Camera = readCameraSettings(Session.nodes());
+    rInput.Pair.compareWith(rInput.Camera);
+    static_cast<MeasuredFrames&>(rInput) = measureFrames(
+        Session, rInput.Pair, TEST_FRAMES, Counts.nScene == SceneCounts::ENDLESS ? TEST_FRAMES : Counts.nScene,
+        rProgress, [&](const FramePair& rPair) {
+            rFolder.writePair(rPair);
+            if (!First) {
+                First = rPair;
+            }
+        });
+    rProgress.clear();
+    return First;
 }
 
-void CDemo::recordReferences(CSession& rSession) {
-    PairOptions& rFiles = m_Report.Files;
-    if (m_Dark.nReference > 0) {
-        rFiles.strDark = m_Output.file("reference-dark.tif").string();
-        recordReference(rSession, false, m_Dark.nReference, rFiles.strDark, m_Progress);
-    }
-    rFiles.strLight = m_Output.file("reference-light.tif").string();
-    recordReference(rSession, true, m_Light.nReference, rFiles.strLight, m_Progress);
+/// The content of figures.json.
+ordered_json figuresOf(const ReportInput& rInput, const FramePair& rFirst, const ordered_json& rReport,
+                       const std::vector<std::string>& rFrames) {
+    const Unevenness Before =
+        unevenness(rFirst.Raw, rInput.Pair.Dark ? rInput.Pair.Dark->vSamples : std::vector<float>());
+    const Unevenness After = unevenness(rFirst.Corrected, {});
+    return {{"source", rInput.strDevice},
+            {"pixel_format", rReport.at("pixelFormat")},
+            {"width", rReport.at("width")},
+            {"height", rReport.at("height")},
+            {"dark_frames", rInput.Pair.Dark ? rInput.Pair.Dark->nImages : 0},
+            {"light_frames", rInput.Pair.Light->nImages},
+            {"frames_corrected", rFrames.size()},
+            {"blocks_before_percent", Before.dBlocksPercent},
+            {"blocks_after_percent", After.dBlocksPercent},
+            {"pixels_before_percent", Before.dPixelsPercent},
+            {"pixels_after_percent", After.dPixelsPercent},
+            {"fetch_median_ms", rReport.at("time").at("plainMedianMs")},
+            {"fetch_corrected_median_ms", rReport.at("time").at("correctedMedianMs")},
+            {"frames", rFrames}};
 }
 
-void CDemo::measure(CSession& rSession) {
-    CMeasurement Measurement(rSession, m_Progress);
-    const auto fnWrite = [&](const FramePair& rPair) {
-        m_Figures.astrFrames.push_back(m_Output.writePair(rPair.Raw, rPair.Corrected));
-        if (!m_First) {
-            m_First = rPair;
-        }
+void writePictures(COutputFolder& rFolder, const char* pBefore, const char* pAfter, const FramePair& rPair) {
+    const PicturePair Pictures = picturePair(rPair.Raw, rPair.Corrected);
+    rFolder.write(pBefore, Pictures.strBefore);
+    rFolder.write(pAfter, Pictures.strAfter);
+}
+
+void printTable(std::ostream& rOut, const ordered_json& rFigures, const fs::path& rFolder) {
+    const auto fnText = [&](const char* pName) { return shown(rFigures.at(pName).get<std::string>()); };
+    const auto fnFrame = [&](const ordered_json& rName) {
+        return shown(fs::path(rName.get<std::string>()).stem().string());
     };
-    m_Report.Light = Measurement.measure("Light", m_Light.nReference, m_Light.nTest, fnWrite);
-    m_Report.Scene = Measurement.measure("Scene", 0, m_Scene.nTest, fnWrite);
-    m_Report.Dark = Measurement.measure("Dark", m_Dark.nReference, m_Dark.nTest);
-    m_Report.vecPlainMs = Measurement.plainMs();
-    m_Report.vecCorrectedMs = Measurement.correctedMs();
-}
-
-void CDemo::evaluate() {
-    m_Figures.Before = unevenness(m_First->Raw, m_Pair.Dark ? m_Pair.Dark->vSamples : std::vector<float>());
-    m_Figures.After = unevenness(m_First->Corrected, {});
-    m_Figures.fFetchPlainMs = percentile(m_Report.vecPlainMs, 0.5);
-    m_Figures.fFetchCorrectedMs = percentile(m_Report.vecCorrectedMs, 0.5);
-    writePicturePair(m_Output.file("before.png"), m_First->Raw, m_Output.file("after.png"), m_First->Corrected);
-    if (m_Report.Scene.Shown) {
-        const FramePair& rScene = *m_Report.Scene.Shown;
-        writePicturePair(m_Output.file("scene-before.png"), rScene.Raw, m_Output.file("scene-after.png"),
-                         rScene.Corrected);
+    const bool bDark = rFigures.at("dark_frames") != 0;
+    const bool bFiles = fnText("source").rfind("replay:", 0) == 0;
+    rOut << (bFiles ? "Files       " : "Camera      ") << fnText("source") << ", " << rFigures.at("width") << " x "
+         << rFigures.at("height") << ' ' << fnText("pixel_format") << "\nReferences  mean of "
+         << (bDark ? rFigures.at("dark_frames").dump() + " dark and " : "")
+         << counted(rFigures.at("light_frames"), "light frame")
+         << (bDark ? "" : "\n            no dark frames: corrected without a dark reference") << "\nCorrected   "
+         << counted(rFigures.at("frames_corrected"), "frame") << ", " << fnFrame(rFigures.at("frames").front());
+    if (rFigures.at("frames").size() > 1) {
+        rOut << " to " << fnFrame(rFigures.at("frames").back());
     }
-}
-
-void CDemo::writeReport() {
-    m_Report.strDevice = m_strCamera;
-    m_Report.strCommandLine = commandLine();
-    m_Report.pPair = &m_Pair;
-    App::writeReport(m_Output.file("report.html").string(), makeReport(m_Report));
+    rOut << "\n\n";
+    std::array<char, 120> acLine{};
+    std::snprintf(acLine.data(), acLine.size(), "  %-26s %11s %11s\n", "", "before", "after");
+    rOut << acLine.data();
+    const auto fnLine = [&](const char* pLabel, const char* pBefore, const char* pAfter, int nDigits,
+                            const char* pUnit) {
+        const ordered_json &rBefore = rFigures.at(pBefore), &rAfter = rFigures.at(pAfter);
+        if (rBefore.is_null() || rAfter.is_null()) {
+            rOut << "  " << pLabel << ": unknown, the image is too small or too dark\n";
+            return;
+        }
+        std::snprintf(acLine.data(), acLine.size(), "  %-26s %8s %-2s %8s %s\n", pLabel,
+                      fixed(rBefore, nDigits).c_str(), pUnit, fixed(rAfter, nDigits).c_str(), pUnit);
+        rOut << acLine.data();
+    };
+    fnLine("unevenness, 16 x 16 blocks", "blocks_before_percent", "blocks_after_percent", 2, "%");
+    fnLine("unevenness, single pixels", "pixels_before_percent", "pixels_after_percent", 2, "%");
+    fnLine("fetch of a waiting frame", "fetch_median_ms", "fetch_corrected_median_ms", 3, "ms");
+    rOut << "\nUnevenness: standard deviation over mean of " << fnFrame(rFigures.at("frames").front())
+         << (bDark ? ", dark reference taken off" : "") << ". Time: median.\nWritten to " << shown(rFolder.string())
+         << "\n ";
+    for (const char* pName : {"report.html", "before.png", "after.png", "scene-before.png", "scene-after.png",
+                              "reference-dark.tif", "reference-light.tif", "figures.json"}) {
+        if (fs::exists(rFolder / pName)) {
+            rOut << ' ' << pName;
+        }
+    }
+    rOut << "\n  raw/ corrected/\n";
 }
 
 }  // namespace
 
 int runDemo(const DemoOptions& rOptions) {
-    return CDemo(rOptions).run();
+    COutput Output("demo", rOptions.bJson);
+    CProgress Progress;
+    COutputFolder Folder(rOptions.strOut, rOptions.bOverwrite);
+    ReportInput Input;
+    const std::optional<FramePair> First = measure(rOptions, Folder, Progress, Input);
+    writePictures(Folder, "before.png", "after.png", *First);
+    if (Input.Scene.Shown) {
+        writePictures(Folder, "scene-before.png", "scene-after.png", *Input.Scene.Shown);
+    }
+    const Report Made = makeReport(Input);
+    writeReport(Folder.file("report.html").string(), Made);
+    const ordered_json Figures = tellable(figuresOf(Input, *First, Made.Figures, Folder.frames()));
+    Folder.finish(Figures);
+    printTable(Output.text(), Figures, Folder.path());
+    Output.json().update(Figures);
+    Output.json()["folder"] = Folder.path().string();
+    Output.json()["judgement"] = toJson(Input.Pair);
+    return Output.finish(isUsable(Input.Pair, false, false) ? eExitDone : eExitRefused);
 }
 
 }  // namespace App

@@ -12,6 +12,7 @@ namespace App {
 struct DemoOptions {
     std::string strCamera = "sim";       ///< device identifier
     std::string strOut = "demo-output";  ///< folder to write to
+    bool bOverwrite = false;             ///< replace files that no earlier demonstration has written
     bool bJson = false;
 };
 

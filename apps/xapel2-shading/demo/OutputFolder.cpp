@@ -6,13 +6,11 @@
 
 #include <fstream>
 #include <stdexcept>
-#include <vector>
-
-#include <nlohmann/json.hpp>
+#include <system_error>
 
 #include "standin/files/SafeFile.h"
-#include "terminal/Toolkit.h"
 #include "toolkit/frames/FrameFile.h"
+#include "toolkit/text/Errors.h"
 
 namespace XAPEL2 {
 namespace App {
@@ -28,90 +26,94 @@ constexpr const char* FIGURES = "figures.json";
 constexpr const char* OWN_FILES[] = {"before.png",  "after.png",          "scene-before.png",    "scene-after.png",
                                      "report.html", "reference-dark.tif", "reference-light.tif", FIGURES};
 
-// File names that the figures of an earlier run list; anything that is not such a list gives none.
-std::vector<std::string> earlierFrames(const fs::path& rFigures) {
-    std::vector<std::string> astrNames;
-    std::ifstream In(rFigures);
+// What an earlier demonstration in this folder has written; nothing where its figures do not tell of one.
+std::vector<fs::path> earlierFiles(const fs::path& rFolder) {
+    std::vector<fs::path> vecFiles;
+    std::ifstream In(rFolder / FIGURES);
     const json Figures = json::parse(In, nullptr, false);
-    if (!Figures.is_object() || !Figures.contains("frames") || !Figures["frames"].is_array()) {
-        return astrNames;
+    if (!Figures.is_object() || !Figures.contains("frames_corrected") || !Figures.contains("frames") ||
+        !Figures["frames"].is_array()) {
+        return vecFiles;
     }
     for (const json& rName : Figures["frames"]) {
         // A plain file name only: an edited list must not lead out of the folder.
         if (rName.is_string() && fs::path(rName.get<std::string>()).filename() == rName.get<std::string>()) {
-            astrNames.push_back(rName.get<std::string>());
+            vecFiles.push_back(rFolder / RAW / rName.get<std::string>());
+            vecFiles.push_back(rFolder / CORRECTED / rName.get<std::string>());
         }
     }
-    return astrNames;
+    for (const char* pName : OWN_FILES) {
+        vecFiles.push_back(rFolder / pName);
+    }
+    return vecFiles;
 }
 
 }  // namespace
 
-COutputFolder::COutputFolder(const fs::path& rFolder) : m_Folder(rFolder) {}
-
-void COutputFolder::requireForeign(const CSourceFiles& rSources) const {
-    for (const char* pName : OWN_FILES) {
-        rSources.requireOther(m_Folder / pName);
-    }
-    for (const char* pFolder : {RAW, CORRECTED}) {
-        std::error_code Missing;
-        for (const fs::directory_entry& rEntry : fs::directory_iterator(m_Folder / pFolder, Missing)) {
-            rSources.requireOther(rEntry.path());
-        }
+COutputFolder::~COutputFolder() {
+    std::error_code Ignored;
+    for (const fs::path& rFile : m_Made) {
+        fs::remove(rFile, Ignored);
     }
 }
 
-void COutputFolder::prepare(const CSourceFiles& rSources) const {
-    requireForeign(rSources);
+void COutputFolder::requireFree(const fs::path& rFile) const {
+    std::error_code Ignored;
+    if (!m_bOverwrite && fs::exists(fs::symlink_status(rFile, Ignored))) {
+        throw CFileExistsError(rFile.string() + " exists and is not known to be of an earlier demo");
+    }
+}
+
+void COutputFolder::prepare(const CSourceFiles& rSources) {
+    const std::vector<fs::path> vecEarlier = earlierFiles(m_Folder);
+    for (const fs::path& rFile : vecEarlier) {
+        rSources.requireOther(rFile);
+    }
+    for (const char* pName : OWN_FILES) {
+        rSources.requireOther(m_Folder / pName);
+        if (vecEarlier.empty()) {
+            requireFree(m_Folder / pName);
+        }
+    }
     try {
         fs::create_directories(m_Folder / RAW);
         fs::create_directories(m_Folder / CORRECTED);
-        removeEarlier();
+        for (const fs::path& rFile : vecEarlier) {
+            fs::remove(rFile);
+        }
     } catch (const fs::filesystem_error& rError) {
         throw std::runtime_error("output folder " + m_Folder.string() + " cannot be used: " + rError.code().message());
     }
 }
 
-void COutputFolder::removeEarlier() const {
-    // Without figures no demonstration has been here: what has our names is somebody else's until it is overwritten.
-    if (!fs::exists(m_Folder / FIGURES)) {
-        return;
+fs::path COutputFolder::claim(const fs::path& rName) {
+    fs::path File = m_Folder / rName;
+    if (m_Made.count(File) != 0) {
+        throw CUsageError(File.string() + " would be written twice; two sources have this name");
     }
-    for (const std::string& strName : earlierFrames(m_Folder / FIGURES)) {
-        fs::remove(m_Folder / RAW / strName);
-        fs::remove(m_Folder / CORRECTED / strName);
+    requireFree(File);
+    std::error_code Ignored;
+    if (!fs::exists(fs::symlink_status(File, Ignored))) {
+        m_Made.insert(File);
     }
-    for (const char* pName : OWN_FILES) {
-        fs::remove(m_Folder / pName);
-    }
+    return File;
 }
 
-std::string COutputFolder::writePair(const Frame& rRaw, const Frame& rCorrected) const {
-    writeFrame(m_Folder / RAW, rRaw);
-    return writeFrame(m_Folder / CORRECTED, rCorrected).filename().string();
+void COutputFolder::write(const char* pName, const std::string& strBytes) {
+    StandIn::saveFile(claim(pName), strBytes);
 }
 
-nlohmann::ordered_json toJson(const DemoFigures& rFigures) {
-    nlohmann::ordered_json Json;
-    Json["source"] = rFigures.strSource;
-    Json["pixel_format"] = rFigures.strPixelFormat;
-    Json["width"] = rFigures.nWidth;
-    Json["height"] = rFigures.nHeight;
-    Json["dark_frames"] = rFigures.nDarkFrames;
-    Json["light_frames"] = rFigures.nLightFrames;
-    Json["frames_corrected"] = rFigures.astrFrames.size();
-    Json["blocks_before_percent"] = rFigures.Before.fBlocksPercent;
-    Json["blocks_after_percent"] = rFigures.After.fBlocksPercent;
-    Json["pixels_before_percent"] = rFigures.Before.fPixelsPercent;
-    Json["pixels_after_percent"] = rFigures.After.fPixelsPercent;
-    Json["fetch_median_ms"] = rFigures.fFetchPlainMs;
-    Json["fetch_corrected_median_ms"] = rFigures.fFetchCorrectedMs;
-    Json["frames"] = rFigures.astrFrames;
-    return Json;
+void COutputFolder::writePair(const FramePair& rPair) {
+    claim(frameFile(RAW, rPair.Raw));
+    const fs::path Corrected = claim(frameFile(CORRECTED, rPair.Corrected));
+    writeFrame(m_Folder / RAW, rPair.Raw);
+    writeFrame(m_Folder / CORRECTED, rPair.Corrected);
+    m_vecFrames.push_back(Corrected.filename().string());
 }
 
-void COutputFolder::writeFigures(const DemoFigures& rFigures) const {
-    StandIn::saveFile(m_Folder / FIGURES, toJson(rFigures).dump(2, ' ', false, json::error_handler_t::replace) + '\n');
+void COutputFolder::finish(const nlohmann::ordered_json& rFigures) {
+    write(FIGURES, rFigures.dump(2) + '\n');
+    m_Made.clear();
 }
 
 }  // namespace App

@@ -4,10 +4,13 @@
 
 #include "report/Html.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <cstdio>
 #include <limits>
+
+#include "terminal/Toolkit.h"
+#include "toolkit/text/Texts.h"
 
 namespace XAPEL2 {
 namespace App {
@@ -48,9 +51,7 @@ std::string rounded(double dValue, int nDigits) {
     if (!std::isfinite(dValue)) {
         return "\xE2\x80\x93";
     }
-    char acText[64];
-    std::snprintf(acText, sizeof acText, "%.*f", nDigits, dValue);
-    return acText;
+    return fixed(dValue, nDigits);
 }
 
 std::string base64(const std::string& strBytes) {

@@ -130,7 +130,8 @@ std::string referencesHtml(const CFigures& rFigures) {
 
 std::string timeHtml(const CFigures& rFigures) {
     return "<div class=\"card\">" +
-           table("Time to fetch a frame that waits, " + rFigures.number("/time/frames", 0) + " frames each",
+           table("Time to fetch a frame that waits, " + rFigures.number("/time/frames", 0) +
+                     (rFigures.at("/time/frames") == 1 ? " frame each" : " frames each"),
                  {"", "median, ms", "99 %, ms"},
                  row("correction off",
                      {rFigures.number("/time/plainMedianMs", 3), rFigures.number("/time/plainP99Ms", 3)}) +

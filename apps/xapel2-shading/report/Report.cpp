@@ -8,7 +8,7 @@
 #include <fstream>
 
 #include "standin/files/SafeFile.h"
-#include "terminal/Toolkit.h"
+#include "terminal/Output.h"
 #include "toolkit/figures/Curves.h"
 #include "toolkit/frames/Pictures.h"
 
@@ -31,30 +31,19 @@ ordered_json pictureJson(const Picture& rPicture, const Shades& rShades) {
 }
 
 ordered_json addPair(const FramePair& rPair, std::string& rBefore, std::string& rAfter) {
-    const Picture Before = pictureOf(rPair.Raw, SIDE_MAX, SAMPLES_MAX);
-    const Picture After = pictureOf(rPair.Corrected, SIDE_MAX, SAMPLES_MAX);
-    const Shades Common = commonShades(Before, After);
-    rBefore = pngOf(Before, Common);
-    rAfter = pngOf(After, Common);
-    ordered_json Json = pictureJson(Before, Common);
+    PicturePair Pictures = picturePair(rPair.Raw, rPair.Corrected, SIDE_MAX, SAMPLES_MAX);
+    ordered_json Json = pictureJson(Pictures.Before, Pictures.Common);
     Json["frame"] = rPair.Raw.strName;
+    rBefore = std::move(Pictures.strBefore);
+    rAfter = std::move(Pictures.strAfter);
     return Json;
 }
 
 ordered_json addGain(const JudgedPair& rPair, std::string& rPng) {
     const StandIn::ImageLayout& rLayout = (rPair.Light ? rPair.Light : rPair.Dark)->sLayout;
-    const std::vector<float> vGains =
-        gainsOf(rPair.Dark ? &*rPair.Dark : nullptr, rPair.Light ? &*rPair.Light : nullptr);
-    Picture Map{rLayout.nWidth, rLayout.nHeight, 1, 1, {}};
-    const std::size_t nChannels = rLayout.pFormat->nChannels;
-    for (std::size_t i = 0; i < vGains.size(); i += nChannels) {
-        float fSum = 0.0F;
-        for (std::size_t k = 0; k < nChannels; ++k) {
-            fSum += vGains[i + k];
-        }
-        Map.vValues.push_back(fSum / static_cast<float>(nChannels));
-    }
-    Map = scaledDown(std::move(Map), SIDE_MAX, SAMPLES_MAX);
+    Picture Map{rLayout.nWidth, rLayout.nHeight, rLayout.pFormat->nChannels, 1,
+                gainsOf(rPair.Dark ? &*rPair.Dark : nullptr, rPair.Light ? &*rPair.Light : nullptr)};
+    Map = scaledDown(grey(std::move(Map)), SIDE_MAX, SAMPLES_MAX);
     std::vector<float> vSorted = Map.vValues;
     std::sort(vSorted.begin(), vSorted.end());
     // Single pixels of no use must not take all the colours.
@@ -79,27 +68,7 @@ std::string shellWord(const std::string& strWord) {
     return strQuoted + '\'';
 }
 
-}  // namespace
-
-Report makeReport(const ReportInput& rInput) {
-    Report Result;
-    // File names need not be UTF-8, a page must be.
-    Result.Figures =
-        ordered_json::parse(reportFigures(rInput).dump(-1, ' ', false, ordered_json::error_handler_t::replace));
-    ordered_json& rJson = Result.Figures["pictures"];
-    ReportPictures& rPictures = Result.Pictures;
-    rJson["even"] = addPair(*rInput.Light.Shown, rPictures.strEvenBefore, rPictures.strEvenAfter);
-    if (rInput.Scene.Shown) {
-        rJson["scene"] = addPair(*rInput.Scene.Shown, rPictures.strSceneBefore, rPictures.strSceneAfter);
-    }
-    rJson["gain"] = addGain(*rInput.pPair, rPictures.strGain);
-    return Result;
-}
-
-void writeReport(const std::string& strFile, const Report& rReport) {
-    StandIn::saveFile(strFile, reportPage(rReport.Figures, rReport.Pictures));
-}
-
+// The command line of this process, quoted for a shell.
 std::string commandLine() {
     std::ifstream In("/proc/self/cmdline", std::ios::binary);
     std::string strLine, strWord;
@@ -107,6 +76,28 @@ std::string commandLine() {
         strLine += (strLine.empty() ? "" : " ") + shellWord(strWord);
     }
     return strLine;
+}
+
+}  // namespace
+
+Report makeReport(const ReportInput& rInput) {
+    Report Result;
+    ordered_json Json = reportFigures(rInput);
+    Json["version"] = XAPEL2_SHADING_VERSION;
+    Json["commandLine"] = commandLine();
+    Result.Figures = tellable(Json);
+    ordered_json& rJson = Result.Figures["pictures"];
+    ReportPictures& rPictures = Result.Pictures;
+    rJson["even"] = addPair(*rInput.Light.Shown, rPictures.strEvenBefore, rPictures.strEvenAfter);
+    if (rInput.Scene.Shown) {
+        rJson["scene"] = addPair(*rInput.Scene.Shown, rPictures.strSceneBefore, rPictures.strSceneAfter);
+    }
+    rJson["gain"] = addGain(rInput.Pair, rPictures.strGain);
+    return Result;
+}
+
+void writeReport(const std::string& strFile, const Report& rReport) {
+    StandIn::saveFile(strFile, reportPage(rReport.Figures, rReport.Pictures));
 }
 
 }  // namespace App

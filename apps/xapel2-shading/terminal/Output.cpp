@@ -4,28 +4,104 @@
 
 #include "terminal/Output.h"
 
+#include <array>
+#include <cstdio>
 #include <iostream>
 #include <stdexcept>
 
 namespace XAPEL2 {
 namespace App {
 
+using nlohmann::ordered_json;
+
+namespace {
+
+eVerbosity g_eVerbosity = eUsual;
+
+// Bytes of the UTF-8 character at strText[i] that may be shown; 0: none may.
+std::size_t printableAt(const std::string& strText, std::size_t i) {
+    const auto fnByte = [&](std::size_t k) { return k < strText.size() ? static_cast<unsigned char>(strText[k]) : 0U; };
+    const unsigned uFirst = fnByte(i);
+    if (uFirst < 0x80) {
+        return uFirst >= 0x20 && uFirst != 0x7F ? 1 : 0;
+    }
+    const std::size_t nBytes = uFirst >= 0xF0 ? 4 : uFirst >= 0xE0 ? 3 : 2;
+    unsigned uCode = uFirst & (0xFFU >> (nBytes + 1));
+    for (std::size_t k = 1; k < nBytes; ++k) {
+        if ((fnByte(i + k) & 0xC0U) != 0x80U) {
+            return 0;
+        }
+        uCode = uCode << 6 | (fnByte(i + k) & 0x3FU);
+    }
+    // Below 0xA0 stand control characters, and longer forms of what is shorter.
+    constexpr std::array<unsigned, 5> aLeast{0, 0, 0xA0, 0x800, 0x10000};
+    return uFirst < 0xF8 && uCode >= aLeast[nBytes] && uCode <= 0x10FFFF ? nBytes : 0;
+}
+
+void unsignZeros(ordered_json& rJson) {
+    if (rJson.is_structured()) {
+        for (ordered_json& rMember : rJson) {
+            unsignZeros(rMember);
+        }
+    } else if (rJson.is_number_float() && rJson == 0.0) {
+        rJson = 0.0;
+    }
+}
+
+}  // namespace
+
+void setVerbosity(eVerbosity eNow) {
+    g_eVerbosity = eNow;
+}
+
+eVerbosity verbosity() {
+    return g_eVerbosity;
+}
+
+std::string shown(const std::string& strText, bool bLines) {
+    std::string strShown;
+    for (std::size_t i = 0; i < strText.size();) {
+        const std::size_t nBytes = bLines && strText[i] == '\n' ? 1 : printableAt(strText, i);
+        if (nBytes == 0) {
+            std::array<char, 5> acByte{};
+            std::snprintf(acByte.data(), acByte.size(), "\\x%02X", static_cast<unsigned char>(strText[i]));
+            strShown += acByte.data();
+        }
+        strShown.append(strText, i, nBytes);
+        i += nBytes == 0 ? 1 : nBytes;
+    }
+    return strShown;
+}
+
+ordered_json tellable(const ordered_json& rJson) {
+    ordered_json Result = ordered_json::parse(rJson.dump(-1, ' ', false, ordered_json::error_handler_t::replace));
+    unsignZeros(Result);
+    return Result;
+}
+
+int COutput::CShownText::sync() {
+    std::cout << shown(str(), true) << std::flush;
+    str("");
+    return std::cout ? 0 : -1;
+}
+
 COutput::COutput(const char* pCommand, bool bJson)
-    : m_bJson(bJson), m_pText(bJson ? new std::ostream(nullptr) : &std::cout) {
+    : m_bJson(bJson),
+      m_Text(bJson || verbosity() == eQuiet ? nullptr : &m_Buffer),
+      m_pTiedBefore(std::cerr.tie(&m_Text)) {
     m_Json["command"] = pCommand;
 }
 
 COutput::~COutput() {
-    if (m_bJson) {
-        delete m_pText;
-    }
+    m_Text.flush();
+    std::cerr.tie(m_pTiedBefore);
 }
 
 int COutput::finish(int iExit) {
     m_Json["exit"] = iExit;
+    m_Text.flush();
     if (m_bJson) {
-        // A file name need not be UTF-8, JSON must.
-        std::cout << m_Json.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
+        std::cout << tellable(m_Json).dump(2, ' ', true) << '\n';
     }
     std::cout.flush();
     if (!std::cout) {
@@ -35,7 +111,7 @@ int COutput::finish(int iExit) {
 }
 
 void complain(const std::string& strText) {
-    std::cerr << "xapel2-shading: " << strText << '\n';
+    std::cerr << "xapel2-shading: " << shown(strText) << '\n';
 }
 
 }  // namespace App

@@ -4,13 +4,28 @@
 
 #pragma once
 
-#include <iosfwd>
+#include <ostream>
+#include <sstream>
 #include <string>
 
 #include <nlohmann/json.hpp>
 
 namespace XAPEL2 {
 namespace App {
+
+/// How much is told besides errors and warnings: nothing, the result and how far a run is, notes too.
+enum eVerbosity { eQuiet, eUsual, eVerbose };
+/// For the whole process; to be chosen before anything is told.
+void setVerbosity(eVerbosity eNow);
+eVerbosity verbosity();
+
+/// A text as a terminal may have it: control characters and bytes that are no UTF-8 become "\x1B". Names of files,
+/// cameras and frames are anybody's.
+/// @param[in] bLines  line feeds stay.
+std::string shown(const std::string& strText, bool bLines = false);
+
+/// As JSON can tell it: what is no number is null, bytes that are no UTF-8 are U+FFFD, and no zero has a sign.
+nlohmann::ordered_json tellable(const nlohmann::ordered_json& rJson);
 
 /// Standard output of one sub-command. With --json it carries one object and nothing else.
 /// @threads one thread.
@@ -22,8 +37,9 @@ public:
     COutput(const COutput&) = delete;
     COutput& operator=(const COutput&) = delete;
 
-    /// Where lines for people go: standard output, or nowhere with --json.
-    std::ostream& text() { return *m_pText; }
+    /// Where lines for people go: standard output, as shown() has them, or nowhere. Whatever goes to stderr comes after
+    /// what stands here before it.
+    std::ostream& text() { return m_Text; }
 
     /// The object; printed by finish().
     nlohmann::ordered_json& json() { return m_Json; }
@@ -33,9 +49,15 @@ public:
     int finish(int iExit);
 
 private:
+    class CShownText : public std::stringbuf {
+        int sync() override;
+    };
+
     bool m_bJson;
     nlohmann::ordered_json m_Json;
-    std::ostream* m_pText;  // borrowed, or owned and without a buffer
+    CShownText m_Buffer;
+    std::ostream m_Text;
+    std::ostream* m_pTiedBefore;
 };
 
 /// Says something on stderr: "xapel2-shading: TEXT".

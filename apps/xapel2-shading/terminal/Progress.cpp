@@ -5,11 +5,12 @@
 #include "terminal/Progress.h"
 
 #include <cmath>
+#include <cstdlib>
 #include <iostream>
 
 #include <unistd.h>
 
-#include "terminal/Toolkit.h"
+#include "terminal/Output.h"
 #include "toolkit/text/Texts.h"
 
 namespace XAPEL2 {
@@ -45,7 +46,11 @@ std::string progressText(const std::string& strStep, uint64_t iDone, uint64_t nA
     return strMore.empty() ? strText : strText + ", " + strMore;
 }
 
-CProgress::CProgress() : m_bTerminal(isatty(STDERR_FILENO) == 1) {}
+CProgress::CProgress() {
+    const char* pTerminal = std::getenv("TERM");
+    const std::string strTerminal = pTerminal != nullptr ? pTerminal : "";
+    m_bTerminal = isatty(STDERR_FILENO) == 1 && verbosity() != eQuiet && !strTerminal.empty() && strTerminal != "dumb";
+}
 
 CProgress::~CProgress() {
     CProgress::clear();
@@ -64,7 +69,7 @@ void CProgress::show(const std::string& strStep, uint64_t iDone, uint64_t nAll, 
         return;
     }
     const std::chrono::duration<double> Taken = tNow - m_tBegin;
-    std::cerr << CLEAR_LINE << progressText(strStep, iDone, nAll, iDone - m_iFirst, Taken.count(), strMore)
+    std::cerr << CLEAR_LINE << shown(progressText(strStep, iDone, nAll, iDone - m_iFirst, Taken.count(), strMore))
               << std::flush;
     m_tShown = tNow;
     m_bShown = true;

@@ -14,7 +14,8 @@
 namespace XAPEL2 {
 namespace App {
 
-/// Rewrites one line of stderr when that is a terminal, and does nothing otherwise. The destructor clears the line.
+/// Rewrites one line of stderr when that is a terminal that can do so, and does nothing otherwise, nor for those who
+/// want it quiet. The destructor clears the line.
 class CProgress : public IProgress {
 public:
     CProgress();

@@ -17,7 +17,8 @@ void warnAbout(const Findings& rFindings, eSeverity eLeast) {
     for (const Finding& rFinding : rFindings) {
         // A correction that nobody could compare with the camera is the user's to answer for.
         const bool bUnknown = rFinding.strId == "settings-unknown" && eLeast == eWarning;
-        if ((rFinding.eLevel >= eLeast || bUnknown) && Said.insert(rFinding.strText).second) {
+        const bool bSaid = rFinding.eLevel >= (verbosity() == eVerbose ? eNote : eLeast);
+        if ((bSaid || bUnknown) && Said.insert(rFinding.strText).second) {
             complain((rFinding.eLevel == eRefusal   ? "refused: "
                       : rFinding.eLevel == eWarning ? "warning: "
                                                     : "note: ") +
@@ -26,15 +27,15 @@ void warnAbout(const Findings& rFindings, eSeverity eLeast) {
     }
 }
 
-bool isUsable(const JudgedPair& rPair, bool bForce) {
+bool isUsable(const JudgedPair& rPair, bool bForce, bool bCanForce) {
     const Findings vecAll = rPair.findings();
     warnAbout(vecAll);
     if (!refused(vecAll, bForce)) {
         return true;
     }
-    complain(refused(vecAll, true)
-                 ? "refused: no correction is possible with these references; record new ones"
-                 : "refused: the correction would be wrong; record new references, or insist with --force");
+    complain(refused(vecAll, true) ? "refused: no correction is possible with these references; record new ones"
+                                   : "refused: the correction would be wrong; record new references" +
+                                         std::string(bCanForce ? ", or insist with --force" : ""));
     return false;
 }
 

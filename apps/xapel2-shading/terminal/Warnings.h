@@ -10,13 +10,14 @@
 namespace XAPEL2 {
 namespace App {
 
-/// Says those findings on stderr that are this grave or graver, each text once. With warnings also which settings could
-/// not be compared.
+/// Says those findings on stderr that are this grave or graver, each text once; all of them where the user wants to
+/// know more. With warnings also which settings could not be compared.
 void warnAbout(const Findings& rFindings, eSeverity eLeast = eWarning);
 
 /// Says on stderr what warnAbout() says of all findings, and what to do when it refuses.
+/// @param[in] bCanForce  the sub-command has --force.
 /// @return false when it refuses; with bForce only what cannot be forced does.
-bool isUsable(const JudgedPair& rPair, bool bForce);
+bool isUsable(const JudgedPair& rPair, bool bForce, bool bCanForce = true);
 
 }  // namespace App
 }  // namespace XAPEL2

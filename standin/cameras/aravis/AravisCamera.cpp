@@ -26,11 +26,11 @@ GlibPtr<ArvCamera> openCamera(const std::string& strId) {
     CGlibError error;
     GlibPtr<ArvCamera> pCamera(arv_camera_new(strId.c_str(), error.out()));
     if (pCamera == nullptr || error.isSet()) {
-        throw CLiveError(GC_ERR_NOT_AVAILABLE, "camera " + strId + ": " + error.text());
+        throw CCameraError(GC_ERR_NOT_AVAILABLE, "camera " + strId + ": " + error.text());
     }
     ArvDevice* const pDevice = arv_camera_get_device(pCamera.get());
     if (ARV_IS_GV_DEVICE(pDevice) && !arv_gv_device_is_controller(ARV_GV_DEVICE(pDevice))) {
-        throw CLiveError(GC_ERR_ACCESS_DENIED, "camera " + strId + ": another program controls it");
+        throw CCameraError(GC_ERR_ACCESS_DENIED, "camera " + strId + ": another program controls it");
     }
     return pCamera;
 }
@@ -51,10 +51,10 @@ guint32 readRegister(ArvDevice* pDevice, guint64 uAddress) {
     guint32 uValue = 0;
     arv_device_read_register(pDevice, uAddress, &uValue, error.out());
     if (error.isDenied()) {
-        throw CLiveError(GC_ERR_ACCESS_DENIED, TAKEN + error.text() + ")");
+        throw CCameraError(GC_ERR_ACCESS_DENIED, TAKEN + error.text() + ")");
     }
     if (error.isSet()) {
-        throw CLiveError(GC_ERR_IO, "it does not answer (" + error.text() + ")");
+        throw CCameraError(GC_ERR_IO, "it does not answer (" + error.text() + ")");
     }
     return uValue;
 }
@@ -70,6 +70,7 @@ CAravisCamera::CAravisCamera(const std::string& strId, std::unique_ptr<AravisEve
                           &releaseEvents, static_cast<GConnectFlags>(0));
     std::lock_guard<std::mutex> lock(m_mtxCommands);
     refreshLayout();
+    m_table = aravisNodes(*this);
 }
 
 CAravisCamera::~CAravisCamera() = default;
@@ -87,18 +88,16 @@ void CAravisCamera::onControlLost(ArvDevice*, void* pEvents) {
     rEvents.cv.notify_all();
 }
 
-NodeTable CAravisCamera::nodes() {
+std::unique_ptr<ICameraStream> CAravisCamera::makeStream(ICameraBuffers& rBuffers) {
     std::lock_guard<std::mutex> lock(m_mtxCommands);
-    return aravisNodes(*this);
-}
-
-std::unique_ptr<ILiveStream> CAravisCamera::makeStream() {
-    std::lock_guard<std::mutex> lock(m_mtxCommands);
+    if (m_bStreaming) {
+        return nullptr;
+    }
     refreshLayout();
     if (m_layout.pFormat == nullptr) {
-        throw CLiveError(GC_ERR_NOT_AVAILABLE, unknownFormatText(m_layout.strFormat, commonFormats()));
+        throw CCameraError(GC_ERR_NOT_AVAILABLE, unknownFormatText(m_layout.strFormat, commonFormats()));
     }
-    return std::make_unique<CAravisStream>(*this);
+    return std::make_unique<CAravisStream>(*this, rBuffers);
 }
 
 AravisLayout CAravisCamera::layout() const {
@@ -151,7 +150,7 @@ void CAravisCamera::checkControl() const {
         return;
     }
     if ((readRegister(pDevice, PRIVILEGE_REGISTER) & PRIVILEGE_MASK) == 0) {
-        throw CLiveError(GC_ERR_IO, "it no longer obeys this program (restarted, or lost from the network)");
+        throw CCameraError(GC_ERR_IO, "it no longer obeys this program (restarted, or lost from the network)");
     }
     // Somebody is in control. What is there already is written, not the privilege itself, which could take the camera
     // back from another client.
@@ -163,7 +162,7 @@ void CAravisCamera::checkControl() const {
     }
     // To a client that is not in control cameras say so, or nothing at all. What else one says is no loss.
     if (error.isDenied() || error.is(ARV_DEVICE_ERROR_TIMEOUT)) {
-        throw CLiveError(GC_ERR_ACCESS_DENIED, TAKEN + error.text() + ")");
+        throw CCameraError(GC_ERR_ACCESS_DENIED, TAKEN + error.text() + ")");
     }
 }
 

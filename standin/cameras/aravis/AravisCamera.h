@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "standin/cameras/aravis/Glib.h"
-#include "standin/cameras/interface/LiveCamera.h"
+#include "standin/cameras/interface/Camera.h"
 
 namespace XAPEL2 {
 namespace StandIn {
@@ -34,31 +34,31 @@ struct AravisEvents {
     bool bLost = false;  // control of the camera is lost
 };
 
-class CAravisCamera : public ILiveCamera {
+class CAravisCamera : public ICamera {
 public:
-    /// @param[in] strId  as the transport lists it, or a network address. @throws CLiveError
+    /// @param[in] strId  as the transport lists it, or a network address. @throws CCameraError
     explicit CAravisCamera(const std::string& strId);
     ~CAravisCamera() override;
 
-    NodeTable nodes() override;
+    const NodeTable& nodes() const override { return m_table; }
     std::size_t payloadSize() const override { return layout().nPayload; }
-    std::unique_ptr<ILiveStream> makeStream() override;
+    std::unique_ptr<ICameraStream> makeStream(ICameraBuffers& rBuffers) override;
 
     AravisLayout layout() const;
-    /// Reads the layout from the camera. The caller holds commands(). @throws CLiveError
+    /// Reads the layout from the camera. The caller holds commands(). @throws CCameraError
     void refreshLayout();
-    /// Formats that the camera can deliver and the host knows. The caller holds commands(). @throws CLiveError
+    /// Formats that the camera can deliver and the host knows. The caller holds commands(). @throws CCameraError
     std::vector<const PixelFormat*> commonFormats() const;
 
     ArvCamera* arv() const { return m_pCamera.get(); }
     /// Held for the commands to the camera, which may take seconds.
     std::mutex& commands() { return m_mtxCommands; }
     AravisEvents& events() { return *m_pEvents; }
-    /// Set while a stream exists.
+    /// Set while a stream exists, which clears it.
     std::atomic<bool>& streaming() { return m_bStreaming; }
 
     /// Asks the camera whether it still obeys this client; changes nothing. Takes seconds when it does not answer.
-    /// @throws CLiveError  it does not, or is gone.
+    /// @throws CCameraError  it does not, or is gone.
     void checkControl() const;
 
 private:
@@ -72,6 +72,7 @@ private:
     mutable std::mutex m_mtxLayout;  // guards m_layout; a leaf lock
     AravisLayout m_layout;
     GlibPtr<ArvCamera> m_pCamera;
+    NodeTable m_table;
 };
 
 }  // namespace StandIn

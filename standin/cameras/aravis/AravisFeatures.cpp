@@ -38,7 +38,7 @@ constexpr Decimal DECIMALS[] = {
      &arv_camera_set_frame_rate, &arv_camera_get_frame_rate_bounds},
 };
 
-// Runs one command of the transport alone. @throws CLiveError
+// Runs one command of the transport alone. @throws CCameraError
 template <class tCall>
 auto command(CAravisCamera& rCamera, tCall fnCall) {
     std::lock_guard<std::mutex> lock(rCamera.commands());

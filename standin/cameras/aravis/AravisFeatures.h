@@ -16,7 +16,7 @@ namespace StandIn {
 class CAravisCamera;
 
 /// Those of the known features that the camera has. The caller holds the camera's commands lock; the nodes take it
-/// themselves, and must not outlive the camera. @throws CLiveError
+/// themselves, and must not outlive the camera. @throws CCameraError
 NodeTable aravisNodes(CAravisCamera& rCamera);
 
 /// Says that a format is not known, and those that the camera and the host both know.

@@ -16,13 +16,13 @@ std::string textOf(const char* pText) {
     return pText == nullptr ? "" : pText;
 }
 
-class CAravisProvider : public ILiveProvider {
+class CAravisProvider : public ICameraProvider {
 public:
-    std::vector<LiveCameraInfo> list() override {
+    std::vector<CameraInfo> list() override {
         // The transport's list is the process's; an index means nothing after the next look.
         std::lock_guard<std::mutex> lock(m_mtx);
         arv_update_device_list();
-        std::vector<LiveCameraInfo> vecInfos;
+        std::vector<CameraInfo> vecInfos;
         for (unsigned i = 0; i < arv_get_n_devices(); ++i) {
             vecInfos.push_back({textOf(arv_get_device_id(i)),
                                 textOf(arv_get_device_vendor(i)) + " " + textOf(arv_get_device_model(i)) + ", " +
@@ -31,7 +31,7 @@ public:
         return vecInfos;
     }
 
-    std::unique_ptr<ILiveCamera> open(const std::string& strId) override {
+    std::unique_ptr<ICamera> open(const std::string& strId) override {
         if (strId.empty()) {
             throw std::invalid_argument("device 'aravis:': no camera named, expected aravis:ID");
         }
@@ -48,10 +48,10 @@ private:
 }  // namespace StandIn
 }  // namespace XAPEL2
 
-extern "C" XAPEL2_HOST_API XAPEL2::StandIn::ILiveProvider* xapel2_standin_liveProvider(int iVersion);
+extern "C" XAPEL2_HOST_API XAPEL2::StandIn::ICameraProvider* xapel2_standin_cameraProvider(int iVersion);
 
-XAPEL2::StandIn::ILiveProvider* xapel2_standin_liveProvider(int iVersion) {
+XAPEL2::StandIn::ICameraProvider* xapel2_standin_cameraProvider(int iVersion) {
     using namespace XAPEL2::StandIn;
     static CAravisProvider* const pProvider = new CAravisProvider;
-    return iVersion == LIVE_PROVIDER_VERSION ? pProvider : nullptr;
+    return iVersion == CAMERA_PROVIDER_VERSION ? pProvider : nullptr;
 }

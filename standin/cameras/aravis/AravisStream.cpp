@@ -5,6 +5,8 @@
 #include "standin/cameras/aravis/AravisStream.h"
 
 #include <chrono>
+#include <cstdio>
+#include <string>
 
 namespace XAPEL2 {
 namespace StandIn {
@@ -73,9 +75,17 @@ uint64_t framesAhead(uint64_t iBefore, uint64_t iFrame) {
     return bShort && nAhead > LAST / 2 ? 0 : nAhead;
 }
 
+// By its place in the acquisition.
+std::string nameOf(uint64_t iFrame) {
+    char aName[40];
+    std::snprintf(aName, sizeof aName, "frame_%04llu", static_cast<unsigned long long>(iFrame));
+    return aName;
+}
+
 }  // namespace
 
-CAravisStream::CAravisStream(CAravisCamera& rCamera) : m_rCamera(rCamera), m_layout(rCamera.layout()) {
+CAravisStream::CAravisStream(CAravisCamera& rCamera, ICameraBuffers& rBuffers)
+    : m_rCamera(rCamera), m_rBuffers(rBuffers), m_layout(rCamera.layout()) {
     {
         AravisEvents& rEvents = rCamera.events();
         std::lock_guard<std::mutex> lock(rEvents.mtx);
@@ -86,7 +96,7 @@ CAravisStream::CAravisStream(CAravisCamera& rCamera) : m_rCamera(rCamera), m_lay
     m_pStream.reset(arv_camera_create_stream(rCamera.arv(), &onStreamEvent, &rCamera.events(), error.out()));
     error.check();
     if (m_pStream == nullptr) {
-        throw CLiveError(GC_ERR_IO, "the camera yields no stream");
+        throw CCameraError(GC_ERR_IO, "the camera yields no stream");
     }
     if (ARV_IS_GV_STREAM(m_pStream.get())) {
         g_object_set(m_pStream.get(), "socket-buffer", ARV_GV_STREAM_SOCKET_BUFFER_FIXED, "socket-buffer-size",
@@ -114,10 +124,12 @@ void CAravisStream::onStreamEvent(void* pEvents, ArvStreamCallbackType eType, Ar
     }
 }
 
-void CAravisStream::hand(void* pMemory, std::size_t nBytes, void* pToken) {
+bool CAravisStream::hand(const CameraBuffer& rBuffer) {
     // With the lock that the transport takes before it writes.
     std::lock_guard<std::mutex> lock(m_rCamera.events().mtx);
-    arv_stream_push_buffer(m_pStream.get(), arv_buffer_new_full(nBytes, pMemory, pToken, nullptr));
+    arv_stream_push_buffer(m_pStream.get(),
+                           arv_buffer_new_full(rBuffer.nBytes, rBuffer.pBase, rBuffer.pToken, nullptr));
+    return true;
 }
 
 void CAravisStream::start() {
@@ -158,7 +170,7 @@ GlibPtr<ArvBuffer> CAravisStream::pop() {
     return pBuffer;
 }
 
-bool CAravisStream::next(LiveFrame& rFrame) {
+bool CAravisStream::next(CameraFrame& rFrame) {
     for (;;) {
         const eEvent eWhat = waitForEvent();
         if (eWhat == eWoken) {
@@ -173,6 +185,7 @@ bool CAravisStream::next(LiveFrame& rFrame) {
             checkControl(false);
         } else if (describe(pBuffer.get(), rFrame)) {
             countUnderruns(rFrame.info.iFrameId);
+            rFrame.info.strName = nameOf(m_nFrames++);
             return true;
         }
     }
@@ -182,13 +195,13 @@ void CAravisStream::checkControl(bool bLost) {
     m_bLost = true;
     m_rCamera.checkControl();
     if (bLost) {
-        throw CLiveError(GC_ERR_IO, "the connection to it broke");
+        throw CCameraError(GC_ERR_IO, "the connection to it broke");
     }
     m_bLost = false;
 }
 
 // False for a buffer that holds no frame, which then stays where it is until the stream ends.
-bool CAravisStream::describe(ArvBuffer* pBuffer, LiveFrame& rFrame) const {
+bool CAravisStream::describe(ArvBuffer* pBuffer, CameraFrame& rFrame) const {
     const eArrival eHow = arrivalOf(arv_buffer_get_status(pBuffer));
     if (eHow == eNoFrame) {
         return false;
@@ -223,7 +236,8 @@ void CAravisStream::countUnderruns(uint64_t iFrameId) {
     guint64 nCounted = 0;
     arv_stream_get_statistics(m_pStream.get(), nullptr, nullptr, &nCounted);
     if (!ARV_IS_GV_STREAM(m_pStream.get())) {
-        m_nUnderruns = nCounted;
+        m_rBuffers.missed(nCounted - m_nCounted);
+        m_nCounted = nCounted;
         return;
     }
     const uint64_t nAhead = m_bAnyFrame ? framesAhead(m_iLastFrameId, iFrameId) : 1;
@@ -232,7 +246,7 @@ void CAravisStream::countUnderruns(uint64_t iFrameId) {
         return;
     }
     if (nCounted != m_nCounted) {
-        m_nUnderruns += nAhead - 1;
+        m_rBuffers.missed(nAhead - 1);
     }
     m_nCounted = nCounted;
     m_iLastFrameId = iFrameId;

@@ -9,19 +9,18 @@
 namespace XAPEL2 {
 namespace StandIn {
 
-/// @threads see ILiveStream. The transport's thread reports through the camera's events; their lock also orders its
+/// @threads see ICameraStream. The transport's thread reports through the camera's events; their lock also orders its
 /// writes to a buffer after what the application did with it, and before what the application does next.
-class CAravisStream : public ILiveStream {
+class CAravisStream : public ICameraStream {
 public:
-    /// The caller holds the camera's commands lock. @throws CLiveError
-    explicit CAravisStream(CAravisCamera& rCamera);
+    /// The caller holds the camera's commands lock. @throws CCameraError
+    CAravisStream(CAravisCamera& rCamera, ICameraBuffers& rBuffers);
     ~CAravisStream() override;
 
-    void hand(void* pMemory, std::size_t nBytes, void* pToken) override;
+    bool hand(const CameraBuffer& rBuffer) override;
     void start() override;
-    bool next(LiveFrame& rFrame) override;
+    bool next(CameraFrame& rFrame) override;
     void wake() override;
-    uint64_t underruns() const override { return m_nUnderruns; }
 
 private:
     enum eEvent { eFrame, eSilence, eWoken, eLost };
@@ -31,14 +30,15 @@ private:
     GlibPtr<ArvBuffer> pop();
     void countUnderruns(uint64_t iFrameId);
     void checkControl(bool bLost);
-    bool describe(ArvBuffer* pBuffer, LiveFrame& rFrame) const;
+    bool describe(ArvBuffer* pBuffer, CameraFrame& rFrame) const;
 
     CAravisCamera& m_rCamera;
+    ICameraBuffers& m_rBuffers;
     const AravisLayout m_layout;
     bool m_bStarted = false;
     bool m_bLost = false;  // by the thread that waits for frames, which also ends the stream
     // Of the thread that waits for frames.
-    uint64_t m_nUnderruns = 0, m_nCounted = 0, m_iLastFrameId = 0;
+    uint64_t m_nFrames = 0, m_nCounted = 0, m_iLastFrameId = 0;
     bool m_bAnyFrame = false;
     GlibPtr<ArvStream> m_pStream;
 };

@@ -9,7 +9,7 @@
 
 #include <arv.h>
 
-#include "standin/cameras/interface/LiveCamera.h"
+#include "standin/cameras/interface/Camera.h"
 #include "xapel2/GenTLCodes.h"
 
 namespace XAPEL2 {
@@ -44,10 +44,10 @@ public:
     }
     std::string text() const { return isSet() ? m_pError->message : ""; }
 
-    /// @throws CLiveError  there was an error.
+    /// @throws CCameraError  there was an error.
     void check() const {
         if (isSet()) {
-            throw CLiveError(isDenied() ? GC_ERR_ACCESS_DENIED : GC_ERR_IO, text());
+            throw CCameraError(isDenied() ? GC_ERR_ACCESS_DENIED : GC_ERR_IO, text());
         }
     }
 

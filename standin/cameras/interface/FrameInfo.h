@@ -27,6 +27,7 @@ struct FrameInfo {
 
 struct NamedFrameInfo : FrameInfo {
     std::string strName;
+    std::string strTrouble;  // why the frame is incomplete, where more than that is known
 };
 
 }  // namespace StandIn

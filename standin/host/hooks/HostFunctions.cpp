@@ -14,9 +14,11 @@ namespace XAPEL2 {
 namespace StandIn {
 
 int ownFetch(CStream& rStream, void** ppBuffer, unsigned long long iTimeoutMs) {
-    const CCallFrame* const pSame = CCallFrame::find(rStream.shell());
-    const CCallFrame* const pFrame = pSame != nullptr ? pSame : CCallFrame::innermost();
-    return rStream.fetch(ppBuffer, iTimeoutMs, pFrame == nullptr ? CStream::cancelStamp() : pFrame->cancelStamp());
+    // A hook may fetch from another stream than the application named.
+    CCallFrame* const pSame = CCallFrame::find(rStream.shell());
+    CCallFrame* const pFrame = pSame != nullptr ? pSame : CCallFrame::innermost();
+    return rStream.waiters().fetch(ppBuffer, iTimeoutMs,
+                                   pFrame == nullptr ? CWaiters::cancelStamp() : pFrame->cancelStamp(), pFrame);
 }
 
 int ownInfo(const CStream& rStream, int iInfoCmd, int* piType, void* pValue, unsigned long long* piSize) {
@@ -48,7 +50,7 @@ int hostCancel(void* pHandle) {
         return GC_ERR_ACCESS_DENIED;
     }
     const auto pStream = Registry::findStream(pHandle);
-    return pStream == nullptr ? GC_ERR_INVALID_HANDLE : pStream->cancel();
+    return pStream == nullptr ? GC_ERR_INVALID_HANDLE : pStream->waiters().cancel();
 }
 
 int hostInfo(int iInfoCmd, int* piType, void* pValue, unsigned long long* piSize, void* pHandle) {

@@ -9,11 +9,15 @@
 #include <mutex>
 
 #include "standin/host/nodes/Nodes.h"
+#include "standin/host/objects/Answers.h"
 #include "standin/host/objects/Throw.h"
+#include "standin/host/objects/Trace.h"
+#include "standin/host/stream/BufferTable.h"
 #include "standin/host/testing/Faults.h"
 #include "standin/host/testing/Observation.h"
 #include "standin/host/testing/Switches.h"
 #include "standin/processor/ShadingProcessor.h"
+#include "xapel2/ShadingNodes.h"
 
 namespace XAPEL2 {
 
@@ -25,12 +29,12 @@ constexpr const auto& PARAMETERS = CShadingProcessor::PARAMETERS;
 class CProcessorNodes {
 public:
     CProcessorNodes() : m_processor([](int32_t iLevel, const std::string& strText) { trace(iLevel, strText); }) {
-        addText("ShadingPixelFormat", &ShadingInputs::strPixelFormat);
-        addInput("ShadingWidth", &ShadingInputs::iWidth);
-        addInput("ShadingHeight", &ShadingInputs::iHeight);
-        addInput("ShadingBufferSize", &ShadingInputs::iBufferSize);
-        addInput("ShadingBuffer", &ShadingInputs::iBuffer);
-        addText("ShadingBrwFilename", &ShadingInputs::strFilename);
+        addText(SHADING_NODE_PIXEL_FORMAT, &ShadingInputs::strPixelFormat);
+        addInput(SHADING_NODE_WIDTH, &ShadingInputs::iWidth);
+        addInput(SHADING_NODE_HEIGHT, &ShadingInputs::iHeight);
+        addInput(SHADING_NODE_BUFFER_SIZE, &ShadingInputs::iBufferSize);
+        addInput(SHADING_NODE_BUFFER, &ShadingInputs::iBuffer);
+        addText(SHADING_NODE_FILE_NAME, &ShadingInputs::strFilename);
         addCommand();
         addParameters();
         addReport();
@@ -84,7 +88,7 @@ private:
     }
 
     void addCommand() {
-        NodeSpec spec = integer("ShadingCommand", [this] {
+        NodeSpec spec = integer(SHADING_NODE_COMMAND, [this] {
             std::lock_guard<std::mutex> lock(m_mtx);
             return m_iCommand;
         });
@@ -93,7 +97,7 @@ private:
             return eNodeDone;
         };
         add(std::move(spec));
-        add(integer("ShadingStatus", [this] {
+        add(integer(SHADING_NODE_STATUS, [this] {
             std::lock_guard<std::mutex> lock(m_mtx);
             return m_iStatus;
         }));
@@ -101,15 +105,15 @@ private:
 
     void addParameters() {
         NodeSpec selector;
-        selector.strName = "ShadingParamSelector";
+        selector.strName = SHADING_NODE_PARAM_SELECTOR;
         selector.eKind = eEnumNode;
         selector.fnGetText = [this] { return std::string(selected()); };
         selector.fnSetText = [this](const char* pEntry) { return select(pEntry); };
         add(std::move(selector));
 
-        NodeSpec value = integer("ShadingParamValue", [this] { return m_processor.parameter(selected()); });
-        value.fnMin = [] { return CShadingProcessor::PARAM_MIN; };
-        value.fnMax = [] { return CShadingProcessor::PARAM_MAX; };
+        NodeSpec value = integer(SHADING_NODE_PARAM_VALUE, [this] { return m_processor.parameter(selected()); });
+        value.fnMin = [] { return SHADING_PARAM_MIN; };
+        value.fnMax = [] { return SHADING_PARAM_MAX; };
         value.fnSetInt = [this](int64_t iValue) {
             return m_processor.setParameter(selected(), iValue) ? eNodeDone : eNodeInvalid;
         };
@@ -154,7 +158,18 @@ private:
             }
             *pInputs = m_inputs;
         }
-        const int64_t iStatus = statusFor(iCommand, m_processor.execute(iCommand, *pInputs));
+        if (iCommand == eCommandEnd) {
+            pInputs->strNote = referenceNote();
+        }
+        ShadingAnswer answer;
+        const int64_t iStatus = statusFor(iCommand, m_processor.execute(iCommand, *pInputs, answer));
+        if (iCommand == eCommandProcess) {
+            const auto* pImage = reinterpret_cast<const void*>(static_cast<uintptr_t>(pInputs->iBuffer));
+            CBufferTable::instance().noteCorrection(pImage, answer.eOutcome, answer.pReason);
+        }
+        if (iStatus < 0) {
+            setLastError(static_cast<int32_t>(iStatus), answer.reason());
+        }
         std::lock_guard<std::mutex> lock(m_mtx);
         m_iStatus = iStatus;
         m_pSpareInputs = std::move(pInputs);

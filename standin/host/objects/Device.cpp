@@ -10,9 +10,9 @@
 namespace XAPEL2 {
 namespace StandIn {
 
-CDevice::CDevice(std::shared_ptr<CCamera> pCamera)
+CDevice::CDevice(std::shared_ptr<ICamera> pCamera)
     : m_pCamera(std::move(pCamera)), m_pShell(HostAccess::newDevice()), m_pListShell(HostAccess::newStreamList()) {
-    auto pNodes = std::make_unique<CNodeMapShell>(std::shared_ptr<const NodeTable>(m_pCamera, &m_pCamera->table()));
+    auto pNodes = std::make_unique<CNodeMapShell>(std::shared_ptr<const NodeTable>(m_pCamera, &m_pCamera->nodes()));
     m_pNodes = pNodes.get();
     CNodeMapShell::keep(std::move(pNodes));
     putFirst(makeStream());

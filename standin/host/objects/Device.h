@@ -11,7 +11,6 @@
 
 #include "standin/host/hooks/Hooks.h"
 #include "standin/host/nodes/Nodes.h"
-#include "standin/host/stream/Camera.h"
 #include "standin/host/stream/Stream.h"
 
 namespace XAPEL2 {
@@ -20,7 +19,7 @@ namespace StandIn {
 /// @threads any thread.
 class CDevice {
 public:
-    explicit CDevice(std::shared_ptr<CCamera> pCamera);
+    explicit CDevice(std::shared_ptr<ICamera> pCamera);
 
     Device* shell() const { return m_pShell; }
     DataStreamList* listShell() const { return m_pListShell; }
@@ -46,7 +45,7 @@ public:
     int openStream(CStream& rStream);
 
 private:
-    const std::shared_ptr<CCamera> m_pCamera;
+    const std::shared_ptr<ICamera> m_pCamera;
     Device* const m_pShell;
     DataStreamList* const m_pListShell;
     const CNodeMapShell* m_pNodes;

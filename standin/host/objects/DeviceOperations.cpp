@@ -5,6 +5,7 @@
 #include "standin/host/objects/HostAccess.h"
 #include "standin/host/objects/Registry.h"
 #include "standin/host/objects/Throw.h"
+#include "standin/host/objects/Trace.h"
 #include "standin/host/testing/Faults.h"
 #include "standin/host/testing/Observation.h"
 

@@ -4,17 +4,16 @@
 
 #include "xapel2_standin/Host.h"
 
-#include <algorithm>
-#include <cstring>
 #include <stdexcept>
+#include <utility>
 
 #include "standin/cameras/DeviceId.h"
 #include "standin/host/hooks/HostFunctions.h"
 #include "standin/host/objects/Registry.h"
 #include "standin/host/objects/Throw.h"
+#include "standin/host/objects/Trace.h"
 #include "standin/host/stream/CallFrame.h"
-#include "standin/host/stream/LiveModule.h"
-#include "standin/host/testing/Observation.h"
+#include "standin/host/stream/Parts.h"
 #include "xapel2/XapelBypassRegistration.h"
 
 namespace XAPEL2 {
@@ -40,44 +39,21 @@ int onStream(DataStream* pShell, tOperation fnOperation) {
     return pStream == nullptr ? GC_ERR_INVALID_HANDLE : fnOperation(*pStream);
 }
 
-// What an identifier of a live camera begins with, as the module's file name ends.
-constexpr const char* LIVE_PREFIX = "aravis:";
-
 }  // namespace
 
 std::vector<DeviceInfo> enumerateDevices() {
     std::vector<DeviceInfo> vecDevices = {{"sim", "Simulated camera"}};
     try {
-        for (const LiveCameraInfo& rInfo : liveProvider().list()) {
-            vecDevices.push_back({LIVE_PREFIX + rInfo.strId, rInfo.strDescription});
+        for (const CameraInfo& rInfo : findRealCameras()) {
+            vecDevices.push_back({rInfo.strId, rInfo.strDescription});
         }
-    } catch (const CLiveError& rError) {
+    } catch (const CCameraError& rError) {
         trace(1, "no real cameras are listed: ", rError.what());
     }
     return vecDevices;
 }
 
 namespace {
-
-template <class tMake>
-Device* openCamera(tMake fnMake) {
-    std::shared_ptr<CCamera> pCamera;
-    try {
-        pCamera = std::make_shared<CCamera>(fnMake());
-    } catch (const CLiveError& rError) {
-        if (rError.code() == GC_ERR_ACCESS_DENIED) {
-            XAPEL2_RAISE(AccessDenied, rError.what());
-        }
-        XAPEL2_RAISE(NotAvailable, rError.what());
-    } catch (const std::invalid_argument& rError) {
-        XAPEL2_RAISE(InvalidParameter, rError.what());
-    } catch (const std::runtime_error& rError) {
-        XAPEL2_RAISE(NotAvailable, rError.what());
-    }
-    const auto pDevice = std::make_shared<CDevice>(std::move(pCamera));
-    Registry::add(pDevice);
-    return pDevice->shell();
-}
 
 // What a node takes, where that has bounds.
 std::string boundsOf(Node& rNode) {
@@ -88,57 +64,54 @@ std::string boundsOf(Node& rNode) {
     }
 }
 
-void writeSetting(NodeMap& rNodes, const std::string& strSetting) {
-    const std::size_t iEqual = strSetting.find('=');
-    const std::string strNode = strSetting.substr(0, iEqual);
-    if (iEqual == std::string::npos || !rNodes.GetNodePresent(strNode.c_str())) {
-        XAPEL2_RAISE(InvalidParameter, "the camera has no setting '" + strSetting +
+void writeSetting(const CNodeMapShell& rNodes, const NodeSetting& rSetting) {
+    Node* const pNode = rNodes.find(rSetting.strNode.c_str());
+    if (pNode == nullptr) {
+        XAPEL2_RAISE(InvalidParameter, "the camera has no setting '" + rSetting.strText +
                                            "', expected one of its nodes as in ExposureTime=5000");
     }
-    Node& rNode = *rNodes.GetNode(strNode.c_str());
     try {
-        rNode.SetValue(strSetting.substr(iEqual + 1).c_str());
+        pNode->SetValue(rSetting.strValue.c_str());
     } catch (const Exceptions::Xapel_InvalidParameterException& rError) {
         XAPEL2_RAISE(InvalidParameter,
-                     "setting " + strSetting + ": " + rError.GetErrorDescription().get() + boundsOf(rNode));
+                     "setting " + rSetting.strText + ": " + rError.GetErrorDescription().get() + boundsOf(*pNode));
     }
 }
 
-// NODE=VALUE, joined by '&', written in this order.
-void writeSettings(NodeMap& rNodes, const std::string& strSettings) {
-    for (std::size_t iPos = 0; iPos <= strSettings.size();) {
-        const std::size_t iEnd = std::min(strSettings.find('&', iPos), strSettings.size());
-        writeSetting(rNodes, strSettings.substr(iPos, iEnd - iPos));
-        iPos = iEnd + 1;
-    }
-}
-
-// strRest is what follows the prefix.
-Device* openLive(const std::string& strRest) {
-    const std::size_t iSettings = strRest.find('?');
-    Device* const pDevice = openCamera([&] { return liveProvider().open(strRest.substr(0, iSettings)); });
+// Runs what makes a camera. Its refusals become the host's.
+template <class tMake>
+NamedCamera makeOrRaise(tMake fnMake) {
     try {
-        if (iSettings != std::string::npos) {
-            writeSettings(*remoteNodes(pDevice), strRest.substr(iSettings + 1));
+        return fnMake();
+    } catch (const CCameraError& rError) {
+        if (rError.code() == GC_ERR_ACCESS_DENIED) {
+            XAPEL2_RAISE(AccessDenied, rError.what());
         }
-    } catch (...) {
-        closeDevice(pDevice);
-        throw;
+        XAPEL2_RAISE(NotAvailable, rError.what());
+    } catch (const std::invalid_argument& rError) {
+        XAPEL2_RAISE(InvalidParameter, rError.what());
+    } catch (const std::runtime_error& rError) {
+        XAPEL2_RAISE(NotAvailable, rError.what());
     }
-    return pDevice;
+}
+
+Device* openCamera(NamedCamera camera) {
+    const auto pDevice = std::make_shared<CDevice>(fitCamera(std::move(camera.pCamera)));
+    for (const NodeSetting& rSetting : camera.vecSettings) {
+        writeSetting(pDevice->nodes(), rSetting);
+    }
+    Registry::add(pDevice);
+    return pDevice->shell();
 }
 
 }  // namespace
 
 Device* openDevice(const std::string& strId) {
-    if (strId.rfind(LIVE_PREFIX, 0) == 0) {
-        return openLive(strId.substr(std::strlen(LIVE_PREFIX)));
-    }
-    return openCamera([&] { return makeFrameSource(strId); });
+    return openCamera(makeOrRaise([&] { return makeCamera(strId); }));
 }
 
 Device* openFiles(const std::vector<std::string>& vecFiles, const std::string& strFormat) {
-    return openCamera([&] { return makeFileSource(vecFiles, strFormat); });
+    return openCamera(makeOrRaise([&] { return makeFileCamera(vecFiles, strFormat); }));
 }
 
 int closeDevice(Device* pShell) {
@@ -198,21 +171,21 @@ std::size_t payloadSize(DataStream* pShell) {
 }
 
 int allocAndAnnounceBuffer(DataStream* pShell, std::size_t nBytes, BufferHandle* phBuffer) {
-    return onStream(pShell, [&](CStream& rStream) { return rStream.announce(nullptr, nBytes, phBuffer); });
+    return onStream(pShell, [&](CStream& rStream) { return rStream.buffers().announce(nullptr, nBytes, phBuffer); });
 }
 
 int announceBuffer(DataStream* pShell, void* pMemory, std::size_t nBytes, BufferHandle* phBuffer) {
     return onStream(pShell, [&](CStream& rStream) {
-        return pMemory == nullptr ? GC_ERR_INVALID_PARAMETER : rStream.announce(pMemory, nBytes, phBuffer);
+        return pMemory == nullptr ? GC_ERR_INVALID_PARAMETER : rStream.buffers().announce(pMemory, nBytes, phBuffer);
     });
 }
 
 int revokeBuffer(DataStream* pShell, BufferHandle hBuffer) {
-    return onStream(pShell, [&](CStream& rStream) { return rStream.revoke(hBuffer); });
+    return onStream(pShell, [&](CStream& rStream) { return rStream.buffers().revoke(hBuffer); });
 }
 
 int queueBuffer(DataStream* pShell, BufferHandle hBuffer) {
-    return onStream(pShell, [&](CStream& rStream) { return rStream.queue(hBuffer); });
+    return onStream(pShell, [&](CStream& rStream) { return rStream.buffers().queue(hBuffer, rStream.payloadSize()); });
 }
 
 int startAcquisition(DataStream* pShell, uint64_t nFrames) {
@@ -224,13 +197,13 @@ int stopAcquisition(DataStream* pShell) {
 }
 
 int flushBuffers(DataStream* pShell) {
-    return onStream(pShell, [](CStream& rStream) { return rStream.flush(); });
+    return onStream(pShell, [](CStream& rStream) { return rStream.buffers().flush(); });
 }
 
 int getFilledBuffer(DataStream* pShell, BufferHandle* phBuffer, unsigned long long iTimeoutMs) {
     return onStream(pShell, [&](CStream& rStream) {
         // Stamped first: a cancel during the look-up of the hook, or before the hook arrives, ends this call.
-        const CCallFrame frame(pShell, CStream::cancelStamp());
+        const CCallFrame frame(pShell, CWaiters::cancelStamp());
         void* pContext = nullptr;
         const auto pfnHook = lookUp<DataStreamGetFilledBufferFunc>(rStream.hooks(), Control::eHookFetch, pContext);
         const int iResult = pfnHook == nullptr ? GC_ERR_NOT_INITIALIZED : pfnHook(phBuffer, iTimeoutMs, pContext);
@@ -240,12 +213,12 @@ int getFilledBuffer(DataStream* pShell, BufferHandle* phBuffer, unsigned long lo
 
 int cancelGetFilledBuffer(DataStream* pShell) {
     return onStream(pShell, [&](CStream& rStream) {
-        const CCallFrame frame(pShell, CStream::cancelStamp());
+        const CCallFrame frame(pShell, CWaiters::cancelStamp());
         void* pContext = nullptr;
         const auto pfnHook =
             lookUp<DataStreamCancelGetFilledBufferFunc>(rStream.hooks(), Control::eHookCancel, pContext);
         const int iResult = pfnHook == nullptr ? GC_ERR_NOT_INITIALIZED : pfnHook(pContext);
-        const int iOwn = frame.ownCancelRan() ? GC_ERR_SUCCESS : rStream.cancel();
+        const int iOwn = frame.ownCancelRan() ? GC_ERR_SUCCESS : rStream.waiters().cancel();
         return iResult == GC_ERR_NOT_INITIALIZED ? iOwn : iResult;
     });
 }

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "standin/host/stream/Buffers.h"
+#include "standin/host/stream/BufferTable.h"
 
 namespace XAPEL2 {
 
@@ -31,14 +31,17 @@ public:
         m_info = pBuffer->info;
         m_pBuffer = std::move(pBuffer);
     }
-    /// For a frame that findFetched() found.
-    const Buffer& fetched() const { return *m_pBuffer; }
+    /// False until it has fetched.
+    bool hasFetched() const { return m_pBuffer != nullptr; }
+    /// For a frame that has fetched.
+    Buffer& fetched() const { return *m_pBuffer; }
     const FrameInfo& info() const { return m_info; }
 
     /// The innermost frame of this thread for the stream, null when there is none.
     static CCallFrame* find(const DataStream* pStream);
     /// The innermost frame of this thread, null when there is none.
     static CCallFrame* innermost();
+    const CCallFrame* outer() const { return m_pOuter; }
     /// The frame of this thread that fetched this buffer, null when there is none or the handle is dead.
     static const CCallFrame* findFetched(BufferHandle hBuffer);
     /// Notes in all frames of this thread for the stream that the host's own cancel was called.

@@ -3,6 +3,8 @@
 // What the control header tells about hooks and streams, and the reset of everything.
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
 
 #include "standin/host/objects/Registry.h"
 #include "standin/host/testing/Faults.h"
@@ -55,7 +57,14 @@ std::vector<void*> hookContexts() {
 
 bool waitForBlockedFetches(DataStream* pShell, unsigned nCount, unsigned iDeadlineMs) {
     const auto pStream = Registry::findStream(pShell);
-    return pStream != nullptr && pStream->waitForBlocked(nCount, iDeadlineMs);
+    const auto tEnd = std::chrono::steady_clock::now() + std::chrono::milliseconds(iDeadlineMs);
+    while (pStream != nullptr && pStream->waiters().count() < nCount) {
+        if (std::chrono::steady_clock::now() > tEnd) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(50));
+    }
+    return pStream != nullptr;
 }
 
 DataStream* addFirstStream(Device* pShell) {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "standin/host/objects/Trace.h"
 #include "standin/host/testing/Faults.h"
 #include "xapel2/XapelTrace.h"
 
@@ -49,7 +50,9 @@ void traceOrThrow(int32_t iLevel, const std::string& strText) {
             (*pObserver)(line);
         }
     }
-    if (!bRecorded && iLevel == 2) {
+    if (const auto pSink = rObservation.fnSink.get()) {
+        (*pSink)(iLevel, strText);
+    } else if (!bRecorded && iLevel == 2) {
         printLine(strText);
     }
 }
@@ -60,7 +63,7 @@ void trace(int32_t iLevel, const std::string& strText) noexcept {
     try {
         traceOrThrow(iLevel, strText);
     } catch (...) {
-        // A trace that cannot be taken down, or an observer that throws, must not disturb whoever traces.
+        // A trace that cannot be taken down, or an observer or a sink that throws, must not disturb whoever traces.
     }
 }
 
@@ -79,6 +82,11 @@ void resetObservation() {
     rObservation.recRegistrations.clear();
     rObservation.fnNode.set(nullptr);
     rObservation.fnTrace.set(nullptr);
+    rObservation.fnSink.set(nullptr);
+}
+
+void setTraceSink(TraceSink fnSink) {
+    observation().fnSink.set(std::move(fnSink));
 }
 
 namespace Control {
@@ -127,7 +135,9 @@ void extT(const int32_t* piLevel, const char* pText) {
     }
     const int32_t iLevel = piLevel == nullptr ? 0 : *piLevel;
     // An ordinary trace that nobody looks at costs no copy.
-    if (iLevel != 2 && !observation().recTraces.isOn() && observation().fnTrace.get() == nullptr) {
+    const Observation& rObservation = observation();
+    if (iLevel != 2 && !rObservation.recTraces.isOn() && !rObservation.fnTrace.isSet() &&
+        !rObservation.fnSink.isSet()) {
         return;
     }
     trace(iLevel, pText == nullptr ? "" : pText);

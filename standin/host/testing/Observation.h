@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "xapel2_standin/Answers.h"
 #include "xapel2_standin/Control.h"
 
 namespace XAPEL2 {
@@ -22,10 +23,13 @@ template <class tFunction>
 class COptionalFunction {
 public:
     void set(tFunction fnNew) {
+        auto pFunction = fnNew ? std::make_shared<const tFunction>(std::move(fnNew)) : nullptr;
+        // The old one ends after the lock: what it owns may ask for the new one while it is destroyed.
         std::lock_guard<std::mutex> lock(m_mtx);
-        m_bSet.store(static_cast<bool>(fnNew), std::memory_order_relaxed);
-        m_pFunction = fnNew ? std::make_shared<const tFunction>(std::move(fnNew)) : nullptr;
+        m_bSet.store(pFunction != nullptr, std::memory_order_relaxed);
+        m_pFunction.swap(pFunction);
     }
+    bool isSet() const { return m_bSet.load(std::memory_order_relaxed); }
     /// Null when there is none. The caller calls it after this has returned, so under no lock.
     std::shared_ptr<const tFunction> get() const {
         if (!m_bSet.load(std::memory_order_relaxed)) {
@@ -82,6 +86,7 @@ struct Observation {
     CRecord<std::string> recRegistrations;
     COptionalFunction<std::function<void(const Control::NodeAccess&)>> fnNode;
     COptionalFunction<std::function<void(const Control::TraceLine&)>> fnTrace;
+    COptionalFunction<TraceSink> fnSink;  // the application's
 };
 Observation& observation();
 
@@ -89,11 +94,6 @@ Observation& observation();
 bool nodesAreObserved();
 /// Records the access and tells the observer. Must not hold a lock of the host.
 void observeNode(const Control::NodeAccess& rAccess);
-
-/// Records the trace, tells the observer, and prints level 2 while no record runs. Lets no exception out.
-void trace(int32_t iLevel, const std::string& strText) noexcept;
-/// The same with one text after the other; dropped where there is no memory to put them together.
-void trace(int32_t iLevel, const char* pText, const char* pDetail) noexcept;
 
 void resetObservation();
 

@@ -32,6 +32,14 @@ constexpr unsigned long long TIMEOUT_INFINITE = ~0ULL;
 /// Buffer information of the stand-in's own: the name that the source gives the frame (STRING).
 constexpr int32_t BUFFER_INFO_STANDIN_FRAME_NAME = BUFFER_INFO_CUSTOM_ID + 1;
 
+/// Buffer information of the stand-in's own: what became of the frame's image (UINT64, an eCorrection of Answers.h),
+/// and why it is not corrected (STRING; empty when it is). Kept from the fetch until the buffer is queued again. An
+/// image that is handed to a processor later, by its address in the buffer (ReferenceAdd), counts as well. Of several
+/// processors, one that corrects the image decides; else the last one. Where not all of them corrected it, the text
+/// says what the last of the others said.
+constexpr int32_t BUFFER_INFO_STANDIN_CORRECTION = BUFFER_INFO_CUSTOM_ID + 2;
+constexpr int32_t BUFFER_INFO_STANDIN_CORRECTION_REASON = BUFFER_INFO_CUSTOM_ID + 3;
+
 /// Stream information of the stand-in's own: incomplete buffers since the acquisition started (UINT64).
 constexpr int STREAM_INFO_STANDIN_NUM_INCOMPLETE = 1001;
 

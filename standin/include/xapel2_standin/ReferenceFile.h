@@ -32,5 +32,13 @@ XAPEL2_HOST_API void writeReferenceFile(const std::string& strFile, const Refere
 /// @threads any.
 XAPEL2_HOST_API ReferenceImage readReferenceFile(const std::string& strFile);
 
+/// Gives the references that image processors write for this thread from now on (ReferenceEnd) a note: it is filed as
+/// their camera settings. An empty text ends that.
+/// @param[in] strJson  a JSON object of at most 63 KiB and 7 levels, filed as it stands.
+/// @throws Exceptions::Xapel_InvalidParameterException  it is none, too long or too deep; the note before stays.
+/// @throws std::bad_alloc                               the note before stays.
+/// @threads any; each has its own.
+XAPEL2_HOST_API void setReferenceNote(const std::string& strJson);
+
 }  // namespace StandIn
 }  // namespace XAPEL2

@@ -22,6 +22,7 @@ namespace {
 using Json = nlohmann::json;
 
 constexpr std::size_t BYTES_MAX = 64 << 10;
+constexpr std::size_t NOTE_BYTES_MAX = 63 << 10;  // the rest of a description takes a few hundred bytes
 constexpr std::size_t DEPTH_MAX = 8;
 constexpr double IMAGES_MAX = 9007199254740992.0;  // 2^53, exact as a double
 
@@ -146,6 +147,15 @@ std::string makeDescription(const ReferenceImage& rReference) {
     strText += '}';
     parseDescription(strText.c_str(), rReference.sLayout.nWidth, rReference.sLayout.nHeight);
     return strText;
+}
+
+void checkNote(const std::string& strJson) {
+    require(strJson.size() <= NOTE_BYTES_MAX, "the camera settings are too long");
+    ReferenceImage sReference;
+    sReference.sLayout = {&pixelFormats().front(), 1, 1};
+    sReference.nImages = 1;
+    sReference.strCamera = strJson;
+    makeDescription(sReference);
 }
 
 ReferenceImage parseDescription(const char* strText, uint64_t nWidth, uint64_t nHeight) {

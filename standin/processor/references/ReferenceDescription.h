@@ -17,6 +17,10 @@ namespace StandIn {
 /// @throws CFileError  strCamera is no JSON object, or too long or deep.
 std::string makeDescription(const ReferenceImage& rReference);
 
+/// Passes what a reference may carry as its camera settings, so that no description is refused because of them.
+/// @throws CFileError  no JSON object, or too long or deep.
+void checkNote(const std::string& strJson);
+
 /// A reference without samples from its description, with every field checked. Reads 64 KiB and 8 levels at most.
 /// @throws CFileError  says what is wrong.
 ReferenceImage parseDescription(const char* strText, uint64_t nWidth, uint64_t nHeight);

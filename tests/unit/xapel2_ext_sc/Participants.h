@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "xapel2/XapelBypassRegistration.h"
 #include "xapel2_standin/Control.h"
 
 #include "StreamFixture.h"

@@ -8,6 +8,7 @@
 #include <functional>
 #include <memory>
 
+#include "xapel2/ShadingNodes.h"
 #include "xapel2/XapelExceptions.h"
 
 #include "StreamFixture.h"
@@ -132,7 +133,7 @@ TEST_F(ShadingObj, StatusIsJudgedPerCommand) {
                 << iStatus;
         }
         // An exception of the host's own passes, but for enabling; the lock is free.
-        Control::inject({Control::eNodeGetInt, Control::eThrowHost, 1, false, "ShadingStatus"});
+        Control::inject({Control::eNodeGetInt, Control::eThrowHost, 1, false, XAPEL2::SHADING_NODE_STATUS});
         const bool bEnable = rCommand.strFailure.rfind("SetEnable", 0) == 0;
         EXPECT_EQ(thrown<Xapel_ErrorException>([&] { rCommand.fn(object); }),
                   bEnable ? rCommand.strFailure : "NodeGetInt: injected");
@@ -259,11 +260,11 @@ TEST_F(ShadingObj, FailuresOfHubAndNodesWhileSwitching) {
     fnWithFailingCancel([&] { EXPECT_NO_THROW(object.SetEnable(false)); });
     EXPECT_EQ(traceTexts(2), Texts{"Extended-API;CExtScShadingObj; deinitCallback; unexpected exception occurred;"});
     Control::recordTraces(true);
-    Control::inject({Control::eNodeGetInt, Control::eThrowHost, 1, false, "ShadingStatus"});
+    Control::inject({Control::eNodeGetInt, Control::eThrowHost, 1, false, XAPEL2::SHADING_NODE_STATUS});
     EXPECT_THROW(object.SetEnable(true), Xapel_ErrorException);
     EXPECT_EQ(traceTexts(2), Texts{"Extended-API;CVexoShadingObj; SetEnable;NodeGetInt injected"});
     // Another exception is not a host's: it passes.
-    Control::inject({Control::eNodeSetInt, Control::eThrowStd, 1, false, "ShadingCommand"});
+    Control::inject({Control::eNodeSetInt, Control::eThrowStd, 1, false, XAPEL2::SHADING_NODE_COMMAND});
     EXPECT_THROW(object.SetEnable(true), std::runtime_error);
 }
 
@@ -327,7 +328,7 @@ TEST_F(ShadingObj, ParametersDoNotWaitForACommandNorMixTheirSelections) {
     // While a command is on its way, another thread writes and reads a parameter.
     std::future<int> read;
     Control::setNodeObserver([&](const Control::NodeAccess& rAccess) {
-        if (rAccess.strNode != "ShadingCommand")
+        if (rAccess.strNode != XAPEL2::SHADING_NODE_COMMAND)
             return;
         read = std::async(std::launch::async, [&] {
             object.SetParam("BoxFilterLight", 3);
@@ -342,7 +343,7 @@ TEST_F(ShadingObj, ParametersDoNotWaitForACommandNorMixTheirSelections) {
     for (const bool bSet : {false, true}) {
         std::future<void> other;
         Control::setNodeObserver([&](const Control::NodeAccess& rAccess) {
-            if (rAccess.strNode != "ShadingParamValue" || other.valid())
+            if (rAccess.strNode != XAPEL2::SHADING_NODE_PARAM_VALUE || other.valid())
                 return;
             other = std::async(std::launch::async, [&] { object.SetParam("BoxFilterDark", 1); });
             EXPECT_FALSE(XapelTest::ready(other, 30));

@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "HostFixture.h"
+#include "xapel2/ShadingNodes.h"
 #include "xapel2/XapelBuffer.h"
 #include "xapel2/XapelTrace.h"
 
@@ -76,15 +77,15 @@ TEST_F(Faults, EveryOperationRefusesInItsOwnWay) {
         {eGetRemoteNode, missing([&] { m_pDevice->GetRemoteNode("Gain"); })},
         {eCreateProcessor, denied([] { ImageProcessor(); })},
         {eGetNodeList, [&] { return m_processor.GetNodeList() == nullptr; }},
-        {eGetNodePresent, [&] { return !m_processor.GetNodeList()->GetNodePresent("ShadingWidth"); }},
-        {eGetNode, missing([&] { shading("ShadingWidth"); })},
-        {eNodeSetInt, denied([&] { shading("ShadingWidth").SetInt(1); })},
-        {eNodeGetInt, denied([&] { shading("ShadingWidth").GetInt(); })},
-        {eNodeGetIntMin, denied([&] { shading("ShadingWidth").GetIntMin(); })},
-        {eNodeGetIntMax, denied([&] { shading("ShadingWidth").GetIntMax(); })},
-        {eNodeSetString, denied([&] { shading("ShadingBrwFilename").SetString("x"); })},
-        {eNodeSetValue, denied([&] { shading("ShadingBrwFilename").SetValue("x"); })},
-        {eNodeGetString, denied([&] { shading("ShadingBrwFilename").GetString(); })},
+        {eGetNodePresent, [&] { return !m_processor.GetNodeList()->GetNodePresent(SHADING_NODE_WIDTH); }},
+        {eGetNode, missing([&] { shading(SHADING_NODE_WIDTH); })},
+        {eNodeSetInt, denied([&] { shading(SHADING_NODE_WIDTH).SetInt(1); })},
+        {eNodeGetInt, denied([&] { shading(SHADING_NODE_WIDTH).GetInt(); })},
+        {eNodeGetIntMin, denied([&] { shading(SHADING_NODE_WIDTH).GetIntMin(); })},
+        {eNodeGetIntMax, denied([&] { shading(SHADING_NODE_WIDTH).GetIntMax(); })},
+        {eNodeSetString, denied([&] { shading(SHADING_NODE_FILE_NAME).SetString("x"); })},
+        {eNodeSetValue, denied([&] { shading(SHADING_NODE_FILE_NAME).SetValue("x"); })},
+        {eNodeGetString, denied([&] { shading(SHADING_NODE_FILE_NAME).GetString(); })},
         {eGetBufferInfoFunc,
          [&] {
              BufferInfoFunc pfn = nullptr;
@@ -163,9 +164,9 @@ TEST_F(Faults, RefusalChangesNothingElse) {
     EXPECT_EQ(nullptr, other.pfnFetch);
     EXPECT_FALSE(m_side.put(eHookFetch, m_pDevice, m_pStream, true));
     EXPECT_EQ(5U, liveHooks(&m_side));
-    inject({eNodeSetInt, eRefuse, 1, false, "ShadingHeight"});
-    EXPECT_NO_THROW(shading("ShadingWidth").SetInt(6));
-    EXPECT_THROW(shading("ShadingHeight").SetInt(7), Exceptions::Xapel_AccessDeniedException);
+    inject({eNodeSetInt, eRefuse, 1, false, SHADING_NODE_HEIGHT});
+    EXPECT_NO_THROW(shading(SHADING_NODE_WIDTH).SetInt(6));
+    EXPECT_THROW(shading(SHADING_NODE_HEIGHT).SetInt(7), Exceptions::Xapel_AccessDeniedException);
 }
 
 }  // namespace

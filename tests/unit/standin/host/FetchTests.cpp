@@ -39,10 +39,18 @@ TEST_F(Fetch, TimeOutsExpireAndZeroPolls) {
     EXPECT_EQ(GC_ERR_TIMEOUT, fetch(0));
     EXPECT_EQ(GC_ERR_TIMEOUT, fetch(40));
     EXPECT_GE(std::chrono::steady_clock::now() - tBegin, std::chrono::milliseconds(40));
-    auto longest = std::async(std::launch::async, [this] { return fetch(TIMEOUT_INFINITE - 1); });
-    ASSERT_TRUE(Control::waitForBlockedFetches(m_pStream, 1, DEADLINE_MS));
-    cancelGetFilledBuffer(m_pStream);
-    EXPECT_EQ(GC_ERR_ABORT, longest.get());
+}
+
+// In nanoseconds they exceed the clock, and would have expired long ago, or a moment from now.
+TEST_F(Fetch, LongestFiniteTimeOutsDoNotExpire) {
+    for (const unsigned long long iTimeoutMs :
+         {TIMEOUT_INFINITE - 1, TIMEOUT_INFINITE / 2, TIMEOUT_INFINITE / 1000000}) {
+        auto longest = std::async(std::launch::async, [this, iTimeoutMs] { return fetch(iTimeoutMs); });
+        EXPECT_FALSE(XapelTest::ready(longest, 50)) << iTimeoutMs;
+        EXPECT_TRUE(Control::waitForBlockedFetches(m_pStream, 1, 1000)) << iTimeoutMs;
+        cancelGetFilledBuffer(m_pStream);
+        EXPECT_EQ(GC_ERR_ABORT, longest.get()) << iTimeoutMs;
+    }
 }
 
 TEST_F(Fetch, FramesOutliveTheStopAndFlushedBuffersWaitToBeQueued) {

@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "HostFixture.h"
+#include "xapel2/ShadingNodes.h"
 #include "xapel2/XapelTrace.h"
 
 namespace XAPEL2 {
@@ -21,13 +22,13 @@ protected:
 };
 
 TEST_F(Nodes, ShadingNodesTakeTheirOwnKindOfValue) {
-    for (const char* pText : {"ShadingPixelFormat", "ShadingBrwFilename"}) {
+    for (const char* pText : {SHADING_NODE_PIXEL_FORMAT, SHADING_NODE_FILE_NAME}) {
         shading(pText).SetString("some text that is longer than a short one");
         EXPECT_STREQ("some text that is longer than a short one", shading(pText).GetString().get());
         EXPECT_THROW(shading(pText).SetInt(1), Xapel_InvalidParameterException);
         EXPECT_THROW(shading(pText).GetIntMin(), Xapel_InvalidParameterException);
     }
-    for (const char* pInt : {"ShadingWidth", "ShadingHeight", "ShadingBufferSize", "ShadingBuffer"}) {
+    for (const char* pInt : {SHADING_NODE_WIDTH, SHADING_NODE_HEIGHT, SHADING_NODE_BUFFER_SIZE, SHADING_NODE_BUFFER}) {
         shading(pInt).SetInt(0x7123456789abcdef);
         EXPECT_EQ(0x7123456789abcdef, shading(pInt).GetInt());
         shading(pInt).SetValue("-5");
@@ -35,7 +36,7 @@ TEST_F(Nodes, ShadingNodesTakeTheirOwnKindOfValue) {
         EXPECT_THROW(shading(pInt).SetString("1"), Xapel_InvalidParameterException);
         EXPECT_THROW(shading(pInt).SetValue("5 x"), Xapel_InvalidParameterException);
     }
-    EXPECT_THROW(shading("ShadingStatus").SetInt(1), Xapel_AccessDeniedException);
+    EXPECT_THROW(shading(SHADING_NODE_STATUS).SetInt(1), Xapel_AccessDeniedException);
     EXPECT_THROW(shading("StandInCorrection").SetString(""), Xapel_AccessDeniedException);
     EXPECT_STREQ("none", shading("StandInCorrection").GetString().get());
     EXPECT_THROW(shading("ShadingNothing"), Xapel_NotAvailableException);
@@ -43,9 +44,10 @@ TEST_F(Nodes, ShadingNodesTakeTheirOwnKindOfValue) {
 }
 
 TEST_F(Nodes, ParameterValueBelongsToTheSelectedParameter) {
-    Node& rSelector = shading("ShadingParamSelector");
-    Node& rValue = shading("ShadingParamValue");
-    const char* const aNames[] = {"BoxFilterLight", "BoxFilterDark", "MedianFilterLight", "MedianFilterDark"};
+    Node& rSelector = shading(SHADING_NODE_PARAM_SELECTOR);
+    Node& rValue = shading(SHADING_NODE_PARAM_VALUE);
+    const char* const aNames[] = {SHADING_PARAM_BOX_LIGHT, SHADING_PARAM_BOX_DARK, SHADING_PARAM_MEDIAN_LIGHT,
+                                  SHADING_PARAM_MEDIAN_DARK};
     for (int i = 0; i < 8; ++i) {
         rSelector.SetValue(aNames[i % 4]);
         EXPECT_STREQ(aNames[i % 4], rSelector.GetString().get());
@@ -56,7 +58,7 @@ TEST_F(Nodes, ParameterValueBelongsToTheSelectedParameter) {
     EXPECT_EQ(0, rValue.GetIntMin());
     EXPECT_EQ(31, rValue.GetIntMax());
     EXPECT_THROW(rSelector.SetValue("BoxFilter"), Xapel_InvalidParameterException);
-    EXPECT_THROW(rSelector.SetString("BoxFilterDark"), Xapel_InvalidParameterException);
+    EXPECT_THROW(rSelector.SetString(SHADING_PARAM_BOX_DARK), Xapel_InvalidParameterException);
     EXPECT_EQ(4, rValue.GetInt());
 }
 
@@ -113,27 +115,27 @@ TEST_F(Nodes, BinningTakesTheWholeSensorAndLimitsTheRegion) {
 // another thread reads and writes nodes: a lock held while an image is processed would stop it for good.
 TEST_F(Nodes, NodesAnswerWhileACommandRuns) {
     std::vector<uint8_t> vecImage(64 * 48);
-    shading("ShadingPixelFormat").SetString("Mono8");
-    shading("ShadingWidth").SetInt(64);
-    shading("ShadingHeight").SetInt(48);
-    shading("ShadingBufferSize").SetInt(64 * 48);
-    shading("ShadingBuffer").SetInt(static_cast<int64_t>(reinterpret_cast<std::uintptr_t>(vecImage.data())));
+    shading(SHADING_NODE_PIXEL_FORMAT).SetString("Mono8");
+    shading(SHADING_NODE_WIDTH).SetInt(64);
+    shading(SHADING_NODE_HEIGHT).SetInt(48);
+    shading(SHADING_NODE_BUFFER_SIZE).SetInt(64 * 48);
+    shading(SHADING_NODE_BUFFER).SetInt(static_cast<int64_t>(reinterpret_cast<std::uintptr_t>(vecImage.data())));
     Control::recordTraces(true);
     bool bReached = false;
     Control::setTraceObserver([&](const Control::TraceLine& rLine) {
         EXPECT_EQ(2, rLine.iLevel);
         bReached = true;
         auto elsewhere = std::async(std::launch::async, [&] {
-            shading("ShadingParamValue").SetInt(3);
-            shading("ShadingWidth").SetInt(1);
-            return shading("ShadingParamValue").GetInt() + shading("ShadingStatus").GetInt();
+            shading(SHADING_NODE_PARAM_VALUE).SetInt(3);
+            shading(SHADING_NODE_WIDTH).SetInt(1);
+            return shading(SHADING_NODE_PARAM_VALUE).GetInt() + shading(SHADING_NODE_STATUS).GetInt();
         });
         EXPECT_TRUE(XapelTest::ready(elsewhere));
         EXPECT_EQ(3, elsewhere.get());
     });
-    shading("ShadingCommand").SetInt(2);
+    shading(SHADING_NODE_COMMAND).SetInt(2);
     EXPECT_TRUE(bReached);
-    EXPECT_EQ(1, shading("ShadingStatus").GetInt());
+    EXPECT_EQ(1, shading(SHADING_NODE_STATUS).GetInt());
 }
 
 TEST(Trace, GoesToRecordOrStandardError) {

@@ -100,17 +100,17 @@ TEST_F(ShadingProcessor, FilterValuesTakeEffectAtTheNextApply) {
     ASSERT_EQ(runFile(eCommandLoadDark, "dark"), 0);
     ASSERT_EQ(run(eCommandApply), 0);
     EXPECT_EQ(corrected(), 0);
-    EXPECT_TRUE(m_oProcessor.setParameter("MedianFilterDark", 1));
-    EXPECT_TRUE(m_oProcessor.setParameter("BoxFilterLight", 31));
+    EXPECT_TRUE(m_oProcessor.setParameter(SHADING_PARAM_MEDIAN_DARK, 1));
+    EXPECT_TRUE(m_oProcessor.setParameter(SHADING_PARAM_BOX_LIGHT, 31));
     EXPECT_EQ(corrected(), 0);
     ASSERT_EQ(run(eCommandApply), 0);
     EXPECT_EQ(corrected(), 90);
-    EXPECT_TRUE(m_oProcessor.setParameter("MedianFilterDark", 0));
-    EXPECT_TRUE(m_oProcessor.setParameter("BoxFilterDark", 1));
+    EXPECT_TRUE(m_oProcessor.setParameter(SHADING_PARAM_MEDIAN_DARK, 0));
+    EXPECT_TRUE(m_oProcessor.setParameter(SHADING_PARAM_BOX_DARK, 1));
     ASSERT_EQ(run(eCommandApply), 0);
     EXPECT_EQ(corrected(), 70) << "9 pixels, two of them the hot one on the border row";
     ASSERT_EQ(run(eCommandClear), 0);
-    EXPECT_EQ(m_oProcessor.parameter("BoxFilterDark"), 1) << "clearing keeps the parameters";
+    EXPECT_EQ(m_oProcessor.parameter(SHADING_PARAM_BOX_DARK), 1) << "clearing keeps the parameters";
 }
 
 TEST_F(ShadingProcessor, ReferenceTellsOfTheImagesThatItTook) {
@@ -211,7 +211,7 @@ TEST_F(ShadingProcessor, RefusesASecondCommandButNotAParameter) {
     for (std::size_t i = 0; i < sDark.vSamples.size(); ++i) sDark.vSamples[i] = static_cast<float>(i * 7919 % 65521);
     writeReferenceFile(m_oFolder / "dark", sDark);
     ASSERT_EQ(runFile(eCommandLoadDark, "dark"), 0);
-    ASSERT_TRUE(m_oProcessor.setParameter("MedianFilterDark", 31));
+    ASSERT_TRUE(m_oProcessor.setParameter(SHADING_PARAM_MEDIAN_DARK, 31));
     m_sInputs.strPixelFormat = "Mono16";
     m_sInputs.iWidth = m_sInputs.iHeight = 256;
     std::atomic<bool> bStop{false};
@@ -224,7 +224,7 @@ TEST_F(ShadingProcessor, RefusesASecondCommandButNotAParameter) {
     bool bSeen = false;
     while (!bSeen && std::chrono::steady_clock::now() < tDeadline) {
         const bool bBefore = m_oProcessor.execute(eCommandEnable, {}) == GC_ERR_RESOURCE_IN_USE;
-        const bool bSet = m_oProcessor.setParameter("BoxFilterLight", 3);
+        const bool bSet = m_oProcessor.setParameter(SHADING_PARAM_BOX_LIGHT, 3);
         bSeen = bBefore && bSet && m_oProcessor.execute(eCommandEnable, {}) == GC_ERR_RESOURCE_IN_USE;
     }
     bStop = true;

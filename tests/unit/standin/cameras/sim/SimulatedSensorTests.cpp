@@ -225,6 +225,35 @@ TEST(SimulatedSensor, SameSeedGivesTheSameFramesInAnyOrder) {
     EXPECT_EQ(uSum, 8482520176930577587U);
 }
 
+// What it keeps of its pattern belongs to one set of settings: after another one it fills as a new sensor does.
+TEST(SimulatedSensor, EachSettingOfTheImageIsShownAfterAnotherOne) {
+    CSimulatedSensor sensor = makeSensor(64, 48);
+    CameraSettings before = sensor.defaultSettings();
+    before.nWidth = 16;
+    before.nHeight = 12;
+    before.nOffsetX = before.nOffsetY = 0;
+    const auto fnAlso = [&before](uint64_t CameraSettings::*pMember, uint64_t uValue) {
+        CameraSettings after = before;
+        after.*pMember = uValue;
+        return after;
+    };
+    std::vector<CameraSettings> vecAfter = {
+        fnAlso(&CameraSettings::nWidth, 15),   fnAlso(&CameraSettings::nHeight, 11),
+        fnAlso(&CameraSettings::nOffsetX, 5),  fnAlso(&CameraSettings::nOffsetY, 5),
+        fnAlso(&CameraSettings::nBinningX, 2), fnAlso(&CameraSettings::nBinningY, 2),
+        fnAlso(&CameraSettings::iReverseX, 1), fnAlso(&CameraSettings::iReverseY, 1),
+        fnAlso(&CameraSettings::nWidth, 16)};
+    vecAfter.back().pFormat = findPixelFormat("BayerRG12");
+    for (std::size_t i = 0; i < vecAfter.size(); ++i) {
+        fillBytes(sensor, before, eSceneLight, 0);
+        CSimulatedSensor fresh = makeSensor(64, 48);
+        EXPECT_EQ(fillBytes(fresh, vecAfter[i], eSceneLight, 0), fillBytes(sensor, vecAfter[i], eSceneLight, 0)) << i;
+    }
+    fillBytes(sensor, before, eSceneLight, 0);
+    CSimulatedSensor fresh = makeSensor(64, 48);
+    EXPECT_EQ(fillBytes(fresh, before, eSceneObjects, 0), fillBytes(sensor, before, eSceneObjects, 0));
+}
+
 TEST(SimulatedSensor, RegionOfInterestShowsThatPartOfTheFullFrame) {
     const struct {
         uint64_t nWidth, nHeight;

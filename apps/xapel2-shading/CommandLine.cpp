@@ -1,0 +1,358 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Command line of xapel2-shading: its sub-commands and their options.
+
+#include "CommandLine.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <filesystem>
+
+#include "terminal/Exit.h"
+#include "terminal/Output.h"
+
+namespace XAPEL2 {
+namespace App {
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+std::string joined(const Words& rWords, const char* pLast) {
+    std::string strText;
+    for (std::size_t i = 0; i < rWords.size(); ++i) {
+        strText += (i == 0 ? "" : i + 1 == rWords.size() ? pLast : ", ") + rWords[i];
+    }
+    return strText;
+}
+
+// What CLI11 calls wrong is told in words of these; it puts the option's name and a colon before them.
+
+CLI::Validator within(double dLow, double dHigh, const char* pRange, bool bWhole = true) {
+    return {[=](std::string& rWord) {
+                char* pEnd = nullptr;
+                const double dValue = std::strtod(rWord.c_str(), &pEnd);
+                const bool bNumber = !rWord.empty() && *pEnd == '\0' &&
+                                     (!bWhole || rWord.find_first_not_of("0123456789") == std::string::npos);
+                return bNumber && dValue >= dLow && dValue <= dHigh
+                           ? std::string()
+                           : "takes a number from " + std::string(pRange) + ", not '" + rWord + "'";
+            },
+            pRange};
+}
+
+// Leaves the word as it is written here.
+CLI::Validator oneOf(const Words& rWords) {
+    return {[=](std::string& rWord) {
+                for (const std::string& rMember : rWords) {
+                    if (CLI::detail::to_lower(rMember) == CLI::detail::to_lower(rWord)) {
+                        rWord = rMember;
+                        return std::string();
+                    }
+                }
+                return "takes " + joined(rWords, " or ") + ", not '" + rWord + "'";
+            },
+            joined(rWords, "|")};
+}
+
+CLI::Validator notEmpty() {
+    return {[](std::string& rWord) { return rWord.empty() ? std::string("is given, but empty") : std::string(); }, ""};
+}
+
+CLI::Validator folderName() {
+    return {[](std::string& rWord) {
+                const std::string strSuffix = CLI::detail::to_lower(std::filesystem::path(rWord).extension().string());
+                const Words vecFiles = {".png", ".pgm", ".ppm", ".tif", ".tiff", ".jpg", ".jpeg", ".bmp", ".html"};
+                const bool bFile = std::count(vecFiles.begin(), vecFiles.end(), strSuffix) != 0;
+                return bFile && !std::filesystem::is_directory(rWord)
+                           ? "takes the name of a folder, and '" + rWord + "' is one of a file"
+                           : std::string();
+            },
+            ""};
+}
+
+void addForce(CLI::App* pCommand, bool& rForce) {
+    pCommand->add_flag("--force", rForce, "Go on where judgement refuses; it warns all the same");
+}
+
+CLI::Option* addDevice(CLI::App* pCommand, std::string& rDevice) {
+    return pCommand->add_option("-d,--device", rDevice,
+                                "Camera, such as sim, sim:7?width=320&format=Mono8, replay:DIR, aravis:ID");
+}
+
+void addTimeout(CLI::App* pCommand, double& rTimeout) {
+    pCommand->add_option("--timeout", rTimeout, "Longest wait for a frame beyond its exposure time, in seconds")
+        ->check(within(0.001, 86400.0, "0.001 to 86400", false))
+        ->capture_default_str();
+}
+
+void addPair(CLI::App* pCommand, PairOptions& rPair) {
+    pCommand->add_option("--dark", rPair.strDark, "Dark reference");
+    pCommand->add_option("--light", rPair.strLight, "Light reference");
+    const auto fnRadius = [&](const char* pName, unsigned& rRadius, const char* pWhat) {
+        pCommand->add_option(pName, rRadius, pWhat)->check(within(0, 31, "0 to 31"))->type_name("RADIUS");
+    };
+    fnRadius("--box-light", rPair.nBoxLight, "Box filter on the light reference, radius in pixels");
+    fnRadius("--box-dark", rPair.nBoxDark, "Box filter on the dark reference");
+    fnRadius("--median-light", rPair.nMedianLight, "Median filter on the light reference, before the box filter");
+    fnRadius("--median-dark", rPair.nMedianDark, "Median filter on the dark reference, before the box filter");
+}
+
+void addFileFormat(CLI::App* pCommand, std::string& rFormat, bool& rOverwrite) {
+    pCommand->add_option("--format", rFormat, "Files to write: pgm (ppm for colour) or tiff")
+        ->transform(oneOf({"pgm", "tiff"}))
+        ->capture_default_str();
+    pCommand->add_flag("--overwrite", rOverwrite, "Replace files that exist");
+}
+
+// Changes of one letter that lead from one word to the other.
+std::size_t distance(const std::string& strFrom, const std::string& strTo) {
+    std::vector<std::size_t> vecRow(strTo.size() + 1);
+    for (std::size_t k = 0; k < vecRow.size(); ++k) {
+        vecRow[k] = k;
+    }
+    for (std::size_t i = 0; i < strFrom.size(); ++i) {
+        std::size_t nDiagonal = vecRow[0]++;
+        for (std::size_t k = 0; k < strTo.size(); ++k) {
+            const std::size_t nReplaced = nDiagonal + (strFrom[i] == strTo[k] ? 0 : 1);
+            nDiagonal = vecRow[k + 1];
+            vecRow[k + 1] = std::min({nReplaced, vecRow[k] + 1, nDiagonal + 1});
+        }
+    }
+    return vecRow.back();
+}
+
+}  // namespace
+
+std::string nearest(const std::string& strWord, const std::vector<std::string>& vecWords) {
+    std::string strNearest;
+    if (strWord.empty()) {
+        return strNearest;
+    }
+    std::size_t nLeast = 3 + strWord.size() / 6;
+    for (const std::string& rWord : vecWords) {
+        const std::size_t nChanges = rWord.rfind(strWord, 0) == 0 ? 0 : distance(strWord, rWord);
+        if (nChanges < std::min(nLeast, rWord.size())) {
+            nLeast = nChanges;
+            strNearest = rWord;
+        }
+    }
+    return strNearest;
+}
+
+CLI::App* CCommandLine::addCommand(const char* pName, const char* pWhat, std::function<int()> fnRun) {
+    CLI::App* pCommand = m_Cli.add_subcommand(pName, pWhat);
+    pCommand->callback([this, fnRun = std::move(fnRun)] { m_fnRun = fnRun; });
+    return pCommand;
+}
+
+void CCommandLine::addOutput(CLI::App* pCommand, bool& rJson) {
+    pCommand->add_flag("--json", rJson, "Print one JSON object on standard output, nothing else");
+    pCommand->add_flag_callback(
+        "-q,--quiet", [] { setVerbosity(eQuiet); }, "Print nothing but warnings and errors");
+    pCommand->add_flag_callback(
+        "-v,--verbose", [] { setVerbosity(eVerbose); }, "Print the notes of judgement, too");
+}
+
+void CCommandLine::addDevicesAndRecord() {
+    addOutput(addCommand("devices", "List what can be opened", [this] { return runDevices(m_Devices); }),
+              m_Devices.bJson);
+
+    CLI::App* pRecord = addCommand("record", "Record a dark or a light reference from a camera", [this] {
+        m_Record.bLight = m_strKind == "light";
+        return runRecord(m_Record);
+    });
+    pRecord->add_option("KIND", m_strKind, "dark (lens covered) or light (an even, evenly lit target)")
+        ->required()
+        ->transform(oneOf({"dark", "light"}));
+    addDevice(pRecord, m_Record.strDevice)->required();
+    pRecord->add_option("-n,--frames", m_Record.nFrames, "Frames to average")
+        ->check(within(1, 1e6, "1 to 1000000"))
+        ->capture_default_str();
+    pRecord->add_option("-o,--out", m_Record.strFile, "Reference file to write; replaced when it exists")->required();
+    addTimeout(pRecord, m_Record.fTimeoutS);
+    addForce(pRecord, m_Record.bForce);
+    addOutput(pRecord, m_Record.bJson);
+}
+
+void CCommandLine::addCheck() {
+    CLI::App* pCheck = addCommand("check", "Judge a dark and a light reference", [this] { return runCheck(m_Check); });
+    pCheck->add_option("DARK", m_Check.strDark, "Dark reference")->required();
+    pCheck->add_option("LIGHT", m_Check.strLight, "Light reference")->required();
+    pCheck->add_flag("--list", m_Check.bList, "List each hot and dead pixel");
+    addForce(pCheck, m_Check.bForce);
+    addOutput(pCheck, m_Check.bJson);
+}
+
+void CCommandLine::addRun() {
+    CLI::App* pRun = addCommand("run", "Correct the live stream of a camera", [this] { return runRun(m_Run); });
+    addDevice(pRun, m_Run.strDevice)->required();
+    addPair(pRun, m_Run.Pair);
+    pRun->add_option("-n,--frames", m_Run.nFrames, "Frames to correct; without it until Ctrl-C, or all of a replay")
+        ->check(within(1, 1e9, "1 to 1000000000"));
+    pRun->add_option("--scene", m_Run.strScene, "What a simulated or replayed camera shows: Dark, Light or Scene")
+        ->transform(oneOf({"Dark", "Light", "Scene"}))
+        ->capture_default_str();
+    pRun->add_option("-o,--out", m_Run.strOut, "Folder to write the frames to")->check(folderName());
+    pRun->add_flag("--raw", m_Run.bRaw, "Write the uncorrected frames too, to OUT/raw");
+    addFileFormat(pRun, m_Run.strFormat, m_Run.bOverwrite);
+    addTimeout(pRun, m_Run.fTimeoutS);
+    addForce(pRun, m_Run.bForce);
+    addOutput(pRun, m_Run.bJson);
+}
+
+void CCommandLine::addCorrect() {
+    CLI::App* pCorrect = addCommand("correct", "Correct image files", [this] { return runCorrect(m_Correct); });
+    pCorrect->add_option("FILES", m_Correct.vecFiles, "Image files (PGM, PPM, TIFF)")->required();
+    addPair(pCorrect, m_Correct.Pair);
+    pCorrect->add_option("-o,--out", m_Correct.strOut, "Folder to write to; a source is never overwritten")
+        ->required()
+        ->check(folderName());
+    addFileFormat(pCorrect, m_Correct.strFormat, m_Correct.bOverwrite);
+    addForce(pCorrect, m_Correct.bForce);
+    addOutput(pCorrect, m_Correct.bJson);
+}
+
+void CCommandLine::addReport() {
+    CLI::App* pReport =
+        addCommand("report", "Write an HTML report on a pair of references", [this] { return runReport(m_Report); });
+    addDevice(pReport, m_Report.strDevice);
+    addPair(pReport, m_Report.Pair);
+    pReport->add_option("-n,--frames", m_Report.nFrames, "Frames of each kind for the figures after correction")
+        ->check(within(2, 1e5, "2 to 100000"))
+        ->capture_default_str();
+    pReport->add_option("-o,--out", m_Report.strFile, "HTML file to write; replaced when it exists")
+        ->capture_default_str();
+    addTimeout(pReport, m_Report.fTimeoutS);
+    addForce(pReport, m_Report.bForce);
+    addOutput(pReport, m_Report.bJson);
+}
+
+void CCommandLine::addDemo() {
+    CLI::App* pDemo = m_Cli.add_subcommand(
+        "demo", "Record a dark and a light reference, correct frames with them, and write both for comparison");
+    pDemo->add_option("--frames", m_strFrames,
+                      "Folder of recorded frames dark_*, light_*, scene_* (PGM, PPM or TIFF) in place of the "
+                      "simulated camera");
+    const CLI::Option* pCamera = pDemo
+                                     ->add_option("--camera", m_Demo.strCamera,
+                                                  "Camera to open, such as sim:7?width=320&height=240&format=Mono8")
+                                     ->capture_default_str();
+    pDemo->add_option("-o,--out", m_Demo.strOut, "Folder to write to; files of an earlier demo are replaced")
+        ->capture_default_str()
+        ->check(folderName());
+    pDemo->add_flag("--overwrite", m_Demo.bOverwrite, "Replace other files of these names, too");
+    addOutput(pDemo, m_Demo.bJson);
+    pDemo->callback([this, pCamera] {
+        m_fnRun = [this, pCamera] {
+            if (!m_strFrames.empty() && pCamera->count() != 0) {
+                throw CUsageError("--camera and --frames name two sources; demo takes one of them");
+            }
+            m_Demo.strCamera = m_strFrames.empty() ? m_Demo.strCamera : "replay:" + m_strFrames;
+            return runDemo(m_Demo);
+        };
+    });
+}
+
+CCommandLine::CCommandLine() : m_Cli("Shading correction of camera images.", "xapel2-shading") {
+    m_Cli.set_version_flag("--version", "xapel2-shading " XAPEL2_SHADING_VERSION);
+    m_Cli.require_subcommand(1);
+    m_Cli.footer(
+        "Exit codes: 0 done, 1 refused by judgement, 2 wrong use, 3 the camera or a file cannot be used.\n"
+        "Ctrl-C ends a run in order, a second one at once.");
+    addDevicesAndRecord();
+    addCheck();
+    addRun();
+    addCorrect();
+    addReport();
+    addDemo();
+    for (CLI::App* pCommand : m_Cli.get_subcommands({})) {
+        for (CLI::Option* pOption : pCommand->get_options()) {
+            if (pOption->get_items_expected_max() > 0) {
+                pOption->check(notEmpty());
+            }
+        }
+    }
+}
+
+std::string CCommandLine::unknownCommand(const std::string& strWord) const {
+    Words vecNames;
+    for (const CLI::App* pCommand : m_Cli.get_subcommands({})) {
+        vecNames.push_back(pCommand->get_name());
+    }
+    const std::string strNearest = nearest(strWord, vecNames);
+    return "there is no sub-command '" + strWord + "'; " +
+           (strNearest.empty() ? "there are " + joined(vecNames, " and ") : "did you mean " + strNearest + "?");
+}
+
+std::string CCommandLine::inOwnWords(const CLI::ParseError& rError) const {
+    const CLI::App* pCommand = m_Cli.get_subcommand(m_strCommand);
+    Words vecNames, vecMissing;
+    for (const CLI::Option* pOption : pCommand->get_options()) {
+        vecNames.push_back(pOption->get_name());
+        if (pOption->get_required() && pOption->count() == 0) {
+            vecMissing.push_back(pOption->get_name());
+        }
+    }
+    const std::string strWhat = rError.what(), strName = strWhat.substr(0, strWhat.find(':'));
+    std::string strText = strName + " cannot be given like that";
+    const Words vecMore = pCommand->remaining(true);
+    const auto it = std::find_if(vecMore.begin(), vecMore.end(), [](const std::string& r) { return r[0] == '-'; });
+    // A mistyped option comes first: the one that it stands for is missing then.
+    if (it != vecMore.end()) {
+        const std::string strOption = it->substr(0, it->find('='));
+        const std::string strNearest = nearest(strOption, vecNames);
+        strText = "there is no option " + strOption + (strNearest.empty() ? "" : "; did you mean " + strNearest + "?");
+    } else if (dynamic_cast<const CLI::ExtrasError*>(&rError) != nullptr && !vecMore.empty()) {
+        strText = "'" + vecMore.front() + "' is one word too many";
+    } else if (dynamic_cast<const CLI::RequiredError*>(&rError) != nullptr && !vecMissing.empty()) {
+        strText = joined(vecMissing, " and ") + (vecMissing.size() == 1 ? " is missing" : " are missing");
+    } else if (dynamic_cast<const CLI::ValidationError*>(&rError) != nullptr) {
+        strText = strName + strWhat.substr(std::min(strName.size() + 1, strWhat.size()));
+    } else if (dynamic_cast<const CLI::ArgumentMismatch*>(&rError) != nullptr) {
+        strText = strName + " takes one value";
+    }
+    return m_strCommand + ": " + strText;
+}
+
+bool CCommandLine::parse(Words vecWords) {
+    m_bJson = std::count(vecWords.begin(), vecWords.end(), "--json") != 0;
+    if (vecWords.size() > 1 && (vecWords[0] == "-q" || vecWords[0] == "-v")) {
+        std::rotate(vecWords.begin(), vecWords.begin() + 1, vecWords.end());
+    }
+    const std::string strFirst = vecWords.empty() ? "" : vecWords[0];
+    if (strFirst == "help") {
+        std::rotate(vecWords.begin(), vecWords.begin() + 1, vecWords.end());
+        vecWords.back() = "--help";
+    } else if (strFirst == "version" || strFirst == "-v" || strFirst == "-V") {
+        vecWords = {"--version"};
+    }
+    if (vecWords.empty()) {
+        throw CUsageError("name a sub-command; xapel2-shading --help lists them");
+    }
+    if (strFirst != "-h" && vecWords[0].rfind("--", 0) != 0) {
+        m_strCommand = vecWords[0];
+        const auto fnSame = [&](const CLI::App* p) { return p->get_name() == m_strCommand; };
+        if (m_Cli.get_subcommands(fnSame).empty()) {
+            throw CUsageError(unknownCommand(m_strCommand));
+        }
+    }
+    std::reverse(vecWords.begin(), vecWords.end());
+    try {
+        m_Cli.parse(std::move(vecWords));
+    } catch (const CLI::ParseError& rError) {
+        if (rError.get_exit_code() == 0) {
+            m_Cli.exit(rError);
+            return false;
+        }
+        if (m_strCommand.empty()) {
+            throw CUsageError("'" + strFirst + "' is no sub-command; xapel2-shading --help lists them");
+        }
+        throw CUsageError(inOwnWords(rError) + " (xapel2-shading " + m_strCommand + " --help tells more)");
+    }
+    return true;
+}
+
+}  // namespace App
+}  // namespace XAPEL2

@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Whether a file can be written, asked before a camera takes minutes for what goes into it.
+
+#include "commands/OutputFile.h"
+
+#include <cerrno>
+#include <filesystem>
+#include <stdexcept>
+#include <system_error>
+
+#include <unistd.h>
+
+namespace XAPEL2 {
+namespace App {
+
+namespace fs = std::filesystem;
+
+void requireWritable(const std::string& strFile, const CSourceFiles& rSources) {
+    rSources.requireOther(strFile);
+    const fs::path Parent = fs::path(strFile).parent_path();
+    const fs::path Folder = Parent.empty() ? "." : Parent;
+    std::error_code Ignored;
+    if (fs::is_directory(strFile, Ignored)) {
+        throw std::runtime_error(strFile + " is a folder; give the name of a file in it");
+    }
+    if (!fs::is_directory(Folder, Ignored)) {
+        throw std::runtime_error(Folder.string() + " is no folder; create it first");
+    }
+    if (access(Folder.c_str(), W_OK | X_OK) != 0) {
+        throw std::runtime_error(Folder.string() + ": " + std::generic_category().message(errno) +
+                                 "; choose another folder");
+    }
+}
+
+}  // namespace App
+}  // namespace XAPEL2

@@ -1,0 +1,236 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// The table of buffers and the queries on them.
+
+#include "standin/host/stream/BufferTable.h"
+
+#include <utility>
+
+#include "standin/host/stream/CallFrame.h"
+#include "standin/host/testing/Faults.h"
+#include "standin/host/testing/Switches.h"
+#include "xapel2/XapelBuffer.h"
+
+namespace XAPEL2 {
+namespace StandIn {
+
+namespace {
+
+int queryImage(const FrameInfo& rInfo, int32_t iInfoCmd, const InfoSlot& rSlot) {
+    if (!rInfo.bImage) {
+        return GC_ERR_NOT_AVAILABLE;
+    }
+    switch (iInfoCmd) {
+        case BUFFER_INFO_WIDTH:
+            return writeSize(rSlot, rInfo.nWidth);
+        case BUFFER_INFO_HEIGHT:
+            return writeSize(rSlot, rInfo.nHeight);
+        case BUFFER_INFO_XOFFSET:
+            return writeSize(rSlot, rInfo.nOffsetX);
+        case BUFFER_INFO_YOFFSET:
+            return writeSize(rSlot, rInfo.nOffsetY);
+        case BUFFER_INFO_XPADDING:
+            return writeSize(rSlot, 0);
+        case BUFFER_INFO_IMAGEOFFSET:
+            return writeSize(rSlot, rInfo.nImageOffset);
+        case BUFFER_INFO_PIXELFORMAT:
+            return writeUint64(rSlot, rInfo.pFormat->uPfnc);
+        default:
+            return GC_ERR_NOT_IMPLEMENTED;
+    }
+}
+
+int queryBuffer(const Buffer& rBuffer, const FrameInfo& rInfo, int32_t iInfoCmd, const InfoSlot& rSlot) {
+    switch (iInfoCmd) {
+        case BUFFER_INFO_BASE:
+            return writeInfo(rSlot, INFO_DATATYPE_PTR, &rBuffer.pBase, sizeof rBuffer.pBase);
+        case BUFFER_INFO_SIZE:
+            return writeSize(rSlot, rBuffer.nBytes);
+        case BUFFER_INFO_IS_QUEUED: {
+            const eBufferState eState = rBuffer.eState.load(std::memory_order_relaxed);
+            return writeBool(rSlot, eState == eBufferQueued || eState == eBufferFilling || eState == eBufferFilled);
+        }
+        case BUFFER_INFO_TIMESTAMP:
+            return writeUint64(rSlot, rInfo.iTimestamp);
+        case BUFFER_INFO_IS_INCOMPLETE:
+            return writeBool(rSlot, rInfo.bIncomplete);
+        case BUFFER_INFO_SIZE_FILLED:
+            return writeSize(rSlot, rInfo.nFilled);
+        case BUFFER_INFO_FRAMEID:
+            return writeUint64(rSlot, rInfo.iFrameId);
+        case BUFFER_INFO_IMAGEPRESENT:
+            return writeBool(rSlot, rInfo.bImage);
+        default:
+            return queryImage(rInfo, iInfoCmd, rSlot);
+    }
+}
+
+// Why the image of the frame is not corrected.
+std::string reasonOf(const CCorrectionState& rState, const NamedFrameInfo& rInfo) {
+    const char* const pReason = rState.reason();
+    if (pReason != nullptr) {
+        return std::string(rState.code() == eCorrected ? "corrected once, but not by all: " : "") + pReason;
+    }
+    if (rState.code() == eCorrected) {
+        return "";
+    }
+    if (!rInfo.strTrouble.empty()) {
+        return rInfo.strTrouble;
+    }
+    return !rInfo.bImage       ? "the frame has no image"
+           : rInfo.bIncomplete ? "the frame is incomplete"
+                               : "no image processor got the frame";
+}
+
+const void* imageOf(const Buffer& rBuffer, const FrameInfo& rInfo) {
+    return static_cast<const std::byte*>(rBuffer.pBase) + rInfo.nImageOffset;
+}
+
+// What is not in the copy that a fetch has of its frame.
+bool isOwnInfo(int32_t iInfoCmd) {
+    return iInfoCmd >= BUFFER_INFO_STANDIN_FRAME_NAME && iInfoCmd <= BUFFER_INFO_STANDIN_CORRECTION_REASON;
+}
+
+int queryOwn(const Buffer& rBuffer, int32_t iInfoCmd, const InfoSlot& rSlot) {
+    switch (iInfoCmd) {
+        case BUFFER_INFO_STANDIN_FRAME_NAME:
+            return writeText(rSlot, rBuffer.info.strName.c_str());
+        case BUFFER_INFO_STANDIN_CORRECTION:
+            return writeUint64(rSlot, rBuffer.correction.code());
+        default:
+            return writeText(rSlot, reasonOf(rBuffer.correction, rBuffer.info).c_str());
+    }
+}
+
+}  // namespace
+
+CBufferTable& CBufferTable::instance() {
+    static CBufferTable* const pTable = new CBufferTable;
+    return *pTable;
+}
+
+void CBufferTable::add(const std::shared_ptr<Buffer>& pBuffer) {
+    std::lock_guard<std::mutex> lock(m_mtx);
+    // Steps of 16 keep the handles apart from small integers and look like addresses in a log.
+    m_iNext += 16;
+    const BufferHandle hBuffer = reinterpret_cast<BufferHandle>(m_iNext);
+    m_mapBuffers.emplace(hBuffer, pBuffer);
+    pBuffer->hBuffer = hBuffer;
+}
+
+void CBufferTable::remove(BufferHandle hBuffer) {
+    std::lock_guard<std::mutex> lock(m_mtx);
+    m_mapBuffers.erase(hBuffer);
+}
+
+bool CBufferTable::isAlive(BufferHandle hBuffer) {
+    return CCallFrame::findFetched(hBuffer) != nullptr || find(hBuffer) != nullptr;
+}
+
+std::shared_ptr<Buffer> CBufferTable::find(BufferHandle hBuffer) {
+    std::lock_guard<std::mutex> lock(m_mtx);
+    const auto it = m_mapBuffers.find(hBuffer);
+    return it == m_mapBuffers.end() ? nullptr : it->second;
+}
+
+void CBufferTable::setInfo(Buffer& rBuffer, NamedFrameInfo& rInfo) {
+    std::lock_guard<std::mutex> lock(m_mtx);
+    std::swap(rBuffer.info, rInfo);
+}
+
+int CBufferTable::query(BufferHandle hBuffer, int32_t iInfoCmd, const InfoSlot& rSlot) {
+    if (isUnanswered(iInfoCmd)) {
+        return GC_ERR_NOT_AVAILABLE;
+    }
+    const bool bOwn = isOwnInfo(iInfoCmd);
+    if (const CCallFrame* pFrame = bOwn ? nullptr : CCallFrame::findFetched(hBuffer)) {
+        return queryBuffer(pFrame->fetched(), pFrame->info(), iInfoCmd, rSlot);
+    }
+    std::lock_guard<std::mutex> lock(m_mtx);
+    const auto it = m_mapBuffers.find(hBuffer);
+    if (it == m_mapBuffers.end()) {
+        return GC_ERR_INVALID_HANDLE;
+    }
+    const Buffer& rBuffer = *it->second;
+    return bOwn ? queryOwn(rBuffer, iInfoCmd, rSlot) : queryBuffer(rBuffer, rBuffer.info, iInfoCmd, rSlot);
+}
+
+void CBufferTable::noteCorrection(const void* pImage, eCorrection eCode, const char* pReason) noexcept {
+    for (const CCallFrame* pFrame = CCallFrame::innermost(); pFrame != nullptr; pFrame = pFrame->outer()) {
+        if (pFrame->hasFetched() && imageOf(pFrame->fetched(), pFrame->info()) == pImage) {
+            pFrame->fetched().correction.add(eCode, pReason);
+            return;
+        }
+    }
+    std::lock_guard<std::mutex> lock(m_mtx);
+    for (const auto& rEntry : m_mapBuffers) {
+        Buffer& rBuffer = *rEntry.second;
+        // What is queued is the camera's.
+        if (imageOf(rBuffer, rBuffer.info) == pImage && rBuffer.eState.load(std::memory_order_relaxed) == eBufferIdle) {
+            rBuffer.correction.add(eCode, pReason);
+        }
+    }
+}
+
+const PixelFormat* CBufferTable::imageFormat(BufferHandle hBuffer, bool& rAlive) {
+    if (const CCallFrame* pFrame = CCallFrame::findFetched(hBuffer)) {
+        rAlive = true;
+        return pFrame->info().bImage ? pFrame->info().pFormat : nullptr;
+    }
+    std::lock_guard<std::mutex> lock(m_mtx);
+    const auto it = m_mapBuffers.find(hBuffer);
+    rAlive = it != m_mapBuffers.end();
+    return rAlive && it->second->info.bImage ? it->second->info.pFormat : nullptr;
+}
+
+namespace {
+
+int hostBufferInfo(int32_t iInfoCmd, int32_t* piType, void* pValue, uint64_t* piSize, void* pBuffer) {
+    if (faultHits(Control::eBufferInfo)) {
+        return GC_ERR_ACCESS_DENIED;
+    }
+    return CBufferTable::instance().query(pBuffer, iInfoCmd, {piType, pValue, piSize});
+}
+
+int hostBufferPixelFormat(std::string& rPixelFormat, void* pBuffer) {
+    if (faultHits(Control::eBufferPixelFormat)) {
+        return GC_ERR_ACCESS_DENIED;
+    }
+    bool bAlive = false;
+    const PixelFormat* pFormat = CBufferTable::instance().imageFormat(pBuffer, bAlive);
+    if (pFormat == nullptr) {
+        return bAlive ? GC_ERR_NOT_AVAILABLE : GC_ERR_INVALID_HANDLE;
+    }
+    rPixelFormat = pFormat->pName;
+    return GC_ERR_SUCCESS;
+}
+
+template <class tFunction>
+int yieldFunction(Control::eHostOp eOp, void* pBuffer, tFunction pfn, tFunction* ppfn) {
+    if (faultHits(eOp)) {
+        return GC_ERR_ACCESS_DENIED;
+    }
+    if (ppfn == nullptr) {
+        return GC_ERR_INVALID_PARAMETER;
+    }
+    if (!CBufferTable::instance().isAlive(pBuffer)) {
+        return GC_ERR_INVALID_HANDLE;
+    }
+    *ppfn = pfn;
+    return GC_ERR_SUCCESS;
+}
+
+}  // namespace
+
+}  // namespace StandIn
+}  // namespace XAPEL2
+
+int getFuncPtr_BufferInfo(void* pBuffer, BufferInfoFunc* ppfn) {
+    using namespace XAPEL2::StandIn;
+    return yieldFunction<BufferInfoFunc>(Control::eGetBufferInfoFunc, pBuffer, &hostBufferInfo, ppfn);
+}
+
+int getFuncPtr_BufferGetPixelFormat(void* pBuffer, BufferGetPixelFormatFunc* ppfn) {
+    using namespace XAPEL2::StandIn;
+    return yieldFunction<BufferGetPixelFormatFunc>(Control::eGetPixelFormatFunc, pBuffer, &hostBufferPixelFormat, ppfn);
+}
