@@ -8,7 +8,6 @@
 #include <atomic>
 #include <cstring>
 #include <memory>
-#include <set>
 
 #include "xapel2/ShadingNodes.h"
 #include "xapel2/XapelExceptions.h"
@@ -214,21 +213,6 @@ TEST_F(HostFaults, StreamDeviceAndFacadeMayGoInAnyOrder) {
     } while (std::next_permutation(strOrder.begin(), strOrder.end()));
 }
 
-TEST_F(HostFaults, EndOfTheHubWaitsForACallInside) {
-    auto pHub = std::make_unique<CXapelBypassDevice>(m_pDevice);
-    void* const pContext = pHub.get();
-    XapelPinWord& rPins = xapelSlotPinWord(pContext);
-    EXPECT_EQ(rPins.load(), 1U);
-    auto pPin = std::make_unique<CXapelHubPin>(pContext);
-    EXPECT_TRUE(pPin->isAlive());
-    auto end = std::async(std::launch::async, [&] { pHub.reset(); });
-    EXPECT_TRUE(eventually([&] { return (rPins.load() & 1) == 0; }));
-    EXPECT_FALSE(ready(end, 30));
-    EXPECT_FALSE(CXapelHubPin(pContext).isAlive());
-    pPin.reset();
-    EXPECT_TRUE(ready(end));
-}
-
 TEST_F(HostFaults, EndCancelsOnceAndACallAtTheGateFindsNoFunctions) {
     startStream(0);
     auto pParticipant = std::make_unique<CPlain>(m_pDevice);
@@ -244,17 +228,6 @@ TEST_F(HostFaults, EndCancelsOnceAndACallAtTheGateFindsNoFunctions) {
     EXPECT_TRUE(ready(end));
     EXPECT_EQ(blocked.get(), GC_ERR_TIMEOUT);
     EXPECT_EQ(Control::calls(Control::eHostCancel), 1U);
-}
-
-TEST_F(HostFaults, SlotsAreUsedAgainAfterOthersHaveRested) {
-    constexpr size_t LIVES = 300;
-    std::set<void*> contexts;
-    for (size_t i = 0; i < LIVES; ++i) {
-        CXapelBypass participant(m_pDevice);
-        contexts.insert(Control::hookContexts().at(0));
-        EXPECT_GE(contexts.size(), std::min(i + 1, XAPEL_SLOTS_RETIRED_MIN));
-    }
-    EXPECT_LT(contexts.size(), LIVES);
 }
 
 TEST_F(HostFaults, HeldCallMeetsNoHubOrTheNextOneOfItsSlot) {

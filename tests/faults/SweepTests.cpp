@@ -23,7 +23,7 @@ using XapelTest::CScenario;
 /// @return number of runs.
 uint64_t sweep(const std::string& strWhat, int64_t nSpare, const std::function<bool(uint64_t)>& fnRun) {
     // From here on hubs stand in slots that were used before.
-    for (std::size_t i = 0; i < XAPEL_SLOTS_RETIRED_MIN; ++i)
+    for (std::size_t i = 0; i <= XAPEL_SLOTS_RETIRED_MIN; ++i)
         xapelSlotRetire(xapelSlotAcquire(sizeof(CXapelBypassDevice)));
     // A few runs without a fault fill what the process keeps once; then each adds what the host keeps of a device.
     int64_t nKept = 0;

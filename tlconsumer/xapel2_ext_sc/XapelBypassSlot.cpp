@@ -51,7 +51,7 @@ void* xapelSlotAcquire(std::size_t nBytes) {
     SlotPool& rPool = pool();
     {
         const std::lock_guard<std::mutex> lock(rPool.m_mtx);
-        if (rPool.m_nRetired >= XAPEL_SLOTS_RETIRED_MIN) {
+        if (rPool.m_nRetired > XAPEL_SLOTS_RETIRED_MIN) {
             Slot* pSlot = rPool.m_pOldest;
             rPool.m_pOldest = pSlot->m_pNextRetired;
             --rPool.m_nRetired;
@@ -83,6 +83,14 @@ CXapelHubLife::CXapelHubLife(void* pHub) : m_rWord(xapelSlotPinWord(pHub)) {
 }
 
 CXapelHubLife::~CXapelHubLife() {
+    refuseCalls();
+    waitForCalls();
+}
+
+void CXapelHubLife::refuseCalls() {
     m_rWord.fetch_and(~uint64_t{1}, std::memory_order_acq_rel);
+}
+
+void CXapelHubLife::waitForCalls() const {
     while (m_rWord.load(std::memory_order_acquire) >= 2) xapelSpinPause();
 }

@@ -203,8 +203,8 @@ private:
         const auto fnNumber = [&](const char* pKey) {
             return rSummary[pKey].is_number() ? rSummary[pKey].get<double>() : std::numeric_limits<double>::quiet_NaN();
         };
-        // A filter trades the single pixels for less noise: what it leaves is not predicted.
-        const bool bPredicted = m_rPair.Pair && filterText(m_rInput.Files).empty();
+        // A filter trades the single pixels for less noise, and what is cut off cannot be made even: neither is predicted.
+        const bool bPredicted = m_rPair.Pair && filterText(m_rInput.Files).empty() && dSaturated <= SATURATED_MAX;
         const Findings vecMissed = compareWithPrediction(
             m_rInput.Light, {fnNumber("prnuBefore"), fnNumber("prnuAfter")},
             bPredicted ? m_rPair.Pair->Figures.dResidualPercent : std::numeric_limits<double>::quiet_NaN());

@@ -5,8 +5,6 @@
 #include <pthread.h>
 
 #include <memory>
-#include <mutex>
-#include <optional>
 #include <stdexcept>
 #include <thread>
 
@@ -14,7 +12,6 @@
 
 #include "Participants.h"
 #include "StreamFixture.h"
-#include "XapelAccessControl.h"
 
 namespace {
 
@@ -64,22 +61,6 @@ protected:
     std::unique_ptr<CPlain> m_pHolder;
 };
 
-TEST(AccessControl, FlagBitStaysUntilItsLastPublisherLeavesAndUnknownModeIsShared) {
-    typedef CXapelAccessControl Guard;
-    std::mutex mtx;
-    XapelAccessControlData data;
-    std::optional<Guard> first, second;
-    first.emplace(mtx, data, Guard::eShared, 1);
-    second.emplace(mtx, data, static_cast<Guard::eMode>(7), 1 | 2 | 0x80000000U);
-    EXPECT_FALSE(data.IsExclusive());
-    second->WaitExclusive();  // returns at once: not exclusive
-    EXPECT_EQ(data.Flags(), 0x80000003U);
-    first.reset();
-    EXPECT_EQ(data.Flags(), 0x80000003U);
-    second.reset();
-    EXPECT_EQ(data.Flags(), 0U);
-}
-
 TEST_F(Dispatch, FetchReachesTheHostWhenAllForward) {
     const CHookCaller hooks;
     const Row rows[] = {{{}, 0, 0, 1},
@@ -121,32 +102,6 @@ TEST_F(Dispatch, CancelOpenAndCloseReachTheHostWithAnyParticipant) {
     for (const Row& rRow : {Row{{}, -1002, 0, 0}, Row{{DONE}, 0, 1, 1}, Row{{FAIL, DONE}, 0, 1, 1}}) {
         check(rRow, Control::eHostClose, [&] { return hooks.close(m_pStream); });
         openDataStream(m_pDevice, m_pStream);
-    }
-}
-
-TEST_F(Dispatch, BaseParticipantIsTransparent) {
-    std::vector<std::string> log;
-    CSpy useSpy(m_pDevice, "spy", log);
-    useSpy.registerParticipantForCalling();
-    m_pHolder->registerParticipant();
-    const CHookCaller hooks;
-    EXPECT_EQ(fetch(), 0);
-    EXPECT_EQ(Control::calls(Control::eHostFetch), 1U);
-    EXPECT_EQ(log, std::vector<std::string>{"spy.use"});
-    EXPECT_EQ(hooks.info(), 0);
-    EXPECT_EQ(Control::calls(Control::eHostInfo), 1U);
-    // A failing query is repeated by the hub, whose result counts.
-    EXPECT_EQ(hooks.info(false), GC_ERR_INVALID_PARAMETER);
-    EXPECT_EQ(Control::calls(Control::eHostInfo), 3U);
-    // Once by the participant and once by the hub.
-    const std::pair<Control::eHostOp, std::function<void()>> twice[] = {
-        {Control::eHostCancel, [&] { hooks.cancel(); }},
-        {Control::eRegisterFetch, [&] { hooks.open(); }},
-        {Control::eHostClose, [&] { hooks.close(m_pStream); }}};
-    for (const auto& [eOp, fnCall] : twice) {
-        const uint64_t nBefore = Control::calls(eOp);
-        fnCall();
-        EXPECT_EQ(Control::calls(eOp) - nBefore, 2U);
     }
 }
 

@@ -5,7 +5,9 @@
 #include "xapel2_ext_sc.h"
 
 #include <cstdio>
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "StreamFixture.h"
 
@@ -13,6 +15,8 @@ namespace {
 
 using namespace XAPEL2::StandIn;
 using XAPEL2::Ext::Sc::Shading;
+
+typedef std::vector<std::string> Texts;
 
 class Facade : public XapelTest::StreamFixture {};
 
@@ -34,16 +38,31 @@ TEST_F(Facade, FiltersHaveNamesAndKeepTheirValuesApart) {
         shading.SetFilter(rRow.eType, rRow.bLight, uValue++);
         EXPECT_EQ(Control::nodeAccesses().at(0).strValue, rRow.strName);
     }
-    int iValue = 3;
-    for (const auto& rRow : rows) {
-        EXPECT_EQ(shading.GetFilter(rRow.eType, rRow.bLight), iValue++);
-        EXPECT_EQ(shading.GetFilterMin(rRow.eType, rRow.bLight), 0);
-        EXPECT_EQ(shading.GetFilterMax(rRow.eType, rRow.bLight), 31);
+    // The limits of all filters are alike, so what was asked for tells more than the answer.
+    const struct {
+        int (Shading::*pfnGet)(Shading::eFilterType, bool);
+        std::string strOperation;
+        int iFirst, iStep;  // answers, filter by filter
+    } getters[] = {{&Shading::GetFilter, "GetInt", 3, 1},
+                   {&Shading::GetFilterMin, "GetIntMin", 0, 0},
+                   {&Shading::GetFilterMax, "GetIntMax", 31, 0}};
+    for (const auto& rGetter : getters) {
+        int iExpected = rGetter.iFirst;
+        for (const auto& rRow : rows) {
+            Control::recordNodes(true);
+            EXPECT_EQ((shading.*rGetter.pfnGet)(rRow.eType, rRow.bLight), iExpected);
+            EXPECT_EQ(XapelTest::nodeTexts(),
+                      (Texts{"ShadingParamSelector SetValue " + rRow.strName,
+                             "ShadingParamValue " + rGetter.strOperation + " " + std::to_string(iExpected)}));
+            iExpected += rGetter.iStep;
+        }
     }
     const auto eNoFilter = static_cast<Shading::eFilterType>(2);
     using XAPEL2::Exceptions::Xapel_InvalidParameterException;
     EXPECT_THROW(shading.SetFilter(eNoFilter, true, 1), Xapel_InvalidParameterException);
-    EXPECT_THROW(shading.GetFilter(eNoFilter, false), Xapel_InvalidParameterException);
+    for (const auto& rGetter : getters) {
+        EXPECT_THROW((shading.*rGetter.pfnGet)(eNoFilter, false), Xapel_InvalidParameterException);
+    }
 }
 
 TEST_F(Facade, HandsOnItsArgumentsAndYieldsZero) {
@@ -54,13 +73,30 @@ TEST_F(Facade, HandsOnItsArgumentsAndYieldsZero) {
     std::string strValues;
     for (const auto& rAccess : Control::nodeAccesses()) strValues += rAccess.strValue + " ";
     EXPECT_EQ(strValues, "Mono10 3 4 24 32 2 5 ");
+    // Commands tell the operations apart, and light from dark; the file is the one named.
     Control::forceStatus(0, 0);
-    Control::recordNodes(true);
-    shading.ReferenceClear();
-    EXPECT_EQ(Control::nodeAccesses().at(0).strValue, "4");
-    Control::recordNodes(true);
-    shading.SetEnable(false);
-    EXPECT_TRUE(Control::nodeAccesses().empty());
+    const std::string strStatus = "ShadingStatus GetInt 0", strFile = "ShadingBrwFilename SetString ";
+    const struct {
+        std::function<void()> fnOperation;
+        Texts accesses;
+    } rows[] = {
+        {[&] { shading.ReferenceLoad(false, "d"); }, {strFile + "d", "ShadingCommand SetInt 5", strStatus}},
+        {[&] { shading.ReferenceLoad(true, "l"); }, {strFile + "l", "ShadingCommand SetInt 6", strStatus}},
+        {[&] { shading.ReferenceStart(false); }, {"ShadingCommand SetInt 7", strStatus}},
+        {[&] { shading.ReferenceStart(true); }, {"ShadingCommand SetInt 8", strStatus}},
+        {[&] { shading.ReferenceEnd("e"); }, {strFile + "e", "ShadingCommand SetInt 9", strStatus}},
+        {[&] { shading.ReferenceApply(); },
+         {"PixelFormat GetString Mono8", "Width GetInt 64", "Height GetInt 48", "ShadingPixelFormat SetString Mono8",
+          "ShadingWidth SetInt 64", "ShadingHeight SetInt 48", "ShadingCommand SetInt 3", strStatus}},
+        {[&] { shading.ReferenceClear(); }, {"ShadingCommand SetInt 4", strStatus}},
+        {[&] { shading.SetEnable(true); }, {"ShadingCommand SetInt 1", strStatus}},
+        {[&] { shading.SetEnable(false); }, {}},
+    };
+    for (const auto& rRow : rows) {
+        Control::recordNodes(true);
+        rRow.fnOperation();
+        EXPECT_EQ(XapelTest::nodeTexts(), rRow.accesses);
+    }
 }
 
 /// What a shell command prints.
