@@ -6,7 +6,8 @@
 //     fetch-forwarded/host     the same through a hook that only calls the host's own fetch
 //     fetch-off/ours           with the library, correction off
 //     fetch-on/ours            with correction on
-//     processor/host           the five node writes and the command for such a frame, by themselves
+//     processor/host           the five node writes and the command for such a frame, by themselves; as this is no
+//                              fetch, with a look among all announced buffers for the one that has the image
 //
 // The host's own share is measured by itself, so that the library's can be told: with correction off it is what
 // fetch-off takes more than fetch-forwarded, with it on what fetch-on takes more than fetch-off and processor, the

@@ -4,6 +4,7 @@
 
 #include "standin/host/stream/BufferTable.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "standin/host/stream/CallFrame.h"
@@ -111,13 +112,27 @@ void CBufferTable::add(const std::shared_ptr<Buffer>& pBuffer) {
     // Steps of 16 keep the handles apart from small integers and look like addresses in a log.
     m_iNext += 16;
     const BufferHandle hBuffer = reinterpret_cast<BufferHandle>(m_iNext);
-    m_mapBuffers.emplace(hBuffer, pBuffer);
+    const auto itMemory = m_mapMemory.emplace(pBuffer->pBase, pBuffer.get());
+    try {
+        m_mapBuffers.emplace(hBuffer, pBuffer);
+    } catch (...) {
+        m_mapMemory.erase(itMemory);
+        throw;
+    }
     pBuffer->hBuffer = hBuffer;
 }
 
 void CBufferTable::remove(BufferHandle hBuffer) {
     std::lock_guard<std::mutex> lock(m_mtx);
-    m_mapBuffers.erase(hBuffer);
+    const auto itBuffer = m_mapBuffers.find(hBuffer);
+    if (itBuffer == m_mapBuffers.end()) {
+        return;
+    }
+    const Buffer* const pBuffer = itBuffer->second.get();
+    const auto range = m_mapMemory.equal_range(pBuffer->pBase);
+    m_mapMemory.erase(
+        std::find_if(range.first, range.second, [&](const auto& rEntry) { return rEntry.second == pBuffer; }));
+    m_mapBuffers.erase(itBuffer);
 }
 
 bool CBufferTable::isAlive(BufferHandle hBuffer) {
@@ -157,8 +172,14 @@ void CBufferTable::noteCorrection(const void* pImage, eCorrection eCode, const c
         }
     }
     std::lock_guard<std::mutex> lock(m_mtx);
-    for (const auto& rEntry : m_mapBuffers) {
-        Buffer& rBuffer = *rEntry.second;
+    // The image lies in the memory that begins next before it.
+    const void* pBase = nullptr;
+    for (auto itMemory = m_mapMemory.upper_bound(pImage); itMemory != m_mapMemory.begin();) {
+        Buffer& rBuffer = *(--itMemory)->second;
+        if (pBase != nullptr && rBuffer.pBase != pBase) {
+            return;
+        }
+        pBase = rBuffer.pBase;
         // What is queued is the camera's.
         if (imageOf(rBuffer, rBuffer.info) == pImage && rBuffer.eState.load(std::memory_order_relaxed) == eBufferIdle) {
             rBuffer.correction.add(eCode, pReason);

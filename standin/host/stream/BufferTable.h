@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <list>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -60,9 +61,9 @@ struct Buffer {
     /// Changed under the lock of its queue only.
     std::atomic<eBufferState> eState{eBufferIdle};
     List::iterator itPlace;  // guarded by the same lock
-    CCorrectionState correction;
     /// Written under the table's lock, and only while the camera is filling the buffer.
     NamedFrameInfo info;
+    CCorrectionState correction;
 };
 
 /// One lock, held for the copy of one value. Inside a fetch, questions about the buffer that it fetched take no lock:
@@ -95,6 +96,7 @@ private:
 
     std::mutex m_mtx;  // guards all members and the info of all buffers
     std::unordered_map<BufferHandle, std::shared_ptr<Buffer>> m_mapBuffers;
+    std::multimap<const void*, Buffer*> m_mapMemory;  // the same by their base; memory may be announced twice
     std::uintptr_t m_iNext = 0;
 };
 

@@ -143,6 +143,39 @@ TEST_F(Answers, ImageThatIsHandedOverByItsAddressCountsUntilItsBufferIsQueued) {
     EXPECT_EQ(outcome(nextFrame()).first, eNotHanded);
 }
 
+// Memory that two buffers share is an image of both; that of a revoked one is nobody's.
+TEST_F(Answers, ImageIsFoundInTheBufferThatHasItsMemory) {
+    Control::setImageOffset(8);
+    const std::size_t nBytes = payloadSize(m_pStream);
+    std::vector<unsigned char> vecMemory(4 * nBytes);
+    std::vector<BufferHandle> vecBuffers(5);
+    const std::size_t aPlaces[] = {3, 0, 2, 2, 1};
+    for (std::size_t i = 0; i < vecBuffers.size(); ++i) {
+        ASSERT_EQ(GC_ERR_SUCCESS,
+                  announceBuffer(m_pStream, vecMemory.data() + aPlaces[i] * nBytes, nBytes, &vecBuffers[i]));
+        ASSERT_EQ(GC_ERR_SUCCESS, queueBuffer(m_pStream, vecBuffers[i]));
+    }
+    ASSERT_EQ(GC_ERR_SUCCESS, startAcquisition(m_pStream, vecBuffers.size()));
+    for (const BufferHandle hBuffer : vecBuffers) ASSERT_EQ(nextFrame(), hBuffer);
+    const auto fnCodes = [&] {
+        std::string strCodes;
+        for (const BufferHandle hBuffer : vecBuffers) strCodes += std::to_string(outcome(hBuffer).first);
+        return strCodes;
+    };
+    m_processor.applyDark(64, 48, m_folder / "dark.tif");
+    m_processor.process(vecMemory.data() + 2 * nBytes + 7);
+    EXPECT_EQ(fnCodes(), "00000") << "no image begins there";
+    m_processor.process(vecMemory.data() + 2 * nBytes + 8);
+    EXPECT_EQ(fnCodes(), "00110");
+    m_processor.process(vecMemory.data() + 8);
+    EXPECT_EQ(fnCodes(), "01110");
+    ASSERT_EQ(GC_ERR_SUCCESS, revokeBuffer(m_pStream, vecBuffers.back()));
+    vecBuffers.pop_back();
+    m_processor.process(vecMemory.data() + nBytes + 8);
+    m_processor.process(vecMemory.data() + 3 * nBytes + 8);
+    EXPECT_EQ(fnCodes(), "1111");
+}
+
 TEST_F(Answers, OneOfSeveralProcessorsCorrectsAFrame) {
     startStream(4);
     CProcessor idle;
