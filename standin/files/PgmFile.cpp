@@ -12,6 +12,23 @@
 namespace XAPEL2 {
 namespace StandIn {
 
+std::string layoutDifference(const ReplayLayout& rExpected, const ReplayLayout& rOther) {
+    if (rOther.nWidth != rExpected.nWidth) {
+        return "width " + std::to_string(rOther.nWidth) + " instead of " + std::to_string(rExpected.nWidth);
+    }
+    if (rOther.nHeight != rExpected.nHeight) {
+        return "height " + std::to_string(rOther.nHeight) + " instead of " + std::to_string(rExpected.nHeight);
+    }
+    if (rOther.pFormat != rExpected.pFormat) {
+        return std::string("format ") + rOther.pFormat->pName + " instead of " + rExpected.pFormat->pName;
+    }
+    return "";
+}
+
+void failReplay(const std::string& strPath, const std::string& strText) {
+    throw std::runtime_error(strPath + ": " + strText);
+}
+
 namespace {
 
 // Comments included; no writer makes a header anywhere near this.

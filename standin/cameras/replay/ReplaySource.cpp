@@ -53,23 +53,6 @@ std::string describe(const ReplayLayout& rLayout) {
 
 }  // namespace
 
-void failReplay(const std::string& strPath, const std::string& strText) {
-    throw std::runtime_error(strPath + ": " + strText);
-}
-
-std::string layoutDifference(const ReplayLayout& rExpected, const ReplayLayout& rOther) {
-    if (rOther.nWidth != rExpected.nWidth) {
-        return "width " + std::to_string(rOther.nWidth) + " instead of " + std::to_string(rExpected.nWidth);
-    }
-    if (rOther.nHeight != rExpected.nHeight) {
-        return "height " + std::to_string(rOther.nHeight) + " instead of " + std::to_string(rExpected.nHeight);
-    }
-    if (rOther.pFormat != rExpected.pFormat) {
-        return std::string("format ") + rOther.pFormat->pName + " instead of " + rExpected.pFormat->pName;
-    }
-    return "";
-}
-
 CReplaySource::CReplaySource(const std::string& strFolder, const PixelFormat* pFormat)
     : m_strWhat(strFolder), m_pGiven(unpacked(pFormat)) {
     listFolder();
