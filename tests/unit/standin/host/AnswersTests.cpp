@@ -156,10 +156,14 @@ TEST_F(Answers, ImageIsFoundInTheBufferThatHasItsMemory) {
         ASSERT_EQ(GC_ERR_SUCCESS, queueBuffer(m_pStream, vecBuffers[i]));
     }
     ASSERT_EQ(GC_ERR_SUCCESS, startAcquisition(m_pStream, vecBuffers.size()));
-    for (const BufferHandle hBuffer : vecBuffers) ASSERT_EQ(nextFrame(), hBuffer);
+    for (const BufferHandle hBuffer : vecBuffers) {
+        ASSERT_EQ(nextFrame(), hBuffer);
+    }
     const auto fnCodes = [&] {
         std::string strCodes;
-        for (const BufferHandle hBuffer : vecBuffers) strCodes += std::to_string(outcome(hBuffer).first);
+        for (const BufferHandle hBuffer : vecBuffers) {
+            strCodes += std::to_string(outcome(hBuffer).first);
+        }
         return strCodes;
     };
     m_processor.applyDark(64, 48, m_folder / "dark.tif");
