@@ -17,7 +17,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, std::size_t nBytes) 
     const std::string& strPath = s_oFile.hold(pData, nBytes);
     const bool bPgm = nBytes != 0 && pData[0] == 'P';
     try {
-        const ReplayLayout layout = (bPgm ? pgmLayout : tiffLayout)(strPath);
+        const ImageFileLayout layout = (bPgm ? pgmLayout : tiffLayout)(strPath);
         const auto isSide = [](uint64_t n) { return n >= 1 && n <= IMAGE_SIDE_MAX; };
         require(isSide(layout.nWidth) && isSide(layout.nHeight), "a frame has a possible size");
         require(layout.uMaxval >= 1 && layout.uMaxval <= layout.pFormat->fullScale(), "its values fit its format");

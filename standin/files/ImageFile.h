@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 the xapel2_ext_sc authors
-// Image files that can be replayed: binary PGM, PPM and TIFF. Every field of a file is checked before it is used.
+// Image files: binary PGM, PPM and TIFF. Every field of a file is checked before it is used.
 
 #pragma once
 
@@ -13,7 +13,7 @@ namespace XAPEL2 {
 namespace StandIn {
 
 /// What the header of an image file says.
-struct ReplayLayout {
+struct ImageFileLayout {
     uint64_t nWidth = 0, nHeight = 0;      ///< pixels, 1 to IMAGE_SIDE_MAX
     const PixelFormat* pFormat = nullptr;  ///< the smallest mono format that holds the samples, or RGB8
     uint32_t uMaxval = 0;                  ///< largest value that a sample may have
@@ -24,21 +24,21 @@ struct ReplayLayout {
 /// or 16 bits (black is 0) or RGB with 8, the first line at the top. It is uncompressed: a small packed file can become
 /// an image of any size.
 /// @throws std::runtime_error  the file cannot be read or is none of these; names it. @threads any thread.
-ReplayLayout pgmLayout(const std::string& strPath);
-ReplayLayout tiffLayout(const std::string& strPath);
+ImageFileLayout pgmLayout(const std::string& strPath);
+ImageFileLayout tiffLayout(const std::string& strPath);
 
 /// Writes the image of the file, imageBytes() of the layout, which must be that of the file.
 /// @throws std::runtime_error  the file is damaged, has a sample above its maxval or no longer the layout; names it.
 ///                             The memory at pImage may be written in part. @threads any thread.
-void readPgm(const std::string& strPath, const ReplayLayout& rLayout, void* pImage);
-void readTiff(const std::string& strPath, const ReplayLayout& rLayout, void* pImage);
+void readPgm(const std::string& strPath, const ImageFileLayout& rLayout, void* pImage);
+void readTiff(const std::string& strPath, const ImageFileLayout& rLayout, void* pImage);
 
 /// What another layout has that differs from this one ("width 640 instead of 512"); empty when nothing does. Two
 /// largest values of one format count as the same.
-std::string layoutDifference(const ReplayLayout& rExpected, const ReplayLayout& rOther);
+std::string layoutDifference(const ImageFileLayout& rExpected, const ImageFileLayout& rOther);
 
 /// Throws std::runtime_error with path and text.
-[[noreturn]] void failReplay(const std::string& strPath, const std::string& strText);
+[[noreturn]] void failImageFile(const std::string& strPath, const std::string& strText);
 
 }  // namespace StandIn
 }  // namespace XAPEL2

@@ -12,23 +12,6 @@
 namespace XAPEL2 {
 namespace StandIn {
 
-std::string layoutDifference(const ReplayLayout& rExpected, const ReplayLayout& rOther) {
-    if (rOther.nWidth != rExpected.nWidth) {
-        return "width " + std::to_string(rOther.nWidth) + " instead of " + std::to_string(rExpected.nWidth);
-    }
-    if (rOther.nHeight != rExpected.nHeight) {
-        return "height " + std::to_string(rOther.nHeight) + " instead of " + std::to_string(rExpected.nHeight);
-    }
-    if (rOther.pFormat != rExpected.pFormat) {
-        return std::string("format ") + rOther.pFormat->pName + " instead of " + rExpected.pFormat->pName;
-    }
-    return "";
-}
-
-void failReplay(const std::string& strPath, const std::string& strText) {
-    throw std::runtime_error(strPath + ": " + strText);
-}
-
 namespace {
 
 // Comments included; no writer makes a header anywhere near this.
@@ -51,14 +34,14 @@ public:
         for (; m_iPos < m_strText.size() && m_strText[m_iPos] >= '0' && m_strText[m_iPos] <= '9'; ++m_iPos) {
             uValue = uValue * 10 + static_cast<uint64_t>(m_strText[m_iPos] - '0');
             if (uValue > uMax) {
-                failReplay(m_strPath, std::string("PGM ") + pWhat + " above " + std::to_string(uMax));
+                failImageFile(m_strPath, std::string("PGM ") + pWhat + " above " + std::to_string(uMax));
             }
         }
         if (m_iPos == iStart) {
-            failReplay(m_strPath, std::string("PGM header without a ") + pWhat);
+            failImageFile(m_strPath, std::string("PGM header without a ") + pWhat);
         }
         if (uValue == 0) {
-            failReplay(m_strPath, std::string("PGM ") + pWhat + " is 0");
+            failImageFile(m_strPath, std::string("PGM ") + pWhat + " is 0");
         }
         return static_cast<uint32_t>(uValue);
     }
@@ -66,7 +49,7 @@ public:
     // One white space ends the header; the samples follow.
     std::size_t end() {
         if (m_iPos >= m_strText.size() || !isSpace(m_strText[m_iPos])) {
-            failReplay(m_strPath, "PGM header does not end with a white space");
+            failImageFile(m_strPath, "PGM header does not end with a white space");
         }
         return m_iPos + 1;
     }
@@ -82,7 +65,7 @@ private:
             }
         }
         if (m_iPos == iStart) {
-            failReplay(m_strPath, "PGM header is damaged");
+            failImageFile(m_strPath, "PGM header is damaged");
         }
     }
 
@@ -102,10 +85,10 @@ const PixelFormat* formatOfMaxval(uint32_t uMaxval) {
 }
 
 // Opens the file, leaves the stream at the first sample and checks that exactly the samples follow.
-ReplayLayout openPgm(const std::string& strPath, std::ifstream& rFile) {
+ImageFileLayout openPgm(const std::string& strPath, std::ifstream& rFile) {
     rFile.open(strPath, std::ios::binary);
     if (!rFile) {
-        failReplay(strPath, "cannot be opened");
+        failImageFile(strPath, "cannot be opened");
     }
     rFile.seekg(0, std::ios::end);
     const auto nFileBytes = static_cast<uint64_t>(std::max<std::streamoff>(0, rFile.tellg()));
@@ -113,26 +96,26 @@ ReplayLayout openPgm(const std::string& strPath, std::ifstream& rFile) {
     std::string strText(static_cast<std::size_t>(std::min<uint64_t>(nFileBytes, HEADER_BYTES_MAX)), '\0');
     rFile.read(&strText[0], static_cast<std::streamsize>(strText.size()));
     if (!rFile) {
-        failReplay(strPath, "cannot be read");
+        failImageFile(strPath, "cannot be read");
     }
     const bool bColour = strText.compare(0, 2, "P6") == 0;
     if (!bColour && strText.compare(0, 2, "P5") != 0) {
-        failReplay(strPath, "not a binary PGM (P5) or PPM (P6)");
+        failImageFile(strPath, "not a binary PGM (P5) or PPM (P6)");
     }
 
     CPgmHeader header(strPath, strText);
-    ReplayLayout layout;
+    ImageFileLayout layout;
     layout.nWidth = header.number("width", IMAGE_SIDE_MAX);
     layout.nHeight = header.number("height", IMAGE_SIDE_MAX);
     layout.uMaxval = header.number("maxval", 65535);
     layout.pFormat = bColour ? findPixelFormat("RGB8") : formatOfMaxval(layout.uMaxval);
     if (layout.uMaxval > layout.pFormat->fullScale()) {
-        failReplay(strPath, "three channels of more than 8 bits");
+        failImageFile(strPath, "three channels of more than 8 bits");
     }
     const uint64_t nExpected = header.end() + imageBytes(*layout.pFormat, layout.nWidth, layout.nHeight);
     if (nFileBytes != nExpected) {
-        failReplay(strPath, std::string("PGM is ") + (nFileBytes < nExpected ? "truncated" : "too long") + ": " +
-                                std::to_string(nFileBytes) + " bytes instead of " + std::to_string(nExpected));
+        failImageFile(strPath, std::string("PGM is ") + (nFileBytes < nExpected ? "truncated" : "too long") + ": " +
+                                   std::to_string(nFileBytes) + " bytes instead of " + std::to_string(nExpected));
     }
     rFile.seekg(static_cast<std::streamoff>(header.end()));
     return layout;
@@ -140,21 +123,21 @@ ReplayLayout openPgm(const std::string& strPath, std::ifstream& rFile) {
 
 }  // namespace
 
-ReplayLayout pgmLayout(const std::string& strPath) {
+ImageFileLayout pgmLayout(const std::string& strPath) {
     std::ifstream file;
     return openPgm(strPath, file);
 }
 
-void readPgm(const std::string& strPath, const ReplayLayout& rLayout, void* pImage) {
+void readPgm(const std::string& strPath, const ImageFileLayout& rLayout, void* pImage) {
     std::ifstream file;
     const std::string strDifference = layoutDifference(rLayout, openPgm(strPath, file));
     if (!strDifference.empty()) {
-        failReplay(strPath, "changed since it was opened: " + strDifference);
+        failImageFile(strPath, "changed since it was opened: " + strDifference);
     }
     file.read(static_cast<char*>(pImage),
               static_cast<std::streamsize>(imageBytes(*rLayout.pFormat, rLayout.nWidth, rLayout.nHeight)));
     if (!file) {
-        failReplay(strPath, "cannot be read");
+        failImageFile(strPath, "cannot be read");
     }
 
     auto* pBytes = static_cast<uint8_t*>(pImage);
@@ -170,8 +153,8 @@ void readPgm(const std::string& strPath, const ReplayLayout& rLayout, void* pIma
         }
     }
     if (uLargest > rLayout.uMaxval) {
-        failReplay(strPath, "a sample is " + std::to_string(uLargest) + ", above the maxval of " +
-                                std::to_string(rLayout.uMaxval));
+        failImageFile(strPath, "a sample is " + std::to_string(uLargest) + ", above the maxval of " +
+                                   std::to_string(rLayout.uMaxval));
     }
 }
 

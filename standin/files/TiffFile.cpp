@@ -29,11 +29,11 @@ const PixelFormat* formatOfTags(const CTiffInput& rTiff) {
     return findPixelFormat(bColour ? "RGB8" : uBits == 8 ? "Mono8" : "Mono16");
 }
 
-uint64_t rowBytes(const ReplayLayout& rLayout) {
+uint64_t rowBytes(const ImageFileLayout& rLayout) {
     return imageBytes(*rLayout.pFormat, rLayout.nWidth, 1);
 }
 
-ReplayLayout layoutOf(const CTiffInput& rTiff) {
+ImageFileLayout layoutOf(const CTiffInput& rTiff) {
     uint32_t nWidth = 0;
     uint32_t nHeight = 0;
     TIFFGetField(rTiff.get(), TIFFTAG_IMAGEWIDTH, &nWidth);
@@ -41,7 +41,7 @@ ReplayLayout layoutOf(const CTiffInput& rTiff) {
     require(nWidth >= 1 && nHeight >= 1 && nWidth <= IMAGE_SIDE_MAX && nHeight <= IMAGE_SIDE_MAX,
             std::to_string(nWidth) + " x " + std::to_string(nHeight) + " pixels; each side may be 1 to " +
                 std::to_string(IMAGE_SIDE_MAX));
-    ReplayLayout layout;
+    ImageFileLayout layout;
     layout.nWidth = nWidth;
     layout.nHeight = nHeight;
     layout.pFormat = formatOfTags(rTiff);
@@ -57,17 +57,17 @@ auto withTiff(const std::string& strPath, Use fnUse) {
     try {
         return fnUse(CTiffInput(strPath));
     } catch (const CFileError& rError) {
-        failReplay(strPath, std::string("TIFF cannot be used: ") + rError.what());
+        failImageFile(strPath, std::string("TIFF cannot be used: ") + rError.what());
     }
 }
 
 }  // namespace
 
-ReplayLayout tiffLayout(const std::string& strPath) {
+ImageFileLayout tiffLayout(const std::string& strPath) {
     return withTiff(strPath, layoutOf);
 }
 
-void readTiff(const std::string& strPath, const ReplayLayout& rLayout, void* pImage) {
+void readTiff(const std::string& strPath, const ImageFileLayout& rLayout, void* pImage) {
     withTiff(strPath, [&](const CTiffInput& rTiff) {
         const std::string strDifference = layoutDifference(rLayout, layoutOf(rTiff));
         require(strDifference.empty(), "changed since it was opened: " + strDifference);

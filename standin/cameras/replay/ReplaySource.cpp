@@ -47,7 +47,7 @@ const PixelFormat* unpacked(const PixelFormat* pFormat) {
     return findPixelFormat(strName.substr(0, strName.rfind(pFormat->bSplit ? 'P' : 'p')));
 }
 
-std::string describe(const ReplayLayout& rLayout) {
+std::string describe(const ImageFileLayout& rLayout) {
     return std::to_string(rLayout.nWidth) + " x " + std::to_string(rLayout.nHeight) + " " + rLayout.pFormat->pName;
 }
 
@@ -74,10 +74,10 @@ void CReplaySource::listFolder() {
         }
     }
     if (error) {
-        failReplay(m_strWhat, "the folder cannot be read: " + error.message());
+        failImageFile(m_strWhat, "the folder cannot be read: " + error.message());
     }
     if (vecNames.empty()) {
-        failReplay(m_strWhat, "the folder has no image dark_*, light_* or scene_* (.pgm, .ppm, .tif, .tiff)");
+        failImageFile(m_strWhat, "the folder has no image dark_*, light_* or scene_* (.pgm, .ppm, .tif, .tiff)");
     }
     std::sort(vecNames.begin(), vecNames.end());
     for (const std::string& strName : vecNames) {
@@ -95,12 +95,12 @@ void CReplaySource::addFile(const std::string& strPath, eScene eWhat) {
     std::error_code error;
     // A pipe would block the reader for ever.
     if (!fs::is_regular_file(strPath, error)) {
-        failReplay(strPath, "not a regular file");
+        failImageFile(strPath, "not a regular file");
     }
     file.layout = file.bTiff ? tiffLayout(strPath) : pgmLayout(strPath);
     checkFormat(file);
 
-    ReplayLayout delivered = file.layout;
+    ImageFileLayout delivered = file.layout;
     delivered.pFormat = m_pGiven != nullptr ? m_pGiven : file.layout.pFormat;
     if (m_layout.pFormat == nullptr) {
         m_layout = delivered;
@@ -108,8 +108,8 @@ void CReplaySource::addFile(const std::string& strPath, eScene eWhat) {
     }
     const std::string strDifference = layoutDifference(m_layout, delivered);
     if (!strDifference.empty()) {
-        failReplay(strPath, "differs from the files before it: " + strDifference + " (" + describe(delivered) + "; " +
-                                m_strFirst + " is " + describe(m_layout) + ")");
+        failImageFile(strPath, "differs from the files before it: " + strDifference + " (" + describe(delivered) +
+                                   "; " + m_strFirst + " is " + describe(m_layout) + ")");
     }
     m_vecFiles[eWhat].push_back(file);
 }
@@ -118,7 +118,7 @@ void CReplaySource::addFile(const std::string& strPath, eScene eWhat) {
 void CReplaySource::refuseSameStem(const File& rFile, eScene eWhat) const {
     for (const File& rOther : m_vecFiles[eWhat]) {
         if (&rOther != &rFile && rOther.strStem == rFile.strStem) {
-            failReplay(rFile.strPath, "has the name of " + rOther.strPath + " but for the suffix");
+            failImageFile(rFile.strPath, "has the name of " + rOther.strPath + " but for the suffix");
         }
     }
 }
@@ -129,8 +129,8 @@ void CReplaySource::checkFormat(const File& rFile) const {
         return;
     }
     if (m_pGiven->nChannels != rOwn.nChannels || m_pGiven->nWireBits != rOwn.nWireBits) {
-        failReplay(rFile.strPath, "its samples are stored as " + std::string(rOwn.pName) +
-                                      ", which cannot be read as " + m_pGiven->pName);
+        failImageFile(rFile.strPath, "its samples are stored as " + std::string(rOwn.pName) +
+                                         ", which cannot be read as " + m_pGiven->pName);
     }
 }
 
@@ -145,8 +145,8 @@ void CReplaySource::checkSamples(const File& rFile, const void* pImage) const {
     for (std::size_t i = 0; i < nSamples; ++i) {
         const uint32_t uSample = pSamples[2 * i] | static_cast<uint32_t>(pSamples[2 * i + 1]) << 8;
         if (uSample > uFullScale) {
-            failReplay(rFile.strPath, "a sample is " + std::to_string(uSample) + ", above the full scale of " +
-                                          m_layout.pFormat->pName);
+            failImageFile(rFile.strPath, "a sample is " + std::to_string(uSample) + ", above the full scale of " +
+                                             m_layout.pFormat->pName);
         }
     }
 }
@@ -179,11 +179,11 @@ std::string CReplaySource::frameName(eScene eWhat, uint64_t iFrame) const {
 void CReplaySource::fill(const CameraSettings& rSettings, eScene eWhat, uint64_t iFrame, void* pImage) {
     const std::vector<File>& rFiles = filesOf(eWhat);
     if (rFiles.empty()) {
-        failReplay(m_strWhat, std::string("there is no image ") + PREFIXES[eWhat] + "*");
+        failImageFile(m_strWhat, std::string("there is no image ") + PREFIXES[eWhat] + "*");
     }
     if (rSettings.pFormat != m_layout.pFormat || rSettings.nWidth != m_layout.nWidth ||
         rSettings.nHeight != m_layout.nHeight || rSettings.nOffsetX != 0 || rSettings.nOffsetY != 0) {
-        failReplay(m_strWhat, "size and format of recorded frames cannot be changed");
+        failImageFile(m_strWhat, "size and format of recorded frames cannot be changed");
     }
     const File& rFile = rFiles[static_cast<std::size_t>(iFrame % rFiles.size())];
     (rFile.bTiff ? readTiff : readPgm)(rFile.strPath, rFile.layout, pImage);

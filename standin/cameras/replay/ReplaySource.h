@@ -47,7 +47,7 @@ private:
         std::string strPath;
         std::string strStem;
         bool bTiff = false;
-        ReplayLayout layout;
+        ImageFileLayout layout;
     };
 
     void listFolder();
@@ -59,7 +59,7 @@ private:
 
     std::string m_strWhat;            // the folder, or how many files
     const PixelFormat* m_pGiven;      // null: none
-    ReplayLayout m_layout;            // that of the first file, with the format that is delivered
+    ImageFileLayout m_layout;            // that of the first file, with the format that is delivered
     std::string m_strFirst;           // the first file
     std::vector<File> m_vecFiles[3];  // by scene
 };
