@@ -18,6 +18,7 @@
 #include "commands/Report.h"
 #include "commands/SetOutput.h"
 #include "commands/Run.h"
+#include "commands/SetOutput.h"
 #include "demo/Demo.h"
 
 namespace XAPEL2 {

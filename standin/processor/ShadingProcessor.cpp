@@ -24,6 +24,10 @@
 namespace XAPEL2 {
 namespace StandIn {
 
+// Here, since the texts are others in each file that includes them.
+const std::array<const char*, 4> CShadingProcessor::PARAMETERS = {
+    SHADING_PARAM_BOX_LIGHT, SHADING_PARAM_BOX_DARK, SHADING_PARAM_MEDIAN_LIGHT, SHADING_PARAM_MEDIAN_DARK};
+
 namespace {
 
 constexpr const auto& PARAMETERS = CShadingProcessor::PARAMETERS;

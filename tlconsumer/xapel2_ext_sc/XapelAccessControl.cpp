@@ -31,6 +31,10 @@ bool XapelAccessControlData::IsExclusive() const {
     return m_nUsers.load(std::memory_order_acquire) <= 1;
 }
 
+bool XapelAccessControlData::IsEmpty() const {
+    return m_nUsers.load(std::memory_order_acquire) == 0;
+}
+
 void XapelAccessControlData::WaitExclusive() const {
     while (!IsExclusive()) xapelSpinPause();
 }

@@ -30,6 +30,9 @@ public:
     /// True when there is no user, or only one: for a caller that is inside, that it is alone. @threads any.
     bool IsExclusive() const;
 
+    /// True when there is no user: for a caller that is outside. @threads any.
+    bool IsEmpty() const;
+
     /// Spins until IsExclusive(). What users did inside is visible afterwards. @threads any.
     void WaitExclusive() const;
 

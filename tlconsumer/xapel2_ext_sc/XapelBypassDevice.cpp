@@ -4,6 +4,8 @@
 
 #include "XapelBypassDevice.h"
 
+#include <cxxabi.h>
+
 #include <algorithm>
 
 #include "xapel2/XapelDevice.h"
@@ -45,13 +47,23 @@ void removeOrThrow(eXapelHook eHook, XAPEL2::Device* pDevice, XAPEL2::DataStream
                                            eHook == eHookClose ? DEVICE_INVALID : STREAM_INVALID);
 }
 
+/// Runs a step whose failure changes nothing for the caller. @return false when it threw.
+template <typename Step>
+bool runInSilence(Step fnStep) {
+    try {
+        fnStep();
+        return true;
+    } catch (const abi::__forced_unwind&) {
+        throw;  // the thread is being cancelled: swallowing this would end the process
+    } catch (...) {
+        return false;
+    }
+}
+
 /// Removes the first nHooks hooks, last one first, as far as the host lets it, in silence.
 void takeBack(unsigned nHooks, XAPEL2::Device* pDevice, XAPEL2::DataStream* pDataStream, CXapelBypassDevice* pHub) {
     while (nHooks-- > 0) {
-        try {
-            removeOrKeepSlot(static_cast<eXapelHook>(nHooks), pDevice, pDataStream, pHub);
-        } catch (...) {
-        }
+        runInSilence([=] { removeOrKeepSlot(static_cast<eXapelHook>(nHooks), pDevice, pDataStream, pHub); });
     }
 }
 
@@ -119,6 +131,21 @@ XAPEL2::DataStream* CXapelBypassDevice::findFirstDataStream(const char* pFunctio
         throw Xapel_NotAvailableException(XAPEL_BYPASS_SOURCE_FILE, __LINE__, pFunction,
                                           "The device doesn't support any data streams.");
     return pDataStream;
+}
+
+bool CXapelBypassDevice::isStreamListed(const XAPEL2::DataStream* pDataStream) {
+    XAPEL2::DataStreamList* pList = m_pDevice->GetDataStreams();
+    if (pList == nullptr) {
+        return false;
+    }
+    pList->Refresh();
+    const auto itEnd = pList->end();
+    for (auto itStream = pList->begin(); itStream != itEnd; ++itStream) {
+        if ((*itStream).second == pDataStream) {
+            return true;
+        }
+    }
+    return false;
 }
 
 XapelHostFunctions CXapelBypassDevice::hostFunctions() const {
@@ -202,8 +229,12 @@ void CXapelBypassDevice::registerHooks(XAPEL2::DataStream* pDataStream, bool bRe
 void CXapelBypassDevice::leaveStream(const XapelHostFunctions& rBefore) {
     // Nobody would remove these hooks later, nor end a fetch that waits there: the hub now cancels elsewhere.
     takeBack(XAPEL_HOOK_FIRST_OF_DEVICE, m_pDevice, rBefore.pDataStream, this);
-    if (rBefore.pfnCancelGetFilledBuffer != nullptr)
-        rBefore.pfnCancelGetFilledBuffer(rBefore.hDataStream);
+    runInSilence([&] {
+        // The handle of a stream that is gone may be dead, and nobody can wait there.
+        if (rBefore.pfnCancelGetFilledBuffer != nullptr && isStreamListed(rBefore.pDataStream)) {
+            rBefore.pfnCancelGetFilledBuffer(rBefore.hDataStream);
+        }
+    });
 }
 
 void CXapelBypassDevice::deInitCallBacks() {
@@ -243,18 +274,37 @@ void CXapelBypassDevice::removeFrom(ParticipantList& rList, CXapelBypass* p) {
 }
 
 void CXapelBypassDevice::dropParticipant(CXapelBypass* p) noexcept {
-    // A mutex that cannot be locked ends the process here: the object would be destroyed while it can still be called.
-    if (!isListed(p))
+    bool bMayBeListed = true;
+    runInDestructor([&] { bMayBeListed = isListed(p); });
+    if (!bMayBeListed) {
         return;
-    {
+    }
+    bool bRemoved = false;
+    runInDestructor([&] {
         const CXapelAccessControl guard(m_mtxAccess, m_AccessData, CXapelAccessControl::eExclusive, eCallNone);
         runInDestructor([this] { waitExclusiveAccess(); });
         m_AccessData.WaitExclusive();
         const std::lock_guard<std::mutex> lock(m_mtxLeaf);
         m_lstParticipants.remove(p);
         m_lstParticipantsForCalling.remove(p);
+        bRemoved = true;
+    });
+    if (!bRemoved) {
+        endService();
     }
     m_OpenClose.waitUntilNone();
+}
+
+void CXapelBypassDevice::endService() noexcept {
+    m_OpenClose.close();
+    m_Life.refuseCalls();
+    // Once, now that nobody comes after: who waits in the host is inside.
+    runInDestructor([this] { consumer_cancelGetFilledBuffer(); });
+    m_Life.waitForCalls();
+    // A list change of another thread may still be asking the participants to cancel.
+    while (!m_AccessData.IsEmpty()) {
+        xapelSpinPause();
+    }
 }
 
 bool CXapelBypassDevice::isListed(CXapelBypass* p) const {

@@ -71,7 +71,8 @@ public:
     void registerParticipantForCalling(CXapelBypass* p);
     void unregisterParticipantForCalling(CXapelBypass* p);
 
-    /// Takes p off both lists, whatever the host does. Leaves the gate alone when p is in neither.
+    /// Takes p off both lists, whatever the host does. Leaves the gate alone when p is in neither. Where a mutex cannot
+    /// be locked, the hub ends its service instead: p may be destroyed all the same.
     void dropParticipant(CXapelBypass* p) noexcept;
 
     // Hook calls, entered from the host with the hub pinned. Exceptions of participants and host functions leave them.
@@ -90,7 +91,11 @@ public:
     int consumer_cancelGetFilledBuffer();
     int consumer_DeviceCloseDataStream(void* pStream);
     /// Moves the hub to the stream that the device lists first, and registers the hooks again. A stream that it moves
-    /// away from loses its hooks, and fetches that wait there are cancelled once. Returns 0.
+    /// away from loses its hooks, and where it is still listed, fetches that wait there are cancelled once. Follows
+    /// openings that overlap, a bounded number of times. Returns 0.
+    /// @throws Xapel_NotAvailableException   the device lists no data stream; nothing has changed.
+    /// @throws Xapel_ObjectInvalidException  the host refused a hook; the hub stays on its stream.
+    /// @throws what the host throws from the first look-up or a registration.
     int consumer_DeviceOpenDataStream();
 
     XAPEL2::Device* getXapelDevice() const { return m_pDevice; }
@@ -104,10 +109,17 @@ private:
     /// Replaces the set as a whole and returns the one before. bUnlessMoved: where the hub stands on another stream by
     /// now, it keeps its set and rHost comes back.
     XapelHostFunctions storeHostFunctions(const XapelHostFunctions& rHost, bool bUnlessMoved = false);
+    /// The hub has moved: takes its hooks off the stream before, and cancels the fetches there once. What the host
+    /// throws stays here.
     void leaveStream(const XapelHostFunctions& rBefore);
     void registerHooks(XAPEL2::DataStream* pDataStream, bool bRegisterOpen);
     void clearHostFunctions();
     XAPEL2::DataStream* findFirstDataStream(const char* pFunction);
+    bool isStreamListed(const XAPEL2::DataStream* pDataStream);
+
+    /// Turns every call away from here on, as if the hub were gone, and returns when none is inside: for a list that
+    /// cannot be changed. Price: no participant of the device is called again while the hub is held.
+    void endService() noexcept;
 
     void addTo(ParticipantList& rList, CXapelBypass* p);
     void removeFrom(ParticipantList& rList, CXapelBypass* p);

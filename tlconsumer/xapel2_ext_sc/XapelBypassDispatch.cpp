@@ -9,6 +9,14 @@
 #include "XapelBypass.h"
 #include "XapelBypassDevice.h"
 
+namespace {
+
+/// How often one opening may move the hub. Each overlapping opening looks for itself too, so the last of them settles
+/// the place; an end is needed where a host never lists the same stream first twice.
+constexpr unsigned XAPEL_MOVES_MAX = 8;
+
+}  // namespace
+
 std::vector<CXapelBypass*> CXapelBypassDevice::copyParticipants() const {
     const std::lock_guard<std::mutex> lock(m_mtxLeaf);
     return std::vector<CXapelBypass*>(m_lstParticipants.begin(), m_lstParticipants.end());
@@ -127,12 +135,21 @@ int CXapelBypassDevice::deviceOpenDataStream_Callback() {
 
 int CXapelBypassDevice::consumer_DeviceOpenDataStream() {
     XAPEL2::DataStream* pDataStream = findFirstDataStream("consumer_DeviceOpenDataStream");
-    for (;;) {
+    for (unsigned nMoves = 0; nMoves < XAPEL_MOVES_MAX; ++nMoves) {
         registerHooks(pDataStream, false);
         // Another opening may have changed the list meanwhile; the last one to look settles it.
-        XAPEL2::DataStream* pFirst = findFirstDataStream("consumer_DeviceOpenDataStream");
-        if (pFirst == pDataStream)
-            return GC_ERR_SUCCESS;
+        XAPEL2::DataStream* pFirst = pDataStream;
+        try {
+            pFirst = findFirstDataStream("consumer_DeviceOpenDataStream");
+        } catch (const abi::__forced_unwind&) {
+            throw;  // the thread is being cancelled: swallowing this would end the process
+        } catch (...) {
+            // The hub stands where the first look-up sent it, so this opening has done its work.
+        }
+        if (pFirst == pDataStream) {
+            break;
+        }
         pDataStream = pFirst;
     }
+    return GC_ERR_SUCCESS;
 }

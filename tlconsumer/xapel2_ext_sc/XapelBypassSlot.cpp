@@ -83,6 +83,14 @@ CXapelHubLife::CXapelHubLife(void* pHub) : m_rWord(xapelSlotPinWord(pHub)) {
 }
 
 CXapelHubLife::~CXapelHubLife() {
+    refuseCalls();
+    waitForCalls();
+}
+
+void CXapelHubLife::refuseCalls() {
     m_rWord.fetch_and(~uint64_t{1}, std::memory_order_acq_rel);
+}
+
+void CXapelHubLife::waitForCalls() const {
     while (m_rWord.load(std::memory_order_acquire) >= 2) xapelSpinPause();
 }

@@ -63,7 +63,13 @@ private:
 class CXapelHubLife {
 public:
     explicit CXapelHubLife(void* pHub);
-    ~CXapelHubLife();
+    ~CXapelHubLife();  ///< Both of the following.
+
+    /// Every call that pins from here on finds the hub dead. May be repeated.
+    void refuseCalls();
+    /// Spins until no pin is left; after refuseCalls(), and not from inside a hook call.
+    void waitForCalls() const;
+
     CXapelHubLife(const CXapelHubLife&) = delete;
     CXapelHubLife& operator=(const CXapelHubLife&) = delete;
 

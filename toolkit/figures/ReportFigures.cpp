@@ -80,13 +80,13 @@ public:
         rJson["after"] = nullptr;
         if (bEven) {
             const MeanImage& rAfter = *m_rInput.Light.After;
-            rJson["after"] = classesJson(bDark ? *m_rInput.Dark.After : blackLike(rAfter), rAfter, dGain, bDark);
+            rJson["after"] = classesJson(bDark ? darkAfter() : blackLike(rAfter), rAfter, dGain, bDark);
         }
         rJson["nonUniformityText"] = nonUniformityText(bEven, bDark);
         addSummary(rJson);
-        if (rJson["summary"]["prnuAfter"] == 0.0) {
+        if (bEven && rJson["summary"]["prnuAfter"].is_null()) {
             rJson["nonUniformityText"] = rJson["nonUniformityText"].get<std::string>() +
-                                         " A PRNU of 0 means that it is hidden by the unevenness in the dark.";
+                                         " A PRNU that is not told is hidden by noise, or by the unevenness in the dark.";
         }
     }
 
@@ -225,6 +225,33 @@ private:
         return Json;
     }
 
+    // Corrected images end at 0 DN, and what is cut off there looks even. The mean of the corrected frames follows from
+    // that of the raw ones, where no filter has changed the references and the formula is the plain one.
+    bool isDarkComputed() const {
+        return filterText(m_rInput.Files).empty() && (!m_rPair.Light || m_rPair.Light->sOutput.isDefault());
+    }
+
+    MeanImage darkAfter() const {
+        if (!isDarkComputed()) {
+            return *m_rInput.Dark.After;
+        }
+        MeanImage image = *m_rInput.Dark.Before;
+        const StandIn::ReferenceImage* pDark = m_rPair.Dark ? &*m_rPair.Dark : nullptr;
+        const std::vector<float> vecGains = gainsOf(pDark, m_rPair.Light ? &*m_rPair.Light : nullptr);
+        double dSquares = 0.0;
+        for (std::size_t i = 0; i < image.vSamples.size(); ++i) {
+            image.vSamples[i] = (image.vSamples[i] - (pDark != nullptr ? pDark->vSamples[i] : 0.0F)) * vecGains[i];
+            dSquares += static_cast<double>(vecGains[i]) * vecGains[i];
+        }
+        // The noise of the dark is about the same in every pixel.
+        dSquares /= static_cast<double>(image.vSamples.size());
+        image.dTemporalVariance *= dSquares;
+        for (double& rVariance : image.vecClassVariance) {
+            rVariance *= dSquares;
+        }
+        return image;
+    }
+
     std::string nonUniformityText(bool bEven, bool bDark) const {
         const std::string strEven = std::to_string(frames(m_rInput.Light)) + " even";
         const std::string strDark = std::to_string(frames(m_rInput.Dark)) + " dark";
@@ -240,8 +267,11 @@ private:
                    "correction is not given: that takes two or more dark frames that are not in the reference.";
         }
         return "Mean of " + strDark + " and " + strEven +
-               " frames that are not in the references, their temporal noise taken out. Corrected dark frames end at 0 "
-               "DN, which makes their DSNU a little low.";
+               " frames that are not in the references, their temporal noise taken out." +
+               (isDarkComputed() ? " The dark signal after correction is that of the formula, below 0 DN too, where "
+                                   "corrected images end."
+                                 : " Corrected dark frames end at 0 DN: without a pedestal their DSNU reads half of "
+                                   "what it is.");
     }
 
     // The colour that is worst after correction, or before where nothing was measured after.

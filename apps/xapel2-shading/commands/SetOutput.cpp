@@ -9,10 +9,10 @@
 #include <ostream>
 #include <stdexcept>
 
+#include "standin/files/SafeFile.h"
 #include "terminal/Exit.h"
 #include "terminal/Output.h"
 #include "terminal/Toolkit.h"
-#include "toolkit/frames/NewFile.h"
 #include "toolkit/judgement/DefectList.h"
 #include "toolkit/judgement/JudgedPair.h"
 #include "toolkit/text/Errors.h"
@@ -109,9 +109,7 @@ int runSetOutput(const SetOutputOptions& rOptions) {
         }
     }
     if (!rOptions.strExport.empty()) {
-        CNewFile file(rOptions.strExport);
-        file.write(defectListText(rOptions.strExport, light));
-        file.finish();
+        StandIn::saveFile(rOptions.strExport, defectListText(rOptions.strExport, light));
     }
     tellChange(output, "target", targetText(before), targetText(light.sOutput));
     tellChange(output, "pedestal", fixed(before.dPedestal, 2) + " DN", fixed(light.sOutput.dPedestal, 2) + " DN");

@@ -13,8 +13,9 @@ namespace XAPEL2 {
 namespace StandIn {
 
 /// Writes a reference. The file appears under its name whole and flushed to disk, or not at all: it is written beside
-/// it under a temporary name, which a failed write removes. An existing file is replaced, also where it is a link. The
-/// temporary file of a killed process (.reference-*.tmp) stays behind and is in nobody's way.
+/// it under a temporary name, which a failed write removes. An existing file is replaced, that behind a symbolic link
+/// where it is one, but not a read-only one. The temporary file of a killed process (.xapel2-*.tmp) is taken away by
+/// the next write into the folder.
 /// The description is a JSON object: kind ("dark", "light"), pixelFormat (PFNC name), images, saturatedShare (0 to 1),
 /// mean and temporalNoise (DN), camera (object) where rReference.strCamera is not empty, and output (object) where
 /// rReference.sOutput says something. A defect map is a second page with 8 bits for each pixel.

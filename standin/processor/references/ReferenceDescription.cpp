@@ -41,6 +41,7 @@ public:
         require(iNumber->second >= 0.0 && iNumber->second <= dLargest, "a number out of range: " + strName);
         return iNumber->second;
     }
+    bool has(const std::string& strName) const { return m_Numbers.count(strName) != 0; }
     std::string text(const std::string& strName) const {
         const auto iText = m_Texts.find(strName);
         require(iText != m_Texts.end(), "no text in the description: " + strName);
@@ -162,6 +163,21 @@ private:
     bool m_bComma = false;   // a value stands before in the same brackets
 };
 
+std::string classNoiseName(std::size_t iClass) {
+    return "temporalNoise" + std::to_string(iClass);
+}
+
+// What older files do not have.
+void readNewer(const CDescriptionReader& rReader, double dFull, ReferenceImage& rReference) {
+    if (rReader.has("firstMean"))
+        rReference.sMeans = {rReader.number("firstMean", dFull), rReader.number("lastMean", dFull),
+                             rReader.number("leastMean", dFull), rReader.number("mostMean", dFull)};
+    for (unsigned k = 0; rReader.has(classNoiseName(0)) && k < rReference.sLayout.classes(); ++k)
+        rReference.vClassNoise.push_back(rReader.number(classNoiseName(k), dFull));
+    if (rReader.has("largest"))
+        rReference.uLargest = static_cast<uint32_t>(rReader.number("largest", dFull));
+}
+
 ReferenceOutput CDescriptionReader::output(double dFull) const {
     require(m_sOutput.eTarget != eTargetValue || (m_sOutput.dTarget > 0.0 && m_sOutput.dTarget <= dFull),
             "the target of the output is not above 0 and up to full scale");
@@ -179,6 +195,14 @@ std::string makeDescription(const ReferenceImage& rReference) {
                           std::to_string(rReference.nImages) + R"(,"saturatedShare":)" +
                           fnNumber(rReference.dSaturatedShare) + R"(,"mean":)" + fnNumber(rReference.dMean) +
                           R"(,"temporalNoise":)" + fnNumber(rReference.dTemporalNoise);
+    const FrameMeans& rMeans = rReference.sMeans;
+    if (!std::isnan(rMeans.dFirst))
+        strText += R"(,"firstMean":)" + fnNumber(rMeans.dFirst) + R"(,"lastMean":)" + fnNumber(rMeans.dLast) +
+                   R"(,"leastMean":)" + fnNumber(rMeans.dLeast) + R"(,"mostMean":)" + fnNumber(rMeans.dMost);
+    for (std::size_t k = 0; k < rReference.vClassNoise.size(); ++k)
+        strText += ",\"" + classNoiseName(k) + "\":" + fnNumber(rReference.vClassNoise[k]);
+    if (rReference.uLargest != 0)
+        strText += R"(,"largest":)" + std::to_string(rReference.uLargest);
     if (!rReference.strCamera.empty()) {
         require(Json::accept(rReference.strCamera), "the camera settings are no JSON object");
         strText += R"(,"camera":)" + rReference.strCamera;
@@ -224,6 +248,7 @@ ReferenceImage parseDescription(const char* strText, uint64_t nWidth, uint64_t n
     sReference.dSaturatedShare = oReader.number("saturatedShare", 1.0);
     sReference.dMean = oReader.number("mean", dFull);
     sReference.dTemporalNoise = oReader.number("temporalNoise", dFull);
+    readNewer(oReader, dFull, sReference);
     sReference.strCamera = oReader.camera();
     require(!oReader.hasOutput() || sReference.eKind == eReferenceLight,
             "only a light reference tells how the output is scaled");

@@ -55,7 +55,8 @@ TEST(AccessControl, ExclusiveEntersAtOnceClosesTheGateAndWaitsOnlyWhenAsked) {
             ASSERT_TRUE(ready(holder));
             pHolder = holder.get();
         } else {
-            EXPECT_FALSE(ready(holder, 30)) << "users are inside";
+            ASSERT_TRUE(XapelTest::eventually([&] { return !gate.data.IsExclusive(); })) << "it is inside";
+            EXPECT_FALSE(ready(holder, 30)) << "and waits for the user";
         }
         EXPECT_FALSE(gate.data.IsExclusive());
         EXPECT_EQ(gate.data.Flags(), 1U);

@@ -99,6 +99,13 @@ TEST_F(Buffer, UnusableBuffersAreTracedAndTouchNothing) {
     Control::answerNothing(BUFFER_INFO_IMAGEPRESENT);
     EXPECT_EQ(use(hBuffer, -1001), Texts{});
     EXPECT_EQ(traceTexts(2), INVALID);
+    // Nor can it be used where the host has no function to ask.
+    for (const auto eOp : {Control::eGetBufferInfoFunc, Control::eGetPixelFormatFunc}) {
+        Control::reset();
+        Control::inject({eOp, Control::eRefuse});
+        EXPECT_EQ(use(hBuffer, -1001), Texts{});
+        EXPECT_EQ(traceTexts(2), INVALID);
+    }
 }
 
 TEST_F(Buffer, HostExceptionsEndWithATraceOrPass) {

@@ -42,6 +42,10 @@ TEST(ReferenceFile, GivesBackWhatWasWritten) {
     for (const ImageLayout& rLayout : {layout("RGB8", 7, 5), layout("Mono16", 1000, 700), layout("BayerGB12p", 6, 3)}) {
         ReferenceImage sWritten = sampleReference(rLayout, eReferenceLight);
         sWritten.strCamera = R"({"exposure":1000,"mirror":false,"roi":[0,{"w":8.5},[]],"name":"a \"b\"","last":null})";
+        sWritten.sMeans = {10.25, 11.5, 9.0, 12.125};
+        sWritten.vClassNoise.assign(rLayout.classes(), 2.5);
+        sWritten.vClassNoise.back() = 3.5;
+        sWritten.uLargest = 250;
         writeReferenceFile(oFolder / "a.tif", sWritten);
         const ReferenceImage sRead = readReferenceFile(oFolder / "a.tif");
         EXPECT_EQ(sRead.eKind, eReferenceLight);
@@ -50,6 +54,10 @@ TEST(ReferenceFile, GivesBackWhatWasWritten) {
         EXPECT_EQ(sRead.dSaturatedShare, 0.25);
         EXPECT_EQ(sRead.dMean, 100.5);
         EXPECT_EQ(sRead.dTemporalNoise, 3.125);
+        EXPECT_EQ(sRead.vClassNoise, sWritten.vClassNoise);
+        EXPECT_TRUE(sRead.sMeans.dFirst == 10.25 && sRead.sMeans.dLast == 11.5 && sRead.sMeans.dLeast == 9.0 &&
+                    sRead.sMeans.dMost == 12.125);
+        EXPECT_EQ(sRead.uLargest, 250U);
         EXPECT_EQ(sRead.strCamera, sWritten.strCamera);
         EXPECT_EQ(sRead.vSamples, sWritten.vSamples);
         EXPECT_EQ(oFolder.names(), std::vector<std::string>{"a.tif"});
@@ -237,6 +245,8 @@ TEST(ReferenceFile, RefusesFilesThatLie) {
         {"half an image more", "images", fnNone, replaced(R"("images":2)", R"("images":2.5)")},
         {"no image", "images", fnNone, replaced(R"("images":2)", R"("images":0)")},
         {"share above 1", "saturatedShare", fnNone, replaced(R"("saturatedShare":0)", R"("saturatedShare":2)")},
+        {"frame mean above full scale", "firstMean", fnNone, replaced("}", R"(,"firstMean":4096})")},
+        {"frame mean without the others", "lastMean", fnNone, replaced("}", R"(,"firstMean":5})")},
         {"mean above full scale", "mean", fnNone, replaced(R"("mean":5)", R"("mean":5000)")},
         {"noise a text", "temporalNoise", fnNone, replaced(R"("temporalNoise":1)", R"("temporalNoise":"1")")},
         {"camera a number", "camera", fnNone, replaced("}", R"(,"camera":1})")},
