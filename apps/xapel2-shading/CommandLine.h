@@ -16,7 +16,6 @@
 #include "commands/Devices.h"
 #include "commands/Record.h"
 #include "commands/Report.h"
-#include "commands/SetOutput.h"
 #include "commands/Run.h"
 #include "commands/SetOutput.h"
 #include "demo/Demo.h"
