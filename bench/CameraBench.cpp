@@ -29,8 +29,9 @@ constexpr unsigned BUFFERS = 40;  // a fifth of a second
 constexpr unsigned TIMEOUT_MS = 5000;
 
 void require(bool bDone, const char* pStep) {
-    if (!bDone)
+    if (!bDone) {
         throw std::runtime_error(std::string(pStep) + " failed");
+    }
 }
 
 /// The camera's process.
@@ -62,8 +63,9 @@ private:
         const XapelTest::CFakeCamera camera([&](const PixelFormat&, uint64_t nWidth, uint64_t nHeight, void* pImage) {
             if (vecRamp.size() != nWidth * nHeight) {
                 vecRamp.resize(nWidth * nHeight);
-                for (std::size_t i = 0; i < vecRamp.size(); ++i)
+                for (std::size_t i = 0; i < vecRamp.size(); ++i) {
                     vecRamp[i] = static_cast<uint8_t>(100 + 100 * (i % nWidth) / nWidth);
+                }
             }
             std::memcpy(pImage, vecRamp.data(), vecRamp.size());
         });
@@ -113,8 +115,9 @@ public:
                 ++result.nIncomplete;
             } else {
                 const auto* pBytes = static_cast<const uint8_t*>(info<void*>(hBuffer, BUFFER_INFO_BASE));
-                if (result.nComplete++ == 0)
+                if (result.nComplete++ == 0) {
                     result.vecFirst.assign(pBytes, pBytes + payloadSize(m_pStream));
+                }
                 require(std::memcmp(pBytes, result.vecFirst.data(), result.vecFirst.size()) == 0, "comparing a frame");
             }
             require(queueBuffer(m_pStream, hBuffer) == 0, "queueing a buffer");
@@ -128,8 +131,9 @@ private:
             try {
                 return openDevice("aravis:127.0.0.1");
             } catch (const XAPEL2::Exceptions::Xapel_NotAvailableException&) {
-                if (i == 10)
+                if (i == 10) {
                     throw;
+                }
             }
         }
     }
@@ -145,13 +149,13 @@ private:
     XAPEL2::DataStream* m_pStream;
 };
 
-void report(const Options& rOptions, bool bOn, const CCameraBench::Result& rResult, double fSeconds) {
+void report(const Options& rOptions, bool bOn, const CCameraBench::Result& rResult, double dSeconds) {
     // The numbers of GigE Vision go from 1 to 65535 and round.
     const uint64_t nSent = (rResult.iLast + 65535 - rResult.iFirst) % 65535 + 1;
     note(rOptions, "correction %-3s  %llu frames sent, %llu lost (%llu of them came incomplete), %.1f frames/s",
          bOn ? "on" : "off", static_cast<unsigned long long>(nSent),
          static_cast<unsigned long long>(nSent - rResult.nComplete),
-         static_cast<unsigned long long>(rResult.nIncomplete), static_cast<double>(rResult.nComplete) / fSeconds);
+         static_cast<unsigned long long>(rResult.nIncomplete), static_cast<double>(rResult.nComplete) / dSeconds);
 }
 
 void bench(const Options& rOptions) {

@@ -53,22 +53,22 @@ constexpr Format FORMATS[] = {{"mono8", "Mono8", eSamples8, true},
 class CRing {
 public:
     CRing(const CScene& rScene, std::size_t nBuffers)
-        : m_rImage(rScene.image()), m_Memory(nBuffers * (m_rImage.size() + GAP)) {
+        : m_rImage(rScene.image()), m_memory(nBuffers * (m_rImage.size() + GAP)) {
         const std::size_t nStep = (m_rImage.size() + GAP) / 64 * 64;
-        for (std::size_t i = 0; i < nBuffers; ++i) m_vBuffers.push_back(m_Memory.data() + i * nStep);
+        for (std::size_t i = 0; i < nBuffers; ++i) m_vecBuffers.push_back(m_memory.data() + i * nStep);
         refill();
     }
     void refill() {
-        for (uint8_t* pBuffer : m_vBuffers) std::memcpy(pBuffer, m_rImage.data(), m_rImage.size());
+        for (uint8_t* pBuffer : m_vecBuffers) std::memcpy(pBuffer, m_rImage.data(), m_rImage.size());
     }
-    uint8_t* next() { return m_vBuffers[m_iNext++ % m_vBuffers.size()]; }
-    const std::vector<uint8_t*>& buffers() const { return m_vBuffers; }
+    uint8_t* next() { return m_vecBuffers[m_iNext++ % m_vecBuffers.size()]; }
+    const std::vector<uint8_t*>& buffers() const { return m_vecBuffers; }
 
 private:
     static constexpr std::size_t GAP = 21 * 64;
     const std::vector<uint8_t>& m_rImage;
-    CHugeMemory m_Memory;
-    std::vector<uint8_t*> m_vBuffers;
+    CHugeMemory m_memory;
+    std::vector<uint8_t*> m_vecBuffers;
     std::size_t m_iNext = 0;
 };
 
@@ -80,10 +80,11 @@ std::size_t addOurs(CRounds& rRounds, CRing& rRing, const CScene& rScene, CShadi
     rNodes.require();
     rScene.check(pFirst);
     // The definition, which vectors must give byte for byte.
-    std::vector<uint8_t> vScalar = rScene.image();
-    makeCorrection(rScene.layout(), &rScene.dark(), &rScene.light(), "scalar")->correct(vScalar.data());
-    if (std::memcmp(pFirst, vScalar.data(), vScalar.size()) != 0)
+    std::vector<uint8_t> vecScalar = rScene.image();
+    makeCorrection(rScene.layout(), &rScene.dark(), &rScene.light(), "scalar")->correct(vecScalar.data());
+    if (std::memcmp(pFirst, vecScalar.data(), vecScalar.size()) != 0) {
         throw std::runtime_error("wrong result: not the bytes of the scalar definition");
+    }
     return rRounds.add({"ours",
                         [&](uint64_t nTimes) {
                             for (uint64_t i = 0; i < nTimes; ++i) rNodes.process(rScene.layout(), rRing.next());
@@ -93,18 +94,18 @@ std::size_t addOurs(CRounds& rRounds, CRing& rRing, const CScene& rScene, CShadi
 }
 
 std::vector<std::size_t> addOpenCv(CRounds& rRounds, CRing& rRing, const CScene& rScene) {
-    std::vector<std::size_t> vCandidates;
+    std::vector<std::size_t> vecCandidates;
     for (const OpenCvWay& rWay : openCvWays(rScene)) {
         rRing.refill();
         rWay.fnCorrect(rRing.buffers().front());
         rScene.check(rRing.buffers().front(), 1.0);  // whole darks, and halves to the even side
-        vCandidates.push_back(rRounds.add({"OpenCV, " + rWay.strName,
-                                           [rWay, &rRing](uint64_t nTimes) {
-                                               for (uint64_t i = 0; i < nTimes; ++i) rWay.fnCorrect(rRing.next());
-                                           },
-                                           [&] { rRing.refill(); }, rRing.buffers().size()}));
+        vecCandidates.push_back(rRounds.add({"OpenCV, " + rWay.strName,
+                                             [rWay, &rRing](uint64_t nTimes) {
+                                                 for (uint64_t i = 0; i < nTimes; ++i) rWay.fnCorrect(rRing.next());
+                                             },
+                                             [&] { rRing.refill(); }, rRing.buffers().size()}));
     }
-    return vCandidates;
+    return vecCandidates;
 }
 
 /// The same correction of its own, with so many defects at places drawn by chance.
@@ -144,10 +145,11 @@ void measure(const Options& rOptions, const Group& rGroup, const Format& rFormat
     const CLimit limit(rFormat.eKind, rScene.layout().bytes());
     CRounds rounds(rOptions);
     const std::size_t iOurs = addOurs(rounds, ring, rScene, rNodes);
-    const std::vector<std::size_t> vLimits = limit.addTo(rounds, ring.buffers());
-    std::vector<std::size_t> vOpenCv;
-    if (rFormat.bOpenCv && (rOptions.bQuick || rGroup.pName == std::string("5mp-ring")))
-        vOpenCv = addOpenCv(rounds, ring, rScene);
+    const std::vector<std::size_t> vecLimits = limit.addTo(rounds, ring.buffers());
+    std::vector<std::size_t> vecOpenCv;
+    if (rFormat.bOpenCv && (rOptions.bQuick || rGroup.pName == std::string("5mp-ring"))) {
+        vecOpenCv = addOpenCv(rounds, ring, rScene);
+    }
     std::vector<DefectWay> vecDefects;
     if (rGroup.pName == std::string(rOptions.bQuick ? "vga-ring" : "5mp-ring")) {
         vecDefects = addDefects(rounds, ring, rScene);
@@ -155,37 +157,42 @@ void measure(const Options& rOptions, const Group& rGroup, const Format& rFormat
     rounds.run();
 
     const std::string strName = std::string(rGroup.pName) + "/" + rFormat.pName;
-    const std::size_t iLimit = rounds.fastest(vLimits);
+    const std::size_t iLimit = rounds.fastest(vecLimits);
     rounds.print(iOurs, strName + "/ours");
     rounds.print(iLimit, strName + "/limit");
-    if (!vOpenCv.empty())
-        rounds.print(rounds.fastest(vOpenCv), strName + "/opencv");
+    if (!vecOpenCv.empty()) {
+        rounds.print(rounds.fastest(vecOpenCv), strName + "/opencv");
+    }
     note(rOptions, "tables of %s: %s", strName.c_str(), rNodes.correction().c_str());
     note(rOptions, "    ours by limit %.2f", rounds.ratio(iOurs, iLimit));
-    for (const std::size_t i : vLimits)
+    for (const std::size_t i : vecLimits) {
         note(rOptions, "    limit, %-28s %6.1f GB/s%s", rounds.name(i).c_str(), limit.traffic() / rounds.ns(i),
              i == iLimit ? " *" : "");
+    }
     for (std::size_t i = 1; i < vecDefects.size(); ++i) {
         note(rOptions, "    %zu defects by none %.3f", vecDefects[i].nDefects,
              rounds.ratio(vecDefects[i].iCandidate, vecDefects[0].iCandidate));
     }
-    for (const std::size_t i : vOpenCv)
+    for (const std::size_t i : vecOpenCv) {
         note(rOptions, "    %s by ours %.2f", rounds.name(i).c_str(), rounds.ratio(i, iOurs));
+    }
 }
 
 void bench(const Options& rOptions) {
     for (const Format& rFormat : FORMATS) {
-        if (!isListed(rOptions.strFormats, rFormat.pName))
+        if (!isListed(rOptions.strFormats, rFormat.pName)) {
             continue;
+        }
         std::unique_ptr<CScene> pScene;
         std::unique_ptr<CShadingNodes> pNodes;
         for (const Group& rGroup : GROUPS) {
-            if (!isListed(rOptions.strGroups, rGroup.pName) || (rOptions.bQuick && !rGroup.bQuick))
+            if (!isListed(rOptions.strGroups, rGroup.pName) || (rOptions.bQuick && !rGroup.bQuick)) {
                 continue;
-            const ImageLayout sLayout{findPixelFormat(rFormat.pPfnc), rGroup.nWidth, rGroup.nHeight};
-            if (!pScene || pScene->layout() != sLayout) {
+            }
+            const ImageLayout layout{findPixelFormat(rFormat.pPfnc), rGroup.nWidth, rGroup.nHeight};
+            if (!pScene || pScene->layout() != layout) {
                 pNodes = std::make_unique<CShadingNodes>();
-                pScene = std::make_unique<CScene>(sLayout);
+                pScene = std::make_unique<CScene>(layout);
                 pScene->apply(*pNodes);
             }
             measure(rOptions, rGroup, rFormat, *pScene, *pNodes);

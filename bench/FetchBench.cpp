@@ -60,35 +60,36 @@ class CFetchBench {
 public:
     enum eState { eBare, eForwarded, eOff, eOn };
 
-    explicit CFetchBench(const Options& rOptions) : m_nFrames(rOptions.bQuick ? 200 : 20000), m_Stream(m_nFrames) {
-        Shading recorder(m_Stream.device());
+    explicit CFetchBench(const Options& rOptions) : m_nFrames(rOptions.bQuick ? 200 : 20000), m_stream(m_nFrames) {
+        Shading recorder(m_stream.device());
         uint8_t uDark = DARK;
         recorder.ReferenceStart(false);
         recorder.ReferenceAdd("Mono8", 1, 1, &uDark, 1);
-        recorder.ReferenceEnd((m_Folder / "dark.tif").c_str());
-        m_Nodes.file(XAPEL2::eCommandLoadDark, m_Folder / "dark.tif");
-        m_Nodes.apply({XAPEL2::StandIn::findPixelFormat("Mono8"), 1, 1});
+        recorder.ReferenceEnd((m_folder / "dark.tif").c_str());
+        m_nodes.file(XAPEL2::eCommandLoadDark, m_folder / "dark.tif");
+        m_nodes.apply({XAPEL2::StandIn::findPixelFormat("Mono8"), 1, 1});
     }
 
     void addFetch(CRounds& rRounds, const char* pName, eState eWanted) {
         const auto fnPrepare = [this, eWanted] {
             enter(eWanted);
-            m_Stream.fill();
+            m_stream.fill();
         };
         fnPrepare();
-        m_Stream.fetch(m_nFrames);
-        m_Stream.requirePixels(eWanted == eOn ? CTinyStream::PIXEL - DARK : CTinyStream::PIXEL);
-        rRounds.add({pName, [this](uint64_t nTimes) { m_Stream.fetch(nTimes); }, fnPrepare, m_nFrames, true});
+        m_stream.fetch(m_nFrames);
+        m_stream.requirePixels(eWanted == eOn ? CTinyStream::PIXEL - DARK : CTinyStream::PIXEL);
+        rRounds.add({pName, [this](uint64_t nTimes) { m_stream.fetch(nTimes); }, fnPrepare, m_nFrames, true});
     }
 
     void addProcessor(CRounds& rRounds) {
         m_uPixel = CTinyStream::PIXEL;
-        m_Nodes.process("Mono8", 1, 1, 1, &m_uPixel);
-        m_Nodes.require();
-        if (m_uPixel != CTinyStream::PIXEL - DARK)
+        m_nodes.process("Mono8", 1, 1, 1, &m_uPixel);
+        m_nodes.require();
+        if (m_uPixel != CTinyStream::PIXEL - DARK) {
             throw std::runtime_error("wrong result of the image processor");
+        }
         rRounds.add({"processor/host", [this](uint64_t nTimes) {
-                         for (uint64_t i = 0; i < nTimes; ++i) m_Nodes.process("Mono8", 1, 1, 1, &m_uPixel);
+                         for (uint64_t i = 0; i < nTimes; ++i) m_nodes.process("Mono8", 1, 1, 1, &m_uPixel);
                      }});
     }
 
@@ -96,24 +97,27 @@ private:
     void enter(eState eWanted) {
         m_pShading.reset();
         m_pForwarder.reset();
-        if (eWanted == eForwarded)
-            m_pForwarder = std::make_unique<CForwarder>(m_Stream.stream());
-        if (eWanted < eOff)
+        if (eWanted == eForwarded) {
+            m_pForwarder = std::make_unique<CForwarder>(m_stream.stream());
+        }
+        if (eWanted < eOff) {
             return;
-        m_pShading = std::make_unique<Shading>(m_Stream.device());
-        if (eWanted == eOff)
+        }
+        m_pShading = std::make_unique<Shading>(m_stream.device());
+        if (eWanted == eOff) {
             return;
-        m_pShading->ReferenceLoad(false, (m_Folder / "dark.tif").c_str());
+        }
+        m_pShading->ReferenceLoad(false, (m_folder / "dark.tif").c_str());
         m_pShading->ReferenceApply();
         m_pShading->SetEnable(true);
     }
 
-    const XAPEL2::Test::CTemporaryFolder m_Folder;
+    const XAPEL2::Test::CTemporaryFolder m_folder;
     const uint64_t m_nFrames;
-    CTinyStream m_Stream;
+    CTinyStream m_stream;
     std::unique_ptr<CForwarder> m_pForwarder;
     std::unique_ptr<Shading> m_pShading;  // before the stream's device is closed
-    CShadingNodes m_Nodes;
+    CShadingNodes m_nodes;
     uint8_t m_uPixel = 0;
 };
 
@@ -163,19 +167,22 @@ void benchGate(const Options& rOptions) {
         {"ours-flags", repeat([&] { gate.enterAndLeave(1); })},
     };
     CRounds rounds(rOptions);
-    for (const auto& rSubject : aSubjects)
+    for (const auto& rSubject : aSubjects) {
         rounds.add({std::string("gate-1-thread/") + rSubject.pName, rSubject.fnLoop, {}, 1000});
+    }
     // Many times: starting a thread must not count.
-    for (const auto& rSubject : aSubjects)
+    for (const auto& rSubject : aSubjects) {
         rounds.add({std::string("gate-2-threads/") + rSubject.pName,
                     [&](uint64_t nTimes) { onTwoThreads(rSubject.fnLoop, nTimes); },
                     {},
                     rOptions.bQuick ? 1000U : 100000U,
                     false,
                     true});
+    }
     rounds.run();
-    if (gate.data.Flags() != 0 || !gate.data.IsExclusive())
+    if (gate.data.Flags() != 0 || !gate.data.IsExclusive()) {
         throw std::runtime_error("wrong result: the gate is not empty");
+    }
     for (std::size_t i = 0; i < 2 * std::size(aSubjects); ++i) rounds.print(i, rounds.name(i));
 }
 

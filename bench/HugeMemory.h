@@ -26,8 +26,9 @@ public:
         s_nOffset = (s_nOffset + STEP) % (PAGE / 4);
         const std::size_t nAll = (nBytes + s_nOffset + PAGE - 1) / PAGE * PAGE;
         m_pBlock.reset(std::aligned_alloc(PAGE, nAll));
-        if (!m_pBlock)
+        if (!m_pBlock) {
             throw std::bad_alloc();
+        }
         madvise(m_pBlock.get(), nAll, MADV_HUGEPAGE);  // a wish: small pages do as well
         std::memset(m_pBlock.get(), 0x5a, nAll);
         m_pData = static_cast<uint8_t*>(m_pBlock.get()) + s_nOffset;

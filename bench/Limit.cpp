@@ -61,12 +61,13 @@ template <unsigned IN_PLACE, unsigned FIRST, unsigned SECOND>
 void CLimit::addKernels() {
     const auto fnAdd = [this](const std::string& strWidth, auto pfnOne, auto pfnOneAhead, auto pfnTwo,
                               auto pfnTwoAhead) {
-        m_vKernels.push_back({strWidth + " one table", false, pfnOne});
-        m_vKernels.push_back({strWidth + " one table, prefetch", false, pfnOneAhead});
-        if (SECOND == 0)
+        m_vecKernels.push_back({strWidth + " one table", false, pfnOne});
+        m_vecKernels.push_back({strWidth + " one table, prefetch", false, pfnOneAhead});
+        if (SECOND == 0) {
             return;
-        m_vKernels.push_back({strWidth + " two tables", true, pfnTwo});
-        m_vKernels.push_back({strWidth + " two tables, prefetch", true, pfnTwoAhead});
+        }
+        m_vecKernels.push_back({strWidth + " two tables", true, pfnTwo});
+        m_vecKernels.push_back({strWidth + " two tables, prefetch", true, pfnTwoAhead});
     };
     constexpr unsigned ALL = FIRST + SECOND;
     m_nInPlaceLines = IN_PLACE;
@@ -74,16 +75,18 @@ void CLimit::addKernels() {
     m_nBlocks = m_nBytes / (IN_PLACE * LINE);
     fnAdd("16 B", xor16<IN_PLACE, ALL, 0, false>, xor16<IN_PLACE, ALL, 0, true>, xor16<IN_PLACE, FIRST, SECOND, false>,
           xor16<IN_PLACE, FIRST, SECOND, true>);
-    if (__builtin_cpu_supports("avx2"))
+    if (__builtin_cpu_supports("avx2")) {
         fnAdd("32 B", xor32<IN_PLACE, ALL, 0, false>, xor32<IN_PLACE, ALL, 0, true>,
               xor32<IN_PLACE, FIRST, SECOND, false>, xor32<IN_PLACE, FIRST, SECOND, true>);
-    if (__builtin_cpu_supports("avx512f"))
+    }
+    if (__builtin_cpu_supports("avx512f")) {
         fnAdd("64 B", xor64<IN_PLACE, ALL, 0, false>, xor64<IN_PLACE, ALL, 0, true>,
               xor64<IN_PLACE, FIRST, SECOND, false>, xor64<IN_PLACE, FIRST, SECOND, true>);
+    }
 }
 
 CLimit::CLimit(eTraffic eKind, std::size_t nBytes)
-    : m_nBytes(nBytes), m_Interleaved(4 * nBytes), m_First(2 * nBytes), m_Second(2 * nBytes) {
+    : m_nBytes(nBytes), m_interleaved(4 * nBytes), m_first(2 * nBytes), m_second(2 * nBytes) {
     switch (eKind) {
         case eSamples8:
             addKernels<1, 1, 2>();
@@ -98,7 +101,7 @@ CLimit::CLimit(eTraffic eKind, std::size_t nBytes)
             addKernels<2, 1, 0>();
             break;
     }
-    for (const CHugeMemory* pTable : {&m_Interleaved, &m_First, &m_Second}) {
+    for (const CHugeMemory* pTable : {&m_interleaved, &m_first, &m_second}) {
         for (std::size_t i = 0; i < 2 * nBytes; ++i) pTable->data()[i] = static_cast<uint8_t>(i * 7 + i / 251);
     }
     check();
@@ -106,46 +109,50 @@ CLimit::CLimit(eTraffic eKind, std::size_t nBytes)
 
 // A kernel that left bytes out would set a limit that nothing can reach.
 void CLimit::check() const {
-    if (m_nBytes % (m_nInPlaceLines * LINE) != 0)
+    if (m_nBytes % (m_nInPlaceLines * LINE) != 0) {
         throw std::runtime_error("the limit needs whole blocks");
+    }
     const CHugeMemory image(m_nBytes);
     const std::size_t nRead = m_nBlocks * m_nReadLines * LINE;
     const std::size_t nFirst = m_nReadLines == 3 ? nRead / 3 : nRead / 2;
-    for (const Kernel& rKernel : m_vKernels) {
-        const CHugeMemory& rFirst = rKernel.bTwoTables ? m_First : m_Interleaved;
+    for (const Kernel& rKernel : m_vecKernels) {
+        const CHugeMemory& rFirst = rKernel.bTwoTables ? m_first : m_interleaved;
         uint64_t uExpected = fold(image.data(), m_nBytes);
-        if (rKernel.bTwoTables)
-            uExpected ^= fold(m_First.data(), nFirst) ^ fold(m_Second.data(), nRead - nFirst);
-        else if (m_nReadLines >= m_nInPlaceLines)  // else every line goes in twice, which cancels out
-            uExpected ^= fold(m_Interleaved.data(), nRead);
-        rKernel.pfn(image.data(), rFirst.data(), m_Second.data(), m_nBlocks);
-        if (fold(image.data(), m_nBytes) != uExpected)
+        if (rKernel.bTwoTables) {
+            uExpected ^= fold(m_first.data(), nFirst) ^ fold(m_second.data(), nRead - nFirst);
+        } else if (m_nReadLines >= m_nInPlaceLines) {  // else every line goes in twice, which cancels out
+            uExpected ^= fold(m_interleaved.data(), nRead);
+        }
+        rKernel.pfn(image.data(), rFirst.data(), m_second.data(), m_nBlocks);
+        if (fold(image.data(), m_nBytes) != uExpected) {
             throw std::runtime_error("the limit's kernel with " + rKernel.strName + " leaves bytes out");
+        }
     }
 }
 
-std::vector<std::size_t> CLimit::addTo(CRounds& rRounds, std::vector<uint8_t*> vInPlace,
-                                       std::vector<const uint8_t*> vRead) const {
+std::vector<std::size_t> CLimit::addTo(CRounds& rRounds, std::vector<uint8_t*> vecInPlace,
+                                       std::vector<const uint8_t*> vecRead) const {
     struct Turn {
-        std::vector<uint8_t*> vInPlace;
-        std::vector<const uint8_t*> vRead;
+        std::vector<uint8_t*> vecInPlace;
+        std::vector<const uint8_t*> vecRead;
         std::size_t iNext = 0;
     };
-    std::vector<std::size_t> vCandidates;
-    for (const Kernel& rKernel : m_vKernels) {
-        const uint8_t* const pTable = (rKernel.bTwoTables ? m_First : m_Interleaved).data();
+    std::vector<std::size_t> vecCandidates;
+    for (const Kernel& rKernel : m_vecKernels) {
+        const uint8_t* const pTable = (rKernel.bTwoTables ? m_first : m_interleaved).data();
         const auto pTurn =
-            std::make_shared<Turn>(Turn{vInPlace, vRead.empty() ? std::vector<const uint8_t*>{pTable} : vRead});
-        Candidate sCandidate{rKernel.strName, [this, &rKernel, pTurn](uint64_t nTimes) {
-                                 for (uint64_t i = 0; i < nTimes; ++i, ++pTurn->iNext)
-                                     rKernel.pfn(pTurn->vInPlace[pTurn->iNext % pTurn->vInPlace.size()],
-                                                 pTurn->vRead[pTurn->iNext % pTurn->vRead.size()], m_Second.data(),
-                                                 m_nBlocks);
-                             }};
-        sCandidate.nUnit = std::max(vInPlace.size(), vRead.size());
-        vCandidates.push_back(rRounds.add(std::move(sCandidate)));
+            std::make_shared<Turn>(Turn{vecInPlace, vecRead.empty() ? std::vector<const uint8_t*>{pTable} : vecRead});
+        Candidate candidate{rKernel.strName, [this, &rKernel, pTurn](uint64_t nTimes) {
+                                for (uint64_t i = 0; i < nTimes; ++i, ++pTurn->iNext) {
+                                    rKernel.pfn(pTurn->vecInPlace[pTurn->iNext % pTurn->vecInPlace.size()],
+                                                pTurn->vecRead[pTurn->iNext % pTurn->vecRead.size()], m_second.data(),
+                                                m_nBlocks);
+                                }
+                            }};
+        candidate.nUnit = std::max(vecInPlace.size(), vecRead.size());
+        vecCandidates.push_back(rRounds.add(std::move(candidate)));
     }
-    return vCandidates;
+    return vecCandidates;
 }
 
 double CLimit::traffic() const {

@@ -37,8 +37,8 @@ public:
     /// @param[in] vInPlace  images that the kernels work through in turn, at cache lines.
     /// @param[in] vRead     what is read beside them, in turn; empty: tables of this object's own.
     /// @return the candidates.
-    std::vector<std::size_t> addTo(CRounds& rRounds, std::vector<uint8_t*> vInPlace,
-                                   std::vector<const uint8_t*> vRead = {}) const;
+    std::vector<std::size_t> addTo(CRounds& rRounds, std::vector<uint8_t*> vecInPlace,
+                                   std::vector<const uint8_t*> vecRead = {}) const;
 
     /// Bytes moved for one image.
     double traffic() const;
@@ -57,10 +57,10 @@ private:
     unsigned m_nInPlaceLines = 0;  // lines of a block
     unsigned m_nReadLines = 0;
     std::size_t m_nBlocks = 0;
-    std::vector<Kernel> m_vKernels;
-    CHugeMemory m_Interleaved;  // both tables in one stream
-    CHugeMemory m_First;
-    CHugeMemory m_Second;
+    std::vector<Kernel> m_vecKernels;
+    CHugeMemory m_interleaved;  // both tables in one stream
+    CHugeMemory m_first;
+    CHugeMemory m_second;
 };
 
 }  // namespace XapelBench

@@ -60,9 +60,10 @@ std::vector<OpenCvWay> openCvWays(const CScene& rScene) {
         // What lies between the steps stays in the cache.
         {"float, strips of 16 rows",
          [=](uint8_t* pImage) {
-             for (int i = 0; i < pTables->iRows; i += 16)
+             for (int i = 0; i < pTables->iRows; i += 16) {
                  correctFloat(*pTables, fnImage(pImage), cv::Range(i, std::min(i + 16, pTables->iRows)),
                               pTables->strip);
+             }
          }},
         // Loses the fractions of the dark.
         {"integers by float gains, strips of 16 rows",

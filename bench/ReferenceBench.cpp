@@ -44,71 +44,74 @@ void checkFilter(const ImageLayout& rLayout, const std::vector<float>& rIn, cons
         const std::size_t iSample = (rIn.size() - 1) * i / nPlaces;
         const long iX = static_cast<long>(iSample) % nWidth;
         const long iY = static_cast<long>(iSample) / nWidth;
-        std::vector<float> vWindow;
+        std::vector<float> vecWindow;
         for (long iRow = iY - nRadius; iRow <= iY + nRadius; ++iRow) {
-            for (long iColumn = iX - nRadius; iColumn <= iX + nRadius; ++iColumn)
-                vWindow.push_back(rIn[static_cast<std::size_t>(std::clamp(iRow, 0L, nHeight - 1) * nWidth +
-                                                               std::clamp(iColumn, 0L, nWidth - 1))]);
+            for (long iColumn = iX - nRadius; iColumn <= iX + nRadius; ++iColumn) {
+                vecWindow.push_back(rIn[static_cast<std::size_t>(std::clamp(iRow, 0L, nHeight - 1) * nWidth +
+                                                                 std::clamp(iColumn, 0L, nWidth - 1))]);
+            }
         }
         double dExpected = 0.0;
         if (rRadii.nMedian != 0) {
-            const auto itMiddle = vWindow.begin() + static_cast<std::ptrdiff_t>(vWindow.size() / 2);
-            std::nth_element(vWindow.begin(), itMiddle, vWindow.end());
+            const auto itMiddle = vecWindow.begin() + static_cast<std::ptrdiff_t>(vecWindow.size() / 2);
+            std::nth_element(vecWindow.begin(), itMiddle, vecWindow.end());
             dExpected = *itMiddle;
         } else {
-            for (const float fSample : vWindow) dExpected += fSample;
-            dExpected /= static_cast<double>(vWindow.size());
+            for (const float fSample : vecWindow) dExpected += fSample;
+            dExpected /= static_cast<double>(vecWindow.size());
         }
-        if (std::abs(rOut[iSample] - dExpected) > (rRadii.nMedian != 0 ? 0.0 : 1e-6 * dExpected))
+        if (std::abs(rOut[iSample] - dExpected) > (rRadii.nMedian != 0 ? 0.0 : 1e-6 * dExpected)) {
             throw std::runtime_error("wrong filter result: sample " + std::to_string(iSample) + " becomes " +
                                      std::to_string(rOut[iSample]) + ", not " + std::to_string(dExpected));
+        }
     }
 }
 
 /// All that is measured, by the name that it is printed with.
 class CReferenceRounds {
 public:
-    explicit CReferenceRounds(const Options& rOptions) : m_rOptions(rOptions), m_Rounds(rOptions) {}
+    explicit CReferenceRounds(const Options& rOptions) : m_rOptions(rOptions), m_rounds(rOptions) {}
 
     bool wants(const std::string& strGroup) const { return isListed(m_rOptions.strGroups, strGroup); }
     /// @param[in] fnPrepare  makes what one fnRun uses up; empty: fnRun can be repeated.
     /// @param[in] nUnit  number of images that fnRun takes in turn.
     void add(const std::string& strName, std::function<void()> fnRun, std::function<void()> fnPrepare = {},
              uint64_t nUnit = 1) {
-        Candidate sCandidate{strName, [fnRun = std::move(fnRun)](uint64_t nTimes) {
-                                 for (uint64_t i = 0; i < nTimes; ++i) fnRun();
-                             }};
-        sCandidate.bOnce = static_cast<bool>(fnPrepare);
-        sCandidate.fnPrepare = std::move(fnPrepare);
-        sCandidate.nUnit = nUnit;
-        m_mapResults[strName] = {m_Rounds.add(std::move(sCandidate))};
+        Candidate candidate{strName, [fnRun = std::move(fnRun)](uint64_t nTimes) {
+                                for (uint64_t i = 0; i < nTimes; ++i) fnRun();
+                            }};
+        candidate.bOnce = static_cast<bool>(fnPrepare);
+        candidate.fnPrepare = std::move(fnPrepare);
+        candidate.nUnit = nUnit;
+        m_mapResults[strName] = {m_rounds.add(std::move(candidate))};
     }
     void addLimit(const std::string& strName, const CLimit& rLimit, uint8_t* pSums,
                   const std::vector<const uint8_t*>& rFrames) {
-        m_mapResults[strName] = rLimit.addTo(m_Rounds, {pSums}, rFrames);
+        m_mapResults[strName] = rLimit.addTo(m_rounds, {pSums}, rFrames);
     }
     void runAndPrint() {
-        m_Rounds.run();
+        m_rounds.run();
         for (const auto& rResult : m_mapResults) {
-            const std::size_t iFastest = m_Rounds.fastest(rResult.second);
-            m_Rounds.print(iFastest, rResult.first);
-            if (rResult.second.size() > 1)
-                note(m_rOptions, "    %s", m_Rounds.name(iFastest).c_str());
+            const std::size_t iFastest = m_rounds.fastest(rResult.second);
+            m_rounds.print(iFastest, rResult.first);
+            if (rResult.second.size() > 1) {
+                note(m_rOptions, "    %s", m_rounds.name(iFastest).c_str());
+            }
         }
     }
 
 private:
     const Options& m_rOptions;
-    CRounds m_Rounds;
+    CRounds m_rounds;
     std::map<std::string, std::vector<std::size_t>> m_mapResults;  // a limit has many candidates
 };
 
 /// A reference that is filtered again and again from the same start.
 class CFilterBench {
 public:
-    CFilterBench(const CScene& rScene, bool bMean) : m_rLayout(rScene.layout()), m_vStart(rScene.light()) {
-        for (float& rSample : m_vStart) rSample = bMean ? rSample : std::round(rSample);
-        m_vWork = m_vStart;
+    CFilterBench(const CScene& rScene, bool bMean) : m_rLayout(rScene.layout()), m_vecStart(rScene.light()) {
+        for (float& rSample : m_vecStart) rSample = bMean ? rSample : std::round(rSample);
+        m_vecWork = m_vecStart;
     }
     void addTo(CReferenceRounds& rRounds, const std::string& strSuffix) {
         for (const unsigned nRadius : RADII) {
@@ -119,25 +122,26 @@ public:
 
 private:
     void addFilter(CReferenceRounds& rRounds, const std::string& strGroup, const FilterRadii& rRadii) {
-        if (!rRounds.wants(strGroup))
+        if (!rRounds.wants(strGroup)) {
             return;
-        m_vWork = m_vStart;
-        filterReference(m_rLayout, rRadii, m_vWork);
-        checkFilter(m_rLayout, m_vStart, m_vWork, rRadii);
+        }
+        m_vecWork = m_vecStart;
+        filterReference(m_rLayout, rRadii, m_vecWork);
+        checkFilter(m_rLayout, m_vecStart, m_vecWork, rRadii);
         rRounds.add(
-            strGroup + "/ours", [this, rRadii] { filterReference(m_rLayout, rRadii, m_vWork); },
-            [this] { m_vWork = m_vStart; });
+            strGroup + "/ours", [this, rRadii] { filterReference(m_rLayout, rRadii, m_vecWork); },
+            [this] { m_vecWork = m_vecStart; });
     }
 
     const ImageLayout& m_rLayout;
-    std::vector<float> m_vStart;
-    std::vector<float> m_vWork;
+    std::vector<float> m_vecStart;
+    std::vector<float> m_vecWork;
 };
 
 /// Images of a stream that differ from each other: the scene, shifted.
 class CFrames {
 public:
-    explicit CFrames(const CScene& rScene) : m_nBytes(rScene.image().size()), m_Memory(COUNT * m_nBytes) {
+    explicit CFrames(const CScene& rScene) : m_nBytes(rScene.image().size()), m_memory(COUNT * m_nBytes) {
         for (std::size_t i = 0; i < COUNT; ++i) {
             const std::size_t nShift = i * 96;
             std::memcpy(frame(i) + nShift, rScene.image().data(), m_nBytes - nShift);
@@ -145,16 +149,16 @@ public:
         }
     }
     static constexpr std::size_t COUNT = 8;
-    uint8_t* frame(std::size_t i) const { return m_Memory.data() + i % COUNT * m_nBytes; }
+    uint8_t* frame(std::size_t i) const { return m_memory.data() + i % COUNT * m_nBytes; }
     std::vector<const uint8_t*> all() const {
-        std::vector<const uint8_t*> vFrames;
-        for (std::size_t i = 0; i < COUNT; ++i) vFrames.push_back(frame(i));
-        return vFrames;
+        std::vector<const uint8_t*> vecFrames;
+        for (std::size_t i = 0; i < COUNT; ++i) vecFrames.push_back(frame(i));
+        return vecFrames;
     }
 
 private:
     std::size_t m_nBytes;
-    CHugeMemory m_Memory;
+    CHugeMemory m_memory;
 };
 
 /// Records through the nodes, beside kernels that read an image and change sums of double width.
@@ -162,57 +166,59 @@ class CAccumulateBench {
 public:
     explicit CAccumulateBench(const CScene& rScene)
         : m_rLayout(rScene.layout()),
-          m_Frames(rScene),
-          m_Sums(2 * m_rLayout.bytes()),
-          m_Limit(eSums, 2 * m_rLayout.bytes()) {
+          m_frames(rScene),
+          m_sums(2 * m_rLayout.bytes()),
+          m_limit(eSums, 2 * m_rLayout.bytes()) {
         check();
-        m_Nodes.command(XAPEL2::eCommandStartLight);
+        m_nodes.command(XAPEL2::eCommandStartLight);
     }
     void addTo(CReferenceRounds& rRounds, const std::string& strGroup) {
         rRounds.add(
-            strGroup + "/ours", [this] { m_Nodes.process(m_rLayout, m_Frames.frame(m_iNext++)); }, {}, CFrames::COUNT);
-        rRounds.addLimit(strGroup + "/limit", m_Limit, m_Sums.data(), m_Frames.all());
+            strGroup + "/ours", [this] { m_nodes.process(m_rLayout, m_frames.frame(m_iNext++)); }, {}, CFrames::COUNT);
+        rRounds.addLimit(strGroup + "/limit", m_limit, m_sums.data(), m_frames.all());
     }
 
 private:
     void check() {
         constexpr std::size_t IMAGES = 300;  // more than 16-bit sums of 8-bit samples can hold
         const XAPEL2::Test::CTemporaryFolder folder;
-        std::vector<double> vSums(m_rLayout.samples());
-        m_Nodes.command(XAPEL2::eCommandStartLight);
+        std::vector<double> vecSums(m_rLayout.samples());
+        m_nodes.command(XAPEL2::eCommandStartLight);
         for (std::size_t i = 0; i < IMAGES; ++i) {
-            m_Nodes.process(m_rLayout, m_Frames.frame(i));
-            m_Nodes.require(static_cast<long long>(i) + 1);
+            m_nodes.process(m_rLayout, m_frames.frame(i));
+            m_nodes.require(static_cast<long long>(i) + 1);
         }
         for (std::size_t i = 0; i < CFrames::COUNT; ++i) {
-            const std::vector<uint16_t> vSamples = unpack(m_rLayout, m_Frames.frame(i));
+            const std::vector<uint16_t> vecSamples = unpack(m_rLayout, m_frames.frame(i));
             const double dTimes = static_cast<double>((IMAGES - i + CFrames::COUNT - 1) / CFrames::COUNT);
-            for (std::size_t j = 0; j < vSums.size(); ++j) vSums[j] += dTimes * vSamples[j];
+            for (std::size_t j = 0; j < vecSums.size(); ++j) vecSums[j] += dTimes * vecSamples[j];
         }
-        m_Nodes.file(XAPEL2::eCommandEnd, folder / "light.tif");
-        const ReferenceImage sReference = readReferenceFile(folder / "light.tif");
-        for (std::size_t i = 0; i < vSums.size(); ++i) {
-            if (sReference.vSamples[i] != static_cast<float>(vSums[i] / static_cast<double>(IMAGES)))
+        m_nodes.file(XAPEL2::eCommandEnd, folder / "light.tif");
+        const ReferenceImage reference = readReferenceFile(folder / "light.tif");
+        for (std::size_t i = 0; i < vecSums.size(); ++i) {
+            if (reference.vecSamples[i] != static_cast<float>(vecSums[i] / static_cast<double>(IMAGES))) {
                 throw std::runtime_error("wrong mean: sample " + std::to_string(i));
+            }
         }
     }
 
     const ImageLayout& m_rLayout;
-    CFrames m_Frames;
-    CHugeMemory m_Sums;
-    CLimit m_Limit;
-    CShadingNodes m_Nodes;
+    CFrames m_frames;
+    CHugeMemory m_sums;
+    CLimit m_limit;
+    CShadingNodes m_nodes;
     std::size_t m_iNext = 0;
 };
 
 void addApply(CReferenceRounds& rRounds, const std::string& strGroup, const CScene& rScene, CShadingNodes& rNodes) {
-    if (!rRounds.wants(strGroup))
+    if (!rRounds.wants(strGroup)) {
         return;
+    }
     rScene.apply(rNodes);
-    std::vector<uint8_t> vImage = rScene.image();
-    rNodes.process(rScene.layout(), vImage.data());
+    std::vector<uint8_t> vecImage = rScene.image();
+    rNodes.process(rScene.layout(), vecImage.data());
     rNodes.require();
-    rScene.check(vImage.data());
+    rScene.check(vecImage.data());
     rRounds.add(strGroup + "/ours", [&] { rNodes.apply(rScene.layout()); });
 }
 
@@ -226,13 +232,15 @@ void addOpenCv(CReferenceRounds& rRounds, const CScene& rScene) {
     for (const unsigned nRadius : RADII) {
         const int iSide = 2 * static_cast<int>(nRadius) + 1;
         const std::string strRadius = std::to_string(nRadius);
-        if (rRounds.wants("box-r" + strRadius))
+        if (rRounds.wants("box-r" + strRadius)) {
             rRounds.add("box-r" + strRadius + "/opencv", [=] {
                 cv::boxFilter(in, out, -1, {iSide, iSide}, {-1, -1}, true, cv::BORDER_REPLICATE);
             });
+        }
         // Its median of 16-bit images goes no further.
-        if (nRadius <= 2 && rRounds.wants("median-r" + strRadius))
+        if (nRadius <= 2 && rRounds.wants("median-r" + strRadius)) {
             rRounds.add("median-r" + strRadius + "/opencv", [=] { cv::medianBlur(in, out, iSide); });
+        }
     }
 }
 #else
@@ -254,8 +262,9 @@ void bench(const Options& rOptions) {
     const CScene* const apScenes[] = {&scene8, &scene16};
     const char* const apGroups[] = {"accumulate-u8", "accumulate-u16"};
     for (std::size_t i = 0; i < 2; ++i) {
-        if (!rounds.wants(apGroups[i]))
+        if (!rounds.wants(apGroups[i])) {
             continue;
+        }
         apAccumulate[i] = std::make_unique<CAccumulateBench>(*apScenes[i]);
         apAccumulate[i]->addTo(rounds, apGroups[i]);
     }

@@ -19,47 +19,50 @@ namespace XapelBench {
 
 namespace {
 
-double quantile(std::vector<double> vValues, double dShare) {
-    std::sort(vValues.begin(), vValues.end());
-    const double dPlace = dShare * static_cast<double>(vValues.size() - 1);
+double quantile(std::vector<double> vecValues, double dShare) {
+    std::sort(vecValues.begin(), vecValues.end());
+    const double dPlace = dShare * static_cast<double>(vecValues.size() - 1);
     const auto iLow = static_cast<std::size_t>(dPlace);
-    const std::size_t iHigh = std::min(iLow + 1, vValues.size() - 1);
-    return vValues[iLow] + (dPlace - std::floor(dPlace)) * (vValues[iHigh] - vValues[iLow]);
+    const std::size_t iHigh = std::min(iLow + 1, vecValues.size() - 1);
+    return vecValues[iLow] + (dPlace - std::floor(dPlace)) * (vecValues[iHigh] - vecValues[iLow]);
 }
 
 double nowNs(clockid_t iClock) {
-    timespec sTime = {};
-    clock_gettime(iClock, &sTime);
-    return static_cast<double>(sTime.tv_sec) * 1e9 + static_cast<double>(sTime.tv_nsec);
+    timespec time = {};
+    clock_gettime(iClock, &time);
+    return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_nsec);
 }
 
 }  // namespace
 
 Options parseOptions(int argc, char** argv) {
-    Options sOptions;
+    Options options;
     for (int i = 1; i < argc; ++i) {
         const std::string strOption = argv[i];
         const auto fnValue = [&] {
-            if (++i == argc)
+            if (++i == argc) {
                 throw std::invalid_argument(strOption + " needs a value");
+            }
             return std::string(argv[i]);
         };
-        if (strOption == "--csv")
-            sOptions.bCsv = true;
-        else if (strOption == "--quick")
-            sOptions.bQuick = true;
-        else if (strOption == "--rounds")
-            sOptions.nRounds = static_cast<unsigned>(std::clamp(std::stoi(fnValue()), 1, 1000));
-        else if (strOption == "--groups")
-            sOptions.strGroups = fnValue();
-        else if (strOption == "--formats")
-            sOptions.strFormats = fnValue();
-        else
+        if (strOption == "--csv") {
+            options.bCsv = true;
+        } else if (strOption == "--quick") {
+            options.bQuick = true;
+        } else if (strOption == "--rounds") {
+            options.nRounds = static_cast<unsigned>(std::clamp(std::stoi(fnValue()), 1, 1000));
+        } else if (strOption == "--groups") {
+            options.strGroups = fnValue();
+        } else if (strOption == "--formats") {
+            options.strFormats = fnValue();
+        } else {
             throw std::invalid_argument(strOption + " is none of --csv --quick --rounds N --groups A,B --formats A,B");
+        }
     }
-    if (sOptions.bQuick)
-        sOptions.nRounds = 1;
-    return sOptions;
+    if (options.bQuick) {
+        options.nRounds = 1;
+    }
+    return options;
 }
 
 bool isListed(const std::string& strList, const std::string& strName) {
@@ -88,50 +91,54 @@ int guarded(int argc, char** argv, void (*fnBench)(const Options& rOptions)) {
     return 1;
 }
 
-std::size_t CRounds::add(Candidate sCandidate) {
-    m_vCandidates.push_back(std::move(sCandidate));
-    m_vNs.emplace_back();
-    return m_vCandidates.size() - 1;
+std::size_t CRounds::add(Candidate candidate) {
+    m_vecCandidates.push_back(std::move(candidate));
+    m_vecNs.emplace_back();
+    return m_vecCandidates.size() - 1;
 }
 
 double CRounds::slice(const Candidate& rCandidate, uint64_t nTimes) const {
     const clockid_t iClock = rCandidate.bWall ? CLOCK_MONOTONIC : CLOCK_THREAD_CPUTIME_ID;
-    if (rCandidate.fnPrepare)
+    if (rCandidate.fnPrepare) {
         rCandidate.fnPrepare();
+    }
     // As long as what is timed: those that share memory with the candidate before them find it in the caches.
-    if (!rCandidate.bOnce)
+    if (!rCandidate.bOnce) {
         rCandidate.fnRun(nTimes);
+    }
     const double dBegin = nowNs(iClock);
     rCandidate.fnRun(nTimes);
     return nowNs(iClock) - dBegin;
 }
 
 void CRounds::run() {
-    std::vector<uint64_t> vTimes;
-    for (const Candidate& rCandidate : m_vCandidates) {
+    std::vector<uint64_t> vecTimes;
+    for (const Candidate& rCandidate : m_vecCandidates) {
         const double dNs = slice(rCandidate, rCandidate.nUnit);
         const double dUnits = rCandidate.bOnce ? 1.0 : std::clamp(std::ceil(m_rOptions.sliceNs() / dNs), 1.0, 1e9);
-        vTimes.push_back(rCandidate.nUnit * static_cast<uint64_t>(dUnits));
+        vecTimes.push_back(rCandidate.nUnit * static_cast<uint64_t>(dUnits));
     }
     for (unsigned iRound = 0; iRound < m_rOptions.nRounds; ++iRound) {
-        for (std::size_t i = 0; i < m_vCandidates.size(); ++i)
-            m_vNs[i].push_back(slice(m_vCandidates[i], vTimes[i]) / static_cast<double>(vTimes[i]));
+        for (std::size_t i = 0; i < m_vecCandidates.size(); ++i) {
+            m_vecNs[i].push_back(slice(m_vecCandidates[i], vecTimes[i]) / static_cast<double>(vecTimes[i]));
+        }
     }
 }
 
 double CRounds::ns(std::size_t i) const {
-    return quantile(m_vNs[i], 0.5);
+    return quantile(m_vecNs[i], 0.5);
 }
 
 double CRounds::spread(std::size_t i) const {
-    return (quantile(m_vNs[i], 0.75) - quantile(m_vNs[i], 0.25)) / ns(i);
+    return (quantile(m_vecNs[i], 0.75) - quantile(m_vecNs[i], 0.25)) / ns(i);
 }
 
 double CRounds::ratio(std::size_t i, std::size_t iTo) const {
-    std::vector<double> vRatios;
-    for (std::size_t iRound = 0; iRound < m_vNs[i].size(); ++iRound)
-        vRatios.push_back(m_vNs[i][iRound] / m_vNs[iTo][iRound]);
-    return quantile(std::move(vRatios), 0.5);
+    std::vector<double> vecRatios;
+    for (std::size_t iRound = 0; iRound < m_vecNs[i].size(); ++iRound) {
+        vecRatios.push_back(m_vecNs[i][iRound] / m_vecNs[iTo][iRound]);
+    }
+    return quantile(std::move(vecRatios), 0.5);
 }
 
 std::size_t CRounds::fastest(const std::vector<std::size_t>& rCandidates) const {
@@ -140,10 +147,11 @@ std::size_t CRounds::fastest(const std::vector<std::size_t>& rCandidates) const 
 }
 
 void CRounds::print(std::size_t i, const std::string& strName) const {
-    if (m_rOptions.bCsv)
+    if (m_rOptions.bCsv) {
         std::printf("%s,%.1f\n", strName.c_str(), ns(i));
-    else
+    } else {
         std::printf("%-28s %14.1f ns, spread %2.0f %%\n", strName.c_str(), ns(i), 100 * spread(i));
+    }
     std::fflush(stdout);
 }
 

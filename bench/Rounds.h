@@ -57,12 +57,12 @@ public:
     explicit CRounds(const Options& rOptions) : m_rOptions(rOptions) {}
 
     /// @return the candidate's index.
-    std::size_t add(Candidate sCandidate);
+    std::size_t add(Candidate candidate);
 
     /// Runs all rounds, after one that finds out how often a candidate fits into a slice and is not counted.
     void run();
 
-    const std::string& name(std::size_t i) const { return m_vCandidates[i].strName; }
+    const std::string& name(std::size_t i) const { return m_vecCandidates[i].strName; }
     /// Nanoseconds for one time: median over the rounds.
     double ns(std::size_t i) const;
     /// Distance of the quartiles over the rounds as a share of the median.
@@ -78,8 +78,8 @@ private:
     double slice(const Candidate& rCandidate, uint64_t nTimes) const;
 
     const Options& m_rOptions;
-    std::vector<Candidate> m_vCandidates;
-    std::vector<std::vector<double>> m_vNs;  // by candidate and round, for one time
+    std::vector<Candidate> m_vecCandidates;
+    std::vector<std::vector<double>> m_vecNs;  // by candidate and round, for one time
 };
 
 }  // namespace XapelBench

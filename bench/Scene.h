@@ -21,11 +21,11 @@ public:
     /// @param[in] rLayout  a possible layout.
     explicit CScene(const XAPEL2::StandIn::ImageLayout& rLayout);
 
-    const XAPEL2::StandIn::ImageLayout& layout() const { return m_sLayout; }
-    const std::vector<float>& dark() const { return m_vDark; }
-    const std::vector<float>& light() const { return m_vLight; }
+    const XAPEL2::StandIn::ImageLayout& layout() const { return m_layout; }
+    const std::vector<float>& dark() const { return m_vecDark; }
+    const std::vector<float>& light() const { return m_vecLight; }
     /// The image as it comes out of the camera.
-    const std::vector<uint8_t>& image() const { return m_vImage; }
+    const std::vector<uint8_t>& image() const { return m_vecImage; }
 
     /// Files the references, has the image processor load them and applies them. @throws what that throws.
     void apply(CShadingNodes& rNodes) const;
@@ -40,10 +40,10 @@ public:
 private:
     unsigned colourClass(std::size_t iSample) const;
 
-    XAPEL2::StandIn::ImageLayout m_sLayout;
-    std::vector<float> m_vDark;
-    std::vector<float> m_vLight;
-    std::vector<uint8_t> m_vImage;
+    XAPEL2::StandIn::ImageLayout m_layout;
+    std::vector<float> m_vecDark;
+    std::vector<float> m_vecLight;
+    std::vector<uint8_t> m_vecImage;
     double m_aTargets[4] = {};
 };
 

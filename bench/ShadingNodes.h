@@ -31,14 +31,15 @@ public:
     long long status() const { return m_pStatus->GetInt(); }
     /// @throws std::runtime_error  the last command failed or left its image untouched.
     void require(long long iStatus = 0) const {
-        if (status() != iStatus)
+        if (status() != iStatus) {
             throw std::runtime_error("the image processor reports " + std::to_string(status()) + ", not " +
                                      std::to_string(iStatus));
+        }
     }
 
     /// The image processor's own words on its tables and kernels; "unknown" where it has none.
     std::string correction() {
-        XAPEL2::NodeMap* const pNodes = m_Processor.GetNodeList();
+        XAPEL2::NodeMap* const pNodes = m_processor.GetNodeList();
         return pNodes->GetNodePresent("StandInCorrection") ? pNodes->GetNode("StandInCorrection")->GetString().get()
                                                            : "unknown";
     }
@@ -58,14 +59,14 @@ public:
     }
 
 private:
-    XAPEL2::Node* node(const char* pName) { return m_Processor.GetNodeList()->GetNode(pName); }
+    XAPEL2::Node* node(const char* pName) { return m_processor.GetNodeList()->GetNode(pName); }
     void writeFormat(const std::string& strFormat, uint64_t nWidth, uint64_t nHeight) {
         m_pFormat->SetString(strFormat.c_str());
         m_pWidth->SetInt(static_cast<long long>(nWidth));
         m_pHeight->SetInt(static_cast<long long>(nHeight));
     }
 
-    XAPEL2::ImageProcessor m_Processor;
+    XAPEL2::ImageProcessor m_processor;
     XAPEL2::Node* const m_pFormat = node(XAPEL2::SHADING_NODE_PIXEL_FORMAT);
     XAPEL2::Node* const m_pWidth = node(XAPEL2::SHADING_NODE_WIDTH);
     XAPEL2::Node* const m_pHeight = node(XAPEL2::SHADING_NODE_HEIGHT);

@@ -21,11 +21,12 @@ class CTinyStream {
 public:
     static constexpr uint8_t PIXEL = 100;  // content of every frame
 
-    explicit CTinyStream(std::size_t nFrames) : m_vBuffers(nFrames), m_vMemory(nFrames * 64) {
+    explicit CTinyStream(std::size_t nFrames) : m_vecBuffers(nFrames), m_vecMemory(nFrames * 64) {
         using namespace XAPEL2::StandIn;
         require(openDataStream(m_pDevice, m_pStream), "open the stream");
-        for (std::size_t i = 0; i < nFrames; ++i)
-            require(announceBuffer(m_pStream, &m_vMemory[i * 64], 64, &m_vBuffers[i]), "announce a buffer");
+        for (std::size_t i = 0; i < nFrames; ++i) {
+            require(announceBuffer(m_pStream, &m_vecMemory[i * 64], 64, &m_vecBuffers[i]), "announce a buffer");
+        }
     }
     ~CTinyStream() { XAPEL2::StandIn::closeDevice(m_pDevice); }
     CTinyStream(const CTinyStream&) = delete;
@@ -37,17 +38,18 @@ public:
     /// Has the camera fill every buffer.
     void fill() {
         using namespace XAPEL2::StandIn;
-        for (const BufferHandle hBuffer : m_vBuffers) require(queueBuffer(m_pStream, hBuffer), "queue a buffer");
-        require(startAcquisition(m_pStream, m_vBuffers.size()), "start the camera");
+        for (const BufferHandle hBuffer : m_vecBuffers) require(queueBuffer(m_pStream, hBuffer), "queue a buffer");
+        require(startAcquisition(m_pStream, m_vecBuffers.size()), "start the camera");
         const auto tDeadline = std::chrono::steady_clock::now() + std::chrono::minutes(2);
-        while (waiting() != m_vBuffers.size()) {
-            if (std::chrono::steady_clock::now() > tDeadline)
+        while (waiting() != m_vecBuffers.size()) {
+            if (std::chrono::steady_clock::now() > tDeadline) {
                 throw std::runtime_error("the camera does not fill the buffers");
+            }
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
         require(stopAcquisition(m_pStream), "end the camera's thread");
-        for (std::size_t i = 0; i < m_vMemory.size(); i += 64) {
-            m_vMemory[i] = PIXEL;
+        for (std::size_t i = 0; i < m_vecMemory.size(); i += 64) {
+            m_vecMemory[i] = PIXEL;
         }
     }
 
@@ -61,17 +63,19 @@ public:
 
     /// @throws std::runtime_error  a pixel of the frames has another value.
     void requirePixels(uint8_t uExpected) const {
-        for (std::size_t i = 0; i < m_vMemory.size(); i += 64) {
-            if (m_vMemory[i] != uExpected)
-                throw std::runtime_error("wrong result: a pixel is " + std::to_string(m_vMemory[i]) + ", not " +
+        for (std::size_t i = 0; i < m_vecMemory.size(); i += 64) {
+            if (m_vecMemory[i] != uExpected) {
+                throw std::runtime_error("wrong result: a pixel is " + std::to_string(m_vecMemory[i]) + ", not " +
                                          std::to_string(uExpected));
+            }
         }
     }
 
 private:
     static void require(int iResult, const char* pWhat) {
-        if (iResult != 0)
+        if (iResult != 0) {
             throw std::runtime_error(std::string("cannot ") + pWhat + ": " + std::to_string(iResult));
+        }
     }
     std::size_t waiting() const {
         int iType = 0;
@@ -83,8 +87,8 @@ private:
 
     XAPEL2::Device* const m_pDevice = XAPEL2::StandIn::openDevice("sim:7?width=1&height=1&format=Mono8");
     XAPEL2::DataStream* const m_pStream = XAPEL2::StandIn::firstDataStream(m_pDevice);
-    std::vector<XAPEL2::StandIn::BufferHandle> m_vBuffers;
-    std::vector<uint8_t> m_vMemory;
+    std::vector<XAPEL2::StandIn::BufferHandle> m_vecBuffers;
+    std::vector<uint8_t> m_vecMemory;
 };
 
 }  // namespace XapelBench

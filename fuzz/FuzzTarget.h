@@ -21,8 +21,9 @@ namespace Fuzz {
 
 /// Ends the process as a finding.
 inline void require(bool bGood, const char* pRule) {
-    if (bGood)
+    if (bGood) {
         return;
+    }
     std::fprintf(stderr, "broken: %s\n", pRule);
     std::abort();
 }
@@ -65,8 +66,9 @@ private:
         require(s_nTaken <= 64 << 20, "an input takes 64 MB at most");
     }
     static void onFree(const volatile void* pMemory) {
-        if (pMemory != nullptr)
+        if (pMemory != nullptr) {
             s_nTaken -= static_cast<int64_t>(__sanitizer_get_allocated_size(const_cast<void*>(pMemory)));
+        }
     }
     static int lowestFree() {
         const int iFile = dup(0);

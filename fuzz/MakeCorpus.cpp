@@ -42,8 +42,9 @@ struct Forger {
 
     std::string number(uint64_t uValue, std::size_t nBytes) const {
         std::string strBytes;
-        for (std::size_t i = 0; i < nBytes; ++i)
+        for (std::size_t i = 0; i < nBytes; ++i) {
             strBytes += static_cast<char>(uValue >> 8 * (bBigEndian ? nBytes - 1 - i : i));
+        }
         return strBytes;
     }
     std::string file(const std::string& strBytes, const std::vector<Tag>& rTags) const {
@@ -63,26 +64,27 @@ struct Forger {
         const uint64_t nRow = nWidth * nSamples * nBits / 8;
         const uint64_t uArray = bLarge ? TIFF_LONG8 : TIFF_LONG;
         std::string strBytes;
-        for (uint64_t i = 0; i < nHeight; ++i)
+        for (uint64_t i = 0; i < nHeight; ++i) {
             strBytes += number(nHead + 2 * nPlace * nHeight + (bShared ? 0 : i * nRow), nPlace);
+        }
         for (uint64_t i = 0; i < nHeight; ++i) strBytes += number(nRow, nPlace);
         strBytes += std::string(nRow * (bShared ? 1 : nHeight), '\x3F');
-        std::vector<Tag> vTags = {{TIFFTAG_IMAGEWIDTH, TIFF_SHORT, 1, nWidth},
-                                  {TIFFTAG_IMAGELENGTH, TIFF_SHORT, 1, nHeight},
-                                  {TIFFTAG_BITSPERSAMPLE, TIFF_SHORT, 1, nBits},
-                                  {TIFFTAG_PHOTOMETRIC, TIFF_SHORT, 1, nSamples == 3 ? 2U : 1U},
-                                  {TIFFTAG_STRIPOFFSETS, uArray, nHeight, nHead},
-                                  {TIFFTAG_SAMPLESPERPIXEL, TIFF_SHORT, 1, nSamples},
-                                  {TIFFTAG_ROWSPERSTRIP, TIFF_SHORT, 1, 1},
-                                  {TIFFTAG_STRIPBYTECOUNTS, uArray, nHeight, nHead + nPlace * nHeight}};
+        std::vector<Tag> vecTags = {{TIFFTAG_IMAGEWIDTH, TIFF_SHORT, 1, nWidth},
+                                    {TIFFTAG_IMAGELENGTH, TIFF_SHORT, 1, nHeight},
+                                    {TIFFTAG_BITSPERSAMPLE, TIFF_SHORT, 1, nBits},
+                                    {TIFFTAG_PHOTOMETRIC, TIFF_SHORT, 1, nSamples == 3 ? 2U : 1U},
+                                    {TIFFTAG_STRIPOFFSETS, uArray, nHeight, nHead},
+                                    {TIFFTAG_SAMPLESPERPIXEL, TIFF_SHORT, 1, nSamples},
+                                    {TIFFTAG_ROWSPERSTRIP, TIFF_SHORT, 1, 1},
+                                    {TIFFTAG_STRIPBYTECOUNTS, uArray, nHeight, nHead + nPlace * nHeight}};
         if (nBits == 32) {
-            vTags.insert(vTags.begin() + 4,
-                         {TIFFTAG_IMAGEDESCRIPTION, TIFF_ASCII, description().size() + 1, nHead + strBytes.size()});
-            vTags.push_back({TIFFTAG_SAMPLEFORMAT, TIFF_SHORT, 1, SAMPLEFORMAT_IEEEFP});
+            vecTags.insert(vecTags.begin() + 4,
+                           {TIFFTAG_IMAGEDESCRIPTION, TIFF_ASCII, description().size() + 1, nHead + strBytes.size()});
+            vecTags.push_back({TIFFTAG_SAMPLEFORMAT, TIFF_SHORT, 1, SAMPLEFORMAT_IEEEFP});
             strBytes += description() + '\0';
         }
-        vTags.insert(vTags.end(), rMore.begin(), rMore.end());
-        return file(strBytes, vTags);
+        vecTags.insert(vecTags.end(), rMore.begin(), rMore.end());
+        return file(strBytes, vecTags);
     }
 };
 
@@ -100,21 +102,21 @@ void writeTiffs() {
         write("reference-file-limits", strName + "-wide", sForger.image(40000, 1, 32, 1));
         write("replay-frame-limits", strName + "-wide", sForger.image(40000, 1, 8, 1));
         for (const auto& [nTags, nBytes] : {std::pair(50U, 400000U), std::pair(4000U, 100U), std::pair(20000U, 1U)}) {
-            std::vector<Tag> vTags;
-            for (unsigned iTag = 0; iTag < nTags; ++iTag) vTags.push_back({iTag + 400, TIFF_BYTE, nBytes, 16});
+            std::vector<Tag> vecTags;
+            for (unsigned iTag = 0; iTag < nTags; ++iTag) vecTags.push_back({iTag + 400, TIFF_BYTE, nBytes, 16});
             const std::string strTags = strName + "-" + std::to_string(nTags);
-            write("reference-file-limits", strTags, sForger.image(10000, 10, 32, 1, false, vTags));
-            write("replay-frame-limits", strTags, sForger.image(10000, 40, 8, 1, false, vTags));
+            write("reference-file-limits", strTags, sForger.image(10000, 10, 32, 1, false, vecTags));
+            write("replay-frame-limits", strTags, sForger.image(10000, 40, 8, 1, false, vecTags));
         }
     }
     for (const char* pFormat : {"Mono8", "BayerRG12p", "Mono10Packed", "RGB8", "Mono16"}) {
-        const ImageLayout sLayout = {findPixelFormat(pFormat), 5, 3};
-        const std::string strCamera = sLayout.pFormat->isCfa() ? R"({"gain":[1,{"b":"x"}]})" : "";
-        writeReferenceFile(path("reference-file", pFormat), {eReferenceDark, sLayout, 3, 0.25, 7.5, 0.5, strCamera,
-                                                             std::vector<float>(sLayout.samples(), 77.3F)});
-        ReferenceImage light{eReferenceLight, sLayout, 3, 0.25, 7.5, 0.5, strCamera,
-                             std::vector<float>(sLayout.samples(), 77.3F)};
-        light.sOutput = {eTargetValue, 100.0, 2.5};
+        const ImageLayout layout = {findPixelFormat(pFormat), 5, 3};
+        const std::string strCamera = layout.pFormat->isCfa() ? R"({"gain":[1,{"b":"x"}]})" : "";
+        writeReferenceFile(path("reference-file", pFormat), {eReferenceDark, layout, 3, 0.25, 7.5, 0.5, strCamera,
+                                                             std::vector<float>(layout.samples(), 77.3F)});
+        ReferenceImage light{
+            eReferenceLight, layout, 3, 0.25, 7.5, 0.5, strCamera, std::vector<float>(layout.samples(), 77.3F)};
+        light.output = {eTargetValue, 100.0, 2.5};
         light.vecDefects = std::vector<uint8_t>(15, 0);
         light.vecDefects[7] = eDefectHot;
         writeReferenceFile(path("reference-file", std::string(pFormat) + "-defects"), light);

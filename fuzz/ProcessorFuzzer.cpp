@@ -95,8 +95,8 @@ private:
 
     /// uFlags: bits 0 and 1 size, bits 2 and 3 content, bit 6 no address, bit 7 negative size.
     void makeImage(uint8_t uFlags, uint8_t uSeed) {
-        const ImageLayout sLayout = layout();
-        const std::size_t nExact = sLayout.isPossible() && sLayout.bytes() < 16384 ? sLayout.bytes() : 64;
+        const ImageLayout layout = presentLayout();
+        const std::size_t nExact = layout.isPossible() && layout.bytes() < 16384 ? layout.bytes() : 64;
         m_nImage = std::array<std::size_t, 4>{nExact, nExact - 1, nExact + 5, nExact / 2}[uFlags & 3];
         m_pImage.reset(new uint8_t[m_nImage]);
         const std::size_t nStep = std::array<std::size_t, 4>{0, 1, 3, 101}[uFlags >> 2 & 3];
@@ -106,34 +106,35 @@ private:
         node(SHADING_NODE_BUFFER_SIZE)->SetInt(static_cast<int64_t>(m_nImage) * ((uFlags & 0x80) ? -1 : 1));
     }
 
-    ImageLayout layout() {
+    ImageLayout presentLayout() {
         return {findPixelFormat(node(SHADING_NODE_PIXEL_FORMAT)->GetString().get()),
                 static_cast<uint64_t>(node(SHADING_NODE_WIDTH)->GetInt()),
                 static_cast<uint64_t>(node(SHADING_NODE_HEIGHT)->GetInt())};
     }
     std::vector<uint16_t> samples(const ImageLayout& rLayout) const {
-        std::vector<uint16_t> vSamples(rLayout.samples());
-        unpackSamples(*rLayout.pFormat, m_pImage.get(), 0, vSamples.size(), vSamples.data());
-        return vSamples;
+        std::vector<uint16_t> vecSamples(rLayout.samples());
+        unpackSamples(*rLayout.pFormat, m_pImage.get(), 0, vecSamples.size(), vecSamples.data());
+        return vecSamples;
     }
 
     void command(int64_t iCommand) {
         ++m_nCommands;
-        const std::vector<uint8_t> vBefore(m_pImage.get(), m_pImage.get() + m_nImage);
-        const ImageLayout sLayout = layout();
+        const std::vector<uint8_t> vecBefore(m_pImage.get(), m_pImage.get() + m_nImage);
+        const ImageLayout layout = presentLayout();
         node(SHADING_NODE_COMMAND)->SetInt(iCommand);
         const int64_t iStatus = node(SHADING_NODE_STATUS)->GetInt();
-        require(iStatus == expectedStatus(iCommand, sLayout), "a command has the status that it promises");
+        require(iStatus == expectedStatus(iCommand, layout), "a command has the status that it promises");
         std::size_t iBit = 0;  // the place from which on the image is as it was
         if (iCommand == eCommandProcess && iStatus == GC_ERR_SUCCESS) {
-            const std::vector<uint16_t> vSamples = samples(sLayout);
-            require(*std::max_element(vSamples.begin(), vSamples.end()) <= sLayout.pFormat->fullScale(),
+            const std::vector<uint16_t> vecSamples = samples(layout);
+            require(*std::max_element(vecSamples.begin(), vecSamples.end()) <= layout.pFormat->fullScale(),
                     "no corrected sample is above full scale");
-            iBit = vSamples.size() * sLayout.pFormat->nWireBits;
+            iBit = vecSamples.size() * layout.pFormat->nWireBits;
         }
         bool bSame = true;
-        for (std::size_t i = iBit / 8; i < m_nImage; ++i)
-            bSame = bSame && (m_pImage[i] ^ vBefore[i]) >> (i == iBit / 8 ? iBit % 8 : 0) == 0;
+        for (std::size_t i = iBit / 8; i < m_nImage; ++i) {
+            bSame = bSame && (m_pImage[i] ^ vecBefore[i]) >> (i == iBit / 8 ? iBit % 8 : 0) == 0;
+        }
         require(bSame, "an image that is not corrected, and what is no sample, stays as it was");
     }
 
@@ -146,10 +147,12 @@ private:
             case eCommandProcess:
                 return expectedOfProcess(rLayout);
             case eCommandApply:
-                if (!rLayout.isPossible())
+                if (!rLayout.isPossible()) {
                     return GC_ERR_INVALID_PARAMETER;
-                if ((!m_aoHeld[0] && !m_aoHeld[1]) || std::any_of(m_aoHeld.begin(), m_aoHeld.end(), isOther))
+                }
+                if ((!m_aoHeld[0] && !m_aoHeld[1]) || std::any_of(m_aoHeld.begin(), m_aoHeld.end(), isOther)) {
                     return GC_ERR_NOT_AVAILABLE;
+                }
                 m_oApplied = rLayout;
                 return GC_ERR_SUCCESS;
             case eCommandClear:
@@ -159,16 +162,19 @@ private:
                 return GC_ERR_SUCCESS;
             case eCommandLoadDark:
             case eCommandLoadLight:
-                if (m_oRecording)
+                if (m_oRecording) {
                     return GC_ERR_RESOURCE_IN_USE;
-                if (!m_aoFiles[m_iName] || m_aoFiles[m_iName]->bDark != bFirst)
+                }
+                if (!m_aoFiles[m_iName] || m_aoFiles[m_iName]->bDark != bFirst) {
                     return GC_ERR_IO;
-                m_aoHeld[bFirst] = m_aoFiles[m_iName]->sLayout;
+                }
+                m_aoHeld[bFirst] = m_aoFiles[m_iName]->layout;
                 return GC_ERR_SUCCESS;
             case eCommandStartDark:
             case eCommandStartLight:
-                if (m_oRecording)
+                if (m_oRecording) {
                     return GC_ERR_RESOURCE_IN_USE;
+                }
                 m_oRecording = Recording{bFirst, {}, 0, {}};
                 return GC_ERR_SUCCESS;
             case eCommandEnd:
@@ -180,41 +186,46 @@ private:
 
     int64_t expectedOfProcess(const ImageLayout& rLayout) {
         if (!rLayout.isPossible() || !m_bImage || m_nImage < rLayout.bytes() ||
-            (m_oRecording && m_oRecording->nImages != 0 && m_oRecording->sLayout != rLayout))
+            (m_oRecording && m_oRecording->nImages != 0 && m_oRecording->layout != rLayout)) {
             return GC_ERR_INVALID_PARAMETER;
-        if (!m_oRecording)
+        }
+        if (!m_oRecording) {
             return m_oApplied == rLayout ? GC_ERR_SUCCESS : 1;
-        const std::vector<uint16_t> vSamples = samples(rLayout);
-        m_oRecording->sLayout = rLayout;
-        m_oRecording->vSums.resize(vSamples.size());
-        for (std::size_t i = 0; i < vSamples.size(); ++i)
-            m_oRecording->vSums[i] += std::min<uint32_t>(vSamples[i], rLayout.pFormat->fullScale());
+        }
+        const std::vector<uint16_t> vecSamples = samples(rLayout);
+        m_oRecording->layout = rLayout;
+        m_oRecording->vecSums.resize(vecSamples.size());
+        for (std::size_t i = 0; i < vecSamples.size(); ++i) {
+            m_oRecording->vecSums[i] += std::min<uint32_t>(vecSamples[i], rLayout.pFormat->fullScale());
+        }
         return ++m_oRecording->nImages;
     }
 
     int64_t expectedOfEnd() {
-        if (!m_oRecording || m_oRecording->nImages == 0)
+        if (!m_oRecording || m_oRecording->nImages == 0) {
             return GC_ERR_NO_DATA;
-        if (m_iName >= GOOD_NAMES)
+        }
+        if (m_iName >= GOOD_NAMES) {
             return GC_ERR_IO;
-        const ReferenceImage sRead = readReferenceFile(path(m_iName));
+        }
+        const ReferenceImage read = readReferenceFile(path(m_iName));
         const auto dImages = static_cast<double>(m_oRecording->nImages);
-        const bool bSame = std::equal(sRead.vSamples.begin(), sRead.vSamples.end(), m_oRecording->vSums.begin(),
-                                      m_oRecording->vSums.end(),
+        const bool bSame = std::equal(read.vecSamples.begin(), read.vecSamples.end(), m_oRecording->vecSums.begin(),
+                                      m_oRecording->vecSums.end(),
                                       [&](float f, double d) { return f == static_cast<float>(d / dImages); });
-        require(bSame && (sRead.eKind == eReferenceDark) == m_oRecording->bDark &&
-                    sRead.sLayout == m_oRecording->sLayout && sRead.nImages == static_cast<uint64_t>(dImages),
+        require(bSame && (read.eKind == eReferenceDark) == m_oRecording->bDark && read.layout == m_oRecording->layout &&
+                    read.nImages == static_cast<uint64_t>(dImages),
                 "a reference is the mean of the images that were accepted");
-        m_aoHeld[m_oRecording->bDark] = m_oRecording->sLayout;
+        m_aoHeld[m_oRecording->bDark] = m_oRecording->layout;
         m_aoFiles[m_iName] = std::exchange(m_oRecording, {});
         return GC_ERR_SUCCESS;
     }
 
     struct Recording {
         bool bDark;
-        ImageLayout sLayout;
+        ImageLayout layout;
         int64_t nImages;
-        std::vector<double> vSums;
+        std::vector<double> vecSums;
     };
 
     const uint8_t* m_pNext;

@@ -38,25 +38,25 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, std::size_t nBytes) 
         return 0;
     }
     require(strText.size() <= 65536, "the length is bounded");
-    const double dFull = sFirst.sLayout.pFormat->fullScale();
+    const double dFull = sFirst.layout.pFormat->fullScale();
     const auto isWithin = [](double d, double dLargest) { return d >= 0.0 && d <= dLargest; };
     require(sFirst.nImages != 0 && isWithin(sFirst.dSaturatedShare, 1.0) && isWithin(sFirst.dMean, dFull) &&
                 isWithin(sFirst.dTemporalNoise, dFull),
             "every figure is in its range");
-    require(isWithin(sFirst.sOutput.dTarget, dFull) && isWithin(sFirst.sOutput.dPedestal, dFull / 2),
+    require(isWithin(sFirst.output.dTarget, dFull) && isWithin(sFirst.output.dPedestal, dFull / 2),
             "the output is in its range");
-    if (strText.size() > 60000)
+    if (strText.size() > 60000) {
         return 0;  // written anew it may be longer than a description can be
+    }
 
     require(depthOf(strText) <= 8, "the depth is bounded");
     const std::string strAgain = makeDescription(sFirst);
     const ReferenceImage sSecond = parseDescription(strAgain.c_str(), 6, 4);
-    require(sFirst.eKind == sSecond.eKind && sFirst.sLayout == sSecond.sLayout && sFirst.nImages == sSecond.nImages &&
+    require(sFirst.eKind == sSecond.eKind && sFirst.layout == sSecond.layout && sFirst.nImages == sSecond.nImages &&
                 sFirst.dSaturatedShare == sSecond.dSaturatedShare && sFirst.dMean == sSecond.dMean &&
                 sFirst.dTemporalNoise == sSecond.dTemporalNoise && sFirst.strCamera == sSecond.strCamera &&
-                sFirst.sOutput.eTarget == sSecond.sOutput.eTarget &&
-                sFirst.sOutput.dTarget == sSecond.sOutput.dTarget &&
-                sFirst.sOutput.dPedestal == sSecond.sOutput.dPedestal,
+                sFirst.output.eTarget == sSecond.output.eTarget && sFirst.output.dTarget == sSecond.output.dTarget &&
+                sFirst.output.dPedestal == sSecond.output.dPedestal,
             "what was written is read again");
     return 0;
 }

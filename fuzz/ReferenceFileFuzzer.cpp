@@ -17,32 +17,33 @@ using XAPEL2::Fuzz::require;
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, std::size_t nBytes) {
     static XAPEL2::Fuzz::CInputFile s_oFile;
     const XAPEL2::Fuzz::CBudget oBudget;
-    ReferenceImage sReference;
+    ReferenceImage reference;
     try {
-        sReference = readReferenceFile(s_oFile.hold(pData, nBytes));
+        reference = readReferenceFile(s_oFile.hold(pData, nBytes));
     } catch (const CFileError&) {
         return 0;
     }
-    const ImageLayout& rLayout = sReference.sLayout;
-    std::vector<float>& rSamples = sReference.vSamples;
+    const ImageLayout& rLayout = reference.layout;
+    std::vector<float>& rSamples = reference.vecSamples;
     require(rLayout.isPossible() && rSamples.size() == rLayout.samples(), "a reference has all samples of its size");
     require(rSamples.size() * sizeof(float) < nBytes, "every sample comes from the file");
-    require(sReference.vecDefects.empty() || (sReference.vecDefects.size() == rLayout.nWidth * rLayout.nHeight &&
-                                              sReference.vecDefects.size() < nBytes),
+    require(reference.vecDefects.empty() || (reference.vecDefects.size() == rLayout.nWidth * rLayout.nHeight &&
+                                             reference.vecDefects.size() < nBytes),
             "a map has a byte for each pixel, which comes from the file");
     const auto fFull = static_cast<float>(rLayout.pFormat->fullScale());
     require(std::all_of(rSamples.begin(), rSamples.end(), [&](float f) { return f >= 0.0F && f <= fFull; }),
             "a sample is from 0 to full scale");
-    require(!makeDescription(sReference).empty(), "what was read can be written");
-    if (rSamples.size() > 4096)
+    require(!makeDescription(reference).empty(), "what was read can be written");
+    if (rSamples.size() > 4096) {
         return 0;  // for speed: what follows depends on the values of the samples, not on their number
+    }
 
-    const std::vector<float> vRaw = rSamples;
+    const std::vector<float> vecRaw = rSamples;
     filterReference(rLayout, {1, 2}, rSamples);
     require(std::all_of(rSamples.begin(), rSamples.end(), [&](float f) { return f >= 0.0F && f <= fFull; }),
             "a filter makes no value that was not between its samples");
-    std::vector<uint8_t> vImage(rLayout.bytes(), 0x5A);
-    makeCorrection(rLayout, nullptr, &vRaw)->correct(vImage.data());
-    makeCorrection(rLayout, &rSamples, &vRaw)->correct(vImage.data());
+    std::vector<uint8_t> vecImage(rLayout.bytes(), 0x5A);
+    makeCorrection(rLayout, nullptr, &vecRaw)->correct(vecImage.data());
+    makeCorrection(rLayout, &rSamples, &vecRaw)->correct(vecImage.data());
     return 0;
 }

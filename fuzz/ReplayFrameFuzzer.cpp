@@ -17,20 +17,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, std::size_t nBytes) 
     const std::string& strPath = s_oFile.hold(pData, nBytes);
     const bool bPgm = nBytes != 0 && pData[0] == 'P';
     try {
-        const ReplayLayout sLayout = (bPgm ? pgmLayout : tiffLayout)(strPath);
+        const ReplayLayout layout = (bPgm ? pgmLayout : tiffLayout)(strPath);
         const auto isSide = [](uint64_t n) { return n >= 1 && n <= IMAGE_SIDE_MAX; };
-        require(isSide(sLayout.nWidth) && isSide(sLayout.nHeight), "a frame has a possible size");
-        require(sLayout.uMaxval >= 1 && sLayout.uMaxval <= sLayout.pFormat->fullScale(), "its values fit its format");
-        const std::size_t nImage = imageBytes(*sLayout.pFormat, sLayout.nWidth, sLayout.nHeight);
+        require(isSide(layout.nWidth) && isSide(layout.nHeight), "a frame has a possible size");
+        require(layout.uMaxval >= 1 && layout.uMaxval <= layout.pFormat->fullScale(), "its values fit its format");
+        const std::size_t nImage = imageBytes(*layout.pFormat, layout.nWidth, layout.nHeight);
         const std::unique_ptr<uint8_t[]> pImage(new uint8_t[nImage]);
-        (bPgm ? readPgm : readTiff)(strPath, sLayout, pImage.get());
-        const std::size_t nLimited = sLayout.uMaxval < sLayout.pFormat->fullScale()
-                                         ? sLayout.nWidth * sLayout.nHeight * sLayout.pFormat->nChannels
+        (bPgm ? readPgm : readTiff)(strPath, layout, pImage.get());
+        const std::size_t nLimited = layout.uMaxval < layout.pFormat->fullScale()
+                                         ? layout.nWidth * layout.nHeight * layout.pFormat->nChannels
                                          : 0;
         for (std::size_t i = 0; i < nLimited; ++i) {
             uint16_t uSample = 0;
-            unpackSamples(*sLayout.pFormat, pImage.get(), i, 1, &uSample);
-            require(uSample <= sLayout.uMaxval, "no sample is above the largest value");
+            unpackSamples(*layout.pFormat, pImage.get(), i, 1, &uSample);
+            require(uSample <= layout.uMaxval, "no sample is above the largest value");
         }
     } catch (const std::runtime_error& rError) {
         require(std::string(rError.what()).rfind(strPath + ": ", 0) == 0, "a message names the file");

@@ -142,7 +142,7 @@ std::string nearest(const std::string& strWord, const std::vector<std::string>& 
 }
 
 CLI::App* CCommandLine::addCommand(const char* pName, const char* pWhat, std::function<int()> fnRun) {
-    CLI::App* pCommand = m_Cli.add_subcommand(pName, pWhat);
+    CLI::App* pCommand = m_cli.add_subcommand(pName, pWhat);
     pCommand->callback([this, fnRun = std::move(fnRun)] { m_fnRun = fnRun; });
     return pCommand;
 }
@@ -156,130 +156,130 @@ void CCommandLine::addOutput(CLI::App* pCommand, bool& rJson) {
 }
 
 void CCommandLine::addDevicesAndRecord() {
-    addOutput(addCommand("devices", "List what can be opened", [this] { return runDevices(m_Devices); }),
-              m_Devices.bJson);
+    addOutput(addCommand("devices", "List what can be opened", [this] { return runDevices(m_devices); }),
+              m_devices.bJson);
 
     CLI::App* pRecord = addCommand("record", "Record a dark or a light reference from a camera", [this] {
-        m_Record.bLight = m_strKind == "light";
-        return runRecord(m_Record);
+        m_record.bLight = m_strKind == "light";
+        return runRecord(m_record);
     });
     pRecord->add_option("KIND", m_strKind, "dark (lens covered) or light (an even, evenly lit target)")
         ->required()
         ->transform(oneOf({"dark", "light"}));
-    addDevice(pRecord, m_Record.strDevice)->required();
-    pRecord->add_option("-n,--frames", m_Record.nFrames, "Frames to average")
+    addDevice(pRecord, m_record.strDevice)->required();
+    pRecord->add_option("-n,--frames", m_record.nFrames, "Frames to average")
         ->check(within(1, 1e6, "1 to 1000000"))
         ->capture_default_str();
-    pRecord->add_option("-o,--out", m_Record.strFile, "Reference file to write; replaced when it exists")->required();
-    addTimeout(pRecord, m_Record.fTimeoutS);
-    addForce(pRecord, m_Record.bForce);
-    addOutput(pRecord, m_Record.bJson);
+    pRecord->add_option("-o,--out", m_record.strFile, "Reference file to write; replaced when it exists")->required();
+    addTimeout(pRecord, m_record.dTimeoutS);
+    addForce(pRecord, m_record.bForce);
+    addOutput(pRecord, m_record.bJson);
 }
 
 void CCommandLine::addCheck() {
-    CLI::App* pCheck = addCommand("check", "Judge a dark and a light reference", [this] { return runCheck(m_Check); });
-    pCheck->add_option("DARK", m_Check.strDark, "Dark reference")->required();
-    pCheck->add_option("LIGHT", m_Check.strLight, "Light reference")->required();
-    pCheck->add_flag("--list", m_Check.bList, "List each hot and dead pixel");
-    addForce(pCheck, m_Check.bForce);
-    addOutput(pCheck, m_Check.bJson);
+    CLI::App* pCheck = addCommand("check", "Judge a dark and a light reference", [this] { return runCheck(m_check); });
+    pCheck->add_option("DARK", m_check.strDark, "Dark reference")->required();
+    pCheck->add_option("LIGHT", m_check.strLight, "Light reference")->required();
+    pCheck->add_flag("--list", m_check.bList, "List each hot and dead pixel");
+    addForce(pCheck, m_check.bForce);
+    addOutput(pCheck, m_check.bJson);
 }
 
 void CCommandLine::addRun() {
-    CLI::App* pRun = addCommand("run", "Correct the live stream of a camera", [this] { return runRun(m_Run); });
-    addDevice(pRun, m_Run.strDevice)->required();
-    addPair(pRun, m_Run.Pair);
-    pRun->add_option("-n,--frames", m_Run.nFrames, "Frames to correct; without it until Ctrl-C, or all of a replay")
+    CLI::App* pRun = addCommand("run", "Correct the live stream of a camera", [this] { return runRun(m_run); });
+    addDevice(pRun, m_run.strDevice)->required();
+    addPair(pRun, m_run.pair);
+    pRun->add_option("-n,--frames", m_run.nFrames, "Frames to correct; without it until Ctrl-C, or all of a replay")
         ->check(within(1, 1e9, "1 to 1000000000"));
-    pRun->add_option("--scene", m_Run.strScene, "What a simulated or replayed camera shows: Dark, Light or Scene")
+    pRun->add_option("--scene", m_run.strScene, "What a simulated or replayed camera shows: Dark, Light or Scene")
         ->transform(oneOf({"Dark", "Light", "Scene"}))
         ->capture_default_str();
-    pRun->add_option("-o,--out", m_Run.strOut, "Folder to write the frames to")->check(folderName());
-    pRun->add_flag("--raw", m_Run.bRaw, "Write the uncorrected frames too, to OUT/raw");
-    addFileFormat(pRun, m_Run.strFormat, m_Run.bOverwrite);
-    addTimeout(pRun, m_Run.fTimeoutS);
-    addForce(pRun, m_Run.bForce);
-    addOutput(pRun, m_Run.bJson);
+    pRun->add_option("-o,--out", m_run.strOut, "Folder to write the frames to")->check(folderName());
+    pRun->add_flag("--raw", m_run.bRaw, "Write the uncorrected frames too, to OUT/raw");
+    addFileFormat(pRun, m_run.strFormat, m_run.bOverwrite);
+    addTimeout(pRun, m_run.dTimeoutS);
+    addForce(pRun, m_run.bForce);
+    addOutput(pRun, m_run.bJson);
 }
 
 void CCommandLine::addCorrect() {
-    CLI::App* pCorrect = addCommand("correct", "Correct image files", [this] { return runCorrect(m_Correct); });
-    pCorrect->add_option("FILES", m_Correct.vecFiles, "Image files (PGM, PPM, TIFF)")->required();
-    addPair(pCorrect, m_Correct.Pair);
-    pCorrect->add_option("-o,--out", m_Correct.strOut, "Folder to write to; a source is never overwritten")
+    CLI::App* pCorrect = addCommand("correct", "Correct image files", [this] { return runCorrect(m_correct); });
+    pCorrect->add_option("FILES", m_correct.vecFiles, "Image files (PGM, PPM, TIFF)")->required();
+    addPair(pCorrect, m_correct.pair);
+    pCorrect->add_option("-o,--out", m_correct.strOut, "Folder to write to; a source is never overwritten")
         ->required()
         ->check(folderName());
-    addFileFormat(pCorrect, m_Correct.strFormat, m_Correct.bOverwrite);
-    addForce(pCorrect, m_Correct.bForce);
-    addOutput(pCorrect, m_Correct.bJson);
+    addFileFormat(pCorrect, m_correct.strFormat, m_correct.bOverwrite);
+    addForce(pCorrect, m_correct.bForce);
+    addOutput(pCorrect, m_correct.bJson);
 }
 
 void CCommandLine::addReport() {
     CLI::App* pReport =
-        addCommand("report", "Write an HTML report on a pair of references", [this] { return runReport(m_Report); });
-    addDevice(pReport, m_Report.strDevice);
-    addPair(pReport, m_Report.Pair);
-    pReport->add_option("-n,--frames", m_Report.nFrames, "Frames of each kind for the figures after correction")
+        addCommand("report", "Write an HTML report on a pair of references", [this] { return runReport(m_report); });
+    addDevice(pReport, m_report.strDevice);
+    addPair(pReport, m_report.pair);
+    pReport->add_option("-n,--frames", m_report.nFrames, "Frames of each kind for the figures after correction")
         ->check(within(2, 1e5, "2 to 100000"))
         ->capture_default_str();
-    pReport->add_option("-o,--out", m_Report.strFile, "HTML file to write; replaced when it exists")
+    pReport->add_option("-o,--out", m_report.strFile, "HTML file to write; replaced when it exists")
         ->capture_default_str();
-    addTimeout(pReport, m_Report.fTimeoutS);
-    addForce(pReport, m_Report.bForce);
-    addOutput(pReport, m_Report.bJson);
+    addTimeout(pReport, m_report.dTimeoutS);
+    addForce(pReport, m_report.bForce);
+    addOutput(pReport, m_report.bJson);
 }
 
 void CCommandLine::addSetOutput() {
     CLI::App* pSet = addCommand("output", "Say in a light reference how corrected images come out",
-                                [this] { return runSetOutput(m_SetOutput); });
-    pSet->add_option("LIGHT", m_SetOutput.strLight, "Light reference; replaced")->required();
-    pSet->add_option("--dark", m_SetOutput.strDark, "Dark reference, in which hot pixels are found");
-    pSet->add_option("--defects", m_SetOutput.strDefects,
+                                [this] { return runSetOutput(m_setOutput); });
+    pSet->add_option("LIGHT", m_setOutput.strLight, "Light reference; replaced")->required();
+    pSet->add_option("--dark", m_setOutput.strDark, "Dark reference, in which hot pixels are found");
+    pSet->add_option("--defects", m_setOutput.strDefects,
                      "Pixels to replace by their neighbours: find (in the references), none, or the file of a list "
                      "(JSON or CSV of x, y, width, height on the sensor)")
         ->type_name("find|none|LIST");
-    pSet->add_option("--target", m_SetOutput.strTarget,
+    pSet->add_option("--target", m_setOutput.strTarget,
                      "What brightness is scaled to: mean of the light reference, max, its brightest place, or a mean "
                      "in DN")
         ->type_name("mean|max|DN");
-    pSet->add_option("--pedestal", m_SetOutput.dPedestal,
+    pSet->add_option("--pedestal", m_setOutput.dPedestal,
                      "DN added after the correction, so that noise around black survives")
         ->check(within(0, 32767.5, "0 to 32767.5"));
-    pSet->add_option("--export", m_SetOutput.strExport, "Write the defects as a list, CSV where the name ends in .csv")
+    pSet->add_option("--export", m_setOutput.strExport, "Write the defects as a list, CSV where the name ends in .csv")
         ->type_name("LIST");
-    addOutput(pSet, m_SetOutput.bJson);
+    addOutput(pSet, m_setOutput.bJson);
 }
 
 void CCommandLine::addDemo() {
-    CLI::App* pDemo = m_Cli.add_subcommand(
+    CLI::App* pDemo = m_cli.add_subcommand(
         "demo", "Record a dark and a light reference, correct frames with them, and write both for comparison");
     pDemo->add_option("--frames", m_strFrames,
                       "Folder of recorded frames dark_*, light_*, scene_* (PGM, PPM or TIFF) in place of the "
                       "simulated camera");
     const CLI::Option* pCamera = pDemo
-                                     ->add_option("--camera", m_Demo.strCamera,
+                                     ->add_option("--camera", m_demo.strCamera,
                                                   "Camera to open, such as sim:7?width=320&height=240&format=Mono8")
                                      ->capture_default_str();
-    pDemo->add_option("-o,--out", m_Demo.strOut, "Folder to write to; files of an earlier demo are replaced")
+    pDemo->add_option("-o,--out", m_demo.strOut, "Folder to write to; files of an earlier demo are replaced")
         ->capture_default_str()
         ->check(folderName());
-    pDemo->add_flag("--overwrite", m_Demo.bOverwrite, "Replace other files of these names, too");
-    addOutput(pDemo, m_Demo.bJson);
+    pDemo->add_flag("--overwrite", m_demo.bOverwrite, "Replace other files of these names, too");
+    addOutput(pDemo, m_demo.bJson);
     pDemo->callback([this, pCamera] {
         m_fnRun = [this, pCamera] {
             if (!m_strFrames.empty() && pCamera->count() != 0) {
                 throw CUsageError("--camera and --frames name two sources; demo takes one of them");
             }
-            m_Demo.strCamera = m_strFrames.empty() ? m_Demo.strCamera : "replay:" + m_strFrames;
-            return runDemo(m_Demo);
+            m_demo.strCamera = m_strFrames.empty() ? m_demo.strCamera : "replay:" + m_strFrames;
+            return runDemo(m_demo);
         };
     });
 }
 
-CCommandLine::CCommandLine() : m_Cli("Shading correction of camera images.", "xapel2-shading") {
-    m_Cli.set_version_flag("--version", "xapel2-shading " XAPEL2_SHADING_VERSION);
-    m_Cli.require_subcommand(1);
-    m_Cli.footer(
+CCommandLine::CCommandLine() : m_cli("Shading correction of camera images.", "xapel2-shading") {
+    m_cli.set_version_flag("--version", "xapel2-shading " XAPEL2_SHADING_VERSION);
+    m_cli.require_subcommand(1);
+    m_cli.footer(
         "Exit codes: 0 done, 1 refused by judgement, 2 wrong use, 3 the camera or a file cannot be used.\n"
         "Ctrl-C ends a run in order, a second one at once.");
     addDevicesAndRecord();
@@ -289,7 +289,7 @@ CCommandLine::CCommandLine() : m_Cli("Shading correction of camera images.", "xa
     addReport();
     addSetOutput();
     addDemo();
-    for (CLI::App* pCommand : m_Cli.get_subcommands({})) {
+    for (CLI::App* pCommand : m_cli.get_subcommands({})) {
         for (CLI::Option* pOption : pCommand->get_options()) {
             if (pOption->get_items_expected_max() > 0) {
                 pOption->check(notEmpty());
@@ -300,7 +300,7 @@ CCommandLine::CCommandLine() : m_Cli("Shading correction of camera images.", "xa
 
 std::string CCommandLine::unknownCommand(const std::string& strWord) const {
     Words vecNames;
-    for (const CLI::App* pCommand : m_Cli.get_subcommands({})) {
+    for (const CLI::App* pCommand : m_cli.get_subcommands({})) {
         vecNames.push_back(pCommand->get_name());
     }
     const std::string strNearest = nearest(strWord, vecNames);
@@ -309,7 +309,7 @@ std::string CCommandLine::unknownCommand(const std::string& strWord) const {
 }
 
 std::string CCommandLine::inOwnWords(const CLI::ParseError& rError) const {
-    const CLI::App* pCommand = m_Cli.get_subcommand(m_strCommand);
+    const CLI::App* pCommand = m_cli.get_subcommand(m_strCommand);
     Words vecNames, vecMissing;
     for (const CLI::Option* pOption : pCommand->get_options()) {
         vecNames.push_back(pOption->get_name());
@@ -356,16 +356,16 @@ bool CCommandLine::parse(Words vecWords) {
     if (strFirst != "-h" && vecWords[0].rfind("--", 0) != 0) {
         m_strCommand = vecWords[0];
         const auto fnSame = [&](const CLI::App* p) { return p->get_name() == m_strCommand; };
-        if (m_Cli.get_subcommands(fnSame).empty()) {
+        if (m_cli.get_subcommands(fnSame).empty()) {
             throw CUsageError(unknownCommand(m_strCommand));
         }
     }
     std::reverse(vecWords.begin(), vecWords.end());
     try {
-        m_Cli.parse(std::move(vecWords));
+        m_cli.parse(std::move(vecWords));
     } catch (const CLI::ParseError& rError) {
         if (rError.get_exit_code() == 0) {
-            m_Cli.exit(rError);
+            m_cli.exit(rError);
             return false;
         }
         if (m_strCommand.empty()) {

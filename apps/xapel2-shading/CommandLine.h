@@ -51,15 +51,15 @@ private:
     std::string inOwnWords(const CLI::ParseError& rError) const;
     std::string unknownCommand(const std::string& strWord) const;
 
-    CLI::App m_Cli;
-    DevicesOptions m_Devices;
-    RecordOptions m_Record;
-    CheckOptions m_Check;
-    RunOptions m_Run;
-    CorrectOptions m_Correct;
-    ReportOptions m_Report;
-    SetOutputOptions m_SetOutput;
-    DemoOptions m_Demo;
+    CLI::App m_cli;
+    DevicesOptions m_devices;
+    RecordOptions m_record;
+    CheckOptions m_check;
+    RunOptions m_run;
+    CorrectOptions m_correct;
+    ReportOptions m_report;
+    SetOutputOptions m_setOutput;
+    DemoOptions m_demo;
     std::string m_strFrames, m_strKind;
     std::function<int()> m_fnRun;
     std::string m_strCommand;

@@ -24,9 +24,9 @@ using namespace XAPEL2::App;
 int fail(const CCommandLine& rLine, int iExit, const std::string& strWhat) {
     complain(strWhat);
     if (rLine.json()) {
-        COutput Output(rLine.command().c_str(), true);
-        Output.json()["error"] = strWhat;
-        Output.finish(iExit);
+        COutput output(rLine.command().c_str(), true);
+        output.json()["error"] = strWhat;
+        output.finish(iExit);
     }
     return iExit;
 }
@@ -72,8 +72,8 @@ int main(int argc, char** argv) {
     try {
         // Results, the last error and the frames themselves tell what traces do.
         XAPEL2::StandIn::setTraceSink([](int32_t, const std::string&) {});
-        CCommandLine Line;
-        const int iExit = runCommand(Line, {argv + (argc > 0 ? 1 : 0), argv + argc});
+        CCommandLine line;
+        const int iExit = runCommand(line, {argv + (argc > 0 ? 1 : 0), argv + argc});
         if (iExit == eExitInterrupted) {
             // By now the camera is closed: one whose program is killed stays taken for a while.
             Interrupt::endProcess();

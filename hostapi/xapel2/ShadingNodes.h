@@ -13,19 +13,19 @@
 namespace XAPEL2 {
 
 // Inputs of a command.
-constexpr char SHADING_NODE_PIXEL_FORMAT[] = "ShadingPixelFormat";  // text, PFNC name
-constexpr char SHADING_NODE_WIDTH[] = "ShadingWidth";               // integer, pixels
-constexpr char SHADING_NODE_HEIGHT[] = "ShadingHeight";             // integer, pixels
-constexpr char SHADING_NODE_BUFFER_SIZE[] = "ShadingBufferSize";    // integer, bytes at the buffer's address
-constexpr char SHADING_NODE_BUFFER[] = "ShadingBuffer";             // integer, address of the image
-constexpr char SHADING_NODE_FILE_NAME[] = "ShadingBrwFilename";     // text, name of a reference file
+constexpr char SHADING_NODE_PIXEL_FORMAT[] = "ShadingPixelFormat";  ///< text, PFNC name
+constexpr char SHADING_NODE_WIDTH[] = "ShadingWidth";               ///< integer, pixels
+constexpr char SHADING_NODE_HEIGHT[] = "ShadingHeight";             ///< integer, pixels
+constexpr char SHADING_NODE_BUFFER_SIZE[] = "ShadingBufferSize";    ///< integer, bytes at the buffer's address
+constexpr char SHADING_NODE_BUFFER[] = "ShadingBuffer";             ///< integer, address of the image
+constexpr char SHADING_NODE_FILE_NAME[] = "ShadingBrwFilename";     ///< text, name of a reference file
 
-constexpr char SHADING_NODE_COMMAND[] = "ShadingCommand";  // integer, an eShadingCommand; writing it runs the command
-constexpr char SHADING_NODE_STATUS[] = "ShadingStatus";    // integer, of the last command; negative: a GenTL code
+constexpr char SHADING_NODE_COMMAND[] = "ShadingCommand";  ///< integer, an eShadingCommand; writing it runs the command
+constexpr char SHADING_NODE_STATUS[] = "ShadingStatus";    ///< integer, of the last command; negative: a GenTL code
 
 // A processor may lack these two.
-constexpr char SHADING_NODE_PARAM_SELECTOR[] = "ShadingParamSelector";  // enumeration of the parameters' names
-constexpr char SHADING_NODE_PARAM_VALUE[] = "ShadingParamValue";        // integer with limits, of the one selected
+constexpr char SHADING_NODE_PARAM_SELECTOR[] = "ShadingParamSelector";  ///< enumeration of the parameters' names
+constexpr char SHADING_NODE_PARAM_VALUE[] = "ShadingParamValue";        ///< integer with limits, of the one selected
 
 /// What "ShadingCommand" runs, and the inputs that it reads.
 enum eShadingCommand : int64_t {
@@ -41,13 +41,13 @@ enum eShadingCommand : int64_t {
 };
 
 // Parameters: the radius of a filter of one reference, in pixels; 0 is off.
-constexpr char SHADING_PARAM_BOX_LIGHT[] = "BoxFilterLight";
-constexpr char SHADING_PARAM_BOX_DARK[] = "BoxFilterDark";
-constexpr char SHADING_PARAM_MEDIAN_LIGHT[] = "MedianFilterLight";
-constexpr char SHADING_PARAM_MEDIAN_DARK[] = "MedianFilterDark";
+constexpr char SHADING_PARAM_BOX_LIGHT[] = "BoxFilterLight";        ///< box, of the light reference
+constexpr char SHADING_PARAM_BOX_DARK[] = "BoxFilterDark";          ///< box, of the dark reference
+constexpr char SHADING_PARAM_MEDIAN_LIGHT[] = "MedianFilterLight";  ///< median, of the light reference
+constexpr char SHADING_PARAM_MEDIAN_DARK[] = "MedianFilterDark";    ///< median, of the dark reference
 
 // Limits of each parameter. The processor tells them too; whoever has one asks it.
-constexpr int64_t SHADING_PARAM_MIN = 0;
-constexpr int64_t SHADING_PARAM_MAX = 31;
+constexpr int64_t SHADING_PARAM_MIN = 0;   ///< off
+constexpr int64_t SHADING_PARAM_MAX = 31;  ///< pixels
 
 }  // namespace XAPEL2

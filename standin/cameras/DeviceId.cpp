@@ -58,19 +58,22 @@ uint64_t parseNumber(const std::string& strId, const std::string& strWhat, const
         bFine = bFine && c >= '0' && c <= '9' && uValue <= (uMax - uDigit) / 10;
         uValue = uValue * 10 + uDigit;
     }
-    if (!bFine || uValue < uMin)
+    if (!bFine || uValue < uMin) {
         refuse(strId, strWhat + " '" + strText + "' is not a number from " + std::to_string(uMin) + " to " +
                           std::to_string(uMax));
+    }
     return uValue;
 }
 
 const PixelFormat* parseFormat(const std::string& strId, const std::string& strName) {
     const PixelFormat* pFormat = findPixelFormat(strName);
-    if (pFormat != nullptr)
+    if (pFormat != nullptr) {
         return pFormat;
+    }
     std::string strKnown;
-    for (const PixelFormat& rFormat : pixelFormats())
+    for (const PixelFormat& rFormat : pixelFormats()) {
         strKnown += (strKnown.empty() ? "" : ", ") + std::string(rFormat.pName);
+    }
     refuse(strId, "unknown format '" + strName + "', known are " + strKnown);
 }
 
@@ -98,8 +101,9 @@ void parseSetting(const std::string& strId, const NodeSetting& rSetting, SimSett
     // A key without '=' is one without a value.
     const std::string& strKey = rSetting.strNode.empty() ? rSetting.strText : rSetting.strNode;
     const std::string& strValue = rSetting.strValue;
-    if (!rSeen.insert(strKey).second)
+    if (!rSeen.insert(strKey).second) {
         refuse(strId, "setting '" + strKey + "' is given twice");
+    }
     if (strKey == "format") {
         rSettings.pFormat = parseFormat(strId, strValue);
         return;
@@ -119,10 +123,11 @@ void parseSetting(const std::string& strId, const NodeSetting& rSetting, SimSett
 uint64_t sensorSide(const std::string& strId, uint64_t nGiven, uint64_t nSide, uint64_t nOffset, uint64_t nBinning) {
     const uint64_t nWanted = (nOffset + nSide) * nBinning;
     const uint64_t nSensor = nGiven != 0 ? nGiven : nWanted;
-    if (nWanted > nSensor || nSensor > IMAGE_SIDE_MAX)
+    if (nWanted > nSensor || nSensor > IMAGE_SIDE_MAX) {
         refuse(strId, "the image takes a sensor of " + std::to_string(nWanted) +
                           " pixels a side, which must not exceed " +
                           std::to_string(nGiven != 0 ? nGiven : IMAGE_SIDE_MAX));
+    }
     return nSensor;
 }
 
@@ -134,16 +139,18 @@ SimSettings parseSim(const std::string& strId, const std::string& strRest) {
     settings.nHeight = 768;
     const std::size_t iQuery = strRest.find('?');
     const std::string strSeed = strRest.substr(0, iQuery);
-    if (!strSeed.empty())
+    if (!strSeed.empty()) {
         settings.uSeed = parseNumber(strId, "seed", strSeed.substr(1), 0, UINT64_MAX);
+    }
     std::set<std::string> aSeen;
     if (iQuery != std::string::npos) {
         for (const NodeSetting& rSetting : splitSettings(strRest.substr(iQuery + 1))) {
             parseSetting(strId, rSetting, settings, aSeen);
         }
     }
-    if (!isBinning(settings.nBinning))
+    if (!isBinning(settings.nBinning)) {
         refuse(strId, "binning is 1, 2 or 4");
+    }
     settings.nBinningX = settings.nBinningY = settings.nBinning;
     settings.nSensorWidth =
         sensorSide(strId, settings.nSensorWidth, settings.nWidth, settings.nOffsetX, settings.nBinning);
@@ -157,8 +164,9 @@ std::unique_ptr<IFrameSource> makeReplay(const std::string& strId, const std::st
     const std::string strSetting = "?format=";
     const std::size_t iSetting = strRest.rfind(strSetting);
     const std::string strFolder = strRest.substr(0, iSetting);
-    if (strFolder.empty())
+    if (strFolder.empty()) {
         refuse(strId, "no folder given, expected replay:DIR");
+    }
     const PixelFormat* pFormat =
         iSetting == std::string::npos ? nullptr : parseFormat(strId, strRest.substr(iSetting + strSetting.size()));
     return std::make_unique<CReplaySource>(strFolder, pFormat);
@@ -172,17 +180,19 @@ std::unique_ptr<IFrameSource> makeFrameSource(const std::string& strId) {
         return std::make_unique<CSimulatedSensor>(settings.uSeed, settings.nSensorWidth, settings.nSensorHeight,
                                                   settings);
     }
-    if (strId.rfind("replay:", 0) == 0)
+    if (strId.rfind("replay:", 0) == 0) {
         return makeReplay(strId, strId.substr(7));
+    }
     refuse(strId,
            "no such source, expected sim, sim:SEED, sim:SEED?width=W&height=H&format=F, replay:DIR or "
            "aravis:ID");
 }
 
-std::unique_ptr<IFrameSource> makeFileSource(const std::vector<std::string>& aFiles, const std::string& strFormat) {
-    if (aFiles.empty())
+std::unique_ptr<IFrameSource> makeFileSource(const std::vector<std::string>& vecFiles, const std::string& strFormat) {
+    if (vecFiles.empty()) {
         throw std::invalid_argument("no image files given");
-    return std::make_unique<CReplaySource>(aFiles, strFormat.empty() ? nullptr : parseFormat("files", strFormat));
+    }
+    return std::make_unique<CReplaySource>(vecFiles, strFormat.empty() ? nullptr : parseFormat("files", strFormat));
 }
 
 NamedCamera makeCamera(const std::string& strId) {

@@ -43,7 +43,7 @@ std::vector<CameraInfo> findRealCameras();
 std::unique_ptr<IFrameSource> makeFrameSource(const std::string& strId);
 
 /// A source of these image files (see openFiles). @throws as makeCamera.
-std::unique_ptr<IFrameSource> makeFileSource(const std::vector<std::string>& aFiles, const std::string& strFormat);
+std::unique_ptr<IFrameSource> makeFileSource(const std::vector<std::string>& vecFiles, const std::string& strFormat);
 
 }  // namespace StandIn
 }  // namespace XAPEL2

@@ -12,6 +12,23 @@
 namespace XAPEL2 {
 namespace StandIn {
 
+std::string layoutDifference(const ReplayLayout& rExpected, const ReplayLayout& rOther) {
+    if (rOther.nWidth != rExpected.nWidth) {
+        return "width " + std::to_string(rOther.nWidth) + " instead of " + std::to_string(rExpected.nWidth);
+    }
+    if (rOther.nHeight != rExpected.nHeight) {
+        return "height " + std::to_string(rOther.nHeight) + " instead of " + std::to_string(rExpected.nHeight);
+    }
+    if (rOther.pFormat != rExpected.pFormat) {
+        return std::string("format ") + rOther.pFormat->pName + " instead of " + rExpected.pFormat->pName;
+    }
+    return "";
+}
+
+void failReplay(const std::string& strPath, const std::string& strText) {
+    throw std::runtime_error(strPath + ": " + strText);
+}
+
 namespace {
 
 // Comments included; no writer makes a header anywhere near this.
@@ -33,20 +50,24 @@ public:
         const std::size_t iStart = m_iPos;
         for (; m_iPos < m_strText.size() && m_strText[m_iPos] >= '0' && m_strText[m_iPos] <= '9'; ++m_iPos) {
             uValue = uValue * 10 + static_cast<uint64_t>(m_strText[m_iPos] - '0');
-            if (uValue > uMax)
+            if (uValue > uMax) {
                 failReplay(m_strPath, std::string("PGM ") + pWhat + " above " + std::to_string(uMax));
+            }
         }
-        if (m_iPos == iStart)
+        if (m_iPos == iStart) {
             failReplay(m_strPath, std::string("PGM header without a ") + pWhat);
-        if (uValue == 0)
+        }
+        if (uValue == 0) {
             failReplay(m_strPath, std::string("PGM ") + pWhat + " is 0");
+        }
         return static_cast<uint32_t>(uValue);
     }
 
     // One white space ends the header; the samples follow.
     std::size_t end() {
-        if (m_iPos >= m_strText.size() || !isSpace(m_strText[m_iPos]))
+        if (m_iPos >= m_strText.size() || !isSpace(m_strText[m_iPos])) {
             failReplay(m_strPath, "PGM header does not end with a white space");
+        }
         return m_iPos + 1;
     }
 
@@ -54,13 +75,15 @@ private:
     void skipSpace() {
         const std::size_t iStart = m_iPos;
         while (m_iPos < m_strText.size() && (isSpace(m_strText[m_iPos]) || m_strText[m_iPos] == '#')) {
-            if (m_strText[m_iPos] == '#')
+            if (m_strText[m_iPos] == '#') {
                 m_iPos = std::min(m_strText.find('\n', m_iPos), m_strText.size());
-            else
+            } else {
                 ++m_iPos;
+            }
         }
-        if (m_iPos == iStart)
+        if (m_iPos == iStart) {
             failReplay(m_strPath, "PGM header is damaged");
+        }
     }
 
     const std::string& m_strPath;
@@ -71,8 +94,9 @@ private:
 const PixelFormat* formatOfMaxval(uint32_t uMaxval) {
     for (const char* pName : {"Mono8", "Mono10", "Mono12", "Mono14"}) {
         const PixelFormat* pFormat = findPixelFormat(pName);
-        if (uMaxval <= pFormat->fullScale())
+        if (uMaxval <= pFormat->fullScale()) {
             return pFormat;
+        }
     }
     return findPixelFormat("Mono16");
 }
@@ -80,18 +104,21 @@ const PixelFormat* formatOfMaxval(uint32_t uMaxval) {
 // Opens the file, leaves the stream at the first sample and checks that exactly the samples follow.
 ReplayLayout openPgm(const std::string& strPath, std::ifstream& rFile) {
     rFile.open(strPath, std::ios::binary);
-    if (!rFile)
+    if (!rFile) {
         failReplay(strPath, "cannot be opened");
+    }
     rFile.seekg(0, std::ios::end);
     const auto nFileBytes = static_cast<uint64_t>(std::max<std::streamoff>(0, rFile.tellg()));
     rFile.seekg(0);
     std::string strText(static_cast<std::size_t>(std::min<uint64_t>(nFileBytes, HEADER_BYTES_MAX)), '\0');
     rFile.read(&strText[0], static_cast<std::streamsize>(strText.size()));
-    if (!rFile)
+    if (!rFile) {
         failReplay(strPath, "cannot be read");
+    }
     const bool bColour = strText.compare(0, 2, "P6") == 0;
-    if (!bColour && strText.compare(0, 2, "P5") != 0)
+    if (!bColour && strText.compare(0, 2, "P5") != 0) {
         failReplay(strPath, "not a binary PGM (P5) or PPM (P6)");
+    }
 
     CPgmHeader header(strPath, strText);
     ReplayLayout layout;
@@ -99,12 +126,14 @@ ReplayLayout openPgm(const std::string& strPath, std::ifstream& rFile) {
     layout.nHeight = header.number("height", IMAGE_SIDE_MAX);
     layout.uMaxval = header.number("maxval", 65535);
     layout.pFormat = bColour ? findPixelFormat("RGB8") : formatOfMaxval(layout.uMaxval);
-    if (layout.uMaxval > layout.pFormat->fullScale())
+    if (layout.uMaxval > layout.pFormat->fullScale()) {
         failReplay(strPath, "three channels of more than 8 bits");
+    }
     const uint64_t nExpected = header.end() + imageBytes(*layout.pFormat, layout.nWidth, layout.nHeight);
-    if (nFileBytes != nExpected)
+    if (nFileBytes != nExpected) {
         failReplay(strPath, std::string("PGM is ") + (nFileBytes < nExpected ? "truncated" : "too long") + ": " +
                                 std::to_string(nFileBytes) + " bytes instead of " + std::to_string(nExpected));
+    }
     rFile.seekg(static_cast<std::streamoff>(header.end()));
     return layout;
 }
@@ -119,12 +148,14 @@ ReplayLayout pgmLayout(const std::string& strPath) {
 void readPgm(const std::string& strPath, const ReplayLayout& rLayout, void* pImage) {
     std::ifstream file;
     const std::string strDifference = layoutDifference(rLayout, openPgm(strPath, file));
-    if (!strDifference.empty())
+    if (!strDifference.empty()) {
         failReplay(strPath, "changed since it was opened: " + strDifference);
+    }
     file.read(static_cast<char*>(pImage),
               static_cast<std::streamsize>(imageBytes(*rLayout.pFormat, rLayout.nWidth, rLayout.nHeight)));
-    if (!file)
+    if (!file) {
         failReplay(strPath, "cannot be read");
+    }
 
     auto* pBytes = static_cast<uint8_t*>(pImage);
     const auto nSamples = static_cast<std::size_t>(rLayout.nWidth * rLayout.nHeight * rLayout.pFormat->nChannels);
@@ -138,9 +169,10 @@ void readPgm(const std::string& strPath, const ReplayLayout& rLayout, void* pIma
             uLargest = std::max(uLargest, static_cast<uint32_t>(pBytes[2 * i] | pBytes[2 * i + 1] << 8));
         }
     }
-    if (uLargest > rLayout.uMaxval)
+    if (uLargest > rLayout.uMaxval) {
         failReplay(strPath, "a sample is " + std::to_string(uLargest) + ", above the maxval of " +
                                 std::to_string(rLayout.uMaxval));
+    }
 }
 
 }  // namespace StandIn

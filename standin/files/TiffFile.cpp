@@ -11,8 +11,9 @@ namespace StandIn {
 namespace {
 
 void require(bool bFine, const std::string& strText) {
-    if (!bFine)
+    if (!bFine) {
         throw CFileError(strText);
+    }
 }
 
 const PixelFormat* formatOfTags(const CTiffInput& rTiff) {

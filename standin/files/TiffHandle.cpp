@@ -27,8 +27,9 @@ std::string systemError() {
 
 CTiffHandle::CTiffHandle(int iFile, const char* strMode, uint64_t nBytes) : m_iFile(iFile), m_nBytes(nBytes) {
     TIFFOpenOptions* pOptions = TIFFOpenOptionsAlloc();
-    if (!pOptions)
+    if (!pOptions) {
         throw std::bad_alloc();
+    }
     TIFFOpenOptionsSetMaxSingleMemAlloc(pOptions, ALLOCATION_MAX);
     TIFFOpenOptionsSetErrorHandlerExtR(pOptions, onError, this);
     TIFFOpenOptionsSetWarningHandlerExtR(pOptions, onWarning, this);
@@ -39,10 +40,12 @@ CTiffHandle::CTiffHandle(int iFile, const char* strMode, uint64_t nBytes) : m_iF
 }
 
 void CTiffHandle::check(bool bGood, const char* strElse) const {
-    if (m_iWriteError != 0)
+    if (m_iWriteError != 0) {
         throw CFileError(std::string(strElse) + ": " + std::generic_category().message(m_iWriteError));
-    if (!bGood)
+    }
+    if (!bGood) {
         throw CFileError(m_aError[0] ? m_aError : strElse);
+    }
 }
 
 int CTiffHandle::onError(TIFF*, void* pThis, const char*, const char* strFormat, va_list pArguments) {
@@ -66,8 +69,9 @@ tmsize_t CTiffHandle::onWrite(thandle_t pThis, void* pBytes, tmsize_t nBytes) {
     for (tmsize_t nDone = 0; nDone < nBytes;) {
         const ssize_t nNow = pwrite(p->m_iFile, static_cast<const char*>(pBytes) + nDone,
                                     static_cast<std::size_t>(nBytes - nDone), static_cast<off_t>(p->m_uPosition));
-        if (nNow < 0 && errno == EINTR)
+        if (nNow < 0 && errno == EINTR) {
             continue;
+        }
         if (nNow <= 0) {
             p->m_iWriteError = nNow < 0 ? errno : EIO;
             return nDone;

@@ -21,16 +21,18 @@ namespace {
 constexpr uint64_t DIRECTORY_ENTRIES_MAX = 64;
 
 void require(bool bGood, const char* strElse) {
-    if (!bGood)
+    if (!bGood) {
         throw CFileError(strElse);
+    }
 }
 
 int openFile(const std::string& strFile) {
     require(!strFile.empty() && strFile.find('\0') == std::string::npos, "no file name");
     // Without O_NONBLOCK opening a pipe would wait for a writer.
     const int iFile = open(strFile.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    if (iFile < 0)
+    if (iFile < 0) {
         throw CFileError("cannot open: " + systemError());
+    }
     return iFile;
 }
 
@@ -50,9 +52,9 @@ void readAt(int iFile, uint64_t uOffset, uint8_t* pBytes, std::size_t nBytes, co
 }
 
 uint64_t sizeOf(int iFile) {
-    struct stat sStatus = {};
-    require(fstat(iFile, &sStatus) == 0 && S_ISREG(sStatus.st_mode), "not a regular file");
-    return static_cast<uint64_t>(sStatus.st_size);
+    struct stat status = {};
+    require(fstat(iFile, &status) == 0 && S_ISREG(status.st_mode), "not a regular file");
+    return static_cast<uint64_t>(status.st_size);
 }
 
 /// Checks that the directory at uPage, or the first one for 0, has few tags with no more values together than the file
@@ -67,15 +69,15 @@ uint64_t checkDirectory(int iFile, uint64_t nFileBytes, uint64_t uPage) {
     const std::size_t nEntry = bLarge ? 20 : 12;
     const uint64_t uFirst = bLarge ? number(&aHead[8], 8, bBig) : number(&aHead[4], 4, bBig);
     const uint64_t uDirectory = uPage != 0 ? uPage : uFirst;
-    std::vector<uint8_t> vBytes(DIRECTORY_ENTRIES_MAX * nEntry);
-    readAt(iFile, uDirectory, vBytes.data(), nCount, "the directory lies outside the file");
-    const uint64_t nEntries = number(vBytes.data(), nCount, bBig);
+    std::vector<uint8_t> vecBytes(DIRECTORY_ENTRIES_MAX * nEntry);
+    readAt(iFile, uDirectory, vecBytes.data(), nCount, "the directory lies outside the file");
+    const uint64_t nEntries = number(vecBytes.data(), nCount, bBig);
     require(nEntries <= DIRECTORY_ENTRIES_MAX, "the directory has too many tags");
-    readAt(iFile, uDirectory + nCount, vBytes.data(), nEntries * nEntry, "the directory lies outside the file");
+    readAt(iFile, uDirectory + nCount, vecBytes.data(), nEntries * nEntry, "the directory lies outside the file");
     uint64_t nValues = 0;
     for (uint64_t i = 0; i < nEntries; ++i) {
         // An entry is tag and type, 2 bytes each, the number of values, and the values or their place.
-        const uint64_t n = number(&vBytes[i * nEntry + 4], bLarge ? 8 : 4, bBig);
+        const uint64_t n = number(&vecBytes[i * nEntry + 4], bLarge ? 8 : 4, bBig);
         require(n <= nFileBytes - nValues, "the tags claim more values than the file has bytes");
         nValues += n;
     }
@@ -93,17 +95,17 @@ uint64_t checkDirectory(int iFile, uint64_t nFileBytes, uint64_t uPage) {
 
 // m: no memory map, which would raise a signal when somebody shortens the file; c: strips as they are in the file.
 CTiffInput::CTiffInput(const std::string& strFile)
-    : m_sFile(openFile(strFile)),
-      m_nFileBytes(sizeOf(m_sFile.get())),
-      m_uNextPage(checkDirectory(m_sFile.get(), m_nFileBytes, 0)),
-      m_sTiff(m_sFile.get(), "rmc", m_nFileBytes) {}
+    : m_file(openFile(strFile)),
+      m_nFileBytes(sizeOf(m_file.get())),
+      m_uNextPage(checkDirectory(m_file.get(), m_nFileBytes, 0)),
+      m_tiff(m_file.get(), "rmc", m_nFileBytes) {}
 
 bool CTiffInput::nextPage() {
     if (m_uNextPage == 0) {
         return false;
     }
-    m_uNextPage = checkDirectory(m_sFile.get(), m_nFileBytes, m_uNextPage);
-    m_sTiff.check(TIFFReadDirectory(get()) == 1, "the next page cannot be read");
+    m_uNextPage = checkDirectory(m_file.get(), m_nFileBytes, m_uNextPage);
+    m_tiff.check(TIFFReadDirectory(get()) == 1, "the next page cannot be read");
     return true;
 }
 
@@ -149,7 +151,7 @@ void CTiffInput::read(uint64_t nHeight, uint64_t nRowBytes, void* pImage) const 
     for (uint64_t iY = 0; iY < nHeight; iY += nRows, ++iStrip) {
         // Straight to its place, since nothing is compressed: the library keeps no copy of the strip.
         const auto nBytes = static_cast<tmsize_t>(std::min(nRows, nHeight - iY) * nRowBytes);
-        m_sTiff.check(TIFFReadEncodedStrip(get(), iStrip, pBytes, nBytes) == nBytes, "cannot read the samples");
+        m_tiff.check(TIFFReadEncodedStrip(get(), iStrip, pBytes, nBytes) == nBytes, "cannot read the samples");
         pBytes += nBytes;
     }
 }

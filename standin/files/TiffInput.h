@@ -25,7 +25,7 @@ public:
     /// @throws CFileError
     bool nextPage();
 
-    TIFF* get() const { return m_sTiff.get(); }
+    TIFF* get() const { return m_tiff.get(); }
 
     /// The value of a tag with a 16-bit value, its default where the file has none, 0 where there is neither.
     uint16_t tag(uint32_t uTag) const;
@@ -42,10 +42,10 @@ public:
 private:
     uint64_t rowsPerStrip(uint64_t nHeight) const;
 
-    CFileDescriptor m_sFile;
+    CFileDescriptor m_file;
     uint64_t m_nFileBytes;
     uint64_t m_uNextPage = 0;  // place of the next directory, 0: none
-    CTiffHandle m_sTiff;
+    CTiffHandle m_tiff;
 };
 
 }  // namespace StandIn

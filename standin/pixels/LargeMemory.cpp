@@ -27,10 +27,12 @@ LargeMemory allocateLarge(std::size_t nBytes) {
     const std::size_t nUnit = bHuge ? HUGE_PAGE : 64;
     const std::size_t nWhole = nBytes / nUnit * nUnit + nUnit;
     LargeMemory pMemory(static_cast<uint8_t*>(std::aligned_alloc(nUnit, nWhole)));
-    if (!pMemory)
+    if (!pMemory) {
         throw std::bad_alloc();
-    if (bHuge)
+    }
+    if (bHuge) {
         madvise(pMemory.get(), nWhole, MADV_HUGEPAGE);  // refused: the same with small pages
+    }
     return pMemory;
 }
 

@@ -10,7 +10,7 @@ namespace XAPEL2 {
 namespace StandIn {
 
 const std::vector<PixelFormat>& pixelFormats() {
-    static const std::vector<PixelFormat> s_Formats = {
+    static const std::vector<PixelFormat> s_vecFormats = {
         {"Mono8", 0x01080001, 8, 8, 1, ""},
         {"Mono10", 0x01100003, 10, 16, 1, ""},
         {"Mono12", 0x01100005, 12, 16, 1, ""},
@@ -55,13 +55,14 @@ const std::vector<PixelFormat>& pixelFormats() {
         {"RGB8", 0x02180014, 8, 8, 3, ""},
         {"BGR8", 0x02180015, 8, 8, 3, ""},
     };
-    return s_Formats;
+    return s_vecFormats;
 }
 
 const PixelFormat* findPixelFormat(const std::string& strName) {
     for (const PixelFormat& rFormat : pixelFormats()) {
-        if (strName == rFormat.pName)
+        if (strName == rFormat.pName) {
             return &rFormat;
+        }
     }
     return nullptr;
 }
@@ -157,10 +158,11 @@ struct Split {
 /// Calls fn with the packing of a packed format.
 template <class F>
 void withPacking(const PixelFormat& rFormat, F fn) {
-    if (rFormat.bSplit)
+    if (rFormat.bSplit) {
         rFormat.nBits == 10 ? fn(Split<10>()) : fn(Split<12>());
-    else
+    } else {
         rFormat.nBits == 10 ? fn(Dense<10>()) : fn(Dense<12>());
+    }
 }
 
 /// Calls fnOne(sample of the run, sample of the image) and fnGroup(the same) for a run of samples of an image.
@@ -178,8 +180,9 @@ void unpackSamples(const PixelFormat& rFormat, const void* pImage, std::size_t i
                    uint16_t* pSamples) {
     const auto* pBytes = static_cast<const uint8_t*>(pImage);
     if (rFormat.nWireBits == 16) {
-        if (nSamples != 0)
+        if (nSamples != 0) {
             std::memcpy(pSamples, pBytes + iFirst * 2, nSamples * 2);
+        }
         return;
     }
     if (rFormat.nWireBits == 8) {
@@ -200,8 +203,9 @@ void packSamples(const PixelFormat& rFormat, const uint16_t* pSamples, std::size
                  void* pImage) {
     auto* pBytes = static_cast<uint8_t*>(pImage);
     if (rFormat.nWireBits == 16) {
-        if (nSamples != 0)
+        if (nSamples != 0) {
             std::memcpy(pBytes + iFirst * 2, pSamples, nSamples * 2);
+        }
         return;
     }
     if (rFormat.nWireBits == 8) {

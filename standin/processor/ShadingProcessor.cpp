@@ -95,7 +95,7 @@ struct CShadingProcessor::Impl {
     // Guarded by m_bBusy.
     std::array<std::unique_ptr<ReferenceImage>, 2> m_aReferences;  // by eReferenceKind
     std::unique_ptr<CReferenceRecorder> m_pRecorder;               // null: no recording runs
-    ImageLayout m_sApplied;                                        // what m_pCorrection is for
+    ImageLayout m_applied;                                         // what m_pCorrection is for
     std::unique_ptr<ICorrection> m_pCorrection;                    // null: nothing is applied
     std::string m_strTrace;                                        // emitted once the command is over
 
@@ -109,8 +109,9 @@ struct CShadingProcessor::Impl {
 };
 
 void CShadingProcessor::Impl::emit(const std::string& strText) const noexcept {
-    if (strText.empty() || !m_fnTrace)
+    if (strText.empty() || !m_fnTrace) {
         return;
+    }
     try {
         m_fnTrace(TRACE_ERROR, "ImageProcessor; " + strText);
     } catch (...) {
@@ -124,46 +125,52 @@ int64_t CShadingProcessor::Impl::leaveUntouched(eReason eWhy, const ShadingInput
     rAnswer.eOutcome = iStatus < 0 ? eRefused : eLeftUntouched;
     rAnswer.pReason = textOf(eWhy);
     const uint32_t uBit = 1U << eWhy;
-    if ((m_uTraced.fetch_or(uBit, std::memory_order_relaxed) & uBit) == 0)
+    if ((m_uTraced.fetch_or(uBit, std::memory_order_relaxed) & uBit) == 0) {
         m_strTrace = "image left untouched; " + std::string(textOf(eWhy)) + "; image " +
                      toText(rInputs.strPixelFormat, rInputs.iWidth, rInputs.iHeight) + ", " +
                      std::to_string(rInputs.iBufferSize) + " bytes";
+    }
     return iStatus;
 }
 
 FilterRadii CShadingProcessor::Impl::radii(eReferenceKind eKind) const {
-    const std::lock_guard<std::mutex> sLock(m_mtxParameters);
+    const std::lock_guard<std::mutex> lock(m_mtxParameters);
     const bool bLight = eKind == eReferenceLight;
     return {static_cast<unsigned>(m_aParameters[bLight ? eMedianLight : eMedianDark]),
             static_cast<unsigned>(m_aParameters[bLight ? eBoxLight : eBoxDark])};
 }
 
 void CShadingProcessor::Impl::describe(std::string strCorrection) noexcept {
-    const std::lock_guard<std::mutex> sLock(m_mtxParameters);
+    const std::lock_guard<std::mutex> lock(m_mtxParameters);
     m_strCorrection.swap(strCorrection);
 }
 
 int64_t CShadingProcessor::Impl::process(const ShadingInputs& rInputs, ShadingAnswer& rAnswer) {
-    const ImageLayout sLayout = layoutOf(rInputs);
-    if (!sLayout.isPossible() || static_cast<uint64_t>(rInputs.iBuffer) < NO_ADDRESS || rInputs.iBufferSize < 0 ||
-        static_cast<uint64_t>(rInputs.iBufferSize) < sLayout.bytes())
+    const ImageLayout layout = layoutOf(rInputs);
+    if (!layout.isPossible() || static_cast<uint64_t>(rInputs.iBuffer) < NO_ADDRESS || rInputs.iBufferSize < 0 ||
+        static_cast<uint64_t>(rInputs.iBufferSize) < layout.bytes()) {
         return leaveUntouched(eImpossible, rInputs, GC_ERR_INVALID_PARAMETER, rAnswer);
+    }
     void* const pImage = reinterpret_cast<void*>(static_cast<uintptr_t>(rInputs.iBuffer));
 
     if (m_pRecorder) {
-        if (m_pRecorder->images() != 0 && m_pRecorder->layout() != sLayout)
+        if (m_pRecorder->images() != 0 && m_pRecorder->layout() != layout) {
             return leaveUntouched(eOtherThanRecording, rInputs, GC_ERR_INVALID_PARAMETER, rAnswer);
-        m_pRecorder->add(sLayout, pImage);
+        }
+        m_pRecorder->add(layout, pImage);
         rAnswer.eOutcome = eRecorded;
         rAnswer.pReason = RECORDING;
         return static_cast<int64_t>(m_pRecorder->images());
     }
-    if (!m_pCorrection)
+    if (!m_pCorrection) {
         return leaveUntouched(eNothingApplied, rInputs, UNTOUCHED, rAnswer);
-    if (m_sApplied.pFormat != sLayout.pFormat)
+    }
+    if (m_applied.pFormat != layout.pFormat) {
         return leaveUntouched(eOtherFormat, rInputs, UNTOUCHED, rAnswer);
-    if (m_sApplied != sLayout)
+    }
+    if (m_applied != layout) {
         return leaveUntouched(eOtherSize, rInputs, UNTOUCHED, rAnswer);
+    }
     m_pCorrection->correct(pImage);
     rAnswer.eOutcome = eCorrected;
     return GC_ERR_SUCCESS;
@@ -176,15 +183,17 @@ int64_t CShadingProcessor::Impl::failApply(const std::string& strWhy, int64_t iS
 }
 
 int64_t CShadingProcessor::Impl::apply(const ShadingInputs& rInputs, ShadingAnswer& rAnswer) {
-    const ImageLayout sLayout = layoutOf(rInputs);
+    const ImageLayout layout = layoutOf(rInputs);
     const std::string strWanted = toText(rInputs.strPixelFormat, rInputs.iWidth, rInputs.iHeight);
-    if (!sLayout.isPossible())
+    if (!layout.isPossible()) {
         return failApply(strWanted + "; unknown format or impossible size", GC_ERR_INVALID_PARAMETER, rAnswer);
-    if (!m_aReferences[eReferenceDark] && !m_aReferences[eReferenceLight])
+    }
+    if (!m_aReferences[eReferenceDark] && !m_aReferences[eReferenceLight]) {
         return failApply(strWanted + "; there is no reference", GC_ERR_NOT_AVAILABLE, rAnswer);
+    }
     for (const auto& rpReference : m_aReferences) {
-        if (rpReference && !rpReference->sLayout.hasSamplesLike(sLayout)) {
-            const ImageLayout& rOther = rpReference->sLayout;
+        if (rpReference && !rpReference->layout.hasSamplesLike(layout)) {
+            const ImageLayout& rOther = rpReference->layout;
             return failApply(strWanted + "; a reference is of " +
                                  toText(rOther.pFormat->pName, static_cast<int64_t>(rOther.nWidth),
                                         static_cast<int64_t>(rOther.nHeight)),
@@ -194,26 +203,27 @@ int64_t CShadingProcessor::Impl::apply(const ShadingInputs& rInputs, ShadingAnsw
     std::array<std::vector<float>, 2> aFiltered;
     std::array<const std::vector<float>*, 2> apSamples = {};
     for (const eReferenceKind eKind : {eReferenceDark, eReferenceLight}) {
-        if (!m_aReferences[eKind])
+        if (!m_aReferences[eKind]) {
             continue;
-        apSamples[eKind] = &m_aReferences[eKind]->vSamples;
-        const FilterRadii sRadii = radii(eKind);
-        if (sRadii.nMedian == 0 && sRadii.nBox == 0)
+        }
+        apSamples[eKind] = &m_aReferences[eKind]->vecSamples;
+        const FilterRadii filters = radii(eKind);
+        if (filters.nMedian == 0 && filters.nBox == 0) {
             continue;  // as it is: a copy would take as long as the tables
+        }
         aFiltered[eKind] = *apSamples[eKind];
-        filterReference(sLayout, sRadii, aFiltered[eKind]);
+        filterReference(layout, filters, aFiltered[eKind]);
         apSamples[eKind] = &aFiltered[eKind];
     }
-    CorrectionOutput sOutput;
+    CorrectionOutput output;
     if (m_aReferences[eReferenceLight]) {
-        sOutput = {m_aReferences[eReferenceLight]->sOutput, &m_aReferences[eReferenceLight]->vecDefects};
+        output = {m_aReferences[eReferenceLight]->output, &m_aReferences[eReferenceLight]->vecDefects};
     }
-    auto pCorrection =
-        makeCorrection(sLayout, apSamples[eReferenceDark], apSamples[eReferenceLight], nullptr, sOutput);
+    auto pCorrection = makeCorrection(layout, apSamples[eReferenceDark], apSamples[eReferenceLight], nullptr, output);
     std::string strCorrection = pCorrection->description();
     m_pCorrection = std::move(pCorrection);
     describe(std::move(strCorrection));
-    m_sApplied = sLayout;
+    m_applied = layout;
     m_uTraced = 0;
     return GC_ERR_SUCCESS;
 }
@@ -233,8 +243,9 @@ int64_t CShadingProcessor::Impl::load(eReferenceKind eKind, const ShadingInputs&
         return GC_ERR_RESOURCE_IN_USE;
     }
     auto pReference = std::make_unique<ReferenceImage>(readReferenceFile(rInputs.strFilename));
-    if (pReference->eKind != eKind)
+    if (pReference->eKind != eKind) {
         throw CFileError(eKind == eReferenceLight ? "it is a dark reference" : "it is a light reference");
+    }
     m_aReferences[eKind] = std::move(pReference);
     return GC_ERR_SUCCESS;
 }
@@ -303,8 +314,9 @@ int64_t CShadingProcessor::execute(int64_t iCommand, const ShadingInputs& rInput
     // Acquire pairs with the release below: a command sees all that the one before it did.
     if (rImpl.m_bBusy.exchange(true, std::memory_order_acquire)) {
         const uint32_t uBit = 1U << eBusy;
-        if (iCommand == eCommandProcess && (rImpl.m_uTraced.fetch_or(uBit, std::memory_order_relaxed) & uBit) == 0)
+        if (iCommand == eCommandProcess && (rImpl.m_uTraced.fetch_or(uBit, std::memory_order_relaxed) & uBit) == 0) {
             rImpl.emit(std::string("image left untouched; ") + BUSY);
+        }
         rAnswer.eOutcome = eFailed;
         rAnswer.pReason = BUSY;
         return GC_ERR_RESOURCE_IN_USE;
@@ -324,23 +336,25 @@ int64_t CShadingProcessor::execute(int64_t iCommand, const ShadingInputs& rInput
 
 bool CShadingProcessor::setParameter(const std::string& strName, int64_t iValue) {
     const std::size_t iParameter = parameterIndex(strName);
-    if (iParameter == PARAMETERS.size() || iValue < SHADING_PARAM_MIN || iValue > SHADING_PARAM_MAX)
+    if (iParameter == PARAMETERS.size() || iValue < SHADING_PARAM_MIN || iValue > SHADING_PARAM_MAX) {
         return false;
-    const std::lock_guard<std::mutex> sLock(m_pImpl->m_mtxParameters);
+    }
+    const std::lock_guard<std::mutex> lock(m_pImpl->m_mtxParameters);
     m_pImpl->m_aParameters[iParameter] = iValue;
     return true;
 }
 
 int64_t CShadingProcessor::parameter(const std::string& strName) const {
     const std::size_t iParameter = parameterIndex(strName);
-    if (iParameter == PARAMETERS.size())
+    if (iParameter == PARAMETERS.size()) {
         return 0;
-    const std::lock_guard<std::mutex> sLock(m_pImpl->m_mtxParameters);
+    }
+    const std::lock_guard<std::mutex> lock(m_pImpl->m_mtxParameters);
     return m_pImpl->m_aParameters[iParameter];
 }
 
 std::string CShadingProcessor::correction() const {
-    const std::lock_guard<std::mutex> sLock(m_pImpl->m_mtxParameters);
+    const std::lock_guard<std::mutex> lock(m_pImpl->m_mtxParameters);
     return m_pImpl->m_strCorrection.empty() ? "none" : m_pImpl->m_strCorrection;
 }
 

@@ -53,29 +53,30 @@ TEST_F(Cameras, ResidualIsWhatTheNoiseOfTheReferencePredicts) {
         const auto vecOn = fnAverage();
         rig.pShading->SetEnable(false);
         const auto vecOff = fnAverage();
-        const double fScale = pFormat->fullScale();
+        const double dScale = pFormat->fullScale();
         for (unsigned iClass = 0; iClass < (pFormat->isCfa() ? 4 : pFormat->nChannels); ++iClass) {
-            double fCount = 0, fOn = 0, fOnSquares = 0, fOff = 0, fOffSquares = 0, fLaw = 0;
+            double dCount = 0, dOn = 0, dOnSquares = 0, dOff = 0, dOffSquares = 0, dLaw = 0;
             for (std::size_t i = 0; i < vecOn.size(); ++i) {
                 const std::size_t iPixel = i / pFormat->nChannels, iX = iPixel % WIDTH, iY = iPixel / WIDTH;
-                if ((pFormat->isCfa() ? iY % 2 * 2 + iX % 2 : i % pFormat->nChannels) != iClass)
+                if ((pFormat->isCfa() ? iY % 2 * 2 + iX % 2 : i % pFormat->nChannels) != iClass) {
                     continue;
-                const double fLight = fScale * rig.scene.light(i, static_cast<double>(iX) / WIDTH - 0.5,
+                }
+                const double dLight = dScale * rig.scene.light(i, static_cast<double>(iX) / WIDTH - 0.5,
                                                                static_cast<double>(iY) / HEIGHT - 0.5);
-                fLaw += (std::pow(fScale * rig.scene.noise(), 2) + 1.0 / 12) / (fLight * fLight);
-                fCount += 1;
-                fOn += vecOn[i];
-                fOnSquares += vecOn[i] * vecOn[i];
-                fOff += vecOff[i];
-                fOffSquares += vecOff[i] * vecOff[i];
+                dLaw += (std::pow(dScale * rig.scene.noise(), 2) + 1.0 / 12) / (dLight * dLight);
+                dCount += 1;
+                dOn += vecOn[i];
+                dOnSquares += vecOn[i] * vecOn[i];
+                dOff += vecOff[i];
+                dOffSquares += vecOff[i] * vecOff[i];
             }
-            const auto fnResidual = [fCount](double fSum, double fSquares) {
-                return std::sqrt(fSquares * fCount / (fSum * fSum) - 1);
+            const auto fnResidual = [dCount](double dSum, double dSquares) {
+                return std::sqrt(dSquares * dCount / (dSum * dSum) - 1);
             };
-            const double fPredicted = std::sqrt(fLaw / fCount * (1.0 / RECORDED + 1.0 / AVERAGED) +
-                                                1.0 / 12 / AVERAGED / std::pow(fOn / fCount, 2));
-            EXPECT_NEAR(fnResidual(fOn, fOnSquares) / fPredicted, 1, 0.12) << "class " << iClass;
-            EXPECT_GT(fnResidual(fOff, fOffSquares), 10 * fPredicted) << "class " << iClass;
+            const double dPredicted = std::sqrt(dLaw / dCount * (1.0 / RECORDED + 1.0 / AVERAGED) +
+                                                1.0 / 12 / AVERAGED / std::pow(dOn / dCount, 2));
+            EXPECT_NEAR(fnResidual(dOn, dOnSquares) / dPredicted, 1, 0.12) << "class " << iClass;
+            EXPECT_GT(fnResidual(dOff, dOffSquares), 10 * dPredicted) << "class " << iClass;
         }
         rig.close();
     }
@@ -98,8 +99,9 @@ TEST_F(Cameras, IncompleteFramesArriveAsThePacketsLeftThem) {
         }
         ++nIncomplete;
         for (std::size_t i = 0; i < vecRaw.size(); ++i) {
-            if (rImage.vecBytes[i] != vecRaw[i] && rImage.vecBytes[i] != MARK)
+            if (rImage.vecBytes[i] != vecRaw[i] && rImage.vecBytes[i] != MARK) {
                 return ADD_FAILURE() << "byte " << i << " of an incomplete frame is neither sent nor left alone";
+            }
         }
     });
     EXPECT_GT(nComplete, 50U);
@@ -170,28 +172,30 @@ TEST_F(Cameras, ACameraObeysOneClientAndTellsWhenItObeysNoMore) {
         EXPECT_EQ(iResult, iExpected);
         EXPECT_TRUE(traced(bOther ? "another program has taken control" : "no longer obeys this program"));
         EXPECT_EQ(getFilledBuffer(rig.pStream, &hBuffer, 0), iExpected) << "as long as it is so";
-        if (pOther != nullptr)
+        if (pOther != nullptr) {
             closeDevice(pOther);
+        }
     }
 }
 
 TEST_F(Cameras, TwoAtOnceAreCorrectedEachByItsOwnReference) {
-    if (!g_bOwnNetwork)
+    if (!g_bOwnNetwork) {
         GTEST_SKIP() << "This machine has one address 127.0.0.1 only, and permits no network of the test's own.";
+    }
     Rig first(0, "127.0.0.1", 10), second(0, "127.0.0.2", 20);
     std::vector<std::string> vecIds;
     for (const DeviceInfo& rInfo : enumerateDevices()) vecIds.push_back(rInfo.strId);
     EXPECT_EQ(vecIds.size(), 3U) << "the simulated sensor and two cameras";
     std::vector<std::thread> vecThreads;
-    std::vector<uint8_t> avecGolden[2];
+    std::vector<uint8_t> vecAvecGolden[2];
     for (Rig* pRig : {&first, &second}) {
         pRig->open("Mono8", 128, 96, 16, "100");
         pRig->correct(2);
-        avecGolden[pRig == &second] = pRig->frame();
+        vecAvecGolden[pRig == &second] = pRig->frame();
     }
-    ASSERT_NE(avecGolden[0], avecGolden[1]);
+    ASSERT_NE(vecAvecGolden[0], vecAvecGolden[1]);
     for (Rig* pRig : {&first, &second}) {
-        vecThreads.emplace_back([&rGolden = avecGolden[pRig == &second], pRig] {
+        vecThreads.emplace_back([&rGolden = vecAvecGolden[pRig == &second], pRig] {
             pRig->run(100, [&](const Image& rImage) { EXPECT_TRUE(rImage.vecBytes == rGolden); });
         });
     }
@@ -277,8 +281,9 @@ TEST_F(Cameras, SettingsBehindTheIdentifierAreWrittenInTheirOrder) {
     const auto fnSettings = [&](const char* pSettings) {
         XAPEL2::Device* const pDevice = openDevice(rig.strId + pSettings);
         std::string strAll;
-        for (const char* pNode : {"PixelFormat", "Width", "ExposureTime"})
+        for (const char* pNode : {"PixelFormat", "Width", "ExposureTime"}) {
             strAll += std::string(remoteNodes(pDevice)->GetNode(pNode)->GetString().get()) + " ";
+        }
         EXPECT_EQ(closeDevice(pDevice), 0);
         return strAll;
     };
@@ -302,7 +307,8 @@ TEST_F(Cameras, SettingsBehindTheIdentifierAreWrittenInTheirOrder) {
 int main(int argc, char** argv) {
     ::testing::InitGoogleTest(&argc, argv);
     XapelTest::g_bOwnNetwork = XapelTest::enterOwnNetwork();
-    if (!XapelTest::g_bOwnNetwork)
+    if (!XapelTest::g_bOwnNetwork) {
         std::cerr << "No network of its own: the cameras are on this machine's 127.0.0.1.\n";
+    }
     return RUN_ALL_TESTS();
 }

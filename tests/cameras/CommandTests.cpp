@@ -49,11 +49,13 @@ bool answers() {
 std::vector<std::string> forCamera(std::vector<std::string> vecCommand) {
     const bool bDark = vecCommand[1] == "dark";
     for (std::string& rWord : vecCommand) {
-        if (rWord == "sim")
+        if (rWord == "sim") {
             rWord = CAMERA + (bDark ? "?ExposureTime=1000" : "?ExposureTime=10000&AcquisitionFrameRate=100");
+        }
     }
-    if (vecCommand[1] == "light")
+    if (vecCommand[1] == "light") {
         vecCommand.insert(vecCommand.end(), {"-n", "255"});
+    }
     return vecCommand;
 }
 

@@ -28,14 +28,14 @@ using XAPEL2::Ext::Sc::Shading;
 /// covered.
 class CScene {
 public:
-    explicit CScene(double fNoise, uint64_t uSeed = 1) : m_fNoise(fNoise), m_uSeed(uSeed) {}
+    explicit CScene(double dNoise, uint64_t uSeed = 1) : m_dNoise(dNoise), m_uSeed(uSeed) {}
 
     double dark(uint64_t i) const { return 0.04 + 0.01 * CCounterRandom(m_uSeed).uniform(i); }
-    double light(uint64_t i, double fX, double fY) const {
-        return (0.72 - 0.02 * static_cast<double>(m_uSeed)) * (1 - 0.5 * (fX * fX + fY * fY)) *
+    double light(uint64_t i, double dX, double dY) const {
+        return (0.72 - 0.02 * static_cast<double>(m_uSeed)) * (1 - 0.5 * (dX * dX + dY * dY)) *
                (1 + 0.03 * CCounterRandom(m_uSeed + 1).uniform(i));
     }
-    double noise() const { return m_fNoise; }
+    double noise() const { return m_dNoise; }
     uint64_t frames() const { return m_nFrame; }
     void cover(bool bCover) { m_bCovered = bCover; }
 
@@ -44,17 +44,17 @@ public:
         std::vector<uint16_t> vecSamples(nWidth * nHeight * rFormat.nChannels);
         for (uint64_t i = 0; i < vecSamples.size(); ++i) {
             const uint64_t iPixel = i / rFormat.nChannels;
-            const double fX = static_cast<double>(iPixel % nWidth) / static_cast<double>(nWidth) - 0.5;
-            const double fY = static_cast<double>(iPixel / nWidth) / static_cast<double>(nHeight) - 0.5;
-            const double fValue = dark(i) + (m_bCovered ? 0 : light(i, fX, fY)) + m_fNoise * random.normal(2 * i);
+            const double dX = static_cast<double>(iPixel % nWidth) / static_cast<double>(nWidth) - 0.5;
+            const double dY = static_cast<double>(iPixel / nWidth) / static_cast<double>(nHeight) - 0.5;
+            const double dValue = dark(i) + (m_bCovered ? 0 : light(i, dX, dY)) + m_dNoise * random.normal(2 * i);
             vecSamples[i] =
-                static_cast<uint16_t>(std::clamp(fValue * rFormat.fullScale() + 0.5, 0.0, 1.0 * rFormat.fullScale()));
+                static_cast<uint16_t>(std::clamp(dValue * rFormat.fullScale() + 0.5, 0.0, 1.0 * rFormat.fullScale()));
         }
         packSamples(rFormat, vecSamples.data(), 0, vecSamples.size(), pImage);
     }
 
 private:
-    const double m_fNoise;
+    const double m_dNoise;
     const uint64_t m_uSeed;
     std::atomic<bool> m_bCovered{false};
     std::atomic<uint64_t> m_nFrame{0};
@@ -69,8 +69,8 @@ struct Image {
 
 /// A camera that sends a scene, opened, with its stream and what corrects it.
 struct Rig {
-    explicit Rig(double fNoise, const char* pAddress = "127.0.0.1", uint64_t uSeed = 1)
-        : strId(std::string("aravis:") + pAddress), scene(fNoise, uSeed) {
+    explicit Rig(double dNoise, const char* pAddress = "127.0.0.1", uint64_t uSeed = 1)
+        : strId(std::string("aravis:") + pAddress), scene(dNoise, uSeed) {
         plugIn();
     }
     ~Rig() { close(); }
@@ -104,8 +104,9 @@ struct Rig {
     }
     /// Each step must succeed, whatever became of the camera.
     void close() {
-        if (pDevice == nullptr)
+        if (pDevice == nullptr) {
             return;
+        }
         pShading.reset();
         EXPECT_EQ(closeDataStream(pDevice, pStream), 0);
         EXPECT_EQ(closeDevice(std::exchange(pDevice, nullptr)), 0);

@@ -26,8 +26,9 @@ bool explore(const std::string& strScenario) {
     scenario >> g_scenario.nRounds;
     scenario.ignore(1);
     scenario >> uBound;
-    if (g_scenario.strRoles.size() < 2 || g_scenario.strRoles.size() > 3)
+    if (g_scenario.strRoles.size() < 2 || g_scenario.strRoles.size() > 3) {
         throw std::invalid_argument(strScenario);
+    }
 
     std::ostream silence(nullptr);
     rl::test_params params;
@@ -45,11 +46,13 @@ bool explore(const std::string& strScenario) {
 
 /// xapel2-exploration SCENARIO...: explores them until one finds something; returns 0 when none does.
 int main(int argc, char** argv) {
-    if (argc < 2)
+    if (argc < 2) {
         return 2;
+    }
     for (int i = 1; i < argc; ++i) {
-        if (!explore(argv[i]))
+        if (!explore(argv[i])) {
             return 1;
+        }
     }
     std::cout << "all explored\n";
     return 0;

@@ -55,14 +55,16 @@ template <typename T>
 class XapelAtomic {
 public:
     XapelAtomic(T value = T()) : m_Quiet(value), m_bQuiet(g_uExploredAtomics == 0) {
-        if (m_bQuiet)
+        if (m_bQuiet) {
             return;
+        }
         ::new (&m_Atomic) rl::atomic<T>(value);
         --g_uExploredAtomics;
     }
     ~XapelAtomic() {
-        if (!m_bQuiet)
+        if (!m_bQuiet) {
             m_Atomic.~atomic();
+        }
     }
     XapelAtomic(const XapelAtomic&) = delete;
     XapelAtomic& operator=(const XapelAtomic&) = delete;
@@ -71,8 +73,9 @@ public:
         return m_bQuiet ? m_Quiet : m_Atomic.load(order(eOrder), rPlace);
     }
     void store(T value, std::memory_order eOrder, const XapelPlace& rPlace = XapelPlace()) {
-        if (!m_bQuiet || value != m_Quiet)
+        if (!m_bQuiet || value != m_Quiet) {
             explored(rPlace).store(value, order(eOrder), rPlace);
+        }
     }
     T fetch_add(T value, std::memory_order eOrder, const XapelPlace& rPlace = XapelPlace()) {
         return explored(rPlace).fetch_add(value, order(eOrder), rPlace);
@@ -90,8 +93,9 @@ public:
 private:
     static rl::memory_order order(std::memory_order eOrder) { return static_cast<rl::memory_order>(eOrder); }
     rl::atomic<T>& explored(const XapelPlace& rPlace) {
-        if (m_bQuiet)
+        if (m_bQuiet) {
             rl::ctx().fail_test("a quiet atomic changes", rl::test_result_inconsistent_test_suite, rPlace);
+        }
         return m_Atomic;
     }
 

@@ -33,8 +33,9 @@ public:
 
     void play(char cWho) {
         for (unsigned i = 0; i < g_scenario.nRounds; ++i) playOnce(cWho);
-        if (has('b') && (cWho == 'w' || cWho == 'c' || cWho == 'e'))
+        if (has('b') && (cWho == 'w' || cWho == 'c' || cWho == 'e')) {
             m_bHold->store(false, std::memory_order_relaxed);
+        }
     }
 
 private:
@@ -68,8 +69,9 @@ private:
             {'q', &World::closeCalls},         // closes the count, waits, ends the hub
         };
         for (const auto& rRole : ROLES) {
-            if (rRole.cWho == cWho)
+            if (rRole.cWho == cWho) {
                 return (this->*rRole.pfnPlay)();
+            }
         }
         throw std::invalid_argument("there is no such role");
     }
@@ -79,8 +81,9 @@ private:
     void block() { enterShared(FETCH, true); }
     void enterShared(unsigned uFlags, bool bBlocked) {
         const CXapelAccessControl guard(m_Gate->mtx, m_Gate->data, CXapelAccessControl::eShared, uFlags);
-        if (has('e'))
+        if (has('e')) {
             m_nInside->fetch_add(1, std::memory_order_relaxed);
+        }
         RL_ASSERT(m_Data(RL_INFO).load() != 0);
         while (bBlocked && m_bHold->load(std::memory_order_relaxed)) xapelSpinPause();
         guard.WaitExclusive();  // means nothing to a shared guard
@@ -99,8 +102,9 @@ private:
     void cancelAndWrite() {
         const CXapelAccessControl guard(m_Gate->mtx, m_Gate->data, CXapelAccessControl::eExclusive, 0);
         if (!m_Gate->data.IsExclusive()) {
-            if ((m_Gate->data.Flags() & FETCH) != 0)
+            if ((m_Gate->data.Flags() & FETCH) != 0) {
                 m_bHold->store(false, std::memory_order_relaxed);
+            }
             guard.WaitExclusive();
         }
         writeAlone();
@@ -114,8 +118,9 @@ private:
 
     void callLate() {
         const CXapelHubPin pin(hub());
-        if (pin.isAlive())
+        if (pin.isAlive()) {
             RL_ASSERT(m_Hub(RL_INFO).load() != 0);
+        }
     }
 
     void endHub() {
@@ -132,11 +137,13 @@ private:
 
     void callOpenClose() {
         const CXapelCallCount::CEntry entry(*m_Calls);
-        if (entry.isClosing())
+        if (entry.isClosing()) {
             return;
+        }
         RL_ASSERT(m_Hub(RL_INFO).load() != 0);
-        if (copyList())
+        if (copyList()) {
             RL_ASSERT(m_Data(RL_INFO).load() != 0);
+        }
     }
 
     bool copyList() {

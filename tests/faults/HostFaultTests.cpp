@@ -34,30 +34,31 @@ class HostFaults : public XapelTest::StreamFixture {};
 
 TEST_F(HostFaults, BadBuffersStayAsTheyAreAmongCorrectedOnes) {
     const XAPEL2::Test::CTemporaryFolder folder;
-    Image pattern(64 * 48), memory(pattern.size());
-    for (size_t i = 0; i < pattern.size(); ++i) pattern[i] = i % 2 == 0 ? 80 : 120;
-    const Image flat(pattern.size(), 100), untouched(pattern.size(), 0xEE);
-    Image half = untouched;
-    std::copy_n(pattern.begin(), half.size() / 2, half.begin());
+    Image vecPattern(64 * 48), vecMemory(vecPattern.size());
+    for (size_t i = 0; i < vecPattern.size(); ++i) vecPattern[i] = i % 2 == 0 ? 80 : 120;
+    const Image vecFlat(vecPattern.size(), 100), vecUntouched(vecPattern.size(), 0xEE);
+    Image vecHalf = vecUntouched;
+    std::copy_n(vecPattern.begin(), vecHalf.size() / 2, vecHalf.begin());
 
     Shading shading(m_pDevice);
     shading.ReferenceStart(true);
-    Image reference = pattern;
-    shading.ReferenceAdd("Mono8", 64, 48, reference.data(), reference.size());
+    Image vecReference = vecPattern;
+    shading.ReferenceAdd("Mono8", 64, 48, vecReference.data(), vecReference.size());
     shading.ReferenceEnd((folder / "light.tif").c_str());
     shading.ReferenceApply();
     shading.SetEnable(true);
-    Control::setFrameContent(
-        [&](uint64_t, void* pImage, size_t) { std::copy(pattern.begin(), pattern.end(), static_cast<char*>(pImage)); });
+    Control::setFrameContent([&](uint64_t, void* pImage, size_t) {
+        std::copy(vecPattern.begin(), vecPattern.end(), static_cast<char*>(pImage));
+    });
     BufferHandle hBuffer = nullptr;
-    ASSERT_EQ(announceBuffer(m_pStream, memory.data(), memory.size(), &hBuffer), 0);
+    ASSERT_EQ(announceBuffer(m_pStream, vecMemory.data(), vecMemory.size(), &hBuffer), 0);
     const auto fnNext = [&]() -> const Image& {
-        memory = untouched;
+        vecMemory = vecUntouched;
         EXPECT_EQ(queueBuffer(m_pStream, hBuffer), 0);
         BufferHandle hFetched = nullptr;
         EXPECT_EQ(getFilledBuffer(m_pStream, &hFetched, XapelTest::DEADLINE_MS), 0);
         EXPECT_EQ(hFetched, hBuffer);
-        return memory;
+        return vecMemory;
     };
     const std::string strInvalid = "Extended-API;CVexShadingObj; extended_useFilledBuffer; invalid Buffer;";
     for (uint64_t nGood = 1; nGood <= 5; ++nGood) {
@@ -71,7 +72,9 @@ TEST_F(HostFaults, BadBuffersStayAsTheyAreAmongCorrectedOnes) {
         for (uint64_t iFrame = 0; iFrame < 4 * (nGood + 1); ++iFrame) {
             SCOPED_TRACE(iFrame);
             const auto eFault = fnFault(iFrame);
-            EXPECT_EQ(fnNext(), eFault == Control::eGood ? flat : eFault == Control::eNoImage ? untouched : half);
+            EXPECT_EQ(fnNext(), eFault == Control::eGood      ? vecFlat
+                                : eFault == Control::eNoImage ? vecUntouched
+                                                              : vecHalf);
         }
         EXPECT_EQ(XapelTest::traceTexts(2), std::vector<std::string>(4, strInvalid));
         stopAcquisition(m_pStream);
@@ -105,9 +108,9 @@ TEST_F(HostFaults, WeakerCancelsCostTimeButNoFrame) {
         SCOPED_TRACE(rRow.eMode);
         Control::setCancelMode(rRow.eMode);
         for (const bool bFrame : {false, true}) {
-            std::vector<std::future<int>> fetches;
+            std::vector<std::future<int>> vecFetches;
             for (unsigned i = 1; i <= 2; ++i) {
-                fetches.push_back(
+                vecFetches.push_back(
                     std::async(std::launch::async, [&, bFrame] { return fetch(bFrame ? TIMEOUT_INFINITE : 2000); }));
                 ASSERT_TRUE(Control::waitForBlockedFetches(m_pStream, i, XapelTest::DEADLINE_MS));
             }
@@ -115,24 +118,25 @@ TEST_F(HostFaults, WeakerCancelsCostTimeButNoFrame) {
             EXPECT_TRUE(!bFrame || rRow.nEnded == 2 || !ready(change, 30));  // it waits for whoever the cancel left
             for (unsigned i = rRow.nEnded; bFrame && i < 2; ++i) queueBuffers(1);
             EXPECT_TRUE(ready(change));
-            std::vector<int> results;
-            for (auto& rFetch : fetches) results.push_back(rFetch.get());
+            std::vector<int> vecResults;
+            for (auto& rFetch : vecFetches) vecResults.push_back(rFetch.get());
             const int iElse = bFrame ? GC_ERR_SUCCESS : GC_ERR_TIMEOUT;
-            EXPECT_EQ(std::count(results.begin(), results.end(), GC_ERR_ABORT), rRow.nEnded);
-            EXPECT_EQ(std::count(results.begin(), results.end(), iElse), 2 - rRow.nEnded);
+            EXPECT_EQ(std::count(vecResults.begin(), vecResults.end(), GC_ERR_ABORT), rRow.nEnded);
+            EXPECT_EQ(std::count(vecResults.begin(), vecResults.end(), iElse), 2 - rRow.nEnded);
             fnEmpty();
         }
         // Inside the gate, but not yet waiting in the host.
-        std::vector<std::string> log;
-        XapelTest::CSpy spy(m_pDevice, "spy", log, {0, true});
+        std::vector<std::string> vecLog;
+        XapelTest::CSpy spy(m_pDevice, "spy", vecLog, {0, true});
         spy.registerParticipant();
         XapelTest::HeldCall held(spy);
         auto early = std::async(std::launch::async, [&] { return fetch(TIMEOUT_INFINITE); });
         ASSERT_TRUE(held.waitUntilHeld());
         auto change = fnChange();
         held.release();
-        if (!rRow.bSticks)
+        if (!rRow.bSticks) {
             queueBuffers(1);
+        }
         EXPECT_TRUE(ready(change));
         // The cancel has been called, but may have met the fetch after all; then the frame waits for the next one.
         const int iEarly = early.get();
@@ -180,28 +184,32 @@ TEST_F(HostFaults, StreamDeviceAndFacadeMayGoInAnyOrder) {
             startStream(eWhat == eCorrecting ? 1 : 0);
             std::atomic<bool> bInside{false}, bGoOn{eWhat != eCorrecting};
             Control::setNodeObserver([&](const Control::NodeAccess& rAccess) {
-                if (rAccess.strNode == XAPEL2::SHADING_NODE_BUFFER && !bInside.exchange(true))
+                if (rAccess.strNode == XAPEL2::SHADING_NODE_BUFFER && !bInside.exchange(true)) {
                     eventually([&] { return bGoOn.load(); });
+                }
             });
             std::future<int> fetched;
-            if (eWhat == eBlocked)
+            if (eWhat == eBlocked) {
                 fetched = blockedFetch();
-            else if (eWhat == eCorrecting)
+            } else if (eWhat == eCorrecting) {
                 fetched = std::async(std::launch::async, [this] { return fetch(); });
+            }
             ASSERT_TRUE(eWhat != eCorrecting || eventually([&] { return bInside.load(); }));
             bool bDeviceGone = false;
             for (const char cStep : strOrder) {
                 bGoOn = bGoOn || cStep == 'D' || cStep == 'X';  // these wait for the fetch
-                if (cStep == 'C')
+                if (cStep == 'C') {
                     bDeviceGone = closeDevice(m_pDevice) == 0;
-                else if (cStep == 'S')
+                } else if (cStep == 'S') {
                     closeDataStream(m_pDevice, m_pStream);
-                else if (cStep == 'X')
+                } else if (cStep == 'X') {
                     pShading.reset();
-                else if (pShading != nullptr)
+                } else if (pShading != nullptr) {
                     pShading->SetEnable(false);
-                if (pShading != nullptr && bGoOn)
+                }
+                if (pShading != nullptr && bGoOn) {
                     everyOperation(*pShading, bDeviceGone);
+                }
             }
             EXPECT_TRUE(bDeviceGone);
             if (eWhat != eNone) {
@@ -249,16 +257,18 @@ TEST_F(HostFaults, HeldCallMeetsNoHubOrTheNextOneOfItsSlot) {
             SCOPED_TRACE(std::to_string(eKind) + (pNext == nullptr ? " none" : pNext == pOther ? " other" : " same"));
             auto pHub = std::make_unique<CPlain>(m_pDevice);
             void* const pContext = Control::hookContexts().at(0);
-            if (eKind == Control::eHookOpen)
+            if (eKind == Control::eHookOpen) {
                 closeDataStream(m_pDevice, m_pStream);
+            }
             Control::HookHold hold(eKind);
             auto call = std::async(std::launch::async, calls[eKind]);
             ASSERT_TRUE(hold.waitUntilHeld(XapelTest::DEADLINE_MS));
             pHub.reset();
             for (size_t i = 0; pNext != nullptr && i < 2 * XAPEL_SLOTS_RETIRED_MIN; ++i) {
                 pHub = std::make_unique<CPlain>(pNext);
-                if (Control::hookContexts().at(0) == pContext)
+                if (Control::hookContexts().at(0) == pContext) {
                     break;
+                }
                 ASSERT_LT(i + 1, 2 * XAPEL_SLOTS_RETIRED_MIN) << "the slot is not used again";
                 pHub.reset();
             }
@@ -271,8 +281,9 @@ TEST_F(HostFaults, HeldCallMeetsNoHubOrTheNextOneOfItsSlot) {
             EXPECT_EQ(Control::liveHooks(), pNext == nullptr ? 0U : bDropped ? 2U : 5U);
             pHub.reset();
             EXPECT_EQ(Control::liveHooks(), 0U);
-            if (eKind == Control::eHookOpen)
+            if (eKind == Control::eHookOpen) {
                 startStream();
+            }
             if (eKind != Control::eHookClose) {
                 EXPECT_EQ(fetch(), 0);
             }
@@ -292,8 +303,9 @@ TEST_F(HostFaults, BufferOfAnotherStreamOutlivesItsClosing) {
     startStream();
     std::atomic<bool> bInside{false}, bGoOn{false};
     Control::setNodeObserver([&](const Control::NodeAccess& rAccess) {
-        if (rAccess.strNode == XAPEL2::SHADING_NODE_COMMAND && !bInside.exchange(true))
+        if (rAccess.strNode == XAPEL2::SHADING_NODE_COMMAND && !bInside.exchange(true)) {
             eventually([&] { return bGoOn.load(); });
+        }
     });
     Control::HookHold hold(Control::eHookFetch);
     auto call = std::async(std::launch::async, [this] { return fetch(); });
@@ -308,15 +320,15 @@ TEST_F(HostFaults, BufferOfAnotherStreamOutlivesItsClosing) {
     EXPECT_EQ(call.get(), 0);
     Control::setNodeObserver(nullptr);
     shading.ReferenceEnd((folder / "light.tif").c_str());
-    const std::vector<float> samples = readReferenceFile(folder / "light.tif").vSamples;
-    EXPECT_EQ(samples, std::vector<float>(samples.size(), 77.0F));
+    const std::vector<float> vecSamples = readReferenceFile(folder / "light.tif").vecSamples;
+    EXPECT_EQ(vecSamples, std::vector<float>(vecSamples.size(), 77.0F));
     mallopt(M_PERTURB, 0);
 }
 
 TEST_F(HostFaults, CancelEndsAFetchOnItsWayToAnotherStream) {
-    std::vector<std::string> log;
+    std::vector<std::string> vecLog;
     CPlain participant(m_pDevice);
-    XapelTest::CSpy spy(m_pDevice, "spy", log, {0, true});
+    XapelTest::CSpy spy(m_pDevice, "spy", vecLog, {0, true});
     spy.registerParticipant();
     startStream(0);
     Control::HookHold hold(Control::eHookFetch);
@@ -346,8 +358,9 @@ TEST_F(HostFaults, HookThatTheHostKeepsNeverMeetsAnotherHub) {
         // At the end of a hub, or when a construction that fails takes its hooks back.
         const auto eKind = i < 5 ? Control::eRefuse : Control::eThrowStd;
         Control::inject({static_cast<Control::eHostOp>(Control::eRemoveFetch + i % 5), eKind});
-        if (i >= 10)
+        if (i >= 10) {
             Control::inject({Control::eRegisterOpen, Control::eRefuse});
+        }
         try {
             CPlain last(m_pDevice);
         } catch (const XAPEL2::Exceptions::Xapel_ObjectInvalidException&) {

@@ -30,8 +30,8 @@ TEST_F(Locking, ParticipantThatLeavesIsCalledNoMoreWhicheverLockFails) {
                 ASSERT_LT(nLock, 20U);
                 TearDown();
                 SetUp();
-                std::vector<std::string> log;
-                CSpy spy(m_pDevice, "spy", log, {0, true}), other(m_pDevice, "other", log, {0, true});
+                std::vector<std::string> vecLog;
+                CSpy spy(m_pDevice, "spy", vecLog, {0, true}), other(m_pDevice, "other", vecLog, {0, true});
                 spy.registerParticipant();
                 spy.registerParticipantForCalling();
                 other.registerParticipantForCalling();
@@ -47,7 +47,7 @@ TEST_F(Locking, ParticipantThatLeavesIsCalledNoMoreWhicheverLockFails) {
                 nFailed = Locks::failed();
                 Locks::failAfter(UINT64_MAX);
                 // Whatever is left of the call was over before: the participant may be gone by now.
-                log.clear();
+                vecLog.clear();
                 if (bBlocked) {
                     EXPECT_TRUE(XapelTest::ready(blocked));
                     const int iResult = blocked.get();
@@ -61,9 +61,9 @@ TEST_F(Locking, ParticipantThatLeavesIsCalledNoMoreWhicheverLockFails) {
                 hooks.close(m_pStream);
                 // The others go on, or the hub has ended its service; it has not while no lock failed for good.
                 const std::vector<std::string> vecOther{"other.use"};
-                EXPECT_TRUE(log == vecOther || (nFailed != 0 && log.empty())) << log.size();
+                EXPECT_TRUE(vecLog == vecOther || (nFailed != 0 && vecLog.empty())) << vecLog.size();
                 if (nFailed == 0) {
-                    EXPECT_EQ(log, vecOther);
+                    EXPECT_EQ(vecLog, vecOther);
                 }
             }
         }
@@ -72,8 +72,8 @@ TEST_F(Locking, ParticipantThatLeavesIsCalledNoMoreWhicheverLockFails) {
 
 TEST_F(Locking, ChangeOfAListThrowsAndChangesNothing) {
     startStream();
-    std::vector<std::string> log;
-    CSpy spy(m_pDevice, "spy", log);
+    std::vector<std::string> vecLog;
+    CSpy spy(m_pDevice, "spy", vecLog);
     const std::function<void()> fnJoin = [&] { spy.registerParticipantForCalling(); };
     const std::function<void()> fnLeave = [&] { spy.unregisterParticipantForCalling(); };
     for (const bool bListed : {false, true}) {
@@ -87,9 +87,9 @@ TEST_F(Locking, ChangeOfAListThrowsAndChangesNothing) {
             }
             EXPECT_EQ(bThrown, Locks::failed() != 0);
             Locks::failAfter(UINT64_MAX);
-            log.clear();
+            vecLog.clear();
             EXPECT_EQ(fetch(), 0);
-            EXPECT_EQ(log.size(), bThrown == bListed ? 1U : 0U);
+            EXPECT_EQ(vecLog.size(), bThrown == bListed ? 1U : 0U);
             if (!bThrown) {
                 EXPECT_GE(nLock, 2U) << "the gate's and the leaf";
                 break;
@@ -105,8 +105,8 @@ TEST_F(Locking, ObjectsEndInSilence) {
         for (uint64_t nLock = 0; nFailed != 0; ++nLock) {
             SCOPED_TRACE(nLock);
             ASSERT_LT(nLock, 60U);
-            std::vector<std::string> log;
-            auto pSpy = std::make_unique<CSpy>(m_pDevice, "spy", log);
+            std::vector<std::string> vecLog;
+            auto pSpy = std::make_unique<CSpy>(m_pDevice, "spy", vecLog);
             pSpy->registerParticipant();
             Locks::failAfter(nLock, bFromThen);
             pSpy.reset();

@@ -51,9 +51,9 @@ inline void setContent() {
 inline const XAPEL2::Test::CTemporaryFolder& folder() {
     // Every run saves a file: in memory, where there is such a folder.
     static const int s_iIgnored = access("/dev/shm", W_OK) == 0 ? setenv("TMPDIR", "/dev/shm", 0) : 0;
-    static const XAPEL2::Test::CTemporaryFolder s_Folder;
+    static const XAPEL2::Test::CTemporaryFolder s_folder;
     static_cast<void>(s_iIgnored);
-    return s_Folder;
+    return s_folder;
 }
 
 /// A file with a reference of the pattern.
@@ -77,7 +77,7 @@ inline char g_acCase[200];
 
 /// Whether the library may trace this, or the host.
 inline bool isKnownTrace(const Control::TraceLine& rLine) {
-    static const std::set<std::string> s_Known{
+    static const std::set<std::string> s_known{
         "0 CXapelBypassDevice::; initCallBack called;",
         "0 CXapelBypassDevice::; deInitCallBack called;",
         "0 CExtScShading created;",
@@ -96,18 +96,20 @@ inline bool isKnownTrace(const Control::TraceLine& rLine) {
         "2 XapelBypass; dtor;deInitCallBacks The Device object is not valid or is no longer valid"};
     static const std::string s_strPrefix = "Extended-API;", s_strInjected = " injected";
     std::string strText = rLine.strText;
-    if (strText.rfind(s_strPrefix, 0) == 0)
+    if (strText.rfind(s_strPrefix, 0) == 0) {
         strText.erase(0, s_strPrefix.size());
+    }
     strText = std::to_string(rLine.iLevel) + " " + strText;
     const auto fnBegins = [&strText](const char* pText) { return strText.rfind(pText, 0) == 0; };
     // Caught exceptions of the host.
     for (const char* pText : {"2 XapelBypass; ctor;", "2 XapelBypass; dtor;", "2 CVexoShadingObj; SetEnable;",
                               "2 CVexoShadingObj; SetParam;", "2 CVexoShadingObj; >GetParam;",
                               "2 CVexoShadingObj; extended_useFilledBuffer; "}) {
-        if (fnBegins(pText) && strText.find(s_strInjected) == strText.size() - s_strInjected.size())
+        if (fnBegins(pText) && strText.find(s_strInjected) == strText.size() - s_strInjected.size()) {
             return true;
+        }
     }
-    return s_Known.count(strText) != 0 || fnBegins("2 ImageProcessor; ") ||
+    return s_known.count(strText) != 0 || fnBegins("2 ImageProcessor; ") ||
            fnBegins("2 the acquisition cannot start: ");
 }
 
@@ -134,8 +136,9 @@ public:
         goodReference();
         m_vecStreams.reserve(2);  // a step must not fail for the sake of this list
         m_vecStreams.push_back(firstDataStream(m_pDevice));
-        if (bHolder)
+        if (bHolder) {
             m_pHolder = std::make_unique<CPlain>(m_pDevice);
+        }
         setContent();
         Control::recordTraces(true);
     }
@@ -192,8 +195,9 @@ public:
         }
         EXPECT_EQ(m_pShading, nullptr);
         EXPECT_EQ(m_nBad, 0U);
-        if (m_pHolder != nullptr)
+        if (m_pHolder != nullptr) {
             checkHub();
+        }
         m_pHolder.reset();
         EXPECT_LE(Control::liveHooks(), nRefusedHooks);
         checkLateCalls();
@@ -206,21 +210,24 @@ public:
 
 private:
     void step(const std::function<void()>& fnStep) {
-        if (m_fnArm)
+        if (m_fnArm) {
             m_fnArm(true);
+        }
         try {
             fnStep();
         } catch (const std::exception&) {
         } catch (...) {
             ++m_nBad;
         }
-        if (m_fnArm)
+        if (m_fnArm) {
             m_fnArm(false);
+        }
     }
 
     void facade(const std::function<void(Shading&)>& fnStep) {
-        if (m_pShading != nullptr)
+        if (m_pShading != nullptr) {
             step([&] { fnStep(*m_pShading); });
+        }
     }
 
     void start() {
@@ -229,8 +236,9 @@ private:
         for (unsigned i = 0; i < BUFFERS; ++i) {
             BufferHandle hBuffer = nullptr;
             if (allocAndAnnounceBuffer(m_vecStreams.back(), sizeof(Image), &hBuffer) != 0 ||
-                queueBuffer(m_vecStreams.back(), hBuffer) != 0)
+                queueBuffer(m_vecStreams.back(), hBuffer) != 0) {
                 return;
+            }
         }
         m_bRunning = startAcquisition(m_vecStreams.back()) == 0;
     }
@@ -244,8 +252,9 @@ private:
                 m_nBad += hBuffer != nullptr ? 1U : 0U;
                 throw;
             }
-            if (hBuffer == nullptr)
+            if (hBuffer == nullptr) {
                 continue;
+            }
             void* pImage = nullptr;
             unsigned long long nSize = sizeof(pImage);
             getBufferInfo(m_vecStreams.back(), hBuffer, BUFFER_INFO_BASE, nullptr, &pImage, &nSize);

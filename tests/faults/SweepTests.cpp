@@ -23,8 +23,9 @@ using XapelTest::CScenario;
 /// @return number of runs.
 uint64_t sweep(const std::string& strWhat, int64_t nSpare, const std::function<bool(uint64_t)>& fnRun) {
     // From here on hubs stand in slots that were used before.
-    for (std::size_t i = 0; i <= XAPEL_SLOTS_RETIRED_MIN; ++i)
+    for (std::size_t i = 0; i <= XAPEL_SLOTS_RETIRED_MIN; ++i) {
         xapelSlotRetire(xapelSlotAcquire(sizeof(CXapelBypassDevice)));
+    }
     // A few runs without a fault fill what the process keeps once; then each adds what the host keeps of a device.
     int64_t nKept = 0;
     XapelTest::beginCase(strWhat + ", no fault");
@@ -112,8 +113,9 @@ TEST(AllocationSweep, DeviceIsOpenedAndClosedWholeOrNotAtAll) {
                            Allocations::arm(false);
                            Allocations::failAfter(nCall - 1, bFromThen);
                            fnStep([&] { pDevice = openDevice("sim:7?width=16&height=8&format=Mono8"); });
-                           if (pDevice == nullptr)
+                           if (pDevice == nullptr) {
                                return nCall != UINT64_MAX;
+                           }
                            fnStep([&] { Control::addFirstStream(pDevice); });
                            XAPEL2::DataStream* const pStream = firstDataStream(pDevice);
                            openDataStream(pDevice, pStream);

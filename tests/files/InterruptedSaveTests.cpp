@@ -37,8 +37,9 @@ protected:
     static constexpr const char* NO_LIMIT = "1000000000";
 
     void SetUp() override {
-        if (runProgram("/usr/bin/env", {"strace", "-o", "/dev/null", "true"}).iExit != 0)
+        if (runProgram("/usr/bin/env", {"strace", "-o", "/dev/null", "true"}).iExit != 0) {
             GTEST_SKIP() << "strace is missing or may not trace here";
+        }
         // The same recording gives the same bytes, so that bytes tell the old file, the new one, and any other.
         m_strOld = savedBytes("20", OLD);
         m_strNew = savedBytes("600", NEW);  // in two strips
@@ -47,7 +48,7 @@ protected:
 
     std::string savedBytes(const char* pSide, const char* pValue) {
         EXPECT_EQ(runProgram(XAPEL2_SAVE_PROGRAM, {m_strFile, pSide, pValue, m_strCopy, NO_LIMIT}).iExit, 0);
-        EXPECT_EQ(StandIn::readReferenceFile(m_strFile).vSamples.at(0), std::stof(pValue));
+        EXPECT_EQ(StandIn::readReferenceFile(m_strFile).vecSamples.at(0), std::stof(pValue));
         return content(m_strFile);
     }
 
@@ -97,13 +98,15 @@ protected:
             // A line is the number of the process, then "name(arguments) = result".
             const std::size_t iName = strLine.find_first_not_of("0123456789 ");
             const std::size_t iEnd = strLine.find_first_not_of("abcdefghijklmnopqrstuvwxyz_0123456789", iName);
-            if (iEnd >= strLine.size() || strLine[iEnd] != '(')
+            if (iEnd >= strLine.size() || strLine[iEnd] != '(') {
                 continue;  // a signal or the end of the program
+            }
             const std::string strName = strLine.substr(iName, iEnd - iName);
             const unsigned iWhen = ++mapCount[strName];
             const bool bMarker = strLine.find("\"/save-") != std::string::npos;
-            if (bInside && !bMarker)
+            if (bInside && !bMarker) {
                 vecCalls.push_back({strName, strLine, iWhen});
+            }
             bInside = bMarker ? strLine.find("/save-begins") != std::string::npos : bInside;
         }
         return vecCalls;
@@ -119,14 +122,15 @@ TEST_F(InterruptedSave, FlushesBeforeItRenamesAndThenTheFolder) {
     for (const SystemCall& rCall : callsOfSave()) {
         const auto isInLine = [&](const std::string& r) { return rCall.strLine.find(r) != std::string::npos; };
         const bool bTemporary = isInLine(".tmp"), bGood = isInLine("= 0");
-        if (bTemporary && isInLine("write"))
+        if (bTemporary && isInLine("write")) {
             strOrder = "write";
-        else if (bTemporary && isInLine("sync(") && bGood)
+        } else if (bTemporary && isInLine("sync(") && bGood) {
             strOrder += " flush";
-        else if (bTemporary && isInLine("rename") && isInLine("\"light.tif\"") && bGood)
+        } else if (bTemporary && isInLine("rename") && isInLine("\"light.tif\"") && bGood) {
             strOrder += " rename";
-        else if (isInLine("fsync(") && isInLine("<" + m_oFolder.path().string() + ">)") && bGood)
+        } else if (isInLine("fsync(") && isInLine("<" + m_oFolder.path().string() + ">)") && bGood) {
             strOrder += " folder";
+        }
     }
     EXPECT_EQ(strOrder, "write flush rename folder");
 }
@@ -159,8 +163,9 @@ TEST_F(InterruptedSave, ErrorOfAnySystemCallIsReportedAndLeavesNothingBehind) {
     std::set<std::string> setTried, setBorne;
     for (const SystemCall& rCall : callsOfSave()) {
         for (const char* pError : {"EIO", "ENOSPC"}) {
-            if (rCall.strLine.find(m_oFolder.path().string()) == std::string::npos)
+            if (rCall.strLine.find(m_oFolder.path().string()) == std::string::npos) {
                 continue;  // memory and the like
+            }
             SCOPED_TRACE(std::string(pError) + ": " + rCall.strLine);
             setTried.insert(rCall.strName);
             const ProgramResult oResult = tracedSave(

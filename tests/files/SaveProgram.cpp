@@ -22,11 +22,11 @@
 namespace {
 
 bool save(XAPEL2::Ext::Sc::Shading& rShading, const char* pFile, rlim_t nBytesMax) {
-    rlimit sBefore = {};
-    getrlimit(RLIMIT_FSIZE, &sBefore);
-    const rlimit sLimit = {nBytesMax, sBefore.rlim_max};
+    rlimit before = {};
+    getrlimit(RLIMIT_FSIZE, &before);
+    const rlimit limit = {nBytesMax, before.rlim_max};
     std::signal(SIGXFSZ, SIG_IGN);
-    setrlimit(RLIMIT_FSIZE, &sLimit);
+    setrlimit(RLIMIT_FSIZE, &limit);
     bool bSaved = true;
     static_cast<void>(access("/save-begins", F_OK));
     try {
@@ -35,7 +35,7 @@ bool save(XAPEL2::Ext::Sc::Shading& rShading, const char* pFile, rlim_t nBytesMa
         bSaved = false;
     }
     static_cast<void>(access("/save-ends", F_OK));
-    setrlimit(RLIMIT_FSIZE, &sBefore);
+    setrlimit(RLIMIT_FSIZE, &before);
     return bSaved;
 }
 
@@ -44,17 +44,19 @@ bool save(XAPEL2::Ext::Sc::Shading& rShading, const char* pFile, rlim_t nBytesMa
 int main(int, char** ppArguments) try {
     const char* pFile = ppArguments[1];
     const auto nSide = static_cast<std::size_t>(std::stoul(ppArguments[2]));
-    std::vector<uint8_t> vImage(nSide * nSide);
-    for (std::size_t i = 0; i < vImage.size(); ++i)
-        vImage[i] = static_cast<uint8_t>(std::stoul(ppArguments[3]) + i % 200);
+    std::vector<uint8_t> vecImage(nSide * nSide);
+    for (std::size_t i = 0; i < vecImage.size(); ++i) {
+        vecImage[i] = static_cast<uint8_t>(std::stoul(ppArguments[3]) + i % 200);
+    }
 
     XAPEL2::Device* pDevice = XAPEL2::StandIn::openDevice("sim?width=8&height=8&format=Mono8");
     XAPEL2::Ext::Sc::Shading oShading(pDevice);
     oShading.ReferenceStart(true);
-    for (int i = 0; i < 3; ++i) oShading.ReferenceAdd("Mono8", nSide, nSide, vImage.data(), vImage.size());
+    for (int i = 0; i < 3; ++i) oShading.ReferenceAdd("Mono8", nSide, nSide, vecImage.data(), vecImage.size());
 
-    if (save(oShading, pFile, std::stoul(ppArguments[5])))
+    if (save(oShading, pFile, std::stoul(ppArguments[5]))) {
         return 0;
+    }
     std::filesystem::copy_file(pFile, ppArguments[4]);
     // The fault is over, and nothing of the recording is lost.
     return save(oShading, pFile, RLIM_INFINITY) ? 1 : 2;

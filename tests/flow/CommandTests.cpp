@@ -153,11 +153,11 @@ TEST_F(Command, SaturatedReferenceIsRefusedWithTheNumber) {
         const Words astrWords = {"record", "light", "-d", strDevice, "-n", "2", "-o", file("light.tif")};
         fs::remove(file("light.tif"));
         const ProgramResult Result = runProgram(XAPEL2_SHADING_PROGRAM, astrWords);
-        const double fPercent = XAPEL2::StandIn::readReferenceFile(file("light.tif")).dSaturatedShare * 100.0;
-        ASSERT_EQ(Result.iExit, fPercent > 1.0 ? 1 : 0) << fPercent << " % at " << iExposureUs << " us";
-        if (fPercent > 3.0) {
+        const double dPercent = XAPEL2::StandIn::readReferenceFile(file("light.tif")).dSaturatedShare * 100.0;
+        ASSERT_EQ(Result.iExit, dPercent > 1.0 ? 1 : 0) << dPercent << " % at " << iExposureUs << " us";
+        if (dPercent > 3.0) {
             char acNumber[32];
-            std::snprintf(acNumber, sizeof acNumber, "%.2f %%", fPercent);
+            std::snprintf(acNumber, sizeof acNumber, "%.2f %%", dPercent);
             const std::string strRefused = content(file("light.tif"));
             std::ofstream(file("light.tif")) << "older";
             run(astrWords, 1, acNumber);
@@ -166,7 +166,7 @@ TEST_F(Command, SaturatedReferenceIsRefusedWithTheNumber) {
             std::ofstream(file("light.tif")) << strRefused;
             run({"run", "-d", strDevice, "--light", file("light.tif"), "-n", "1"}, 1, "Light reference: ");
             run(withForce(astrWords));
-            EXPECT_LT(fPercent, 5.0);
+            EXPECT_LT(dPercent, 5.0);
             return;
         }
     }

@@ -25,8 +25,8 @@ ProgramResult run(const Words& rWords) {
 }  // namespace
 
 TEST(Line, WrongUseIsToldInOwnWords) {
-    const CTemporaryFolder Folder;
-    const std::string strPng = Folder / "x.png", strFile = Folder / "x.tif";
+    const CTemporaryFolder folder;
+    const std::string strPng = folder / "x.png", strFile = folder / "x.tif";
     const std::pair<Words, const char*> aRows[] = {
         {{"recrod", "dark"}, "did you mean record?"},
         {{"-x"}, "'-x'"},
@@ -39,22 +39,22 @@ TEST(Line, WrongUseIsToldInOwnWords) {
         {{"record", "dark", "-d", "", "-o", strFile}, "--device is given, but empty"},
         {{"run", "-d", "sim", "--dark", ""}, "--dark is given, but empty"},
         {{"report", "-o", "", "-d", "sim"}, "--out is given, but empty"},
-        {{"demo", "--frames", "", "-o", Folder / "demo"}, "--frames is given, but empty"},
-        {{"demo", "--camera", "", "-o", Folder / "demo"}, "--camera is given, but empty"},
+        {{"demo", "--frames", "", "-o", folder / "demo"}, "--frames is given, but empty"},
+        {{"demo", "--camera", "", "-o", folder / "demo"}, "--camera is given, but empty"},
         {{"check", "", "x"}, "DARK is given, but empty"},
-        {{"correct", "--light", "x", "-o", Folder / "out", ""}, "FILES is given, but empty"},
+        {{"correct", "--light", "x", "-o", folder / "out", ""}, "FILES is given, but empty"},
         {{"run", "-d", "sim", "--light", "x", "-o", strPng}, "name of a folder"},
         {{"correct", "--light", "x", "-o", strPng, "y"}, "name of a folder"},
         {{"run", "-d", "sim", "--light", "x", "--raw"}, "-o"},
         {{"demo", "--camera", "sim", "--frames", "x"}, "two sources"},
     };
     for (const auto& [rWords, pSaid] : aRows) {
-        const ProgramResult Result = run(rWords);
-        EXPECT_EQ(Result.iExit, 2) << ::testing::PrintToString(rWords);
-        EXPECT_THAT(Result.strErr, AllOf(StartsWith("xapel2-shading: "), HasSubstr(pSaid)));
-        EXPECT_EQ(Result.strOut, "");
+        const ProgramResult result = run(rWords);
+        EXPECT_EQ(result.iExit, 2) << ::testing::PrintToString(rWords);
+        EXPECT_THAT(result.strErr, AllOf(StartsWith("xapel2-shading: "), HasSubstr(pSaid)));
+        EXPECT_EQ(result.strOut, "");
     }
-    EXPECT_TRUE(Folder.names().empty());
+    EXPECT_TRUE(folder.names().empty());
 }
 
 TEST(Line, HelpVersionAndQuietDoWhatPeopleExpect) {
@@ -71,27 +71,27 @@ TEST(Line, HelpVersionAndQuietDoWhatPeopleExpect) {
 }
 
 TEST(Line, NamesOfFilesReachNoTerminalRaw) {
-    const CTemporaryFolder Folder;
-    const std::string strName = Folder /
+    const CTemporaryFolder folder;
+    const std::string strName = folder /
                                 "\x1B[31mred\n\xC2\x9B"
                                 "7m\xFF\xC3\xA9.tif";
-    const ProgramResult Recorded = run({"record", "dark", "-d", "sim:1?width=32&height=32", "-o", strName});
-    EXPECT_EQ(Recorded.iExit, 0) << Recorded.strErr;
-    const ProgramResult Failed = run({"check", strName + "\x1B", strName});
-    EXPECT_EQ(Failed.iExit, 3);
-    for (const std::string& rText : {Recorded.strOut, Failed.strErr}) {
+    const ProgramResult recorded = run({"record", "dark", "-d", "sim:1?width=32&height=32", "-o", strName});
+    EXPECT_EQ(recorded.iExit, 0) << recorded.strErr;
+    const ProgramResult failed = run({"check", strName + "\x1B", strName});
+    EXPECT_EQ(failed.iExit, 3);
+    for (const std::string& rText : {recorded.strOut, failed.strErr}) {
         EXPECT_THAT(rText, HasSubstr("\\x1B[31mred\\x0A\\xC2\\x9B7m\\xFF\xC3\xA9.tif"));
         EXPECT_THAT(rText, Not(HasSubstr("\x1B")));
     }
-    const ProgramResult Json = run({"check", strName, strName, "--json"});
-    EXPECT_THAT(Json.strOut, Not(HasSubstr("\xC2")));
+    const ProgramResult json = run({"check", strName, strName, "--json"});
+    EXPECT_THAT(json.strOut, Not(HasSubstr("\xC2")));
 }
 
 TEST(Line, NoTextOfALibraryReachesTheUser) {
-    const CTemporaryFolder Folder;
-    const ProgramResult Result =
+    const CTemporaryFolder folder;
+    const ProgramResult result =
         runProgram("/usr/bin/env", {"TMPDIR=/nonexistent", XAPEL2_SHADING_PROGRAM, "report", "-d",
-                                    "sim:1?width=32&height=32", "-o", Folder / "r.html"});
-    EXPECT_EQ(Result.iExit, 3);
-    EXPECT_THAT(Result.strErr, AllOf(HasSubstr("TMPDIR"), HasSubstr("No such file"), Not(HasSubstr("filesystem"))));
+                                    "sim:1?width=32&height=32", "-o", folder / "r.html"});
+    EXPECT_EQ(result.iExit, 3);
+    EXPECT_THAT(result.strErr, AllOf(HasSubstr("TMPDIR"), HasSubstr("No such file"), Not(HasSubstr("filesystem"))));
 }

@@ -19,27 +19,27 @@ namespace {
 
 // Mean of the 32 x 32 pixels from (iX, iY) on, in the last frame fetched.
 double patchMean(const std::vector<uint16_t>& rFrame, unsigned nWidth, unsigned iX, unsigned iY) {
-    double fSum = 0.0;
+    double dSum = 0.0;
     for (unsigned i = 0; i < 32 * 32; ++i) {
-        fSum += rFrame[(iY + i / 32) * nWidth + iX + i % 32];
+        dSum += rFrame[(iY + i / 32) * nWidth + iX + i % 32];
     }
-    return fSum / (32.0 * 32.0);
+    return dSum / (32.0 * 32.0);
 }
 
-std::vector<uint16_t> g_aLastFrame;
+std::vector<uint16_t> g_vecLastFrame;
 
 }  // namespace
 
 void fetchFrames(XAPEL2::Device* pDevice, int nFrames) {
     XAPEL2::DataStream* pStream = StandIn::firstDataStream(pDevice);
-    g_aLastFrame.resize(StandIn::payloadSize(pStream) / sizeof(uint16_t));
+    g_vecLastFrame.resize(StandIn::payloadSize(pStream) / sizeof(uint16_t));
     StandIn::BufferHandle hBuffer = nullptr;
-    StandIn::announceBuffer(pStream, g_aLastFrame.data(), StandIn::payloadSize(pStream), &hBuffer);
+    StandIn::announceBuffer(pStream, g_vecLastFrame.data(), StandIn::payloadSize(pStream), &hBuffer);
     StandIn::startAcquisition(pStream);
     for (int i = 0; i < nFrames; ++i) {
         StandIn::queueBuffer(pStream, hBuffer);
         if (StandIn::getFilledBuffer(pStream, &hBuffer, 10000) != GC_ERR_SUCCESS) {
-            g_aLastFrame.assign(g_aLastFrame.size(), 0);
+            g_vecLastFrame.assign(g_vecLastFrame.size(), 0);
         }
     }
     StandIn::stopAcquisition(pStream);
@@ -51,9 +51,9 @@ int main() {
     XAPEL2::Device* pDevice = StandIn::openDevice("sim:1?width=256&height=192&format=Mono12");
     StandIn::remoteNodes(pDevice)->GetNode("StandInScene")->SetValue("Light");
     correctStream(pDevice);
-    const double fCentre = patchMean(g_aLastFrame, 256, 112, 80);
-    const double fCorner = patchMean(g_aLastFrame, 256, 0, 0);
+    const double dCentre = patchMean(g_vecLastFrame, 256, 112, 80);
+    const double dCorner = patchMean(g_vecLastFrame, 256, 0, 0);
     StandIn::closeDevice(pDevice);
-    std::printf("centre %.1f DN, corner %.1f DN\n", fCentre, fCorner);
-    return fCentre > 0.0 && std::abs(fCorner / fCentre - 1.0) < 0.01 ? 0 : 1;
+    std::printf("centre %.1f DN, corner %.1f DN\n", dCentre, dCorner);
+    return dCentre > 0.0 && std::abs(dCorner / dCentre - 1.0) < 0.01 ? 0 : 1;
 }

@@ -41,47 +41,47 @@ class Session : public ::testing::Test {
 protected:
     ~Session() override { Control::reset(); }
     Recording record(bool bLight, uint64_t nFrames, const char* pFile) {
-        CSession Camera(CAMERA);
-        return recordReference(Camera, bLight, nFrames, m_Folder / pFile, m_Progress);
+        CSession camera(CAMERA);
+        return recordReference(camera, bLight, nFrames, m_folder / pFile, m_progress);
     }
 
-    CTemporaryFolder m_Folder;
-    CSilentProgress m_Progress;
+    CTemporaryFolder m_folder;
+    CSilentProgress m_progress;
 };
 
 }  // namespace
 
 TEST_F(Session, IncompleteFramesAreLeftOutAndCounted) {
     loseEveryThird();
-    const Recording Made = record(true, 4, "light.tif");
-    EXPECT_EQ(Made.nFrames, 4U);
-    EXPECT_EQ(Made.nLeftOut, 2U);
-    EXPECT_THAT(Made.strLeftOut, HasSubstr("incomplete"));
-    const XAPEL2::StandIn::ReferenceImage Light4 = XAPEL2::StandIn::readReferenceFile(m_Folder / "light.tif");
-    EXPECT_EQ(Light4.nImages, 4U);
-    EXPECT_EQ(framesTaken(Light4), 6U) << "none of these may show what the reference does";
+    const Recording made = record(true, 4, "light.tif");
+    EXPECT_EQ(made.nFrames, 4U);
+    EXPECT_EQ(made.nLeftOut, 2U);
+    EXPECT_THAT(made.strLeftOut, HasSubstr("incomplete"));
+    const XAPEL2::StandIn::ReferenceImage light4 = XAPEL2::StandIn::readReferenceFile(m_folder / "light.tif");
+    EXPECT_EQ(light4.nImages, 4U);
+    EXPECT_EQ(framesTaken(light4), 6U) << "none of these may show what the reference does";
 
-    CSession Camera(CAMERA);
-    PairOptions Light;
-    Light.strLight = m_Folder / "light.tif";
-    applyPair(Camera, Light);
+    CSession camera(CAMERA);
+    PairOptions light;
+    light.strLight = m_folder / "light.tif";
+    applyPair(camera, light);
     for (const bool bKeepRaw : {false, true}) {
-        CCorrectedStream Stream(Camera, bKeepRaw);
-        Stream.start(0, true);
+        CCorrectedStream stream(camera, bKeepRaw);
+        stream.start(0, true);
         unsigned nSaid = 0;
         for (unsigned i = 0; i < 9; ++i) {
-            const CCorrectedStream::Fetched Fetched = Stream.next();
-            nSaid += Fetched.bNewReason ? 1 : 0;
-            Camera.giveBack(Fetched.hBuffer);
+            const CCorrectedStream::Fetched fetched = stream.next();
+            nSaid += fetched.bNewReason ? 1 : 0;
+            camera.giveBack(fetched.hBuffer);
         }
-        Stream.stop();
-        EXPECT_EQ(Stream.tally().nCorrected, 6U);
-        EXPECT_THAT(Stream.tally().mapUntouched, ElementsAre(Pair(HasSubstr("incomplete"), 3U)));
+        stream.stop();
+        EXPECT_EQ(stream.tally().nCorrected, 6U);
+        EXPECT_THAT(stream.tally().mapUntouched, ElementsAre(Pair(HasSubstr("incomplete"), 3U)));
         EXPECT_EQ(nSaid, 1U);
     }
     Control::setBufferFaults([](uint64_t) { return Control::eNoImage; });
     EXPECT_THROW(record(true, 4, "none.tif"), std::runtime_error);
-    EXPECT_THAT(m_Folder.names(), ElementsAre("light.tif"));
+    EXPECT_THAT(m_folder.names(), ElementsAre("light.tif"));
 }
 
 TEST_F(Session, RecordingThatCannotBeWrittenLeavesTheOlderFile) {
@@ -89,7 +89,7 @@ TEST_F(Session, RecordingThatCannotBeWrittenLeavesTheOlderFile) {
     std::signal(SIGXFSZ, SIG_IGN);
     rlimit before{};
     getrlimit(RLIMIT_FSIZE, &before);
-    const rlimit tight{std::filesystem::file_size(m_Folder / "dark.tif") - 1, before.rlim_max};
+    const rlimit tight{std::filesystem::file_size(m_folder / "dark.tif") - 1, before.rlim_max};
     setrlimit(RLIMIT_FSIZE, &tight);
     std::string strReason;
     try {
@@ -99,26 +99,26 @@ TEST_F(Session, RecordingThatCannotBeWrittenLeavesTheOlderFile) {
     }
     setrlimit(RLIMIT_FSIZE, &before);
     EXPECT_THAT(strReason, HasSubstr("too large"));
-    const auto reference = XAPEL2::StandIn::readReferenceFile(m_Folder / "dark.tif");
+    const auto reference = XAPEL2::StandIn::readReferenceFile(m_folder / "dark.tif");
     EXPECT_EQ(reference.nImages, 2U);
     EXPECT_THAT(reference.strCamera, HasSubstr("ExposureTime"));
-    EXPECT_THAT(m_Folder.names(), ElementsAre("dark.tif"));
+    EXPECT_THAT(m_folder.names(), ElementsAre("dark.tif"));
 }
 
 TEST_F(Session, InterruptEndsAFetchThatWaitsForNothing) {
     EXPECT_EXIT(
         {
             Interrupt::install();
-            CSession Camera(CAMERA, 60.0);
-            Camera.start(1);
-            Camera.fetch();
-            std::thread Signal([&] {
-                Control::waitForBlockedFetches(Camera.stream(), 1, 10000);
+            CSession camera(CAMERA, 60.0);
+            camera.start(1);
+            camera.fetch();
+            std::thread signal([&] {
+                Control::waitForBlockedFetches(camera.stream(), 1, 10000);
                 std::raise(SIGINT);
             });
             const auto tBegin = std::chrono::steady_clock::now();
-            EXPECT_THROW(Camera.fetch(), CInterruptedError);
-            Signal.join();
+            EXPECT_THROW(camera.fetch(), CInterruptedError);
+            signal.join();
             // A fetch that is not cancelled ends by its time-out, and is interrupted then.
             if (std::chrono::steady_clock::now() - tBegin > std::chrono::seconds(30)) {
                 std::_Exit(1);
@@ -132,39 +132,39 @@ TEST_F(Session, InterruptEndsAFetchThatWaitsForNothing) {
 TEST_F(Session, InterruptBeforeTheCancellerBeginsEndsAFetch) {
     EXPECT_EXIT(
         {
-            CSession Camera(CAMERA);
-            Camera.start(1);
-            Camera.fetch();
+            CSession camera(CAMERA);
+            camera.start(1);
+            camera.fetch();
             Interrupt::install();
             std::raise(SIGINT);
-            const CFetchCanceller Late(Camera.stream());
+            const CFetchCanceller late(camera.stream());
             XAPEL2::StandIn::BufferHandle hBuffer = nullptr;
-            const int iResult = XAPEL2::StandIn::getFilledBuffer(Camera.stream(), &hBuffer, 10000);
+            const int iResult = XAPEL2::StandIn::getFilledBuffer(camera.stream(), &hBuffer, 10000);
             std::_Exit(iResult == GC_ERR_ABORT ? 0 : 1);
         },
         ::testing::ExitedWithCode(0), "");
 }
 
 TEST_F(Session, FetchSurvivesTheSwitchingOfCorrection) {
-    CSession Camera(CAMERA);
-    Camera.start();
+    CSession camera(CAMERA);
+    camera.start();
     std::atomic<bool> bEnd{false};
-    std::thread Switch([&] {
-        for (bool bOn = true; !bEnd; bOn = !bOn) Camera.shading().SetEnable(bOn);
+    std::thread switch_([&] {
+        for (bool bOn = true; !bEnd; bOn = !bOn) camera.shading().SetEnable(bOn);
     });
-    for (unsigned i = 0; i < 200; ++i) Camera.giveBack(Camera.fetch());
+    for (unsigned i = 0; i < 200; ++i) camera.giveBack(camera.fetch());
     bEnd = true;
-    Switch.join();
-    Camera.stop();
+    switch_.join();
+    camera.stop();
 }
 
 TEST(Times, QuantileIsTheLeastThatTheShareDoesNotExceed) {
-    CTimes Times;
-    EXPECT_TRUE(std::isnan(Times.median()));
-    for (const double fMs : {7.0, 1.0, 3.0, 5.0}) Times.add(fMs);
-    EXPECT_EQ(Times.median(), 3.0);
-    EXPECT_EQ(Times.quantile(0.51), 5.0);
-    EXPECT_EQ(Times.quantile(0.99), 7.0);
-    EXPECT_EQ(Times.quantile(0.25), 1.0);
-    EXPECT_EQ(Times.quantile(0.001), 1.0);
+    CTimes times;
+    EXPECT_TRUE(std::isnan(times.median()));
+    for (const double dMs : {7.0, 1.0, 3.0, 5.0}) times.add(dMs);
+    EXPECT_EQ(times.median(), 3.0);
+    EXPECT_EQ(times.quantile(0.51), 5.0);
+    EXPECT_EQ(times.quantile(0.99), 7.0);
+    EXPECT_EQ(times.quantile(0.25), 1.0);
+    EXPECT_EQ(times.quantile(0.001), 1.0);
 }

@@ -58,36 +58,38 @@ public:
     /// The size tells the cameras apart.
     explicit CFrames(unsigned iCamera) : m_layout{findPixelFormat("Mono16"), 16, 8 + iCamera}, m_iCamera(iCamera) {
         for (unsigned i = 0; i < SLOTS; ++i) {
-            const std::vector<float> reference = lightReference(i);
-            m_aCorrections[i] = makeCorrection(m_layout, nullptr, &reference);
+            const std::vector<float> vecReference = lightReference(i);
+            m_aCorrections[i] = makeCorrection(m_layout, nullptr, &vecReference);
         }
     }
 
     /// The light reference that gives the facade in this slot its gains, up to 1.5.
     std::vector<float> lightReference(unsigned iSlot) const {
-        std::vector<float> light(m_layout.samples());
-        for (std::size_t i = 0; i < light.size(); ++i)
-            light[i] = static_cast<float>(20000 + number(m_iCamera * SLOTS + iSlot, i, 20000));
-        return light;
+        std::vector<float> vecLight(m_layout.samples());
+        for (std::size_t i = 0; i < vecLight.size(); ++i) {
+            vecLight[i] = static_cast<float>(20000 + number(m_iCamera * SLOTS + iSlot, i, 20000));
+        }
+        return vecLight;
     }
 
     Pixels raw(const FrameName& rName) const {
         const uint64_t uName = rName.first << FRAME_BITS | rName.second;
-        Pixels pixels(m_layout.samples());
-        for (std::size_t i = 0; i < pixels.size(); ++i) {
-            pixels[i] = i >= NAME_BITS          ? static_cast<uint16_t>(2000 + number(uName + m_iCamera, i, 8000))
-                        : (uName >> i & 1) != 0 ? FULL
-                                                : uint16_t{0};
+        Pixels vecPixels(m_layout.samples());
+        for (std::size_t i = 0; i < vecPixels.size(); ++i) {
+            vecPixels[i] = i >= NAME_BITS          ? static_cast<uint16_t>(2000 + number(uName + m_iCamera, i, 8000))
+                           : (uName >> i & 1) != 0 ? FULL
+                                                   : uint16_t{0};
         }
-        return pixels;
+        return vecPixels;
     }
 
     /// False when a bit of the name is torn.
     static bool readName(const Pixels& rPixels, FrameName& rName) {
         uint64_t uName = 0;
         for (unsigned i = 0; i < NAME_BITS; ++i) {
-            if (rPixels[i] != 0 && rPixels[i] != FULL)
+            if (rPixels[i] != 0 && rPixels[i] != FULL) {
                 return false;
+            }
             uName |= static_cast<uint64_t>(rPixels[i] & 1) << i;
         }
         rName = {uName >> FRAME_BITS, uName & ((1U << FRAME_BITS) - 1)};
@@ -100,15 +102,17 @@ public:
     /// The first allowed row of corrections that makes rSeen of rRaw; "torn" when there is none.
     std::string explain(const Pixels& rRaw, const Pixels& rSeen, const Rule& rRule,
                         const std::string& strSoFar = "") const {
-        if (rRaw == rSeen && rRule(strSoFar, SLOTS))
+        if (rRaw == rSeen && rRule(strSoFar, SLOTS)) {
             return strSoFar;
+        }
         std::string strFound = "torn";
         for (unsigned i = 0; i < SLOTS && strFound == "torn"; ++i) {
-            if (!rRule(strSoFar, i))
+            if (!rRule(strSoFar, i)) {
                 continue;
-            Pixels next = rRaw;
-            m_aCorrections[i]->correct(next.data());
-            strFound = explain(next, rSeen, rRule, strSoFar + std::to_string(i));
+            }
+            Pixels vecNext = rRaw;
+            m_aCorrections[i]->correct(vecNext.data());
+            strFound = explain(vecNext, rSeen, rRule, strSoFar + std::to_string(i));
         }
         return strFound;
     }
@@ -198,17 +202,19 @@ public:
         // A participant makes the host close twice; a hub that comes to life opens what it finds closed.
         const int iClose = closeDataStream(m_pDevice, m_pStream), iOpen = openDataStream(m_pDevice, m_pStream);
         if ((iClose != GC_ERR_SUCCESS && iClose != GC_ERR_INVALID_HANDLE) ||
-            (iOpen != GC_ERR_SUCCESS && iOpen != GC_ERR_RESOURCE_IN_USE))
+            (iOpen != GC_ERR_SUCCESS && iOpen != GC_ERR_RESOURCE_IN_USE)) {
             return "close " + std::to_string(iClose) + ", open " + std::to_string(iOpen);
+        }
         ++m_uEpoch;
         for (unsigned i = 0; i < BUFFERS; ++i) {
-            Pixels pixels(layout().samples(), WIPED);
+            Pixels vecPixels(layout().samples(), WIPED);
             BufferHandle hBuffer = nullptr;
-            if (announceBuffer(m_pStream, pixels.data(), layout().bytes(), &hBuffer) != GC_ERR_SUCCESS ||
-                queueBuffer(m_pStream, hBuffer) != GC_ERR_SUCCESS)
+            if (announceBuffer(m_pStream, vecPixels.data(), layout().bytes(), &hBuffer) != GC_ERR_SUCCESS ||
+                queueBuffer(m_pStream, hBuffer) != GC_ERR_SUCCESS) {
                 return "buffers";
+            }
             const std::lock_guard<std::mutex> lock(m_mtx);
-            m_buffers[hBuffer] = std::move(pixels);
+            m_buffers[hBuffer] = std::move(vecPixels);
         }
         return startAcquisition(m_pStream, m_nFrames) == GC_ERR_SUCCESS ? "" : "start";
     }

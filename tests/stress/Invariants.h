@@ -50,14 +50,16 @@ inline void raiseFigure(eFigure eWhich, int64_t tUs) {
 }
 
 inline void printFigures() {
-    for (unsigned i = 0; i < eFigureCount; ++i)
+    for (unsigned i = 0; i < eFigureCount; ++i) {
         std::printf("%s %llu\n", FIGURES[i], static_cast<unsigned long long>(figure(static_cast<eFigure>(i))));
+    }
 }
 
 /// Says what is broken, and counts it.
 inline void broken(const std::string& strWhere, const std::string& strWhat) {
-    if (++figure(eBroken) <= 20)
+    if (++figure(eBroken) <= 20) {
         std::fprintf(stderr, "broken: %s: %s\n", strWhere.c_str(), strWhat.c_str());
+    }
 }
 
 /// What is seen of a camera from outside.
@@ -101,13 +103,14 @@ inline CFrames::Rule known(const CCamera& rCamera, const Fetch& rFetch) {
 }
 
 inline void checkPixels(const CCamera& rCamera, const Fetch& rFetch, const FrameName& rName, const Pixels& rSeen) {
-    Pixels expected = rCamera.m_frames.raw(rName);
+    Pixels vecExpected = rCamera.m_frames.raw(rName);
     const bool bIncomplete = isIncomplete(rName.second);
-    if (bIncomplete)
-        std::fill(expected.begin() + static_cast<std::ptrdiff_t>(expected.size() / 2), expected.end(), WIPED);
+    if (bIncomplete) {
+        std::fill(vecExpected.begin() + static_cast<std::ptrdiff_t>(vecExpected.size() / 2), vecExpected.end(), WIPED);
+    }
     const CFrames::Rule rule =
         bIncomplete ? [](const std::string&, unsigned iNext) { return iNext == SLOTS; } : known(rCamera, rFetch);
-    const std::string strSlots = rCamera.m_frames.explain(expected, rSeen, rule);
+    const std::string strSlots = rCamera.m_frames.explain(vecExpected, rSeen, rule);
     if (strSlots == "torn") {
         std::string strText = bIncomplete ? "an incomplete frame was changed, facades" : "a frame is torn, facades";
         for (const SlotLook& r : rFetch.before.aSlots) strText += r.bOn ? " on" : " off";
@@ -119,18 +122,21 @@ inline void checkPixels(const CCamera& rCamera, const Fetch& rFetch, const Frame
 inline void checkFrame(CCamera& rCamera, const Fetch& rFetch) {
     const Pixels* pSeen = rCamera.pixelsOf(rFetch.hBuffer);
     FrameName frame;
-    if (pSeen == nullptr || !CFrames::readName(*pSeen, frame))
+    if (pSeen == nullptr || !CFrames::readName(*pSeen, frame)) {
         return broken(rCamera.m_strName, "a buffer holds no frame of this camera");
+    }
     checkPixels(rCamera, rFetch, frame, *pSeen);
     const std::lock_guard<std::mutex> lock(rCamera.m_mtx);
-    if (!rCamera.m_delivered[frame.first].insert(frame.second).second)
+    if (!rCamera.m_delivered[frame.first].insert(frame.second).second) {
         broken(rCamera.m_strName, "a frame was delivered twice");
+    }
 }
 
 inline void checkFetch(CCamera& rCamera, const Fetch& rFetch) {
     const auto fnUnlessChanged = [&](ChangeLook CameraLook::*pWhat, const char* pText) {
-        if ((rFetch.before.*pWhat).isStillIn(rFetch.after.*pWhat))
+        if ((rFetch.before.*pWhat).isStillIn(rFetch.after.*pWhat)) {
             broken(rCamera.m_strName, pText);
+        }
     };
     const auto tTimeout = static_cast<int64_t>(rFetch.iTimeoutMs) * 1000;
     const int64_t tTook = rFetch.tEnded - rFetch.tBegan;
@@ -146,8 +152,9 @@ inline void checkFetch(CCamera& rCamera, const Fetch& rFetch) {
             break;
         case GC_ERR_TIMEOUT:
             ++figure(eTimedOut);
-            if (rFetch.iTimeoutMs == TIMEOUT_INFINITE || tTook < tTimeout)
+            if (rFetch.iTimeoutMs == TIMEOUT_INFINITE || tTook < tTimeout) {
                 broken(rCamera.m_strName, "a fetch timed out too early");
+            }
             break;
         case GC_ERR_INVALID_HANDLE:
             ++figure(eRefused);
@@ -156,18 +163,21 @@ inline void checkFetch(CCamera& rCamera, const Fetch& rFetch) {
         default:
             broken(rCamera.m_strName, "a fetch returned " + std::to_string(rFetch.iResult));
     }
-    if (rFetch.iResult != GC_ERR_SUCCESS && rFetch.hBuffer != nullptr)
+    if (rFetch.iResult != GC_ERR_SUCCESS && rFetch.hBuffer != nullptr) {
         broken(rCamera.m_strName, "a fetch that failed delivered a buffer");
-    if (rFetch.iTimeoutMs != TIMEOUT_INFINITE)
+    }
+    if (rFetch.iTimeoutMs != TIMEOUT_INFINITE) {
         raiseFigure(eOverrunUs, tTook - tTimeout);
-    if (rFetch.tFirstCancel != 0)
+    }
+    if (rFetch.tFirstCancel != 0) {
         raiseFigure(eCancelUs, rFetch.tEnded - rFetch.tFirstCancel);
+    }
 }
 
 /// Incomplete buffers are traced, and a buffer whose stream is closed while it is corrected has lost its format.
 inline bool isExpectedTrace(const Control::TraceLine& rLine) {
-    static const std::string s_Lost = "ImageProcessor; image left untouched; the image is impossible; image  ";
-    return rLine.iLevel != 2 || rLine.strText.compare(0, s_Lost.size(), s_Lost) == 0 ||
+    static const std::string s_strLost = "ImageProcessor; image left untouched; the image is impossible; image  ";
+    return rLine.iLevel != 2 || rLine.strText.compare(0, s_strLost.size(), s_strLost) == 0 ||
            rLine.strText == "Extended-API;CVexShadingObj; extended_useFilledBuffer; invalid Buffer;";
 }
 
@@ -176,11 +186,13 @@ inline void checkDelivered(CCamera& rCamera) {
     uint64_t nDelivered = 0;
     unsigned long long nSize = sizeof(nDelivered);
     getStreamInfo(rCamera.m_pStream, STREAM_INFO_NUM_DELIVERED, nullptr, &nDelivered, &nSize);
-    if (rCamera.m_delivered[rCamera.m_uEpoch].size() != nDelivered)
+    if (rCamera.m_delivered[rCamera.m_uEpoch].size() != nDelivered) {
         broken(rCamera.m_strName, "the stream has delivered another number of frames");
+    }
     for (const auto& rEpoch : rCamera.m_delivered) {
-        if (!rEpoch.second.empty() && *rEpoch.second.rbegin() + 1 != rEpoch.second.size())
+        if (!rEpoch.second.empty() && *rEpoch.second.rbegin() + 1 != rEpoch.second.size()) {
             broken(rCamera.m_strName, "a frame was lost");
+        }
     }
 }
 
@@ -193,28 +205,33 @@ inline void checkEpisode(const Cameras& rCameras) {
         checkDelivered(*rpCamera);
         nHooks += rpCamera->m_bFacades ? 5U : 0U;
     }
-    if (Control::liveHooks() != nHooks)
+    if (Control::liveHooks() != nHooks) {
         broken("host", std::to_string(Control::liveHooks()) + " hooks are left");
+    }
     for (const Control::TraceLine& rLine : Control::traces()) {
-        if (!isExpectedTrace(rLine))
+        if (!isExpectedTrace(rLine)) {
             broken("trace", rLine.strText);
+        }
     }
     Control::recordTraces(true);
 }
 
 inline void checkRun() {
     const uint64_t nFailed = figure(eAborted) + figure(eTimedOut) + figure(eRefused);
-    if (figure(eFrames) + nFailed != figure(eAsked))
+    if (figure(eFrames) + nFailed != figure(eAsked)) {
         broken("run", "not every fetch is accounted for");
+    }
     // The library calls the host's own fetch once for each intercepted one. Those that failed may have been others.
     figure(eHooked) = Control::calls(Control::eHostFetch);
     figure(eHookedDelivered) = figure(eHooked) - std::min<uint64_t>(figure(eHooked), nFailed);
     figure(eHubLives) = Control::calls(Control::eRegisterOpen);
-    if (figure(eHookedDelivered) < figure(eHooked) / 2)
+    if (figure(eHookedDelivered) < figure(eHooked) / 2) {
         broken("run", "less than half of the intercepted fetches delivered a frame");
+    }
     for (const eFigure eWhich : {eOverrunUs, eCancelUs, eListChangeUs}) {
-        if (figure(eWhich) >= LONGEST_US)
+        if (figure(eWhich) >= LONGEST_US) {
             broken("run", std::string(FIGURES[eWhich]) + " is too long");
+        }
     }
 }
 

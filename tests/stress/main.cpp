@@ -35,8 +35,9 @@ public:
     bool oneIn(unsigned n) { return pick(n) == 0; }
     /// Up to a millisecond, often nothing.
     void pause() {
-        if (!oneIn(3))
+        if (!oneIn(3)) {
             std::this_thread::sleep_for(std::chrono::microseconds(pick(1000)));
+        }
     }
 
 private:
@@ -59,8 +60,9 @@ void changeList(Change fnChange) {
 }
 
 void require(const CCamera& rCamera, const char* pWhat, int iResult, int iAlsoAllowed) {
-    if (iResult != GC_ERR_SUCCESS && iResult != iAlsoAllowed)
+    if (iResult != GC_ERR_SUCCESS && iResult != iAlsoAllowed) {
         broken(rCamera.m_strName, pWhat + std::string(" returned ") + std::to_string(iResult));
+    }
 }
 
 void fetchStep(CWorker& rWorker, CCamera& rCamera, unsigned iFetch) {
@@ -73,8 +75,9 @@ void fetchStep(CWorker& rWorker, CCamera& rCamera, unsigned iFetch) {
     const int iResult = getFilledBuffer(rCamera.m_pStream, &hBuffer, iTimeoutMs);
     const int64_t tEnded = nowUs(), tCancel = rCamera.m_atFirstCancel[iFetch];
     checkFetch(rCamera, {before, CameraLook(rCamera), tBegan, tEnded, tCancel, iTimeoutMs, iResult, hBuffer});
-    if (iResult == GC_ERR_INVALID_HANDLE || rWorker.oneIn(16))
+    if (iResult == GC_ERR_INVALID_HANDLE || rWorker.oneIn(16)) {
         rWorker.pause();
+    }
     if (Pixels* pPixels = rCamera.pixelsOf(hBuffer)) {
         std::fill(pPixels->begin(), pPixels->end(), WIPED);
         require(rCamera, "queueBuffer", queueBuffer(rCamera.m_pStream, hBuffer), GC_ERR_INVALID_HANDLE);
@@ -91,10 +94,11 @@ void enable(CCamera& rCamera, Slot& rSlot) {
 
 void disable(CWorker& rWorker, CCamera& rCamera, Slot& rSlot, unsigned iSlot) {
     const CChanging ends(rCamera.m_ends), change(rSlot.change);
-    if (rWorker.oneIn(8))
+    if (rWorker.oneIn(8)) {
         changeList([&] { rSlot.pFacade->ReferenceLoad(true, rCamera.m_aReferences[iSlot].c_str()); });
-    else
+    } else {
         changeList([&] { rSlot.pFacade->SetEnable(false); });
+    }
     rSlot.bOn = false;
 }
 
@@ -107,8 +111,9 @@ void liveShortly(CWorker& rWorker, CCamera& rCamera, unsigned iSlot) {
         enable(rCamera, rSlot);
         rWorker.pause();
     }
-    if (bEnable && rWorker.oneIn(2))
+    if (bEnable && rWorker.oneIn(2)) {
         disable(rWorker, rCamera, rSlot, iSlot);
+    }
     const CChanging ends(rCamera.m_ends), change(rSlot.change);
     rSlot.pFacade.reset();
     figure(eListChanges) += rSlot.bOn.exchange(false) ? 1U : 0U;
@@ -116,12 +121,13 @@ void liveShortly(CWorker& rWorker, CCamera& rCamera, unsigned iSlot) {
 
 void switchStep(CWorker& rWorker, CCamera& rCamera, unsigned iSlot) {
     Slot& rSlot = rCamera.m_aSlots[iSlot];
-    if (!rCamera.m_bFacades)
+    if (!rCamera.m_bFacades) {
         liveShortly(rWorker, rCamera, iSlot);
-    else if (rSlot.bOn)
+    } else if (rSlot.bOn) {
         disable(rWorker, rCamera, rSlot, iSlot);
-    else
+    } else {
         enable(rCamera, rSlot);
+    }
     rWorker.pause();
 }
 
@@ -140,8 +146,9 @@ void takePart(CWorker& rWorker, CCamera& rCamera) {
     }
     rWorker.pause();
     const CChanging ends(rCamera.m_ends);
-    if (rWorker.oneIn(2))
+    if (rWorker.oneIn(2)) {
         changeList([&] { guest->unregisterParticipant(); });
+    }
     guest.reset();
 }
 
@@ -178,15 +185,17 @@ void filterStep(CWorker& rWorker, CCamera& rCamera, unsigned) {
     const unsigned uRadius = rWorker.pick(32);
     rFacade.SetFilter(eType, false, uRadius);
     if (rFacade.GetFilter(eType, false) != static_cast<int>(uRadius) || rFacade.GetFilter(eType, true) != 0 ||
-        rFacade.GetFilterMax(eType, rWorker.oneIn(2)) != 31)
+        rFacade.GetFilterMax(eType, rWorker.oneIn(2)) != 31) {
         broken("filter", "a value is wrong");
+    }
     rWorker.pause();
 }
 
 void reopenStep(CWorker& rWorker, CCamera& rCamera, unsigned) {
     const std::string strWrong = rCamera.reopen();
-    if (!strWrong.empty())
+    if (!strWrong.empty()) {
         broken(rCamera.m_strName, "cannot open its stream again: " + strWrong);
+    }
     rWorker.pause();
     rWorker.pause();
 }
@@ -215,15 +224,16 @@ struct Part {
 /// The fetches and four of the other roles, each on a camera of its own choice, which for others than fetches is more
 /// often than not one where frames are fetched.
 std::vector<Part> dealOut(std::mt19937_64& rRandom) {
-    std::vector<Part> parts;
-    for (const Role& rRole : ROLES) parts.push_back({&rRole, static_cast<unsigned>(rRandom() % CAMERAS)});
-    std::shuffle(parts.begin() + FETCHES, parts.end(), rRandom);
-    parts.resize(THREADS);
+    std::vector<Part> vecParts;
+    for (const Role& rRole : ROLES) vecParts.push_back({&rRole, static_cast<unsigned>(rRandom() % CAMERAS)});
+    std::shuffle(vecParts.begin() + FETCHES, vecParts.end(), rRandom);
+    vecParts.resize(THREADS);
     for (unsigned i = FETCHES; i < THREADS; ++i) {
-        if (rRandom() % 3 != 0)
-            parts[i].iCamera = parts[rRandom() % FETCHES].iCamera;
+        if (rRandom() % 3 != 0) {
+            vecParts[i].iCamera = vecParts[rRandom() % FETCHES].iCamera;
+        }
     }
-    return parts;
+    return vecParts;
 }
 
 void play(const Part& rPart, CCamera& rCamera, uint64_t uSeed, const std::atomic<bool>& rEnd,
@@ -240,29 +250,30 @@ void play(const Part& rPart, CCamera& rCamera, uint64_t uSeed, const std::atomic
 
 void runEpisode(std::mt19937_64& rRandom, const Cameras& rCameras) {
     alarm(LIMIT_SECONDS);  // whatever hangs hangs an episode
-    const std::vector<Part> parts = dealOut(rRandom);
+    const std::vector<Part> vecParts = dealOut(rRandom);
     for (const auto& rpCamera : rCameras) {
         rpCamera->m_bHubMissesOpening =
-            !rpCamera->m_bFacades && std::any_of(parts.begin(), parts.end(), [&](const Part& r) {
+            !rpCamera->m_bFacades && std::any_of(vecParts.begin(), vecParts.end(), [&](const Part& r) {
                 return r.iCamera == rpCamera->m_iCamera && r.pRole->pfnStep == reopenStep;
             });
         rpCamera->m_nFrames = rRandom() % 4 == 0 ? 20 : ~0ULL;  // then fetches wait until something ends them
-        if (!rpCamera->restart().empty())
+        if (!rpCamera->restart().empty()) {
             broken("main", "a stream cannot be opened");
+        }
     }
     std::atomic<bool> bEnd{false};
     std::atomic<unsigned> nLeft{THREADS};
-    std::vector<std::thread> threads;
-    for (const Part& rPart : parts) {
+    std::vector<std::thread> vecThreads;
+    for (const Part& rPart : vecParts) {
         const uint64_t uSeed = rRandom();
-        threads.emplace_back([&, uSeed, part = rPart] { play(part, *rCameras[part.iCamera], uSeed, bEnd, nLeft); });
+        vecThreads.emplace_back([&, uSeed, part = rPart] { play(part, *rCameras[part.iCamera], uSeed, bEnd, nLeft); });
     }
     std::this_thread::sleep_for(EPISODE);
     bEnd = true;
     for (; nLeft != 0; std::this_thread::sleep_for(std::chrono::milliseconds(1))) {
         for (const auto& rpCamera : rCameras) cancelFetches(*rpCamera);
     }
-    for (std::thread& rThread : threads) rThread.join();
+    for (std::thread& rThread : vecThreads) rThread.join();
     checkEpisode(rCameras);
 }
 
@@ -270,24 +281,27 @@ void run(unsigned nSeconds, uint64_t uSeed, const std::vector<uint64_t>& rRequir
     const XAPEL2::Test::CTemporaryFolder folder;
     std::mt19937_64 random(uSeed);
     Control::recordTraces(true);  // recorded, so not printed
-    Cameras cameras;
-    for (unsigned i = 0; i < CAMERAS; ++i)
-        cameras.push_back(std::make_unique<CCamera>(i, folder.path().string(), i + 1 < CAMERAS));
+    Cameras vecCameras;
+    for (unsigned i = 0; i < CAMERAS; ++i) {
+        vecCameras.push_back(std::make_unique<CCamera>(i, folder.path().string(), i + 1 < CAMERAS));
+    }
     Control::setBufferFaults([](uint64_t i) { return isIncomplete(i) ? Control::eIncomplete : Control::eGood; });
     Control::setFrameContent([&](uint64_t iFrame, void* pImage, std::size_t nBytes) {
-        for (const auto& rpCamera : cameras) {
-            const Pixels pixels = rpCamera->m_frames.raw({rpCamera->m_uEpoch, iFrame});
-            if (rpCamera->m_frames.m_layout.bytes() == nBytes)
-                std::copy(pixels.begin(), pixels.end(), static_cast<uint16_t*>(pImage));
+        for (const auto& rpCamera : vecCameras) {
+            const Pixels vecPixels = rpCamera->m_frames.raw({rpCamera->m_uEpoch, iFrame});
+            if (rpCamera->m_frames.m_layout.bytes() == nBytes) {
+                std::copy(vecPixels.begin(), vecPixels.end(), static_cast<uint16_t*>(pImage));
+            }
         }
     });
     const int64_t tEnd = nowUs() + static_cast<int64_t>(nSeconds) * 1000000;
-    while (nowUs() < tEnd && figure(eBroken) == 0) runEpisode(random, cameras);
+    while (nowUs() < tEnd && figure(eBroken) == 0) runEpisode(random, vecCameras);
     checkRun();
     const uint64_t reached[] = {figure(eFrames), figure(eListChanges), figure(eHubLives)};
     for (std::size_t i = 0; i < rRequired.size(); ++i) {
-        if (reached[i] < rRequired[i])
+        if (reached[i] < rRequired[i]) {
             broken("run", "less was reached than required");
+        }
     }
 }
 
@@ -298,10 +312,10 @@ int main(int argc, char** argv) {
     CLI::App app("Stress of the library by six threads on three cameras");
     unsigned nSeconds = 10;
     uint64_t uSeed = std::random_device{}();
-    std::vector<uint64_t> required;
+    std::vector<uint64_t> vecRequired;
     app.add_option("--seconds", nSeconds, "How long to run");
     app.add_option("--seed", uSeed, "Of the roles and what they choose (default: random)");
-    app.add_option("--require", required, "Least frames, list changes and lives of hubs")->expected(3);
+    app.add_option("--require", vecRequired, "Least frames, list changes and lives of hubs")->expected(3);
     CLI11_PARSE(app, argc, argv);
     std::printf("seed %llu\n", static_cast<unsigned long long>(uSeed));
     std::fflush(stdout);
@@ -310,7 +324,7 @@ int main(int argc, char** argv) {
         static_cast<void>(write(STDERR_FILENO, s_acHang, sizeof(s_acHang) - 1) != 0);
         std::abort();  // what each thread waits for stands in the core
     });
-    XapelStress::run(nSeconds, uSeed, required);
+    XapelStress::run(nSeconds, uSeed, vecRequired);
     XapelStress::printFigures();
     std::printf("seed %llu\n", static_cast<unsigned long long>(uSeed));
     return XapelStress::figure(XapelStress::eBroken) == 0 ? 0 : 1;

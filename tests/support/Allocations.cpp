@@ -21,16 +21,18 @@ thread_local bool t_bArmed = true;
 
 bool mustFail() {
     ++t_nDone;
-    if (!t_bArmed || t_nUntilFailure == UINT64_MAX || t_nUntilFailure-- != 0)
+    if (!t_bArmed || t_nUntilFailure == UINT64_MAX || t_nUntilFailure-- != 0) {
         return false;
+    }
     t_nUntilFailure = t_bFromThen ? 0 : UINT64_MAX;
     ++t_nFailed;
     return true;
 }
 
 void* allocate(std::size_t nBytes, std::size_t nAlignment = 1) noexcept {
-    if (mustFail())
+    if (mustFail()) {
         return nullptr;
+    }
     nBytes = std::max<std::size_t>(nBytes, 1);
     s_nLive.fetch_add(1, std::memory_order_relaxed);
     // aligned_alloc wants whole units of the alignment.
@@ -40,8 +42,9 @@ void* allocate(std::size_t nBytes, std::size_t nAlignment = 1) noexcept {
 }
 
 void release(void* pMemory) noexcept {
-    if (pMemory != nullptr)
+    if (pMemory != nullptr) {
         s_nLive.fetch_sub(1, std::memory_order_relaxed);
+    }
     std::free(pMemory);
 }
 

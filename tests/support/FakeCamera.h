@@ -32,8 +32,9 @@ inline bool moveToOwnNetwork() {
     const std::string strUser = std::to_string(geteuid()) + " " + std::to_string(geteuid()) + " 1";
     const std::string strGroup = std::to_string(getegid()) + " " + std::to_string(getegid()) + " 1";
     if (unshare(CLONE_NEWNET) != 0) {
-        if (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0)
+        if (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) {
             return false;
+        }
         fnWrite("/proc/self/setgroups", "deny");
         fnWrite("/proc/self/uid_map", strUser);
         fnWrite("/proc/self/gid_map", strGroup);
@@ -62,8 +63,9 @@ inline bool moveToOwnNetwork() {
 inline bool enterOwnNetwork() {
     // A network without addresses cannot be left again, so another process tries first.
     const pid_t iTrial = fork();
-    if (iTrial == 0)
+    if (iTrial == 0) {
         _exit(moveToOwnNetwork() ? 0 : 1);
+    }
     int iStatus = 1;
     return iTrial > 0 && waitpid(iTrial, &iStatus, 0) == iTrial && iStatus == 0 && moveToOwnNetwork();
 }
@@ -80,15 +82,16 @@ public:
         const std::string strFile = folder / "camera.xml";
         std::ofstream(strFile) << description();
         m_pCamera.reset(arv_gv_fake_camera_new_full(pAddress, pSerial, strFile.c_str()));
-        if (!arv_gv_fake_camera_is_running(m_pCamera.get()))
+        if (!arv_gv_fake_camera_is_running(m_pCamera.get())) {
             throw std::runtime_error(std::string("no camera at ") + pAddress);
+        }
         m_pFake = arv_gv_fake_camera_get_fake_camera(m_pCamera.get());
         arv_fake_camera_set_fill_pattern(m_pFake, &onFill, this);
     }
     CFakeCamera(const CFakeCamera&) = delete;
     CFakeCamera& operator=(const CFakeCamera&) = delete;
 
-    void losePackets(double fShare) { g_object_set(m_pCamera.get(), "gvsp-lost-ratio", fShare, nullptr); }
+    void losePackets(double dShare) { g_object_set(m_pCamera.get(), "gvsp-lost-ratio", dShare, nullptr); }
     /// As after a restart: nobody is in control.
     void dropController() { arv_fake_camera_set_control_channel_privilege(m_pFake, 0); }
     void writeRegister(guint32 uAddress, guint32 uValue) { arv_fake_camera_write_register(m_pFake, uAddress, uValue); }
@@ -108,9 +111,10 @@ private:
         std::string strText(pText, nSize);
         std::string strEntries = "<EnumEntry Name=\"YUV422_8\"><Value>34603058</Value></EnumEntry>";
         for (const char* pName : {"Mono12p", "Mono12Packed"}) {
-            if (const Format* pFormat = XAPEL2::StandIn::findPixelFormat(pName))
+            if (const Format* pFormat = XAPEL2::StandIn::findPixelFormat(pName)) {
                 strEntries += std::string("<EnumEntry Name=\"") + pName + "\"><Value>" +
                               std::to_string(pFormat->uPfnc) + "</Value></EnumEntry>";
+            }
         }
         strText.insert(strText.find("<EnumEntry Name=\"BayerBG8\""), strEntries);
         // As older cameras call it.
@@ -130,8 +134,9 @@ private:
         arv_fake_camera_read_register(pCamera->m_pFake, 0x100, &uWidth);
         arv_fake_camera_read_register(pCamera->m_pFake, 0x104, &uHeight);
         for (const Format& rFormat : XAPEL2::StandIn::pixelFormats()) {
-            if (rFormat.uPfnc == uPfnc)
+            if (rFormat.uPfnc == uPfnc) {
                 pCamera->m_fnFill(rFormat, uWidth, uHeight, const_cast<void*>(arv_buffer_get_data(pBuffer, nullptr)));
+            }
         }
     }
 

@@ -28,30 +28,32 @@ struct ProgramResult {
 };
 
 inline std::string content(const std::string& strFile) {
-    std::ifstream In(strFile, std::ios::binary);
-    return {std::istreambuf_iterator<char>(In), std::istreambuf_iterator<char>()};
+    std::ifstream in(strFile, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
 /// A program that runs; no shell is between. It reads nothing, and is killed when the object goes before it ends.
 class CProgram {
 public:
     /// @throws std::runtime_error  it cannot be started.
-    CProgram(const std::string& strProgram, std::vector<std::string> astrArguments) {
-        astrArguments.insert(astrArguments.begin(), strProgram);
-        std::vector<char*> apArguments;
-        for (std::string& rArgument : astrArguments) apArguments.push_back(rArgument.data());
-        apArguments.push_back(nullptr);
+    CProgram(const std::string& strProgram, std::vector<std::string> vecArguments) {
+        vecArguments.insert(vecArguments.begin(), strProgram);
+        std::vector<char*> vecApArguments;
+        for (std::string& rArgument : vecArguments) vecApArguments.push_back(rArgument.data());
+        vecApArguments.push_back(nullptr);
 
-        posix_spawn_file_actions_t Actions;
-        posix_spawn_file_actions_init(&Actions);
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
         const int iFlags = O_WRONLY | O_CREAT | O_TRUNC;
-        posix_spawn_file_actions_addopen(&Actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-        posix_spawn_file_actions_addopen(&Actions, STDOUT_FILENO, (m_Folder / "out").c_str(), iFlags, 0600);
-        posix_spawn_file_actions_addopen(&Actions, STDERR_FILENO, (m_Folder / "err").c_str(), iFlags, 0600);
-        const int iError = posix_spawn(&m_iProcess, strProgram.c_str(), &Actions, nullptr, apArguments.data(), environ);
-        posix_spawn_file_actions_destroy(&Actions);
-        if (iError != 0)
+        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, (m_folder / "out").c_str(), iFlags, 0600);
+        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, (m_folder / "err").c_str(), iFlags, 0600);
+        const int iError =
+            posix_spawn(&m_iProcess, strProgram.c_str(), &actions, nullptr, vecApArguments.data(), environ);
+        posix_spawn_file_actions_destroy(&actions);
+        if (iError != 0) {
             throw std::runtime_error(strProgram + " cannot be run");
+        }
     }
     ~CProgram() {
         if (m_iProcess != 0) {
@@ -64,21 +66,22 @@ public:
 
     void signal(int iSignal) const { kill(m_iProcess, iSignal); }
     /// What it has printed so far.
-    std::string out() const { return content(m_Folder / "out"); }
+    std::string out() const { return content(m_folder / "out"); }
 
     /// Waits for its end. Only once.
     ProgramResult wait() {
         int iStatus = 0;
         const pid_t iEnded = waitpid(m_iProcess, &iStatus, 0);
-        if (iEnded != m_iProcess)
+        if (iEnded != m_iProcess) {
             throw std::runtime_error("a program cannot be waited for");
+        }
         m_iProcess = 0;
         return {WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : -1, WIFSIGNALED(iStatus) ? WTERMSIG(iStatus) : 0, out(),
-                content(m_Folder / "err")};
+                content(m_folder / "err")};
     }
 
 private:
-    const CTemporaryFolder m_Folder;
+    const CTemporaryFolder m_folder;
     pid_t m_iProcess = 0;
 };
 

@@ -25,8 +25,9 @@ template <typename Condition>
 bool eventually(Condition fnCondition, unsigned iDeadlineMs = DEADLINE_MS) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(iDeadlineMs);
     while (!fnCondition()) {
-        if (std::chrono::steady_clock::now() > end)
+        if (std::chrono::steady_clock::now() > end) {
             return false;
+        }
         std::this_thread::yield();
     }
     return true;
@@ -58,12 +59,12 @@ protected:
     /// Announces and queues buffers of the payload's size.
     std::vector<XAPEL2::StandIn::BufferHandle> queueBuffers(unsigned nBuffers) {
         using namespace XAPEL2::StandIn;
-        std::vector<BufferHandle> buffers(nBuffers);
-        for (BufferHandle& rBuffer : buffers) {
+        std::vector<BufferHandle> vecBuffers(nBuffers);
+        for (BufferHandle& rBuffer : vecBuffers) {
             EXPECT_EQ(allocAndAnnounceBuffer(m_pStream, payloadSize(m_pStream), &rBuffer), 0);
             EXPECT_EQ(queueBuffer(m_pStream, rBuffer), 0);
         }
-        return buffers;
+        return vecBuffers;
     }
 
     /// Opens the stream if it is closed, queues buffers and starts the camera.
@@ -80,8 +81,9 @@ protected:
     int fetch(unsigned long long iTimeoutMs = DEADLINE_MS) {
         XAPEL2::StandIn::BufferHandle hBuffer = nullptr;
         const int iResult = XAPEL2::StandIn::getFilledBuffer(m_pStream, &hBuffer, iTimeoutMs);
-        if (hBuffer != nullptr)
+        if (hBuffer != nullptr) {
             XAPEL2::StandIn::queueBuffer(m_pStream, hBuffer);
+        }
         return iResult;
     }
 
@@ -106,20 +108,22 @@ protected:
 
 /// Texts of the recorded traces of one level.
 inline std::vector<std::string> traceTexts(int32_t iLevel) {
-    std::vector<std::string> texts;
+    std::vector<std::string> vecTexts;
     for (const auto& rLine : XAPEL2::StandIn::Control::traces()) {
-        if (rLine.iLevel == iLevel)
-            texts.push_back(rLine.strText);
+        if (rLine.iLevel == iLevel) {
+            vecTexts.push_back(rLine.strText);
+        }
     }
-    return texts;
+    return vecTexts;
 }
 
 /// The recorded node accesses, "node operation value" each.
 inline std::vector<std::string> nodeTexts() {
-    std::vector<std::string> texts;
-    for (const auto& rAccess : XAPEL2::StandIn::Control::nodeAccesses())
-        texts.push_back(rAccess.strNode + " " + rAccess.strOperation + " " + rAccess.strValue);
-    return texts;
+    std::vector<std::string> vecTexts;
+    for (const auto& rAccess : XAPEL2::StandIn::Control::nodeAccesses()) {
+        vecTexts.push_back(rAccess.strNode + " " + rAccess.strOperation + " " + rAccess.strValue);
+    }
+    return vecTexts;
 }
 
 /// Runs fnCall and yields what its host exception says as "function: description"; empty when it throws none.

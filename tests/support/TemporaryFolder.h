@@ -20,30 +20,32 @@ public:
     /// @throws std::runtime_error  it cannot be made.
     CTemporaryFolder() {
         std::string strTemplate = (std::filesystem::temp_directory_path() / "xapel2-test-XXXXXX").string();
-        if (mkdtemp(strTemplate.data()) == nullptr)
+        if (mkdtemp(strTemplate.data()) == nullptr) {
             throw std::runtime_error("no temporary folder: " + strTemplate);
-        m_Path = strTemplate;
+        }
+        m_path = strTemplate;
     }
     ~CTemporaryFolder() {
-        std::error_code Ignored;
-        std::filesystem::remove_all(m_Path, Ignored);
+        std::error_code ignored;
+        std::filesystem::remove_all(m_path, ignored);
     }
     CTemporaryFolder(const CTemporaryFolder&) = delete;
     CTemporaryFolder& operator=(const CTemporaryFolder&) = delete;
 
-    const std::filesystem::path& path() const { return m_Path; }
+    const std::filesystem::path& path() const { return m_path; }
     /// The path of a file in it.
-    std::string operator/(const std::string& strName) const { return (m_Path / strName).string(); }
+    std::string operator/(const std::string& strName) const { return (m_path / strName).string(); }
     /// The names of what is in it, in no order.
     std::vector<std::string> names() const {
         std::vector<std::string> vecNames;
-        for (const auto& rEntry : std::filesystem::directory_iterator(m_Path))
+        for (const auto& rEntry : std::filesystem::directory_iterator(m_path)) {
             vecNames.push_back(rEntry.path().filename().string());
+        }
         return vecNames;
     }
 
 private:
-    std::filesystem::path m_Path;
+    std::filesystem::path m_path;
 };
 
 }  // namespace Test

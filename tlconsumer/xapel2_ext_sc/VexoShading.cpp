@@ -23,13 +23,15 @@ void writeNothing() {}
 /// @throws Failure  the whole 64-bit status is not 0.
 template <typename Failure>
 void requireZero(long long iStatus, unsigned uLine, const char* pFunction, const char* pDescription) {
-    if (iStatus != 0)
+    if (iStatus != 0) {
         throw Failure(VEXO_SOURCE_FILE, uLine, pFunction, pDescription);
+    }
 }
 
 void requireNodes(bool bAvailable, unsigned uLine, const char* pFunction, const char* pDescription) {
-    if (!bAvailable)
+    if (!bAvailable) {
         throw Xapel_NotAvailableException(VEXO_SOURCE_FILE, uLine, pFunction, pDescription);
+    }
 }
 
 }  // namespace
@@ -83,14 +85,17 @@ void CVexoShadingObj::bindNodes() {
         {XAPEL2::SHADING_NODE_PARAM_VALUE, &CVexoShadingObj::m_pParamValueNode, false},
     };
     XAPEL2::NodeMap* pNodeMap = m_pImageProcessor->GetNodeList();
-    if (pNodeMap == nullptr)
+    if (pNodeMap == nullptr) {
         return;
+    }
     bool bAvailable = true;
     for (const Row& rRow : s_Rows) {
-        if (pNodeMap->GetNodePresent(rRow.pName))
+        if (pNodeMap->GetNodePresent(rRow.pName)) {
             this->*rRow.pField = pNodeMap->GetNode(rRow.pName);
-        if (rRow.bRequired && this->*rRow.pField == nullptr)
+        }
+        if (rRow.bRequired && this->*rRow.pField == nullptr) {
             bAvailable = false;
+        }
     }
     m_bNodesAvailable = bAvailable;
 }
@@ -156,8 +161,9 @@ long long CVexoShadingObj::ProcessImage(XAPEL2::String pixelFormat, unsigned lon
         writeImage(pixelFormat, width, height, bufferSize, reinterpret_cast<uintptr_t>(buffer));
     });
     const auto iLow = static_cast<int32_t>(static_cast<uint32_t>(static_cast<unsigned long long>(iStatus)));
-    if (iLow < 0)
+    if (iLow < 0) {
         throw Xapel_InvalidParameterException(VEXO_SOURCE_FILE, __LINE__, "ProcessImage", s_Description);
+    }
     return iLow;
 }
 
@@ -176,10 +182,12 @@ void CVexoShadingObj::writeImage(const XAPEL2::String& rPixelFormat, unsigned lo
 }
 
 void CVexoShadingObj::requireParameter(const char* name, const char* pFunction, const char* pDescription) const {
-    if (!m_bNodesAvailable || m_pParamSelectorNode == nullptr || m_pParamValueNode == nullptr)
+    if (!m_bNodesAvailable || m_pParamSelectorNode == nullptr || m_pParamValueNode == nullptr) {
         throw Xapel_NotAvailableException(VEXO_SOURCE_FILE, __LINE__, pFunction, pDescription);
-    if (name == nullptr || *name == '\0')
+    }
+    if (name == nullptr || *name == '\0') {
         throw Xapel_InvalidParameterException(VEXO_SOURCE_FILE, __LINE__, pFunction, pDescription);
+    }
 }
 
 void CVexoShadingObj::SetParam(const char* name, unsigned int value) {

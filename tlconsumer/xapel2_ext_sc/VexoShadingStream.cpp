@@ -69,34 +69,38 @@ int refuseBuffer() {
 
 void CVexoShadingObj::initCallBack() {
     xapelTrace(eTraceOrdinary, "CExtScShadingObj; initCallBack called;");
-    if (m_bCallbackRegistered)
+    if (m_bCallbackRegistered) {
         return;
+    }
     try {
         registerParticipantForCalling();
         m_bCallbackRegistered = true;
     } catch (const IException&) {
         // Traced below; correction stays off.
     }
-    if (m_bCallbackRegistered)
+    if (m_bCallbackRegistered) {
         xapelTrace(eTraceOrdinary, "CExtScShadingObj; initCallBack; image callback registered successfully");
-    else
+    } else {
         xapelTrace(eTraceError, "CExtScShadingObj; initCallback; unexpected exception occurred;");
+    }
 }
 
 void CVexoShadingObj::deInitCallBack() {
     xapelTrace(eTraceOrdinary, "CExtScShadingObj; deInitCallBack called;");
-    if (!m_bCallbackRegistered)
+    if (!m_bCallbackRegistered) {
         return;
+    }
     try {
         unregisterParticipantForCalling();
         m_bCallbackRegistered = false;
     } catch (const IException&) {
         // Traced below; the object is still on its hub.
     }
-    if (!m_bCallbackRegistered)
+    if (!m_bCallbackRegistered) {
         xapelTrace(eTraceOrdinary, "CExtScShadingObj; deinitCallBack; image callback unregistered successfully");
-    else
+    } else {
         xapelTrace(eTraceError, "CExtScShadingObj; deinitCallback; unexpected exception occurred;");
+    }
 }
 
 int32_t CVexoShadingObj::runEnableCommand() {
@@ -115,35 +119,41 @@ int32_t CVexoShadingObj::runEnableCommand() {
 void CVexoShadingObj::SetEnable(bool enable) {
     xapelTrace(eTraceOrdinary, "CVexoShadingObj; SetEnable called;");
     int32_t iCode = GC_ERR_SUCCESS;
-    if (!m_bNodesAvailable)
+    if (!m_bNodesAvailable) {
         iCode = GC_ERR_NOT_AVAILABLE;
-    else if (enable)
+    } else if (enable) {
         iCode = runEnableCommand();
+    }
     if (enable && iCode == GC_ERR_SUCCESS) {
         initCallBack();
         return;
     }
     deInitCallBack();
-    if (iCode != GC_ERR_SUCCESS)
+    if (iCode != GC_ERR_SUCCESS) {
         throwEnableFailure(iCode);
+    }
 }
 
 int CVexoShadingObj::extended_useFilledBuffer(void* pBuffer) {
-    if (!m_bNodesAvailable)
+    if (!m_bNodesAvailable) {
         return GC_ERR_SUCCESS;
-    if (pBuffer == nullptr)
+    }
+    if (pBuffer == nullptr) {
         return refuseBuffer();
+    }
 
     BufferInfoFunc pfnInfo = nullptr;
     getFuncPtr_BufferInfo(pBuffer, &pfnInfo);
-    if (pfnInfo == nullptr)
+    if (pfnInfo == nullptr) {
         return refuseBuffer();
+    }
     const auto fnFlag = [=](int32_t iInfoCmd) { return queryBuffer<uint8_t>(pfnInfo, pBuffer, iInfoCmd) != 0; };
     const auto fnNumber = [=](int32_t iInfoCmd) { return queryBuffer<uint64_t>(pfnInfo, pBuffer, iInfoCmd); };
     const bool bIncomplete = fnFlag(BUFFER_INFO_IS_INCOMPLETE);
     const bool bImagePresent = fnFlag(BUFFER_INFO_IMAGEPRESENT);
-    if (bIncomplete || !bImagePresent)
+    if (bIncomplete || !bImagePresent) {
         return refuseBuffer();
+    }
 
     try {
         const uint64_t nFilled = fnNumber(BUFFER_INFO_SIZE_FILLED);
@@ -154,8 +164,9 @@ int CVexoShadingObj::extended_useFilledBuffer(void* pBuffer) {
         const uint64_t nImageOffset = fnNumber(BUFFER_INFO_IMAGEOFFSET);
         BufferGetPixelFormatFunc pfnPixelFormat = nullptr;
         getFuncPtr_BufferGetPixelFormat(pBuffer, &pfnPixelFormat);
-        if (pfnPixelFormat == nullptr)
+        if (pfnPixelFormat == nullptr) {
             return refuseBuffer();
+        }
         std::string strPixelFormat;
         pfnPixelFormat(strPixelFormat, pBuffer);
 

@@ -21,8 +21,9 @@ XapelAccessControlData::XapelAccessControlData() : m_bExclusive(false), m_nUsers
 unsigned XapelAccessControlData::Flags() const {
     unsigned uBits = 0;
     for (unsigned i = 0; i < m_uFlags.size(); ++i) {
-        if (m_uFlags[i].load(std::memory_order_acquire) != 0)
+        if (m_uFlags[i].load(std::memory_order_acquire) != 0) {
             uBits |= 1U << i;
+        }
     }
     return uBits;
 }
@@ -45,30 +46,35 @@ CXapelAccessControl::CXapelAccessControl(XapelMutex& mtx, XapelAccessControlData
         // Reading alone leaves the mutex to those who can make progress.
         while (m_rData.m_bExclusive.load(std::memory_order_relaxed)) xapelSpinPause();
     }
-    if (mode == eExclusiveWait)
+    if (mode == eExclusiveWait) {
         m_rData.WaitExclusive();
+    }
 }
 
 bool CXapelAccessControl::tryEnter(XapelMutex& mtx) {
     const XapelLock lock(mtx);
-    if (m_rData.m_bExclusive.load(std::memory_order_acquire))
+    if (m_rData.m_bExclusive.load(std::memory_order_acquire)) {
         return false;
-    if (m_bExclusive)
+    }
+    if (m_bExclusive) {
         m_rData.m_bExclusive.store(true, std::memory_order_seq_cst);
+    }
     m_rData.m_nUsers.fetch_add(1, std::memory_order_acq_rel);
     forEachBit(m_uFlags, [this](unsigned i) { m_rData.m_uFlags[i].fetch_add(1, std::memory_order_acq_rel); });
     return true;
 }
 
 CXapelAccessControl::~CXapelAccessControl() {
-    if (m_bExclusive)
+    if (m_bExclusive) {
         m_rData.m_bExclusive.store(false, std::memory_order_seq_cst);
+    }
     forEachBit(m_uFlags, [this](unsigned i) { m_rData.m_uFlags[i].fetch_sub(1, std::memory_order_acq_rel); });
     // Last: whoever waits to be alone may free the gate as soon as it sees this.
     m_rData.m_nUsers.fetch_sub(1, std::memory_order_release);
 }
 
 void CXapelAccessControl::WaitExclusive() const {
-    if (m_bExclusive)
+    if (m_bExclusive) {
         m_rData.WaitExclusive();
+    }
 }

@@ -12,9 +12,10 @@
 #include "XapelSourceFile.h"
 
 CXapelBypass::CXapelBypass(XAPEL2::Device* pDevice) : m_pDevice(pDevice), m_pBypassDevice(nullptr) {
-    if (pDevice == nullptr)
+    if (pDevice == nullptr) {
         throw XAPEL2::Exceptions::Xapel_InvalidParameterException(XAPEL_BYPASS_SOURCE_FILE, __LINE__, "CXapelBypass",
                                                                   "Device parameter is nullptr.");
+    }
     m_pBypassDevice = CXapelBypassManager::getXapelBypassDevice(pDevice);
 }
 

@@ -34,17 +34,19 @@ bool removeOrKeepSlot(eXapelHook eHook, XAPEL2::Device* pDevice, XAPEL2::DataStr
         xapelSlotKeep(pHub);
         throw;
     }
-    if (!bRemoved)
+    if (!bRemoved) {
         xapelSlotKeep(pHub);
+    }
     return bRemoved;
 }
 
 /// Removes a hook. @throws Xapel_ObjectInvalidException  the host refused.
 void removeOrThrow(eXapelHook eHook, XAPEL2::Device* pDevice, XAPEL2::DataStream* pDataStream,
                    CXapelBypassDevice* pHub) {
-    if (!removeOrKeepSlot(eHook, pDevice, pDataStream, pHub))
+    if (!removeOrKeepSlot(eHook, pDevice, pDataStream, pHub)) {
         throw Xapel_ObjectInvalidException(XAPEL_BYPASS_SOURCE_FILE, __LINE__, "deInitCallBacks",
                                            eHook == eHookClose ? DEVICE_INVALID : STREAM_INVALID);
+    }
 }
 
 /// Runs a step whose failure changes nothing for the caller. @return false when it threw.
@@ -94,8 +96,9 @@ CXapelBypassDevice::CXapelBypassDevice(XAPEL2::Device* pDevice)
       m_Life(this) {
     try {
         XAPEL2::DataStream* pDataStream = findFirstDataStream("CXapelBypassDevice");
-        if (!pDataStream->IsOpen())
+        if (!pDataStream->IsOpen()) {
             pDataStream->Open();
+        }
         m_pDataStream = pDataStream;
     } catch (const IException& rException) {
         xapelTraceException("XapelBypass; ctor;", rException);
@@ -124,12 +127,14 @@ XAPEL2::DataStream* CXapelBypassDevice::findFirstDataStream(const char* pFunctio
     XAPEL2::DataStream* pDataStream = nullptr;
     if (XAPEL2::DataStreamList* pList = m_pDevice->GetDataStreams()) {
         pList->Refresh();
-        if (pList->size() != 0)
+        if (pList->size() != 0) {
             pDataStream = (*pList->begin()).second;
+        }
     }
-    if (pDataStream == nullptr)
+    if (pDataStream == nullptr) {
         throw Xapel_NotAvailableException(XAPEL_BYPASS_SOURCE_FILE, __LINE__, pFunction,
                                           "The device doesn't support any data streams.");
+    }
     return pDataStream;
 }
 
@@ -168,8 +173,9 @@ XapelHostFunctions CXapelBypassDevice::hostFunctionsLocked() const {
 XapelHostFunctions CXapelBypassDevice::storeHostFunctions(const XapelHostFunctions& rHost, bool bUnlessMoved) {
     const std::lock_guard<std::mutex> lock(m_mtxLeaf);
     const XapelHostFunctions before = hostFunctionsLocked();
-    if (bUnlessMoved && m_pDataStream != rHost.pDataStream)
+    if (bUnlessMoved && m_pDataStream != rHost.pDataStream) {
         return rHost;
+    }
     m_pDataStream = rHost.pDataStream;
     m_hDataStream = rHost.hDataStream;
     m_hDevice = rHost.hDevice;
@@ -203,16 +209,18 @@ void CXapelBypassDevice::registerHooks(XAPEL2::DataStream* pDataStream, bool bRe
         // A host that throws may have registered all the same, so a hook counts until it has been refused.
         while (nDone < nHooks) {
             const auto eHook = static_cast<eXapelHook>(nDone++);
-            if (xapelRegisterHook(eHook, m_pDevice, this, host))
+            if (xapelRegisterHook(eHook, m_pDevice, this, host)) {
                 continue;
+            }
             --nDone;
             throw Xapel_ObjectInvalidException(XAPEL_BYPASS_SOURCE_FILE, __LINE__, "initCallBacks", STREAM_INVALID);
         }
         // While the open hook stands, an opening may have moved the hub meanwhile: then this stream is the one to
         // leave.
         const XapelHostFunctions left = storeHostFunctions(host, bRegisterOpen);
-        if (left.pDataStream != nullptr && left.pDataStream != getXapelDataStream())
+        if (left.pDataStream != nullptr && left.pDataStream != getXapelDataStream()) {
             leaveStream(left);
+        }
     } catch (...) {
         // A hub under construction takes all back; one that lives only what stands on another stream than before.
         if (bRegisterOpen) {
@@ -220,8 +228,9 @@ void CXapelBypassDevice::registerHooks(XAPEL2::DataStream* pDataStream, bool bRe
             m_OpenClose.close();
             m_OpenClose.waitUntilNone();
             takeBack(nDone, m_pDevice, getXapelDataStream(), this);
-        } else if (pDataStream != getXapelDataStream())
+        } else if (pDataStream != getXapelDataStream()) {
             takeBack(std::min(nDone, XAPEL_HOOK_FIRST_OF_DEVICE), m_pDevice, pDataStream, this);
+        }
         throw;
     }
 }
@@ -239,18 +248,21 @@ void CXapelBypassDevice::leaveStream(const XapelHostFunctions& rBefore) {
 
 void CXapelBypassDevice::deInitCallBacks() {
     xapelTrace(eTraceOrdinary, "CXapelBypassDevice::; deInitCallBack called;");
-    for (unsigned iHook = 0; iHook < eHookCount; ++iHook)
+    for (unsigned iHook = 0; iHook < eHookCount; ++iHook) {
         removeOrThrow(static_cast<eXapelHook>(iHook), m_pDevice, getXapelDataStream(), this);
+    }
     const CXapelAccessControl guard(m_mtxAccess, m_AccessData, CXapelAccessControl::eExclusive, eCallNone);
     waitExclusiveAccess();
     clearHostFunctions();
 }
 
 void CXapelBypassDevice::waitExclusiveAccess() {
-    if (m_AccessData.IsExclusive())
+    if (m_AccessData.IsExclusive()) {
         return;
-    if ((m_AccessData.Flags() & eCallFetch) != 0)
+    }
+    if ((m_AccessData.Flags() & eCallFetch) != 0) {
         cancelGetFilledBuffer();
+    }
     m_AccessData.WaitExclusive();
 }
 

@@ -29,26 +29,31 @@ int CXapelBypassDevice::getFilledBuffer_Callback(void** ppBuffer, unsigned long 
     int iResult = GC_ERR_SUCCESS;
     for (CXapelBypass* pParticipant : m_lstParticipants) {
         iResult = pParticipant->consumer_getFilledBuffer(ppBuffer, iTimeout, &bForward);
-        if (iResult != GC_ERR_SUCCESS)
+        if (iResult != GC_ERR_SUCCESS) {
             break;
+        }
         nForward += bForward ? 1U : 0U;
         bForward = false;
     }
-    if (nForward == m_lstParticipants.size())
+    if (nForward == m_lstParticipants.size()) {
         iResult = consumer_getFilledBuffer(ppBuffer, iTimeout);
+    }
     return iResult;
 }
 
 int CXapelBypassDevice::consumer_getFilledBuffer(void** ppBuffer, unsigned long long iTimeout) {
     const XapelHostFunctions host = hostFunctions();
-    if (host.pfnGetFilledBuffer == nullptr)
+    if (host.pfnGetFilledBuffer == nullptr) {
         return GC_ERR_NOT_INITIALIZED;
+    }
     const int iResult = host.pfnGetFilledBuffer(ppBuffer, iTimeout, host.hDataStream);
-    if (iResult != GC_ERR_SUCCESS)
+    if (iResult != GC_ERR_SUCCESS) {
         return iResult;
+    }
     try {
-        for (CXapelBypass* pParticipant : m_lstParticipantsForCalling)
+        for (CXapelBypass* pParticipant : m_lstParticipantsForCalling) {
             pParticipant->extended_useFilledBuffer(*ppBuffer);
+        }
     } catch (const abi::__forced_unwind&) {
         throw;  // the thread is being cancelled: swallowing this would end the process
     } catch (...) {
@@ -65,12 +70,14 @@ int CXapelBypassDevice::getInfo_Callback(int iInfoCmd, int* piType, void* pValue
         bool bForward = false;
         iResult = pParticipant->consumer_getStreamInfo(iInfoCmd, piType, pValue, piSize, &bForward);
         // A failing participant ends the pass with its flag unseen: the hub's own query then replaces its result.
-        if (iResult != GC_ERR_SUCCESS)
+        if (iResult != GC_ERR_SUCCESS) {
             break;
+        }
         bCarryOn = bCarryOn && bForward;
     }
-    if (bCarryOn)
+    if (bCarryOn) {
         iResult = consumer_getStreamInfo(iInfoCmd, piType, pValue, piSize);
+    }
     return iResult;
 }
 
@@ -100,18 +107,21 @@ int CXapelBypassDevice::consumer_cancelGetFilledBuffer() {
 
 int CXapelBypassDevice::deviceCloseDataStream_Callback(void* pStream) {
     const CXapelCallCount::CEntry entry(m_OpenClose);
-    if (entry.isClosing())
+    if (entry.isClosing()) {
         return GC_ERR_NOT_INITIALIZED;
+    }
     int iResult = GC_ERR_NOT_INITIALIZED;
     bool bForward = false;
     const std::vector<CXapelBypass*> participants = copyParticipants();
     for (CXapelBypass* pParticipant : participants) {
         iResult = pParticipant->consumer_DeviceCloseDataStream(pStream, &bForward);
-        if (iResult != GC_ERR_SUCCESS)
+        if (iResult != GC_ERR_SUCCESS) {
             break;
+        }
     }
-    if (!participants.empty())
+    if (!participants.empty()) {
         iResult = consumer_DeviceCloseDataStream(pStream);
+    }
     return iResult;
 }
 
@@ -122,12 +132,14 @@ int CXapelBypassDevice::consumer_DeviceCloseDataStream(void* pStream) {
 
 int CXapelBypassDevice::deviceOpenDataStream_Callback() {
     const CXapelCallCount::CEntry entry(m_OpenClose);
-    if (entry.isClosing())
+    if (entry.isClosing()) {
         return GC_ERR_SUCCESS;
+    }
     bool bForward = false;
     for (CXapelBypass* pParticipant : copyParticipants()) {
-        if (pParticipant->consumer_DeviceOpenDataStream(&bForward) != GC_ERR_SUCCESS)
+        if (pParticipant->consumer_DeviceOpenDataStream(&bForward) != GC_ERR_SUCCESS) {
             break;
+        }
     }
     consumer_DeviceOpenDataStream();
     return GC_ERR_SUCCESS;

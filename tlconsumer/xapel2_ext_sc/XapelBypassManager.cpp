@@ -27,8 +27,9 @@ CXapelBypassDevice* CXapelBypassManager::getXapelBypassDevice(XAPEL2::Device* pD
 void CXapelBypassManager::removeXapelBypassDevice(CXapelBypassDevice* pHub) {
     const std::lock_guard<std::mutex> lock(m_mtx);
     const auto itHub = mParticipants.find(pHub);
-    if (itHub == mParticipants.end() || --itHub->second > 0)
+    if (itHub == mParticipants.end() || --itHub->second > 0) {
         return;
+    }
     delete pHub;
     mParticipants.erase(itHub);
 }

@@ -10,8 +10,9 @@ int xapel2InsertMap(void* pObject, long iValue, XapelObjectMap* pMap) {
 
 int xapel2DeleteMap(void* pObject, long iValue, XapelObjectMap* pMap) {
     const auto itEntry = pMap->m_mapObjects.find(pObject);
-    if (itEntry == pMap->m_mapObjects.end() || itEntry->second != iValue)
+    if (itEntry == pMap->m_mapObjects.end() || itEntry->second != iValue) {
         return 0;
+    }
     pMap->m_mapObjects.erase(itEntry);
     return 1;
 }
@@ -26,8 +27,9 @@ int xapel2FindMap(XapelObjectMap& rMap, void* pObject) {
 
 int xapel2FindMap(XapelObjectMap& rMap, void* pObject, long& riValue) {
     const auto itEntry = rMap.m_mapObjects.find(pObject);
-    if (itEntry == rMap.m_mapObjects.end())
+    if (itEntry == rMap.m_mapObjects.end()) {
         return 0;
+    }
     riValue = itEntry->second;
     return 1;
 }

@@ -22,11 +22,11 @@ double as(float fValue) {
 
 }  // namespace
 
-std::vector<double> classMeans(const StandIn::ImageLayout& rLayout, const std::vector<float>& vSamples) {
+std::vector<double> classMeans(const StandIn::ImageLayout& rLayout, const std::vector<float>& vecSamples) {
     std::vector<double> vecSum(colourClasses(*rLayout.pFormat), 0.0), vecCount(vecSum.size(), 0.0);
-    for (std::size_t i = 0; i < vSamples.size(); ++i) {
+    for (std::size_t i = 0; i < vecSamples.size(); ++i) {
         const unsigned iClass = colourClass(*rLayout.pFormat, rLayout.nWidth, i);
-        vecSum[iClass] += as(vSamples[i]);
+        vecSum[iClass] += as(vecSamples[i]);
         vecCount[iClass] += 1.0;
     }
     for (std::size_t i = 0; i < vecSum.size(); ++i) {
@@ -36,72 +36,73 @@ std::vector<double> classMeans(const StandIn::ImageLayout& rLayout, const std::v
 }
 
 std::vector<float> relativeSignal(const MeanImage& rImage, const std::vector<double>& vecDarkLevels) {
-    const StandIn::ImageLayout& rLayout = rImage.sLayout;
-    const std::vector<double> vecMeans = classMeans(rLayout, rImage.vSamples);
-    std::vector<float> vResult(rImage.vSamples.size());
-    for (std::size_t i = 0; i < vResult.size(); ++i) {
+    const StandIn::ImageLayout& rLayout = rImage.layout;
+    const std::vector<double> vecMeans = classMeans(rLayout, rImage.vecSamples);
+    std::vector<float> vecResult(rImage.vecSamples.size());
+    for (std::size_t i = 0; i < vecResult.size(); ++i) {
         const unsigned iClass = colourClass(*rLayout.pFormat, rLayout.nWidth, i);
         const double dDark = vecDarkLevels.empty() ? 0.0 : vecDarkLevels[iClass];
         const double dMean = vecMeans[iClass] - dDark;
-        vResult[i] = static_cast<float>(dMean > 0.0 ? 100.0 * (as(rImage.vSamples[i]) - dDark) / dMean : 100.0);
+        vecResult[i] = static_cast<float>(dMean > 0.0 ? 100.0 * (as(rImage.vecSamples[i]) - dDark) / dMean : 100.0);
     }
-    return vResult;
+    return vecResult;
 }
 
-Curve profileOf(const StandIn::ImageLayout& rLayout, const std::vector<float>& vSamples, bool bRows,
+Curve profileOf(const StandIn::ImageLayout& rLayout, const std::vector<float>& vecSamples, bool bRows,
                 std::size_t nPointsMax) {
     const std::size_t nPerRow = rLayout.samplesPerRow(), nChannels = rLayout.pFormat->nChannels;
     std::vector<double> vecSum(bRows ? rLayout.nHeight : rLayout.nWidth, 0.0);
-    for (std::size_t i = 0; i < vSamples.size(); ++i) {
-        vecSum[bRows ? i / nPerRow : i % nPerRow / nChannels] += as(vSamples[i]);
+    for (std::size_t i = 0; i < vecSamples.size(); ++i) {
+        vecSum[bRows ? i / nPerRow : i % nPerRow / nChannels] += as(vecSamples[i]);
     }
     const std::size_t nStep = (vecSum.size() + nPointsMax - 1) / nPointsMax;
-    const std::size_t nSamples = vSamples.size() / vecSum.size() * nStep;
-    Curve Result{(static_cast<double>(nStep) - 1.0) / 2.0, static_cast<double>(nStep), {}};
+    const std::size_t nSamples = vecSamples.size() / vecSum.size() * nStep;
+    Curve result{(static_cast<double>(nStep) - 1.0) / 2.0, static_cast<double>(nStep), {}};
     for (std::size_t i = 0; i + nStep <= vecSum.size(); i += nStep) {
         double dSum = 0.0;
         for (std::size_t k = i; k < i + nStep; ++k) {
             dSum += vecSum[k];
         }
-        Result.vValues.push_back(dSum / static_cast<double>(nSamples));
+        result.vecValues.push_back(dSum / static_cast<double>(nSamples));
     }
-    return Result;
+    return result;
 }
 
-Histograms histogramsOf(const std::vector<float>& vBefore, const std::vector<float>& vAfter, std::size_t nBins) {
-    double dLow = as(percentile(vBefore, 1e-4)), dHigh = as(percentile(vBefore, 1.0 - 1e-4));
-    dLow = std::min(dLow, as(percentile(vAfter, 1e-4)));
-    dHigh = std::max(dHigh, as(percentile(vAfter, 1.0 - 1e-4)));
+Histograms histogramsOf(const std::vector<float>& vecBefore, const std::vector<float>& vecAfter, std::size_t nBins) {
+    double dLow = as(percentile(vecBefore, 1e-4)), dHigh = as(percentile(vecBefore, 1.0 - 1e-4));
+    dLow = std::min(dLow, as(percentile(vecAfter, 1e-4)));
+    dHigh = std::max(dHigh, as(percentile(vecAfter, 1.0 - 1e-4)));
     const double dMargin = std::max(0.03 * (dHigh - dLow), 0.01);
-    Histograms Result{dLow - dMargin, (dHigh - dLow + 2.0 * dMargin) / static_cast<double>(nBins), {}, {}};
-    const auto fnCount = [&](const std::vector<float>& vSamples) {
+    Histograms result{dLow - dMargin, (dHigh - dLow + 2.0 * dMargin) / static_cast<double>(nBins), {}, {}};
+    const auto fnCount = [&](const std::vector<float>& vecSamples) {
         std::vector<double> vecBins(nBins, 0.0);
-        for (const float fSample : vSamples) {
-            const double dBin = std::floor((as(fSample) - Result.dFirst) / Result.dStep);
+        for (const float fSample : vecSamples) {
+            const double dBin = std::floor((as(fSample) - result.dFirst) / result.dStep);
             vecBins[static_cast<std::size_t>(std::clamp(dBin, 0.0, static_cast<double>(nBins - 1)))] += 1.0;
         }
         return vecBins;
     };
-    Result.vBefore = fnCount(vBefore);
-    Result.vAfter = fnCount(vAfter);
-    return Result;
+    result.vecBefore = fnCount(vecBefore);
+    result.vecAfter = fnCount(vecAfter);
+    return result;
 }
 
 std::vector<float> gainsOf(const StandIn::ReferenceImage* pDark, const StandIn::ReferenceImage* pLight) {
     if (pLight == nullptr) {
-        return std::vector<float>(pDark->vSamples.size(), 1.0F);
+        return std::vector<float>(pDark->vecSamples.size(), 1.0F);
     }
-    std::vector<float> vSignal = pLight->vSamples;
-    for (std::size_t i = 0; pDark != nullptr && i < vSignal.size(); ++i) {
-        vSignal[i] -= pDark->vSamples[i];
+    std::vector<float> vecSignal = pLight->vecSamples;
+    for (std::size_t i = 0; pDark != nullptr && i < vecSignal.size(); ++i) {
+        vecSignal[i] -= pDark->vecSamples[i];
     }
-    const StandIn::ImageLayout& rLayout = pLight->sLayout;
-    const std::vector<double> vecMeans = classMeans(rLayout, vSignal);
-    for (std::size_t i = 0; i < vSignal.size(); ++i) {
+    const StandIn::ImageLayout& rLayout = pLight->layout;
+    const std::vector<double> vecMeans = classMeans(rLayout, vecSignal);
+    for (std::size_t i = 0; i < vecSignal.size(); ++i) {
         const double dMean = vecMeans[colourClass(*rLayout.pFormat, rLayout.nWidth, i)];
-        vSignal[i] = vSignal[i] > 0.0F ? static_cast<float>(std::clamp(dMean / as(vSignal[i]), 0.0, GAIN_MAX)) : 1.0F;
+        vecSignal[i] =
+            vecSignal[i] > 0.0F ? static_cast<float>(std::clamp(dMean / as(vecSignal[i]), 0.0, GAIN_MAX)) : 1.0F;
     }
-    return vSignal;
+    return vecSignal;
 }
 
 }  // namespace Toolkit

@@ -20,7 +20,7 @@ public:
 
     SceneFrames measure(const char* pScene, uint64_t iFirst, uint64_t nFrames, const PairSink& fnPair = {});
 
-    MeasuredFrames m_Result;
+    MeasuredFrames m_result;
 
 private:
     FramePair fetchPair(uint64_t iFrame);
@@ -32,59 +32,59 @@ private:
 FramePair CMeasurement::fetchPair(uint64_t iFrame) {
     // One after the other, so that a lamp that grows dimmer dims both means alike.
     m_rSession.shading().SetEnable(false);
-    Frame Raw = m_rSession.fetchFrame(iFrame);
+    Frame raw = m_rSession.fetchFrame(iFrame);
     m_rSession.shading().SetEnable(true);
-    Frame Corrected = m_rSession.fetchFrame(iFrame);
-    if (m_rSession.hasScenes() && Raw.strName != Corrected.strName) {
-        throw std::runtime_error("frame " + Corrected.strName + " came in place of " + Raw.strName);
+    Frame corrected = m_rSession.fetchFrame(iFrame);
+    if (m_rSession.hasScenes() && raw.strName != corrected.strName) {
+        throw std::runtime_error("frame " + corrected.strName + " came in place of " + raw.strName);
     }
-    m_Result.vecPlainMs.push_back(Raw.fFetchMs);
-    m_Result.vecCorrectedMs.push_back(Corrected.fFetchMs);
-    return {std::move(Raw), std::move(Corrected)};
+    m_result.vecPlainMs.push_back(raw.dFetchMs);
+    m_result.vecCorrectedMs.push_back(corrected.dFetchMs);
+    return {std::move(raw), std::move(corrected)};
 }
 
 SceneFrames CMeasurement::measure(const char* pScene, uint64_t iFirst, uint64_t nFrames, const PairSink& fnPair) {
-    SceneFrames Result;
+    SceneFrames result;
     if (nFrames == 0) {
-        return Result;
+        return result;
     }
     if (m_rSession.hasScenes()) {
         m_rSession.selectScene(pScene);
     }
-    std::optional<CFrameStack> Before, After;
+    std::optional<CFrameStack> before, after;
     for (uint64_t i = 0; i < nFrames; ++i) {
-        Result.Shown = fetchPair(iFirst + i);
-        const Frame& rRaw = Result.Shown->Raw;
-        if (!Before) {
-            const StandIn::ImageLayout sLayout{rRaw.pFormat, rRaw.nWidth, rRaw.nHeight};
-            Before.emplace(sLayout);
-            After.emplace(sLayout);
+        result.shown = fetchPair(iFirst + i);
+        const Frame& rRaw = result.shown->raw;
+        if (!before) {
+            const StandIn::ImageLayout layout{rRaw.pFormat, rRaw.nWidth, rRaw.nHeight};
+            before.emplace(layout);
+            after.emplace(layout);
         }
-        Before->add(rRaw);
-        After->add(Result.Shown->Corrected);
+        before->add(rRaw);
+        after->add(result.shown->corrected);
         if (fnPair) {
-            fnPair(*Result.Shown);
+            fnPair(*result.shown);
         }
         m_rProgress.show("measuring, frames without and with correction", i + 1, nFrames);
     }
-    Result.Before = Before->mean();
-    Result.After = After->mean();
-    return Result;
+    result.before = before->mean();
+    result.after = after->mean();
+    return result;
 }
 
 }  // namespace
 
 SceneCounts countFrames(CSession& rSession) {
-    SceneCounts Counts;
+    SceneCounts counts;
     const auto fnCount = [&](const char* pScene) {
         rSession.selectScene(pScene);
         return rSession.frameCount();
     };
     const uint64_t nDark = fnCount("Dark"), nLight = fnCount("Light"), nScene = fnCount("Scene");
     if (nDark + nLight + nScene > 0) {
-        Counts = {nDark, nLight, nScene};
+        counts = {nDark, nLight, nScene};
     }
-    return Counts;
+    return counts;
 }
 
 FramePlan planFrames(uint64_t nFrames, uint64_t nReference, uint64_t nTest) {
@@ -101,33 +101,33 @@ uint64_t framesLeft(uint64_t nFrames, uint64_t nReference, uint64_t nTest) {
 
 PairOptions recordPair(CSession& rSession, uint64_t nReference, uint64_t nTest, const std::filesystem::path& rFolder,
                        IProgress& rProgress) {
-    PairOptions Files;
-    const SceneCounts Counts = countFrames(rSession);
+    PairOptions files;
+    const SceneCounts counts = countFrames(rSession);
     for (const bool bLight : {false, true}) {
-        const FramePlan Plan = planFrames(bLight ? Counts.nLight : Counts.nDark, nReference, nTest);
-        if (Plan.nReference > 0) {
-            std::string& rFile = bLight ? Files.strLight : Files.strDark;
+        const FramePlan plan = planFrames(bLight ? counts.nLight : counts.nDark, nReference, nTest);
+        if (plan.nReference > 0) {
+            std::string& rFile = bLight ? files.strLight : files.strDark;
             rFile = (rFolder / (bLight ? "reference-light.tif" : "reference-dark.tif")).string();
-            recordReference(rSession, bLight, Plan.nReference, rFile, rProgress);
+            recordReference(rSession, bLight, plan.nReference, rFile, rProgress);
         }
     }
-    return Files;
+    return files;
 }
 
 MeasuredFrames measureFrames(CSession& rSession, const JudgedPair& rPair, uint64_t nTest, uint64_t nScene,
                              IProgress& rProgress, const PairSink& fnPair) {
-    CMeasurement Measurement(rSession, rProgress);
-    MeasuredFrames& rResult = Measurement.m_Result;
+    CMeasurement measurement(rSession, rProgress);
+    MeasuredFrames& rResult = measurement.m_result;
     if (!rSession.hasScenes()) {
-        rResult.Light = Measurement.measure("Light", 0, nTest, fnPair);
+        rResult.light = measurement.measure("Light", 0, nTest, fnPair);
         return rResult;
     }
-    const SceneCounts Counts = countFrames(rSession);
-    const uint64_t nDark = rPair.Dark ? framesTaken(*rPair.Dark) : 0;
-    const uint64_t nLight = rPair.Light ? framesTaken(*rPair.Light) : 0;
-    rResult.Dark = Measurement.measure("Dark", nDark, framesLeft(Counts.nDark, nDark, nTest));
-    rResult.Light = Measurement.measure("Light", nLight, framesLeft(Counts.nLight, nLight, nTest), fnPair);
-    rResult.Scene = Measurement.measure("Scene", 0, framesLeft(Counts.nScene, 0, nScene), fnPair);
+    const SceneCounts counts = countFrames(rSession);
+    const uint64_t nDark = rPair.dark ? framesTaken(*rPair.dark) : 0;
+    const uint64_t nLight = rPair.light ? framesTaken(*rPair.light) : 0;
+    rResult.dark = measurement.measure("Dark", nDark, framesLeft(counts.nDark, nDark, nTest));
+    rResult.light = measurement.measure("Light", nLight, framesLeft(counts.nLight, nLight, nTest), fnPair);
+    rResult.scene = measurement.measure("Scene", 0, framesLeft(counts.nScene, 0, nScene), fnPair);
     return rResult;
 }
 

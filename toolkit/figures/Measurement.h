@@ -20,13 +20,13 @@ namespace Toolkit {
 
 /// One frame, fetched with correction off and on.
 struct FramePair {
-    Frame Raw, Corrected;
+    Frame raw, corrected;
 };
 
 /// The frames of one scene.
 struct SceneFrames {
-    std::optional<MeanImage> Before, After;  ///< empty where there is no frame
-    std::optional<FramePair> Shown;          ///< the last frame
+    std::optional<MeanImage> before, after;  ///< empty where there is no frame
+    std::optional<FramePair> shown;          ///< the last frame
 };
 
 /// Which frames of a camera go into a reference, and which are left to judge it by.
@@ -54,7 +54,7 @@ uint64_t framesLeft(uint64_t nFrames, uint64_t nReference, uint64_t nTest);
 
 /// What a camera shows of each scene with correction off and on.
 struct MeasuredFrames {
-    SceneFrames Dark, Light, Scene;
+    SceneFrames dark, light, scene;
     std::vector<double> vecPlainMs,
         vecCorrectedMs;  ///< time of each fetch of a waiting frame, off and on; may be empty
 };

@@ -23,8 +23,8 @@ constexpr const char* CAUSES =
 
 // Standard deviation of a variance over all samples, in percent of the mean, squared.
 double varianceDeviation(const MeanImage& rImage, double dPercent) {
-    const auto dSamples = static_cast<double>(rImage.vSamples.size());
-    const double dMean = std::accumulate(rImage.vSamples.begin(), rImage.vSamples.end(), 0.0) / dSamples;
+    const auto dSamples = static_cast<double>(rImage.vecSamples.size());
+    const double dMean = std::accumulate(rImage.vecSamples.begin(), rImage.vecSamples.end(), 0.0) / dSamples;
     const double dNoise = std::isfinite(rImage.dTemporalVariance)
                               ? 1e4 * rImage.dTemporalVariance / static_cast<double>(rImage.nFrames) / (dMean * dMean)
                               : 0.0;
@@ -35,11 +35,11 @@ double varianceDeviation(const MeanImage& rImage, double dPercent) {
 
 Findings compareWithPrediction(const SceneFrames& rEven, const MeasuredUnevenness& rMeasured,
                                double dPredictedPercent) {
-    if (!rEven.After || !std::isfinite(rMeasured.dAfter)) {
+    if (!rEven.after || !std::isfinite(rMeasured.dAfter)) {
         return {};
     }
     const double dAfter = rMeasured.dAfter * rMeasured.dAfter;
-    const double dDeviation = DEVIATIONS * varianceDeviation(*rEven.After, rMeasured.dAfter);
+    const double dDeviation = DEVIATIONS * varianceDeviation(*rEven.after, rMeasured.dAfter);
     const std::string strAfter = fixed(rMeasured.dAfter, 3) + " %";
     if (std::isfinite(rMeasured.dBefore) && dAfter > rMeasured.dBefore * rMeasured.dBefore + dDeviation) {
         return {{eRefusal, "measured-worse",

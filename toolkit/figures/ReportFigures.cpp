@@ -27,15 +27,15 @@ constexpr uint64_t FRAMES_MIN = 2;       // that tell fixed pattern and noise ap
 
 // Curves are for the eye: four decimals keep the file small.
 ordered_json curveJson(const std::vector<double>& vecValues) {
-    ordered_json Json = ordered_json::array();
+    ordered_json json = ordered_json::array();
     for (const double dValue : vecValues) {
-        Json.push_back(std::round(dValue * 1e4) / 1e4 + 0.0);  // no negative zero
+        json.push_back(std::round(dValue * 1e4) / 1e4 + 0.0);  // no negative zero
     }
-    return Json;
+    return json;
 }
 
 uint64_t frames(const SceneFrames& rScene) {
-    return rScene.Before ? rScene.Before->nFrames : 0;
+    return rScene.before ? rScene.before->nFrames : 0;
 }
 
 bool isMeasured(const SceneFrames& rScene) {
@@ -44,9 +44,9 @@ bool isMeasured(const SceneFrames& rScene) {
 
 // Stands for a dark image that there is none of.
 MeanImage blackLike(const MeanImage& rImage) {
-    MeanImage Black{rImage.sLayout, rImage.nFrames, std::vector<float>(rImage.vSamples.size()), 0.0};
-    Black.vecClassVariance.assign(rImage.vecClassVariance.size(), 0.0);
-    return Black;
+    MeanImage black{rImage.layout, rImage.nFrames, std::vector<float>(rImage.vecSamples.size()), 0.0};
+    black.vecClassVariance.assign(rImage.vecClassVariance.size(), 0.0);
+    return black;
 }
 
 std::string filterText(const PairOptions& rFiles) {
@@ -65,70 +65,71 @@ std::string filterText(const PairOptions& rFiles) {
 
 class CFigureSource {
 public:
-    explicit CFigureSource(const ReportInput& rInput) : m_rInput(rInput), m_rPair(rInput.Pair) {}
+    explicit CFigureSource(const ReportInput& rInput) : m_rInput(rInput), m_rPair(rInput.pair) {}
 
     void addNonUniformity(ordered_json& rJson) const {
-        const bool bEven = isMeasured(m_rInput.Light) && !m_rInput.bSelfTest;
-        const bool bDark = bEven && isMeasured(m_rInput.Dark);
-        const MeanImage Even = bEven || !m_rPair.Light ? *m_rInput.Light.Before : meanOf(*m_rPair.Light);
-        const MeanImage Dark = bDark ? *m_rInput.Dark.Before : m_rPair.Dark ? meanOf(*m_rPair.Dark) : blackLike(Even);
-        double dGain = photonTransferGain(Dark, Even);
-        if (!std::isfinite(dGain) && m_rPair.Pair) {
-            dGain = m_rPair.Pair->Figures.dGain;
+        const bool bEven = isMeasured(m_rInput.light) && !m_rInput.bSelfTest;
+        const bool bDark = bEven && isMeasured(m_rInput.dark);
+        const MeanImage even = bEven || !m_rPair.light ? *m_rInput.light.before : meanOf(*m_rPair.light);
+        const MeanImage dark = bDark ? *m_rInput.dark.before : m_rPair.dark ? meanOf(*m_rPair.dark) : blackLike(even);
+        double dGain = photonTransferGain(dark, even);
+        if (!std::isfinite(dGain) && m_rPair.pair) {
+            dGain = m_rPair.pair->figures.dGain;
         }
-        rJson["before"] = classesJson(Dark, Even, dGain, bDark || m_rPair.Dark);
+        rJson["before"] = classesJson(dark, even, dGain, bDark || m_rPair.dark);
         rJson["after"] = nullptr;
         if (bEven) {
-            const MeanImage& rAfter = *m_rInput.Light.After;
+            const MeanImage& rAfter = *m_rInput.light.after;
             rJson["after"] = classesJson(bDark ? darkAfter() : blackLike(rAfter), rAfter, dGain, bDark);
         }
         rJson["nonUniformityText"] = nonUniformityText(bEven, bDark);
         addSummary(rJson);
         if (bEven && rJson["summary"]["prnuAfter"].is_null()) {
-            rJson["nonUniformityText"] = rJson["nonUniformityText"].get<std::string>() +
-                                         " A PRNU that is not told is hidden by noise, or by the unevenness in the dark.";
+            rJson["nonUniformityText"] =
+                rJson["nonUniformityText"].get<std::string>() +
+                " A PRNU that is not told is hidden by noise, or by the unevenness in the dark.";
         }
     }
 
     void addCurves(ordered_json& rJson) const {
-        const MeanImage &rBefore = *m_rInput.Light.Before, &rAfter = *m_rInput.Light.After;
-        const std::vector<float> vBefore = relativeSignal(rBefore, darkLevels(m_rInput.Dark.Before, true));
-        const std::vector<float> vAfter = relativeSignal(rAfter, darkLevels(m_rInput.Dark.After, false));
+        const MeanImage &rBefore = *m_rInput.light.before, &rAfter = *m_rInput.light.after;
+        const std::vector<float> vecBefore = relativeSignal(rBefore, darkLevels(m_rInput.dark.before, true));
+        const std::vector<float> vecAfter = relativeSignal(rAfter, darkLevels(m_rInput.dark.after, false));
         for (const bool bRows : {false, true}) {
-            const Curve Before = profileOf(rBefore.sLayout, vBefore, bRows, PROFILE_POINTS);
-            const Curve After = profileOf(rBefore.sLayout, vAfter, bRows, PROFILE_POINTS);
-            rJson["profiles"][bRows ? "rows" : "columns"] = {{"first", Before.dFirst},
-                                                             {"step", Before.dStep},
-                                                             {"before", curveJson(Before.vValues)},
-                                                             {"after", curveJson(After.vValues)}};
+            const Curve before = profileOf(rBefore.layout, vecBefore, bRows, PROFILE_POINTS);
+            const Curve after = profileOf(rBefore.layout, vecAfter, bRows, PROFILE_POINTS);
+            rJson["profiles"][bRows ? "rows" : "columns"] = {{"first", before.dFirst},
+                                                             {"step", before.dStep},
+                                                             {"before", curveJson(before.vecValues)},
+                                                             {"after", curveJson(after.vecValues)}};
         }
-        const Histograms Bins = histogramsOf(vBefore, vAfter, HISTOGRAM_BINS);
-        rJson["histogram"] = {{"first", Bins.dFirst},
-                              {"step", Bins.dStep},
-                              {"samples", vBefore.size()},
-                              {"before", curveJson(Bins.vBefore)},
-                              {"after", curveJson(Bins.vAfter)}};
+        const Histograms bins = histogramsOf(vecBefore, vecAfter, HISTOGRAM_BINS);
+        rJson["histogram"] = {{"first", bins.dFirst},
+                              {"step", bins.dStep},
+                              {"samples", vecBefore.size()},
+                              {"before", curveJson(bins.vecBefore)},
+                              {"after", curveJson(bins.vecAfter)}};
         rJson["measuredOn"] =
             m_rInput.bSelfTest
                 ? "The light reference itself, before and after correction by the pair: a self-test, no measurement."
-                : "Mean of " + counted(frames(m_rInput.Light), "frame") +
+                : "Mean of " + counted(frames(m_rInput.light), "frame") +
                       " of the even target outside the reference. 100 % is the mean of a colour, its dark level taken "
                       "off.";
     }
 
     void addDefects(ordered_json& rJson) const {
         std::vector<Defect> vecDefects;
-        for (const auto* pJudgement : {&m_rPair.DarkJudgement, &m_rPair.LightJudgement}) {
+        for (const auto* pJudgement : {&m_rPair.darkJudgement, &m_rPair.lightJudgement}) {
             if (*pJudgement) {
-                const std::vector<Defect>& rFound = (*pJudgement)->Figures.vecDefects;
+                const std::vector<Defect>& rFound = (*pJudgement)->figures.vecDefects;
                 vecDefects.insert(vecDefects.end(), rFound.begin(), rFound.end());
             }
         }
-        ordered_json Json;
+        ordered_json json;
         for (const eDefectKind eKind : {eHot, eDead, eBright}) {
-            Json[name(eKind)] = countDefects(vecDefects, eKind);
+            json[name(eKind)] = countDefects(vecDefects, eKind);
         }
-        Json["text"] = vecDefects.empty() ? "No pixel stands out from its neighbours."
+        json["text"] = vecDefects.empty() ? "No pixel stands out from its neighbours."
                        : vecDefects.size() > MARKS_MAX
                            ? "Marked are the " + std::to_string(MARKS_MAX) + " pixels that stand out most of " +
                                  std::to_string(vecDefects.size()) + "."
@@ -137,9 +138,9 @@ public:
             return std::abs(rLeft.dValue - rLeft.dNeighbours) > std::abs(rRight.dValue - rRight.dNeighbours);
         });
         vecDefects.resize(std::min(vecDefects.size(), MARKS_MAX));
-        const StandIn::ImageLayout& rLayout = m_rInput.Light.Before->sLayout;
-        Json["marks"] = toJson(vecDefects, *rLayout.pFormat);
-        rJson["defects"] = Json;
+        const StandIn::ImageLayout& rLayout = m_rInput.light.before->layout;
+        json["marks"] = toJson(vecDefects, *rLayout.pFormat);
+        rJson["defects"] = json;
     }
 
     void addTime(ordered_json& rJson) const {
@@ -192,7 +193,7 @@ private:
 
     Findings measuredFindings(const ordered_json& rSummary) const {
         Findings vecFound;
-        const double dSaturated = m_rInput.bSelfTest ? 0.0 : m_rInput.Light.Before->dSaturatedShare;
+        const double dSaturated = m_rInput.bSelfTest ? 0.0 : m_rInput.light.before->dSaturatedShare;
         if (dSaturated > SATURATED_MAX) {
             vecFound.push_back({eWarning, "measured-saturated",
                                 fixed(100.0 * dSaturated, 1) +
@@ -203,48 +204,50 @@ private:
         const auto fnNumber = [&](const char* pKey) {
             return rSummary[pKey].is_number() ? rSummary[pKey].get<double>() : std::numeric_limits<double>::quiet_NaN();
         };
-        // A filter trades the single pixels for less noise, and what is cut off cannot be made even: neither is predicted.
-        const bool bPredicted = m_rPair.Pair && filterText(m_rInput.Files).empty() && dSaturated <= SATURATED_MAX;
+        // A filter trades the single pixels for less noise, and what is cut off cannot be made even: neither is
+        // predicted.
+        const bool bPredicted = m_rPair.pair && filterText(m_rInput.files).empty() && dSaturated <= SATURATED_MAX;
         const Findings vecMissed = compareWithPrediction(
-            m_rInput.Light, {fnNumber("prnuBefore"), fnNumber("prnuAfter")},
-            bPredicted ? m_rPair.Pair->Figures.dResidualPercent : std::numeric_limits<double>::quiet_NaN());
+            m_rInput.light, {fnNumber("prnuBefore"), fnNumber("prnuAfter")},
+            bPredicted ? m_rPair.pair->figures.dResidualPercent : std::numeric_limits<double>::quiet_NaN());
         vecFound.insert(vecFound.end(), vecMissed.begin(), vecMissed.end());
         return vecFound;
     }
 
     static ordered_json classesJson(const MeanImage& rDark, const MeanImage& rEven, double dGain, bool bDark) {
-        ordered_json Json = toJson(nonUniformity(rDark, rEven, dGain));
+        ordered_json json = toJson(nonUniformity(rDark, rEven, dGain));
         if (!bDark) {
-            for (ordered_json& rClass : Json["classes"]) {
+            for (ordered_json& rClass : json["classes"]) {
                 rClass["darkMean"] = nullptr;
                 for (auto& rItem : rClass["dsnu"].items()) {
                     rItem.value() = nullptr;
                 }
             }
         }
-        return Json;
+        return json;
     }
 
     // Corrected images end at 0 DN, and what is cut off there looks even. The mean of the corrected frames follows from
     // that of the raw ones, where no filter has changed the references and the formula is the plain one.
     bool isDarkComputed() const {
-        return filterText(m_rInput.Files).empty() && (!m_rPair.Light || m_rPair.Light->sOutput.isDefault());
+        return filterText(m_rInput.files).empty() && (!m_rPair.light || m_rPair.light->output.isDefault());
     }
 
     MeanImage darkAfter() const {
         if (!isDarkComputed()) {
-            return *m_rInput.Dark.After;
+            return *m_rInput.dark.after;
         }
-        MeanImage image = *m_rInput.Dark.Before;
-        const StandIn::ReferenceImage* pDark = m_rPair.Dark ? &*m_rPair.Dark : nullptr;
-        const std::vector<float> vecGains = gainsOf(pDark, m_rPair.Light ? &*m_rPair.Light : nullptr);
+        MeanImage image = *m_rInput.dark.before;
+        const StandIn::ReferenceImage* pDark = m_rPair.dark ? &*m_rPair.dark : nullptr;
+        const std::vector<float> vecGains = gainsOf(pDark, m_rPair.light ? &*m_rPair.light : nullptr);
         double dSquares = 0.0;
-        for (std::size_t i = 0; i < image.vSamples.size(); ++i) {
-            image.vSamples[i] = (image.vSamples[i] - (pDark != nullptr ? pDark->vSamples[i] : 0.0F)) * vecGains[i];
+        for (std::size_t i = 0; i < image.vecSamples.size(); ++i) {
+            image.vecSamples[i] =
+                (image.vecSamples[i] - (pDark != nullptr ? pDark->vecSamples[i] : 0.0F)) * vecGains[i];
             dSquares += static_cast<double>(vecGains[i]) * vecGains[i];
         }
         // The noise of the dark is about the same in every pixel.
-        dSquares /= static_cast<double>(image.vSamples.size());
+        dSquares /= static_cast<double>(image.vecSamples.size());
         image.dTemporalVariance *= dSquares;
         for (double& rVariance : image.vecClassVariance) {
             rVariance *= dSquares;
@@ -253,10 +256,10 @@ private:
     }
 
     std::string nonUniformityText(bool bEven, bool bDark) const {
-        const std::string strEven = std::to_string(frames(m_rInput.Light)) + " even";
-        const std::string strDark = std::to_string(frames(m_rInput.Dark)) + " dark";
+        const std::string strEven = std::to_string(frames(m_rInput.light)) + " even";
+        const std::string strDark = std::to_string(frames(m_rInput.dark)) + " dark";
         if (!bEven) {
-            return m_rPair.Light
+            return m_rPair.light
                        ? "Before correction: of the references. After correction nothing is given: that takes "
                          "two or more frames of the even target that are not in the reference."
                        : "Before correction: of the frames measured. After correction nothing is given.";
@@ -285,23 +288,23 @@ private:
         for (std::size_t i = 1; i < rLast["classes"].size(); ++i) {
             iWorst = fnPrnu(i) > fnPrnu(iWorst) ? i : iWorst;
         }
-        ordered_json Summary;
-        Summary["class"] = rLast["classes"][iWorst]["class"];
+        ordered_json summary;
+        summary["class"] = rLast["classes"][iWorst]["class"];
         for (const char* pWhen : {"before", "after"}) {
             const std::string strWhen = pWhen[0] == 'b' ? "Before" : "After";
             const bool bThere = !rJson[pWhen].is_null();
-            const ordered_json Class = bThere ? rJson[pWhen]["classes"][iWorst] : ordered_json();
-            Summary["prnu" + strWhen] = bThere ? Class["prnuPercent"]["total"] : ordered_json();
-            Summary["dsnu" + strWhen] = bThere ? Class["dsnu"]["total"] : ordered_json();
+            const ordered_json class_ = bThere ? rJson[pWhen]["classes"][iWorst] : ordered_json();
+            summary["prnu" + strWhen] = bThere ? class_["prnuPercent"]["total"] : ordered_json();
+            summary["dsnu" + strWhen] = bThere ? class_["dsnu"]["total"] : ordered_json();
         }
-        rJson["summary"] = Summary;
+        rJson["summary"] = summary;
     }
 
     std::vector<double> darkLevels(const std::optional<MeanImage>& rMeasured, bool bBefore) const {
         if (rMeasured && !m_rInput.bSelfTest) {
-            return classMeans(rMeasured->sLayout, rMeasured->vSamples);
+            return classMeans(rMeasured->layout, rMeasured->vecSamples);
         }
-        return bBefore && m_rPair.Dark ? classMeans(m_rPair.Dark->sLayout, m_rPair.Dark->vSamples)
+        return bBefore && m_rPair.dark ? classMeans(m_rPair.dark->layout, m_rPair.dark->vecSamples)
                                        : std::vector<double>();
     }
 
@@ -311,10 +314,10 @@ private:
 
 std::string timeText() {
     const std::time_t tNow = std::time(nullptr);
-    std::tm sParts{};
+    std::tm parts{};
     char acText[40] = "";
-    if (localtime_r(&tNow, &sParts) != nullptr) {
-        std::strftime(acText, sizeof acText, "%Y-%m-%d %H:%M %Z", &sParts);
+    if (localtime_r(&tNow, &parts) != nullptr) {
+        std::strftime(acText, sizeof acText, "%Y-%m-%d %H:%M %Z", &parts);
     }
     return acText;
 }
@@ -324,42 +327,42 @@ ordered_json textOrNull(const std::string& strText) {
 }
 
 ordered_json gainJson(const ReportInput& rInput) {
-    const JudgedPair& rPair = rInput.Pair;
-    const std::vector<float> vGains =
-        gainsOf(rPair.Dark ? &*rPair.Dark : nullptr, rPair.Light ? &*rPair.Light : nullptr);
-    const auto fnShare = [&](double dShare) { return static_cast<double>(percentile(vGains, dShare)); };
+    const JudgedPair& rPair = rInput.pair;
+    const std::vector<float> vecGains =
+        gainsOf(rPair.dark ? &*rPair.dark : nullptr, rPair.light ? &*rPair.light : nullptr);
+    const auto fnShare = [&](double dShare) { return static_cast<double>(percentile(vecGains, dShare)); };
     return {{"min", fnShare(0.0)},
             {"p1", fnShare(0.01)},
             {"p99", fnShare(0.99)},
             {"max", fnShare(1.0)},
-            {"text", !rPair.Light                       ? "There is no light reference, so the gain is 1."
-                     : filterText(rInput.Files).empty() ? ""
+            {"text", !rPair.light                       ? "There is no light reference, so the gain is 1."
+                     : filterText(rInput.files).empty() ? ""
                                                         : "Shown is the gain without the filters."}};
 }
 
 }  // namespace
 
 ordered_json reportFigures(const ReportInput& rInput) {
-    const StandIn::ImageLayout& rLayout = rInput.Light.Before->sLayout;
-    ordered_json Json;
-    Json["selfTest"] = rInput.bSelfTest;
-    Json["device"] = rInput.strDevice;
-    Json["pixelFormat"] = rLayout.pFormat->pName;
-    Json["width"] = rLayout.nWidth;
-    Json["height"] = rLayout.nHeight;
-    Json["made"] = timeText();
-    Json["files"] = {{"dark", textOrNull(rInput.Files.strDark)}, {"light", textOrNull(rInput.Files.strLight)}};
-    Json["filters"] = textOrNull(filterText(rInput.Files));
-    Json["camera"] = toJson(rInput.Camera);
-    Json["frames"] = {{"dark", frames(rInput.Dark)}, {"light", rInput.bSelfTest ? 0 : frames(rInput.Light)}};
-    const CFigureSource Source(rInput);
-    Source.addNonUniformity(Json);
-    Source.addJudgement(Json);
-    Source.addTime(Json);
-    Json["gain"] = gainJson(rInput);
-    Source.addDefects(Json);
-    Source.addCurves(Json);
-    return Json;
+    const StandIn::ImageLayout& rLayout = rInput.light.before->layout;
+    ordered_json json;
+    json["selfTest"] = rInput.bSelfTest;
+    json["device"] = rInput.strDevice;
+    json["pixelFormat"] = rLayout.pFormat->pName;
+    json["width"] = rLayout.nWidth;
+    json["height"] = rLayout.nHeight;
+    json["made"] = timeText();
+    json["files"] = {{"dark", textOrNull(rInput.files.strDark)}, {"light", textOrNull(rInput.files.strLight)}};
+    json["filters"] = textOrNull(filterText(rInput.files));
+    json["camera"] = toJson(rInput.camera);
+    json["frames"] = {{"dark", frames(rInput.dark)}, {"light", rInput.bSelfTest ? 0 : frames(rInput.light)}};
+    const CFigureSource source(rInput);
+    source.addNonUniformity(json);
+    source.addJudgement(json);
+    source.addTime(json);
+    json["gain"] = gainJson(rInput);
+    source.addDefects(json);
+    source.addCurves(json);
+    return json;
 }
 
 }  // namespace Toolkit

@@ -20,9 +20,9 @@ namespace Toolkit {
 /// always has a pair to show.
 struct ReportInput : MeasuredFrames {
     std::string strDevice;  ///< empty for a self-test
-    PairOptions Files;      ///< as the report is to name them
-    JudgedPair Pair;        ///< compared with the camera
-    CameraSettings Camera;
+    PairOptions files;      ///< as the report is to name them
+    JudgedPair pair;        ///< compared with the camera
+    CameraSettings camera;
     bool bSelfTest = false;
 };
 

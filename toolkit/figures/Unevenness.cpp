@@ -19,38 +19,38 @@ namespace {
 
 constexpr unsigned BLOCK_SIDE = 16;
 
-double deviationPercent(const std::vector<float>& vValues) {
-    if (vValues.size() < 2) {
+double deviationPercent(const std::vector<float>& vecValues) {
+    if (vecValues.size() < 2) {
         return std::numeric_limits<double>::quiet_NaN();
     }
     double dSum = 0.0, dSquares = 0.0;
-    for (const float fValue : vValues) {
+    for (const float fValue : vecValues) {
         dSum += static_cast<double>(fValue);
     }
-    const double dMean = dSum / static_cast<double>(vValues.size());
-    for (const float fValue : vValues) {
+    const double dMean = dSum / static_cast<double>(vecValues.size());
+    for (const float fValue : vecValues) {
         dSquares += (static_cast<double>(fValue) - dMean) * (static_cast<double>(fValue) - dMean);
     }
-    return 100.0 * std::sqrt(dSquares / static_cast<double>(vValues.size())) / dMean;
+    return 100.0 * std::sqrt(dSquares / static_cast<double>(vecValues.size())) / dMean;
 }
 
 }  // namespace
 
-Unevenness unevenness(const Frame& rFrame, const std::vector<float>& vDark) {
-    if (!vDark.empty() && vDark.size() != rFrame.aSamples.size()) {
+Unevenness unevenness(const Frame& rFrame, const std::vector<float>& vecDark) {
+    if (!vecDark.empty() && vecDark.size() != rFrame.vecSamples.size()) {
         throw std::invalid_argument("the dark reference is of another size than frame " + rFrame.strName);
     }
-    MeanImage Signal{{rFrame.pFormat, rFrame.nWidth, rFrame.nHeight}, 1, {}};
-    Signal.vSamples.assign(rFrame.aSamples.begin(), rFrame.aSamples.end());
-    for (std::size_t i = 0; i < vDark.size(); ++i) {
-        Signal.vSamples[i] -= vDark[i];
+    MeanImage signal{{rFrame.pFormat, rFrame.nWidth, rFrame.nHeight}, 1, {}};
+    signal.vecSamples.assign(rFrame.vecSamples.begin(), rFrame.vecSamples.end());
+    for (std::size_t i = 0; i < vecDark.size(); ++i) {
+        signal.vecSamples[i] -= vecDark[i];
     }
-    const std::vector<double> vecMeans = classMeans(Signal.sLayout, Signal.vSamples);
+    const std::vector<double> vecMeans = classMeans(signal.layout, signal.vecSamples);
     if (*std::min_element(vecMeans.begin(), vecMeans.end()) <= 0.0) {
         return {std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::quiet_NaN()};
     }
-    const Picture Relative{rFrame.nWidth, rFrame.nHeight, rFrame.pFormat->nChannels, 1, relativeSignal(Signal, {})};
-    return {deviationPercent(grey(blockMeans(Relative, BLOCK_SIDE)).vValues), deviationPercent(Relative.vValues)};
+    const Picture relative{rFrame.nWidth, rFrame.nHeight, rFrame.pFormat->nChannels, 1, relativeSignal(signal, {})};
+    return {deviationPercent(grey(blockMeans(relative, BLOCK_SIDE)).vecValues), deviationPercent(relative.vecValues)};
 }
 
 }  // namespace Toolkit

@@ -20,7 +20,7 @@ struct Unevenness {
 
 /// The frame's unevenness after vDark (in DN, as long as the frame's samples; empty: nothing) is taken off.
 /// @throws std::invalid_argument  vDark has another length.
-Unevenness unevenness(const Frame& rFrame, const std::vector<float>& vDark);
+Unevenness unevenness(const Frame& rFrame, const std::vector<float>& vecDark);
 
 }  // namespace Toolkit
 }  // namespace XAPEL2

@@ -19,8 +19,8 @@ struct Frame {
     std::string strName;
     const StandIn::PixelFormat* pFormat = nullptr;  ///< never null in use
     uint64_t nWidth = 0, nHeight = 0;               ///< pixels
-    std::vector<uint16_t> aSamples;
-    double fFetchMs = 0.0;  ///< time that the fetch of the waiting frame took
+    std::vector<uint16_t> vecSamples;
+    double dFetchMs = 0.0;  ///< time that the fetch of the waiting frame took
 };
 
 /// Number of colour classes of a format: 1, 4 sites of a colour filter array, or 3 channels.

@@ -25,7 +25,7 @@ bool takesTwoBytes(const Frame& rFrame) {
 
 // Channels in the order red, green, blue.
 std::vector<uint16_t> samplesOf(const Frame& rFrame) {
-    std::vector<uint16_t> vecSamples = rFrame.aSamples;
+    std::vector<uint16_t> vecSamples = rFrame.vecSamples;
     if (std::strncmp(rFrame.pFormat->pName, "BGR", 3) == 0) {
         for (std::size_t i = 0; i + 2 < vecSamples.size(); i += 3) {
             std::swap(vecSamples[i], vecSamples[i + 2]);
@@ -38,7 +38,7 @@ void writePixmap(const StandIn::CSafeFile& rOut, const Frame& rFrame) {
     std::string strBytes = (rFrame.pFormat->nChannels == 3 ? "P6\n" : "P5\n") + std::to_string(rFrame.nWidth) + ' ' +
                            std::to_string(rFrame.nHeight) + '\n' + std::to_string(rFrame.pFormat->fullScale()) + '\n';
     const bool bTwoBytes = takesTwoBytes(rFrame);
-    strBytes.reserve(strBytes.size() + rFrame.aSamples.size() * (bTwoBytes ? 2 : 1));
+    strBytes.reserve(strBytes.size() + rFrame.vecSamples.size() * (bTwoBytes ? 2 : 1));
     for (const uint16_t uSample : samplesOf(rFrame)) {
         if (bTwoBytes) {
             strBytes.push_back(static_cast<char>(uSample >> 8));
@@ -70,15 +70,15 @@ fs::path frameFile(const fs::path& rFolder, const Frame& rFrame, eFrameFile eKin
 }
 
 fs::path writeFrame(const fs::path& rFolder, const Frame& rFrame, eFrameFile eKind) {
-    fs::path File = frameFile(rFolder, rFrame, eKind);
+    fs::path file = frameFile(rFolder, rFrame, eKind);
     try {
-        StandIn::CSafeFile out(File);
+        StandIn::CSafeFile out(file);
         (eKind == eTiff ? writeTiff : writePixmap)(out, rFrame);
         out.finish();
     } catch (const StandIn::CFileError& rError) {
-        throw std::runtime_error(File.string() + " cannot be written: " + rError.what());
+        throw std::runtime_error(file.string() + " cannot be written: " + rError.what());
     }
-    return File;
+    return file;
 }
 
 }  // namespace Toolkit

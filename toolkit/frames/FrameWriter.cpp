@@ -16,33 +16,33 @@ namespace fs = std::filesystem;
 
 CFrameWriter::CFrameWriter(const fs::path& rFolder, const std::string& strFormat, bool bOverwrite,
                            const CSourceFiles& rSources)
-    : m_Folder(rFolder),
+    : m_folder(rFolder),
       m_eKind(strFormat == "tiff" ? eTiff : ePixmap),
       m_bOverwrite(bOverwrite),
-      m_Sources(rSources) {}
+      m_sources(rSources) {}
 
 void CFrameWriter::requireFree(const Frame& rFrame) const {
-    const fs::path File = frameFile(m_Folder, rFrame, m_eKind);
-    m_Sources.requireOther(File);
-    if (m_Written.count(File) != 0) {
-        throw CUsageError(File.string() + " would be written twice; two sources have this name");
+    const fs::path file = frameFile(m_folder, rFrame, m_eKind);
+    m_sources.requireOther(file);
+    if (m_written.count(file) != 0) {
+        throw CUsageError(file.string() + " would be written twice; two sources have this name");
     }
-    std::error_code Ignored;
-    if (!m_bOverwrite && fs::exists(fs::symlink_status(File, Ignored))) {
-        throw CFileExistsError(File.string() + " exists");
+    std::error_code ignored;
+    if (!m_bOverwrite && fs::exists(fs::symlink_status(file, ignored))) {
+        throw CFileExistsError(file.string() + " exists");
     }
 }
 
 fs::path CFrameWriter::write(const Frame& rFrame) {
     requireFree(rFrame);
     try {
-        fs::create_directories(m_Folder);
+        fs::create_directories(m_folder);
     } catch (const fs::filesystem_error& rError) {
-        throw std::runtime_error("folder " + m_Folder.string() + " cannot be made: " + rError.code().message());
+        throw std::runtime_error("folder " + m_folder.string() + " cannot be made: " + rError.code().message());
     }
-    fs::path File = writeFrame(m_Folder, rFrame, m_eKind);
-    m_Written.insert(File);
-    return File;
+    fs::path file = writeFrame(m_folder, rFrame, m_eKind);
+    m_written.insert(file);
+    return file;
 }
 
 }  // namespace Toolkit

@@ -33,11 +33,11 @@ public:
     std::filesystem::path write(const Frame& rFrame);
 
 private:
-    std::filesystem::path m_Folder;
+    std::filesystem::path m_folder;
     eFrameFile m_eKind;
     bool m_bOverwrite;
-    CSourceFiles m_Sources;
-    std::set<std::filesystem::path> m_Written;
+    CSourceFiles m_sources;
+    std::set<std::filesystem::path> m_written;
 };
 
 }  // namespace Toolkit

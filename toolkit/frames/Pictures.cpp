@@ -21,8 +21,8 @@ namespace {
 
 std::vector<png_byte> shadesOf(const Picture& rPicture, const Shades& rShades) {
     std::vector<png_byte> vecBytes;
-    vecBytes.reserve(rPicture.vValues.size());
-    for (const float fValue : rPicture.vValues) {
+    vecBytes.reserve(rPicture.vecValues.size());
+    for (const float fValue : rPicture.vecValues) {
         const double dShare = (static_cast<double>(fValue) - rShades.dBlack) / (rShades.dWhite - rShades.dBlack);
         vecBytes.push_back(static_cast<png_byte>(std::lround(255.0 * std::clamp(dShare, 0.0, 1.0))));
     }
@@ -31,15 +31,15 @@ std::vector<png_byte> shadesOf(const Picture& rPicture, const Shades& rShades) {
 
 std::string encode(const Picture& rPicture, const Shades& rShades, png_uint_32 uFormat, const png_byte* pColourMap) {
     const std::vector<png_byte> vecBytes = shadesOf(rPicture, rShades);
-    png_image Image{};
-    Image.version = PNG_IMAGE_VERSION;
-    Image.width = static_cast<png_uint_32>(rPicture.nWidth);
-    Image.height = static_cast<png_uint_32>(rPicture.nHeight);
-    Image.format = uFormat;
-    Image.colormap_entries = pColourMap != nullptr ? 256 : 0;
-    std::string strPng(PNG_IMAGE_PNG_SIZE_MAX(Image), '\0');
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    image.width = static_cast<png_uint_32>(rPicture.nWidth);
+    image.height = static_cast<png_uint_32>(rPicture.nHeight);
+    image.format = uFormat;
+    image.colormap_entries = pColourMap != nullptr ? 256 : 0;
+    std::string strPng(PNG_IMAGE_PNG_SIZE_MAX(image), '\0');
     png_alloc_size_t nBytes = strPng.size();
-    if (png_image_write_to_memory(&Image, strPng.data(), &nBytes, 0, vecBytes.data(), 0, pColourMap) == 0) {
+    if (png_image_write_to_memory(&image, strPng.data(), &nBytes, 0, vecBytes.data(), 0, pColourMap) == 0) {
         throw std::runtime_error("a picture of " + std::to_string(rPicture.nWidth) + " x " +
                                  std::to_string(rPicture.nHeight) + " pixels cannot be made");
     }
@@ -50,69 +50,69 @@ std::string encode(const Picture& rPicture, const Shades& rShades, png_uint_32 u
 }  // namespace
 
 Picture blockMeans(const Picture& rSource, unsigned nStep) {
-    Picture Result{rSource.nWidth / nStep, rSource.nHeight / nStep, rSource.nChannels, rSource.nStep * nStep, {}};
+    Picture result{rSource.nWidth / nStep, rSource.nHeight / nStep, rSource.nChannels, rSource.nStep * nStep, {}};
     const uint64_t nChannels = rSource.nChannels;
-    std::vector<double> vecRow(Result.nWidth * nChannels);
-    Result.vValues.reserve(vecRow.size() * Result.nHeight);
-    for (uint64_t iY = 0; iY < Result.nHeight; ++iY) {
+    std::vector<double> vecRow(result.nWidth * nChannels);
+    result.vecValues.reserve(vecRow.size() * result.nHeight);
+    for (uint64_t iY = 0; iY < result.nHeight; ++iY) {
         std::fill(vecRow.begin(), vecRow.end(), 0.0);
         for (uint64_t iLine = iY * nStep; iLine < (iY + 1) * nStep; ++iLine) {
-            const float* pLine = &rSource.vValues[iLine * rSource.nWidth * nChannels];
-            for (uint64_t iX = 0; iX < Result.nWidth * nStep; ++iX) {
+            const float* pLine = &rSource.vecValues[iLine * rSource.nWidth * nChannels];
+            for (uint64_t iX = 0; iX < result.nWidth * nStep; ++iX) {
                 for (uint64_t iChannel = 0; iChannel < nChannels; ++iChannel) {
                     vecRow[iX / nStep * nChannels + iChannel] += static_cast<double>(pLine[iX * nChannels + iChannel]);
                 }
             }
         }
         for (const double dSum : vecRow) {
-            Result.vValues.push_back(static_cast<float>(dSum / (static_cast<double>(nStep) * nStep)));
+            result.vecValues.push_back(static_cast<float>(dSum / (static_cast<double>(nStep) * nStep)));
         }
     }
-    return Result;
+    return result;
 }
 
-Picture grey(Picture Source) {
-    if (Source.nChannels == 1) {
-        return Source;
+Picture grey(Picture source) {
+    if (source.nChannels == 1) {
+        return source;
     }
-    Picture Result{Source.nWidth, Source.nHeight, 1, Source.nStep, {}};
-    for (std::size_t i = 0; i < Source.vValues.size(); i += Source.nChannels) {
-        const auto it = Source.vValues.begin() + static_cast<std::ptrdiff_t>(i);
-        Result.vValues.push_back(std::accumulate(it, it + Source.nChannels, 0.0F) /
-                                 static_cast<float>(Source.nChannels));
+    Picture result{source.nWidth, source.nHeight, 1, source.nStep, {}};
+    for (std::size_t i = 0; i < source.vecValues.size(); i += source.nChannels) {
+        const auto it = source.vecValues.begin() + static_cast<std::ptrdiff_t>(i);
+        result.vecValues.push_back(std::accumulate(it, it + source.nChannels, 0.0F) /
+                                   static_cast<float>(source.nChannels));
     }
-    return Result;
+    return result;
 }
 
-Picture scaledDown(Picture Source, uint64_t nSideMax, uint64_t nSamplesMax) {
+Picture scaledDown(Picture source, uint64_t nSideMax, uint64_t nSamplesMax) {
     unsigned nStep = 1;
     const auto fits = [&] {
-        const uint64_t nWidth = Source.nWidth / nStep, nHeight = Source.nHeight / nStep;
-        return std::max(nWidth, nHeight) <= nSideMax && nWidth * nHeight * Source.nChannels <= nSamplesMax;
+        const uint64_t nWidth = source.nWidth / nStep, nHeight = source.nHeight / nStep;
+        return std::max(nWidth, nHeight) <= nSideMax && nWidth * nHeight * source.nChannels <= nSamplesMax;
     };
-    while (!fits() && nStep < std::min(Source.nWidth, Source.nHeight)) {
+    while (!fits() && nStep < std::min(source.nWidth, source.nHeight)) {
         ++nStep;
     }
-    return nStep == 1 ? Source : blockMeans(Source, nStep);
+    return nStep == 1 ? source : blockMeans(source, nStep);
 }
 
 Picture pictureOf(const Frame& rFrame, uint64_t nSideMax, uint64_t nSamplesMax) {
-    Picture Result{rFrame.nWidth, rFrame.nHeight, rFrame.pFormat->nChannels, 1, {}};
-    Result.vValues.assign(rFrame.aSamples.begin(), rFrame.aSamples.end());
+    Picture result{rFrame.nWidth, rFrame.nHeight, rFrame.pFormat->nChannels, 1, {}};
+    result.vecValues.assign(rFrame.vecSamples.begin(), rFrame.vecSamples.end());
     if (rFrame.pFormat->isCfa() && rFrame.nWidth > 1 && rFrame.nHeight > 1) {
-        Result = blockMeans(Result, 2);
+        result = blockMeans(result, 2);
     }
     if (std::strncmp(rFrame.pFormat->pName, "BGR", 3) == 0) {
-        for (std::size_t i = 0; i + 2 < Result.vValues.size(); i += 3) {
-            std::swap(Result.vValues[i], Result.vValues[i + 2]);
+        for (std::size_t i = 0; i + 2 < result.vecValues.size(); i += 3) {
+            std::swap(result.vecValues[i], result.vecValues[i + 2]);
         }
     }
-    return scaledDown(std::move(Result), nSideMax, nSamplesMax);
+    return scaledDown(std::move(result), nSideMax, nSamplesMax);
 }
 
 Shades commonShades(const Picture& rFirst, const Picture& rSecond) {
-    std::vector<float> vecAll = rFirst.vValues;
-    vecAll.insert(vecAll.end(), rSecond.vValues.begin(), rSecond.vValues.end());
+    std::vector<float> vecAll = rFirst.vecValues;
+    vecAll.insert(vecAll.end(), rSecond.vecValues.begin(), rSecond.vecValues.end());
     const double dLow = static_cast<double>(percentile(vecAll, 0.001));
     const double dHigh = std::max(static_cast<double>(percentile(std::move(vecAll), 0.999)), dLow + 1.0);
     const double dMargin = 0.02 * (dHigh - dLow);
@@ -134,12 +134,12 @@ std::string pngOf(const Picture& rPicture, const Shades& rShades, const std::vec
 }
 
 PicturePair picturePair(const Frame& rBefore, const Frame& rAfter, uint64_t nSideMax, uint64_t nSamplesMax) {
-    const Picture After = pictureOf(rAfter, nSideMax, nSamplesMax);
-    PicturePair Result{pictureOf(rBefore, nSideMax, nSamplesMax), {}, {}, {}};
-    Result.Common = commonShades(Result.Before, After);
-    Result.strBefore = pngOf(Result.Before, Result.Common);
-    Result.strAfter = pngOf(After, Result.Common);
-    return Result;
+    const Picture after = pictureOf(rAfter, nSideMax, nSamplesMax);
+    PicturePair result{pictureOf(rBefore, nSideMax, nSamplesMax), {}, {}, {}};
+    result.common = commonShades(result.before, after);
+    result.strBefore = pngOf(result.before, result.common);
+    result.strAfter = pngOf(after, result.common);
+    return result;
 }
 
 }  // namespace Toolkit

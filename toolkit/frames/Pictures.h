@@ -19,8 +19,8 @@ namespace Toolkit {
 struct Picture {
     uint64_t nWidth = 0, nHeight = 0;  ///< pixels of the picture
     unsigned nChannels = 1;            ///< 1, or 3 in the order red, green, blue
-    unsigned nStep = 1;          ///< pixels of the frame, along each side, that one pixel of the picture stands for
-    std::vector<float> vValues;  ///< DN
+    unsigned nStep = 1;            ///< pixels of the frame, along each side, that one pixel of the picture stands for
+    std::vector<float> vecValues;  ///< DN
 };
 
 /// The picture of a frame. A colour filter array is shown as grey, each square of 2 x 2 sites one pixel. A frame that
@@ -32,13 +32,13 @@ Picture pictureOf(const Frame& rFrame, uint64_t nSideMax = std::numeric_limits<u
                   uint64_t nSamplesMax = std::numeric_limits<uint64_t>::max());
 
 /// Scales a picture down as pictureOf() does.
-Picture scaledDown(Picture Source, uint64_t nSideMax, uint64_t nSamplesMax);
+Picture scaledDown(Picture source, uint64_t nSideMax, uint64_t nSamplesMax);
 
 /// Means of squares of nStep x nStep pixels; what does not fill one is left out.
 Picture blockMeans(const Picture& rSource, unsigned nStep);
 
 /// The mean of the channels of each pixel.
-Picture grey(Picture Source);
+Picture grey(Picture source);
 
 /// The values that are shown as black and white.
 struct Shades {
@@ -58,8 +58,8 @@ std::string pngOf(const Picture& rPicture, const Shades& rShades, const std::vec
 
 /// Two frames as PNG files on one common scale.
 struct PicturePair {
-    Picture Before;
-    Shades Common;
+    Picture before;
+    Shades common;
     std::string strBefore, strAfter;  ///< the files' bytes
 };
 

@@ -16,25 +16,25 @@ namespace Toolkit {
 namespace fs = std::filesystem;
 
 bool CSourceFiles::identify(const fs::path& rFile, FileId& rId) {
-    struct stat Status {};
-    if (stat(rFile.c_str(), &Status) != 0) {
+    struct stat status {};
+    if (stat(rFile.c_str(), &status) != 0) {
         return false;
     }
-    rId = {static_cast<uint64_t>(Status.st_dev), static_cast<uint64_t>(Status.st_ino)};
+    rId = {static_cast<uint64_t>(status.st_dev), static_cast<uint64_t>(status.st_ino)};
     return true;
 }
 
 void CSourceFiles::add(const fs::path& rSource) {
-    FileId Id;
-    std::error_code Ignored;
-    if (fs::is_directory(rSource, Ignored)) {
-        for (const fs::directory_entry& rEntry : fs::directory_iterator(rSource, Ignored)) {
-            if (identify(rEntry.path(), Id)) {
-                m_Files.insert(Id);
+    FileId id;
+    std::error_code ignored;
+    if (fs::is_directory(rSource, ignored)) {
+        for (const fs::directory_entry& rEntry : fs::directory_iterator(rSource, ignored)) {
+            if (identify(rEntry.path(), id)) {
+                m_files.insert(id);
             }
         }
-    } else if (identify(rSource, Id)) {
-        m_Files.insert(Id);
+    } else if (identify(rSource, id)) {
+        m_files.insert(id);
     }
 }
 
@@ -49,8 +49,8 @@ void CSourceFiles::addDevice(const std::string& strDevice) {
 }
 
 void CSourceFiles::requireOther(const fs::path& rFile) const {
-    FileId Id;
-    if (identify(rFile, Id) && m_Files.count(Id) != 0) {
+    FileId id;
+    if (identify(rFile, id) && m_files.count(id) != 0) {
         throw CUsageError(rFile.string() +
                           " is a source and is not overwritten; choose another place for what is written");
     }

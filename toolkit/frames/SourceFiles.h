@@ -30,7 +30,7 @@ private:
     using FileId = std::pair<uint64_t, uint64_t>;  // device and inode
     static bool identify(const std::filesystem::path& rFile, FileId& rId);
 
-    std::set<FileId> m_Files;
+    std::set<FileId> m_files;
 };
 
 }  // namespace Toolkit

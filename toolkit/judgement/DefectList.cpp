@@ -174,8 +174,8 @@ std::string defectListText(const std::string& strFile, const StandIn::ReferenceI
         if (rReference.vecDefects[i] == 0) {
             continue;
         }
-        const std::string strX = std::to_string(i % rReference.sLayout.nWidth + offset.nX);
-        const std::string strY = std::to_string(i / rReference.sLayout.nWidth + offset.nY);
+        const std::string strX = std::to_string(i % rReference.layout.nWidth + offset.nX);
+        const std::string strY = std::to_string(i / rReference.layout.nWidth + offset.nY);
         if (bCsv) {
             strText += strX + ',' + strY + '\n';
         } else {
@@ -189,8 +189,8 @@ std::string defectListText(const std::string& strFile, const StandIn::ReferenceI
 std::vector<uint8_t> defectMap(const std::vector<DefectArea>& rAreas, const StandIn::ReferenceImage& rReference,
                                uint64_t& rOutside) {
     const SensorOffset offset = sensorOffset(rReference);
-    const uint64_t nWidth = rReference.sLayout.nWidth;
-    const uint64_t nHeight = rReference.sLayout.nHeight;
+    const uint64_t nWidth = rReference.layout.nWidth;
+    const uint64_t nHeight = rReference.layout.nHeight;
     std::vector<uint8_t> vecMap(static_cast<std::size_t>(nWidth * nHeight), 0);
     rOutside = 0;
     for (const DefectArea& rArea : rAreas) {
@@ -218,9 +218,9 @@ std::vector<uint8_t> foundDefectMap(const StandIn::ReferenceImage& rLight, const
         const std::vector<Defect> vecHot = findDefects(*pDark);
         vecFound.insert(vecFound.end(), vecHot.begin(), vecHot.end());
     }
-    std::vector<uint8_t> vecMap(static_cast<std::size_t>(rLight.sLayout.nWidth * rLight.sLayout.nHeight), 0);
+    std::vector<uint8_t> vecMap(static_cast<std::size_t>(rLight.layout.nWidth * rLight.layout.nHeight), 0);
     for (const Defect& rDefect : vecFound) {
-        uint8_t& rBits = vecMap[static_cast<std::size_t>(rDefect.nY * rLight.sLayout.nWidth + rDefect.nX)];
+        uint8_t& rBits = vecMap[static_cast<std::size_t>(rDefect.nY * rLight.layout.nWidth + rDefect.nX)];
         const uint8_t uBit = rDefect.eKind == eHot    ? StandIn::eDefectHot
                              : rDefect.eKind == eDead ? StandIn::eDefectDead
                                                       : StandIn::eDefectUneven;

@@ -54,21 +54,22 @@ std::size_t mirrored(std::ptrdiff_t i, std::size_t nCount) {
 
 std::vector<float> neighbourMedians(const ColourPlane& rPlane) {
     const std::size_t nColumns = rPlane.nColumns;
-    std::vector<float> vecMedians(rPlane.vSamples.size());
-    std::vector<float> avRows[3];
+    std::vector<float> vecMedians(rPlane.vecSamples.size());
+    std::vector<float> vecAvRows[3];
     for (std::size_t iRow = 0; iRow < rPlane.nRows; ++iRow) {
         for (int i = 0; i < 3; ++i) {
             const float* pRow =
-                rPlane.vSamples.data() + mirrored(static_cast<std::ptrdiff_t>(iRow) + i - 1, rPlane.nRows) * nColumns;
-            avRows[i].resize(nColumns + 2);
-            std::copy(pRow, pRow + nColumns, avRows[i].begin() + 1);
-            avRows[i].front() = pRow[mirrored(-1, nColumns)];
-            avRows[i].back() = pRow[mirrored(static_cast<std::ptrdiff_t>(nColumns), nColumns)];
+                rPlane.vecSamples.data() + mirrored(static_cast<std::ptrdiff_t>(iRow) + i - 1, rPlane.nRows) * nColumns;
+            vecAvRows[i].resize(nColumns + 2);
+            std::copy(pRow, pRow + nColumns, vecAvRows[i].begin() + 1);
+            vecAvRows[i].front() = pRow[mirrored(-1, nColumns)];
+            vecAvRows[i].back() = pRow[mirrored(static_cast<std::ptrdiff_t>(nColumns), nColumns)];
         }
-        const float *pUp = avRows[0].data(), *pMid = avRows[1].data(), *pDown = avRows[2].data();
+        const float *pUp = vecAvRows[0].data(), *pMid = vecAvRows[1].data(), *pDown = vecAvRows[2].data();
         for (std::size_t i = 0; i < nColumns; ++i) {
-            float af[8] = {pUp[i], pUp[i + 1], pUp[i + 2], pMid[i], pMid[i + 2], pDown[i], pDown[i + 1], pDown[i + 2]};
-            vecMedians[iRow * nColumns + i] = medianOfEight(af);
+            float aNear[8] = {pUp[i],      pUp[i + 1], pUp[i + 2],   pMid[i],
+                              pMid[i + 2], pDown[i],   pDown[i + 1], pDown[i + 2]};
+            vecMedians[iRow * nColumns + i] = medianOfEight(aNear);
         }
     }
     return vecMedians;
@@ -84,12 +85,12 @@ float robustSigma(const std::vector<float>& rDifferences) {
 
 void findInPlane(const StandIn::ReferenceImage& rReference, const ColourPlane& rPlane, unsigned iClass,
                  std::vector<Defect>& rFound) {
-    const StandIn::PixelFormat& rFormat = *rReference.sLayout.pFormat;
+    const StandIn::PixelFormat& rFormat = *rReference.layout.pFormat;
     const bool bLight = rReference.eKind == StandIn::eReferenceLight;
     const std::vector<float> vecMedians = neighbourMedians(rPlane);
     std::vector<float> vecDifferences(vecMedians.size());
     for (std::size_t i = 0; i < vecMedians.size(); ++i) {
-        const float fDifference = rPlane.vSamples[i] - vecMedians[i];
+        const float fDifference = rPlane.vecSamples[i] - vecMedians[i];
         // Where the neighbours have no light, nothing can be told.
         vecDifferences[i] = !bLight ? fDifference : vecMedians[i] > 0.0F ? fDifference / vecMedians[i] : 0.0F;
     }
@@ -103,7 +104,7 @@ void findInPlane(const StandIn::ReferenceImage& rReference, const ColourPlane& r
                               : vecDifferences[i] < 0.0F ? eDead
                                                          : eBright,
                               bCfa ? iColumn * 2 + iClass % 2 : iColumn, bCfa ? iRow * 2 + iClass / 2 : iRow, iClass,
-                              static_cast<double>(rPlane.vSamples[i]), static_cast<double>(vecMedians[i])});
+                              static_cast<double>(rPlane.vecSamples[i]), static_cast<double>(vecMedians[i])});
         }
     }
 }
@@ -111,20 +112,20 @@ void findInPlane(const StandIn::ReferenceImage& rReference, const ColourPlane& r
 }  // namespace
 
 std::vector<Defect> findDefects(const StandIn::ReferenceImage& rReference, const StandIn::ReferenceImage* pDark) {
-    if (pDark && !pDark->sLayout.hasSamplesLike(rReference.sLayout)) {
+    if (pDark && !pDark->layout.hasSamplesLike(rReference.layout)) {
         throw std::invalid_argument("dark and light reference have different formats or sizes");
     }
     std::vector<Defect> vecFound;
-    const unsigned nClasses = colourClasses(*rReference.sLayout.pFormat);
+    const unsigned nClasses = colourClasses(*rReference.layout.pFormat);
     for (unsigned iClass = 0; iClass < nClasses; ++iClass) {
-        ColourPlane Plane = colourPlane(rReference.sLayout, rReference.vSamples, iClass);
+        ColourPlane plane = colourPlane(rReference.layout, rReference.vecSamples, iClass);
         if (pDark) {
-            const ColourPlane Dark = colourPlane(pDark->sLayout, pDark->vSamples, iClass);
-            std::transform(Plane.vSamples.begin(), Plane.vSamples.end(), Dark.vSamples.begin(), Plane.vSamples.begin(),
-                           [](float fLight, float fDark) { return fLight - fDark; });
+            const ColourPlane dark = colourPlane(pDark->layout, pDark->vecSamples, iClass);
+            std::transform(plane.vecSamples.begin(), plane.vecSamples.end(), dark.vecSamples.begin(),
+                           plane.vecSamples.begin(), [](float fLight, float fDark) { return fLight - fDark; });
         }
-        if (!Plane.vSamples.empty()) {
-            findInPlane(rReference, Plane, iClass, vecFound);
+        if (!plane.vecSamples.empty()) {
+            findInPlane(rReference, plane, iClass, vecFound);
         }
     }
     std::sort(vecFound.begin(), vecFound.end(), [](const Defect& a, const Defect& b) {
@@ -144,16 +145,16 @@ const char* name(eDefectKind eKind) {
 
 nlohmann::ordered_json toJson(const std::vector<Defect>& rDefects, const StandIn::PixelFormat& rFormat) {
     const std::vector<std::string> vecNames = colourClassNames(rFormat);
-    nlohmann::ordered_json Result = nlohmann::ordered_json::array();
+    nlohmann::ordered_json result = nlohmann::ordered_json::array();
     for (const Defect& rDefect : rDefects) {
-        Result.push_back({{"kind", name(rDefect.eKind)},
+        result.push_back({{"kind", name(rDefect.eKind)},
                           {"x", rDefect.nX},
                           {"y", rDefect.nY},
                           {"class", vecNames[rDefect.iClass]},
                           {"value", rDefect.dValue},
                           {"neighbours", rDefect.dNeighbours}});
     }
-    return Result;
+    return result;
 }
 
 }  // namespace Toolkit

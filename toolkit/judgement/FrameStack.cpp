@@ -12,7 +12,7 @@
 namespace XAPEL2 {
 namespace Toolkit {
 
-CFrameStack::CFrameStack(const StandIn::ImageLayout& rLayout) : m_sLayout(rLayout) {
+CFrameStack::CFrameStack(const StandIn::ImageLayout& rLayout) : m_layout(rLayout) {
     if (!rLayout.isPossible()) {
         throw std::invalid_argument("frames of this size cannot be added up");
     }
@@ -22,32 +22,32 @@ CFrameStack::CFrameStack(const StandIn::ImageLayout& rLayout) : m_sLayout(rLayou
 }
 
 void CFrameStack::add(const Frame& rFrame) {
-    if (StandIn::ImageLayout{rFrame.pFormat, rFrame.nWidth, rFrame.nHeight} != m_sLayout ||
-        rFrame.aSamples.size() != m_vecSum.size()) {
+    if (StandIn::ImageLayout{rFrame.pFormat, rFrame.nWidth, rFrame.nHeight} != m_layout ||
+        rFrame.vecSamples.size() != m_vecSum.size()) {
         throw std::invalid_argument("frame " + rFrame.strName + " has another format or size than those before");
     }
-    const uint32_t uFullScale = m_sLayout.pFormat->fullScale();
+    const uint32_t uFullScale = m_layout.pFormat->fullScale();
     uint64_t nSaturated = 0;
-    std::vector<uint64_t> vecClassSums(m_sLayout.classes(), 0);
+    std::vector<uint64_t> vecClassSums(m_layout.classes(), 0);
     for (std::size_t i = 0; i < m_vecSum.size(); ++i) {
-        const uint64_t uSample = rFrame.aSamples[i];
+        const uint64_t uSample = rFrame.vecSamples[i];
         m_vecSum[i] += uSample;
         m_vecSquares[i] += uSample * uSample;
-        vecClassSums[m_sLayout.classOf(i)] += uSample;
+        vecClassSums[m_layout.classOf(i)] += uSample;
         nSaturated += uSample >= uFullScale ? 1U : 0U;
     }
     m_nSaturated += nSaturated;
     ++m_nFrames;
     double dMean = 0.0;
-    for (unsigned i = 0; i < m_sLayout.classes(); ++i) {
+    for (unsigned i = 0; i < m_layout.classes(); ++i) {
         const auto dSum = static_cast<double>(vecClassSums[i]);
-        m_vecClassMeans[i].push_back(dSum / std::max(1.0, static_cast<double>(m_sLayout.samplesOf(i))));
+        m_vecClassMeans[i].push_back(dSum / std::max(1.0, static_cast<double>(m_layout.samplesOf(i))));
         dMean += dSum / static_cast<double>(m_vecSum.size());
     }
-    m_sMeans.dFirst = m_nFrames == 1 ? dMean : m_sMeans.dFirst;
-    m_sMeans.dLast = dMean;
-    m_sMeans.dLeast = std::fmin(m_sMeans.dLeast, dMean);
-    m_sMeans.dMost = std::fmax(m_sMeans.dMost, dMean);
+    m_means.dFirst = m_nFrames == 1 ? dMean : m_means.dFirst;
+    m_means.dLast = dMean;
+    m_means.dLeast = std::fmin(m_means.dLeast, dMean);
+    m_means.dMost = std::fmax(m_means.dMost, dMean);
 }
 
 double CFrameStack::variance(std::size_t iSample) const {
@@ -72,39 +72,39 @@ MeanImage CFrameStack::mean() const {
     if (m_nFrames == 0) {
         throw std::logic_error("there is no frame to average");
     }
-    MeanImage Result;
-    Result.sLayout = m_sLayout;
-    Result.nFrames = m_nFrames;
-    Result.sMeans = m_sMeans;
-    Result.vSamples.resize(m_vecSum.size());
+    MeanImage result;
+    result.layout = m_layout;
+    result.nFrames = m_nFrames;
+    result.means = m_means;
+    result.vecSamples.resize(m_vecSum.size());
     const auto dFrames = static_cast<double>(m_nFrames);
-    Result.dSaturatedShare = static_cast<double>(m_nSaturated) / (dFrames * static_cast<double>(m_vecSum.size()));
+    result.dSaturatedShare = static_cast<double>(m_nSaturated) / (dFrames * static_cast<double>(m_vecSum.size()));
     for (std::size_t i = 0; i < m_vecSum.size(); ++i) {
-        Result.vSamples[i] = static_cast<float>(static_cast<double>(m_vecSum[i]) / dFrames);
+        result.vecSamples[i] = static_cast<float>(static_cast<double>(m_vecSum[i]) / dFrames);
     }
     if (m_nFrames < 2) {
-        Result.dTemporalVariance = std::numeric_limits<double>::quiet_NaN();
-        return Result;
+        result.dTemporalVariance = std::numeric_limits<double>::quiet_NaN();
+        return result;
     }
-    std::vector<double> vecVariances(m_sLayout.classes(), 0.0), vecMeans(vecVariances), vecSquares(vecVariances);
+    std::vector<double> vecVariances(m_layout.classes(), 0.0), vecMeans(vecVariances), vecSquares(vecVariances);
     for (std::size_t i = 0; i < m_vecSum.size(); ++i) {
-        const unsigned iClass = m_sLayout.classOf(i);
+        const unsigned iClass = m_layout.classOf(i);
         const double dHere = static_cast<double>(m_vecSum[i]) / dFrames;
         vecVariances[iClass] += variance(i);
         vecMeans[iClass] += dHere;
         vecSquares[iClass] += dHere * dHere;
     }
-    Result.dTemporalVariance = 0.0;
-    for (unsigned i = 0; i < m_sLayout.classes(); ++i) {
-        const auto dSamples = static_cast<double>(m_sLayout.samplesOf(i));
+    result.dTemporalVariance = 0.0;
+    for (unsigned i = 0; i < m_layout.classes(); ++i) {
+        const auto dSamples = static_cast<double>(m_layout.samplesOf(i));
         const double dShape = vecMeans[i] > 0.0 ? vecSquares[i] * dSamples / (vecMeans[i] * vecMeans[i]) : 1.0;
         const double dVariance =
             dSamples > 0.0 ? StandIn::steadyVariance(vecVariances[i] / dSamples, varianceOfMeans(i), dShape, dSamples)
                            : 0.0;
-        Result.vecClassVariance.push_back(dVariance);
-        Result.dTemporalVariance += dVariance * dSamples / static_cast<double>(m_vecSum.size());
+        result.vecClassVariance.push_back(dVariance);
+        result.dTemporalVariance += dVariance * dSamples / static_cast<double>(m_vecSum.size());
     }
-    return Result;
+    return result;
 }
 
 std::vector<float> CFrameStack::temporalVariances() const {
@@ -119,18 +119,18 @@ std::vector<float> CFrameStack::temporalVariances() const {
 }
 
 MeanImage meanOf(const StandIn::ReferenceImage& rReference) {
-    MeanImage Result;
-    Result.sLayout = rReference.sLayout;
-    Result.nFrames = rReference.nImages;
-    Result.vSamples = rReference.vSamples;
-    Result.dTemporalVariance = rReference.nImages < 2 ? std::numeric_limits<double>::quiet_NaN()
+    MeanImage result;
+    result.layout = rReference.layout;
+    result.nFrames = rReference.nImages;
+    result.vecSamples = rReference.vecSamples;
+    result.dTemporalVariance = rReference.nImages < 2 ? std::numeric_limits<double>::quiet_NaN()
                                                       : rReference.dTemporalNoise * rReference.dTemporalNoise;
-    for (const double dNoise : rReference.vClassNoise) {
-        Result.vecClassVariance.push_back(dNoise * dNoise);
+    for (const double dNoise : rReference.vecClassNoise) {
+        result.vecClassVariance.push_back(dNoise * dNoise);
     }
-    Result.sMeans = rReference.sMeans;
-    Result.dSaturatedShare = rReference.dSaturatedShare;
-    return Result;
+    result.means = rReference.means;
+    result.dSaturatedShare = rReference.dSaturatedShare;
+    return result;
 }
 
 std::vector<std::string> colourClassNames(const StandIn::PixelFormat& rFormat) {
@@ -149,23 +149,23 @@ std::vector<std::string> colourClassNames(const StandIn::PixelFormat& rFormat) {
     return vecNames;
 }
 
-ColourPlane colourPlane(const StandIn::ImageLayout& rLayout, const std::vector<float>& vSamples, unsigned iClass) {
+ColourPlane colourPlane(const StandIn::ImageLayout& rLayout, const std::vector<float>& vecSamples, unsigned iClass) {
     const bool bCfa = rLayout.pFormat->isCfa();
     const std::size_t nRowStep = bCfa ? 2 : 1;
     const std::size_t nColumnStep = bCfa ? 2 : rLayout.pFormat->nChannels;
     const std::size_t iFirstRow = bCfa ? iClass / 2 : 0;
     const std::size_t iFirstColumn = bCfa ? iClass % 2 : iClass;
     const std::size_t nPerRow = rLayout.samplesPerRow();
-    ColourPlane Plane;
-    Plane.vSamples.reserve(vSamples.size() / colourClasses(*rLayout.pFormat) + nPerRow);
+    ColourPlane plane;
+    plane.vecSamples.reserve(vecSamples.size() / colourClasses(*rLayout.pFormat) + nPerRow);
     for (std::size_t iRow = iFirstRow; iRow < rLayout.nHeight; iRow += nRowStep) {
         for (std::size_t iColumn = iFirstColumn; iColumn < nPerRow; iColumn += nColumnStep) {
-            Plane.vSamples.push_back(vSamples[iRow * nPerRow + iColumn]);
+            plane.vecSamples.push_back(vecSamples[iRow * nPerRow + iColumn]);
         }
-        ++Plane.nRows;
+        ++plane.nRows;
     }
-    Plane.nColumns = Plane.nRows == 0 ? 0 : Plane.vSamples.size() / Plane.nRows;
-    return Plane;
+    plane.nColumns = plane.nRows == 0 ? 0 : plane.vecSamples.size() / plane.nRows;
+    return plane;
 }
 
 }  // namespace Toolkit

@@ -16,12 +16,12 @@ namespace Toolkit {
 
 /// The mean of L frames and the noise of a single one: what the figures about a scene are made of.
 struct MeanImage {
-    StandIn::ImageLayout sLayout;
+    StandIn::ImageLayout layout;
     uint64_t nFrames = 0;                    ///< L
-    std::vector<float> vSamples;             ///< DN, row by row, channels of a pixel side by side
+    std::vector<float> vecSamples;           ///< DN, row by row, channels of a pixel side by side
     double dTemporalVariance = 0.0;          ///< of a sample from frame to frame, mean over all, DN^2; NaN: unknown
     std::vector<double> vecClassVariance{};  ///< the same for each colour class; empty: unknown
-    StandIn::FrameMeans sMeans{};            ///< how the light went
+    StandIn::FrameMeans means{};             ///< how the light went
     double dSaturatedShare = 0.0;            ///< share of samples at full scale over all frames, 0 to 1
 };
 
@@ -36,7 +36,7 @@ public:
     void add(const Frame& rFrame);
 
     uint64_t frames() const { return m_nFrames; }
-    const StandIn::ImageLayout& layout() const { return m_sLayout; }
+    const StandIn::ImageLayout& layout() const { return m_layout; }
 
     /// The mean, and the temporal variance of each sample (divisor L - 1) averaged over the samples, after EMVA 1288
     /// R4, noise of an image stack, without the changes that all samples of a class share (steadyVariance()); unknown
@@ -52,13 +52,13 @@ private:
     double variance(std::size_t iSample) const;
     double varianceOfMeans(unsigned iClass) const;
 
-    StandIn::ImageLayout m_sLayout;
+    StandIn::ImageLayout m_layout;
     uint64_t m_nFrames = 0;
     uint64_t m_nSaturated = 0;
     std::vector<uint64_t> m_vecSum;
     std::vector<uint64_t> m_vecSquares;
     std::vector<std::vector<double>> m_vecClassMeans;  // of each class, the mean of each frame
-    StandIn::FrameMeans m_sMeans;
+    StandIn::FrameMeans m_means;
 };
 
 /// A recorded reference as a mean image. Where its file is an older one, its noise is known over all samples only; that
@@ -72,11 +72,11 @@ std::vector<std::string> colourClassNames(const StandIn::PixelFormat& rFormat);
 /// One colour class of an image, taken out of it.
 struct ColourPlane {
     std::size_t nRows = 0, nColumns = 0;
-    std::vector<float> vSamples;  ///< row by row
+    std::vector<float> vecSamples;  ///< row by row
 };
 
 /// The samples of class iClass; empty where the image has no site of it.
-ColourPlane colourPlane(const StandIn::ImageLayout& rLayout, const std::vector<float>& vSamples, unsigned iClass);
+ColourPlane colourPlane(const StandIn::ImageLayout& rLayout, const std::vector<float>& vecSamples, unsigned iClass);
 
 }  // namespace Toolkit
 }  // namespace XAPEL2

@@ -15,12 +15,12 @@ namespace Toolkit {
 namespace {
 
 StandIn::ReferenceImage readKind(const std::string& strFile, StandIn::eReferenceKind eKind) {
-    StandIn::ReferenceImage Result = readReference(strFile);
-    if (Result.eKind != eKind) {
+    StandIn::ReferenceImage result = readReference(strFile);
+    if (result.eKind != eKind) {
         throw CWrongKindError(strFile + (eKind == StandIn::eReferenceLight ? " is a dark reference, not a light one"
                                                                            : " is a light reference, not a dark one"));
     }
-    return Result;
+    return result;
 }
 
 void append(Findings& rTo, const Findings& rFrom) {
@@ -33,7 +33,7 @@ Findings namedFindings(const ReferenceJudgement& rJudgement) {
     Findings vecNamed = rJudgement.vecFindings;
     for (Finding& rFinding : vecNamed) {
         rFinding.strText.insert(
-            0, rJudgement.Figures.eKind == StandIn::eReferenceDark ? "Dark reference: " : "Light reference: ");
+            0, rJudgement.figures.eKind == StandIn::eReferenceDark ? "Dark reference: " : "Light reference: ");
     }
     return vecNamed;
 }
@@ -47,59 +47,59 @@ StandIn::ReferenceImage readReference(const std::string& strFile) {
 }
 
 JudgedPair judge(const PairOptions& rPair) {
-    JudgedPair Result;
+    JudgedPair result;
     if (!rPair.strDark.empty()) {
-        Result.Dark = readKind(rPair.strDark, StandIn::eReferenceDark);
-        Result.DarkJudgement = judgeReference(*Result.Dark);
+        result.dark = readKind(rPair.strDark, StandIn::eReferenceDark);
+        result.darkJudgement = judgeReference(*result.dark);
     }
     if (!rPair.strLight.empty()) {
-        Result.Light = readKind(rPair.strLight, StandIn::eReferenceLight);
-        Result.LightJudgement = judgeReference(*Result.Light, Result.Dark ? &*Result.Dark : nullptr);
+        result.light = readKind(rPair.strLight, StandIn::eReferenceLight);
+        result.lightJudgement = judgeReference(*result.light, result.dark ? &*result.dark : nullptr);
     }
-    if (Result.Dark && Result.Light) {
-        Result.Pair = judgePair(*Result.Dark, *Result.Light);
+    if (result.dark && result.light) {
+        result.pair = judgePair(*result.dark, *result.light);
     }
-    return Result;
+    return result;
 }
 
 void JudgedPair::compareWith(const CameraSettings& rCamera, bool bFiles) {
     vecCamera.clear();
-    if (Dark) {
-        append(vecCamera, compareWithCamera("the dark reference", *Dark, rCamera, bFiles));
+    if (dark) {
+        append(vecCamera, compareWithCamera("the dark reference", *dark, rCamera, bFiles));
     }
-    if (Light) {
-        append(vecCamera, compareWithCamera("the light reference", *Light, rCamera, bFiles));
+    if (light) {
+        append(vecCamera, compareWithCamera("the light reference", *light, rCamera, bFiles));
     }
 }
 
 Findings JudgedPair::findings() const {
     Findings vecAll;
-    for (const auto* pJudgement : {&DarkJudgement, &LightJudgement}) {
+    for (const auto* pJudgement : {&darkJudgement, &lightJudgement}) {
         if (*pJudgement) {
             append(vecAll, namedFindings(**pJudgement));
         }
     }
-    if (Pair) {
-        append(vecAll, Pair->vecFindings);
+    if (pair) {
+        append(vecAll, pair->vecFindings);
     }
     append(vecAll, vecCamera);
     return vecAll;
 }
 
 nlohmann::ordered_json toJson(const JudgedPair& rPair) {
-    nlohmann::ordered_json Json;
-    if (rPair.DarkJudgement) {
-        Json["dark"] = toJson(*rPair.DarkJudgement);
+    nlohmann::ordered_json json;
+    if (rPair.darkJudgement) {
+        json["dark"] = toJson(*rPair.darkJudgement);
     }
-    if (rPair.LightJudgement) {
-        Json["light"] = toJson(*rPair.LightJudgement);
+    if (rPair.lightJudgement) {
+        json["light"] = toJson(*rPair.lightJudgement);
     }
-    if (rPair.Pair) {
-        Json["pair"] = toJson(*rPair.Pair);
+    if (rPair.pair) {
+        json["pair"] = toJson(*rPair.pair);
     }
-    Json["camera"] = toJson(rPair.vecCamera);
-    Json["verdict"] = verdict(rPair.findings());
-    return Json;
+    json["camera"] = toJson(rPair.vecCamera);
+    json["verdict"] = verdict(rPair.findings());
+    return json;
 }
 
 }  // namespace Toolkit

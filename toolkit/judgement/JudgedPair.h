@@ -17,9 +17,9 @@ namespace Toolkit {
 
 /// The references of a pair, as far as there are any, and all that is to be said about them.
 struct JudgedPair {
-    std::optional<StandIn::ReferenceImage> Dark, Light;
-    std::optional<ReferenceJudgement> DarkJudgement, LightJudgement;
-    std::optional<PairJudgement> Pair;  ///< where there are both
+    std::optional<StandIn::ReferenceImage> dark, light;
+    std::optional<ReferenceJudgement> darkJudgement, lightJudgement;
+    std::optional<PairJudgement> pair;  ///< where there are both
     Findings vecCamera;                 ///< what compareWith() found
 
     /// Compares each reference with the camera, or the files, that it is to correct.

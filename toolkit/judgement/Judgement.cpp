@@ -41,10 +41,10 @@ double meanOfSamples(const std::vector<float>& rSamples) {
 }
 
 std::vector<double> classMeans(const StandIn::ReferenceImage& rReference) {
-    const StandIn::PixelFormat& rFormat = *rReference.sLayout.pFormat;
+    const StandIn::PixelFormat& rFormat = *rReference.layout.pFormat;
     std::vector<double> vecMeans;
     for (unsigned iClass = 0; iClass < colourClasses(rFormat); ++iClass) {
-        vecMeans.push_back(meanOfSamples(colourPlane(rReference.sLayout, rReference.vSamples, iClass).vSamples));
+        vecMeans.push_back(meanOfSamples(colourPlane(rReference.layout, rReference.vecSamples, iClass).vecSamples));
     }
     return vecMeans;
 }
@@ -79,12 +79,12 @@ void judgeNoise(const ReferenceFigures& rFigures, Findings& rFindings) {
 /// The light of a light reference, and the level of a dark one, that changed from frame to frame. The figures are free
 /// of it; the frames to be corrected are not.
 void judgeDrift(const ReferenceFigures& rFigures, Findings& rFindings) {
-    const StandIn::FrameMeans& rMeans = rFigures.sMeans;
+    const StandIn::FrameMeans& rMeans = rFigures.means;
     if (rFigures.nFrames < 2 || std::isnan(rMeans.dFirst) || rFigures.dMean <= 0.0) {
         return;
     }
     const double dRange = rMeans.dMost - rMeans.dLeast;
-    const double dByChance = 6.0 * rFigures.dTemporalNoise / std::sqrt(static_cast<double>(rFigures.sLayout.samples()));
+    const double dByChance = 6.0 * rFigures.dTemporalNoise / std::sqrt(static_cast<double>(rFigures.layout.samples()));
     const bool bLight = rFigures.eKind == StandIn::eReferenceLight;
     const double dNoted = bLight ? DRIFT_NOTED * rFigures.dMean : rFigures.dTemporalNoise / 4.0;
     const double dWarned = bLight ? DRIFT_WARNED * rFigures.dMean : rFigures.dTemporalNoise;
@@ -115,11 +115,11 @@ void judgeLight(const ReferenceFigures& rFigures, Findings& rFindings) {
                              "Dim the light or shorten the exposure to reach 40 to 80 %."});
     }
     const auto iLeast = std::min_element(rFigures.vecClassMeans.begin(), rFigures.vecClassMeans.end());
-    const double dFullScale = rFigures.sLayout.pFormat->fullScale();
+    const double dFullScale = rFigures.layout.pFormat->fullScale();
     if (rFigures.dMeanPercent >= LIGHT_LEAST && 100.0 * *iLeast / dFullScale < LIGHT_LEAST / 2.0) {
         const auto iClass = static_cast<std::size_t>(iLeast - rFigures.vecClassMeans.begin());
         rFindings.push_back({eWarning, "dim-colour",
-                             "Colour " + colourClassNames(*rFigures.sLayout.pFormat)[iClass] + " has only " +
+                             "Colour " + colourClassNames(*rFigures.layout.pFormat)[iClass] + " has only " +
                                  fixed(100.0 * *iLeast / dFullScale, 1) + " % of full scale.",
                              "Use a light of a more even colour."});
     }
@@ -139,8 +139,8 @@ void judgeDark(const StandIn::ReferenceImage& rReference, const ReferenceFigures
                  " DN: averaging does not bring out fractions of a DN, and the conversion gain is rough.",
              "A pixel format with more bits tells more."});
     }
-    const auto nBlack = std::count(rReference.vSamples.begin(), rReference.vSamples.end(), 0.0F);
-    const double dShare = static_cast<double>(nBlack) / static_cast<double>(rReference.vSamples.size());
+    const auto nBlack = std::count(rReference.vecSamples.begin(), rReference.vecSamples.end(), 0.0F);
+    const double dShare = static_cast<double>(nBlack) / static_cast<double>(rReference.vecSamples.size());
     if (dShare > BLACK_CLIPPED) {
         rFindings.push_back(
             {eWarning, "black-clipped",
@@ -152,14 +152,14 @@ void judgeDark(const StandIn::ReferenceImage& rReference, const ReferenceFigures
 /// Above 12 bits the tables of the image processor may be off by half the gain more.
 double selfTestLimit(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight,
                      const NonUniformity& rFigures) {
-    const StandIn::PixelFormat& rFormat = *rLight.sLayout.pFormat;
+    const StandIn::PixelFormat& rFormat = *rLight.layout.pFormat;
     if (rFormat.nBits <= 12) {
         return SELF_TEST_MOST;
     }
     double dGain = 1.0;
-    for (std::size_t i = 0; i < rLight.vSamples.size(); ++i) {
-        const ClassNonUniformity& rClass = rFigures.vecClasses[colourClass(rFormat, rLight.sLayout.nWidth, i)];
-        const double dSignal = static_cast<double>(rLight.vSamples[i]) - static_cast<double>(rDark.vSamples[i]);
+    for (std::size_t i = 0; i < rLight.vecSamples.size(); ++i) {
+        const ClassNonUniformity& rClass = rFigures.vecClasses[colourClass(rFormat, rLight.layout.nWidth, i)];
+        const double dSignal = static_cast<double>(rLight.vecSamples[i]) - static_cast<double>(rDark.vecSamples[i]);
         dGain = dSignal > 0.0 ? std::max(dGain, (rClass.dLightMean - rClass.dDarkMean) / dSignal) : dGain;
     }
     return SELF_TEST_MOST + std::min(dGain, GAIN_MOST) / 2.0;
@@ -172,29 +172,28 @@ bool judgeKinds(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceIm
                              rDark.eKind == rLight.eKind ? "Both files hold the same kind of reference."
                                                          : "The dark and the light reference are exchanged.",
                              "Name the dark reference first, then the light one.", true});
-    } else if (!rDark.sLayout.hasSamplesLike(rLight.sLayout)) {
-        const bool bSize =
-            rDark.sLayout.nWidth != rLight.sLayout.nWidth || rDark.sLayout.nHeight != rLight.sLayout.nHeight;
-        rFindings.push_back({eRefusal, bSize ? "other-size" : "other-format",
-                             "The dark reference is " + layoutText(rDark.sLayout) + ", the light one " +
-                                 layoutText(rLight.sLayout) + ".",
-                             RECORD_AGAIN, true});
+    } else if (!rDark.layout.hasSamplesLike(rLight.layout)) {
+        const bool bSize = rDark.layout.nWidth != rLight.layout.nWidth || rDark.layout.nHeight != rLight.layout.nHeight;
+        rFindings.push_back(
+            {eRefusal, bSize ? "other-size" : "other-format",
+             "The dark reference is " + layoutText(rDark.layout) + ", the light one " + layoutText(rLight.layout) + ".",
+             RECORD_AGAIN, true});
     }
     return rFindings.empty();
 }
 
 void judgeSignal(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight, Findings& rFindings) {
     const double dSignal = rLight.dMean - rDark.dMean;
-    const double dPercent = 100.0 * dSignal / rLight.sLayout.pFormat->fullScale();
-    if (dPercent < SIGNAL_USELESS && 100.0 * rLight.dMean / rLight.sLayout.pFormat->fullScale() >= SIGNAL_USELESS) {
+    const double dPercent = 100.0 * dSignal / rLight.layout.pFormat->fullScale();
+    if (dPercent < SIGNAL_USELESS && 100.0 * rLight.dMean / rLight.layout.pFormat->fullScale() >= SIGNAL_USELESS) {
         rFindings.push_back({eRefusal, "no-light",
                              "The light reference is only " + fixed(dSignal, 1) + " DN above the dark one, " +
                                  fixed(dPercent, 2) + " % of full scale (limit 1 %).",
                              "Show the camera an evenly lit target and record the light reference again."});
     }
     std::size_t nNoSignal = 0;
-    for (std::size_t i = 0; i < rLight.vSamples.size(); ++i) {
-        nNoSignal += rLight.vSamples[i] <= rDark.vSamples[i] ? 1U : 0U;
+    for (std::size_t i = 0; i < rLight.vecSamples.size(); ++i) {
+        nNoSignal += rLight.vecSamples[i] <= rDark.vecSamples[i] ? 1U : 0U;
     }
     if (nNoSignal != 0) {
         rFindings.push_back(
@@ -209,7 +208,7 @@ double pixelDifferences(const MeanImage& rLight, const NonUniformity& rFigures) 
     for (unsigned i = 0; i < rFigures.vecClasses.size(); ++i) {
         const ClassNonUniformity& rClass = rFigures.vecClasses[i];
         const double dVariance =
-            spatialVariances(colourPlane(rLight.sLayout, rLight.vSamples, i), rLight.nFrames, rLight.dTemporalVariance)
+            spatialVariances(colourPlane(rLight.layout, rLight.vecSamples, i), rLight.nFrames, rLight.dTemporalVariance)
                 .dPixel;
         const double dPercent = 100.0 * std::sqrt(std::max(0.0, dVariance)) / (rClass.dLightMean - rClass.dDarkMean);
         dLeast = std::fmin(dLeast, std::isnan(dVariance) ? dVariance : dPercent);
@@ -227,7 +226,7 @@ void judgeNoiseOfPair(const PairFigures& rFigures, const MeanImage& rLight, Find
              ""});
         return;
     }
-    const double dPixels = pixelDifferences(rLight, rFigures.Unevenness);
+    const double dPixels = pixelDifferences(rLight, rFigures.unevenness);
     if (rFigures.dResidualPercent > dPixels) {
         // So many that the noise is half of the differences.
         const double dFrames =
@@ -284,79 +283,79 @@ const char* verdict(const Findings& rFindings) {
 }
 
 ReferenceJudgement judgeReference(const StandIn::ReferenceImage& rReference, const StandIn::ReferenceImage* pDark) {
-    ReferenceJudgement Result;
-    ReferenceFigures& rFigures = Result.Figures;
+    ReferenceJudgement result;
+    ReferenceFigures& rFigures = result.figures;
     rFigures.eKind = rReference.eKind;
-    rFigures.sLayout = rReference.sLayout;
+    rFigures.layout = rReference.layout;
     rFigures.nFrames = rReference.nImages;
     rFigures.vecClassMeans = classMeans(rReference);
-    rFigures.dMean = meanOfSamples(rReference.vSamples);
-    rFigures.dMeanPercent = 100.0 * rFigures.dMean / rReference.sLayout.pFormat->fullScale();
+    rFigures.dMean = meanOfSamples(rReference.vecSamples);
+    rFigures.dMeanPercent = 100.0 * rFigures.dMean / rReference.layout.pFormat->fullScale();
     rFigures.dSaturatedShare = rReference.dSaturatedShare;
     if (rReference.nImages > 1) {
         rFigures.dTemporalNoise = rReference.dTemporalNoise;
     }
-    rFigures.sMeans = rReference.sMeans;
-    const bool bWithDark = pDark && pDark->sLayout.hasSamplesLike(rReference.sLayout);
+    rFigures.means = rReference.means;
+    const bool bWithDark = pDark && pDark->layout.hasSamplesLike(rReference.layout);
     rFigures.vecDefects = findDefects(rReference, bWithDark ? pDark : nullptr);
-    rFigures.Settings = cameraSettingsFromJson(rReference.strCamera);
+    rFigures.settings = cameraSettingsFromJson(rReference.strCamera);
 
-    judgeSaturation(rFigures, Result.vecFindings);
+    judgeSaturation(rFigures, result.vecFindings);
     if (rReference.eKind == StandIn::eReferenceLight) {
-        judgeLight(rFigures, Result.vecFindings);
+        judgeLight(rFigures, result.vecFindings);
     } else {
-        judgeDark(rReference, rFigures, Result.vecFindings);
+        judgeDark(rReference, rFigures, result.vecFindings);
     }
-    judgeNoise(rFigures, Result.vecFindings);
-    judgeDrift(rFigures, Result.vecFindings);
-    return Result;
+    judgeNoise(rFigures, result.vecFindings);
+    judgeDrift(rFigures, result.vecFindings);
+    return result;
 }
 
 PairJudgement judgePair(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight,
                         double dSelfTestDn) {
-    PairJudgement Result;
-    if (!judgeKinds(rDark, rLight, Result.vecFindings)) {
-        return Result;
+    PairJudgement result;
+    if (!judgeKinds(rDark, rLight, result.vecFindings)) {
+        return result;
     }
-    PairFigures& rFigures = Result.Figures;
-    const MeanImage Dark = meanOf(rDark), Light = meanOf(rLight);
-    rFigures.dGain = photonTransferGain(Dark, Light);
-    rFigures.dElectrons = (meanOfSamples(rLight.vSamples) - meanOfSamples(rDark.vSamples)) / rFigures.dGain;
+    PairFigures& rFigures = result.figures;
+    const MeanImage dark = meanOf(rDark), light = meanOf(rLight);
+    rFigures.dGain = photonTransferGain(dark, light);
+    rFigures.dElectrons = (meanOfSamples(rLight.vecSamples) - meanOfSamples(rDark.vecSamples)) / rFigures.dGain;
     rFigures.dResidualPercent = 100.0 / std::sqrt(static_cast<double>(rLight.nImages) * rFigures.dElectrons);
     rFigures.dSelfTestDn = dSelfTestDn;
-    rFigures.Unevenness = nonUniformity(Dark, Light, rFigures.dGain);
+    rFigures.unevenness = nonUniformity(dark, light, rFigures.dGain);
 
-    judgeSignal(rDark, rLight, Result.vecFindings);
+    judgeSignal(rDark, rLight, result.vecFindings);
     compareSettings(cameraSettingsFromJson(rDark.strCamera), cameraSettingsFromJson(rLight.strCamera),
-                    "The dark reference was taken with", "the light one with", RECORD_AGAIN, Result.vecFindings);
-    judgeNoiseOfPair(rFigures, Light, Result.vecFindings);
-    const double dFlat = selfTestLimit(rDark, rLight, rFigures.Unevenness);
+                    "The dark reference was taken with", "the light one with", RECORD_AGAIN, result.vecFindings);
+    judgeNoiseOfPair(rFigures, light, result.vecFindings);
+    const double dFlat = selfTestLimit(rDark, rLight, rFigures.unevenness);
     if (dSelfTestDn > dFlat) {
-        Result.vecFindings.push_back({eWarning, "self-test",
+        result.vecFindings.push_back({eWarning, "self-test",
                                       "Applied to its own mean, the pair is flat only to " + fixed(dSelfTestDn, 2) +
                                           " DN (limit " + fixed(dFlat, 2) + ").",
                                       "Record both references again; if that does not help, report it."});
     }
-    return Result;
+    return result;
 }
 
 Findings compareWithCamera(const std::string& strWhat, const StandIn::ReferenceImage& rReference,
                            const CameraSettings& rCamera, bool bFiles) {
     Findings vecFindings;
-    const StandIn::ImageLayout Camera = {StandIn::findPixelFormat(rCamera.strPixelFormat), rCamera.nWidth,
+    const StandIn::ImageLayout camera = {StandIn::findPixelFormat(rCamera.strPixelFormat), rCamera.nWidth,
                                          rCamera.nHeight};
     const std::string strAdvice = bFiles ? "Take the references that were recorded with the frames."
                                          : "Set the camera as it was, or record the references again as it is.";
-    if (!Camera.isPossible()) {
+    if (!camera.isPossible()) {
         vecFindings.push_back({eRefusal, "other-format",
                                (bFiles ? "The files are " : "The camera delivers ") + rCamera.strPixelFormat +
                                    ", which cannot be corrected.",
                                "Choose one of the formats Mono, Bayer, RGB8 and BGR8.", true});
-    } else if (!rReference.sLayout.hasSamplesLike(Camera)) {
-        const bool bSize = Camera.nWidth != rReference.sLayout.nWidth || Camera.nHeight != rReference.sLayout.nHeight;
+    } else if (!rReference.layout.hasSamplesLike(camera)) {
+        const bool bSize = camera.nWidth != rReference.layout.nWidth || camera.nHeight != rReference.layout.nHeight;
         vecFindings.push_back({eRefusal, bSize ? "other-size" : "other-format",
-                               capital(strWhat) + " is " + layoutText(rReference.sLayout) +
-                                   (bFiles ? ", the files are " : ", the camera delivers ") + layoutText(Camera) + ".",
+                               capital(strWhat) + " is " + layoutText(rReference.layout) +
+                                   (bFiles ? ", the files are " : ", the camera delivers ") + layoutText(camera) + ".",
                                strAdvice, true});
     }
     compareSettings(cameraSettingsFromJson(rReference.strCamera), rCamera, capital(strWhat) + " was taken with",

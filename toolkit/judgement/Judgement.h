@@ -38,20 +38,20 @@ const char* verdict(const Findings& rFindings);
 /// Numbers of one reference. Unknown ones are NaN.
 struct ReferenceFigures {
     StandIn::eReferenceKind eKind = StandIn::eReferenceDark;
-    StandIn::ImageLayout sLayout;
+    StandIn::ImageLayout layout;
     uint64_t nFrames = 0;
     double dMean = 0.0;                                                ///< DN
     double dMeanPercent = 0.0;                                         ///< of full scale
     double dSaturatedShare = 0.0;                                      ///< of all samples of all frames, 0 to 1
     double dTemporalNoise = std::numeric_limits<double>::quiet_NaN();  ///< of one frame, DN
-    StandIn::FrameMeans sMeans;                                        ///< how the light went
+    StandIn::FrameMeans means;                                         ///< how the light went
     std::vector<double> vecClassMeans;                                 ///< DN, in the order of colourClassNames()
     std::vector<Defect> vecDefects;  ///< hot pixels of a dark reference, dead and bright ones of a light reference
-    CameraSettings Settings;         ///< from the file
+    CameraSettings settings;         ///< from the file
 };
 
 struct ReferenceJudgement {
-    ReferenceFigures Figures;
+    ReferenceFigures figures;
     Findings vecFindings;
 };
 
@@ -63,11 +63,11 @@ struct PairFigures {
     /// 100 % / sqrt(light frames * electrons).
     double dResidualPercent = std::numeric_limits<double>::quiet_NaN();
     double dSelfTestDn = std::numeric_limits<double>::quiet_NaN();  ///< see SelfTest.h
-    NonUniformity Unevenness;                                       ///< of the references; no classes: not comparable
+    NonUniformity unevenness;                                       ///< of the references; no classes: not comparable
 };
 
 struct PairJudgement {
-    PairFigures Figures;
+    PairFigures figures;
     Findings vecFindings;
 };
 

@@ -12,57 +12,57 @@ namespace Toolkit {
 // A NaN is written as null.
 
 nlohmann::ordered_json toJson(const Findings& rFindings) {
-    nlohmann::ordered_json Result = nlohmann::ordered_json::array();
+    nlohmann::ordered_json result = nlohmann::ordered_json::array();
     for (const Finding& rFinding : rFindings) {
         const char* pLevel = rFinding.eLevel == eRefusal ? "refusal" : rFinding.eLevel == eWarning ? "warning" : "note";
-        Result.push_back({{"severity", pLevel},
+        result.push_back({{"severity", pLevel},
                           {"id", rFinding.strId},
                           {"text", rFinding.strText},
                           {"advice", rFinding.strAdvice},
                           {"final", rFinding.bFinal}});
     }
-    return Result;
+    return result;
 }
 
 nlohmann::ordered_json toJson(const ReferenceJudgement& rJudgement) {
-    const ReferenceFigures& rFigures = rJudgement.Figures;
+    const ReferenceFigures& rFigures = rJudgement.figures;
     const bool bDark = rFigures.eKind == StandIn::eReferenceDark;
-    nlohmann::ordered_json Result = {{"kind", bDark ? "dark" : "light"},
-                                     {"pixelFormat", rFigures.sLayout.pFormat->pName},
-                                     {"width", rFigures.sLayout.nWidth},
-                                     {"height", rFigures.sLayout.nHeight},
+    nlohmann::ordered_json result = {{"kind", bDark ? "dark" : "light"},
+                                     {"pixelFormat", rFigures.layout.pFormat->pName},
+                                     {"width", rFigures.layout.nWidth},
+                                     {"height", rFigures.layout.nHeight},
                                      {"frames", rFigures.nFrames},
                                      {"mean", rFigures.dMean},
                                      {"meanPercent", rFigures.dMeanPercent},
                                      {"saturatedShare", rFigures.dSaturatedShare},
                                      {"temporalNoise", rFigures.dTemporalNoise}};
-    Result["frameMeans"] = {{"first", rFigures.sMeans.dFirst},
-                            {"last", rFigures.sMeans.dLast},
-                            {"least", rFigures.sMeans.dLeast},
-                            {"most", rFigures.sMeans.dMost}};
-    const std::vector<std::string> vecNames = colourClassNames(*rFigures.sLayout.pFormat);
+    result["frameMeans"] = {{"first", rFigures.means.dFirst},
+                            {"last", rFigures.means.dLast},
+                            {"least", rFigures.means.dLeast},
+                            {"most", rFigures.means.dMost}};
+    const std::vector<std::string> vecNames = colourClassNames(*rFigures.layout.pFormat);
     for (std::size_t i = 0; i < vecNames.size(); ++i) {
-        Result["classes"].push_back({{"class", vecNames[i]}, {"mean", rFigures.vecClassMeans[i]}});
+        result["classes"].push_back({{"class", vecNames[i]}, {"mean", rFigures.vecClassMeans[i]}});
     }
     if (bDark) {
-        Result["hotPixels"] = countDefects(rFigures.vecDefects, eHot);
+        result["hotPixels"] = countDefects(rFigures.vecDefects, eHot);
     } else {
-        Result["deadPixels"] = countDefects(rFigures.vecDefects, eDead);
-        Result["brightPixels"] = countDefects(rFigures.vecDefects, eBright);
+        result["deadPixels"] = countDefects(rFigures.vecDefects, eDead);
+        result["brightPixels"] = countDefects(rFigures.vecDefects, eBright);
     }
-    Result["camera"] = toJson(rFigures.Settings);
-    Result["verdict"] = verdict(rJudgement.vecFindings);
-    Result["findings"] = toJson(rJudgement.vecFindings);
-    return Result;
+    result["camera"] = toJson(rFigures.settings);
+    result["verdict"] = verdict(rJudgement.vecFindings);
+    result["findings"] = toJson(rJudgement.vecFindings);
+    return result;
 }
 
 nlohmann::ordered_json toJson(const PairJudgement& rJudgement) {
-    const PairFigures& rFigures = rJudgement.Figures;
+    const PairFigures& rFigures = rJudgement.figures;
     return {{"conversionGain", rFigures.dGain},
             {"electrons", rFigures.dElectrons},
             {"predictedResidualPercent", rFigures.dResidualPercent},
             {"selfTestDn", rFigures.dSelfTestDn},
-            {"nonUniformity", toJson(rFigures.Unevenness)},
+            {"nonUniformity", toJson(rFigures.unevenness)},
             {"verdict", verdict(rJudgement.vecFindings)},
             {"findings", toJson(rJudgement.vecFindings)}};
 }

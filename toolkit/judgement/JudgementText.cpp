@@ -95,11 +95,11 @@ std::string describe(const Findings& rFindings) {
 }
 
 std::string describe(const ReferenceJudgement& rJudgement) {
-    const ReferenceFigures& rFigures = rJudgement.Figures;
+    const ReferenceFigures& rFigures = rJudgement.figures;
     std::string strText =
-        line("image", layoutText(rFigures.sLayout)) + line("frames averaged", std::to_string(rFigures.nFrames)) +
+        line("image", layoutText(rFigures.layout)) + line("frames averaged", std::to_string(rFigures.nFrames)) +
         line("mean", fixed(rFigures.dMean, 1) + " DN, " + fixed(rFigures.dMeanPercent, 1) + " % of full scale");
-    const std::vector<std::string> vecNames = colourClassNames(*rFigures.sLayout.pFormat);
+    const std::vector<std::string> vecNames = colourClassNames(*rFigures.layout.pFormat);
     for (std::size_t i = 0; i < vecNames.size() && vecNames.size() > 1; ++i) {
         strText += line(("  " + vecNames[i]).c_str(), fixed(rFigures.vecClassMeans[i], 1) + " DN");
     }
@@ -111,24 +111,24 @@ std::string describe(const ReferenceJudgement& rJudgement) {
         strText += line("dead pixels", std::to_string(countDefects(rFigures.vecDefects, eDead))) +
                    line("bright pixels", std::to_string(countDefects(rFigures.vecDefects, eBright)));
     }
-    return strText + line("camera", settingsText(rFigures.Settings)) + describe(rJudgement.vecFindings);
+    return strText + line("camera", settingsText(rFigures.settings)) + describe(rJudgement.vecFindings);
 }
 
 std::string describe(const PairJudgement& rJudgement) {
-    const PairFigures& rFigures = rJudgement.Figures;
-    if (rFigures.Unevenness.vecClasses.empty()) {
+    const PairFigures& rFigures = rJudgement.figures;
+    if (rFigures.unevenness.vecClasses.empty()) {
         return describe(rJudgement.vecFindings);
     }
     std::string strText = line("conversion gain", withUnit(rFigures.dGain, 4, "DN/e-")) +
                           line("light signal", withUnit(rFigures.dElectrons, 0, "e-")) +
                           line("predicted residual", withUnit(rFigures.dResidualPercent, 3, "%"));
-    for (const ClassNonUniformity& rClass : rFigures.Unevenness.vecClasses) {
-        const std::string strClass = rFigures.Unevenness.vecClasses.size() > 1 ? " " + rClass.strName : "";
+    for (const ClassNonUniformity& rClass : rFigures.unevenness.vecClasses) {
+        const std::string strClass = rFigures.unevenness.vecClasses.size() > 1 ? " " + rClass.strName : "";
         strText +=
             line(("DSNU1288" + strClass).c_str(),
-                 splitText(rClass.Dsnu, rClass.DsnuUncertainty, rClass.DsnuLimit, 2, rFigures.Unevenness.dsnuUnit())) +
+                 splitText(rClass.dsnu, rClass.dsnuUncertainty, rClass.dsnuLimit, 2, rFigures.unevenness.dsnuUnit())) +
             line(("PRNU1288" + strClass).c_str(),
-                 splitText(rClass.Prnu, rClass.PrnuUncertainty, rClass.PrnuLimit, 3, "%"));
+                 splitText(rClass.prnu, rClass.prnuUncertainty, rClass.prnuLimit, 3, "%"));
     }
     if (!std::isnan(rFigures.dSelfTestDn)) {
         strText += line("self test", "flat to " + fixed(rFigures.dSelfTestDn, 2) + " DN");

@@ -40,39 +40,39 @@ struct Means {
 };
 
 Means meansOf(const ColourPlane& rPlane) {
-    Means Result;
-    Result.vecRows.assign(rPlane.nRows, 0.0);
-    Result.vecColumns.assign(rPlane.nColumns, 0.0);
+    Means result;
+    result.vecRows.assign(rPlane.nRows, 0.0);
+    result.vecColumns.assign(rPlane.nColumns, 0.0);
     for (std::size_t iRow = 0; iRow < rPlane.nRows; ++iRow) {
-        const float* pRow = rPlane.vSamples.data() + iRow * rPlane.nColumns;
+        const float* pRow = rPlane.vecSamples.data() + iRow * rPlane.nColumns;
         for (std::size_t i = 0; i < rPlane.nColumns; ++i) {
-            Result.vecRows[iRow] += static_cast<double>(pRow[i]);
-            Result.vecColumns[i] += static_cast<double>(pRow[i]);
+            result.vecRows[iRow] += static_cast<double>(pRow[i]);
+            result.vecColumns[i] += static_cast<double>(pRow[i]);
         }
-        Result.vecRows[iRow] /= static_cast<double>(rPlane.nColumns);
+        result.vecRows[iRow] /= static_cast<double>(rPlane.nColumns);
     }
-    for (double& rColumn : Result.vecColumns) {
+    for (double& rColumn : result.vecColumns) {
         rColumn /= static_cast<double>(rPlane.nRows);
     }
-    Result.dAll = meanOfValues(Result.vecRows);
-    for (const float fSample : rPlane.vSamples) {
-        const double dOff = static_cast<double>(fSample) - Result.dAll;
-        Result.dSquares += dOff * dOff;
+    result.dAll = meanOfValues(result.vecRows);
+    for (const float fSample : rPlane.vecSamples) {
+        const double dOff = static_cast<double>(fSample) - result.dAll;
+        result.dSquares += dOff * dOff;
     }
-    return Result;
+    return result;
 }
 
 double planeMean(const ColourPlane& rPlane) {
     double dSum = 0.0;
-    for (const float fSample : rPlane.vSamples) {
+    for (const float fSample : rPlane.vecSamples) {
         dSum += static_cast<double>(fSample);
     }
-    return rPlane.vSamples.empty() ? UNKNOWN : dSum / static_cast<double>(rPlane.vSamples.size());
+    return rPlane.vecSamples.empty() ? UNKNOWN : dSum / static_cast<double>(rPlane.vecSamples.size());
 }
 
 /// A figure as it is told.
 struct Resolved {
-    Split Figure, Uncertainty, Limit;
+    Split figure, uncertainty, limit;
 };
 
 Split apply(const Split& a, const Split& b, double (*fnCombine)(double, double, double), double dBy) {
@@ -88,10 +88,10 @@ double classVariance(const MeanImage& rImage, std::size_t iClass, double dTransf
 
 double imageMean(const MeanImage& rImage) {
     double dSum = 0.0;
-    for (const float fSample : rImage.vSamples) {
+    for (const float fSample : rImage.vecSamples) {
         dSum += static_cast<double>(fSample);
     }
-    return dSum / static_cast<double>(rImage.vSamples.size());
+    return dSum / static_cast<double>(rImage.vecSamples.size());
 }
 
 /// Standard deviation of the variance dVariance that was measured over nValues values of a noise variance dNoise.
@@ -116,12 +116,12 @@ void resolve(double dVariance, double dUncertainty, double dBy, double& rFigure,
 }
 
 Resolved resolve(const Split& rVariance, const Split& rUncertainty, double dBy) {
-    Resolved Is;
-    resolve(rVariance.dTotal, rUncertainty.dTotal, dBy, Is.Figure.dTotal, Is.Uncertainty.dTotal, Is.Limit.dTotal);
-    resolve(rVariance.dRow, rUncertainty.dRow, dBy, Is.Figure.dRow, Is.Uncertainty.dRow, Is.Limit.dRow);
-    resolve(rVariance.dColumn, rUncertainty.dColumn, dBy, Is.Figure.dColumn, Is.Uncertainty.dColumn, Is.Limit.dColumn);
-    resolve(rVariance.dPixel, rUncertainty.dPixel, dBy, Is.Figure.dPixel, Is.Uncertainty.dPixel, Is.Limit.dPixel);
-    return Is;
+    Resolved is;
+    resolve(rVariance.dTotal, rUncertainty.dTotal, dBy, is.figure.dTotal, is.uncertainty.dTotal, is.limit.dTotal);
+    resolve(rVariance.dRow, rUncertainty.dRow, dBy, is.figure.dRow, is.uncertainty.dRow, is.limit.dRow);
+    resolve(rVariance.dColumn, rUncertainty.dColumn, dBy, is.figure.dColumn, is.uncertainty.dColumn, is.limit.dColumn);
+    resolve(rVariance.dPixel, rUncertainty.dPixel, dBy, is.figure.dPixel, is.uncertainty.dPixel, is.limit.dPixel);
+    return is;
 }
 
 double difference(double dLeft, double dRight, double) {
@@ -139,18 +139,18 @@ nlohmann::ordered_json toJson(const Split& rSplit) {
 }  // namespace
 
 Split spatialVariances(const ColourPlane& rPlane, uint64_t nFrames, double dTemporalVariance) {
-    if (rPlane.vSamples.size() < 2) {
+    if (rPlane.vecSamples.size() < 2) {
         return {UNKNOWN, UNKNOWN, UNKNOWN, UNKNOWN};
     }
     const auto dRows = static_cast<double>(rPlane.nRows), dColumns = static_cast<double>(rPlane.nColumns);
     const double dNoise = std::isnan(dTemporalVariance) ? 0.0 : dTemporalVariance / static_cast<double>(nFrames);
-    const Means Is = meansOf(rPlane);
-    const double dTotal = Is.dSquares / (dRows * dColumns - 1.0) - dNoise;
+    const Means is = meansOf(rPlane);
+    const double dTotal = is.dSquares / (dRows * dColumns - 1.0) - dNoise;
     if (rPlane.nRows < 3 || rPlane.nColumns < 3) {
         return {dTotal, UNKNOWN, UNKNOWN, UNKNOWN};
     }
-    const double dColumnMeans = varianceOfValues(Is.vecColumns) - dNoise / dRows;
-    const double dRowMeans = varianceOfValues(Is.vecRows) - dNoise / dColumns;
+    const double dColumnMeans = varianceOfValues(is.vecColumns) - dNoise / dRows;
+    const double dRowMeans = varianceOfValues(is.vecRows) - dNoise / dColumns;
     const double dPixel =
         dRows * dColumns / (dRows * dColumns - dRows - dColumns) * (dTotal - dColumnMeans - dRowMeans);
     return {dTotal, dRowMeans - dPixel / dColumns, dColumnMeans - dPixel / dRows, dPixel};
@@ -176,59 +176,59 @@ double photonTransferGain(const MeanImage& rDark, const MeanImage& rLight) {
 }
 
 NonUniformity nonUniformity(const MeanImage& rDark, const MeanImage& rLight, double dGain) {
-    if (!rDark.sLayout.hasSamplesLike(rLight.sLayout)) {
+    if (!rDark.layout.hasSamplesLike(rLight.layout)) {
         throw std::invalid_argument("dark and light image have different formats or sizes");
     }
-    NonUniformity Result;
-    Result.dGain = dGain;
-    const std::vector<std::string> vecNames = colourClassNames(*rDark.sLayout.pFormat);
+    NonUniformity result;
+    result.dGain = dGain;
+    const std::vector<std::string> vecNames = colourClassNames(*rDark.layout.pFormat);
     const double dTransfer = photonTransferGain(rDark, rLight);
     const double dSignal = imageMean(rLight) - imageMean(rDark);
     for (unsigned iClass = 0; iClass < vecNames.size(); ++iClass) {
-        const ColourPlane Dark = colourPlane(rDark.sLayout, rDark.vSamples, iClass);
-        const ColourPlane Light = colourPlane(rLight.sLayout, rLight.vSamples, iClass);
-        ClassNonUniformity Class;
-        Class.strName = vecNames[iClass];
-        Class.dDarkMean = planeMean(Dark);
-        Class.dLightMean = planeMean(Light);
-        const double dClassSignal = Class.dLightMean - Class.dDarkMean;
+        const ColourPlane dark = colourPlane(rDark.layout, rDark.vecSamples, iClass);
+        const ColourPlane light = colourPlane(rLight.layout, rLight.vecSamples, iClass);
+        ClassNonUniformity class_;
+        class_.strName = vecNames[iClass];
+        class_.dDarkMean = planeMean(dark);
+        class_.dLightMean = planeMean(light);
+        const double dClassSignal = class_.dLightMean - class_.dDarkMean;
         const double dDarkNoise = classVariance(rDark, iClass, 0.0, 0.0);
         const double dLightNoise =
             classVariance(rLight, iClass, std::isnan(dTransfer) ? 0.0 : dTransfer, dClassSignal - dSignal);
-        const Split DarkVariance = spatialVariances(Dark, rDark.nFrames, dDarkNoise);
-        const Split LightVariance = spatialVariances(Light, rLight.nFrames, dLightNoise);
-        const Split DarkError = spatialUncertainties(DarkVariance, Dark, rDark.nFrames, dDarkNoise);
-        const Split LightError = spatialUncertainties(LightVariance, Light, rLight.nFrames, dLightNoise);
-        const Resolved Dsnu = resolve(DarkVariance, DarkError, dGain > 0.0 ? dGain : 1.0);
-        const Resolved Prnu =
-            resolve(apply(LightVariance, DarkVariance, difference, 0.0), apply(LightError, DarkError, rootOfSum, 0.0),
+        const Split darkVariance = spatialVariances(dark, rDark.nFrames, dDarkNoise);
+        const Split lightVariance = spatialVariances(light, rLight.nFrames, dLightNoise);
+        const Split darkError = spatialUncertainties(darkVariance, dark, rDark.nFrames, dDarkNoise);
+        const Split lightError = spatialUncertainties(lightVariance, light, rLight.nFrames, dLightNoise);
+        const Resolved dsnu = resolve(darkVariance, darkError, dGain > 0.0 ? dGain : 1.0);
+        const Resolved prnu =
+            resolve(apply(lightVariance, darkVariance, difference, 0.0), apply(lightError, darkError, rootOfSum, 0.0),
                     dClassSignal > 0.0 ? dClassSignal / 100.0 : UNKNOWN);
-        Class.Dsnu = Dsnu.Figure;
-        Class.DsnuUncertainty = Dsnu.Uncertainty;
-        Class.DsnuLimit = Dsnu.Limit;
-        Class.Prnu = Prnu.Figure;
-        Class.PrnuUncertainty = Prnu.Uncertainty;
-        Class.PrnuLimit = Prnu.Limit;
-        Result.vecClasses.push_back(Class);
+        class_.dsnu = dsnu.figure;
+        class_.dsnuUncertainty = dsnu.uncertainty;
+        class_.dsnuLimit = dsnu.limit;
+        class_.prnu = prnu.figure;
+        class_.prnuUncertainty = prnu.uncertainty;
+        class_.prnuLimit = prnu.limit;
+        result.vecClasses.push_back(class_);
     }
-    return Result;
+    return result;
 }
 
 nlohmann::ordered_json toJson(const NonUniformity& rFigures) {
-    nlohmann::ordered_json Result = {{"conversionGain", rFigures.dGain}, {"dsnuUnit", rFigures.dsnuUnit()}};
-    Result["classes"] = nlohmann::ordered_json::array();
+    nlohmann::ordered_json result = {{"conversionGain", rFigures.dGain}, {"dsnuUnit", rFigures.dsnuUnit()}};
+    result["classes"] = nlohmann::ordered_json::array();
     for (const ClassNonUniformity& rClass : rFigures.vecClasses) {
-        Result["classes"].push_back({{"class", rClass.strName},
+        result["classes"].push_back({{"class", rClass.strName},
                                      {"darkMean", rClass.dDarkMean},
                                      {"lightMean", rClass.dLightMean},
-                                     {"dsnu", toJson(rClass.Dsnu)},
-                                     {"dsnuUncertainty", toJson(rClass.DsnuUncertainty)},
-                                     {"dsnuLimit", toJson(rClass.DsnuLimit)},
-                                     {"prnuPercent", toJson(rClass.Prnu)},
-                                     {"prnuPercentUncertainty", toJson(rClass.PrnuUncertainty)},
-                                     {"prnuPercentLimit", toJson(rClass.PrnuLimit)}});
+                                     {"dsnu", toJson(rClass.dsnu)},
+                                     {"dsnuUncertainty", toJson(rClass.dsnuUncertainty)},
+                                     {"dsnuLimit", toJson(rClass.dsnuLimit)},
+                                     {"prnuPercent", toJson(rClass.prnu)},
+                                     {"prnuPercentUncertainty", toJson(rClass.prnuUncertainty)},
+                                     {"prnuPercentLimit", toJson(rClass.prnuLimit)}});
     }
-    return Result;
+    return result;
 }
 
 }  // namespace Toolkit

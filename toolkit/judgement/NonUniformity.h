@@ -47,11 +47,11 @@ struct ClassNonUniformity {
     std::string strName;               ///< see colourClassNames()
     double dDarkMean = 0.0;            ///< DN
     double dLightMean = 0.0;           ///< DN
-    Split Dsnu;                        ///< DSNU1288 = sqrt(s^2_dark) / K, electrons; DN where K is not known
-    Split DsnuUncertainty;             ///< standard deviation that the noise of the frames leaves; NaN: not known
-    Split DsnuLimit;                   ///< of what is not resolved (NaN in Dsnu): it is below; NaN otherwise
-    Split PrnuUncertainty, PrnuLimit;  ///< the same of Prnu
-    Split Prnu;                        ///< PRNU1288 = 100 % sqrt(s^2_light - s^2_dark) / (mean light - mean dark)
+    Split dsnu;                        ///< DSNU1288 = sqrt(s^2_dark) / K, electrons; DN where K is not known
+    Split dsnuUncertainty;             ///< standard deviation that the noise of the frames leaves; NaN: not known
+    Split dsnuLimit;                   ///< of what is not resolved (NaN in Dsnu): it is below; NaN otherwise
+    Split prnuUncertainty, prnuLimit;  ///< the same of Prnu
+    Split prnu;                        ///< PRNU1288 = 100 % sqrt(s^2_light - s^2_dark) / (mean light - mean dark)
 };
 
 struct NonUniformity {

@@ -35,10 +35,10 @@ private:
 };
 
 std::vector<uint16_t> corrected(Ext::Sc::Shading& rShading, const StandIn::ReferenceImage& rLight, bool bUp) {
-    const StandIn::ImageLayout& rLayout = rLight.sLayout;
+    const StandIn::ImageLayout& rLayout = rLight.layout;
     std::vector<uint16_t> vecSamples(rLayout.samples());
     for (std::size_t i = 0; i < vecSamples.size(); ++i) {
-        vecSamples[i] = static_cast<uint16_t>(bUp ? std::ceil(rLight.vSamples[i]) : std::floor(rLight.vSamples[i]));
+        vecSamples[i] = static_cast<uint16_t>(bUp ? std::ceil(rLight.vecSamples[i]) : std::floor(rLight.vecSamples[i]));
     }
     std::vector<unsigned char> vecImage(rLayout.bytes());
     StandIn::packSamples(*rLayout.pFormat, vecSamples.data(), 0, vecSamples.size(), vecImage.data());
@@ -48,11 +48,11 @@ std::vector<uint16_t> corrected(Ext::Sc::Shading& rShading, const StandIn::Refer
 }
 
 std::vector<double> signalMeans(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight) {
-    const StandIn::PixelFormat& rFormat = *rLight.sLayout.pFormat;
+    const StandIn::PixelFormat& rFormat = *rLight.layout.pFormat;
     std::vector<double> vecSum(colourClasses(rFormat), 0.0), vecCount(vecSum.size(), 0.0);
-    for (std::size_t i = 0; i < rLight.vSamples.size(); ++i) {
-        const unsigned iClass = colourClass(rFormat, rLight.sLayout.nWidth, i);
-        vecSum[iClass] += static_cast<double>(rLight.vSamples[i]) - static_cast<double>(rDark.vSamples[i]);
+    for (std::size_t i = 0; i < rLight.vecSamples.size(); ++i) {
+        const unsigned iClass = colourClass(rFormat, rLight.layout.nWidth, i);
+        vecSum[iClass] += static_cast<double>(rLight.vecSamples[i]) - static_cast<double>(rDark.vecSamples[i]);
         vecCount[iClass] += 1.0;
     }
     for (std::size_t i = 0; i < vecSum.size(); ++i) {
@@ -64,20 +64,20 @@ std::vector<double> signalMeans(const StandIn::ReferenceImage& rDark, const Stan
 /// What each class is to come to, without the pedestal. Of the brightest place it is what the class does come to.
 std::vector<double> targetsOf(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight,
                               const std::vector<double>& rValues) {
-    const StandIn::PixelFormat& rFormat = *rLight.sLayout.pFormat;
+    const StandIn::PixelFormat& rFormat = *rLight.layout.pFormat;
     std::vector<double> vecTargets = signalMeans(rDark, rLight);
-    if (rLight.sOutput.eTarget == StandIn::eTargetValue) {
-        std::fill(vecTargets.begin(), vecTargets.end(), rLight.sOutput.dTarget);
-    } else if (rLight.sOutput.eTarget == StandIn::eTargetMax) {
+    if (rLight.output.eTarget == StandIn::eTargetValue) {
+        std::fill(vecTargets.begin(), vecTargets.end(), rLight.output.dTarget);
+    } else if (rLight.output.eTarget == StandIn::eTargetMax) {
         std::vector<std::vector<double>> vecByClass(vecTargets.size());
         for (std::size_t i = 0; i < rValues.size(); ++i) {
-            vecByClass[colourClass(rFormat, rLight.sLayout.nWidth, i)].push_back(rValues[i]);
+            vecByClass[colourClass(rFormat, rLight.layout.nWidth, i)].push_back(rValues[i]);
         }
         for (std::size_t i = 0; i < vecByClass.size(); ++i) {
             const auto itMiddle = vecByClass[i].begin() + static_cast<std::ptrdiff_t>(vecByClass[i].size() / 2);
             if (!vecByClass[i].empty()) {
                 std::nth_element(vecByClass[i].begin(), itMiddle, vecByClass[i].end());
-                vecTargets[i] = *itMiddle - rLight.sOutput.dPedestal;
+                vecTargets[i] = *itMiddle - rLight.output.dPedestal;
             }
         }
     }
@@ -88,33 +88,33 @@ std::vector<double> targetsOf(const StandIn::ReferenceImage& rDark, const StandI
 
 double selfTest(const std::string& strDark, const std::string& strLight, const StandIn::ReferenceImage& rDark,
                 const StandIn::ReferenceImage& rLight) {
-    const CStandingCamera Camera(rLight.sLayout);
-    Ext::Sc::Shading Shading(Camera.device());
-    Shading.ReferenceLoad(false, strDark.c_str());
-    Shading.ReferenceLoad(true, strLight.c_str());
-    Shading.ReferenceApply();
-    const std::vector<uint16_t> vecLow = corrected(Shading, rLight, false);
-    const std::vector<uint16_t> vecHigh = corrected(Shading, rLight, true);
+    const CStandingCamera camera(rLight.layout);
+    Ext::Sc::Shading shading(camera.device());
+    shading.ReferenceLoad(false, strDark.c_str());
+    shading.ReferenceLoad(true, strLight.c_str());
+    shading.ReferenceApply();
+    const std::vector<uint16_t> vecLow = corrected(shading, rLight, false);
+    const std::vector<uint16_t> vecHigh = corrected(shading, rLight, true);
 
-    const StandIn::PixelFormat& rFormat = *rLight.sLayout.pFormat;
+    const StandIn::PixelFormat& rFormat = *rLight.layout.pFormat;
     const double dFullScale = rFormat.fullScale();
     std::vector<double> vecValues;
     for (std::size_t i = 0; i < vecLow.size(); ++i) {
         const double dPart =
-            static_cast<double>(rLight.vSamples[i]) - std::floor(static_cast<double>(rLight.vSamples[i]));
+            static_cast<double>(rLight.vecSamples[i]) - std::floor(static_cast<double>(rLight.vecSamples[i]));
         vecValues.push_back((1.0 - dPart) * vecLow[i] + dPart * vecHigh[i]);
     }
     const std::vector<double> vecTarget = targetsOf(rDark, rLight, vecValues);
     double dWorst = 0.0;
     for (std::size_t i = 0; i < vecLow.size(); ++i) {
-        const auto dLight = static_cast<double>(rLight.vSamples[i]);
-        const double dSignal = dLight - static_cast<double>(rDark.vSamples[i]);
-        const double dTarget = vecTarget[colourClass(rFormat, rLight.sLayout.nWidth, i)];
+        const auto dLight = static_cast<double>(rLight.vecSamples[i]);
+        const double dSignal = dLight - static_cast<double>(rDark.vecSamples[i]);
+        const double dTarget = vecTarget[colourClass(rFormat, rLight.layout.nWidth, i)];
         const bool bDefect = !rLight.vecDefects.empty() && rLight.vecDefects[i / rFormat.nChannels] != 0;
         if (bDefect || dSignal <= 0.0 || dTarget >= GAIN_MAX * dSignal || std::ceil(dLight) >= dFullScale) {
             continue;
         }
-        const double dWanted = std::min(dTarget + rLight.sOutput.dPedestal, dFullScale);
+        const double dWanted = std::min(dTarget + rLight.output.dPedestal, dFullScale);
         dWorst = std::max(dWorst, std::abs(vecValues[i] - dWanted));
     }
     return dWorst;

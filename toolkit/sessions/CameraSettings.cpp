@@ -56,31 +56,31 @@ const std::vector<std::string>& cameraSettingNames() {
 }
 
 CameraSettings readCameraSettings(NodeMap& rNodes) {
-    CameraSettings Result;
+    CameraSettings result;
     std::string strText;
     double dValue = 0.0;
     const auto fnNumber = [&](const std::string& strName) {
         return readNode(rNodes, strName, strText) && toNumber(strText, dValue);
     };
-    readNode(rNodes, "PixelFormat", Result.strPixelFormat);
-    Result.nWidth = fnNumber("Width") ? toSide(dValue) : 0;
-    Result.nHeight = fnNumber("Height") ? toSide(dValue) : 0;
+    readNode(rNodes, "PixelFormat", result.strPixelFormat);
+    result.nWidth = fnNumber("Width") ? toSide(dValue) : 0;
+    result.nHeight = fnNumber("Height") ? toSide(dValue) : 0;
     for (const std::string& rName : cameraSettingNames()) {
         if (fnNumber(rName)) {
-            Result.mapValues[rName] = dValue;
+            result.mapValues[rName] = dValue;
         }
     }
-    return Result;
+    return result;
 }
 
 nlohmann::ordered_json toJson(const CameraSettings& rSettings) {
-    nlohmann::ordered_json Result = nlohmann::ordered_json::object();
+    nlohmann::ordered_json result = nlohmann::ordered_json::object();
     if (!rSettings.strPixelFormat.empty()) {
-        Result["PixelFormat"] = rSettings.strPixelFormat;
+        result["PixelFormat"] = rSettings.strPixelFormat;
     }
     if (rSettings.nWidth != 0 && rSettings.nHeight != 0) {
-        Result["Width"] = rSettings.nWidth;
-        Result["Height"] = rSettings.nHeight;
+        result["Width"] = rSettings.nWidth;
+        result["Height"] = rSettings.nHeight;
     }
     for (const std::string& rName : cameraSettingNames()) {
         const auto iValue = rSettings.mapValues.find(rName);
@@ -88,42 +88,42 @@ nlohmann::ordered_json toJson(const CameraSettings& rSettings) {
             continue;
         }
         if (isSwitch(rName)) {
-            Result[rName] = iValue->second != 0.0;
+            result[rName] = iValue->second != 0.0;
         } else {
-            Result[rName] = iValue->second;
+            result[rName] = iValue->second;
         }
     }
-    return Result;
+    return result;
 }
 
 CameraSettings cameraSettingsFromJson(const std::string& strJson) {
-    CameraSettings Result;
-    const auto Json = nlohmann::json::parse(strJson, nullptr, false);
-    if (!Json.is_object()) {
-        return Result;
+    CameraSettings result;
+    const auto json = nlohmann::json::parse(strJson, nullptr, false);
+    if (!json.is_object()) {
+        return result;
     }
     const auto fnNumber = [&](const char* pName) {
-        const auto iMember = Json.find(pName);
-        return iMember != Json.end() && iMember->is_number() ? iMember->get<double>() : 0.0;
+        const auto iMember = json.find(pName);
+        return iMember != json.end() && iMember->is_number() ? iMember->get<double>() : 0.0;
     };
-    const auto iFormat = Json.find("PixelFormat");
-    if (iFormat != Json.end() && iFormat->is_string()) {
-        Result.strPixelFormat = iFormat->get<std::string>();
+    const auto iFormat = json.find("PixelFormat");
+    if (iFormat != json.end() && iFormat->is_string()) {
+        result.strPixelFormat = iFormat->get<std::string>();
     }
-    Result.nWidth = toSide(fnNumber("Width"));
-    Result.nHeight = toSide(fnNumber("Height"));
+    result.nWidth = toSide(fnNumber("Width"));
+    result.nHeight = toSide(fnNumber("Height"));
     for (const std::string& rName : cameraSettingNames()) {
-        const auto iMember = Json.find(rName);
-        if (iMember == Json.end()) {
+        const auto iMember = json.find(rName);
+        if (iMember == json.end()) {
             continue;
         }
         if (iMember->is_boolean()) {
-            Result.mapValues[rName] = iMember->get<bool>() ? 1.0 : 0.0;
+            result.mapValues[rName] = iMember->get<bool>() ? 1.0 : 0.0;
         } else if (iMember->is_number()) {
-            Result.mapValues[rName] = iMember->get<double>();
+            result.mapValues[rName] = iMember->get<double>();
         }
     }
-    return Result;
+    return result;
 }
 
 }  // namespace Toolkit

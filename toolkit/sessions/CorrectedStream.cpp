@@ -25,18 +25,18 @@ double secondsSince(Clock::time_point tBegin) {
 CCorrectedStream::CCorrectedStream(CSession& rSession, bool bKeepRaw) : m_rSession(rSession), m_bKeepRaw(bKeepRaw) {}
 
 void CCorrectedStream::measureUncorrected() {
-    CTimes Times;
+    CTimes times;
     const Clock::time_point tBegin = Clock::now();
     m_rSession.start();
-    while (Times.count() < UNCORRECTED_FRAMES && Clock::now() - tBegin < UNCORRECTED_LONGEST) {
+    while (times.count() < UNCORRECTED_FRAMES && Clock::now() - tBegin < UNCORRECTED_LONGEST) {
         m_rSession.waitForFrame();
         const StandIn::BufferHandle hBuffer = m_rSession.fetch();
-        Times.add(m_rSession.lastFetchMs());
+        times.add(m_rSession.lastFetchMs());
         m_rSession.giveBack(hBuffer);
     }
     m_rSession.stop();
-    m_fUncorrectedMs = Times.median();
-    m_Tally.nUncorrected = Times.count();
+    m_dUncorrectedMs = times.median();
+    m_tally.nUncorrected = times.count();
 }
 
 void CCorrectedStream::start(uint64_t iFirst, bool bTimed) {
@@ -64,39 +64,38 @@ void CCorrectedStream::judge(Fetched& rFetched) const {
 }
 
 void CCorrectedStream::correctInPlace(Fetched& rFetched) {
-    rFetched.Raw = m_rSession.copyFrame(rFetched.hBuffer);
-    const StandIn::ImageLayout sLayout = m_rSession.layoutOf(rFetched.hBuffer);
+    rFetched.raw = m_rSession.copyFrame(rFetched.hBuffer);
+    const StandIn::ImageLayout layout = m_rSession.layoutOf(rFetched.hBuffer);
     void* pImage = m_rSession.imageOf(rFetched.hBuffer);
     const Clock::time_point tBegin = Clock::now();
     m_rSession.attempt("correcting a frame", [&] {
-        m_rSession.shading().ReferenceAdd(sLayout.pFormat->pName, sLayout.nWidth, sLayout.nHeight, pImage,
-                                          sLayout.bytes());
+        m_rSession.shading().ReferenceAdd(layout.pFormat->pName, layout.nWidth, layout.nHeight, pImage, layout.bytes());
     });
-    m_Tally.Added.add(secondsSince(tBegin) * 1e3);
+    m_tally.added.add(secondsSince(tBegin) * 1e3);
 }
 
 CCorrectedStream::Fetched CCorrectedStream::next() {
-    Fetched Result;
-    const bool bTimed = m_bTimed && (m_Tally.Added.count() < TIMED_FRAMES || m_rSession.frameWaits());
+    Fetched result;
+    const bool bTimed = m_bTimed && (m_tally.added.count() < TIMED_FRAMES || m_rSession.frameWaits());
     if (bTimed) {
         m_rSession.waitForFrame();
     }
-    Result.hBuffer = m_rSession.fetch();
-    if (m_bKeepRaw && m_rSession.isComplete(Result.hBuffer)) {
-        correctInPlace(Result);
+    result.hBuffer = m_rSession.fetch();
+    if (m_bKeepRaw && m_rSession.isComplete(result.hBuffer)) {
+        correctInPlace(result);
     }
-    judge(Result);
-    ++m_Tally.nFrames;
-    m_Tally.fSeconds = secondsSince(m_tBegin);
-    if (!Result.strUntouched.empty()) {
-        Result.bNewReason = ++m_Tally.mapUntouched[Result.strUntouched] == 1;
-        return Result;
+    judge(result);
+    ++m_tally.nFrames;
+    m_tally.dSeconds = secondsSince(m_tBegin);
+    if (!result.strUntouched.empty()) {
+        result.bNewReason = ++m_tally.mapUntouched[result.strUntouched] == 1;
+        return result;
     }
-    ++m_Tally.nCorrected;
+    ++m_tally.nCorrected;
     if (bTimed) {
-        m_Tally.Added.add(m_rSession.lastFetchMs() - m_fUncorrectedMs);
+        m_tally.added.add(m_rSession.lastFetchMs() - m_dUncorrectedMs);
     }
-    return Result;
+    return result;
 }
 
 }  // namespace Toolkit

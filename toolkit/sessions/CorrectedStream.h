@@ -20,14 +20,14 @@ namespace Toolkit {
 struct CorrectionTally {
     uint64_t nFrames = 0, nCorrected = 0;
     std::map<std::string, uint64_t> mapUntouched;  ///< reason and number of frames left as they were
-    double fSeconds = 0.0;                         ///< from the first wait to the last frame
+    double dSeconds = 0.0;                         ///< from the first wait to the last frame
     /// Time that a frame spends more because it is corrected, ms. It is that of the fetch of a frame that waits
     /// already, less the median of uncorrected ones; where the uncorrected frame is wanted too, that of the correction
     /// itself.
-    CTimes Added;
+    CTimes added;
     uint64_t nUncorrected = 0;  ///< fetches that this median is of
 
-    double rate() const { return fSeconds > 0.0 ? static_cast<double>(nFrames) / fSeconds : 0.0; }
+    double rate() const { return dSeconds > 0.0 ? static_cast<double>(nFrames) / dSeconds : 0.0; }
     uint64_t untouched() const { return nFrames - nCorrected; }
 };
 
@@ -49,12 +49,12 @@ public:
         std::string strUntouched;                 ///< why it is as it was; empty: it is corrected
         std::string strDetail;                    ///< the same of this very frame, in the host's words
         bool bNewReason = false;                  ///< no frame before had this reason
-        std::optional<Frame> Raw;                 ///< before correction, where that was asked for
+        std::optional<Frame> raw;                 ///< before correction, where that was asked for
     };
     Fetched next();
 
     void stop() { m_rSession.stop(); }
-    const CorrectionTally& tally() const { return m_Tally; }
+    const CorrectionTally& tally() const { return m_tally; }
 
 private:
     void measureUncorrected();
@@ -64,9 +64,9 @@ private:
     CSession& m_rSession;
     bool m_bKeepRaw;
     bool m_bTimed = false;
-    double m_fUncorrectedMs = 0.0;
+    double m_dUncorrectedMs = 0.0;
     std::chrono::steady_clock::time_point m_tBegin;
-    CorrectionTally m_Tally;
+    CorrectionTally m_tally;
 };
 
 }  // namespace Toolkit

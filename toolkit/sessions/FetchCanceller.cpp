@@ -31,7 +31,7 @@ CFetchCanceller::CFetchCanceller(DataStream* pStream) {
         throw std::system_error(errno, std::generic_category(), "no event can be made");
     }
     try {
-        m_Thread = std::thread([this, pStream] { run(pStream); });
+        m_thread = std::thread([this, pStream] { run(pStream); });
     } catch (...) {
         close(m_iStop);
         throw;
@@ -39,10 +39,10 @@ CFetchCanceller::CFetchCanceller(DataStream* pStream) {
 }
 
 CFetchCanceller::~CFetchCanceller() {
-    if (m_Thread.joinable()) {
+    if (m_thread.joinable()) {
         const uint64_t nOne = 1;
         [[maybe_unused]] const ssize_t nWritten = write(m_iStop, &nOne, sizeof nOne);
-        m_Thread.join();
+        m_thread.join();
         close(m_iStop);
     }
 }

@@ -27,7 +27,7 @@ private:
     void run(DataStream* pStream) const;
 
     int m_iStop = -1;  // an event; readable when the thread is to end
-    std::thread m_Thread;
+    std::thread m_thread;
 };
 
 }  // namespace Toolkit

@@ -46,15 +46,15 @@ void install() {
     g_iEvent = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     require(g_iEvent >= 0);
     for (const int iSignal : {SIGINT, SIGTERM, SIGHUP}) {
-        struct sigaction Action {};
-        require(sigaction(iSignal, nullptr, &Action) == 0);
-        if (Action.sa_handler == SIG_IGN) {
+        struct sigaction action {};
+        require(sigaction(iSignal, nullptr, &action) == 0);
+        if (action.sa_handler == SIG_IGN) {
             continue;
         }
-        Action = {};
-        Action.sa_handler = noteSignal;
-        Action.sa_flags = static_cast<int>(SA_RESETHAND);
-        require(sigaction(iSignal, &Action, nullptr) == 0);
+        action = {};
+        action.sa_handler = noteSignal;
+        action.sa_flags = static_cast<int>(SA_RESETHAND);
+        require(sigaction(iSignal, &action, nullptr) == 0);
     }
 }
 

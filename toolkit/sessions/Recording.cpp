@@ -45,9 +45,9 @@ private:
     CSession& m_rSession;
     bool m_bLight;
     IProgress& m_rProgress;
-    Recording m_Result;
+    Recording m_result;
     uint64_t m_nBadInARow = 0;
-    double m_fSaturated = 0.0, m_fSamples = 0.0;
+    double m_dSaturated = 0.0, m_dSamples = 0.0;
     std::vector<uint16_t> m_vecBlock = std::vector<uint16_t>(BLOCK);
 };
 
@@ -66,21 +66,21 @@ uint64_t CRecorder::countSaturated(StandIn::BufferHandle hBuffer, const StandIn:
 
 void CRecorder::take(StandIn::BufferHandle hBuffer) {
     if (!m_rSession.isComplete(hBuffer)) {
-        if (m_Result.nLeftOut++ == 0) {
-            m_Result.strLeftOut = "frame " + m_rSession.frameName(hBuffer) + ": " + m_rSession.whyUncorrected(hBuffer);
+        if (m_result.nLeftOut++ == 0) {
+            m_result.strLeftOut = "frame " + m_rSession.frameName(hBuffer) + ": " + m_rSession.whyUncorrected(hBuffer);
         }
         if (++m_nBadInARow > BAD_IN_A_ROW_MAX) {
             throw std::runtime_error(m_rSession.device() + ": the camera delivers no complete frame any more, " +
-                                     m_Result.strLeftOut + INCOMPLETE_ADVICE);
+                                     m_result.strLeftOut + INCOMPLETE_ADVICE);
         }
         return;
     }
     m_nBadInARow = 0;
-    const StandIn::ImageLayout sLayout = m_rSession.layoutOf(hBuffer);
-    m_fSaturated += static_cast<double>(countSaturated(hBuffer, sLayout));
-    m_fSamples += static_cast<double>(sLayout.samples());
-    m_Result.fSaturatedShare = m_fSaturated / m_fSamples;
-    ++m_Result.nFrames;
+    const StandIn::ImageLayout layout = m_rSession.layoutOf(hBuffer);
+    m_dSaturated += static_cast<double>(countSaturated(hBuffer, layout));
+    m_dSamples += static_cast<double>(layout.samples());
+    m_result.dSaturatedShare = m_dSaturated / m_dSamples;
+    ++m_result.nFrames;
 }
 
 void CRecorder::stream(uint64_t nFrames) {
@@ -92,18 +92,18 @@ void CRecorder::stream(uint64_t nFrames) {
     m_rSession.start();
     m_rProgress.show(strStep, 0, nWanted);
     // A camera with so many frames begins again after the last one; no frame is to count twice.
-    for (uint64_t i = 0; m_Result.nFrames < nWanted && (nHas == 0 || i < nHas); ++i) {
+    for (uint64_t i = 0; m_result.nFrames < nWanted && (nHas == 0 || i < nHas); ++i) {
         const StandIn::BufferHandle hBuffer = m_rSession.fetch();
         take(hBuffer);
         m_rSession.giveBack(hBuffer);
-        m_rProgress.show(strStep, m_Result.nFrames, nWanted,
-                         "saturated " + fixed(m_Result.fSaturatedShare * 100.0, 3) + " %");
+        m_rProgress.show(strStep, m_result.nFrames, nWanted,
+                         "saturated " + fixed(m_result.dSaturatedShare * 100.0, 3) + " %");
     }
-    m_Result.fSeconds = std::chrono::duration<double>(Clock::now() - tBegin).count();
-    m_Result.nUnderruns = m_rSession.underruns();
+    m_result.dSeconds = std::chrono::duration<double>(Clock::now() - tBegin).count();
+    m_result.nUnderruns = m_rSession.underruns();
     m_rSession.stop();
-    if (m_Result.nFrames == 0) {
-        throw std::runtime_error(m_rSession.device() + ": no frame came complete, " + m_Result.strLeftOut);
+    if (m_result.nFrames == 0) {
+        throw std::runtime_error(m_rSession.device() + ": no frame came complete, " + m_result.strLeftOut);
     }
 }
 
@@ -120,10 +120,10 @@ public:
 std::string CRecorder::note() {
     try {
         nlohmann::ordered_json json = toJson(readCameraSettings(m_rSession.nodes()));
-        json[FRAMES_TAKEN] = m_Result.nFrames + m_Result.nLeftOut;
+        json[FRAMES_TAKEN] = m_result.nFrames + m_result.nLeftOut;
         return json.dump();
     } catch (const std::exception& rError) {
-        m_Result.strNoSettings = rError.what();
+        m_result.strNoSettings = rError.what();
         return "";
     }
 }
@@ -142,7 +142,7 @@ Recording CRecorder::record(uint64_t nFrames, const std::string& strFile) {
     Interrupt::check();
     const CNote filed(note());
     m_rSession.attempt(strFile, [&] { rShading.ReferenceEnd(strFile.c_str()); });
-    return m_Result;
+    return m_result;
 }
 
 }  // namespace
@@ -153,9 +153,9 @@ Recording recordReference(CSession& rSession, bool bLight, uint64_t nFrames, con
 }
 
 uint64_t framesTaken(const StandIn::ReferenceImage& rReference) {
-    const nlohmann::json Json = nlohmann::json::parse(rReference.strCamera, nullptr, false);
-    const bool bTold = Json.is_object() && Json.contains(FRAMES_TAKEN) && Json[FRAMES_TAKEN].is_number_unsigned();
-    return bTold ? std::max(rReference.nImages, Json[FRAMES_TAKEN].get<uint64_t>()) : rReference.nImages;
+    const nlohmann::json json = nlohmann::json::parse(rReference.strCamera, nullptr, false);
+    const bool bTold = json.is_object() && json.contains(FRAMES_TAKEN) && json[FRAMES_TAKEN].is_number_unsigned();
+    return bTold ? std::max(rReference.nImages, json[FRAMES_TAKEN].get<uint64_t>()) : rReference.nImages;
 }
 
 }  // namespace Toolkit

@@ -20,8 +20,8 @@ struct Recording {
     uint64_t nLeftOut = 0;         ///< frames that came incomplete
     std::string strLeftOut;        ///< why, of the first of them
     uint64_t nUnderruns = 0;       ///< frames that found no buffer free
-    double fSeconds = 0.0;         ///< that fetching took
-    double fSaturatedShare = 0.0;  ///< share of samples at full scale, 0 to 1
+    double dSeconds = 0.0;         ///< that fetching took
+    double dSaturatedShare = 0.0;  ///< share of samples at full scale, 0 to 1
     std::string strNoSettings;     ///< why the camera's settings are not in the file; empty: they are
 };
 

@@ -46,12 +46,12 @@ std::string underrunText(uint64_t nUnderruns) {
     return counted(nUnderruns, "frame") + " of the camera found no buffer free: this machine is too slow for its rate";
 }
 
-CSession::CSession(const std::string& strDevice, double fTimeoutS)
+CSession::CSession(const std::string& strDevice, double dTimeoutS)
     : CSession(
-          strDevice, [&] { return StandIn::openDevice(strDevice); }, fTimeoutS) {}
+          strDevice, [&] { return StandIn::openDevice(strDevice); }, dTimeoutS) {}
 
-CSession::CSession(const std::string& strName, const Opener& fnOpen, double fTimeoutS)
-    : m_strDevice(strName), m_fTimeoutS(fTimeoutS), m_fDeadlineS(fTimeoutS) {
+CSession::CSession(const std::string& strName, const Opener& fnOpen, double dTimeoutS)
+    : m_strDevice(strName), m_dTimeoutS(dTimeoutS), m_dDeadlineS(dTimeoutS) {
     m_pDevice = fnOpen();
     m_pStream = StandIn::firstDataStream(m_pDevice);
     try {
@@ -61,7 +61,7 @@ CSession::CSession(const std::string& strName, const Opener& fnOpen, double fTim
         for (std::size_t i = std::clamp(nFit, BUFFERS_LEAST, BUFFERS_MOST); i > 0; --i) {
             StandIn::BufferHandle hBuffer = nullptr;
             check(StandIn::allocAndAnnounceBuffer(m_pStream, nPayload, &hBuffer), "announcing a buffer");
-            m_ahBuffers.push_back(hBuffer);
+            m_vecAhBuffers.push_back(hBuffer);
         }
         m_pShading = std::make_unique<Ext::Sc::Shading>(m_pDevice);
         m_pCanceller = std::make_unique<CFetchCanceller>(m_pStream);
@@ -140,8 +140,8 @@ uint64_t CSession::frameCount() const {
 
 void CSession::start(uint64_t nFrames) {
     StandIn::clearLastError();
-    m_fDeadlineS = m_fTimeoutS + exposureS();
-    for (StandIn::BufferHandle hBuffer : m_ahBuffers) {
+    m_dDeadlineS = m_dTimeoutS + exposureS();
+    for (StandIn::BufferHandle hBuffer : m_vecAhBuffers) {
         check(StandIn::queueBuffer(m_pStream, hBuffer), "queueing a buffer");
     }
     check(StandIn::startAcquisition(m_pStream, nFrames), "starting the camera");
@@ -154,11 +154,11 @@ void CSession::stop() {
 
 template <typename T>
 T CSession::streamInfo(int iInfoCmd, const char* pStep) {
-    T Value{};
-    unsigned long long nSize = sizeof Value;
+    T value{};
+    unsigned long long nSize = sizeof value;
     int iType = 0;
-    check(StandIn::getStreamInfo(m_pStream, iInfoCmd, &iType, &Value, &nSize), pStep);
-    return Value;
+    check(StandIn::getStreamInfo(m_pStream, iInfoCmd, &iType, &value, &nSize), pStep);
+    return value;
 }
 
 bool CSession::frameWaits() {
@@ -176,13 +176,13 @@ double CSession::exposureS() const {
 }
 
 void CSession::failWaiting() {
-    throw std::runtime_error(m_strDevice + ": the camera delivers no frame for " + fixed(m_fDeadlineS, 1) +
+    throw std::runtime_error(m_strDevice + ": the camera delivers no frame for " + fixed(m_dDeadlineS, 1) +
                              " s; look at its cable and trigger, or give it more time with --timeout");
 }
 
 void CSession::waitForFrame() {
     const Clock::time_point tBegin = Clock::now();
-    std::chrono::microseconds Pause = POLL_SHORTEST;
+    std::chrono::microseconds pause = POLL_SHORTEST;
     for (;;) {
         // In this order: the last frame comes before the end of the acquisition does.
         const bool bMayCome = streamInfo<bool>(STREAM_INFO_IS_GRABBING, "asking whether the camera runs");
@@ -190,11 +190,11 @@ void CSession::waitForFrame() {
             return;
         }
         Interrupt::check();
-        if (secondsSince(tBegin) > m_fDeadlineS) {
+        if (secondsSince(tBegin) > m_dDeadlineS) {
             failWaiting();
         }
-        std::this_thread::sleep_for(Pause);
-        Pause = std::min(Pause * 2, POLL_LONGEST);
+        std::this_thread::sleep_for(pause);
+        pause = std::min(pause * 2, POLL_LONGEST);
     }
 }
 
@@ -202,15 +202,15 @@ StandIn::BufferHandle CSession::fetch() {
     const Clock::time_point tBegin = Clock::now();
     for (;;) {
         Interrupt::check();
-        const double fLeftMs = std::max(0.0, (m_fDeadlineS - secondsSince(tBegin)) * 1e3);
-        const auto iLeftMs = static_cast<unsigned long long>(fLeftMs) + 1;
+        const double dLeftMs = std::max(0.0, (m_dDeadlineS - secondsSince(tBegin)) * 1e3);
+        const auto iLeftMs = static_cast<unsigned long long>(dLeftMs) + 1;
         StandIn::BufferHandle hBuffer = nullptr;
         const Clock::time_point tCall = Clock::now();
         const int iResult = StandIn::getFilledBuffer(m_pStream, &hBuffer, iLeftMs);
-        m_fLastFetchMs = secondsSince(tCall) * 1e3;
+        m_dLastFetchMs = secondsSince(tCall) * 1e3;
         // A fetch that waits while correction is switched is cancelled and loses no frame; so is one that an interrupt
         // ends.
-        if (iResult == GC_ERR_TIMEOUT || (iResult == GC_ERR_ABORT && fLeftMs <= 0.0)) {
+        if (iResult == GC_ERR_TIMEOUT || (iResult == GC_ERR_ABORT && dLeftMs <= 0.0)) {
             Interrupt::check();
             failWaiting();
         }
@@ -227,14 +227,14 @@ void CSession::giveBack(StandIn::BufferHandle hBuffer) {
 
 template <typename T>
 T CSession::bufferInfo(StandIn::BufferHandle hBuffer, int iInfoCmd) const {
-    T Value{};
-    unsigned long long nSize = sizeof Value;
+    T value{};
+    unsigned long long nSize = sizeof value;
     int iType = 0;
-    if (StandIn::getBufferInfo(m_pStream, hBuffer, iInfoCmd, &iType, &Value, &nSize) != GC_ERR_SUCCESS) {
+    if (StandIn::getBufferInfo(m_pStream, hBuffer, iInfoCmd, &iType, &value, &nSize) != GC_ERR_SUCCESS) {
         throw std::runtime_error(m_strDevice + ": the camera does not tell property " + std::to_string(iInfoCmd) +
                                  " of a frame");
     }
-    return Value;
+    return value;
 }
 
 bool CSession::isComplete(StandIn::BufferHandle hBuffer) const {
@@ -272,15 +272,15 @@ std::string CSession::frameName(StandIn::BufferHandle hBuffer) const {
 }
 
 Frame CSession::copyFrame(StandIn::BufferHandle hBuffer) const {
-    const StandIn::ImageLayout sLayout = layoutOf(hBuffer);
-    Frame Result;
-    Result.strName = frameName(hBuffer);
-    Result.pFormat = sLayout.pFormat;
-    Result.nWidth = sLayout.nWidth;
-    Result.nHeight = sLayout.nHeight;
-    Result.aSamples.resize(sLayout.samples());
-    StandIn::unpackSamples(*sLayout.pFormat, imageOf(hBuffer), 0, Result.aSamples.size(), Result.aSamples.data());
-    return Result;
+    const StandIn::ImageLayout layout = layoutOf(hBuffer);
+    Frame result;
+    result.strName = frameName(hBuffer);
+    result.pFormat = layout.pFormat;
+    result.nWidth = layout.nWidth;
+    result.nHeight = layout.nHeight;
+    result.vecSamples.resize(layout.samples());
+    StandIn::unpackSamples(*layout.pFormat, imageOf(hBuffer), 0, result.vecSamples.size(), result.vecSamples.data());
+    return result;
 }
 
 void CSession::failIncomplete(StandIn::BufferHandle hBuffer) {
@@ -297,10 +297,10 @@ Frame CSession::fetchFrame(uint64_t iFrame) {
         waitForFrame();
         const StandIn::BufferHandle hBuffer = fetch();
         if (isComplete(hBuffer)) {
-            Frame Result = copyFrame(hBuffer);
-            Result.fFetchMs = m_fLastFetchMs;
+            Frame result = copyFrame(hBuffer);
+            result.dFetchMs = m_dLastFetchMs;
             stop();
-            return Result;
+            return result;
         }
         if (nMore == 0) {
             failIncomplete(hBuffer);

@@ -38,9 +38,9 @@ public:
 
     /// @param[in] strDevice  device identifier as the host takes it ("sim", "replay:DIR").
     /// @param[in] fTimeoutS  longest wait for a frame beyond its exposure time, seconds.
-    explicit CSession(const std::string& strDevice, double fTimeoutS = 10.0);
+    explicit CSession(const std::string& strDevice, double dTimeoutS = 10.0);
     /// @param[in] strName  names the device in messages.
-    CSession(const std::string& strName, const Opener& fnOpen, double fTimeoutS = 10.0);
+    CSession(const std::string& strName, const Opener& fnOpen, double dTimeoutS = 10.0);
     ~CSession();
     CSession(const CSession&) = delete;
     CSession& operator=(const CSession&) = delete;
@@ -83,7 +83,7 @@ public:
     /// The next frame, waited for. It is the caller's until given back.
     StandIn::BufferHandle fetch();
     /// Time that the host took for the last fetch(), ms.
-    double lastFetchMs() const { return m_fLastFetchMs; }
+    double lastFetchMs() const { return m_dLastFetchMs; }
     /// Hands the buffer to the camera to be filled again.
     void giveBack(StandIn::BufferHandle hBuffer);
 
@@ -117,12 +117,12 @@ private:
     T bufferInfo(StandIn::BufferHandle hBuffer, int iInfoCmd) const;
 
     std::string m_strDevice;
-    double m_fTimeoutS;
-    double m_fDeadlineS;  // since the last start
-    double m_fLastFetchMs = 0.0;
+    double m_dTimeoutS;
+    double m_dDeadlineS;  // since the last start
+    double m_dLastFetchMs = 0.0;
     Device* m_pDevice = nullptr;      // the host's, until the destructor closes it
     DataStream* m_pStream = nullptr;  // the device's
-    std::vector<StandIn::BufferHandle> m_ahBuffers;
+    std::vector<StandIn::BufferHandle> m_vecAhBuffers;
     std::unique_ptr<Ext::Sc::Shading> m_pShading;
     std::unique_ptr<CFetchCanceller> m_pCanceller;
 };

@@ -18,20 +18,20 @@ class CTimes {
 public:
     static constexpr std::size_t MAX = 1000000;
 
-    void add(double fMs) {
+    void add(double dMs) {
         if (m_vecMs.size() < MAX) {
-            m_vecMs.push_back(fMs);
+            m_vecMs.push_back(dMs);
         }
     }
     std::size_t count() const { return m_vecMs.size(); }
 
     /// The least time, ms, that at least fShare (above 0, up to 1) of all do not exceed; NaN when there are none.
-    double quantile(double fShare) const {
+    double quantile(double dShare) const {
         if (m_vecMs.empty()) {
             return std::numeric_limits<double>::quiet_NaN();
         }
         std::vector<double> vecMs = m_vecMs;
-        const auto nRank = static_cast<std::ptrdiff_t>(std::ceil(fShare * static_cast<double>(vecMs.size())));
+        const auto nRank = static_cast<std::ptrdiff_t>(std::ceil(dShare * static_cast<double>(vecMs.size())));
         const auto it = vecMs.begin() + std::max<std::ptrdiff_t>(nRank, 1) - 1;
         std::nth_element(vecMs.begin(), it, vecMs.end());
         return *it;

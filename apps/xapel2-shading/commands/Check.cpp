@@ -23,11 +23,11 @@ namespace {
 
 bool isPair(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight) {
     return rDark.eKind == StandIn::eReferenceDark && rLight.eKind == StandIn::eReferenceLight &&
-           rDark.sLayout.hasSamplesLike(rLight.sLayout);
+           rDark.layout.hasSamplesLike(rLight.layout);
 }
 
 void listDefects(std::ostream& rOut, const ReferenceFigures& rFigures) {
-    const std::vector<std::string> vecNames = colourClassNames(*rFigures.sLayout.pFormat);
+    const std::vector<std::string> vecNames = colourClassNames(*rFigures.layout.pFormat);
     for (const Defect& rDefect : rFigures.vecDefects) {
         rOut << "  " << name(rDefect.eKind) << " pixel at x " << rDefect.nX << ", y " << rDefect.nY;
         if (vecNames.size() > 1) {
@@ -39,7 +39,7 @@ void listDefects(std::ostream& rOut, const ReferenceFigures& rFigures) {
 
 void tell(COutput& rOutput, const char* pMember, const std::string& strFile, const ReferenceJudgement& rJudgement,
           bool bList) {
-    const ReferenceFigures& rFigures = rJudgement.Figures;
+    const ReferenceFigures& rFigures = rJudgement.figures;
     rOutput.text() << (rFigures.eKind == StandIn::eReferenceDark ? "Dark" : "Light") << " reference " << shown(strFile)
                    << ": " << verdict(rJudgement.vecFindings) << '\n'
                    << describe(rJudgement);
@@ -47,7 +47,7 @@ void tell(COutput& rOutput, const char* pMember, const std::string& strFile, con
     rOutput.json()[pMember]["file"] = strFile;
     if (bList) {
         listDefects(rOutput.text(), rFigures);
-        rOutput.json()[pMember]["defects"] = toJson(rFigures.vecDefects, *rFigures.sLayout.pFormat);
+        rOutput.json()[pMember]["defects"] = toJson(rFigures.vecDefects, *rFigures.layout.pFormat);
     }
     rOutput.text() << '\n';
 }
@@ -55,31 +55,31 @@ void tell(COutput& rOutput, const char* pMember, const std::string& strFile, con
 }  // namespace
 
 int runCheck(const CheckOptions& rOptions) {
-    COutput Output("check", rOptions.bJson);
-    const StandIn::ReferenceImage Dark = readReference(rOptions.strDark), Light = readReference(rOptions.strLight);
-    const bool bPair = isPair(Dark, Light);
-    const ReferenceJudgement DarkJudgement = judgeReference(Dark);
-    const ReferenceJudgement LightJudgement = judgeReference(Light, bPair ? &Dark : nullptr);
+    COutput output("check", rOptions.bJson);
+    const StandIn::ReferenceImage dark = readReference(rOptions.strDark), light = readReference(rOptions.strLight);
+    const bool bPair = isPair(dark, light);
+    const ReferenceJudgement darkJudgement = judgeReference(dark);
+    const ReferenceJudgement lightJudgement = judgeReference(light, bPair ? &dark : nullptr);
     const double dSelfTest =
-        bPair ? selfTest(rOptions.strDark, rOptions.strLight, Dark, Light) : std::numeric_limits<double>::quiet_NaN();
-    const PairJudgement Pair = judgePair(Dark, Light, dSelfTest);
+        bPair ? selfTest(rOptions.strDark, rOptions.strLight, dark, light) : std::numeric_limits<double>::quiet_NaN();
+    const PairJudgement pair = judgePair(dark, light, dSelfTest);
 
-    tell(Output, "dark", rOptions.strDark, DarkJudgement, rOptions.bList);
-    tell(Output, "light", rOptions.strLight, LightJudgement, rOptions.bList);
-    Output.text() << "Pair: " << verdict(Pair.vecFindings) << '\n' << describe(Pair);
-    Output.json()["pair"] = toJson(Pair);
+    tell(output, "dark", rOptions.strDark, darkJudgement, rOptions.bList);
+    tell(output, "light", rOptions.strLight, lightJudgement, rOptions.bList);
+    output.text() << "Pair: " << verdict(pair.vecFindings) << '\n' << describe(pair);
+    output.json()["pair"] = toJson(pair);
 
-    Findings vecAll = namedFindings(DarkJudgement);
-    const Findings vecLight = namedFindings(LightJudgement);
+    Findings vecAll = namedFindings(darkJudgement);
+    const Findings vecLight = namedFindings(lightJudgement);
     vecAll.insert(vecAll.end(), vecLight.begin(), vecLight.end());
-    vecAll.insert(vecAll.end(), Pair.vecFindings.begin(), Pair.vecFindings.end());
+    vecAll.insert(vecAll.end(), pair.vecFindings.begin(), pair.vecFindings.end());
     const bool bRefused = refused(vecAll, rOptions.bForce);
-    Output.text() << "\nVerdict: " << verdict(vecAll) << (refused(vecAll) && !bRefused ? ", overridden" : "") << '\n';
-    Output.json()["verdict"] = verdict(vecAll);
+    output.text() << "\nVerdict: " << verdict(vecAll) << (refused(vecAll) && !bRefused ? ", overridden" : "") << '\n';
+    output.json()["verdict"] = verdict(vecAll);
     if (bRefused) {
         warnAbout(vecAll, eRefusal);
     }
-    return Output.finish(bRefused ? eExitRefused : eExitDone);
+    return output.finish(bRefused ? eExitRefused : eExitDone);
 }
 
 }  // namespace App

@@ -20,30 +20,30 @@ namespace App {
 namespace {
 
 FrameOutput outputOf(const CorrectOptions& rOptions) {
-    FrameOutput Output{rOptions.strOut, rOptions.strFormat, false, rOptions.bOverwrite, {}};
-    Output.Sources.add(rOptions.Pair.strDark);
-    Output.Sources.add(rOptions.Pair.strLight);
+    FrameOutput output{rOptions.strOut, rOptions.strFormat, false, rOptions.bOverwrite, {}};
+    output.sources.add(rOptions.pair.strDark);
+    output.sources.add(rOptions.pair.strLight);
     for (const std::string& rFile : rOptions.vecFiles) {
-        Output.Sources.add(rFile);
+        output.sources.add(rFile);
     }
-    return Output;
+    return output;
 }
 
 const StandIn::PixelFormat& formatOf(const JudgedPair& rPair) {
-    return *(rPair.Light ? rPair.Light : rPair.Dark)->sLayout.pFormat;
+    return *(rPair.light ? rPair.light : rPair.dark)->layout.pFormat;
 }
 
 // Before the first file is written: all can be, or none is.
 void requireFree(const CorrectOptions& rOptions, const StandIn::PixelFormat& rFormat) {
-    const FrameOutput Output = outputOf(rOptions);
-    const CFrameWriter Writer(Output.strFolder, Output.strFormat, Output.bOverwrite, Output.Sources);
-    std::set<std::string> Names;
+    const FrameOutput output = outputOf(rOptions);
+    const CFrameWriter writer(output.strFolder, output.strFormat, output.bOverwrite, output.sources);
+    std::set<std::string> names;
     for (const std::string& rFile : rOptions.vecFiles) {
-        Frame Named;
-        Named.strName = std::filesystem::path(rFile).stem().string();
-        Named.pFormat = &rFormat;
-        Writer.requireFree(Named);
-        if (!Names.insert(Named.strName).second) {
+        Frame named;
+        named.strName = std::filesystem::path(rFile).stem().string();
+        named.pFormat = &rFormat;
+        writer.requireFree(named);
+        if (!names.insert(named.strName).second) {
             throw CUsageError(rFile + ": another file has this name but for folder and suffix; correct it by itself");
         }
     }
@@ -51,43 +51,43 @@ void requireFree(const CorrectOptions& rOptions, const StandIn::PixelFormat& rFo
 
 // A file has size and format, but what else the camera was set to it does not say.
 CameraSettings settingsOf(const CSession& rSession) {
-    CameraSettings Settings;
-    Settings.strPixelFormat = rSession.pixelFormat();
-    Settings.nWidth = rSession.width();
-    Settings.nHeight = rSession.height();
-    return Settings;
+    CameraSettings settings;
+    settings.strPixelFormat = rSession.pixelFormat();
+    settings.nWidth = rSession.width();
+    settings.nHeight = rSession.height();
+    return settings;
 }
 
 }  // namespace
 
 int runCorrect(const CorrectOptions& rOptions) {
-    if (rOptions.Pair.empty()) {
+    if (rOptions.pair.empty()) {
         throw CUsageError("correct takes a reference: give --dark, --light or both");
     }
-    COutput Output("correct", rOptions.bJson);
-    JudgedPair Pair = judge(rOptions.Pair);
-    const StandIn::PixelFormat& rFormat = formatOf(Pair);
+    COutput output("correct", rOptions.bJson);
+    JudgedPair pair = judge(rOptions.pair);
+    const StandIn::PixelFormat& rFormat = formatOf(pair);
     requireFree(rOptions, rFormat);
     // A file cannot say that its samples are those of a filter array, or have fewer bits than it has room for.
-    CSession Session("the files", [&] { return StandIn::openFiles(rOptions.vecFiles, rFormat.pName); });
-    Pair.compareWith(settingsOf(Session), true);
-    Output.json()["judgement"] = toJson(Pair);
-    if (!isUsable(Pair, rOptions.bForce)) {
-        return Output.finish(eExitRefused);
+    CSession session("the files", [&] { return StandIn::openFiles(rOptions.vecFiles, rFormat.pName); });
+    pair.compareWith(settingsOf(session), true);
+    output.json()["judgement"] = toJson(pair);
+    if (!isUsable(pair, rOptions.bForce)) {
+        return output.finish(eExitRefused);
     }
-    Session.selectScene("Scene");
-    applyPair(Session, rOptions.Pair);
-    CCorrectionRun Run(Session, outputOf(rOptions));
-    Run.run(rOptions.vecFiles.size());
-    Run.describe(Output);
-    if (Run.tally().nFrames < rOptions.vecFiles.size()) {
-        return Output.finish(eExitInterrupted);
+    session.selectScene("Scene");
+    applyPair(session, rOptions.pair);
+    CCorrectionRun run(session, outputOf(rOptions));
+    run.run(rOptions.vecFiles.size());
+    run.describe(output);
+    if (run.tally().nFrames < rOptions.vecFiles.size()) {
+        return output.finish(eExitInterrupted);
     }
-    if (Run.tally().untouched() != 0) {
-        complain(counted(Run.tally().untouched(), "file") + " could not be corrected; look at what is said above");
-        return Output.finish(eExitFailure);
+    if (run.tally().untouched() != 0) {
+        complain(counted(run.tally().untouched(), "file") + " could not be corrected; look at what is said above");
+        return output.finish(eExitFailure);
     }
-    return Output.finish(eExitDone);
+    return output.finish(eExitDone);
 }
 
 }  // namespace App

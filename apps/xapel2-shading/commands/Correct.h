@@ -14,7 +14,7 @@ namespace XAPEL2 {
 namespace App {
 
 struct CorrectOptions {
-    PairOptions Pair;
+    PairOptions pair;
     std::vector<std::string> vecFiles;  ///< image files (PGM, PPM, TIFF)
     std::string strOut;                 ///< folder to write to
     std::string strFormat = "pgm";      ///< pgm (ppm for colour) or tiff

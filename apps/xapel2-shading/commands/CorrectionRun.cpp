@@ -20,47 +20,47 @@ constexpr std::size_t SAID_MAX = 20;  // a camera in trouble must not flood the 
 }
 
 CCorrectionRun::CCorrectionRun(CSession& rSession, const FrameOutput& rFrames)
-    : m_rSession(rSession), m_Frames(rFrames), m_Stream(rSession, rFrames.bRaw) {
-    if (m_Frames.strFolder.empty()) {
+    : m_rSession(rSession), m_frames(rFrames), m_stream(rSession, rFrames.bRaw) {
+    if (m_frames.strFolder.empty()) {
         return;
     }
-    const std::filesystem::path Folder = m_Frames.strFolder;
-    m_Corrected.emplace(Folder, m_Frames.strFormat, m_Frames.bOverwrite, m_Frames.Sources);
-    if (m_Frames.bRaw) {
-        m_Raw.emplace(Folder / "raw", m_Frames.strFormat, m_Frames.bOverwrite, m_Frames.Sources);
+    const std::filesystem::path folder = m_frames.strFolder;
+    m_corrected.emplace(folder, m_frames.strFormat, m_frames.bOverwrite, m_frames.sources);
+    if (m_frames.bRaw) {
+        m_raw.emplace(folder / "raw", m_frames.strFormat, m_frames.bOverwrite, m_frames.sources);
     }
 }
 
 void CCorrectionRun::write(CCorrectedStream::Fetched& rFetched) {
-    if (!m_Corrected || !rFetched.strUntouched.empty()) {
+    if (!m_corrected || !rFetched.strUntouched.empty()) {
         return;
     }
-    Frame Corrected = m_rSession.copyFrame(rFetched.hBuffer);
+    Frame corrected = m_rSession.copyFrame(rFetched.hBuffer);
     // A camera need not name its frames, and its names need not be those of files.
-    Corrected.strName = std::filesystem::path(Corrected.strName).filename().string();
-    if (Corrected.strName.empty()) {
+    corrected.strName = std::filesystem::path(corrected.strName).filename().string();
+    if (corrected.strName.empty()) {
         const std::string strNumber = std::to_string(tally().nFrames - 1);
-        Corrected.strName = "frame_" + std::string(6 - std::min<std::size_t>(6, strNumber.size()), '0') + strNumber;
+        corrected.strName = "frame_" + std::string(6 - std::min<std::size_t>(6, strNumber.size()), '0') + strNumber;
     }
-    if (m_Raw) {
-        rFetched.Raw->strName = Corrected.strName;
-        m_Raw->requireFree(*rFetched.Raw);
+    if (m_raw) {
+        rFetched.raw->strName = corrected.strName;
+        m_raw->requireFree(*rFetched.raw);
     }
-    m_Corrected->write(Corrected);
-    if (m_Raw) {
-        m_Raw->write(*rFetched.Raw);
+    m_corrected->write(corrected);
+    if (m_raw) {
+        m_raw->write(*rFetched.raw);
     }
     ++m_nWritten;
 }
 
 void CCorrectionRun::tellTroubles(const CCorrectedStream::Fetched& rFetched) {
     const auto fnTell = [&](const std::string& strText) {
-        m_Progress.clear();
+        m_progress.clear();
         complain("warning: " + strText);
     };
     // What is wrong with a frame that the camera could not deliver differs from one to the next.
-    if (rFetched.strDetail != rFetched.strUntouched && m_Said.size() < SAID_MAX &&
-        m_Said.insert(rFetched.strDetail).second) {
+    if (rFetched.strDetail != rFetched.strUntouched && m_said.size() < SAID_MAX &&
+        m_said.insert(rFetched.strDetail).second) {
         fnTell(rFetched.strDetail);
     }
     if (rFetched.bNewReason) {
@@ -70,16 +70,16 @@ void CCorrectionRun::tellTroubles(const CCorrectedStream::Fetched& rFetched) {
 
 void CCorrectionRun::fetchFrames(uint64_t nFrames) {
     // The frames of a camera without scenes come but once: of those that are to be written none is used up.
-    m_Stream.start(0, m_rSession.hasScenes() || !m_Corrected);
+    m_stream.start(0, m_rSession.hasScenes() || !m_corrected);
     while (nFrames == 0 || tally().nFrames < nFrames) {
-        CCorrectedStream::Fetched Fetched = m_Stream.next();
-        tellTroubles(Fetched);
-        write(Fetched);
-        m_rSession.giveBack(Fetched.hBuffer);
-        m_Progress.show("correcting", tally().nFrames, nFrames,
+        CCorrectedStream::Fetched fetched = m_stream.next();
+        tellTroubles(fetched);
+        write(fetched);
+        m_rSession.giveBack(fetched.hBuffer);
+        m_progress.show("correcting", tally().nFrames, nFrames,
                         tally().untouched() == 0 ? "" : std::to_string(tally().untouched()) + " left untouched");
     }
-    m_Stream.stop();
+    m_stream.stop();
 }
 
 void CCorrectionRun::run(uint64_t nFrames) {
@@ -89,30 +89,30 @@ void CCorrectionRun::run(uint64_t nFrames) {
         // What there is by then is told.
     }
     m_nUnderruns = m_rSession.underruns();
-    m_Progress.clear();
+    m_progress.clear();
 }
 
 void CCorrectionRun::describeTime(COutput& rOutput) const {
-    const CTimes& rAdded = tally().Added;
+    const CTimes& rAdded = tally().added;
     if (rAdded.count() == 0) {
         if (tally().nCorrected != 0) {
             rOutput.text() << "What correction adds to a frame is told without -o, or with --raw\n";
         }
         return;
     }
-    const double fMedian = rAdded.median(), fP99 = rAdded.quantile(0.99);
-    rOutput.text() << "Correction adds " << fixed(fMedian, 3) << " ms to a frame (median), " << fixed(fP99, 3)
+    const double dMedian = rAdded.median(), dP99 = rAdded.quantile(0.99);
+    rOutput.text() << "Correction adds " << fixed(dMedian, 3) << " ms to a frame (median), " << fixed(dP99, 3)
                    << " ms (p99), of " << counted(rAdded.count(), "frame");
     if (tally().nUncorrected != 0) {
         rOutput.text() << ", beside " << tally().nUncorrected << " fetched uncorrected before them";
     }
     rOutput.text() << '\n';
     rOutput.json()["addedMs"] = {
-        {"median", fMedian},
-        {"p99", fP99},
+        {"median", dMedian},
+        {"p99", dP99},
         {"frames", rAdded.count()},
         {"uncorrectedFrames", tally().nUncorrected},
-        {"method", m_Frames.bRaw ? "correction alone" : "fetch of a waiting frame, corrected less uncorrected"}};
+        {"method", m_frames.bRaw ? "correction alone" : "fetch of a waiting frame, corrected less uncorrected"}};
 }
 
 void CCorrectionRun::describe(COutput& rOutput) const {
@@ -134,10 +134,10 @@ void CCorrectionRun::describe(COutput& rOutput) const {
     }
     rJson["underruns"] = m_nUnderruns;
     describeTime(rOutput);
-    if (m_Corrected) {
-        rText << counted(m_nWritten, "corrected frame") << " written to " << shown(m_Frames.strFolder) << '\n';
+    if (m_corrected) {
+        rText << counted(m_nWritten, "corrected frame") << " written to " << shown(m_frames.strFolder) << '\n';
         rJson["written"] = m_nWritten;
-        rJson["folder"] = m_Frames.strFolder;
+        rJson["folder"] = m_frames.strFolder;
     }
 }
 

@@ -24,7 +24,7 @@ struct FrameOutput {
     std::string strFormat;  ///< "pgm" or "tiff"
     bool bRaw = false;      ///< the uncorrected ones too, to FOLDER/raw
     bool bOverwrite = false;
-    CSourceFiles Sources;  ///< never written over
+    CSourceFiles sources;  ///< never written over
 };
 
 /// Corrects the frames of a session.
@@ -41,7 +41,7 @@ public:
     /// scenes are written, it is left out.
     void run(uint64_t nFrames);
 
-    const CorrectionTally& tally() const { return m_Stream.tally(); }
+    const CorrectionTally& tally() const { return m_stream.tally(); }
 
     /// Tells how many frames came, how fast, what became of them, and what correction added to their time.
     void describe(COutput& rOutput) const;
@@ -53,11 +53,11 @@ private:
     void describeTime(COutput& rOutput) const;
 
     CSession& m_rSession;
-    FrameOutput m_Frames;
-    CCorrectedStream m_Stream;
-    CProgress m_Progress;
-    std::optional<CFrameWriter> m_Corrected, m_Raw;
-    std::set<std::string> m_Said;  // traces of the camera
+    FrameOutput m_frames;
+    CCorrectedStream m_stream;
+    CProgress m_progress;
+    std::optional<CFrameWriter> m_corrected, m_raw;
+    std::set<std::string> m_said;  // traces of the camera
     uint64_t m_nWritten = 0;
     uint64_t m_nUnderruns = 0;
 };

@@ -48,7 +48,7 @@ private:
 // The module for real cameras comes in a package of its own.
 bool missesRealCameras() {
     try {
-        const COpened Nameless("aravis:");
+        const COpened nameless("aravis:");
     } catch (const Exceptions::Xapel_NotAvailableException&) {
         return true;
     } catch (const Exceptions::IException&) {
@@ -58,50 +58,50 @@ bool missesRealCameras() {
 }
 
 nlohmann::ordered_json describeDevice(const StandIn::DeviceInfo& rInfo) {
-    nlohmann::ordered_json Json;
-    Json["id"] = rInfo.strId;
-    Json["description"] = rInfo.strDescription;
+    nlohmann::ordered_json json;
+    json["id"] = rInfo.strId;
+    json["description"] = rInfo.strDescription;
     // One that somebody else has opened is there all the same.
     try {
-        const COpened Device(rInfo.strId);
-        Json["pixelFormat"] = Device.node("PixelFormat").GetString().get();
-        Json["width"] = Device.node("Width").GetInt();
-        Json["height"] = Device.node("Height").GetInt();
+        const COpened device(rInfo.strId);
+        json["pixelFormat"] = device.node("PixelFormat").GetString().get();
+        json["width"] = device.node("Width").GetInt();
+        json["height"] = device.node("Height").GetInt();
     } catch (const Exceptions::IException& rError) {
-        Json["error"] = rError.GetErrorDescription().get();
+        json["error"] = rError.GetErrorDescription().get();
     }
-    return Json;
+    return json;
 }
 
 }  // namespace
 
 int runDevices(const DevicesOptions& rOptions) {
-    COutput Output("devices", rOptions.bJson);
-    nlohmann::ordered_json& rDevices = Output.json()["devices"] = nlohmann::ordered_json::array();
+    COutput output("devices", rOptions.bJson);
+    nlohmann::ordered_json& rDevices = output.json()["devices"] = nlohmann::ordered_json::array();
     for (const StandIn::DeviceInfo& rInfo : StandIn::enumerateDevices()) {
         rDevices.push_back(describeDevice(rInfo));
         const nlohmann::ordered_json& rDevice = rDevices.back();
-        Output.text() << shown(rInfo.strId + "  " + rInfo.strDescription) << ", ";
+        output.text() << shown(rInfo.strId + "  " + rInfo.strDescription) << ", ";
         if (rDevice.contains("error")) {
-            Output.text() << "cannot be opened: " << rDevice["error"].get<std::string>() << '\n';
+            output.text() << "cannot be opened: " << rDevice["error"].get<std::string>() << '\n';
         } else {
-            Output.text() << rDevice["pixelFormat"].get<std::string>() << ", " << rDevice["width"] << " x "
+            output.text() << rDevice["pixelFormat"].get<std::string>() << ", " << rDevice["width"] << " x "
                           << rDevice["height"] << '\n';
         }
     }
-    Output.text() << "\nBesides, by its name, which a shell wants in quotes where it has ? or &:\n";
-    nlohmann::ordered_json& rForms = Output.json()["forms"] = nlohmann::ordered_json::array();
+    output.text() << "\nBesides, by its name, which a shell wants in quotes where it has ? or &:\n";
+    nlohmann::ordered_json& rForms = output.json()["forms"] = nlohmann::ordered_json::array();
     for (const Form& rForm : FORMS) {
-        Output.text() << rForm.pId << "  " << rForm.pWhat << '\n';
+        output.text() << rForm.pId << "  " << rForm.pWhat << '\n';
         rForms.push_back({{"id", rForm.pId}, {"description", rForm.pWhat}});
     }
     const bool bMissing = missesRealCameras();
-    Output.json()["realCameras"] = !bMissing;
+    output.json()["realCameras"] = !bMissing;
     if (bMissing) {
-        Output.text() << "\nReal cameras are not looked for. Install the package libxapel2-genicam-aravis0, or build "
+        output.text() << "\nReal cameras are not looked for. Install the package libxapel2-genicam-aravis0, or build "
                          "with libaravis-dev.\n";
     }
-    return Output.finish(eExitDone);
+    return output.finish(eExitDone);
 }
 
 }  // namespace App

@@ -18,17 +18,17 @@ namespace fs = std::filesystem;
 
 void requireWritable(const std::string& strFile, const CSourceFiles& rSources) {
     rSources.requireOther(strFile);
-    const fs::path Parent = fs::path(strFile).parent_path();
-    const fs::path Folder = Parent.empty() ? "." : Parent;
-    std::error_code Ignored;
-    if (fs::is_directory(strFile, Ignored)) {
+    const fs::path parent = fs::path(strFile).parent_path();
+    const fs::path folder = parent.empty() ? "." : parent;
+    std::error_code ignored;
+    if (fs::is_directory(strFile, ignored)) {
         throw std::runtime_error(strFile + " is a folder; give the name of a file in it");
     }
-    if (!fs::is_directory(Folder, Ignored)) {
-        throw std::runtime_error(Folder.string() + " is no folder; create it first");
+    if (!fs::is_directory(folder, ignored)) {
+        throw std::runtime_error(folder.string() + " is no folder; create it first");
     }
-    if (access(Folder.c_str(), W_OK | X_OK) != 0) {
-        throw std::runtime_error(Folder.string() + ": " + std::generic_category().message(errno) +
+    if (access(folder.c_str(), W_OK | X_OK) != 0) {
+        throw std::runtime_error(folder.string() + ": " + std::generic_category().message(errno) +
                                  "; choose another folder");
     }
 }

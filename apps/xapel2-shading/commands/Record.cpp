@@ -30,31 +30,31 @@ namespace fs = std::filesystem;
 /// Where a recording goes until it has been judged: a file that is there already must not make way for a useless one.
 class CPendingFile {
 public:
-    explicit CPendingFile(const std::string& strFile) : m_File(strFile), m_Pending(strFile) {
-        std::error_code Ignored;
-        if (fs::exists(m_File, Ignored)) {
-            m_Pending.replace_filename("." + m_File.filename().string() + "." + std::to_string(getpid()) + ".tmp");
+    explicit CPendingFile(const std::string& strFile) : m_file(strFile), m_pending(strFile) {
+        std::error_code ignored;
+        if (fs::exists(m_file, ignored)) {
+            m_pending.replace_filename("." + m_file.filename().string() + "." + std::to_string(getpid()) + ".tmp");
         }
     }
     ~CPendingFile() {
-        std::error_code Ignored;
+        std::error_code ignored;
         if (replaces()) {
-            fs::remove(m_Pending, Ignored);
+            fs::remove(m_pending, ignored);
         }
     }
     CPendingFile(const CPendingFile&) = delete;
     CPendingFile& operator=(const CPendingFile&) = delete;
 
-    std::string path() const { return m_Pending.string(); }
-    bool replaces() const { return m_Pending != m_File; }
+    std::string path() const { return m_pending.string(); }
+    bool replaces() const { return m_pending != m_file; }
     void accept() {
         if (replaces()) {
-            fs::rename(m_Pending, m_File);
+            fs::rename(m_pending, m_file);
         }
     }
 
 private:
-    fs::path m_File, m_Pending;
+    fs::path m_file, m_pending;
 };
 
 void warnAboutRecording(const Recording& rRecording, const RecordOptions& rOptions) {
@@ -78,17 +78,17 @@ void warnAboutRecording(const Recording& rRecording, const RecordOptions& rOptio
 
 void describe(COutput& rOutput, const RecordOptions& rOptions, const Recording& rRecording,
               const ReferenceJudgement& rJudgement) {
-    const double fRate =
-        rRecording.fSeconds > 0.0 ? static_cast<double>(rRecording.nFrames) / rRecording.fSeconds : 0.0;
+    const double dRate =
+        rRecording.dSeconds > 0.0 ? static_cast<double>(rRecording.nFrames) / rRecording.dSeconds : 0.0;
     rOutput.text() << shown(rOptions.strFile) << ": " << verdict(rJudgement.vecFindings) << ", recorded at "
-                   << fixed(fRate, 1) << " fps\n"
+                   << fixed(dRate, 1) << " fps\n"
                    << App::describe(rJudgement);
     nlohmann::ordered_json& rJson = rOutput.json();
     rJson["frames"] = rRecording.nFrames;
     rJson["leftOut"] = rRecording.nLeftOut;
     rJson["underruns"] = rRecording.nUnderruns;
-    rJson["rate"] = fRate;
-    rJson["saturatedShare"] = rRecording.fSaturatedShare;
+    rJson["rate"] = dRate;
+    rJson["saturatedShare"] = rRecording.dSaturatedShare;
     rJson["settingsFiled"] = rRecording.strNoSettings.empty();
     rJson["judgement"] = toJson(rJudgement);
 }
@@ -105,46 +105,46 @@ uint64_t framesToTake(CSession& rSession, const RecordOptions& rOptions) {
 }  // namespace
 
 int runRecord(const RecordOptions& rOptions) {
-    COutput Output("record", rOptions.bJson);
-    CSourceFiles Sources;
-    Sources.addDevice(rOptions.strDevice);
-    requireWritable(rOptions.strFile, Sources);
-    CSession Session(rOptions.strDevice, rOptions.fTimeoutS);
-    Output.json()["device"] = rOptions.strDevice;
-    Output.json()["kind"] = rOptions.bLight ? "light" : "dark";
-    Output.json()["file"] = rOptions.strFile;
-    if (!Session.hasScenes()) {
+    COutput output("record", rOptions.bJson);
+    CSourceFiles sources;
+    sources.addDevice(rOptions.strDevice);
+    requireWritable(rOptions.strFile, sources);
+    CSession session(rOptions.strDevice, rOptions.dTimeoutS);
+    output.json()["device"] = rOptions.strDevice;
+    output.json()["kind"] = rOptions.bLight ? "light" : "dark";
+    output.json()["file"] = rOptions.strFile;
+    if (!session.hasScenes()) {
         askForScene(rOptions.bLight);
     }
-    Output.text() << "Recording "
-                  << counted(framesToTake(Session, rOptions), rOptions.bLight ? "light frame" : "dark frame")
-                  << " from " << shown(rOptions.strDevice) << ", " << Session.pixelFormat() << ", " << Session.width()
-                  << " x " << Session.height() << std::endl;
-    CPendingFile File(rOptions.strFile);
-    Recording Result;
+    output.text() << "Recording "
+                  << counted(framesToTake(session, rOptions), rOptions.bLight ? "light frame" : "dark frame")
+                  << " from " << shown(rOptions.strDevice) << ", " << session.pixelFormat() << ", " << session.width()
+                  << " x " << session.height() << std::endl;
+    CPendingFile file(rOptions.strFile);
+    Recording result;
     try {
-        CProgress Progress;
-        Result = recordReference(Session, rOptions.bLight, rOptions.nFrames, File.path(), Progress);
+        CProgress progress;
+        result = recordReference(session, rOptions.bLight, rOptions.nFrames, file.path(), progress);
     } catch (const CInterruptedError&) {
         throw CInterruptedError("interrupted; " + rOptions.strFile + " is not written");
     }
-    warnAboutRecording(Result, rOptions);
-    const ReferenceJudgement Judgement = judgeReference(readReference(File.path()));
-    describe(Output, rOptions, Result, Judgement);
-    const bool bRefused = refused(Judgement.vecFindings, rOptions.bForce);
+    warnAboutRecording(result, rOptions);
+    const ReferenceJudgement judgement = judgeReference(readReference(file.path()));
+    describe(output, rOptions, result, judgement);
+    const bool bRefused = refused(judgement.vecFindings, rOptions.bForce);
     if (bRefused) {
-        for (const Finding& rFinding : Judgement.vecFindings) {
+        for (const Finding& rFinding : judgement.vecFindings) {
             if (rFinding.eLevel == eRefusal) {
                 complain(rOptions.strFile + " is refused: " + rFinding.strText + " " + rFinding.strAdvice);
             }
         }
-        if (File.replaces()) {
+        if (file.replaces()) {
             complain(rOptions.strFile + " stays as it was; --force replaces it");
         }
     } else {
-        File.accept();
+        file.accept();
     }
-    return Output.finish(bRefused ? eExitRefused : eExitDone);
+    return output.finish(bRefused ? eExitRefused : eExitDone);
 }
 
 }  // namespace App

@@ -15,7 +15,7 @@ struct RecordOptions {
     std::string strDevice;    ///< device identifier
     uint64_t nFrames = 16;    ///< frames to average
     std::string strFile;      ///< reference file to write
-    double fTimeoutS = 10.0;  ///< longest wait for a frame beyond its exposure, seconds
+    double dTimeoutS = 10.0;  ///< longest wait for a frame beyond its exposure, seconds
     bool bForce = false;
     bool bJson = false;
 };

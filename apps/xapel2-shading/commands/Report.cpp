@@ -36,19 +36,19 @@ constexpr uint64_t REFERENCE_FRAMES = 16;  // of references that are recorded fo
 class CScratchFolder {
 public:
     CScratchFolder() {
-        std::error_code Missing;
-        const fs::path Folder = fs::temp_directory_path(Missing);
-        m_strPath = (Folder / "xapel2-report-XXXXXX").string();
-        if (Missing || mkdtemp(m_strPath.data()) == nullptr) {
+        std::error_code missing;
+        const fs::path folder = fs::temp_directory_path(missing);
+        m_strPath = (folder / "xapel2-report-XXXXXX").string();
+        if (missing || mkdtemp(m_strPath.data()) == nullptr) {
             throw std::runtime_error("no folder for the references can be made in " +
-                                     (Missing ? "TMPDIR" : Folder.string()) + ": " +
-                                     (Missing ? Missing : std::error_code(errno, std::generic_category())).message() +
+                                     (missing ? "TMPDIR" : folder.string()) + ": " +
+                                     (missing ? missing : std::error_code(errno, std::generic_category())).message() +
                                      "; set TMPDIR to one that can be written");
         }
     }
     ~CScratchFolder() {
-        std::error_code Ignored;
-        fs::remove_all(m_strPath, Ignored);
+        std::error_code ignored;
+        fs::remove_all(m_strPath, ignored);
     }
     CScratchFolder(const CScratchFolder&) = delete;
     CScratchFolder& operator=(const CScratchFolder&) = delete;
@@ -61,9 +61,9 @@ private:
 class CReportRun {
 public:
     CReportRun(const ReportOptions& rOptions, COutput& rOutput)
-        : m_rOptions(rOptions), m_rOutput(rOutput), m_Files(rOptions.Pair) {
-        m_Input.strDevice = rOptions.strDevice;
-        m_Input.Files = rOptions.Pair;
+        : m_rOptions(rOptions), m_rOutput(rOutput), m_files(rOptions.pair) {
+        m_input.strDevice = rOptions.strDevice;
+        m_input.files = rOptions.pair;
     }
 
     int run() { return judgeAndMeasure() ? finish() : refuse(); }
@@ -78,10 +78,10 @@ private:
 
     const ReportOptions& m_rOptions;
     COutput& m_rOutput;
-    CProgress m_Progress;
-    std::optional<CScratchFolder> m_Scratch;
-    PairOptions m_Files;
-    ReportInput m_Input;
+    CProgress m_progress;
+    std::optional<CScratchFolder> m_scratch;
+    PairOptions m_files;
+    ReportInput m_input;
 };
 
 void CReportRun::recordOwnPair(CSession& rSession) {
@@ -90,58 +90,58 @@ void CReportRun::recordOwnPair(CSession& rSession) {
             "this camera cannot cover its lens by itself; record a dark and a light reference (xapel2-shading record), "
             "then name them with --dark and --light");
     }
-    m_Scratch.emplace();
-    m_Files = recordPair(rSession, REFERENCE_FRAMES, m_rOptions.nFrames, m_Scratch->path(), m_Progress);
+    m_scratch.emplace();
+    m_files = recordPair(rSession, REFERENCE_FRAMES, m_rOptions.nFrames, m_scratch->path(), m_progress);
 }
 
 // A report tells of what judgement refuses, too; it only takes references that can be applied at all. False where they
 // cannot.
 bool CReportRun::judgeAndMeasure() {
-    std::optional<CSession> Session;
+    std::optional<CSession> session;
     if (!m_rOptions.strDevice.empty()) {
-        Session.emplace(m_rOptions.strDevice, m_rOptions.fTimeoutS);
-        if (m_Files.empty()) {
-            recordOwnPair(*Session);
+        session.emplace(m_rOptions.strDevice, m_rOptions.dTimeoutS);
+        if (m_files.empty()) {
+            recordOwnPair(*session);
         }
     }
-    m_Input.Pair = judgeWithSelfTest(m_Files);
-    if (m_Scratch) {
+    m_input.pair = judgeWithSelfTest(m_files);
+    if (m_scratch) {
         const auto fnName = [](const std::optional<StandIn::ReferenceImage>& rReference, std::string& rFile) {
             rFile = rReference ? counted(rReference->nImages, "frame") + " recorded for this report" : "";
         };
-        fnName(m_Input.Pair.Dark, m_Input.Files.strDark);
-        fnName(m_Input.Pair.Light, m_Input.Files.strLight);
+        fnName(m_input.pair.dark, m_input.files.strDark);
+        fnName(m_input.pair.light, m_input.files.strLight);
     }
-    if (Session) {
-        m_Input.Camera = readCameraSettings(Session->nodes());
-        m_Input.Pair.compareWith(m_Input.Camera);
+    if (session) {
+        m_input.camera = readCameraSettings(session->nodes());
+        m_input.pair.compareWith(m_input.camera);
     }
-    if (refused(m_Input.Pair.findings(), true)) {
+    if (refused(m_input.pair.findings(), true)) {
         return false;
     }
-    if (Session) {
-        measure(*Session);
-        Session.reset();
+    if (session) {
+        measure(*session);
+        session.reset();
     }
-    if (!m_Input.Light.Before) {
+    if (!m_input.light.before) {
         showSelfTest();
     }
     return true;
 }
 
 int CReportRun::refuse() {
-    isUsable(m_Input.Pair, true);
-    m_rOutput.json()["references"] = toJson(m_Input.Pair);
+    isUsable(m_input.pair, true);
+    m_rOutput.json()["references"] = toJson(m_input.pair);
     return m_rOutput.finish(eExitRefused);
 }
 
 void CReportRun::measure(CSession& rSession) {
-    applyPair(rSession, m_Files);
+    applyPair(rSession, m_files);
     if (!rSession.hasScenes()) {
         askForScene(true);
     }
-    static_cast<MeasuredFrames&>(m_Input) = measureFrames(rSession, m_Input.Pair, m_rOptions.nFrames, 1, m_Progress);
-    if (!m_Input.Light.Before) {
+    static_cast<MeasuredFrames&>(m_input) = measureFrames(rSession, m_input.pair, m_rOptions.nFrames, 1, m_progress);
+    if (!m_input.light.before) {
         complain(
             "warning: there is no even frame that is not in the light reference; the report shows the reference "
             "itself, "
@@ -150,35 +150,35 @@ void CReportRun::measure(CSession& rSession) {
 }
 
 void CReportRun::showSelfTest() {
-    if (!m_Input.Pair.Light) {
+    if (!m_input.pair.light) {
         throw CUsageError("a report without a camera takes a light reference; name one with --light");
     }
-    m_Input.bSelfTest = true;
-    m_Input.Light = selfTestFrames(m_Files, *m_Input.Pair.Light);
+    m_input.bSelfTest = true;
+    m_input.light = selfTestFrames(m_files, *m_input.pair.light);
 }
 
 int CReportRun::finish() {
-    m_Progress.clear();
-    const Report Result = makeReport(m_Input);
-    writeReport(m_rOptions.strFile, Result);
-    const CFigures Figures(Result.Figures);
+    m_progress.clear();
+    const Report result = makeReport(m_input);
+    writeReport(m_rOptions.strFile, result);
+    const CFigures figures(result.figures);
     const auto fnChange = [&](const char* pName, const std::string& strKey, const std::string& strUnit) {
-        m_rOutput.text() << pName << ' ' << fixed(Figures.value("/summary/" + strKey + "Before"), 3) << ' ' << strUnit
-                         << " before, " << fixed(Figures.value("/summary/" + strKey + "After"), 3) << ' ' << strUnit
+        m_rOutput.text() << pName << ' ' << fixed(figures.value("/summary/" + strKey + "Before"), 3) << ' ' << strUnit
+                         << " before, " << fixed(figures.value("/summary/" + strKey + "After"), 3) << ' ' << strUnit
                          << " after correction\n";
     };
-    if (m_Input.bSelfTest) {
+    if (m_input.bSelfTest) {
         m_rOutput.text() << "Self-test: the pair on its own mean, no measurement\n";
     }
     fnChange("PRNU1288", "prnu", "%");
-    fnChange("DSNU1288", "dsnu", Figures.at("/before/dsnuUnit").get<std::string>());
-    m_rOutput.text() << "Verdict: " << Figures.at("/verdict").get<std::string>() << "\nWritten to "
+    fnChange("DSNU1288", "dsnu", figures.at("/before/dsnuUnit").get<std::string>());
+    m_rOutput.text() << "Verdict: " << figures.at("/verdict").get<std::string>() << "\nWritten to "
                      << shown(m_rOptions.strFile) << '\n';
     m_rOutput.json()["file"] = m_rOptions.strFile;
-    m_rOutput.json().update(Result.Figures);
+    m_rOutput.json().update(result.figures);
     // Of the frames that were measured; what concerns the references the pair says itself.
     bool bRefused = false;
-    for (const auto& rFinding : Result.Figures.at("findings")) {
+    for (const auto& rFinding : result.figures.at("findings")) {
         if (rFinding.at("id").get<std::string>().rfind("measured-", 0) == 0) {
             const bool bRefusal = rFinding.at("severity") == "refusal";
             bRefused = bRefused || bRefusal;
@@ -186,24 +186,24 @@ int CReportRun::finish() {
                      rFinding.at("advice").get<std::string>());
         }
     }
-    const bool bUsable = isUsable(m_Input.Pair, m_rOptions.bForce) && (!bRefused || m_rOptions.bForce);
+    const bool bUsable = isUsable(m_input.pair, m_rOptions.bForce) && (!bRefused || m_rOptions.bForce);
     return m_rOutput.finish(bUsable ? eExitDone : eExitRefused);
 }
 
 }  // namespace
 
 int runReport(const ReportOptions& rOptions) {
-    if (rOptions.strDevice.empty() && rOptions.Pair.empty()) {
+    if (rOptions.strDevice.empty() && rOptions.pair.empty()) {
         throw CUsageError(
             "name a camera with -d, references with --dark and --light, or both; xapel2-shading devices lists cameras");
     }
-    CSourceFiles Sources;
-    Sources.add(rOptions.Pair.strDark);
-    Sources.add(rOptions.Pair.strLight);
-    Sources.addDevice(rOptions.strDevice);
-    requireWritable(rOptions.strFile, Sources);
-    COutput Output("report", rOptions.bJson);
-    return CReportRun(rOptions, Output).run();
+    CSourceFiles sources;
+    sources.add(rOptions.pair.strDark);
+    sources.add(rOptions.pair.strLight);
+    sources.addDevice(rOptions.strDevice);
+    requireWritable(rOptions.strFile, sources);
+    COutput output("report", rOptions.bJson);
+    return CReportRun(rOptions, output).run();
 }
 
 }  // namespace App

@@ -15,10 +15,10 @@ namespace App {
 
 struct ReportOptions {
     std::string strDevice;  ///< device identifier; empty: no camera, the pair is shown on itself (self-test)
-    PairOptions Pair;
+    PairOptions pair;
     uint64_t nFrames = 16;                ///< frames of each kind for the figures after correction
     std::string strFile = "report.html";  ///< HTML file to write
-    double fTimeoutS = 10.0;              ///< longest wait for a frame beyond its exposure, seconds
+    double dTimeoutS = 10.0;              ///< longest wait for a frame beyond its exposure, seconds
     bool bForce = false;                  ///< a refusal only warns
     bool bJson = false;
 };

@@ -26,10 +26,10 @@ uint64_t selectFrames(CSession& rSession, const RunOptions& rOptions) {
     if (!rSession.hasScenes()) {
         return rOptions.nFrames;
     }
-    const SceneCounts Counts = countFrames(rSession);
+    const SceneCounts counts = countFrames(rSession);
     rSession.selectScene(rOptions.strScene.c_str());
     const std::string& rScene = rOptions.strScene;
-    if ((rScene == "Dark" ? Counts.nDark : rScene == "Light" ? Counts.nLight : Counts.nScene) == 0) {
+    if ((rScene == "Dark" ? counts.nDark : rScene == "Light" ? counts.nLight : counts.nScene) == 0) {
         throw CUsageError(rOptions.strDevice + " has no frames of " + rScene +
                           "; choose what it has with --scene Dark, Light or Scene");
     }
@@ -39,48 +39,48 @@ uint64_t selectFrames(CSession& rSession, const RunOptions& rOptions) {
 }
 
 FrameOutput outputOf(const RunOptions& rOptions) {
-    FrameOutput Output{rOptions.strOut, rOptions.strFormat, rOptions.bRaw, rOptions.bOverwrite, {}};
-    Output.Sources.add(rOptions.Pair.strDark);
-    Output.Sources.add(rOptions.Pair.strLight);
-    Output.Sources.addDevice(rOptions.strDevice);
-    return Output;
+    FrameOutput output{rOptions.strOut, rOptions.strFormat, rOptions.bRaw, rOptions.bOverwrite, {}};
+    output.sources.add(rOptions.pair.strDark);
+    output.sources.add(rOptions.pair.strLight);
+    output.sources.addDevice(rOptions.strDevice);
+    return output;
 }
 
 }  // namespace
 
 int runRun(const RunOptions& rOptions) {
-    if (rOptions.Pair.empty()) {
+    if (rOptions.pair.empty()) {
         throw CUsageError("run takes a reference: give --dark, --light or both");
     }
     if (rOptions.bRaw && rOptions.strOut.empty()) {
         throw CUsageError("--raw writes frames; name a folder for them with -o");
     }
-    COutput Output("run", rOptions.bJson);
-    JudgedPair Pair = judge(rOptions.Pair);
-    CSession Session(rOptions.strDevice, rOptions.fTimeoutS);
-    Pair.compareWith(readCameraSettings(Session.nodes()));
-    Output.json()["device"] = rOptions.strDevice;
-    Output.json()["judgement"] = toJson(Pair);
-    if (!isUsable(Pair, rOptions.bForce)) {
-        return Output.finish(eExitRefused);
+    COutput output("run", rOptions.bJson);
+    JudgedPair pair = judge(rOptions.pair);
+    CSession session(rOptions.strDevice, rOptions.dTimeoutS);
+    pair.compareWith(readCameraSettings(session.nodes()));
+    output.json()["device"] = rOptions.strDevice;
+    output.json()["judgement"] = toJson(pair);
+    if (!isUsable(pair, rOptions.bForce)) {
+        return output.finish(eExitRefused);
     }
-    const uint64_t nFrames = selectFrames(Session, rOptions);
-    Output.text() << "Correcting " << (nFrames == 0 ? "frames until Ctrl-C" : counted(nFrames, "frame")) << " from "
-                  << shown(rOptions.strDevice) << ", " << Session.pixelFormat() << ", " << Session.width() << " x "
-                  << Session.height() << std::endl;
-    applyPair(Session, rOptions.Pair);
-    CCorrectionRun Run(Session, outputOf(rOptions));
-    Run.run(nFrames);
-    Run.describe(Output);
+    const uint64_t nFrames = selectFrames(session, rOptions);
+    output.text() << "Correcting " << (nFrames == 0 ? "frames until Ctrl-C" : counted(nFrames, "frame")) << " from "
+                  << shown(rOptions.strDevice) << ", " << session.pixelFormat() << ", " << session.width() << " x "
+                  << session.height() << std::endl;
+    applyPair(session, rOptions.pair);
+    CCorrectionRun run(session, outputOf(rOptions));
+    run.run(nFrames);
+    run.describe(output);
     // Without a number of frames Ctrl-C is how a run ends.
-    if (Run.tally().nFrames < nFrames) {
-        return Output.finish(eExitInterrupted);
+    if (run.tally().nFrames < nFrames) {
+        return output.finish(eExitInterrupted);
     }
-    if (Run.tally().nFrames > 0 && Run.tally().nCorrected == 0) {
+    if (run.tally().nFrames > 0 && run.tally().nCorrected == 0) {
         complain("no frame could be corrected; look at what is said above");
-        return Output.finish(eExitFailure);
+        return output.finish(eExitFailure);
     }
-    return Output.finish(eExitDone);
+    return output.finish(eExitDone);
 }
 
 }  // namespace App

@@ -53,7 +53,7 @@ uint64_t setDefects(const SetOutputOptions& rOptions, StandIn::ReferenceImage& r
         StandIn::ReferenceImage dark;
         if (!rOptions.strDark.empty()) {
             dark = readReference(rOptions.strDark);
-            if (dark.eKind != StandIn::eReferenceDark || !dark.sLayout.hasSamplesLike(rLight.sLayout)) {
+            if (dark.eKind != StandIn::eReferenceDark || !dark.layout.hasSamplesLike(rLight.layout)) {
                 throw CUsageError(rOptions.strDark + " is no dark reference of the same format and size");
             }
         }
@@ -65,9 +65,9 @@ uint64_t setDefects(const SetOutputOptions& rOptions, StandIn::ReferenceImage& r
     if (nMarked == 0) {
         rLight.vecDefects.clear();
     }
-    if (nMarked > StandIn::ReferenceImage::defectsMax(rLight.sLayout)) {
+    if (nMarked > StandIn::ReferenceImage::defectsMax(rLight.layout)) {
         throw CUsageError(counted(nMarked, "defect") + " are more than a reference of this size can mark, " +
-                          std::to_string(StandIn::ReferenceImage::defectsMax(rLight.sLayout)));
+                          std::to_string(StandIn::ReferenceImage::defectsMax(rLight.layout)));
     }
     return nOutside;
 }
@@ -86,21 +86,21 @@ int runSetOutput(const SetOutputOptions& rOptions) {
     if (light.eKind != StandIn::eReferenceLight) {
         throw CUsageError(rOptions.strLight + " is a dark reference");
     }
-    const StandIn::ReferenceOutput before = light.sOutput;
+    const StandIn::ReferenceOutput before = light.output;
     const std::vector<uint8_t> vecBefore = light.vecDefects;
-    const double dFull = light.sLayout.pFormat->fullScale();
+    const double dFull = light.layout.pFormat->fullScale();
     if (!rOptions.strTarget.empty()) {
-        setTarget(rOptions.strTarget, dFull, light.sOutput);
+        setTarget(rOptions.strTarget, dFull, light.output);
     }
     if (rOptions.dPedestal >= 0.0) {
         if (rOptions.dPedestal > dFull / 2) {
             throw CUsageError("--pedestal is above half of full scale, " + fixed(dFull / 2, 1) + " DN");
         }
-        light.sOutput.dPedestal = rOptions.dPedestal;
+        light.output.dPedestal = rOptions.dPedestal;
     }
     const uint64_t nOutside = setDefects(rOptions, light);
-    const bool bChanged = before.eTarget != light.sOutput.eTarget || before.dTarget != light.sOutput.dTarget ||
-                          before.dPedestal != light.sOutput.dPedestal || vecBefore != light.vecDefects;
+    const bool bChanged = before.eTarget != light.output.eTarget || before.dTarget != light.output.dTarget ||
+                          before.dPedestal != light.output.dPedestal || vecBefore != light.vecDefects;
     if (bChanged) {
         try {
             StandIn::writeReferenceFile(rOptions.strLight, light);
@@ -111,8 +111,8 @@ int runSetOutput(const SetOutputOptions& rOptions) {
     if (!rOptions.strExport.empty()) {
         StandIn::saveFile(rOptions.strExport, defectListText(rOptions.strExport, light));
     }
-    tellChange(output, "target", targetText(before), targetText(light.sOutput));
-    tellChange(output, "pedestal", fixed(before.dPedestal, 2) + " DN", fixed(light.sOutput.dPedestal, 2) + " DN");
+    tellChange(output, "target", targetText(before), targetText(light.output));
+    tellChange(output, "pedestal", fixed(before.dPedestal, 2) + " DN", fixed(light.output.dPedestal, 2) + " DN");
     tellChange(output, "defects", std::to_string(countMarked(vecBefore)),
                std::to_string(countMarked(light.vecDefects)));
     if (nOutside != 0) {

@@ -35,63 +35,63 @@ constexpr uint64_t TEST_FRAMES = 4;        // of each scene, at most
 /// Measures, and keeps the first even frame, which the pictures and the unevenness are of.
 std::optional<FramePair> measure(const DemoOptions& rOptions, COutputFolder& rFolder, IProgress& rProgress,
                                  ReportInput& rInput) {
-    std::optional<FramePair> First;
-    CSession Session(rOptions.strCamera);
-    const SceneCounts Counts = countFrames(Session);
-    if (Counts.nLight < 2) {
-        throw std::runtime_error(rOptions.strCamera + " has " + counted(Counts.nLight, "frame") +
+    std::optional<FramePair> first;
+    CSession session(rOptions.strCamera);
+    const SceneCounts counts = countFrames(session);
+    if (counts.nLight < 2) {
+        throw std::runtime_error(rOptions.strCamera + " has " + counted(counts.nLight, "frame") +
                                  " light_*; a light reference and a frame to test it on take at least two");
     }
-    CSourceFiles Sources;
-    Sources.addDevice(rOptions.strCamera);
-    rFolder.prepare(Sources);
+    CSourceFiles sources;
+    sources.addDevice(rOptions.strCamera);
+    rFolder.prepare(sources);
     for (const char* pName : {"reference-dark.tif", "reference-light.tif"}) {
         rFolder.file(pName);
     }
     rInput.strDevice = rOptions.strCamera;
-    rInput.Files = recordPair(Session, REFERENCE_FRAMES, TEST_FRAMES, rFolder.path(), rProgress);
-    rInput.Pair = judgeWithSelfTest(rInput.Files);
-    applyPair(Session, rInput.Files);
-    rInput.Camera = readCameraSettings(Session.nodes());
-    rInput.Pair.compareWith(rInput.Camera);
+    rInput.files = recordPair(session, REFERENCE_FRAMES, TEST_FRAMES, rFolder.path(), rProgress);
+    rInput.pair = judgeWithSelfTest(rInput.files);
+    applyPair(session, rInput.files);
+    rInput.camera = readCameraSettings(session.nodes());
+    rInput.pair.compareWith(rInput.camera);
     static_cast<MeasuredFrames&>(rInput) = measureFrames(
-        Session, rInput.Pair, TEST_FRAMES, Counts.nScene == SceneCounts::ENDLESS ? TEST_FRAMES : Counts.nScene,
+        session, rInput.pair, TEST_FRAMES, counts.nScene == SceneCounts::ENDLESS ? TEST_FRAMES : counts.nScene,
         rProgress, [&](const FramePair& rPair) {
             rFolder.writePair(rPair);
-            if (!First) {
-                First = rPair;
+            if (!first) {
+                first = rPair;
             }
         });
     rProgress.clear();
-    return First;
+    return first;
 }
 
 /// The content of figures.json.
 ordered_json figuresOf(const ReportInput& rInput, const FramePair& rFirst, const ordered_json& rReport,
                        const std::vector<std::string>& rFrames) {
-    const Unevenness Before =
-        unevenness(rFirst.Raw, rInput.Pair.Dark ? rInput.Pair.Dark->vSamples : std::vector<float>());
-    const Unevenness After = unevenness(rFirst.Corrected, {});
+    const Unevenness before =
+        unevenness(rFirst.raw, rInput.pair.dark ? rInput.pair.dark->vecSamples : std::vector<float>());
+    const Unevenness after = unevenness(rFirst.corrected, {});
     return {{"source", rInput.strDevice},
             {"pixel_format", rReport.at("pixelFormat")},
             {"width", rReport.at("width")},
             {"height", rReport.at("height")},
-            {"dark_frames", rInput.Pair.Dark ? rInput.Pair.Dark->nImages : 0},
-            {"light_frames", rInput.Pair.Light->nImages},
+            {"dark_frames", rInput.pair.dark ? rInput.pair.dark->nImages : 0},
+            {"light_frames", rInput.pair.light->nImages},
             {"frames_corrected", rFrames.size()},
-            {"blocks_before_percent", Before.dBlocksPercent},
-            {"blocks_after_percent", After.dBlocksPercent},
-            {"pixels_before_percent", Before.dPixelsPercent},
-            {"pixels_after_percent", After.dPixelsPercent},
+            {"blocks_before_percent", before.dBlocksPercent},
+            {"blocks_after_percent", after.dBlocksPercent},
+            {"pixels_before_percent", before.dPixelsPercent},
+            {"pixels_after_percent", after.dPixelsPercent},
             {"fetch_median_ms", rReport.at("time").at("plainMedianMs")},
             {"fetch_corrected_median_ms", rReport.at("time").at("correctedMedianMs")},
             {"frames", rFrames}};
 }
 
 void writePictures(COutputFolder& rFolder, const char* pBefore, const char* pAfter, const FramePair& rPair) {
-    const PicturePair Pictures = picturePair(rPair.Raw, rPair.Corrected);
-    rFolder.write(pBefore, Pictures.strBefore);
-    rFolder.write(pAfter, Pictures.strAfter);
+    const PicturePair pictures = picturePair(rPair.raw, rPair.corrected);
+    rFolder.write(pBefore, pictures.strBefore);
+    rFolder.write(pAfter, pictures.strAfter);
 }
 
 void printTable(std::ostream& rOut, const ordered_json& rFigures, const fs::path& rFolder) {
@@ -143,24 +143,24 @@ void printTable(std::ostream& rOut, const ordered_json& rFigures, const fs::path
 }  // namespace
 
 int runDemo(const DemoOptions& rOptions) {
-    COutput Output("demo", rOptions.bJson);
-    CProgress Progress;
-    COutputFolder Folder(rOptions.strOut, rOptions.bOverwrite);
-    ReportInput Input;
-    const std::optional<FramePair> First = measure(rOptions, Folder, Progress, Input);
-    writePictures(Folder, "before.png", "after.png", *First);
-    if (Input.Scene.Shown) {
-        writePictures(Folder, "scene-before.png", "scene-after.png", *Input.Scene.Shown);
+    COutput output("demo", rOptions.bJson);
+    CProgress progress;
+    COutputFolder folder(rOptions.strOut, rOptions.bOverwrite);
+    ReportInput input;
+    const std::optional<FramePair> first = measure(rOptions, folder, progress, input);
+    writePictures(folder, "before.png", "after.png", *first);
+    if (input.scene.shown) {
+        writePictures(folder, "scene-before.png", "scene-after.png", *input.scene.shown);
     }
-    const Report Made = makeReport(Input);
-    writeReport(Folder.file("report.html").string(), Made);
-    const ordered_json Figures = tellable(figuresOf(Input, *First, Made.Figures, Folder.frames()));
-    Folder.finish(Figures);
-    printTable(Output.text(), Figures, Folder.path());
-    Output.json().update(Figures);
-    Output.json()["folder"] = Folder.path().string();
-    Output.json()["judgement"] = toJson(Input.Pair);
-    return Output.finish(isUsable(Input.Pair, false, false) ? eExitDone : eExitRefused);
+    const Report made = makeReport(input);
+    writeReport(folder.file("report.html").string(), made);
+    const ordered_json figures = tellable(figuresOf(input, *first, made.figures, folder.frames()));
+    folder.finish(figures);
+    printTable(output.text(), figures, folder.path());
+    output.json().update(figures);
+    output.json()["folder"] = folder.path().string();
+    output.json()["judgement"] = toJson(input.pair);
+    return output.finish(isUsable(input.pair, false, false) ? eExitDone : eExitRefused);
 }
 
 }  // namespace App

@@ -29,13 +29,13 @@ constexpr const char* OWN_FILES[] = {"before.png",  "after.png",          "scene
 // What an earlier demonstration in this folder has written; nothing where its figures do not tell of one.
 std::vector<fs::path> earlierFiles(const fs::path& rFolder) {
     std::vector<fs::path> vecFiles;
-    std::ifstream In(rFolder / FIGURES);
-    const json Figures = json::parse(In, nullptr, false);
-    if (!Figures.is_object() || !Figures.contains("frames_corrected") || !Figures.contains("frames") ||
-        !Figures["frames"].is_array()) {
+    std::ifstream in(rFolder / FIGURES);
+    const json figures = json::parse(in, nullptr, false);
+    if (!figures.is_object() || !figures.contains("frames_corrected") || !figures.contains("frames") ||
+        !figures["frames"].is_array()) {
         return vecFiles;
     }
-    for (const json& rName : Figures["frames"]) {
+    for (const json& rName : figures["frames"]) {
         // A plain file name only: an edited list must not lead out of the folder.
         if (rName.is_string() && fs::path(rName.get<std::string>()).filename() == rName.get<std::string>()) {
             vecFiles.push_back(rFolder / RAW / rName.get<std::string>());
@@ -51,52 +51,52 @@ std::vector<fs::path> earlierFiles(const fs::path& rFolder) {
 }  // namespace
 
 COutputFolder::~COutputFolder() {
-    std::error_code Ignored;
-    for (const fs::path& rFile : m_Made) {
-        fs::remove(rFile, Ignored);
+    std::error_code ignored;
+    for (const fs::path& rFile : m_made) {
+        fs::remove(rFile, ignored);
     }
 }
 
 void COutputFolder::requireFree(const fs::path& rFile) const {
-    std::error_code Ignored;
-    if (!m_bOverwrite && fs::exists(fs::symlink_status(rFile, Ignored))) {
+    std::error_code ignored;
+    if (!m_bOverwrite && fs::exists(fs::symlink_status(rFile, ignored))) {
         throw CFileExistsError(rFile.string() + " exists and is not known to be of an earlier demo");
     }
 }
 
 void COutputFolder::prepare(const CSourceFiles& rSources) {
-    const std::vector<fs::path> vecEarlier = earlierFiles(m_Folder);
+    const std::vector<fs::path> vecEarlier = earlierFiles(m_folder);
     for (const fs::path& rFile : vecEarlier) {
         rSources.requireOther(rFile);
     }
     for (const char* pName : OWN_FILES) {
-        rSources.requireOther(m_Folder / pName);
+        rSources.requireOther(m_folder / pName);
         if (vecEarlier.empty()) {
-            requireFree(m_Folder / pName);
+            requireFree(m_folder / pName);
         }
     }
     try {
-        fs::create_directories(m_Folder / RAW);
-        fs::create_directories(m_Folder / CORRECTED);
+        fs::create_directories(m_folder / RAW);
+        fs::create_directories(m_folder / CORRECTED);
         for (const fs::path& rFile : vecEarlier) {
             fs::remove(rFile);
         }
     } catch (const fs::filesystem_error& rError) {
-        throw std::runtime_error("output folder " + m_Folder.string() + " cannot be used: " + rError.code().message());
+        throw std::runtime_error("output folder " + m_folder.string() + " cannot be used: " + rError.code().message());
     }
 }
 
 fs::path COutputFolder::claim(const fs::path& rName) {
-    fs::path File = m_Folder / rName;
-    if (m_Made.count(File) != 0) {
-        throw CUsageError(File.string() + " would be written twice; two sources have this name");
+    fs::path file = m_folder / rName;
+    if (m_made.count(file) != 0) {
+        throw CUsageError(file.string() + " would be written twice; two sources have this name");
     }
-    requireFree(File);
-    std::error_code Ignored;
-    if (!fs::exists(fs::symlink_status(File, Ignored))) {
-        m_Made.insert(File);
+    requireFree(file);
+    std::error_code ignored;
+    if (!fs::exists(fs::symlink_status(file, ignored))) {
+        m_made.insert(file);
     }
-    return File;
+    return file;
 }
 
 void COutputFolder::write(const char* pName, const std::string& strBytes) {
@@ -104,16 +104,16 @@ void COutputFolder::write(const char* pName, const std::string& strBytes) {
 }
 
 void COutputFolder::writePair(const FramePair& rPair) {
-    claim(frameFile(RAW, rPair.Raw));
-    const fs::path Corrected = claim(frameFile(CORRECTED, rPair.Corrected));
-    writeFrame(m_Folder / RAW, rPair.Raw);
-    writeFrame(m_Folder / CORRECTED, rPair.Corrected);
-    m_vecFrames.push_back(Corrected.filename().string());
+    claim(frameFile(RAW, rPair.raw));
+    const fs::path corrected = claim(frameFile(CORRECTED, rPair.corrected));
+    writeFrame(m_folder / RAW, rPair.raw);
+    writeFrame(m_folder / CORRECTED, rPair.corrected);
+    m_vecFrames.push_back(corrected.filename().string());
 }
 
 void COutputFolder::finish(const nlohmann::ordered_json& rFigures) {
     write(FIGURES, rFigures.dump(2) + '\n');
-    m_Made.clear();
+    m_made.clear();
 }
 
 }  // namespace App

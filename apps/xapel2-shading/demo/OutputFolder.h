@@ -26,7 +26,7 @@ class COutputFolder {
 public:
     /// Touches nothing yet. @param[in] bOverwrite  replace whatever has the name of a file to write.
     COutputFolder(const std::filesystem::path& rFolder, bool bOverwrite)
-        : m_Folder(rFolder), m_bOverwrite(bOverwrite) {}
+        : m_folder(rFolder), m_bOverwrite(bOverwrite) {}
     /// Takes out what was written, unless finish() was called.
     ~COutputFolder();
     COutputFolder(const COutputFolder&) = delete;
@@ -39,7 +39,7 @@ public:
     /// changed.
     void prepare(const CSourceFiles& rSources);
 
-    const std::filesystem::path& path() const { return m_Folder; }
+    const std::filesystem::path& path() const { return m_folder; }
 
     /// The path of a file of the demonstration's own, which is going to be written.
     std::filesystem::path file(const char* pName) { return claim(pName); }
@@ -58,9 +58,9 @@ private:
     std::filesystem::path claim(const std::filesystem::path& rName);
     void requireFree(const std::filesystem::path& rFile) const;
 
-    std::filesystem::path m_Folder;
+    std::filesystem::path m_folder;
     bool m_bOverwrite;
-    std::set<std::filesystem::path> m_Made;  // files that were not there before
+    std::set<std::filesystem::path> m_made;  // files that were not there before
     std::vector<std::string> m_vecFrames;
 };
 

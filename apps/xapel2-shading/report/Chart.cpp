@@ -35,14 +35,14 @@ class CChart {
 public:
     explicit CChart(const Chart& rChart) : m_rChart(rChart) {
         for (const ChartLine& rLine : rChart.vecLines) {
-            std::for_each(rLine.vX.begin(), rLine.vX.end(), [&](double d) { m_X.add(d); });
-            std::for_each(rLine.vY.begin(), rLine.vY.end(), [&](double d) { m_Y.add(level(d)); });
+            std::for_each(rLine.vecX.begin(), rLine.vecX.end(), [&](double d) { m_x.add(d); });
+            std::for_each(rLine.vecY.begin(), rLine.vecY.end(), [&](double d) { m_y.add(level(d)); });
         }
         if (rChart.bCounts) {
-            m_Y = {0.0, std::max(1.0, std::ceil(m_Y.dHigh))};
+            m_y = {0.0, std::max(1.0, std::ceil(m_y.dHigh))};
         } else {
-            const double dMargin = std::max(0.05 * (m_Y.dHigh - m_Y.dLow), 1e-3);
-            m_Y = {m_Y.dLow - dMargin, m_Y.dHigh + dMargin};
+            const double dMargin = std::max(0.05 * (m_y.dHigh - m_y.dLow), 1e-3);
+            m_y = {m_y.dLow - dMargin, m_y.dHigh + dMargin};
         }
     }
 
@@ -64,21 +64,21 @@ private:
     double level(double dValue) const {
         return m_rChart.bCounts ? (dValue > 0.0 ? std::log10(dValue) + 0.3 : 0.0) : dValue;
     }
-    double x(double dValue) const { return LEFT + (RIGHT - LEFT) * m_X.share(dValue); }
-    double y(double dValue) const { return BOTTOM - (BOTTOM - TOP) * m_Y.share(level(dValue)); }
+    double x(double dValue) const { return LEFT + (RIGHT - LEFT) * m_x.share(dValue); }
+    double y(double dValue) const { return BOTTOM - (BOTTOM - TOP) * m_y.share(level(dValue)); }
 
     std::string polyline(const ChartLine& rLine) const {
         std::string strPath;
-        for (std::size_t i = 0; i < rLine.vX.size(); ++i) {
-            strPath += (i == 0 ? 'M' : 'L') + at(x(rLine.vX[i])) + ' ' + at(y(rLine.vY[i]));
+        for (std::size_t i = 0; i < rLine.vecX.size(); ++i) {
+            strPath += (i == 0 ? 'M' : 'L') + at(x(rLine.vecX[i])) + ' ' + at(y(rLine.vecY[i]));
         }
         return strPath;
     }
 
     std::string steps(const ChartLine& rLine) const {
-        std::string strPath = 'M' + at(x(rLine.vX[0])) + ' ' + at(BOTTOM);
-        for (std::size_t i = 0; i + 1 < rLine.vX.size(); ++i) {
-            strPath += 'V' + at(y(rLine.vY[i])) + 'H' + at(x(rLine.vX[i + 1]));
+        std::string strPath = 'M' + at(x(rLine.vecX[0])) + ' ' + at(BOTTOM);
+        for (std::size_t i = 0; i + 1 < rLine.vecX.size(); ++i) {
+            strPath += 'V' + at(y(rLine.vecY[i])) + 'H' + at(x(rLine.vecX[i + 1]));
         }
         return strPath + 'V' + at(BOTTOM);
     }
@@ -97,7 +97,7 @@ private:
 
     std::string xAxis() const {
         std::string strAxis;
-        const std::vector<double> vecTicks = niceTicks(m_X.dLow, m_X.dHigh, X_TICKS);
+        const std::vector<double> vecTicks = niceTicks(m_x.dLow, m_x.dHigh, X_TICKS);
         for (const double dTick : vecTicks) {
             strAxis += "<path class=\"axis\" d=\"M" + at(x(dTick)) + ' ' + at(BOTTOM) + "v5\"/>" +
                        text(x(dTick), BOTTOM + 20.0, "middle", rounded(dTick, tickDigits(vecTicks)));
@@ -108,10 +108,10 @@ private:
 
     std::string yAxis() const {
         std::string strAxis;
-        std::vector<double> vecTicks = niceTicks(m_Y.dLow, m_Y.dHigh, Y_TICKS);
+        std::vector<double> vecTicks = niceTicks(m_y.dLow, m_y.dHigh, Y_TICKS);
         if (m_rChart.bCounts) {
             vecTicks.clear();
-            for (double dCount = 1.0; level(dCount) <= m_Y.dHigh; dCount *= 10.0) {
+            for (double dCount = 1.0; level(dCount) <= m_y.dHigh; dCount *= 10.0) {
                 vecTicks.push_back(dCount);
             }
         }
@@ -126,7 +126,7 @@ private:
     }
 
     const Chart& m_rChart;
-    Range m_X, m_Y;
+    Range m_x, m_y;
 };
 
 }  // namespace

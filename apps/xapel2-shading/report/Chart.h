@@ -12,9 +12,9 @@ namespace App {
 
 /// One line of a chart. The page's style sheet gives each class its colour and dashes.
 struct ChartLine {
-    std::string strName;         ///< for the legend
-    std::string strClass;        ///< "before" or "after"
-    std::vector<double> vX, vY;  ///< of one length, vX rising
+    std::string strName;             ///< for the legend
+    std::string strClass;            ///< "before" or "after"
+    std::vector<double> vecX, vecY;  ///< of one length, vX rising
 };
 
 struct Chart {

@@ -72,11 +72,11 @@ std::string base64(const std::string& strBytes) {
 }
 
 const ordered_json& CFigures::at(const std::string& strPath) const {
-    return m_Json.at(ordered_json::json_pointer(strPath));
+    return m_json.at(ordered_json::json_pointer(strPath));
 }
 
 bool CFigures::has(const std::string& strPath) const {
-    return m_Json.contains(ordered_json::json_pointer(strPath)) && !at(strPath).is_null();
+    return m_json.contains(ordered_json::json_pointer(strPath)) && !at(strPath).is_null();
 }
 
 double CFigures::value(const std::string& strPath) const {

@@ -25,7 +25,7 @@ std::string base64(const std::string& strBytes);
 class CFigures {
 public:
     /// @param[in] rJson  borrowed.
-    explicit CFigures(const nlohmann::ordered_json& rJson) : m_Json(rJson) {}
+    explicit CFigures(const nlohmann::ordered_json& rJson) : m_json(rJson) {}
 
     const nlohmann::ordered_json& at(const std::string& strPath) const;
     bool has(const std::string& strPath) const;
@@ -39,7 +39,7 @@ public:
     std::string text(const std::string& strPath) const;
 
 private:
-    const nlohmann::ordered_json& m_Json;
+    const nlohmann::ordered_json& m_json;
 };
 
 }  // namespace App

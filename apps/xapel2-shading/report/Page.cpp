@@ -35,7 +35,7 @@ std::string scaleText(const CFigures& rFigures, const std::string& strPath) {
 class CPage {
 public:
     CPage(const ordered_json& rFigures, const ReportPictures& rPictures)
-        : m_Figures(rFigures), m_rPictures(rPictures), m_bSelfTest(m_Figures.at("/selfTest").get<bool>()) {}
+        : m_figures(rFigures), m_rPictures(rPictures), m_bSelfTest(m_figures.at("/selfTest").get<bool>()) {}
 
     std::string html() const {
         return "<!DOCTYPE html>\n<html lang=\"en\"><head><meta charset=\"utf-8\">"
@@ -52,17 +52,17 @@ public:
     }
 
 private:
-    std::string title() const { return m_bSelfTest ? "self-test of a pair of references" : m_Figures.text("/device"); }
+    std::string title() const { return m_bSelfTest ? "self-test of a pair of references" : m_figures.text("/device"); }
 
     std::string head() const {
         return "<header><h1>Shading correction" + std::string(m_bSelfTest ? ": self-test" : "") +
-               "</h1><p class=\"muted wrap\">" + (m_bSelfTest ? "" : m_Figures.text("/device") + " &middot; ") +
-               m_Figures.text("/pixelFormat") + " &middot; " + m_Figures.number("/width", 0) + " &times; " +
-               m_Figures.number("/height", 0) + " pixels &middot; " + m_Figures.text("/made") + "</p></header>\n";
+               "</h1><p class=\"muted wrap\">" + (m_bSelfTest ? "" : m_figures.text("/device") + " &middot; ") +
+               m_figures.text("/pixelFormat") + " &middot; " + m_figures.number("/width", 0) + " &times; " +
+               m_figures.number("/height", 0) + " pixels &middot; " + m_figures.text("/made") + "</p></header>\n";
     }
 
     std::string verdict() const {
-        const std::string strVerdict = m_Figures.at("/verdict").get<std::string>();
+        const std::string strVerdict = m_figures.at("/verdict").get<std::string>();
         const bool bGood = strVerdict == "good", bRefused = strVerdict == "refused";
         return "<section class=\"verdict " + strVerdict + "\"><span class=\"sign\" aria-hidden=\"true\">" +
                (bGood      ? "&#10003;"
@@ -72,12 +72,12 @@ private:
                (bGood      ? "The references are good"
                 : bRefused ? "The references are refused"
                            : "The references work, with warnings") +
-               "</strong><p>" + m_Figures.text("/verdictText") + "</p></section>\n" + findings();
+               "</strong><p>" + m_figures.text("/verdictText") + "</p></section>\n" + findings();
     }
 
     std::string findings() const {
         std::string strHtml;
-        for (const ordered_json& rFinding : m_Figures.at("/findings")) {
+        for (const ordered_json& rFinding : m_figures.at("/findings")) {
             const auto strSeverity = escaped(rFinding.at("severity").get<std::string>());
             strHtml.append("<li><span class=\"tag ").append(strSeverity).append("\">").append(strSeverity);
             strHtml.append("</span>").append(escaped(rFinding.at("text").get<std::string>()));
@@ -89,7 +89,7 @@ private:
 
     std::string change(const std::string& strHead, const std::string& strKey, int nDigits, const std::string& strUnit,
                        const std::string& strText) const {
-        const auto fnNumber = [&](const std::string& strPath) { return m_Figures.number(strPath, nDigits); };
+        const auto fnNumber = [&](const std::string& strPath) { return m_figures.number(strPath, nDigits); };
         return "<div class=\"card figure\"><h3>" + strHead + "</h3><b><span class=\"from\">" +
                fnNumber("/summary/" + strKey + "Before") + "</span> <small>&rarr;</small> <span class=\"to\">" +
                fnNumber("/summary/" + strKey + "After") + "</span> <small>" + strUnit + "</small></b><p>" + strText +
@@ -98,22 +98,22 @@ private:
 
     std::string one(const std::string& strHead, const std::string& strPath, int nDigits, const std::string& strUnit,
                     const std::string& strText) const {
-        return "<div class=\"card figure\"><h3>" + strHead + "</h3><b>" + m_Figures.number(strPath, nDigits) +
+        return "<div class=\"card figure\"><h3>" + strHead + "</h3><b>" + m_figures.number(strPath, nDigits) +
                " <small>" + strUnit + "</small></b><p>" + strText + "</p></div>";
     }
 
     std::string summary() const {
         std::string strHtml = "<h2>At a glance</h2><div class=\"cards\">";
-        const bool bColour = m_Figures.at("/before/classes").size() > 1;
+        const bool bColour = m_figures.at("/before/classes").size() > 1;
         const std::string strOf = bColour ? ", of the worst colour" : "";
-        const std::string strUnit = m_Figures.text("/before/dsnuUnit") == "DN" ? "DN" : "e<sup>&minus;</sup>";
+        const std::string strUnit = m_figures.text("/before/dsnuUnit") == "DN" ? "DN" : "e<sup>&minus;</sup>";
         strHtml += change("PRNU<sub>1288</sub>", "prnu", 3, "%", "unevenness under light" + strOf);
         strHtml += change("DSNU<sub>1288</sub>", "dsnu", 3, strUnit, "unevenness in the dark" + strOf);
-        if (m_Figures.has("/references/pair")) {
+        if (m_figures.has("/references/pair")) {
             strHtml += one("Predicted residual", "/references/pair/predictedResidualPercent", 3, "%",
                            "what the noise of the light reference leaves, 1/&radic;(frames &middot; electrons)");
         }
-        if (m_Figures.has("/time")) {
+        if (m_figures.has("/time")) {
             strHtml += one("Added time", "/time/addedMedianMs", 3, "ms", "by correction, for each frame, median");
         }
         return strHtml + "</div>\n";
@@ -121,18 +121,18 @@ private:
 
     std::string compare(const char* pHead, const std::string& strPath, const std::string& strBefore,
                         const std::string& strAfter) const {
-        const std::string strName = m_Figures.text(strPath + "/frame");
+        const std::string strName = m_figures.text(strPath + "/frame");
         return "<figure class=\"compare card\"><h3>" + std::string(pHead) +
                "</h3><div class=\"stage\"><div class=\"after\">" +
-               image(strAfter, strName + " after correction", m_Figures, strPath) + "<span>after</span></div>" +
-               "<div class=\"before\">" + image(strBefore, strName + " before correction", m_Figures, strPath) +
+               image(strAfter, strName + " after correction", m_figures, strPath) + "<span>after</span></div>" +
+               "<div class=\"before\">" + image(strBefore, strName + " before correction", m_figures, strPath) +
                "<span>before</span></div></div>"
                "<input type=\"range\" min=\"0\" max=\"100\" step=\"any\" hidden aria-label=\"Divider between before "
                "and "
                "after: " +
                std::string(pHead) + "\"><figcaption>" + strName + ". Black is " +
-               m_Figures.number(strPath + "/black", 0) + " DN and white " + m_Figures.number(strPath + "/white", 0) +
-               " DN in both. " + scaleText(m_Figures, strPath) + "</figcaption></figure>";
+               m_figures.number(strPath + "/black", 0) + " DN and white " + m_figures.number(strPath + "/white", 0) +
+               " DN in both. " + scaleText(m_figures, strPath) + "</figcaption></figure>";
     }
 
     std::string pictures() const {
@@ -146,14 +146,14 @@ private:
     }
 
     ChartLine line(const char* pWhen, const std::string& strPath) const {
-        ChartLine Line{std::string(pWhen) + " correction", pWhen, {}, m_Figures.at(strPath + '/' + pWhen)};
-        const double dFirst = m_Figures.value(strPath + "/first"), dStep = m_Figures.value(strPath + "/step");
+        ChartLine line{std::string(pWhen) + " correction", pWhen, {}, m_figures.at(strPath + '/' + pWhen)};
+        const double dFirst = m_figures.value(strPath + "/first"), dStep = m_figures.value(strPath + "/step");
         // The steps of a histogram end where the next would begin.
-        const std::size_t nPlaces = Line.vY.size() + (m_Figures.has(strPath + "/samples") ? 1 : 0);
+        const std::size_t nPlaces = line.vecY.size() + (m_figures.has(strPath + "/samples") ? 1 : 0);
         for (std::size_t i = 0; i < nPlaces; ++i) {
-            Line.vX.push_back(dFirst + dStep * static_cast<double>(i));
+            line.vecX.push_back(dFirst + dStep * static_cast<double>(i));
         }
-        return Line;
+        return line;
     }
 
     std::string charts() const {
@@ -161,7 +161,7 @@ private:
             return "<div class=\"card\">" +
                    chartHtml({pTitle, pX, pY, bCounts, {line("before", pPath), line("after", pPath)}}) + "</div>";
         };
-        return "<h2>Profiles and distribution</h2><p class=\"muted\">" + m_Figures.text("/measuredOn") +
+        return "<h2>Profiles and distribution</h2><p class=\"muted\">" + m_figures.text("/measuredOn") +
                "</p><div class=\"cards charts\">" +
                fnChart("From left to right", "column, pixels", "signal, % of its mean", "/profiles/columns", false) +
                fnChart("From top to bottom", "row, pixels", "signal, % of its mean", "/profiles/rows", false) +
@@ -177,9 +177,9 @@ private:
     }
 
     std::string marks() const {
-        const double dWidth = m_Figures.value("/width"), dHeight = m_Figures.value("/height");
+        const double dWidth = m_figures.value("/width"), dHeight = m_figures.value("/height");
         std::string strHtml = "<svg aria-hidden=\"true\">";
-        for (const ordered_json& rMark : m_Figures.at("/defects/marks")) {
+        for (const ordered_json& rMark : m_figures.at("/defects/marks")) {
             strHtml += "<svg class=\"mark\" overflow=\"visible\" x=\"" +
                        rounded(100.0 * (rMark.at("x").get<double>() + 0.5) / dWidth, 3) + "%\" y=\"" +
                        rounded(100.0 * (rMark.at("y").get<double>() + 0.5) / dHeight, 3) + "%\">" +
@@ -189,7 +189,7 @@ private:
     }
 
     std::string gainBar() const {
-        const double dLow = m_Figures.value("/pictures/gain/black"), dHigh = m_Figures.value("/pictures/gain/white");
+        const double dLow = m_figures.value("/pictures/gain/black"), dHigh = m_figures.value("/pictures/gain/white");
         std::string strSvg =
             "<svg class=\"bar\" viewBox=\"0 0 440 44\" role=\"img\" aria-label=\"Colours of the gain\">"
             "<defs><linearGradient id=\"gain\">";
@@ -215,31 +215,31 @@ private:
         std::string strLegend;
         for (const char* pKind : {"hot", "dead", "bright"}) {
             strLegend += "<span><svg class=\"mark\" viewBox=\"-7 -7 14 14\" aria-hidden=\"true\">" + mark(pKind) +
-                         "</svg>" + m_Figures.number(std::string("/defects/") + pKind, 0) + ' ' + pKind + "</span>";
+                         "</svg>" + m_figures.number(std::string("/defects/") + pKind, 0) + ' ' + pKind + "</span>";
         }
         return "<h2>Gain</h2><div class=\"cards wide\"><figure class=\"card\"><div class=\"map\">" +
-               image(m_rPictures.strGain, "Map of the gain", m_Figures, "/pictures/gain") + marks() + "</div>" +
+               image(m_rPictures.strGain, "Map of the gain", m_figures, "/pictures/gain") + marks() + "</div>" +
                gainBar() + "<figcaption class=\"legend\">" + strLegend + "</figcaption></figure><div class=\"card\">" +
                "<p>The correction multiplies each pixel, its dark value taken off, by this gain: from " +
-               m_Figures.number("/gain/min", 3) + " to " + m_Figures.number("/gain/max", 3) +
-               ", 98 % of the pixels between " + m_Figures.number("/gain/p1", 3) + " and " +
-               m_Figures.number("/gain/p99", 3) + ". " + m_Figures.text("/gain/text") + "</p><p class=\"muted\">" +
-               scaleText(m_Figures, "/pictures/gain") + ' ' + m_Figures.text("/defects/text") + "</p>" +
-               defectsHtml(m_Figures) + "</div></div>\n";
+               m_figures.number("/gain/min", 3) + " to " + m_figures.number("/gain/max", 3) +
+               ", 98 % of the pixels between " + m_figures.number("/gain/p1", 3) + " and " +
+               m_figures.number("/gain/p99", 3) + ". " + m_figures.text("/gain/text") + "</p><p class=\"muted\">" +
+               scaleText(m_figures, "/pictures/gain") + ' ' + m_figures.text("/defects/text") + "</p>" +
+               defectsHtml(m_figures) + "</div></div>\n";
     }
 
     std::string tables() const {
         std::string strHtml = "<h2>Non-uniformity, EMVA 1288 Release 4</h2><p class=\"muted\">" +
-                              m_Figures.text("/nonUniformityText") + "</p>" + nonUniformityHtml(m_Figures) +
-                              "\n<h2>References</h2>" + referencesHtml(m_Figures) +
+                              m_figures.text("/nonUniformityText") + "</p>" + nonUniformityHtml(m_figures) +
+                              "\n<h2>References</h2>" + referencesHtml(m_figures) +
                               "\n<h2>Time and set-up</h2><div class=\"cards wide\">";
-        if (m_Figures.has("/time")) {
-            strHtml += timeHtml(m_Figures);
+        if (m_figures.has("/time")) {
+            strHtml += timeHtml(m_figures);
         }
-        return strHtml + setUpHtml(m_Figures) + "</div>\n";
+        return strHtml + setUpHtml(m_figures) + "</div>\n";
     }
 
-    const CFigures m_Figures;
+    const CFigures m_figures;
     const ReportPictures& m_rPictures;
     const bool m_bSelfTest;
 };

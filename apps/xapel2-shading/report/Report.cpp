@@ -31,29 +31,29 @@ ordered_json pictureJson(const Picture& rPicture, const Shades& rShades) {
 }
 
 ordered_json addPair(const FramePair& rPair, std::string& rBefore, std::string& rAfter) {
-    PicturePair Pictures = picturePair(rPair.Raw, rPair.Corrected, SIDE_MAX, SAMPLES_MAX);
-    ordered_json Json = pictureJson(Pictures.Before, Pictures.Common);
-    Json["frame"] = rPair.Raw.strName;
-    rBefore = std::move(Pictures.strBefore);
-    rAfter = std::move(Pictures.strAfter);
-    return Json;
+    PicturePair pictures = picturePair(rPair.raw, rPair.corrected, SIDE_MAX, SAMPLES_MAX);
+    ordered_json json = pictureJson(pictures.before, pictures.common);
+    json["frame"] = rPair.raw.strName;
+    rBefore = std::move(pictures.strBefore);
+    rAfter = std::move(pictures.strAfter);
+    return json;
 }
 
 ordered_json addGain(const JudgedPair& rPair, std::string& rPng) {
-    const StandIn::ImageLayout& rLayout = (rPair.Light ? rPair.Light : rPair.Dark)->sLayout;
-    Picture Map{rLayout.nWidth, rLayout.nHeight, rLayout.pFormat->nChannels, 1,
-                gainsOf(rPair.Dark ? &*rPair.Dark : nullptr, rPair.Light ? &*rPair.Light : nullptr)};
-    Map = scaledDown(grey(std::move(Map)), SIDE_MAX, SAMPLES_MAX);
-    std::vector<float> vSorted = Map.vValues;
-    std::sort(vSorted.begin(), vSorted.end());
+    const StandIn::ImageLayout& rLayout = (rPair.light ? rPair.light : rPair.dark)->layout;
+    Picture map{rLayout.nWidth, rLayout.nHeight, rLayout.pFormat->nChannels, 1,
+                gainsOf(rPair.dark ? &*rPair.dark : nullptr, rPair.light ? &*rPair.light : nullptr)};
+    map = scaledDown(grey(std::move(map)), SIDE_MAX, SAMPLES_MAX);
+    std::vector<float> vecSorted = map.vecValues;
+    std::sort(vecSorted.begin(), vecSorted.end());
     // Single pixels of no use must not take all the colours.
-    const std::size_t nEdge = vSorted.size() / 500;
-    const double dLow = static_cast<double>(vSorted[nEdge]);
-    const double dHigh = static_cast<double>(vSorted[vSorted.size() - 1 - nEdge]);
+    const std::size_t nEdge = vecSorted.size() / 500;
+    const double dLow = static_cast<double>(vecSorted[nEdge]);
+    const double dHigh = static_cast<double>(vecSorted[vecSorted.size() - 1 - nEdge]);
     const double dMargin = std::max(0.0, 0.01 - (dHigh - dLow)) / 2.0;
-    const Shades Colours{dLow - dMargin, dHigh + dMargin};
-    rPng = pngOf(Map, Colours, gainColours());
-    return pictureJson(Map, Colours);
+    const Shades colours{dLow - dMargin, dHigh + dMargin};
+    rPng = pngOf(map, colours, gainColours());
+    return pictureJson(map, colours);
 }
 
 std::string shellWord(const std::string& strWord) {
@@ -70,9 +70,9 @@ std::string shellWord(const std::string& strWord) {
 
 // The command line of this process, quoted for a shell.
 std::string commandLine() {
-    std::ifstream In("/proc/self/cmdline", std::ios::binary);
+    std::ifstream in("/proc/self/cmdline", std::ios::binary);
     std::string strLine, strWord;
-    while (std::getline(In, strWord, '\0')) {
+    while (std::getline(in, strWord, '\0')) {
         strLine += (strLine.empty() ? "" : " ") + shellWord(strWord);
     }
     return strLine;
@@ -81,23 +81,23 @@ std::string commandLine() {
 }  // namespace
 
 Report makeReport(const ReportInput& rInput) {
-    Report Result;
-    ordered_json Json = reportFigures(rInput);
-    Json["version"] = XAPEL2_SHADING_VERSION;
-    Json["commandLine"] = commandLine();
-    Result.Figures = tellable(Json);
-    ordered_json& rJson = Result.Figures["pictures"];
-    ReportPictures& rPictures = Result.Pictures;
-    rJson["even"] = addPair(*rInput.Light.Shown, rPictures.strEvenBefore, rPictures.strEvenAfter);
-    if (rInput.Scene.Shown) {
-        rJson["scene"] = addPair(*rInput.Scene.Shown, rPictures.strSceneBefore, rPictures.strSceneAfter);
+    Report result;
+    ordered_json json = reportFigures(rInput);
+    json["version"] = XAPEL2_SHADING_VERSION;
+    json["commandLine"] = commandLine();
+    result.figures = tellable(json);
+    ordered_json& rJson = result.figures["pictures"];
+    ReportPictures& rPictures = result.pictures;
+    rJson["even"] = addPair(*rInput.light.shown, rPictures.strEvenBefore, rPictures.strEvenAfter);
+    if (rInput.scene.shown) {
+        rJson["scene"] = addPair(*rInput.scene.shown, rPictures.strSceneBefore, rPictures.strSceneAfter);
     }
-    rJson["gain"] = addGain(rInput.Pair, rPictures.strGain);
-    return Result;
+    rJson["gain"] = addGain(rInput.pair, rPictures.strGain);
+    return result;
 }
 
 void writeReport(const std::string& strFile, const Report& rReport) {
-    StandIn::saveFile(strFile, reportPage(rReport.Figures, rReport.Pictures));
+    StandIn::saveFile(strFile, reportPage(rReport.figures, rReport.pictures));
 }
 
 }  // namespace App

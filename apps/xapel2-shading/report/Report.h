@@ -19,8 +19,8 @@ namespace App {
 // The analyzer takes the move of the JSON for one that may throw.
 // NOLINTNEXTLINE(bugprone-exception-escape)
 struct Report {
-    nlohmann::ordered_json Figures;  ///< those of reportFigures(), and what is to be known of program and pictures
-    ReportPictures Pictures;
+    nlohmann::ordered_json figures;  ///< those of reportFigures(), and what is to be known of program and pictures
+    ReportPictures pictures;
 };
 
 /// The report on what was measured, made by this program and its command line.

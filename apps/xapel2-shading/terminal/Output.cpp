@@ -74,9 +74,9 @@ std::string shown(const std::string& strText, bool bLines) {
 }
 
 ordered_json tellable(const ordered_json& rJson) {
-    ordered_json Result = ordered_json::parse(rJson.dump(-1, ' ', false, ordered_json::error_handler_t::replace));
-    unsignZeros(Result);
-    return Result;
+    ordered_json result = ordered_json::parse(rJson.dump(-1, ' ', false, ordered_json::error_handler_t::replace));
+    unsignZeros(result);
+    return result;
 }
 
 int COutput::CShownText::sync() {
@@ -87,21 +87,21 @@ int COutput::CShownText::sync() {
 
 COutput::COutput(const char* pCommand, bool bJson)
     : m_bJson(bJson),
-      m_Text(bJson || verbosity() == eQuiet ? nullptr : &m_Buffer),
-      m_pTiedBefore(std::cerr.tie(&m_Text)) {
-    m_Json["command"] = pCommand;
+      m_text(bJson || verbosity() == eQuiet ? nullptr : &m_buffer),
+      m_pTiedBefore(std::cerr.tie(&m_text)) {
+    m_json["command"] = pCommand;
 }
 
 COutput::~COutput() {
-    m_Text.flush();
+    m_text.flush();
     std::cerr.tie(m_pTiedBefore);
 }
 
 int COutput::finish(int iExit) {
-    m_Json["exit"] = iExit;
-    m_Text.flush();
+    m_json["exit"] = iExit;
+    m_text.flush();
     if (m_bJson) {
-        std::cout << tellable(m_Json).dump(2, ' ', true) << '\n';
+        std::cout << tellable(m_json).dump(2, ' ', true) << '\n';
     }
     std::cout.flush();
     if (!std::cout) {

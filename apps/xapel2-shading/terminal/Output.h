@@ -39,10 +39,10 @@ public:
 
     /// Where lines for people go: standard output, as shown() has them, or nowhere. Whatever goes to stderr comes after
     /// what stands here before it.
-    std::ostream& text() { return m_Text; }
+    std::ostream& text() { return m_text; }
 
     /// The object; printed by finish().
-    nlohmann::ordered_json& json() { return m_Json; }
+    nlohmann::ordered_json& json() { return m_json; }
 
     /// Prints the object when JSON is wanted, with iExit as its member "exit". The last call on this object.
     /// @return iExit.
@@ -54,9 +54,9 @@ private:
     };
 
     bool m_bJson;
-    nlohmann::ordered_json m_Json;
-    CShownText m_Buffer;
-    std::ostream m_Text;
+    nlohmann::ordered_json m_json;
+    CShownText m_buffer;
+    std::ostream m_text;
     std::ostream* m_pTiedBefore;
 };
 

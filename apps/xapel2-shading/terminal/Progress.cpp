@@ -22,25 +22,25 @@ namespace {
 constexpr const char* CLEAR_LINE = "\r\033[K";
 constexpr std::chrono::milliseconds REFRESH{100};
 
-std::string timeText(double fSeconds) {
-    const auto nSeconds = static_cast<uint64_t>(std::ceil(fSeconds));
+std::string timeText(double dSeconds) {
+    const auto nSeconds = static_cast<uint64_t>(std::ceil(dSeconds));
     const std::string strRest = std::to_string(nSeconds % 60);
     return std::to_string(nSeconds / 60) + (strRest.size() < 2 ? ":0" : ":") + strRest;
 }
 
 }  // namespace
 
-std::string progressText(const std::string& strStep, uint64_t iDone, uint64_t nAll, uint64_t nFresh, double fSeconds,
+std::string progressText(const std::string& strStep, uint64_t iDone, uint64_t nAll, uint64_t nFresh, double dSeconds,
                          const std::string& strMore) {
     std::string strText = strStep + ' ' + std::to_string(iDone);
     if (nAll != 0) {
         strText += '/' + std::to_string(nAll);
     }
-    if (nFresh >= 1 && fSeconds > 0.0) {
-        const double fRate = static_cast<double>(nFresh) / fSeconds;
-        strText += ", " + fixed(fRate, 1) + " fps";
+    if (nFresh >= 1 && dSeconds > 0.0) {
+        const double dRate = static_cast<double>(nFresh) / dSeconds;
+        strText += ", " + fixed(dRate, 1) + " fps";
         if (nAll > iDone) {
-            strText += ", " + timeText(static_cast<double>(nAll - iDone) / fRate) + " left";
+            strText += ", " + timeText(static_cast<double>(nAll - iDone) / dRate) + " left";
         }
     }
     return strMore.empty() ? strText : strText + ", " + strMore;
@@ -68,8 +68,8 @@ void CProgress::show(const std::string& strStep, uint64_t iDone, uint64_t nAll, 
     } else if (iDone != nAll && tNow - m_tShown < REFRESH) {
         return;
     }
-    const std::chrono::duration<double> Taken = tNow - m_tBegin;
-    std::cerr << CLEAR_LINE << shown(progressText(strStep, iDone, nAll, iDone - m_iFirst, Taken.count(), strMore))
+    const std::chrono::duration<double> taken = tNow - m_tBegin;
+    std::cerr << CLEAR_LINE << shown(progressText(strStep, iDone, nAll, iDone - m_iFirst, taken.count(), strMore))
               << std::flush;
     m_tShown = tNow;
     m_bShown = true;

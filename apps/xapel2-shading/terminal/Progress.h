@@ -42,7 +42,7 @@ private:
 
 /// The text of a progress line: "recording 12/16, 24.9 fps, 0:03 left, more".
 /// @param[in] nFresh    frames done in fSeconds; with fewer than 1 or no time there is no rate.
-std::string progressText(const std::string& strStep, uint64_t iDone, uint64_t nAll, uint64_t nFresh, double fSeconds,
+std::string progressText(const std::string& strStep, uint64_t iDone, uint64_t nAll, uint64_t nFresh, double dSeconds,
                          const std::string& strMore);
 
 }  // namespace App

@@ -13,12 +13,12 @@ namespace XAPEL2 {
 namespace App {
 
 void warnAbout(const Findings& rFindings, eSeverity eLeast) {
-    std::set<std::string> Said;
+    std::set<std::string> said;
     for (const Finding& rFinding : rFindings) {
         // A correction that nobody could compare with the camera is the user's to answer for.
         const bool bUnknown = rFinding.strId == "settings-unknown" && eLeast == eWarning;
         const bool bSaid = rFinding.eLevel >= (verbosity() == eVerbose ? eNote : eLeast);
-        if ((bSaid || bUnknown) && Said.insert(rFinding.strText).second) {
+        if ((bSaid || bUnknown) && said.insert(rFinding.strText).second) {
             complain((rFinding.eLevel == eRefusal   ? "refused: "
                       : rFinding.eLevel == eWarning ? "warning: "
                                                     : "note: ") +

@@ -70,7 +70,7 @@ CAravisCamera::CAravisCamera(const std::string& strId, std::unique_ptr<AravisEve
                           &releaseEvents, static_cast<GConnectFlags>(0));
     std::lock_guard<std::mutex> lock(m_mtxCommands);
     refreshLayout();
-    m_table = aravisNodes(*this);
+    m_vecTable = aravisNodes(*this);
 }
 
 CAravisCamera::~CAravisCamera() = default;

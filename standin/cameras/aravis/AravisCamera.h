@@ -40,7 +40,7 @@ public:
     explicit CAravisCamera(const std::string& strId);
     ~CAravisCamera() override;
 
-    const NodeTable& nodes() const override { return m_table; }
+    const NodeTable& nodes() const override { return m_vecTable; }
     std::size_t payloadSize() const override { return layout().nPayload; }
     std::unique_ptr<ICameraStream> makeStream(ICameraBuffers& rBuffers) override;
 
@@ -72,7 +72,7 @@ private:
     mutable std::mutex m_mtxLayout;  // guards m_layout; a leaf lock
     AravisLayout m_layout;
     GlibPtr<ArvCamera> m_pCamera;
-    NodeTable m_table;
+    NodeTable m_vecTable;
 };
 
 }  // namespace StandIn

@@ -124,22 +124,22 @@ NodeSpec mirrorNode(CAravisCamera& rCamera, const char* pName) {
     return spec;
 }
 
-eNodeResult setDecimal(CAravisCamera& rCamera, const Decimal& rDecimal, double fValue) {
+eNodeResult setDecimal(CAravisCamera& rCamera, const Decimal& rDecimal, double dValue) {
     return command(rCamera, [&](ArvCamera* p, GError** pp) {
-        double fMin = 0;
-        double fMax = 0;
-        rDecimal.pfnBounds(p, &fMin, &fMax, pp);
-        if (*pp != nullptr || !(fValue >= fMin && fValue <= fMax)) {
+        double dMin = 0;
+        double dMax = 0;
+        rDecimal.pfnBounds(p, &dMin, &dMax, pp);
+        if (*pp != nullptr || !(dValue >= dMin && dValue <= dMax)) {
             return eNodeInvalid;
         }
-        rDecimal.pfnSet(p, fValue, pp);
+        rDecimal.pfnSet(p, dValue, pp);
         return eNodeDone;
     });
 }
 
-int64_t rounded(double fValue) {
+int64_t rounded(double dValue) {
     constexpr double LARGEST = 9e15;  // integers up to here are exact
-    return std::llround(std::max(-LARGEST, std::min(LARGEST, fValue)));
+    return std::llround(std::max(-LARGEST, std::min(LARGEST, dValue)));
 }
 
 NodeSpec decimalNode(CAravisCamera& rCamera, const Decimal& rDecimal) {
@@ -165,11 +165,11 @@ NodeSpec decimalNode(CAravisCamera& rCamera, const Decimal& rDecimal) {
         return std::string(aText, result.ptr);
     };
     spec.fnSetText = [&rCamera, &rDecimal](const char* pText) {
-        double fValue = 0;
+        double dValue = 0;
         const char* pEnd = pText + std::strlen(pText);
-        const auto result = std::from_chars(pText, pEnd, fValue);
+        const auto result = std::from_chars(pText, pEnd, dValue);
         const bool bNumber = result.ec == std::errc() && result.ptr == pEnd;
-        return bNumber ? setDecimal(rCamera, rDecimal, fValue) : eNodeInvalid;
+        return bNumber ? setDecimal(rCamera, rDecimal, dValue) : eNodeInvalid;
     };
     return spec;
 }
@@ -214,28 +214,28 @@ std::string unknownFormatText(const std::string& strFormat, const std::vector<co
 }
 
 NodeTable aravisNodes(CAravisCamera& rCamera) {
-    NodeTable table;
+    NodeTable vecTable;
     const auto fnHas = [&rCamera](const char* pName) {
         return arv_camera_is_feature_available(rCamera.arv(), pName, nullptr) != FALSE;
     };
-    table.push_back(modelNode(rCamera));
-    table.push_back(formatNode(rCamera));
+    vecTable.push_back(modelNode(rCamera));
+    vecTable.push_back(formatNode(rCamera));
     for (const char* pName : LAYOUT_FEATURES) {
         if (fnHas(pName)) {
-            table.push_back(integerNode(rCamera, pName));
+            vecTable.push_back(integerNode(rCamera, pName));
         }
     }
     for (const char* pName : MIRROR_FEATURES) {
         if (fnHas(pName)) {
-            table.push_back(mirrorNode(rCamera, pName));
+            vecTable.push_back(mirrorNode(rCamera, pName));
         }
     }
     for (const Decimal& rDecimal : DECIMALS) {
         if (rDecimal.pfnAvailable(rCamera.arv(), nullptr) != FALSE) {
-            table.push_back(decimalNode(rCamera, rDecimal));
+            vecTable.push_back(decimalNode(rCamera, rDecimal));
         }
     }
-    return table;
+    return vecTable;
 }
 
 }  // namespace StandIn

@@ -27,19 +27,22 @@ bool isPixmap(const std::string& strName) {
 // The scene that the name belongs to, -1 for a file that is not replayed.
 int sceneOf(const std::string& strName) {
     const std::string strSuffix = fs::path(strName).extension().string();
-    if (!isPixmap(strName) && strSuffix != ".tif" && strSuffix != ".tiff")
+    if (!isPixmap(strName) && strSuffix != ".tif" && strSuffix != ".tiff") {
         return -1;
+    }
     for (int i = 0; i < 3; ++i) {
-        if (strName.rfind(PREFIXES[i], 0) == 0)
+        if (strName.rfind(PREFIXES[i], 0) == 0) {
             return i;
+        }
     }
     return -1;
 }
 
 // The format whose unpacked samples those of this format are.
 const PixelFormat* unpacked(const PixelFormat* pFormat) {
-    if (pFormat == nullptr || !pFormat->isPacked())
+    if (pFormat == nullptr || !pFormat->isPacked()) {
         return pFormat;
+    }
     const std::string strName = pFormat->pName;
     return findPixelFormat(strName.substr(0, strName.rfind(pFormat->bSplit ? 'P' : 'p')));
 }
@@ -50,48 +53,37 @@ std::string describe(const ReplayLayout& rLayout) {
 
 }  // namespace
 
-void failReplay(const std::string& strPath, const std::string& strText) {
-    throw std::runtime_error(strPath + ": " + strText);
-}
-
-std::string layoutDifference(const ReplayLayout& rExpected, const ReplayLayout& rOther) {
-    if (rOther.nWidth != rExpected.nWidth)
-        return "width " + std::to_string(rOther.nWidth) + " instead of " + std::to_string(rExpected.nWidth);
-    if (rOther.nHeight != rExpected.nHeight)
-        return "height " + std::to_string(rOther.nHeight) + " instead of " + std::to_string(rExpected.nHeight);
-    if (rOther.pFormat != rExpected.pFormat)
-        return std::string("format ") + rOther.pFormat->pName + " instead of " + rExpected.pFormat->pName;
-    return "";
-}
-
 CReplaySource::CReplaySource(const std::string& strFolder, const PixelFormat* pFormat)
     : m_strWhat(strFolder), m_pGiven(unpacked(pFormat)) {
     listFolder();
 }
 
-CReplaySource::CReplaySource(const std::vector<std::string>& aFiles, const PixelFormat* pFormat)
-    : m_strWhat(std::to_string(aFiles.size()) + " image files"), m_pGiven(unpacked(pFormat)) {
-    for (const std::string& strPath : aFiles) addFile(strPath, eSceneObjects);
+CReplaySource::CReplaySource(const std::vector<std::string>& vecFiles, const PixelFormat* pFormat)
+    : m_strWhat(std::to_string(vecFiles.size()) + " image files"), m_pGiven(unpacked(pFormat)) {
+    for (const std::string& strPath : vecFiles) addFile(strPath, eSceneObjects);
 }
 
 void CReplaySource::listFolder() {
     std::error_code error;
-    std::vector<std::string> aNames;
+    std::vector<std::string> vecNames;
     fs::directory_iterator it(m_strWhat, error);
     for (; !error && it != fs::directory_iterator(); it.increment(error)) {
         const std::string strName = it->path().filename().string();
-        if (sceneOf(strName) >= 0)
-            aNames.push_back(strName);
+        if (sceneOf(strName) >= 0) {
+            vecNames.push_back(strName);
+        }
     }
-    if (error)
+    if (error) {
         failReplay(m_strWhat, "the folder cannot be read: " + error.message());
-    if (aNames.empty())
+    }
+    if (vecNames.empty()) {
         failReplay(m_strWhat, "the folder has no image dark_*, light_* or scene_* (.pgm, .ppm, .tif, .tiff)");
-    std::sort(aNames.begin(), aNames.end());
-    for (const std::string& strName : aNames) {
+    }
+    std::sort(vecNames.begin(), vecNames.end());
+    for (const std::string& strName : vecNames) {
         const auto eWhat = static_cast<eScene>(sceneOf(strName));
         addFile((fs::path(m_strWhat) / strName).string(), eWhat);
-        refuseSameStem(m_aFiles[eWhat].back(), eWhat);
+        refuseSameStem(m_vecFiles[eWhat].back(), eWhat);
     }
 }
 
@@ -102,53 +94,60 @@ void CReplaySource::addFile(const std::string& strPath, eScene eWhat) {
     file.bTiff = !isPixmap(strPath);
     std::error_code error;
     // A pipe would block the reader for ever.
-    if (!fs::is_regular_file(strPath, error))
+    if (!fs::is_regular_file(strPath, error)) {
         failReplay(strPath, "not a regular file");
+    }
     file.layout = file.bTiff ? tiffLayout(strPath) : pgmLayout(strPath);
     checkFormat(file);
 
     ReplayLayout delivered = file.layout;
     delivered.pFormat = m_pGiven != nullptr ? m_pGiven : file.layout.pFormat;
-    if (m_Layout.pFormat == nullptr) {
-        m_Layout = delivered;
+    if (m_layout.pFormat == nullptr) {
+        m_layout = delivered;
         m_strFirst = strPath;
     }
-    const std::string strDifference = layoutDifference(m_Layout, delivered);
-    if (!strDifference.empty())
+    const std::string strDifference = layoutDifference(m_layout, delivered);
+    if (!strDifference.empty()) {
         failReplay(strPath, "differs from the files before it: " + strDifference + " (" + describe(delivered) + "; " +
-                                m_strFirst + " is " + describe(m_Layout) + ")");
-    m_aFiles[eWhat].push_back(file);
+                                m_strFirst + " is " + describe(m_layout) + ")");
+    }
+    m_vecFiles[eWhat].push_back(file);
 }
 
 // A third name may sort between two of one stem ("dark_1.pgm", "dark_1.pgm.tif", "dark_1.tif").
 void CReplaySource::refuseSameStem(const File& rFile, eScene eWhat) const {
-    for (const File& rOther : m_aFiles[eWhat]) {
-        if (&rOther != &rFile && rOther.strStem == rFile.strStem)
+    for (const File& rOther : m_vecFiles[eWhat]) {
+        if (&rOther != &rFile && rOther.strStem == rFile.strStem) {
             failReplay(rFile.strPath, "has the name of " + rOther.strPath + " but for the suffix");
+        }
     }
 }
 
 void CReplaySource::checkFormat(const File& rFile) const {
     const PixelFormat& rOwn = *rFile.layout.pFormat;
-    if (m_pGiven == nullptr || m_pGiven == &rOwn)
+    if (m_pGiven == nullptr || m_pGiven == &rOwn) {
         return;
-    if (m_pGiven->nChannels != rOwn.nChannels || m_pGiven->nWireBits != rOwn.nWireBits)
+    }
+    if (m_pGiven->nChannels != rOwn.nChannels || m_pGiven->nWireBits != rOwn.nWireBits) {
         failReplay(rFile.strPath, "its samples are stored as " + std::string(rOwn.pName) +
                                       ", which cannot be read as " + m_pGiven->pName);
+    }
 }
 
 void CReplaySource::checkSamples(const File& rFile, const void* pImage) const {
-    const uint32_t uFullScale = m_Layout.pFormat->fullScale();
-    if (rFile.layout.uMaxval <= uFullScale)
+    const uint32_t uFullScale = m_layout.pFormat->fullScale();
+    if (rFile.layout.uMaxval <= uFullScale) {
         return;
+    }
     // Fewer bits than the file has room for: only 16-bit samples have that.
     const auto* pSamples = static_cast<const uint8_t*>(pImage);
-    const auto nSamples = static_cast<std::size_t>(m_Layout.nWidth * m_Layout.nHeight);
+    const auto nSamples = static_cast<std::size_t>(m_layout.nWidth * m_layout.nHeight);
     for (std::size_t i = 0; i < nSamples; ++i) {
         const uint32_t uSample = pSamples[2 * i] | static_cast<uint32_t>(pSamples[2 * i + 1]) << 8;
-        if (uSample > uFullScale)
+        if (uSample > uFullScale) {
             failReplay(rFile.strPath, "a sample is " + std::to_string(uSample) + ", above the full scale of " +
-                                          m_Layout.pFormat->pName);
+                                          m_layout.pFormat->pName);
+        }
     }
 }
 
@@ -158,14 +157,14 @@ std::string CReplaySource::description() const {
 
 CameraSettings CReplaySource::defaultSettings() const {
     CameraSettings settings;
-    settings.pFormat = m_Layout.pFormat;
-    settings.nWidth = m_Layout.nWidth;
-    settings.nHeight = m_Layout.nHeight;
+    settings.pFormat = m_layout.pFormat;
+    settings.nWidth = m_layout.nWidth;
+    settings.nHeight = m_layout.nHeight;
     return settings;
 }
 
 const std::vector<CReplaySource::File>& CReplaySource::filesOf(eScene eWhat) const {
-    return m_aFiles[eWhat];
+    return m_vecFiles[eWhat];
 }
 
 uint64_t CReplaySource::frameCount(eScene eWhat) const {
@@ -179,18 +178,20 @@ std::string CReplaySource::frameName(eScene eWhat, uint64_t iFrame) const {
 
 void CReplaySource::fill(const CameraSettings& rSettings, eScene eWhat, uint64_t iFrame, void* pImage) {
     const std::vector<File>& rFiles = filesOf(eWhat);
-    if (rFiles.empty())
+    if (rFiles.empty()) {
         failReplay(m_strWhat, std::string("there is no image ") + PREFIXES[eWhat] + "*");
-    if (rSettings.pFormat != m_Layout.pFormat || rSettings.nWidth != m_Layout.nWidth ||
-        rSettings.nHeight != m_Layout.nHeight || rSettings.nOffsetX != 0 || rSettings.nOffsetY != 0)
+    }
+    if (rSettings.pFormat != m_layout.pFormat || rSettings.nWidth != m_layout.nWidth ||
+        rSettings.nHeight != m_layout.nHeight || rSettings.nOffsetX != 0 || rSettings.nOffsetY != 0) {
         failReplay(m_strWhat, "size and format of recorded frames cannot be changed");
+    }
     const File& rFile = rFiles[static_cast<std::size_t>(iFrame % rFiles.size())];
     (rFile.bTiff ? readTiff : readPgm)(rFile.strPath, rFile.layout, pImage);
     checkSamples(rFile, pImage);
-    if (m_Layout.pFormat->nChannels == 3 && m_Layout.pFormat != rFile.layout.pFormat) {
+    if (m_layout.pFormat->nChannels == 3 && m_layout.pFormat != rFile.layout.pFormat) {
         // The file has red first, the image blue.
         auto* const pSamples = static_cast<uint8_t*>(pImage);
-        const auto nSamples = static_cast<std::size_t>(m_Layout.nWidth * m_Layout.nHeight * 3);
+        const auto nSamples = static_cast<std::size_t>(m_layout.nWidth * m_layout.nHeight * 3);
         for (std::size_t i = 0; i < nSamples; i += 3) std::swap(pSamples[i], pSamples[i + 2]);
     }
 }

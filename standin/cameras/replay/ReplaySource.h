@@ -29,13 +29,13 @@ public:
     ///                             the others or has the name of another one but for the suffix; names it.
     /// @param[in] pFormat  null: the format that the files say.
     explicit CReplaySource(const std::string& strFolder, const PixelFormat* pFormat = nullptr);
-    explicit CReplaySource(const std::vector<std::string>& aFiles, const PixelFormat* pFormat = nullptr);
+    explicit CReplaySource(const std::vector<std::string>& vecFiles, const PixelFormat* pFormat = nullptr);
 
     std::string description() const override;
     CameraSettings defaultSettings() const override;
-    std::vector<const PixelFormat*> formats() const override { return {m_Layout.pFormat}; }
-    uint64_t sensorWidth() const override { return m_Layout.nWidth; }
-    uint64_t sensorHeight() const override { return m_Layout.nHeight; }
+    std::vector<const PixelFormat*> formats() const override { return {m_layout.pFormat}; }
+    uint64_t sensorWidth() const override { return m_layout.nWidth; }
+    uint64_t sensorHeight() const override { return m_layout.nHeight; }
     bool canResize() const override { return false; }
     uint64_t frameCount(eScene eWhat) const override;
     /// The file's name without suffix; empty for a scene without files.
@@ -57,11 +57,11 @@ private:
     void checkSamples(const File& rFile, const void* pImage) const;
     const std::vector<File>& filesOf(eScene eWhat) const;
 
-    std::string m_strWhat;          // the folder, or how many files
-    const PixelFormat* m_pGiven;    // null: none
-    ReplayLayout m_Layout;          // that of the first file, with the format that is delivered
-    std::string m_strFirst;         // the first file
-    std::vector<File> m_aFiles[3];  // by scene
+    std::string m_strWhat;            // the folder, or how many files
+    const PixelFormat* m_pGiven;      // null: none
+    ReplayLayout m_layout;            // that of the first file, with the format that is delivered
+    std::string m_strFirst;           // the first file
+    std::vector<File> m_vecFiles[3];  // by scene
 };
 
 }  // namespace StandIn

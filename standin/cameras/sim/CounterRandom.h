@@ -32,28 +32,30 @@ public:
     /// smoothed by two even numbers: excess kurtosis -0.03, no value beyond 8.2.
     double normal(uint64_t uCounter) const {
         const uint64_t uSmooth = bits(uCounter + 1);
-        const double fCoins = static_cast<double>(countOnes(bits(uCounter))) - 32.0;
-        const double fEven = static_cast<double>((uSmooth >> 32) + (uSmooth & 0xFFFFFFFFU)) * 0x1p-32 - 1.0;
-        return (fCoins + fEven) * NORMAL_SCALE;
+        const double dCoins = static_cast<double>(countOnes(bits(uCounter))) - 32.0;
+        const double dEven = static_cast<double>((uSmooth >> 32) + (uSmooth & 0xFFFFFFFFU)) * 0x1p-32 - 1.0;
+        return (dCoins + dEven) * NORMAL_SCALE;
     }
 
     /// Poisson number, exact by inversion below a mean of POISSON_NORMAL_FROM and a rounded normal number from there
     /// on; takes the counters uCounter and uCounter + 1. The mean must not be negative.
-    double poisson(double fMean, uint64_t uCounter) const {
-        if (fMean >= POISSON_NORMAL_FROM)
-            return std::floor(fMean + std::sqrt(fMean) * normal(uCounter) + 0.5);
-        const double fDraw = uniform(uCounter);
-        if (fDraw < 1.0 - fMean)  // below e^-mean for certain, and the common case in the dark
-            return 0.0;
-        double fTerm = expMinus(fMean);
-        double fSum = fTerm;
-        double fCount = 0.0;
-        while (fDraw >= fSum && fCount < 200.0) {
-            fCount += 1.0;
-            fTerm *= fMean / fCount;
-            fSum += fTerm;
+    double poisson(double dMean, uint64_t uCounter) const {
+        if (dMean >= POISSON_NORMAL_FROM) {
+            return std::floor(dMean + std::sqrt(dMean) * normal(uCounter) + 0.5);
         }
-        return fCount;
+        const double dDraw = uniform(uCounter);
+        if (dDraw < 1.0 - dMean) {  // below e^-mean for certain, and the common case in the dark
+            return 0.0;
+        }
+        double dTerm = expMinus(dMean);
+        double dSum = dTerm;
+        double dCount = 0.0;
+        while (dDraw >= dSum && dCount < 200.0) {
+            dCount += 1.0;
+            dTerm *= dMean / dCount;
+            dSum += dTerm;
+        }
+        return dCount;
     }
 
     static constexpr double POISSON_NORMAL_FROM = 30.0;
@@ -81,11 +83,11 @@ private:
 
     // e^-f for f in [0, 32): the series at f / 32, then five squarings.
     static double expMinus(double f) {
-        const double fStep = -f / 32.0;
-        double fSum = 1.0;
-        for (int i = 16; i >= 1; --i) fSum = 1.0 + fSum * fStep / i;
-        for (int i = 0; i < 5; ++i) fSum *= fSum;
-        return fSum;
+        const double dStep = -f / 32.0;
+        double dSum = 1.0;
+        for (int i = 16; i >= 1; --i) dSum = 1.0 + dSum * dStep / i;
+        for (int i = 0; i < 5; ++i) dSum *= dSum;
+        return dSum;
     }
 
     uint64_t m_uKey;

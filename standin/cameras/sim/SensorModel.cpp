@@ -22,17 +22,17 @@ double binnedPixels(const CameraSettings& rSettings) {
 }  // namespace
 
 double SensorModel::systemGain(const CameraSettings& rSettings) const {
-    return fGain12 * scaleFrom12Bits(*rSettings.pFormat) * static_cast<double>(rSettings.iGainPercent) / 100.0 /
+    return dGain12 * scaleFrom12Bits(*rSettings.pFormat) * static_cast<double>(rSettings.iGainPercent) / 100.0 /
            binnedPixels(rSettings);
 }
 
 double SensorModel::offset(const PixelFormat& rFormat) const {
-    return fOffset12 * scaleFrom12Bits(rFormat);
+    return dOffset12 * scaleFrom12Bits(rFormat);
 }
 
-double SensorModel::temporalNoise(const CameraSettings& rSettings, double fElectrons) const {
-    const double fGain = systemGain(rSettings);
-    return std::sqrt(fElectrons + binnedPixels(rSettings) * fReadNoise * fReadNoise + 1.0 / (12.0 * fGain * fGain));
+double SensorModel::temporalNoise(const CameraSettings& rSettings, double dElectrons) const {
+    const double dGain = systemGain(rSettings);
+    return std::sqrt(dElectrons + binnedPixels(rSettings) * dReadNoise * dReadNoise + 1.0 / (12.0 * dGain * dGain));
 }
 
 }  // namespace StandIn

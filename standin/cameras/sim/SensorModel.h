@@ -20,24 +20,24 @@ namespace StandIn {
 /// read noise of each of them. Electrons do not depend on the format: 8-bit images show the same electrons as 12-bit
 /// ones with a smaller K.
 struct SensorModel {
-    double fLightRate = 800000.0;  ///< photo-electrons per s at the centre of the even field at sensitivity 1
-    double fFullWell = 15000.0;    ///< electrons
-    double fReadNoise = 6.0;       ///< electrons, standard deviation
-    double fDarkCurrent = 20.0;    ///< electrons per s
-    double fDsnu = 5.0;            ///< electrons, standard deviation over the pixels
-    double fPrnu = 0.01;           ///< standard deviation over the pixels, 1 = 100 %
-    double fCornerLight = 0.7;     ///< light at the corners of the sensor, 1 at the centre
+    double dLightRate = 800000.0;  ///< photo-electrons per s at the centre of the even field at sensitivity 1
+    double dFullWell = 15000.0;    ///< electrons
+    double dReadNoise = 6.0;       ///< electrons, standard deviation
+    double dDarkCurrent = 20.0;    ///< electrons per s
+    double dDsnu = 5.0;            ///< electrons, standard deviation over the pixels
+    double dPrnu = 0.01;           ///< standard deviation over the pixels, 1 = 100 %
+    double dCornerLight = 0.7;     ///< light at the corners of the sensor, 1 at the centre
     double aSensitivity[3] = {0.85, 1.0, 0.75};  ///< of red, green, blue; mono sensors have 1
-    double fHotShare = 3e-5;                     ///< share of hot pixels
-    double fHotCurrentMin = 50000.0;             ///< dark current of hot pixels, electrons per s, evenly spread ...
-    double fHotCurrentMax = 400000.0;            ///< ... up to this
-    double fDeadShare = 2e-5;                    ///< share of dead pixels
-    double fDeadResponse = 0.1;                  ///< of their light that these turn into electrons all the same
+    double dHotShare = 3e-5;                     ///< share of hot pixels
+    double dHotCurrentMin = 50000.0;             ///< dark current of hot pixels, electrons per s, evenly spread ...
+    double dHotCurrentMax = 400000.0;            ///< ... up to this
+    double dDeadShare = 2e-5;                    ///< share of dead pixels
+    double dDeadResponse = 0.1;                  ///< of their light that these turn into electrons all the same
     unsigned nDust = 8;                          ///< dust shadows on the whole sensor
-    double fDustDepthMin = 0.06;                 ///< share of the light that a shadow takes at its centre ...
-    double fDustDepthMax = 0.20;                 ///< ... up to this
-    double fGain12 = 0.3;                        ///< system gain of 12-bit formats at 100 percent, DN per electron
-    double fOffset12 = 64.0;                     ///< offset of 12-bit formats, DN; no gain acts on it
+    double dDustDepthMin = 0.06;                 ///< share of the light that a shadow takes at its centre ...
+    double dDustDepthMax = 0.20;                 ///< ... up to this
+    double dGain12 = 0.3;                        ///< system gain of 12-bit formats at 100 percent, DN per electron
+    double dOffset12 = 64.0;                     ///< offset of 12-bit formats, DN; no gain acts on it
 
     /// System gain K in DN per electron: doubles with each bit of the format, proportional to the gain setting, divided
     /// by the number of binned pixels.
@@ -55,7 +55,7 @@ struct SensorModel {
     /// e = L + dark electrons, corrected by the mean of N light frames (the mean of many dark frames taken off), the
     /// relative standard deviation against the ideal value is sqrt((1 + 1/N)) * temporalNoise(e) / L.
     /// @threads any thread.
-    double temporalNoise(const CameraSettings& rSettings, double fElectrons) const;
+    double temporalNoise(const CameraSettings& rSettings, double dElectrons) const;
 };
 
 }  // namespace StandIn

@@ -21,7 +21,7 @@ CCounterRandom family(uint64_t uSeed, eFamily eWhat) {
 // A rectangle or an ellipse with its bounds in thousandths of the sensor, and its reflectance in percent.
 struct Shape {
     bool bDisc;
-    double fLeft, fTop, fRight, fBottom;
+    double dLeft, dTop, dRight, dBottom;
     double aPercent[3];
 };
 
@@ -61,45 +61,49 @@ const Shape SHAPES[] = {
     {false, 810, 760, 940, 920, {15, 80, 85}},
 };
 
-bool covers(const Shape& rShape, double fX, double fY) {
-    if (fX < rShape.fLeft || fX >= rShape.fRight || fY < rShape.fTop || fY >= rShape.fBottom)
+bool covers(const Shape& rShape, double dX, double dY) {
+    if (dX < rShape.dLeft || dX >= rShape.dRight || dY < rShape.dTop || dY >= rShape.dBottom) {
         return false;
-    if (!rShape.bDisc)
+    }
+    if (!rShape.bDisc) {
         return true;
-    const double fAcross = (2.0 * fX - rShape.fLeft - rShape.fRight) / (rShape.fRight - rShape.fLeft);
-    const double fDown = (2.0 * fY - rShape.fTop - rShape.fBottom) / (rShape.fBottom - rShape.fTop);
-    return fAcross * fAcross + fDown * fDown < 1.0;
+    }
+    const double dAcross = (2.0 * dX - rShape.dLeft - rShape.dRight) / (rShape.dRight - rShape.dLeft);
+    const double dDown = (2.0 * dY - rShape.dTop - rShape.dBottom) / (rShape.dBottom - rShape.dTop);
+    return dAcross * dAcross + dDown * dDown < 1.0;
 }
 
 }  // namespace
 
 CSensorPattern::CSensorPattern(const SensorModel& rModel, uint64_t uSeed, uint64_t nSensorWidth, uint64_t nSensorHeight)
-    : m_Model(rModel),
+    : m_model(rModel),
       m_nSensorWidth(nSensorWidth),
       m_nSensorHeight(nSensorHeight),
-      m_Prnu(family(uSeed, eFamilyPrnu)),
-      m_Dsnu(family(uSeed, eFamilyDsnu)),
-      m_Hot(family(uSeed, eFamilyHot)),
-      m_Dead(family(uSeed, eFamilyDead)) {
+      m_prnu(family(uSeed, eFamilyPrnu)),
+      m_dsnu(family(uSeed, eFamilyDsnu)),
+      m_hot(family(uSeed, eFamilyHot)),
+      m_dead(family(uSeed, eFamilyDead)) {
     const CCounterRandom random = family(uSeed, eFamilyDust);
-    const auto fWidth = static_cast<double>(nSensorWidth);
-    const auto fHeight = static_cast<double>(nSensorHeight);
-    const double fDiagonal = std::sqrt(fWidth * fWidth + fHeight * fHeight);
+    const auto dWidth = static_cast<double>(nSensorWidth);
+    const auto dHeight = static_cast<double>(nSensorHeight);
+    const double dDiagonal = std::sqrt(dWidth * dWidth + dHeight * dHeight);
     for (uint64_t i = 0; i < rModel.nDust; ++i) {
         Dust dust;
-        dust.fX = random.uniform(4 * i) * fWidth;
-        dust.fY = random.uniform(4 * i + 1) * fHeight;
-        dust.fRadius = (0.008 + 0.02 * random.uniform(4 * i + 2)) * fDiagonal;
-        dust.fDepth = rModel.fDustDepthMin + (rModel.fDustDepthMax - rModel.fDustDepthMin) * random.uniform(4 * i + 3);
-        m_aDust.push_back(dust);
+        dust.dX = random.uniform(4 * i) * dWidth;
+        dust.dY = random.uniform(4 * i + 1) * dHeight;
+        dust.dRadius = (0.008 + 0.02 * random.uniform(4 * i + 2)) * dDiagonal;
+        dust.dDepth = rModel.dDustDepthMin + (rModel.dDustDepthMax - rModel.dDustDepthMin) * random.uniform(4 * i + 3);
+        m_vecDust.push_back(dust);
     }
 }
 
 int CSensorPattern::colourOf(const PixelFormat& rFormat, unsigned iChannel, uint64_t iPhaseX, uint64_t iPhaseY) {
-    if (rFormat.nChannels == 3)
+    if (rFormat.nChannels == 3) {
         return static_cast<int>(rFormat.pName[0] == 'B' ? 2 - iChannel : iChannel);
-    if (!rFormat.isCfa())
+    }
+    if (!rFormat.isCfa()) {
         return -1;
+    }
     const char cSite = rFormat.pCfa[iPhaseY % 2 * 2 + iPhaseX % 2];
     return cSite == 'R' ? 0 : cSite == 'G' ? 1 : 2;
 }
@@ -107,50 +111,53 @@ int CSensorPattern::colourOf(const PixelFormat& rFormat, unsigned iChannel, uint
 // Light that the lens lets through: natural vignetting, the fourth power of the cosine of the field angle, scaled to
 // reach fCornerLight at the corners; and soft dust shadows.
 std::vector<double> CSensorPattern::lensRow(const SensorRun& rRun) const {
-    const double fCentreX = static_cast<double>(m_nSensorWidth) / 2.0;
-    const double fCentreY = static_cast<double>(m_nSensorHeight) / 2.0;
-    const double fCornerSquared = fCentreX * fCentreX + fCentreY * fCentreY;
-    const double fTangentSquared = 1.0 / std::sqrt(m_Model.fCornerLight) - 1.0;
-    const double fY = static_cast<double>(rRun.iY) + 0.5;
+    const double dCentreX = static_cast<double>(m_nSensorWidth) / 2.0;
+    const double dCentreY = static_cast<double>(m_nSensorHeight) / 2.0;
+    const double dCornerSquared = dCentreX * dCentreX + dCentreY * dCentreY;
+    const double dTangentSquared = 1.0 / std::sqrt(m_model.dCornerLight) - 1.0;
+    const double dY = static_cast<double>(rRun.iY) + 0.5;
 
-    std::vector<double> aLens(static_cast<std::size_t>(rRun.nPixels));
-    for (std::size_t i = 0; i < aLens.size(); ++i) {
-        const double fFromX = static_cast<double>(rRun.column(i)) + 0.5 - fCentreX;
-        const double fFromY = fY - fCentreY;
-        const double fSecant = 1.0 + fTangentSquared * (fFromX * fFromX + fFromY * fFromY) / fCornerSquared;
-        aLens[i] = 1.0 / (fSecant * fSecant);
+    std::vector<double> vecLens(static_cast<std::size_t>(rRun.nPixels));
+    for (std::size_t i = 0; i < vecLens.size(); ++i) {
+        const double dFromX = static_cast<double>(rRun.column(i)) + 0.5 - dCentreX;
+        const double dFromY = dY - dCentreY;
+        const double dSecant = 1.0 + dTangentSquared * (dFromX * dFromX + dFromY * dFromY) / dCornerSquared;
+        vecLens[i] = 1.0 / (dSecant * dSecant);
     }
-    for (const Dust& rDust : m_aDust) {
-        const double fReach = rDust.fRadius * rDust.fRadius - (fY - rDust.fY) * (fY - rDust.fY);
-        if (fReach <= 0.0)
+    for (const Dust& rDust : m_vecDust) {
+        const double dReach = rDust.dRadius * rDust.dRadius - (dY - rDust.dY) * (dY - rDust.dY);
+        if (dReach <= 0.0) {
             continue;
-        for (std::size_t i = 0; i < aLens.size(); ++i) {
-            const double fFromX = static_cast<double>(rRun.column(i)) + 0.5 - rDust.fX;
-            const double fInside = (fReach - fFromX * fFromX) / (rDust.fRadius * rDust.fRadius);
-            if (fInside > 0.0)
-                aLens[i] *= 1.0 - rDust.fDepth * fInside * (2.0 - fInside);
+        }
+        for (std::size_t i = 0; i < vecLens.size(); ++i) {
+            const double dFromX = static_cast<double>(rRun.column(i)) + 0.5 - rDust.dX;
+            const double dInside = (dReach - dFromX * dFromX) / (rDust.dRadius * rDust.dRadius);
+            if (dInside > 0.0) {
+                vecLens[i] *= 1.0 - rDust.dDepth * dInside * (2.0 - dInside);
+            }
         }
     }
-    return aLens;
+    return vecLens;
 }
 
 double CSensorPattern::reflectance(uint64_t iX, uint64_t iY, int iColour) const {
-    const double fX = (static_cast<double>(iX) + 0.5) / static_cast<double>(m_nSensorWidth) * 1000.0;
-    const double fY = (static_cast<double>(iY) + 0.5) / static_cast<double>(m_nSensorHeight) * 1000.0;
-    double fPercent = BACKGROUND_PERCENT;
+    const double dX = (static_cast<double>(iX) + 0.5) / static_cast<double>(m_nSensorWidth) * 1000.0;
+    const double dY = (static_cast<double>(iY) + 0.5) / static_cast<double>(m_nSensorHeight) * 1000.0;
+    double dPercent = BACKGROUND_PERCENT;
     for (const Shape& rShape : SHAPES) {
-        if (covers(rShape, fX, fY))
-            fPercent = rShape.aPercent[iColour < 0 ? 1 : iColour];
+        if (covers(rShape, dX, dY)) {
+            dPercent = rShape.aPercent[iColour < 0 ? 1 : iColour];
+        }
     }
-    return fPercent / 100.0;
+    return dPercent / 100.0;
 }
 
 void CSensorPattern::row(const PixelFormat& rFormat, bool bObjects, const SensorRun& rRun, PatternRow& rRow) const {
     const std::size_t nSamples = static_cast<std::size_t>(rRun.nPixels * rFormat.nChannels);
-    rRow.aResponse.resize(nSamples);
-    rRow.aDarkCurrent.resize(nSamples);
-    rRow.aDsnu.resize(nSamples);
-    const std::vector<double> aLens = lensRow(rRun);
+    rRow.vecResponse.resize(nSamples);
+    rRow.vecDarkCurrent.resize(nSamples);
+    rRow.vecDsnu.resize(nSamples);
+    const std::vector<double> vecLens = lensRow(rRun);
     for (std::size_t i = 0; i < nSamples; ++i) {
         const std::size_t iPixel = i / rFormat.nChannels;
         const auto iChannel = static_cast<unsigned>(i % rFormat.nChannels);
@@ -159,21 +166,25 @@ void CSensorPattern::row(const PixelFormat& rFormat, bool bObjects, const Sensor
         const uint64_t iSample =
             sampleNumber(iColumn, rRun.iY, rFormat.nChannels == 3 ? static_cast<unsigned>(iColour) : 0);
 
-        double fResponse = aLens[iPixel] * std::max(0.0, 1.0 + m_Model.fPrnu * m_Prnu.normal(2 * iSample));
-        if (iColour >= 0)
-            fResponse *= m_Model.aSensitivity[iColour];
-        if (bObjects)
-            fResponse *= reflectance(iColumn, rRun.iY, iColour);
-        if (m_Dead.uniform(iSample) < m_Model.fDeadShare)
-            fResponse *= m_Model.fDeadResponse;
-        rRow.aResponse[i] = static_cast<float>(fResponse);
-        rRow.aDsnu[i] = static_cast<float>(m_Model.fDsnu * m_Dsnu.normal(2 * iSample));
+        double dResponse = vecLens[iPixel] * std::max(0.0, 1.0 + m_model.dPrnu * m_prnu.normal(2 * iSample));
+        if (iColour >= 0) {
+            dResponse *= m_model.aSensitivity[iColour];
+        }
+        if (bObjects) {
+            dResponse *= reflectance(iColumn, rRun.iY, iColour);
+        }
+        if (m_dead.uniform(iSample) < m_model.dDeadShare) {
+            dResponse *= m_model.dDeadResponse;
+        }
+        rRow.vecResponse[i] = static_cast<float>(dResponse);
+        rRow.vecDsnu[i] = static_cast<float>(m_model.dDsnu * m_dsnu.normal(2 * iSample));
 
-        double fCurrent = m_Model.fDarkCurrent;
-        if (m_Hot.uniform(2 * iSample) < m_Model.fHotShare)
-            fCurrent = m_Model.fHotCurrentMin +
-                       (m_Model.fHotCurrentMax - m_Model.fHotCurrentMin) * m_Hot.uniform(2 * iSample + 1);
-        rRow.aDarkCurrent[i] = static_cast<float>(fCurrent);
+        double dCurrent = m_model.dDarkCurrent;
+        if (m_hot.uniform(2 * iSample) < m_model.dHotShare) {
+            dCurrent = m_model.dHotCurrentMin +
+                       (m_model.dHotCurrentMax - m_model.dHotCurrentMin) * m_hot.uniform(2 * iSample + 1);
+        }
+        rRow.vecDarkCurrent[i] = static_cast<float>(dCurrent);
     }
 }
 

@@ -16,9 +16,9 @@ namespace StandIn {
 
 /// Samples of one line, channel by channel within each pixel.
 struct PatternRow {
-    std::vector<float> aResponse;     ///< photo-electrons relative to the even field's centre at sensitivity 1
-    std::vector<float> aDarkCurrent;  ///< electrons per s
-    std::vector<float> aDsnu;         ///< electrons
+    std::vector<float> vecResponse;     ///< photo-electrons relative to the even field's centre at sensitivity 1
+    std::vector<float> vecDarkCurrent;  ///< electrons per s
+    std::vector<float> vecDsnu;         ///< electrons
 };
 
 /// A run of sensor pixels along a line in the order in which an image shows them, and the place in that image.
@@ -51,20 +51,20 @@ public:
 
 private:
     struct Dust {
-        double fX, fY, fRadius, fDepth;
+        double dX, dY, dRadius, dDepth;
     };
 
     std::vector<double> lensRow(const SensorRun& rRun) const;
     double reflectance(uint64_t iX, uint64_t iY, int iColour) const;
 
-    SensorModel m_Model;
+    SensorModel m_model;
     uint64_t m_nSensorWidth;
     uint64_t m_nSensorHeight;
-    CCounterRandom m_Prnu;
-    CCounterRandom m_Dsnu;
-    CCounterRandom m_Hot;
-    CCounterRandom m_Dead;
-    std::vector<Dust> m_aDust;
+    CCounterRandom m_prnu;
+    CCounterRandom m_dsnu;
+    CCounterRandom m_hot;
+    CCounterRandom m_dead;
+    std::vector<Dust> m_vecDust;
 };
 
 }  // namespace StandIn

@@ -49,8 +49,8 @@ CSimulatedSensor::CSimulatedSensor(uint64_t uSeed, uint64_t nWidth, uint64_t nHe
     : m_uSeed(uSeed),
       m_nWidth(nWidth),
       m_nHeight(nHeight),
-      m_Start(rStart),
-      m_Pattern(m_Model, uSeed, nWidth, nHeight) {}
+      m_start(rStart),
+      m_pattern(m_model, uSeed, nWidth, nHeight) {}
 
 CSimulatedSensor::CSimulatedSensor(uint64_t uSeed, uint64_t nWidth, uint64_t nHeight, const PixelFormat& rFormat)
     : CSimulatedSensor(uSeed, nWidth, nHeight, wholeSensor(nWidth, nHeight, rFormat)) {}
@@ -60,9 +60,9 @@ std::string CSimulatedSensor::description() const {
 }
 
 std::vector<const PixelFormat*> CSimulatedSensor::formats() const {
-    std::vector<const PixelFormat*> aFormats;
-    for (const PixelFormat& rFormat : pixelFormats()) aFormats.push_back(&rFormat);
-    return aFormats;
+    std::vector<const PixelFormat*> vecFormats;
+    for (const PixelFormat& rFormat : pixelFormats()) vecFormats.push_back(&rFormat);
+    return vecFormats;
 }
 
 uint64_t CSimulatedSensor::frameCount(eScene) const {
@@ -78,8 +78,9 @@ std::string CSimulatedSensor::frameName(eScene eWhat, uint64_t iFrame) const {
 
 void CSimulatedSensor::checkSettings(const CameraSettings& r) const {
     if (r.pFormat == nullptr || !isWithin(r.nWidth, r.nOffsetX, r.nBinningX, m_nWidth) ||
-        !isWithin(r.nHeight, r.nOffsetY, r.nBinningY, m_nHeight))
+        !isWithin(r.nHeight, r.nOffsetY, r.nBinningY, m_nHeight)) {
         throw std::runtime_error(description() + ": the image does not lie within the sensor");
+    }
 }
 
 SensorRun CSimulatedSensor::runOf(const CameraSettings& r, uint64_t iLine) const {
@@ -98,14 +99,15 @@ const PatternRow& CSimulatedSensor::patternRow(const CameraSettings& r, bool bOb
                             r.nOffsetY,       r.nBinningX, r.nBinningY, r.iReverseX, r.iReverseY};
     const uint64_t nLines = r.nHeight * r.nBinningY;
     const bool bKeep = r.nWidth * r.nBinningX * nLines * r.pFormat->nChannels <= KEPT_SAMPLES_MAX;
-    if (key != m_Key || m_aRows.empty()) {
-        m_aRows.clear();
-        m_aRows.resize(bKeep ? static_cast<std::size_t>(nLines) : 1);
-        m_Key = key;
+    if (key != m_key || m_vecRows.empty()) {
+        m_vecRows.clear();
+        m_vecRows.resize(bKeep ? static_cast<std::size_t>(nLines) : 1);
+        m_key = key;
     }
-    PatternRow& rRow = m_aRows[bKeep ? static_cast<std::size_t>(iLine) : 0];
-    if (!bKeep || rRow.aDsnu.empty())
-        m_Pattern.row(*r.pFormat, bObjects, runOf(r, iLine), rRow);
+    PatternRow& rRow = m_vecRows[bKeep ? static_cast<std::size_t>(iLine) : 0];
+    if (!bKeep || rRow.vecDsnu.empty()) {
+        m_pattern.row(*r.pFormat, bObjects, runOf(r, iLine), rRow);
+    }
     return rRow;
 }
 
@@ -113,8 +115,8 @@ const PatternRow& CSimulatedSensor::patternRow(const CameraSettings& r, bool bOb
 void CSimulatedSensor::expose(const CameraSettings& rSettings, const CCounterRandom& rRandom, bool bLight,
                               const SensorRun& rRun, const PatternRow& rPattern, double* pElectrons) const {
     const PixelFormat& rFormat = *rSettings.pFormat;
-    const double fSeconds = exposureSeconds(rSettings);
-    const double fLight = bLight ? m_Model.fLightRate * fSeconds : 0.0;
+    const double dSeconds = exposureSeconds(rSettings);
+    const double dLight = bLight ? m_model.dLightRate * dSeconds : 0.0;
     std::size_t i = 0;
     for (uint64_t iPixel = 0; iPixel < rRun.nPixels; ++iPixel) {
         for (unsigned iChannel = 0; iChannel < rFormat.nChannels; ++iChannel, ++i) {
@@ -122,24 +124,24 @@ void CSimulatedSensor::expose(const CameraSettings& rSettings, const CCounterRan
             const int iColour = rFormat.nChannels == 3 ? CSensorPattern::colourOf(rFormat, iChannel, 0, 0) : 0;
             const uint64_t iSample =
                 CSensorPattern::sampleNumber(rRun.column(iPixel), rRun.iY, static_cast<unsigned>(iColour));
-            const double fMean = static_cast<double>(rPattern.aResponse[i]) * fLight +
-                                 static_cast<double>(rPattern.aDarkCurrent[i]) * fSeconds;
-            const double fElectrons = std::min(rRandom.poisson(fMean, 4 * iSample), m_Model.fFullWell);
-            const double fRead = m_Model.fReadNoise * rRandom.normal(4 * iSample + 2);
+            const double dMean = static_cast<double>(rPattern.vecResponse[i]) * dLight +
+                                 static_cast<double>(rPattern.vecDarkCurrent[i]) * dSeconds;
+            const double dElectrons = std::min(rRandom.poisson(dMean, 4 * iSample), m_model.dFullWell);
+            const double dRead = m_model.dReadNoise * rRandom.normal(4 * iSample + 2);
             pElectrons[iPixel / rRun.nBinning * rFormat.nChannels + iChannel] +=
-                fElectrons + static_cast<double>(rPattern.aDsnu[i]) + fRead;
+                dElectrons + static_cast<double>(rPattern.vecDsnu[i]) + dRead;
         }
     }
 }
 
 void CSimulatedSensor::quantise(const CameraSettings& rSettings, const std::vector<double>& rElectrons,
                                 uint16_t* pSamples) const {
-    const double fGain = m_Model.systemGain(rSettings);
-    const double fOffset = m_Model.offset(*rSettings.pFormat);
-    const double fFullScale = rSettings.pFormat->fullScale();
+    const double dGain = m_model.systemGain(rSettings);
+    const double dOffset = m_model.offset(*rSettings.pFormat);
+    const double dFullScale = rSettings.pFormat->fullScale();
     for (std::size_t i = 0; i < rElectrons.size(); ++i) {
-        const double fValue = fGain * rElectrons[i] + fOffset;
-        pSamples[i] = static_cast<uint16_t>(std::max(0.0, std::min(fFullScale, fValue + 0.5)));
+        const double dValue = dGain * rElectrons[i] + dOffset;
+        pSamples[i] = static_cast<uint16_t>(std::max(0.0, std::min(dFullScale, dValue + 0.5)));
     }
 }
 
@@ -151,48 +153,50 @@ void CSimulatedSensor::fill(const CameraSettings& rSettings, eScene eWhat, uint6
     const CCounterRandom random(CCounterRandom::deriveKey(uScene, iFrame));
 
     const std::size_t nRowSamples = static_cast<std::size_t>(rSettings.nWidth * rFormat.nChannels);
-    std::vector<uint16_t> aSamples(nRowSamples);
-    std::vector<double> aElectrons(nRowSamples);
+    std::vector<uint16_t> vecSamples(nRowSamples);
+    std::vector<double> vecElectrons(nRowSamples);
     // Packing leaves the bits behind the last sample alone.
     static_cast<uint8_t*>(pImage)[imageBytes(rFormat, rSettings.nWidth, rSettings.nHeight) - 1] = 0;
     for (uint64_t iRow = 0; iRow < rSettings.nHeight; ++iRow) {
-        std::fill(aElectrons.begin(), aElectrons.end(), 0.0);
+        std::fill(vecElectrons.begin(), vecElectrons.end(), 0.0);
         for (uint64_t iLine = iRow * rSettings.nBinningY; iLine < (iRow + 1) * rSettings.nBinningY; ++iLine) {
             const PatternRow& rPattern = patternRow(rSettings, eWhat == eSceneObjects, iLine);
-            expose(rSettings, random, eWhat != eSceneDark, runOf(rSettings, iLine), rPattern, aElectrons.data());
+            expose(rSettings, random, eWhat != eSceneDark, runOf(rSettings, iLine), rPattern, vecElectrons.data());
         }
-        quantise(rSettings, aElectrons, aSamples.data());
-        packSamples(rFormat, aSamples.data(), static_cast<std::size_t>(iRow) * nRowSamples, nRowSamples, pImage);
+        quantise(rSettings, vecElectrons, vecSamples.data());
+        packSamples(rFormat, vecSamples.data(), static_cast<std::size_t>(iRow) * nRowSamples, nRowSamples, pImage);
     }
 }
 
 double CSimulatedSensor::sumOf(std::vector<float> PatternRow::*pPart, const CameraSettings& rSettings, bool bObjects,
                                uint64_t iX, uint64_t iY, unsigned iChannel) const {
-    double fSum = 0.0;
+    double dSum = 0.0;
     for (uint64_t iLine = iY * rSettings.nBinningY; iLine < (iY + 1) * rSettings.nBinningY; ++iLine) {
         SensorRun run = runOf(rSettings, iLine);
         run.iX = run.column(iX * rSettings.nBinningX);
         run.nPixels = rSettings.nBinningX;
         run.iPhaseX = iX;
         PatternRow row;
-        m_Pattern.row(*rSettings.pFormat, bObjects, run, row);
-        for (std::size_t i = iChannel; i < (row.*pPart).size(); i += rSettings.pFormat->nChannels)
-            fSum += static_cast<double>((row.*pPart)[i]);
+        m_pattern.row(*rSettings.pFormat, bObjects, run, row);
+        for (std::size_t i = iChannel; i < (row.*pPart).size(); i += rSettings.pFormat->nChannels) {
+            dSum += static_cast<double>((row.*pPart)[i]);
+        }
     }
-    return fSum;
+    return dSum;
 }
 
 double CSimulatedSensor::expectedPhotoElectrons(const CameraSettings& rSettings, eScene eWhat, uint64_t iX, uint64_t iY,
                                                 unsigned iChannel) const {
-    if (eWhat == eSceneDark)
+    if (eWhat == eSceneDark) {
         return 0.0;
-    return sumOf(&PatternRow::aResponse, rSettings, eWhat == eSceneObjects, iX, iY, iChannel) * m_Model.fLightRate *
+    }
+    return sumOf(&PatternRow::vecResponse, rSettings, eWhat == eSceneObjects, iX, iY, iChannel) * m_model.dLightRate *
            exposureSeconds(rSettings);
 }
 
 double CSimulatedSensor::expectedDarkElectrons(const CameraSettings& rSettings, uint64_t iX, uint64_t iY,
                                                unsigned iChannel) const {
-    return sumOf(&PatternRow::aDarkCurrent, rSettings, false, iX, iY, iChannel) * exposureSeconds(rSettings);
+    return sumOf(&PatternRow::vecDarkCurrent, rSettings, false, iX, iY, iChannel) * exposureSeconds(rSettings);
 }
 
 }  // namespace StandIn

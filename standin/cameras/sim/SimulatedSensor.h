@@ -32,7 +32,7 @@ public:
     CSimulatedSensor(uint64_t uSeed, uint64_t nWidth, uint64_t nHeight, const PixelFormat& rFormat);
 
     std::string description() const override;
-    CameraSettings defaultSettings() const override { return m_Start; }
+    CameraSettings defaultSettings() const override { return m_start; }
     std::vector<const PixelFormat*> formats() const override;
     uint64_t sensorWidth() const override { return m_nWidth; }
     uint64_t sensorHeight() const override { return m_nHeight; }
@@ -43,7 +43,7 @@ public:
     /// @throws std::runtime_error  the settings lie outside the sensor.
     void fill(const CameraSettings& rSettings, eScene eWhat, uint64_t iFrame, void* pImage) override;
 
-    const SensorModel& model() const { return m_Model; }
+    const SensorModel& model() const { return m_model; }
 
     /// Expected electrons of a sample that light makes, before the full well, all pixels of a binned one together. iX
     /// and iY count within the image that the settings describe, iChannel within the pixel. @threads any thread.
@@ -68,14 +68,14 @@ private:
     double sumOf(std::vector<float> PatternRow::*pPart, const CameraSettings& rSettings, bool bObjects, uint64_t iX,
                  uint64_t iY, unsigned iChannel) const;
 
-    SensorModel m_Model;
+    SensorModel m_model;
     uint64_t m_uSeed;
     uint64_t m_nWidth;
     uint64_t m_nHeight;
-    CameraSettings m_Start;
-    CSensorPattern m_Pattern;
-    PatternKey m_Key{};
-    std::vector<PatternRow> m_aRows;  // lines of m_Key; empty ones are still to be computed
+    CameraSettings m_start;
+    CSensorPattern m_pattern;
+    PatternKey m_key{};
+    std::vector<PatternRow> m_vecRows;  // lines of m_Key; empty ones are still to be computed
 };
 
 }  // namespace StandIn

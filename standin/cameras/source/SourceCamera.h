@@ -28,7 +28,7 @@ class CSourceCamera : public ICamera {
 public:
     explicit CSourceCamera(std::unique_ptr<IFrameSource> pSource);
 
-    const NodeTable& nodes() const override { return m_table; }
+    const NodeTable& nodes() const override { return m_vecTable; }
     std::size_t payloadSize() const override;
     /// Locks the image settings for the life of the stream.
     std::unique_ptr<ICameraStream> makeStream(ICameraBuffers& rBuffers) override;
@@ -45,7 +45,7 @@ private:
     using IntLimits = std::array<int64_t, 2>;
 
     CameraSettings settings() const;
-    void add(NodeSpec spec) { m_table.push_back(std::move(spec)); }
+    void add(NodeSpec spec) { m_vecTable.push_back(std::move(spec)); }
     /// One direction of the image.
     struct Axis {
         uint64_t CameraSettings::*pSize;
@@ -72,7 +72,7 @@ private:
     const std::vector<const PixelFormat*> m_vecFormats;
     std::array<uint64_t, 3> m_aFrameCounts{};  // by scene; fixed
     const bool m_bCanResize = false;
-    NodeTable m_table;
+    NodeTable m_vecTable;
 
     mutable std::mutex m_mtx;  // guards the members below
     CameraSettings m_settings;

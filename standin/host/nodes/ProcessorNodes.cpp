@@ -37,10 +37,10 @@ public:
         addReport();
     }
 
-    const NodeTable& table() const { return m_table; }
+    const NodeTable& table() const { return m_vecTable; }
 
 private:
-    void add(NodeSpec spec) { m_table.push_back(std::move(spec)); }
+    void add(NodeSpec spec) { m_vecTable.push_back(std::move(spec)); }
 
     static NodeSpec integer(const char* pName, std::function<int64_t()> fnGet) {
         NodeSpec spec;
@@ -169,7 +169,7 @@ private:
     }
 
     CShadingProcessor m_processor;
-    NodeTable m_table;
+    NodeTable m_vecTable;
 
     std::mutex m_mtx;  // guards the members below; never held while a command runs
     ShadingInputs m_inputs;

@@ -23,12 +23,12 @@ public:
     CTestProcessor() {
         for (const NodeSpec& rSpec : *m_pProcessor) {
             if (!isDropped(rSpec.strName)) {
-                m_table.push_back(decorated(rSpec));
+                m_vecTable.push_back(decorated(rSpec));
             }
         }
     }
 
-    const NodeTable& table() const { return m_table; }
+    const NodeTable& table() const { return m_vecTable; }
 
 private:
     NodeSpec decorated(NodeSpec spec) {
@@ -68,7 +68,7 @@ private:
     }
 
     const std::shared_ptr<const NodeTable> m_pProcessor = makeProcessor();
-    NodeTable m_table;
+    NodeTable m_vecTable;
 
     std::mutex m_mtx;                  // guards the next
     std::optional<int64_t> m_iForced;  // status of the last command, where it was forced

@@ -38,7 +38,7 @@ constexpr int32_t BUFFER_INFO_STANDIN_FRAME_NAME = BUFFER_INFO_CUSTOM_ID + 1;
 /// processors, one that corrects the image decides; else the last one. Where not all of them corrected it, the text
 /// says what the last of the others said.
 constexpr int32_t BUFFER_INFO_STANDIN_CORRECTION = BUFFER_INFO_CUSTOM_ID + 2;
-constexpr int32_t BUFFER_INFO_STANDIN_CORRECTION_REASON = BUFFER_INFO_CUSTOM_ID + 3;
+constexpr int32_t BUFFER_INFO_STANDIN_CORRECTION_REASON = BUFFER_INFO_CUSTOM_ID + 3;  ///< the text
 
 /// Stream information of the stand-in's own: incomplete buffers since the acquisition started (UINT64).
 constexpr int STREAM_INFO_STANDIN_NUM_INCOMPLETE = 1001;

@@ -27,8 +27,9 @@ XAPEL2_HOST_API void writeReferenceFile(const std::string& strFile, const Refere
 /// Reads a reference and checks all of it: every field counts as hostile. Refused are compressed, tiled or planar data,
 /// samples other than 32-bit float, NaN, infinity, values outside 0 to full scale, impossible sizes (before memory
 /// is taken for them), data beyond the end of the file, and a description that is too long (64 KiB), too deep (8
-/// levels), or lacks a field; so are, in a light reference, a second page that is no defect map, one that marks more pixels
-/// than ReferenceImage::defectsMax, and an output out of range; in a dark one both. Unknown fields of the description are ignored.
+/// levels), or lacks a field; so are, in a light reference, a second page that is no defect map, one that marks more
+/// pixels than ReferenceImage::defectsMax, and an output out of range; in a dark one both. Unknown fields of the
+/// description are ignored.
 /// @throws std::runtime_error   says what is wrong.
 /// @throws std::bad_alloc
 /// @threads any.

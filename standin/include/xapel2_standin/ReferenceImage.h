@@ -51,8 +51,9 @@ struct ImageLayout {
     }
     /// Samples of a class; 0 of one that the image does not have.
     uint64_t samplesOf(unsigned iClass) const {
-        if (!pFormat->isCfa())
+        if (!pFormat->isCfa()) {
             return iClass < pFormat->nChannels ? nWidth * nHeight : 0;
+        }
         return iClass < 4 ? ((nHeight + 1 - iClass / 2) / 2) * ((nWidth + 1 - iClass % 2) / 2) : 0;
     }
 
@@ -83,6 +84,8 @@ struct FrameMeans {
 /// v off for a flat image, where the shape is 1.
 /// @param[in] dPixels  variance of a sample over the frames (divisor n - 1), mean over the samples.
 /// @param[in] dFrames  variance of the frame means (divisor n - 1).
+/// @param[in] dShape    as above.
+/// @param[in] dSamples  number of samples.
 inline double steadyVariance(double dPixels, double dFrames, double dShape, double dSamples) {
     // Of so few samples nobody can tell what they do together.
     const double dVariance = dSamples < 2.0 * dShape ? dPixels : dPixels - dShape * dFrames;
@@ -98,9 +101,9 @@ enum eOutputTarget {
 
 /// How corrected images come out.
 struct ReferenceOutput {
-    eOutputTarget eTarget = eTargetMean;
-    double dTarget = 0.0;    ///< DN, above 0 to full scale; of eTargetValue alone
-    double dPedestal = 0.0;  ///< DN, added after the correction: 0 to half of full scale
+    eOutputTarget eTarget = eTargetMean;  ///< of the scale
+    double dTarget = 0.0;                 ///< DN, above 0 to full scale; of eTargetValue alone
+    double dPedestal = 0.0;               ///< DN, added after the correction: 0 to half of full scale
 
     /// True where nothing is said.
     bool isDefault() const { return eTarget == eTargetMean && dPedestal == 0.0; }
@@ -118,7 +121,7 @@ enum eDefectBit : uint8_t {
 /// The mean of the images of one recording, with what is known about them.
 struct ReferenceImage {
     eReferenceKind eKind = eReferenceDark;  ///< dark or light
-    ImageLayout sLayout;                    ///< of the images that were averaged
+    ImageLayout layout;                     ///< of the images that were averaged
     uint64_t nImages = 0;                   ///< images that were averaged, 1 or more
     double dSaturatedShare = 0.0;           ///< share of samples at full scale over all images, 0 to 1
     double dMean = 0.0;                     ///< mean of all samples, DN
@@ -126,14 +129,14 @@ struct ReferenceImage {
     /// over the pixels (EMVA 1288, temporal variance of an image stack), without the changes that all pixels share (see
     /// steadyVariance()). 0 for a single image.
     double dTemporalNoise = 0.0;
-    std::string strCamera;        ///< JSON object with the camera's settings, empty when none were filed
-    std::vector<float> vSamples;  ///< DN, 0 to full scale, row by row, channels of a pixel side by side
+    std::string strCamera;          ///< JSON object with the camera's settings, empty when none were filed
+    std::vector<float> vecSamples;  ///< DN, 0 to full scale, row by row, channels of a pixel side by side
     /// dTemporalNoise of each colour class, see ImageLayout::classOf(); empty: not known.
-    std::vector<double> vClassNoise{};
-    FrameMeans sMeans{};    ///< how the light went
+    std::vector<double> vecClassNoise{};
+    FrameMeans means{};     ///< how the light went
     uint32_t uLargest = 0;  ///< the largest sample of all images; 0: not known, or black
 
-    ReferenceOutput sOutput{};        ///< of a light reference
+    ReferenceOutput output{};  ///< of a light reference
     /// Of a light reference: a byte for each pixel, row by row, 0 or bits of eDefectBit; empty: no defects.
     std::vector<uint8_t> vecDefects{};
 

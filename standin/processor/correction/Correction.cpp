@@ -33,30 +33,30 @@ std::string inWords(const ReferenceOutput& rOutput) {
 
 class CTableCorrection : public ICorrection {
 public:
-    CTableCorrection(const ImageLayout& rLayout, CorrectionTable sTable, const KernelTarget& rTarget,
+    CTableCorrection(const ImageLayout& rLayout, CorrectionTable table, const KernelTarget& rTarget,
                      const ReferenceOutput& rOutput)
-        : m_sTable(std::move(sTable)),
+        : m_table(std::move(table)),
           m_nSamples(rLayout.samples()),
           m_rTarget(rTarget),
-          m_sOutput(rOutput),
-          m_fnKernel(rTarget.fnKernel(m_sTable.sLayout, m_nSamples)) {}
+          m_output(rOutput),
+          m_fnKernel(rTarget.fnKernel(m_table.layout, m_nSamples)) {}
 
     void correct(void* pImage) const noexcept override {
-        CChunks oChunks(m_sTable, static_cast<uint8_t*>(pImage), m_nSamples);
+        CChunks oChunks(m_table, static_cast<uint8_t*>(pImage), m_nSamples);
         m_fnKernel(oChunks);
     }
 
     std::string description() const override {
-        return m_sTable.sLayout.description() + ", " + std::to_string(m_sTable.vecExceptions.size()) + " exceptions, " +
-               m_rTarget.pName + ", " + inWords(m_sOutput) + ", " + std::to_string(m_sTable.oDefects.defects()) +
+        return m_table.layout.description() + ", " + std::to_string(m_table.vecExceptions.size()) + " exceptions, " +
+               m_rTarget.pName + ", " + inWords(m_output) + ", " + std::to_string(m_table.oDefects.defects()) +
                " defects";
     }
 
 private:
-    const CorrectionTable m_sTable;
+    const CorrectionTable m_table;
     const std::size_t m_nSamples;
     const KernelTarget& m_rTarget;
-    const ReferenceOutput m_sOutput;
+    const ReferenceOutput m_output;
     const Kernel m_fnKernel;
 };
 
@@ -68,11 +68,12 @@ std::unique_ptr<ICorrection> makeCorrection(const ImageLayout& rLayout, const st
     const std::vector<KernelTarget>& rTargets = kernelTargets();
     const KernelTarget* pChosen = &rTargets.front();
     for (const KernelTarget& rTarget : rTargets) {
-        if (pTarget && std::strcmp(rTarget.pName, pTarget) == 0)
+        if (pTarget && std::strcmp(rTarget.pName, pTarget) == 0) {
             pChosen = &rTarget;
+        }
     }
     return std::make_unique<CTableCorrection>(rLayout, makeTable(CFormula(rLayout, pDark, pLight, rOutput)), *pChosen,
-                                              rOutput.sOutput);
+                                              rOutput.output);
 }
 
 std::vector<const char*> correctionTargets() {

@@ -29,7 +29,7 @@ public:
 
 /// How corrected images come out.
 struct CorrectionOutput {
-    ReferenceOutput sOutput;
+    ReferenceOutput output;
     const std::vector<uint8_t>* pDefects = nullptr;  ///< as ReferenceImage::vecDefects, borrowed; null: none
 };
 
@@ -72,8 +72,9 @@ struct FixedPoint {
 /// @param[in] uPedestal  P in the unit of the product, at most full scale.
 inline uint16_t correctSample(uint32_t uIn, uint32_t uOffset, uint32_t uGain, const FixedPoint& rPoint, uint32_t uFull,
                               uint64_t uPedestal = 0) noexcept {
-    if (uIn >= uFull)
+    if (uIn >= uFull) {
         return static_cast<uint16_t>(uFull);
+    }
     const int64_t iSignal = int64_t{uIn << rPoint.nOffsetBits} - int64_t{uOffset};
     const unsigned nBits = rPoint.nOffsetBits + rPoint.nGainBits;
     const auto iRaise = static_cast<int64_t>(uPedestal + (1ULL << nBits >> 1));

@@ -13,8 +13,9 @@ namespace StandIn {
 bool CChunks::next() noexcept {
     finish();
     m_iFirst = m_iEnd;
-    if (m_iFirst * BLOCK >= m_nSamples)
+    if (m_iFirst * BLOCK >= m_nSamples) {
         return false;
+    }
     m_iEnd = chunkEnd();
     readExceptions();
     if (isTail()) {
@@ -28,14 +29,17 @@ bool CChunks::next() noexcept {
 /// whole block. The tail is a chunk of its own. With defects to come it ends where the next of them can be replaced, or
 /// is long enough to be worth it, so that they meet their neighbours in the cache.
 std::size_t CChunks::chunkEnd() const noexcept {
-    if (isTail())
+    if (isTail()) {
         return m_iFirst + 1;
+    }
     std::size_t nWhole = m_nSamples / BLOCK;
     const CDefectRepair& rDefects = m_rTable.oDefects;
-    if (m_iDefect != rDefects.size())
+    if (m_iDefect != rDefects.size()) {
         nWhole = std::min(nWhole, std::max(m_iFirst + DEFECT_BLOCKS, (rDefects.need(m_iDefect) - 1) / BLOCK + 1));
-    if (m_pException == m_rTable.vecExceptions.data() + m_rTable.vecExceptions.size())
+    }
+    if (m_pException == m_rTable.vecExceptions.data() + m_rTable.vecExceptions.size()) {
         return nWhole;
+    }
     const std::size_t iException = m_pException->iSample / BLOCK;
     return std::min(nWhole, iException < m_iFirst + CHUNK_BLOCKS ? m_iFirst + CHUNK_BLOCKS : iException);
 }
@@ -46,7 +50,7 @@ void CChunks::readExceptions() noexcept {
     for (const TableException* p = m_pException; p != pAll && p->iSample < m_iEnd * BLOCK; ++p) {
         uint16_t& rResult = m_aResults[m_nResults++];
         unpackSamples(rFormat, m_pImage, p->iSample, 1, &rResult);
-        rResult = correctSample(rResult, p->sEntry.uOffset, p->sEntry.uGain, WIDE_POINT, rFormat.fullScale(),
+        rResult = correctSample(rResult, p->entry.uOffset, p->entry.uGain, WIDE_POINT, rFormat.fullScale(),
                                 m_rTable.uPedestal);
     }
 }
@@ -61,11 +65,13 @@ void CChunks::finish() noexcept {
         m_aTail[iLast] = static_cast<uint8_t>((m_aTail[iLast] & ~uKept) | (place(m_iFirst)[iLast] & uKept));
         std::memcpy(place(m_iFirst), m_aTail.data(), iLast + 1);
     }
-    for (std::size_t i = 0; i < m_nResults; ++i, ++m_pException)
+    for (std::size_t i = 0; i < m_nResults; ++i, ++m_pException) {
         packSamples(rFormat, &m_aResults[i], m_pException->iSample, 1, m_pImage);
+    }
     m_nResults = 0;
-    if (m_iDefect != m_rTable.oDefects.size())
+    if (m_iDefect != m_rTable.oDefects.size()) {
         m_iDefect = m_rTable.oDefects.repair(m_pImage, m_iDefect, std::min(m_iEnd * BLOCK, m_nSamples));
+    }
 }
 
 }  // namespace StandIn

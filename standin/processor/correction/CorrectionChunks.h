@@ -21,7 +21,7 @@ public:
     CChunks(const CorrectionTable& rTable, uint8_t* pImage, std::size_t nSamples)
         : m_rTable(rTable), m_pImage(pImage), m_nSamples(nSamples), m_pException(rTable.vecExceptions.data()) {}
 
-    const TableLayout& layout() const { return m_rTable.sLayout; }
+    const TableLayout& layout() const { return m_rTable.layout; }
     /// What is added to the product by the kernel itself; other than 0 for wide tables alone.
     uint64_t pedestal() const { return layout().isWide() ? m_rTable.uPedestal : 0; }
 

@@ -20,16 +20,16 @@ CFormula::CFormula(const ImageLayout& rLayout, const std::vector<float>* pDark, 
     : m_rLayout(rLayout),
       m_pDark(pDark ? pDark->data() : nullptr),
       m_pLight(pLight ? pLight->data() : nullptr),
-      m_sOutput(rOutput) {
-    if (m_sOutput.pDefects && m_sOutput.pDefects->empty()) {
-        m_sOutput.pDefects = nullptr;
+      m_output(rOutput) {
+    if (m_output.pDefects && m_output.pDefects->empty()) {
+        m_output.pDefects = nullptr;
     }
     if (!m_pLight) {
         return;
     }
-    switch (rOutput.sOutput.eTarget) {
+    switch (rOutput.output.eTarget) {
         case eTargetValue:
-            m_aTargets.fill(rOutput.sOutput.dTarget);
+            m_aTargets.fill(rOutput.output.dTarget);
             break;
         case eTargetMax:
             setBrightest();
@@ -69,7 +69,7 @@ void CFormula::setBrightest() {
     for (std::size_t iY = 0; iY < nHeight / CELL * CELL; ++iY) {
         for (std::size_t iX = 0; iX < vecCells.size() * CELL; ++iX) {
             const std::size_t iPixel = iY * nWidth + iX;
-            if (m_sOutput.pDefects && (*m_sOutput.pDefects)[iPixel] != 0) {
+            if (m_output.pDefects && (*m_output.pDefects)[iPixel] != 0) {
                 continue;
             }
             for (std::size_t c = 0; c < nChannels; ++c) {
@@ -104,17 +104,20 @@ void CFormula::addRow(std::size_t iRow, std::array<double, 4>& rSums) const {
     std::size_t iX = 0;
     for (; iX + LANES <= nSamples; iX += LANES) {
         if (pDark) {
-            for (std::size_t i = 0; i < LANES; ++i)
+            for (std::size_t i = 0; i < LANES; ++i) {
                 aLanes[i] += static_cast<double>(pLight[iX + i]) - static_cast<double>(pDark[iX + i]);
+            }
         } else {
             for (std::size_t i = 0; i < LANES; ++i) aLanes[i] += static_cast<double>(pLight[iX + i]);
         }
     }
-    for (std::size_t i = 0; iX + i < nSamples; ++i)
+    for (std::size_t i = 0; iX + i < nSamples; ++i) {
         aLanes[i] += static_cast<double>(pLight[iX + i]) - (pDark ? static_cast<double>(pDark[iX + i]) : 0.0);
+    }
     const bool bCfa = m_rLayout.pFormat->isCfa();
-    for (std::size_t i = 0; i < LANES; ++i)
+    for (std::size_t i = 0; i < LANES; ++i) {
         rSums[bCfa ? iRow % 2 * 2 + i % 2 : i % m_rLayout.pFormat->nChannels] += aLanes[i];
+    }
 }
 
 void CFormula::fillTargets(std::size_t iFirst, std::array<double, BLOCK>& rTargets) const {
@@ -130,10 +133,11 @@ void CFormula::fillTargets(std::size_t iFirst, std::array<double, BLOCK>& rTarge
                 ++iY;
             }
         }
-    } else if (nChannels == 1)
+    } else if (nChannels == 1) {
         rTargets.fill(m_aTargets[0]);
-    else
+    } else {
         for (std::size_t i = 0; i < BLOCK; ++i) rTargets[i] = m_aTargets[(iFirst + i) % 3];
+    }
 }
 
 void CFormula::foldPedestal(FormulaBlock& rBlock) const {
@@ -146,13 +150,13 @@ void CFormula::foldPedestal(FormulaBlock& rBlock) const {
 }
 
 uint64_t CFormula::defectsOf(std::size_t iFirst) const {
-    if (!m_sOutput.pDefects) {
+    if (!m_output.pDefects) {
         return 0;
     }
     const std::size_t nChannels = m_rLayout.pFormat->nChannels;
     uint64_t uMarked = 0;
     for (std::size_t i = 0; i < std::min(BLOCK, m_rLayout.samples() - iFirst); ++i) {
-        uMarked |= uint64_t{(*m_sOutput.pDefects)[(iFirst + i) / nChannels] != 0} << i;
+        uMarked |= uint64_t{(*m_output.pDefects)[(iFirst + i) / nChannels] != 0} << i;
     }
     return uMarked;
 }
@@ -162,11 +166,13 @@ void CFormula::block(std::size_t iFirst, FormulaBlock& rBlock) const {
     std::array<float, BLOCK> aDark;
     std::array<float, BLOCK> aLight;
     const auto whole = [&](const float* pSamples, std::array<float, BLOCK>& rBuffer) {
-        if (pSamples && nSamples == BLOCK)
+        if (pSamples && nSamples == BLOCK) {
             return pSamples + iFirst;
+        }
         rBuffer.fill(0.0F);  // D = 0 and, as there is no signal, G = 1
-        if (pSamples)
+        if (pSamples) {
             std::copy_n(pSamples + iFirst, nSamples, rBuffer.begin());
+        }
         return static_cast<const float*>(rBuffer.data());
     };
     std::array<double, BLOCK> aTargets;

@@ -27,10 +27,10 @@ public:
 
     /// Puts the pedestal into the offsets: D - P / G, which may be infinite or, where P is 0, is left as it is.
     void foldPedestal(FormulaBlock& rBlock) const;
-    double pedestal() const { return m_sOutput.sOutput.dPedestal; }
+    double pedestal() const { return m_output.output.dPedestal; }
 
     /// Null where no pixel is marked.
-    const std::vector<uint8_t>* defects() const { return m_sOutput.pDefects; }
+    const std::vector<uint8_t>* defects() const { return m_output.pDefects; }
     /// Bit i: sample iFirst + i, of BLOCK, is one of a marked pixel.
     uint64_t defectsOf(std::size_t iFirst) const;
 
@@ -45,7 +45,7 @@ private:
     const ImageLayout& m_rLayout;
     const float* m_pDark;
     const float* m_pLight;
-    CorrectionOutput m_sOutput;
+    CorrectionOutput m_output;
     std::array<double, 4> m_aTargets = {};  // by colour class
 };
 

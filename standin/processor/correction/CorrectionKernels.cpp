@@ -61,8 +61,9 @@ void correct8(CChunks& rChunks) {
                 if (BYTE_FIELDS) {
                     vEvenDark = hn::ShiftRightSame(hn::ShiftLeft<8>(vField), nFraction);
                     vOddDark = hn::ShiftRightSame(hn::And(vField, vHighByte), nFraction);
-                } else
+                } else {
                     vOddDark = loadWords(d16, pTable + BLOCK + i);
+                }
                 const auto vEven = hn::SaturatedSub(hn::ShiftLeft<8>(vIn), vEvenDark);
                 const auto vOdd = hn::SaturatedSub(hn::And(vIn, vHighByte), vOddDark);
                 const auto vEvenHigh = hn::MulHigh(vEven, loadWords(d16, pTable + nGains + i));
@@ -88,10 +89,12 @@ constexpr std::size_t MEMORY_SAMPLES = std::size_t{1} << 23;
 template <bool BYTE_FIELDS>
 Kernel findKernel8(std::size_t nSamples) {
     using D8 = hn::ScalableTag<uint8_t>;
-    if (nSamples < CORE_SAMPLES)
+    if (nSamples < CORE_SAMPLES) {
         return correct8<D8, BYTE_FIELDS, 0>;
-    if (nSamples < MEMORY_SAMPLES)
+    }
+    if (nSamples < MEMORY_SAMPLES) {
         return correct8<hn::CappedTag<uint8_t, 32>, BYTE_FIELDS, 0>;
+    }
     return correct8<D8, BYTE_FIELDS, 36>;
 }
 
@@ -119,8 +122,9 @@ struct Words16 {
           m_nDown(static_cast<int>(rLayout.productBits()) - 16) {}
 
     HWY_INLINE V dark(V vField) const {
-        if (!BYTE_FIELDS && WHOLE == eWholeNone)
+        if (!BYTE_FIELDS && WHOLE == eWholeNone) {
             return vField;
+        }
         const auto vDark = WHOLE == eWholeNone ? vField : hn::And(vField, m_vDarkMask);
         return hn::Add(m_vBase, BYTE_FIELDS ? hn::ShiftLeftSame(vDark, m_nDarkShift) : vDark);
     }
@@ -141,12 +145,15 @@ struct Words16 {
         constexpr bool ALL_BITS = WHOLE != eWholeNone;  // then samples fill their words, and so does full scale
         const auto vSignal = hn::SaturatedSub(ALL_BITS ? vIn : m_oImage.scaled(vIn), dark(vField));
         auto vOut = hn::MulHigh(vSignal, vGain);
-        if (ROUND_LOW)
+        if (ROUND_LOW) {
             vOut = hn::Add(vOut, hn::ShiftRight<15>(hn::Mul(vSignal, vGain)));
-        if (ALL_BITS)
+        }
+        if (ALL_BITS) {
             return hn::IfThenElse(hn::Eq(vIn, m_vFull), m_vFull, addWhole(vOut, vSignal, vField));
-        if (!ROUND_LOW)
+        }
+        if (!ROUND_LOW) {
             vOut = hn::ShiftRightSame(hn::SaturatedAdd(vOut, m_vRound), m_nDown);
+        }
         return hn::IfThenElse(m_oImage.saturated(vIn), m_vFull, hn::Min(vOut, m_vFull));
     }
 
@@ -176,9 +183,10 @@ struct Words16 {
                 }
             } else {
 #pragma GCC unroll 8
-                for (std::size_t i = 0; i < VECTORS; ++i)
+                for (std::size_t i = 0; i < VECTORS; ++i) {
                     aSamples[i] = correct(aSamples[i], loadWords(D(), pTable + i * sizeof(V)),
                                           loadWords(D(), pGains + i * sizeof(V)));
+                }
             }
             m_oImage.store(aSamples, pImage);
         }
@@ -250,8 +258,9 @@ using Split12 = Packed<D, 12, true>;
 template <class D, template <class> class IO>
 Kernel kernelWithoutWhole(const TableLayout& rLayout) {
     const bool bRoundLow = rLayout.productBits() == 16;
-    if (rLayout.nFieldBytes == 1)
+    if (rLayout.nFieldBytes == 1) {
         return bRoundLow ? Words16<D, IO, true, eWholeNone, true>::run : Words16<D, IO, true, eWholeNone, false>::run;
+    }
     return bRoundLow ? Words16<D, IO, false, eWholeNone, true>::run : Words16<D, IO, false, eWholeNone, false>::run;
 }
 
@@ -265,23 +274,30 @@ void correctWideAny(CChunks& rChunks) {
 
 Kernel findKernel(const TableLayout& rLayout, std::size_t nSamples) {
     using D = hn::ScalableTag<uint16_t>;
-    if (rLayout.isWide())
+    if (rLayout.isWide()) {
         return correctWideAny;
+    }
     const bool bByteFields = rLayout.nFieldBytes == 1;
-    if (rLayout.pFormat->nWireBits == 8)
+    if (rLayout.pFormat->nWireBits == 8) {
         return bByteFields ? findKernel8<true>(nSamples) : findKernel8<false>(nSamples);
-    if (rLayout.pFormat->bSplit)
+    }
+    if (rLayout.pFormat->bSplit) {
         return rLayout.pFormat->nBits == 10 ? kernelWithoutWhole<D, Split10>(rLayout)
                                             : kernelWithoutWhole<D, Split12>(rLayout);
-    if (rLayout.pFormat->nWireBits == 10)
+    }
+    if (rLayout.pFormat->nWireBits == 10) {
         return kernelWithoutWhole<hn::Full128<uint16_t>, Dense10>(rLayout);
-    if (rLayout.pFormat->nWireBits == 12)
+    }
+    if (rLayout.pFormat->nWireBits == 12) {
         return kernelWithoutWhole<D, Dense12>(rLayout);
-    if (rLayout.wholeBits() == 0)
+    }
+    if (rLayout.wholeBits() == 0) {
         return kernelWithoutWhole<D, Unpacked>(rLayout);
-    if (rLayout.wholeBits() == 1)
+    }
+    if (rLayout.wholeBits() == 1) {
         return bByteFields ? Words16<D, Unpacked, true, eWholeBit, true>::run
                            : Words16<D, Unpacked, false, eWholeBit, true>::run;
+    }
     return bByteFields ? Words16<D, Unpacked, true, eWholeBits, true>::run
                        : Words16<D, Unpacked, false, eWholeBits, true>::run;
 }
@@ -308,9 +324,9 @@ void correctScalar(CChunks& rChunks) {
         for (std::size_t iBlock = 0; iBlock < rChunks.blocks(); ++iBlock, pTable += rLayout.blockBytes()) {
             unpackSamples(*rLayout.pFormat, rChunks.image(), iBlock * BLOCK, BLOCK, aSamples.data());
             for (std::size_t i = 0; i < BLOCK; ++i) {
-                const TableEntry sEntry = tableEntry(rLayout, pTable, i);
+                const TableEntry entry = tableEntry(rLayout, pTable, i);
                 aSamples[i] =
-                    correctSample(aSamples[i], sEntry.uOffset, sEntry.uGain, rLayout.sPoint, uFull, rChunks.pedestal());
+                    correctSample(aSamples[i], entry.uOffset, entry.uGain, rLayout.point, uFull, rChunks.pedestal());
             }
             packSamples(*rLayout.pFormat, aSamples.data(), iBlock * BLOCK, BLOCK, rChunks.image());
         }
@@ -324,12 +340,13 @@ Kernel scalarKernel(const TableLayout&, std::size_t) {
 }  // namespace
 
 const std::vector<KernelTarget>& kernelTargets() {
-    static const std::vector<KernelTarget> s_Targets = [] {
+    static const std::vector<KernelTarget> s_vecTargets = [] {
         const int64_t uTargets = hwy::SupportedTargets();
         std::vector<KernelTarget> vecTargets;
         const auto add = [&](int64_t uTarget, Kernel (*fnKernel)(const TableLayout&, std::size_t)) {
-            if ((uTargets & uTarget) != 0)
+            if ((uTargets & uTarget) != 0) {
                 vecTargets.push_back({hwy::TargetName(uTarget), fnKernel});
+            }
         };
 #if HWY_TARGETS & HWY_AVX3
         add(HWY_AVX3, N_AVX3::findKernel);
@@ -346,7 +363,7 @@ const std::vector<KernelTarget>& kernelTargets() {
         vecTargets.push_back({"scalar", scalarKernel});
         return vecTargets;
     }();
-    return s_Targets;
+    return s_vecTargets;
 }
 
 }  // namespace StandIn

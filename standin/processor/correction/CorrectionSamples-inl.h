@@ -42,7 +42,7 @@ struct Unpacked {
     int m_nUp;
 
     explicit Unpacked(const TableLayout& rLayout)
-        : m_vFull(splat(D(), rLayout.pFormat->fullScale())), m_nUp(static_cast<int>(rLayout.sPoint.nOffsetBits)) {}
+        : m_vFull(splat(D(), rLayout.pFormat->fullScale())), m_nUp(static_cast<int>(rLayout.point.nOffsetBits)) {}
     HWY_INLINE void load(const uint8_t* pImage, V* pIn) const {
 #pragma GCC unroll 8
         for (std::size_t i = 0; i < VECTORS; ++i) pIn[i] = loadWords(D(), pImage + i * sizeof(V));
@@ -129,8 +129,9 @@ struct Packed {
         for (std::size_t i = 0; i < VECTORS; ++i) {
             const bool bLast = i + 1 == VECTORS;
             auto vBytes = loadWords(D(), pImage + i * STEP - (bLast ? SPARE : 0));
-            if (LANES128 != 1)
+            if (LANES128 != 1) {
                 vBytes = lookUp(vBytes, bLast ? m_vToLanesLast : m_vToLanes);
+            }
             const auto vPairs = hn::TableLookupBytes(vBytes, bLast ? m_vSpreadLast : m_vSpread);
             // Of split samples the high byte is in its place already.
             const auto vProducts = hn::Mul(vPairs, m_vFactors);
@@ -164,8 +165,9 @@ struct Packed {
         }
         const auto vFactors = hn::BitCast(di16, hn::Set(D32(), 1U | 1U << (16 + BITS)));
         const auto vTwo = hn::ReorderWidenMulAccumulate(di32, hn::BitCast(di16, vOut), vFactors, hn::Zero(di32), vNone);
-        if (BITS == 12)
+        if (BITS == 12) {
             return hn::BitCast(D(), vTwo);
+        }
         const auto vLow = hn::Set(d64, 0xFFFFF);
         const auto vFour = hn::BitCast(d64, vTwo);
         return hn::BitCast(D(), hn::Or(hn::And(vFour, vLow), hn::AndNot(vLow, hn::ShiftRight<12>(vFour))));
@@ -175,8 +177,9 @@ struct Packed {
 #pragma GCC unroll 8
         for (std::size_t i = 0; i + 1 < VECTORS; ++i) {
             vBefore = hn::TableLookupBytesOr0(close(pOut[i]), m_vClose);
-            if (LANES128 != 1)
+            if (LANES128 != 1) {
                 vBefore = lookUp(vBefore, m_vJoin);
+            }
             hn::StoreU(hn::BitCast(D8(), vBefore), D8(), pImage + i * STEP);
         }
         // The last: its own bytes at the end of the vector, before them the last bytes of the vector before it.

@@ -49,14 +49,14 @@ public:
         const std::size_t nBlocks = (rLayout.samples() + BLOCK - 1) / BLOCK;
         const std::size_t nStride = nBlocks > 4096 ? 17 : 1;
         const double dToBin = power(12 - static_cast<int>(rLayout.pFormat->nBits));
-        FormulaBlock sBlock;
+        FormulaBlock block;
         for (std::size_t iBlock = 0; iBlock < nBlocks; iBlock += nStride) {
-            rFormula.block(iBlock * BLOCK, sBlock);
-            rFormula.foldPedestal(sBlock);
+            rFormula.block(iBlock * BLOCK, block);
+            rFormula.foldPedestal(block);
             const std::size_t nUsed = std::min(BLOCK, rLayout.samples() - iBlock * BLOCK);
             for (std::size_t i = 0; i < nUsed; ++i) {
-                ++m_vecDarks[static_cast<std::size_t>(std::clamp(sBlock.aOffsets[i] * dToBin, 0.0, BINS - 1.0))];
-                for (unsigned k = 0; k < m_aGains.size(); ++k) m_aGains[k] += sBlock.aGains[i] >= (2 << k);
+                ++m_vecDarks[static_cast<std::size_t>(std::clamp(block.aOffsets[i] * dToBin, 0.0, BINS - 1.0))];
+                for (unsigned k = 0; k < m_aGains.size(); ++k) m_aGains[k] += block.aGains[i] >= (2 << k);
             }
             m_nSamples += nUsed;
         }
@@ -78,11 +78,13 @@ public:
         std::size_t iBestLast = 0;
         for (std::size_t iEnd = 1; iEnd <= BINS; ++iEnd) {
             nInside += m_vecDarks[iEnd - 1];
-            if (iEnd > nBins)
+            if (iEnd > nBins) {
                 nInside -= m_vecDarks[iEnd - 1 - nBins];
+            }
             const std::size_t iFirst = iEnd > nBins ? iEnd - nBins : 0;
-            if (nInside > nMost)
+            if (nInside > nMost) {
                 iBest = iFirst;
+            }
             if (nInside >= nMost) {
                 nMost = nInside;
                 iBestLast = iFirst;
@@ -109,20 +111,23 @@ private:
 /// Gives the layout the base and shift of its darks; the smallest shift whose range holds nearly all.
 bool placeDarks(const CSurvey& rSurvey, TableLayout& rLayout) {
     const unsigned nBits = rLayout.pFormat->nBits;
-    const unsigned nMost = nBits <= 12 ? rLayout.sPoint.nOffsetBits - 1 : rLayout.sPoint.nOffsetBits;
+    const unsigned nMost = nBits <= 12 ? rLayout.point.nOffsetBits - 1 : rLayout.point.nOffsetBits;
     for (const std::size_t nShare : {EXCEPTION_SHARE * 8, EXCEPTION_SHARE}) {
         for (unsigned nShift = 0; nShift <= nMost; ++nShift) {
             const std::size_t nRange = std::size_t{1} << (rLayout.nDarkBits + nShift);
-            if (nRange > 0x10000)
+            if (nRange > 0x10000) {
                 break;
+            }
             std::size_t nMissing = 0;
             std::size_t iFirst = 0;
-            if (nBits == 8)  // these kernels have no base
+            if (nBits == 8) {  // these kernels have no base
                 nMissing = rSurvey.above(nRange / 16);
-            else
+            } else {
                 iFirst = rSurvey.window(nRange / 16, nMissing);
-            if (nMissing > rSurvey.samples() / nShare)
+            }
+            if (nMissing > rSurvey.samples() / nShare) {
                 continue;
+            }
             rLayout.nDarkShift = nShift;
             rLayout.uDarkBase = static_cast<uint32_t>(std::min(iFirst * 16, 0x10000 - nRange));
             return true;
@@ -137,45 +142,47 @@ std::vector<TableLayout> candidates(const CFormula& rFormula) {
     const CSurvey oSurvey(rFormula);
     const unsigned nExponent = oSurvey.gainExponent();
     std::vector<TableLayout> vecLayouts;
-    TableLayout sLayout;
-    sLayout.pFormat = &rFormat;
-    sLayout.sPoint = {16 - rFormat.nBits, 16};
+    TableLayout layout;
+    layout.pFormat = &rFormat;
+    layout.point = {16 - rFormat.nBits, 16};
     for (const unsigned nBytes : {1U, 2U}) {
-        sLayout.nFieldBytes = nBytes;
+        layout.nFieldBytes = nBytes;
         for (unsigned k = nExponent; k < 4; ++k) {
-            sLayout.nDarkBits = nBytes * 8;
-            if (rFormat.nBits == 16)
-                sLayout.nDarkBits -= k + 1;  // the gain's whole part goes there
-            else
-                sLayout.sPoint.nGainBits = 15 - k;
-            const bool bKernel = sLayout.productBits() >= 16 && sLayout.nDarkBits >= 6;
-            sLayout.nDarkShift = 0;
-            sLayout.uDarkBase = 0;
-            if (bKernel && ((nBytes == 2 && rFormat.nBits != 16) || placeDarks(oSurvey, sLayout)))
-                vecLayouts.push_back(sLayout);
+            layout.nDarkBits = nBytes * 8;
+            if (rFormat.nBits == 16) {
+                layout.nDarkBits -= k + 1;  // the gain's whole part goes there
+            } else {
+                layout.point.nGainBits = 15 - k;
+            }
+            const bool bKernel = layout.productBits() >= 16 && layout.nDarkBits >= 6;
+            layout.nDarkShift = 0;
+            layout.uDarkBase = 0;
+            if (bKernel && ((nBytes == 2 && rFormat.nBits != 16) || placeDarks(oSurvey, layout))) {
+                vecLayouts.push_back(layout);
+            }
         }
     }
-    sLayout = {};
-    sLayout.pFormat = &rFormat;
-    vecLayouts.push_back(sLayout);
+    layout = {};
+    layout.pFormat = &rFormat;
+    vecLayouts.push_back(layout);
     return vecLayouts;
 }
 
 EncodeRule encodeRule(const TableLayout& rLayout) {
     constexpr double MARGIN = 1e-6;  // far above the rounding of the check itself
-    const int nOffsetBits = static_cast<int>(rLayout.sPoint.nOffsetBits);
-    EncodeRule sRule;
-    sRule.dBase = rLayout.uDarkBase * power(-nOffsetBits);
-    sRule.dPerUnit = power(static_cast<int>(rLayout.nDarkShift) - nOffsetBits);
-    sRule.dDarkLast = power(std::min(static_cast<int>(rLayout.nDarkBits), 31)) - 1;
-    sRule.dPerGain = power(-static_cast<int>(rLayout.sPoint.nGainBits));
-    sRule.dGainLast =
-        std::min(power(static_cast<int>(rLayout.gainBytes() * 8 + rLayout.wholeBits())), GAIN_LIMIT / sRule.dPerGain) -
+    const int nOffsetBits = static_cast<int>(rLayout.point.nOffsetBits);
+    EncodeRule rule;
+    rule.dBase = rLayout.uDarkBase * power(-nOffsetBits);
+    rule.dPerUnit = power(static_cast<int>(rLayout.nDarkShift) - nOffsetBits);
+    rule.dDarkLast = power(std::min(static_cast<int>(rLayout.nDarkBits), 31)) - 1;
+    rule.dPerGain = power(-static_cast<int>(rLayout.point.nGainBits));
+    rule.dGainLast =
+        std::min(power(static_cast<int>(rLayout.gainBytes() * 8 + rLayout.wholeBits())), GAIN_LIMIT / rule.dPerGain) -
         1;
-    sRule.dFull = rLayout.pFormat->fullScale();
-    sRule.dBound = 0.5 - MARGIN;
-    sRule.dBoundPerGain = rLayout.pFormat->nBits > 12 ? 0.5 : 0.0;
-    return sRule;
+    rule.dFull = rLayout.pFormat->fullScale();
+    rule.dBound = 0.5 - MARGIN;
+    rule.dBoundPerGain = rLayout.pFormat->nBits > 12 ? 0.5 : 0.0;
+    return rule;
 }
 
 template <typename T, typename F>
@@ -202,16 +209,18 @@ void store(const TableLayout& rLayout, const EncodedBlock& rCodes, uint8_t* pBlo
     const auto halvesInTurn = [](std::size_t i) { return i % 2 * 32 + i / 2; };
     if (rLayout.pFormat->nWireBits == 8) {
         place<uint16_t>(pGains, [&](std::size_t i) { return word(evenThenOdd(i)); });
-        if (rLayout.nFieldBytes == 1)
+        if (rLayout.nFieldBytes == 1) {
             place<uint8_t>(pBlock, field);
-        else
+        } else {
             place<uint16_t>(pBlock, [&](std::size_t i) { return field(evenThenOdd(i)); });
+        }
     } else {
         place<uint16_t>(pGains, word);
-        if (rLayout.nFieldBytes == 1)
+        if (rLayout.nFieldBytes == 1) {
             place<uint8_t>(pBlock, [&](std::size_t i) { return field(halvesInTurn(i)); });
-        else
+        } else {
             place<uint16_t>(pBlock, field);
+        }
     }
 }
 
@@ -220,34 +229,37 @@ bool build(const CFormula& rFormula, CorrectionTable& rTable) {
     const std::size_t nSamples = rFormula.layout().samples();
     const std::size_t nBlocks = (nSamples + BLOCK - 1) / BLOCK;
     rTable.vecExceptions.clear();
-    const EncodeRule sRule = encodeRule(rTable.sLayout);
-    TableLayout sWide;
-    sWide.pFormat = rTable.sLayout.pFormat;
-    const EncodeRule sWideRule = encodeRule(sWide);
+    const EncodeRule rule = encodeRule(rTable.layout);
+    TableLayout wide;
+    wide.pFormat = rTable.layout.pFormat;
+    const EncodeRule wideRule = encodeRule(wide);
     rTable.pBlocks.reset();  // before the next is made
-    rTable.pBlocks = allocateLarge(nBlocks * rTable.sLayout.blockBytes());
-    FormulaBlock sBlock;
-    EncodedBlock sCodes;
+    rTable.pBlocks = allocateLarge(nBlocks * rTable.layout.blockBytes());
+    FormulaBlock block;
+    EncodedBlock codes;
     for (std::size_t iBlock = 0; iBlock < nBlocks; ++iBlock) {
-        rFormula.block(iBlock * BLOCK, sBlock);
-        if (!rTable.sLayout.isWide()) {
-            rFormula.foldPedestal(sBlock);
+        rFormula.block(iBlock * BLOCK, block);
+        if (!rTable.layout.isWide()) {
+            rFormula.foldPedestal(block);
         }
-        encodeBlock(sRule, sBlock, sCodes);
-        store(rTable.sLayout, sCodes, rTable.pBlocks.get() + iBlock * rTable.sLayout.blockBytes());
-        const uint64_t uMisfits = sCodes.uMisfits & ~rFormula.defectsOf(iBlock * BLOCK);
-        if (uMisfits == 0 || rTable.sLayout.isWide())
+        encodeBlock(rule, block, codes);
+        store(rTable.layout, codes, rTable.pBlocks.get() + iBlock * rTable.layout.blockBytes());
+        const uint64_t uMisfits = codes.uMisfits & ~rFormula.defectsOf(iBlock * BLOCK);
+        if (uMisfits == 0 || rTable.layout.isWide()) {
             continue;
+        }
         if (rFormula.pedestal() != 0.0) {
-            rFormula.block(iBlock * BLOCK, sBlock);
+            rFormula.block(iBlock * BLOCK, block);
         }
-        encodeBlock(sWideRule, sBlock, sCodes);
+        encodeBlock(wideRule, block, codes);
         for (std::size_t i = 0; i < BLOCK && iBlock * BLOCK + i < nSamples; ++i) {
-            if ((uMisfits >> i & 1) != 0)
-                rTable.vecExceptions.push_back({iBlock * BLOCK + i, {sCodes.aDarks[i], sCodes.aGains[i]}});
+            if ((uMisfits >> i & 1) != 0) {
+                rTable.vecExceptions.push_back({iBlock * BLOCK + i, {codes.aDarks[i], codes.aGains[i]}});
+            }
         }
-        if (rTable.vecExceptions.size() > nSamples / EXCEPTION_SHARE)
+        if (rTable.vecExceptions.size() > nSamples / EXCEPTION_SHARE) {
             return false;
+        }
     }
     return true;
 }
@@ -255,28 +267,29 @@ bool build(const CFormula& rFormula, CorrectionTable& rTable) {
 }  // namespace
 
 std::string TableLayout::description() const {
-    const unsigned nUnit = sPoint.nOffsetBits - nDarkShift;
+    const unsigned nUnit = point.nOffsetBits - nDarkShift;
     std::array<char, 128> aText;
     std::snprintf(aText.data(), aText.size(), "%u bit, dark u%u.%u+%.5g, gain u%u.%u, %zu B/sample", pFormat->nBits,
-                  nDarkBits - nUnit, nUnit, std::ldexp(uDarkBase, -static_cast<int>(sPoint.nOffsetBits)),
-                  static_cast<unsigned>(gainBytes() * 8) + wholeBits() - sPoint.nGainBits, sPoint.nGainBits,
+                  nDarkBits - nUnit, nUnit, std::ldexp(uDarkBase, -static_cast<int>(point.nOffsetBits)),
+                  static_cast<unsigned>(gainBytes() * 8) + wholeBits() - point.nGainBits, point.nGainBits,
                   nFieldBytes + gainBytes());
     return aText.data();
 }
 
 CorrectionTable makeTable(const CFormula& rFormula) {
-    CorrectionTable sTable;
-    sTable.uPedestal = static_cast<uint64_t>(
+    CorrectionTable table;
+    table.uPedestal = static_cast<uint64_t>(
         std::llround(rFormula.pedestal() * power(static_cast<int>(WIDE_POINT.nOffsetBits + WIDE_POINT.nGainBits))));
     if (const std::vector<uint8_t>* const pDefects = rFormula.defects()) {
-        sTable.oDefects = CDefectRepair(rFormula.layout(), *pDefects);
+        table.oDefects = CDefectRepair(rFormula.layout(), *pDefects);
     }
     for (const TableLayout& rLayout : candidates(rFormula)) {
-        sTable.sLayout = rLayout;
-        if (build(rFormula, sTable))
+        table.layout = rLayout;
+        if (build(rFormula, table)) {
             break;  // at the latest the wide one, which has no exceptions
+        }
     }
-    return sTable;
+    return table;
 }
 
 }  // namespace StandIn

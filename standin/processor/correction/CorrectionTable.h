@@ -33,7 +33,7 @@ struct TableLayout {
     unsigned nDarkBits = 32;
     unsigned nDarkShift = 0;
     uint32_t uDarkBase = 0;
-    FixedPoint sPoint = WIDE_POINT;
+    FixedPoint point = WIDE_POINT;
 
     bool isWide() const { return nFieldBytes == 4; }
     unsigned wholeBits() const { return nFieldBytes * 8 - nDarkBits; }
@@ -42,11 +42,12 @@ struct TableLayout {
     /// Bytes of 64 samples of the image.
     std::size_t imageBlockBytes() const { return BLOCK / 8 * pFormat->nWireBits; }
     /// Bits that the product of signal and gain is shifted down by.
-    unsigned productBits() const { return sPoint.nOffsetBits + sPoint.nGainBits; }
+    unsigned productBits() const { return point.nOffsetBits + point.nGainBits; }
 
     std::size_t fieldPlace(std::size_t i) const {
-        if (pFormat->nWireBits == 8)
+        if (pFormat->nWireBits == 8) {
             return nFieldBytes == 1 ? i : gainPlace(i);
+        }
         return nFieldBytes == 1 ? i % 32 * 2 + i / 32 : i;
     }
     std::size_t gainPlace(std::size_t i) const { return pFormat->nWireBits == 8 && !isWide() ? i % 2 * 32 + i / 2 : i; }
@@ -76,11 +77,11 @@ inline TableEntry tableEntry(const TableLayout& rLayout, const uint8_t* pBlock, 
 /// A sample that the layout of its table cannot hold closely enough, in the fixed point of wide tables.
 struct TableException {
     std::size_t iSample;
-    TableEntry sEntry;
+    TableEntry entry;
 };
 
 struct CorrectionTable {
-    TableLayout sLayout;
+    TableLayout layout;
     LargeMemory pBlocks;     // one for each 64 samples begun, the last filled up with D = 0, G = 1
     uint64_t uPedestal = 0;  // of wide tables and exceptions, in the unit of their product
     CDefectRepair oDefects;

@@ -63,10 +63,11 @@ HWY_INLINE List<V, COUNT> pick(const List<V, N>& r, std::index_sequence<I...>) {
 }
 template <unsigned FIRST, unsigned STEP, unsigned COUNT, class V, unsigned N>
 HWY_INLINE List<V, COUNT> pick(const List<V, N>& r) {
-    if constexpr (COUNT == 0)
+    if constexpr (COUNT == 0) {
         return {};
-    else
+    } else {
         return pick<FIRST, STEP, COUNT>(r, std::make_index_sequence<COUNT>());
+    }
 }
 
 /// Place I of the merged list, where the even places of both lists are merged already, and the odd ones.
@@ -74,17 +75,19 @@ template <unsigned I, class V, unsigned NEVEN, unsigned NODD>
 HWY_INLINE V weave(const List<V, NEVEN>& rEven, const List<V, NODD>& rOdd) {
     constexpr unsigned J = I / 2;
     if constexpr (I % 2 == 0) {
-        if constexpr (J >= 1 && J <= NODD)
+        if constexpr (J >= 1 && J <= NODD) {
             return hn::Max(rOdd.v[J - 1], rEven.v[J]);
-        else
+        } else {
             return rEven.v[J];
+        }
     } else {
-        if constexpr (J < NODD && J + 1 < NEVEN)
+        if constexpr (J < NODD && J + 1 < NEVEN) {
             return hn::Min(rOdd.v[J], rEven.v[J + 1]);
-        else if constexpr (J < NODD)
+        } else if constexpr (J < NODD) {
             return rOdd.v[J];
-        else
+        } else {
             return rEven.v[J + 1];
+        }
     }
 }
 template <class V, unsigned NEVEN, unsigned NODD, std::size_t... I>
@@ -109,10 +112,11 @@ HWY_INLINE List<V, N + M> merge(const List<V, N>& a, const List<V, M>& b) {
 
 template <class V, unsigned N>
 HWY_INLINE List<V, N> sort(const List<V, N>& r) {
-    if constexpr (N == 1)
+    if constexpr (N == 1) {
         return r;
-    else
+    } else {
         return merge(sort(pick<0, 1, N / 2>(r)), sort(pick<N / 2, 1, N - N / 2>(r)));
+    }
 }
 
 // ---- Parts of the core, of which only some places are of use
@@ -133,14 +137,14 @@ struct Core {
 /// The places of use of SIZE samples of the core.
 template <unsigned R, class V, unsigned SIZE>
 struct Part {
-    List<V, Core<R>::count(SIZE)> sList;
+    List<V, Core<R>::count(SIZE)> list;
 };
 
 template <unsigned R, class V, unsigned N, unsigned M>
 HWY_INLINE Part<R, V, N + M> merge(const Part<R, V, N>& a, const Part<R, V, M>& b) {
     using C = Core<R>;
     // Samples dropped below take part as if they were smaller than all others.
-    return {pick<C::first(N + M) - C::first(N) - C::first(M), 1, C::count(N + M)>(merge(a.sList, b.sList))};
+    return {pick<C::first(N + M) - C::first(N) - C::first(M), 1, C::count(N + M)>(merge(a.list, b.list))};
 }
 
 // ---- Buffers: place i of a list in row i, one element for each pixel of a block
@@ -175,7 +179,7 @@ public:
     using D = hn::ScalableTag<T>;
     using V = hn::Vec<D>;
 
-    CNetwork() : m_vWork(STRIDE_BYTES / 64 * (COLUMN * (HAS_QUADS ? 7 : 3) + 1)) {}
+    CNetwork() : m_vecWork(STRIDE_BYTES / 64 * (COLUMN * (HAS_QUADS ? 7 : 3) + 1)) {}
 
     /// Medians of nPixels pixels, at most BLOCK, of two rows.
     /// @param ppRows  K + 1 rows, each from R samples left of the first pixel on, with room for a vector after the
@@ -184,24 +188,24 @@ public:
         const D d;
         const std::size_t L = hn::Lanes(d);
         for (std::size_t i = 0; i < nPixels + K - 1; i += L) {
-            List<V, COLUMN> sColumn = loadColumn(ppRows + 1, i, std::make_index_sequence<COLUMN>());
-            storeList(d, sort(sColumn), columns() + i, STRIDE, std::make_index_sequence<COLUMN>());
+            List<V, COLUMN> column = loadColumn(ppRows + 1, i, std::make_index_sequence<COLUMN>());
+            storeList(d, sort(column), columns() + i, STRIDE, std::make_index_sequence<COLUMN>());
         }
         for (std::size_t i = 0; i < nPixels + K - 2; i += L) {
-            const auto sPair = merge(part<1>(i), part<1>(i + 1));
-            storeList(d, sPair.sList, pairs() + i, STRIDE, std::make_index_sequence<std::size_t{2} * COLUMN>());
+            const auto pair = merge(part<1>(i), part<1>(i + 1));
+            storeList(d, pair.list, pairs() + i, STRIDE, std::make_index_sequence<std::size_t{2} * COLUMN>());
         }
         if constexpr (HAS_QUADS) {
             for (std::size_t i = 0; i < nPixels + K - 4; i += L) {
-                const auto sQuad = merge(part<2>(i), part<2>(i + 2));
-                storeList(d, sQuad.sList, quads() + i, STRIDE, std::make_index_sequence<std::size_t{4} * COLUMN>());
+                const auto quad = merge(part<2>(i), part<2>(i + 2));
+                storeList(d, quad.list, quads() + i, STRIDE, std::make_index_sequence<std::size_t{4} * COLUMN>());
             }
         }
         for (std::size_t i = 0; i < nPixels; i += L) {
-            const auto sCore = core<0>(i);
+            const auto middle = core<0>(i);
             const std::size_t nLeft = nPixels - i;
-            storeSome(median(sCore.sList, sort(loadWindow(ppRows[0] + i))), pUpper + i, nLeft);
-            storeSome(median(sCore.sList, sort(loadWindow(ppRows[K] + i))), pLower + i, nLeft);
+            storeSome(median(middle.list, sort(loadWindow(ppRows[0] + i))), pUpper + i, nLeft);
+            storeSome(median(middle.list, sort(loadWindow(ppRows[K] + i))), pLower + i, nLeft);
         }
     }
 
@@ -210,7 +214,7 @@ private:
     static constexpr std::size_t STRIDE_BYTES = blockBytes(R) + std::size_t{3} * 64;
     static constexpr std::size_t STRIDE = STRIDE_BYTES / sizeof(T);
 
-    T* columns() { return reinterpret_cast<T*>(m_vWork.data()); }
+    T* columns() { return reinterpret_cast<T*>(m_vecWork.data()); }
     T* pairs() { return columns() + COLUMN * STRIDE; }
     T* quads() { return pairs() + std::size_t{2} * COLUMN * STRIDE; }
 
@@ -231,10 +235,11 @@ private:
     HWY_INLINE Part<R, V, (K - FIRST) * COLUMN> core(std::size_t i) {
         constexpr unsigned LEFT = K - FIRST;
         constexpr unsigned TAKE = LEFT >= 4 && HAS_QUADS ? 4 : LEFT >= 2 ? 2 : 1;
-        if constexpr (TAKE == LEFT)
+        if constexpr (TAKE == LEFT) {
             return part<TAKE>(i + FIRST);
-        else
+        } else {
             return merge(part<TAKE>(i + FIRST), core<FIRST + TAKE>(i));
+        }
     }
 
     template <std::size_t... I>
@@ -258,7 +263,7 @@ private:
         }
     }
 
-    std::vector<CacheLine> m_vWork;
+    std::vector<CacheLine> m_vecWork;
 };
 
 /// Filters from row iY of the plane on. Returns its height, or the row whose windows have a sample that is no T.
@@ -276,8 +281,9 @@ std::size_t filter(CPlaneRows<T>& rRows, std::size_t iY) {
             for (std::size_t i = 0; i < apRows.size(); ++i) apRows[i] = rRows.row(iY + i) + iX;
             oNetwork.run(apRows.data(), nPixels, aUpper.data(), aLower.data());
             rRows.write(iY, iX, aUpper.data(), nPixels);
-            if (iY + 1 < rPlane.nHeight)
+            if (iY + 1 < rPlane.nHeight) {
                 rRows.write(iY + 1, iX, aLower.data(), nPixels);
+            }
         }
     }
     return std::min(iY, rPlane.nHeight);
@@ -287,8 +293,9 @@ template <unsigned R>
 void filter(const Plane& rPlane) {
     CPlaneRows<uint16_t> oWhole(rPlane, R);
     const std::size_t iY = filter<R>(oWhole, 0);
-    if (iY == rPlane.nHeight)
+    if (iY == rPlane.nHeight) {
         return;
+    }
     CPlaneRows<int32_t> oBits(oWhole);
     filter<R>(oBits, iY);
 }

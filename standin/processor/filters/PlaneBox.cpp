@@ -70,33 +70,34 @@ public:
     CBox(const Plane& rPlane, unsigned nRadius)
         : m_oRows(rPlane, nRadius),
           m_nSide(std::size_t{2} * nRadius + 1),
-          m_vColumns(m_oRows.width()),
-          m_vRunning(m_oRows.width() + 1),
-          m_vMeans(rPlane.nWidth) {}
+          m_vecColumns(m_oRows.width()),
+          m_vecRunning(m_oRows.width() + 1),
+          m_vecMeans(rPlane.nWidth) {}
     /// Goes on where one for whole numbers has come to another.
     explicit CBox(const CBox<uint16_t, uint32_t>& r)
         : m_oRows(r.m_oRows),
           m_nSide(r.m_nSide),
-          m_vColumns(m_oRows.width()),
-          m_vRunning(m_oRows.width() + 1),
-          m_vMeans(m_oRows.plane().nWidth) {
-        std::transform(r.m_vColumns.begin(), r.m_vColumns.end(), m_vColumns.begin(),
+          m_vecColumns(m_oRows.width()),
+          m_vecRunning(m_oRows.width() + 1),
+          m_vecMeans(m_oRows.plane().nWidth) {
+        std::transform(r.m_vecColumns.begin(), r.m_vecColumns.end(), m_vecColumns.begin(),
                        [](uint32_t uSum) { return S{uSum} * static_cast<S>(UNITS); });
     }
 
     /// Filters from row iY of the plane on. Returns its height, or the row whose windows have a sample that is no T.
     std::size_t run(std::size_t iY) {
         const Plane& rPlane = m_oRows.plane();
-        const std::vector<T> vNone(m_oRows.width());
+        const std::vector<T> vecNone(m_oRows.width());
         for (; iY < rPlane.nHeight && m_oRows.fetch(iY + m_nSide); ++iY) {
-            for (std::size_t i = 0; i + 1 < m_nSide && iY == 0; ++i) slide(m_oRows.row(i), vNone.data());
-            slide(m_oRows.row(iY + m_nSide - 1), iY == 0 ? vNone.data() : m_oRows.row(iY - 1));
+            for (std::size_t i = 0; i + 1 < m_nSide && iY == 0; ++i) slide(m_oRows.row(i), vecNone.data());
+            slide(m_oRows.row(iY + m_nSide - 1), iY == 0 ? vecNone.data() : m_oRows.row(iY - 1));
             accumulate();
-            float* const pMeans = rPlane.nStepX == 1 ? rPlane.pFirst + iY * rPlane.nStepY : m_vMeans.data();
+            float* const pMeans = rPlane.nStepX == 1 ? rPlane.pFirst + iY * rPlane.nStepY : m_vecMeans.data();
             const std::size_t iX = store(hn::Rebind<S, hn::ScalableTag<double>>(), 0, pMeans);
             store(hn::Rebind<S, hn::CappedTag<double, 1>>(), iX, pMeans);
-            if (rPlane.nStepX != 1)
+            if (rPlane.nStepX != 1) {
                 m_oRows.write(iY, 0, pMeans, rPlane.nWidth);
+            }
         }
         return iY;
     }
@@ -111,8 +112,8 @@ private:
     }
     template <class D>
     std::size_t slide(D d, std::size_t i, const T* pEnters, const T* pLeaves) {
-        S* const pSums = m_vColumns.data();
-        for (; i + hn::Lanes(d) <= m_vColumns.size(); i += hn::Lanes(d)) {
+        S* const pSums = m_vecColumns.data();
+        for (; i + hn::Lanes(d) <= m_vecColumns.size(); i += hn::Lanes(d)) {
             const auto vChange = hn::Sub(loadUnits(d, pEnters + i), loadUnits(d, pLeaves + i));
             hn::StoreU(hn::Add(hn::LoadU(d, pSums + i), vChange), d, pSums + i);
         }
@@ -122,43 +123,46 @@ private:
     /// Running sums of the column sums, from 0 on.
     void accumulate() {
         std::size_t i = 0;
-        S* const pRunning = m_vRunning.data() + 1;
+        S* const pRunning = m_vecRunning.data() + 1;
 #if HWY_TARGET != HWY_SCALAR
         const hn::FixedTag<S, 16 / sizeof(S)> d;
         auto vBefore = hn::Zero(d);
-        for (; i + hn::Lanes(d) <= m_vColumns.size(); i += hn::Lanes(d)) {
-            auto v = hn::LoadU(d, m_vColumns.data() + i);
+        for (; i + hn::Lanes(d) <= m_vecColumns.size(); i += hn::Lanes(d)) {
+            auto v = hn::LoadU(d, m_vecColumns.data() + i);
             v = hn::Add(v, hn::ShiftLeftLanes<1>(d, v));
-            if constexpr (sizeof(S) == 4)
+            if constexpr (sizeof(S) == 4) {
                 v = hn::Add(v, hn::ShiftLeftLanes<2>(d, v));
+            }
             hn::StoreU(hn::Add(v, vBefore), d, pRunning + i);
             vBefore = hn::Add(vBefore, hn::Broadcast<16 / sizeof(S) - 1>(v));
         }
 #endif
-        for (; i < m_vColumns.size(); ++i) pRunning[i] = static_cast<S>(m_vRunning[i] + m_vColumns[i]);
+        for (; i < m_vecColumns.size(); ++i) pRunning[i] = static_cast<S>(m_vecRunning[i] + m_vecColumns[i]);
     }
 
     template <class D>
     std::size_t store(D d, std::size_t i, float* pOut) const {
         const double dSide = static_cast<double>(m_nSide);
-        const S* const p = m_vRunning.data();
-        for (; i + hn::Lanes(d) <= m_vMeans.size(); i += hn::Lanes(d))
+        const S* const p = m_vecRunning.data();
+        for (; i + hn::Lanes(d) <= m_vecMeans.size(); i += hn::Lanes(d)) {
             storeMean(d, p + i + m_nSide, p + i, dSide * dSide, pOut + i);
+        }
         return i;
     }
 
     CPlaneRows<T> m_oRows;
-    std::size_t m_nSide;        // of a window
-    std::vector<S> m_vColumns;  // sums over the rows of the window, of the columns with the border
-    std::vector<S> m_vRunning;  // sums of the columns before each
-    std::vector<float> m_vMeans;
+    std::size_t m_nSide;          // of a window
+    std::vector<S> m_vecColumns;  // sums over the rows of the window, of the columns with the border
+    std::vector<S> m_vecRunning;  // sums of the columns before each
+    std::vector<float> m_vecMeans;
 };
 
 void filterBox(const Plane& rPlane, unsigned nRadius) {
     CBox<uint16_t, uint32_t> oWhole(rPlane, nRadius);
     const std::size_t iY = oWhole.run(0);
-    if (iY != rPlane.nHeight)
+    if (iY != rPlane.nHeight) {
         CBox<float, uint64_t>(oWhole).run(iY);
+    }
 }
 
 }  // namespace

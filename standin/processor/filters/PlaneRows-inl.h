@@ -57,8 +57,9 @@ inline void toFloats(const uint16_t* pFrom, std::size_t nSamples, float* pFloats
     const hn::Rebind<int32_t, decltype(d)> di;
     const hn::Rebind<uint16_t, decltype(d)> d16;
     std::size_t i = 0;
-    for (; i + hn::Lanes(d) <= nSamples; i += hn::Lanes(d))
+    for (; i + hn::Lanes(d) <= nSamples; i += hn::Lanes(d)) {
         hn::StoreU(hn::ConvertTo(d, hn::PromoteTo(di, hn::LoadU(d16, pFrom + i))), d, pFloats + i);
+    }
     for (; i < nSamples; ++i) pFloats[i] = static_cast<float>(pFrom[i]);
 }
 template <class T>
@@ -73,70 +74,72 @@ template <class T>
 class CPlaneRows {
 public:
     CPlaneRows(const Plane& rPlane, unsigned nRadius)
-        : m_sPlane(rPlane),
+        : m_plane(rPlane),
           m_nRadius(nRadius),
           m_nRows(std::size_t{2} * nRadius + 2),
           m_nStride(width() + 128 / sizeof(T)),
-          m_vRows(m_nRows * m_nStride),
-          m_vFloats(rPlane.nWidth) {}
+          m_vecRows(m_nRows * m_nStride),
+          m_vecFloats(rPlane.nWidth) {}
     /// The same rows as other numbers.
     explicit CPlaneRows(const CPlaneRows<uint16_t>& r) : CPlaneRows(r.plane(), r.radius()) {
-        std::vector<float> vFloats(width());
+        std::vector<float> vecFloats(width());
         for (m_nFetched = r.fetched(); m_nFetched != r.fetched() + m_nRows; ++m_nFetched) {
-            toFloats(r.row(m_nFetched), width(), vFloats.data());
-            fromFloats(vFloats.data(), width(), place(m_nFetched));
+            toFloats(r.row(m_nFetched), width(), vecFloats.data());
+            fromFloats(vecFloats.data(), width(), place(m_nFetched));
         }
         m_nFetched = r.fetched();
     }
 
-    const Plane& plane() const { return m_sPlane; }
+    const Plane& plane() const { return m_plane; }
     unsigned radius() const { return m_nRadius; }
     std::size_t fetched() const { return m_nFetched; }
     /// Of a row with its border.
-    std::size_t width() const { return m_sPlane.nWidth + std::size_t{2} * m_nRadius; }
+    std::size_t width() const { return m_plane.nWidth + std::size_t{2} * m_nRadius; }
 
     /// Fetches the rows before row iEnd. False where one has a sample that is no T; that row has not been fetched.
     bool fetch(std::size_t iEnd) {
         for (; m_nFetched < iEnd; ++m_nFetched) {
             const std::size_t iRow =
-                std::min(std::max<std::size_t>(m_nFetched, m_nRadius) - m_nRadius, m_sPlane.nHeight - 1);
-            const float* pFrom = m_sPlane.pFirst + iRow * m_sPlane.nStepY;
-            if (m_sPlane.nStepX != 1) {
-                for (std::size_t i = 0; i < m_sPlane.nWidth; ++i) m_vFloats[i] = pFrom[i * m_sPlane.nStepX];
-                pFrom = m_vFloats.data();
+                std::min(std::max<std::size_t>(m_nFetched, m_nRadius) - m_nRadius, m_plane.nHeight - 1);
+            const float* pFrom = m_plane.pFirst + iRow * m_plane.nStepY;
+            if (m_plane.nStepX != 1) {
+                for (std::size_t i = 0; i < m_plane.nWidth; ++i) m_vecFloats[i] = pFrom[i * m_plane.nStepX];
+                pFrom = m_vecFloats.data();
             }
             T* const pRow = place(m_nFetched);
             T* const pInside = pRow + m_nRadius;
-            if (!fromFloats(pFrom, m_sPlane.nWidth, pInside))
+            if (!fromFloats(pFrom, m_plane.nWidth, pInside)) {
                 return false;
+            }
             std::fill_n(pRow, m_nRadius, pInside[0]);
-            std::fill_n(pInside + m_sPlane.nWidth, m_nRadius, pInside[m_sPlane.nWidth - 1]);
+            std::fill_n(pInside + m_plane.nWidth, m_nRadius, pInside[m_plane.nWidth - 1]);
         }
         return true;
     }
     /// One of the last 2R + 2 rows that were fetched, from its border's first sample on, with room for a vector behind.
-    const T* row(std::size_t iRow) const { return m_vRows.data() + iRow % m_nRows * m_nStride; }
+    const T* row(std::size_t iRow) const { return m_vecRows.data() + iRow % m_nRows * m_nStride; }
 
     /// Writes samples of the result to row iRow of the plane.
     template <class TOut>
     void write(std::size_t iRow, std::size_t iColumn, const TOut* pFrom, std::size_t nSamples) {
-        float* const pTo = m_sPlane.pFirst + iRow * m_sPlane.nStepY + iColumn * m_sPlane.nStepX;
-        if (m_sPlane.nStepX == 1)
+        float* const pTo = m_plane.pFirst + iRow * m_plane.nStepY + iColumn * m_plane.nStepX;
+        if (m_plane.nStepX == 1) {
             return toFloats(pFrom, nSamples, pTo);
-        toFloats(pFrom, nSamples, m_vFloats.data());
-        for (std::size_t i = 0; i < nSamples; ++i) pTo[i * m_sPlane.nStepX] = m_vFloats[i];
+        }
+        toFloats(pFrom, nSamples, m_vecFloats.data());
+        for (std::size_t i = 0; i < nSamples; ++i) pTo[i * m_plane.nStepX] = m_vecFloats[i];
     }
 
 private:
-    T* place(std::size_t iRow) { return m_vRows.data() + iRow % m_nRows * m_nStride; }
+    T* place(std::size_t iRow) { return m_vecRows.data() + iRow % m_nRows * m_nStride; }
 
-    Plane m_sPlane;
+    Plane m_plane;
     unsigned m_nRadius;
     std::size_t m_nRows;
     std::size_t m_nStride;
     std::size_t m_nFetched = 0;
-    std::vector<T> m_vRows;
-    std::vector<float> m_vFloats;  // a row of a plane whose samples do not lie side by side
+    std::vector<T> m_vecRows;
+    std::vector<float> m_vecFloats;  // a row of a plane whose samples do not lie side by side
 };
 
 }  // namespace

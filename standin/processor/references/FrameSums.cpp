@@ -114,7 +114,7 @@ FrameFigures addRun(const TSample* pSamples, std::size_t nSamples, uint32_t uFul
     const V16 vFirst0 = lanesOf(CLASSES, 0, 0), vSecond0 = lanesOf(CLASSES, 1, 0);
     const V16 vFirst1 = lanesOf(CLASSES, 0, 1), vSecond1 = lanesOf(CLASSES, 1, 1);
     const V16 vFirst2 = lanesOf(CLASSES, 0, 2), vSecond2 = lanesOf(CLASSES, 1, 2);
-    FrameFigures sFigures;
+    FrameFigures figures;
     V16 vLargest = hn::Zero(d16);
     std::size_t i = 0;
     // A lane by itself, where there are no vectors, is of every class.
@@ -130,10 +130,12 @@ FrameFigures addRun(const TSample* pSamples, std::size_t nSamples, uint32_t uFul
             vLargest = hn::Max(vLargest, v);
             const V16 vCentred = hn::Xor(v, vCentre);
             addLanes<WIDE>(vCentred, vSums, vLow, vHigh);
-            if (CLASSES > 1)
+            if (CLASSES > 1) {
                 addLanes<WIDE>(hn::And(vCentred, vFirst), vSumsFirst, vLowFirst, vHighFirst);
-            if (CLASSES > 2)
+            }
+            if (CLASSES > 2) {
                 addLanes<WIDE>(hn::And(vCentred, vSecond), vSumsSecond, vLowSecond, vHighSecond);
+            }
         };
         for (; i < nEnd; i += nStep) {
             fnAdd(i, vFirst0, vSecond0);
@@ -142,38 +144,40 @@ FrameFigures addRun(const TSample* pSamples, std::size_t nSamples, uint32_t uFul
                 fnAdd(i + 2 * L, vFirst2, vSecond2);
             }
         }
-        FrameFigures sPart;
-        emptyLanes(sPart, CLASSES - 1, vSums, vLow, vHigh);
-        if (CLASSES > 1)
-            emptyLanes(sPart, 0, vSumsFirst, vLowFirst, vHighFirst);
-        if (CLASSES > 2)
-            emptyLanes(sPart, 1, vSumsSecond, vLowSecond, vHighSecond);
+        FrameFigures part;
+        emptyLanes(part, CLASSES - 1, vSums, vLow, vHigh);
+        if (CLASSES > 1) {
+            emptyLanes(part, 0, vSumsFirst, vLowFirst, vHighFirst);
+        }
+        if (CLASSES > 2) {
+            emptyLanes(part, 1, vSumsSecond, vLowSecond, vHighSecond);
+        }
         for (std::size_t k = 0; k + 1 < CLASSES; ++k) {
-            sPart.aiSums[CLASSES - 1] -= sPart.aiSums[k];
-            sPart.auSquares[CLASSES - 1] -= sPart.auSquares[k];
+            part.aiSums[CLASSES - 1] -= part.aiSums[k];
+            part.auSquares[CLASSES - 1] -= part.auSquares[k];
         }
         for (std::size_t k = 0; k < CLASSES; ++k) {
-            sFigures.aiSums[k] += sPart.aiSums[k];
-            sFigures.auSquares[k] += sPart.auSquares[k];
+            figures.aiSums[k] += part.aiSums[k];
+            figures.auSquares[k] += part.auSquares[k];
         }
         // At most 3 * STEPS in a lane.
-        sFigures.nSaturated += static_cast<uint64_t>(sumLanes<uint16_t>(d16, vSaturated));
+        figures.nSaturated += static_cast<uint64_t>(sumLanes<uint16_t>(d16, vSaturated));
     }
     HWY_ALIGN uint16_t aLargest[hn::MaxLanes(d16)];
     hn::Store(vLargest, d16, aLargest);
-    for (std::size_t k = 0; k < L; ++k) sFigures.uLargest = std::max<uint32_t>(sFigures.uLargest, aLargest[k]);
+    for (std::size_t k = 0; k < L; ++k) figures.uLargest = std::max<uint32_t>(figures.uLargest, aLargest[k]);
     for (; i < nSamples; ++i) {
         TSample tRead = 0;
         std::memcpy(&tRead, reinterpret_cast<const uint8_t*>(pSamples) + sizeof(TSample) * i, sizeof(TSample));
         const uint32_t uSample = std::min<uint32_t>(tRead, uFull);
         const int64_t iCentred = static_cast<int64_t>(uSample) - static_cast<int64_t>(WIDE ? FRAME_CENTRE : 0);
         pSums[i] = static_cast<TSum>(pSums[i] + uSample);
-        sFigures.aiSums[i % CLASSES] += iCentred;
-        sFigures.auSquares[i % CLASSES] += static_cast<uint64_t>(iCentred * iCentred);
-        sFigures.nSaturated += uSample == uFull;
-        sFigures.uLargest = std::max(sFigures.uLargest, uSample);
+        figures.aiSums[i % CLASSES] += iCentred;
+        figures.auSquares[i % CLASSES] += static_cast<uint64_t>(iCentred * iCentred);
+        figures.nSaturated += uSample == uFull;
+        figures.uLargest = std::max(figures.uLargest, uSample);
     }
-    return sFigures;
+    return figures;
 }
 
 FrameFigures addU8(std::size_t nClasses, const uint8_t* pSamples, std::size_t nSamples, uint16_t* pSums) {

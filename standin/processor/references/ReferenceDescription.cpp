@@ -27,8 +27,9 @@ constexpr std::size_t DEPTH_MAX = 8;
 constexpr double IMAGES_MAX = 9007199254740992.0;  // 2^53, exact as a double
 
 void require(bool bGood, const std::string& strElse) {
-    if (!bGood)
+    if (!bGood) {
         throw CFileError(strElse);
+    }
 }
 
 /// Takes the tokens of a description: keeps texts and numbers of the outer object by name, and the member "camera" as
@@ -36,15 +37,15 @@ void require(bool bGood, const std::string& strElse) {
 class CDescriptionReader : public nlohmann::json_sax<Json> {
 public:
     double number(const std::string& strName, double dLargest) const {
-        const auto iNumber = m_Numbers.find(strName);
-        require(iNumber != m_Numbers.end(), "no number in the description: " + strName);
+        const auto iNumber = m_numbers.find(strName);
+        require(iNumber != m_numbers.end(), "no number in the description: " + strName);
         require(iNumber->second >= 0.0 && iNumber->second <= dLargest, "a number out of range: " + strName);
         return iNumber->second;
     }
-    bool has(const std::string& strName) const { return m_Numbers.count(strName) != 0; }
+    bool has(const std::string& strName) const { return m_numbers.count(strName) != 0; }
     std::string text(const std::string& strName) const {
-        const auto iText = m_Texts.find(strName);
-        require(iText != m_Texts.end(), "no text in the description: " + strName);
+        const auto iText = m_texts.find(strName);
+        require(iText != m_texts.end(), "no text in the description: " + strName);
         return iText->second;
     }
     const std::string& camera() const { return m_strCamera; }
@@ -61,11 +62,12 @@ public:
     }
     bool number_float(number_float_t dValue, const string_t& strText) override { return number(dValue, strText); }
     bool string(string_t& strValue) override {
-        if (m_nDepth == 1)
-            m_Texts[m_strKey] = strValue;
+        if (m_nDepth == 1) {
+            m_texts[m_strKey] = strValue;
+        }
         if (isOutputMember() && m_strOutputKey == "target") {
             require(strValue == "mean" || strValue == "max", "unknown target of the output");
-            m_sOutput.eTarget = strValue == "max" ? eTargetMax : eTargetMean;
+            m_output.eTarget = strValue == "max" ? eTargetMax : eTargetMean;
             return true;
         }
         return value(Json(strValue).dump());
@@ -77,8 +79,9 @@ public:
             m_bCamera = strKey == "camera";
             m_bOutput = strKey == "output";
             m_bHasOutput = m_bHasOutput || m_bOutput;
-            if (m_bCamera)
+            if (m_bCamera) {
                 m_strCamera.clear();
+            }
             m_bComma = false;
         } else if (m_nDepth == 2 && m_bOutput) {
             m_strOutputKey = strKey;
@@ -103,15 +106,16 @@ public:
 
 private:
     bool number(double dValue, const std::string& strText) {
-        if (m_nDepth == 1)
-            m_Numbers[m_strKey] = dValue;
+        if (m_nDepth == 1) {
+            m_numbers[m_strKey] = dValue;
+        }
         if (isOutputMember() && m_strOutputKey == "target") {
-            m_sOutput.eTarget = eTargetValue;
-            m_sOutput.dTarget = dValue;
+            m_output.eTarget = eTargetValue;
+            m_output.dTarget = dValue;
             return true;
         }
         if (isOutputMember() && m_strOutputKey == "pedestal") {
-            m_sOutput.dPedestal = dValue;
+            m_output.dPedestal = dValue;
             return true;
         }
         return value(strText);
@@ -137,25 +141,28 @@ private:
     }
     bool close(char cBracket) {
         m_bComma = false;
-        if (--m_nDepth != 0)
+        if (--m_nDepth != 0) {
             append(std::string(1, cBracket));
+        }
         m_bComma = true;
         return true;
     }
     void append(const std::string& strText) {
-        if (!m_bCamera)
+        if (!m_bCamera) {
             return;
-        if (m_bComma)
+        }
+        if (m_bComma) {
             m_strCamera += ',';
+        }
         m_strCamera += strText;
     }
 
-    std::map<std::string, double> m_Numbers;
-    std::map<std::string, std::string> m_Texts;
+    std::map<std::string, double> m_numbers;
+    std::map<std::string, std::string> m_texts;
     std::string m_strCamera;
     std::string m_strKey;      // of the outer object
     std::size_t m_nDepth = 0;  // open brackets
-    ReferenceOutput m_sOutput;
+    ReferenceOutput m_output;
     std::string m_strOutputKey;
     bool m_bOutput = false;  // inside the member "output"
     bool m_bHasOutput = false;
@@ -169,21 +176,24 @@ std::string classNoiseName(std::size_t iClass) {
 
 // What older files do not have.
 void readNewer(const CDescriptionReader& rReader, double dFull, ReferenceImage& rReference) {
-    if (rReader.has("firstMean"))
-        rReference.sMeans = {rReader.number("firstMean", dFull), rReader.number("lastMean", dFull),
-                             rReader.number("leastMean", dFull), rReader.number("mostMean", dFull)};
-    for (unsigned k = 0; rReader.has(classNoiseName(0)) && k < rReference.sLayout.classes(); ++k)
-        rReference.vClassNoise.push_back(rReader.number(classNoiseName(k), dFull));
-    if (rReader.has("largest"))
+    if (rReader.has("firstMean")) {
+        rReference.means = {rReader.number("firstMean", dFull), rReader.number("lastMean", dFull),
+                            rReader.number("leastMean", dFull), rReader.number("mostMean", dFull)};
+    }
+    for (unsigned k = 0; rReader.has(classNoiseName(0)) && k < rReference.layout.classes(); ++k) {
+        rReference.vecClassNoise.push_back(rReader.number(classNoiseName(k), dFull));
+    }
+    if (rReader.has("largest")) {
         rReference.uLargest = static_cast<uint32_t>(rReader.number("largest", dFull));
+    }
 }
 
 ReferenceOutput CDescriptionReader::output(double dFull) const {
-    require(m_sOutput.eTarget != eTargetValue || (m_sOutput.dTarget > 0.0 && m_sOutput.dTarget <= dFull),
+    require(m_output.eTarget != eTargetValue || (m_output.dTarget > 0.0 && m_output.dTarget <= dFull),
             "the target of the output is not above 0 and up to full scale");
-    require(m_sOutput.dPedestal >= 0.0 && m_sOutput.dPedestal <= dFull / 2,
+    require(m_output.dPedestal >= 0.0 && m_output.dPedestal <= dFull / 2,
             "the pedestal of the output is not from 0 to half of full scale");
-    return m_sOutput;
+    return m_output;
 }
 
 }  // namespace
@@ -191,41 +201,44 @@ ReferenceOutput CDescriptionReader::output(double dFull) const {
 std::string makeDescription(const ReferenceImage& rReference) {
     const auto fnNumber = [](double dValue) { return Json(dValue).dump(); };
     std::string strText = std::string(R"({"kind":")") + (rReference.eKind == eReferenceLight ? "light" : "dark") +
-                          R"(","pixelFormat":")" + rReference.sLayout.pFormat->pName + R"(","images":)" +
+                          R"(","pixelFormat":")" + rReference.layout.pFormat->pName + R"(","images":)" +
                           std::to_string(rReference.nImages) + R"(,"saturatedShare":)" +
                           fnNumber(rReference.dSaturatedShare) + R"(,"mean":)" + fnNumber(rReference.dMean) +
                           R"(,"temporalNoise":)" + fnNumber(rReference.dTemporalNoise);
-    const FrameMeans& rMeans = rReference.sMeans;
-    if (!std::isnan(rMeans.dFirst))
+    const FrameMeans& rMeans = rReference.means;
+    if (!std::isnan(rMeans.dFirst)) {
         strText += R"(,"firstMean":)" + fnNumber(rMeans.dFirst) + R"(,"lastMean":)" + fnNumber(rMeans.dLast) +
                    R"(,"leastMean":)" + fnNumber(rMeans.dLeast) + R"(,"mostMean":)" + fnNumber(rMeans.dMost);
-    for (std::size_t k = 0; k < rReference.vClassNoise.size(); ++k)
-        strText += ",\"" + classNoiseName(k) + "\":" + fnNumber(rReference.vClassNoise[k]);
-    if (rReference.uLargest != 0)
+    }
+    for (std::size_t k = 0; k < rReference.vecClassNoise.size(); ++k) {
+        strText += ",\"" + classNoiseName(k) + "\":" + fnNumber(rReference.vecClassNoise[k]);
+    }
+    if (rReference.uLargest != 0) {
         strText += R"(,"largest":)" + std::to_string(rReference.uLargest);
+    }
     if (!rReference.strCamera.empty()) {
         require(Json::accept(rReference.strCamera), "the camera settings are no JSON object");
         strText += R"(,"camera":)" + rReference.strCamera;
     }
-    if (!rReference.sOutput.isDefault()) {
-        const ReferenceOutput& rOutput = rReference.sOutput;
+    if (!rReference.output.isDefault()) {
+        const ReferenceOutput& rOutput = rReference.output;
         strText += R"(,"output":{"target":)" + (rOutput.eTarget == eTargetValue ? fnNumber(rOutput.dTarget)
                                                 : rOutput.eTarget == eTargetMax ? R"("max")"
                                                                                 : R"("mean")");
         strText += R"(,"pedestal":)" + fnNumber(rOutput.dPedestal) + '}';
     }
     strText += '}';
-    parseDescription(strText.c_str(), rReference.sLayout.nWidth, rReference.sLayout.nHeight);
+    parseDescription(strText.c_str(), rReference.layout.nWidth, rReference.layout.nHeight);
     return strText;
 }
 
 void checkNote(const std::string& strJson) {
     require(strJson.size() <= NOTE_BYTES_MAX, "the camera settings are too long");
-    ReferenceImage sReference;
-    sReference.sLayout = {&pixelFormats().front(), 1, 1};
-    sReference.nImages = 1;
-    sReference.strCamera = strJson;
-    makeDescription(sReference);
+    ReferenceImage reference;
+    reference.layout = {&pixelFormats().front(), 1, 1};
+    reference.nImages = 1;
+    reference.strCamera = strJson;
+    makeDescription(reference);
 }
 
 ReferenceImage parseDescription(const char* strText, uint64_t nWidth, uint64_t nHeight) {
@@ -234,26 +247,26 @@ ReferenceImage parseDescription(const char* strText, uint64_t nWidth, uint64_t n
     CDescriptionReader oReader;
     Json::sax_parse(strText, strText + nLength, &oReader);
 
-    ReferenceImage sReference;
+    ReferenceImage reference;
     const std::string strKind = oReader.text("kind");
     require(strKind == "dark" || strKind == "light", "unknown kind of reference");
-    sReference.eKind = strKind == "light" ? eReferenceLight : eReferenceDark;
-    sReference.sLayout = {findPixelFormat(oReader.text("pixelFormat")), nWidth, nHeight};
-    require(sReference.sLayout.pFormat != nullptr, "unknown pixel format");
-    require(sReference.sLayout.isPossible(), "impossible size");
-    const double dFull = sReference.sLayout.pFormat->fullScale();
+    reference.eKind = strKind == "light" ? eReferenceLight : eReferenceDark;
+    reference.layout = {findPixelFormat(oReader.text("pixelFormat")), nWidth, nHeight};
+    require(reference.layout.pFormat != nullptr, "unknown pixel format");
+    require(reference.layout.isPossible(), "impossible size");
+    const double dFull = reference.layout.pFormat->fullScale();
     const double dImages = oReader.number("images", IMAGES_MAX);
     require(dImages >= 1.0 && dImages == std::floor(dImages), "images is no number from 1 on");
-    sReference.nImages = static_cast<uint64_t>(dImages);
-    sReference.dSaturatedShare = oReader.number("saturatedShare", 1.0);
-    sReference.dMean = oReader.number("mean", dFull);
-    sReference.dTemporalNoise = oReader.number("temporalNoise", dFull);
-    readNewer(oReader, dFull, sReference);
-    sReference.strCamera = oReader.camera();
-    require(!oReader.hasOutput() || sReference.eKind == eReferenceLight,
+    reference.nImages = static_cast<uint64_t>(dImages);
+    reference.dSaturatedShare = oReader.number("saturatedShare", 1.0);
+    reference.dMean = oReader.number("mean", dFull);
+    reference.dTemporalNoise = oReader.number("temporalNoise", dFull);
+    readNewer(oReader, dFull, reference);
+    reference.strCamera = oReader.camera();
+    require(!oReader.hasOutput() || reference.eKind == eReferenceLight,
             "only a light reference tells how the output is scaled");
-    sReference.sOutput = oReader.output(dFull);
-    return sReference;
+    reference.output = oReader.output(dFull);
+    return reference;
 }
 
 }  // namespace StandIn

@@ -15,8 +15,9 @@ namespace StandIn {
 namespace {
 
 void require(bool bGood, const char* strElse) {
-    if (!bGood)
+    if (!bGood) {
         throw CFileError(strElse);
+    }
 }
 
 /// Kind, format and figures from the description, size from the tags.
@@ -43,7 +44,7 @@ void checkSamples(const CTiffInput& rTiff, const PixelFormat& rFormat) {
 /// The second page, which the file has been moved to.
 void readDefects(const CTiffInput& rTiff, ReferenceImage& rReference) {
     require(rReference.eKind == eReferenceLight, "only a light reference has a second page, the defect map");
-    const ImageLayout& rLayout = rReference.sLayout;
+    const ImageLayout& rLayout = rReference.layout;
     uint32_t nWidth = 0;
     uint32_t nHeight = 0;
     require(TIFFGetField(rTiff.get(), TIFFTAG_IMAGEWIDTH, &nWidth) == 1 &&
@@ -69,22 +70,23 @@ void readDefects(const CTiffInput& rTiff, ReferenceImage& rReference) {
 }  // namespace
 
 ReferenceImage readReferenceFile(const std::string& strFile) {
-    CTiffInput sTiff(strFile);
-    ReferenceImage sReference = readDescription(sTiff);
-    const ImageLayout& rLayout = sReference.sLayout;
+    CTiffInput tiff(strFile);
+    ReferenceImage reference = readDescription(tiff);
+    const ImageLayout& rLayout = reference.layout;
     const uint64_t nRowBytes = rLayout.samplesPerRow() * sizeof(float);
-    checkSamples(sTiff, *rLayout.pFormat);
-    sTiff.checkStrips(rLayout.nHeight, nRowBytes);
-    sReference.vSamples.resize(rLayout.samples());
-    sTiff.read(rLayout.nHeight, nRowBytes, sReference.vSamples.data());
+    checkSamples(tiff, *rLayout.pFormat);
+    tiff.checkStrips(rLayout.nHeight, nRowBytes);
+    reference.vecSamples.resize(rLayout.samples());
+    tiff.read(rLayout.nHeight, nRowBytes, reference.vecSamples.data());
     const auto fFull = static_cast<float>(rLayout.pFormat->fullScale());
-    for (const float fSample : sReference.vSamples)
+    for (const float fSample : reference.vecSamples) {
         require(fSample >= 0.0F && fSample <= fFull, "a sample is no number from 0 to full scale");
-    if (sTiff.nextPage()) {
-        readDefects(sTiff, sReference);
-        require(!sTiff.nextPage(), "the file has more than two pages");
     }
-    return sReference;
+    if (tiff.nextPage()) {
+        readDefects(tiff, reference);
+        require(!tiff.nextPage(), "the file has more than two pages");
+    }
+    return reference;
 }
 
 }  // namespace StandIn

@@ -16,7 +16,7 @@ namespace {
 
 /// A map is one that readReferenceFile takes.
 void checkDefects(const ReferenceImage& rReference) {
-    const ImageLayout& rLayout = rReference.sLayout;
+    const ImageLayout& rLayout = rReference.layout;
     const std::vector<uint8_t>& rMap = rReference.vecDefects;
     if (rMap.empty()) {
         return;
@@ -43,8 +43,8 @@ TiffImage imageOf(const ImageLayout& rLayout, unsigned nChannels, uint16_t nBits
 void writeReferenceFile(const std::string& strFile, const ReferenceImage& rReference) {
     checkDefects(rReference);
     const std::string strDescription = makeDescription(rReference);
-    const ImageLayout& rLayout = rReference.sLayout;
-    std::vector<TiffPage> vecPages = {{imageOf(rLayout, rLayout.pFormat->nChannels, 32), rReference.vSamples.data()}};
+    const ImageLayout& rLayout = rReference.layout;
+    std::vector<TiffPage> vecPages = {{imageOf(rLayout, rLayout.pFormat->nChannels, 32), rReference.vecSamples.data()}};
     vecPages.front().image.pDescription = strDescription.c_str();
     if (!rReference.vecDefects.empty()) {
         vecPages.push_back({imageOf(rLayout, 1, 8), rReference.vecDefects.data()});

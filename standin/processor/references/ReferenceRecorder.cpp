@@ -17,13 +17,14 @@ void CReferenceRecorder::add(const ImageLayout& rLayout, const void* pImage) {
     const std::size_t nSamples = rLayout.samples();
     const uint32_t uFull = rFormat.fullScale();
     if (m_nImages == 0) {
-        m_vSums16.assign(bBytes ? nSamples : 0, 0);
-        m_vSums32.assign(bBytes ? 0 : nSamples, 0);
-        m_sLayout = rLayout;
+        m_vecSums16.assign(bBytes ? nSamples : 0, 0);
+        m_vecSums32.assign(bBytes ? 0 : nSamples, 0);
+        m_layout = rLayout;
     }
     const uint32_t uLargest = bBytes ? std::numeric_limits<uint16_t>::max() : std::numeric_limits<uint32_t>::max();
-    if (m_nNarrow == uLargest / uFull)
+    if (m_nNarrow == uLargest / uFull) {
         widen();
+    }
 
     // Rows of a filter array have their own classes; anything else is one run.
     const bool bCfa = rFormat.isCfa();
@@ -31,14 +32,14 @@ void CReferenceRecorder::add(const ImageLayout& rLayout, const void* pImage) {
     std::array<int64_t, CLASSES_MAX> aiSums{};
     std::array<uint16_t, 4096> aSamples;
     const auto fnRun = [&](const void* pSamples, std::size_t iFirst, std::size_t nRun) {
-        const FrameFigures sFigures = addRun(pSamples, iFirst, nRun);
+        const FrameFigures figures = addRun(pSamples, iFirst, nRun);
         const std::size_t iClass = bCfa ? iFirst / nRow % 2 * 2 : 0;
         for (std::size_t k = 0; k < (bCfa ? 2U : rFormat.nChannels); ++k) {
-            aiSums[iClass + k] += sFigures.aiSums[k];
-            m_aClasses[iClass + k].uSquares += sFigures.auSquares[k];
+            aiSums[iClass + k] += figures.aiSums[k];
+            m_aClasses[iClass + k].uSquares += figures.auSquares[k];
         }
-        m_nSaturated += sFigures.nSaturated;
-        m_uLargest = std::max(m_uLargest, sFigures.uLargest);
+        m_nSaturated += figures.nSaturated;
+        m_uLargest = std::max(m_uLargest, figures.uLargest);
     };
     for (std::size_t iRow = 0; iRow < nSamples; iRow += nRow) {
         if (!rFormat.isPacked()) {
@@ -58,77 +59,79 @@ void CReferenceRecorder::add(const ImageLayout& rLayout, const void* pImage) {
 
 // Bits above the significant ones cannot occur in a sound image; they count as full scale.
 FrameFigures CReferenceRecorder::addRun(const void* pSamples, std::size_t iFirst, std::size_t nSamples) {
-    const PixelFormat& rFormat = *m_sLayout.pFormat;
+    const PixelFormat& rFormat = *m_layout.pFormat;
     const std::size_t nClasses = rFormat.isCfa() ? 2 : rFormat.nChannels;
-    return m_vSums32.empty() ? addFrame(nClasses, static_cast<const uint8_t*>(pSamples), nSamples, &m_vSums16[iFirst])
-                             : addFrame(nClasses, static_cast<const uint16_t*>(pSamples), nSamples, rFormat.fullScale(),
-                                        &m_vSums32[iFirst]);
+    return m_vecSums32.empty()
+               ? addFrame(nClasses, static_cast<const uint8_t*>(pSamples), nSamples, &m_vecSums16[iFirst])
+               : addFrame(nClasses, static_cast<const uint16_t*>(pSamples), nSamples, rFormat.fullScale(),
+                          &m_vecSums32[iFirst]);
 }
 
 void CReferenceRecorder::closeFrame(const std::array<int64_t, CLASSES_MAX>& rSums) {
-    const auto iCentre = static_cast<int64_t>(m_vSums16.empty() ? FRAME_CENTRE : 0);
+    const auto iCentre = static_cast<int64_t>(m_vecSums16.empty() ? FRAME_CENTRE : 0);
     int64_t iAll = 0;
     for (std::size_t k = 0; k < CLASSES_MAX; ++k) {
-        const int64_t iSum = rSums[k] + iCentre * static_cast<int64_t>(m_sLayout.samplesOf(static_cast<unsigned>(k)));
+        const int64_t iSum = rSums[k] + iCentre * static_cast<int64_t>(m_layout.samplesOf(static_cast<unsigned>(k)));
         m_aClasses[k].uFrameSquares += static_cast<UInt128>(iSum) * static_cast<UInt128>(iSum);
         iAll += iSum;
     }
-    const double dMean = static_cast<double>(iAll) / static_cast<double>(m_sLayout.samples());
-    m_sMeans.dFirst = m_nImages == 1 ? dMean : m_sMeans.dFirst;
-    m_sMeans.dLast = dMean;
+    const double dMean = static_cast<double>(iAll) / static_cast<double>(m_layout.samples());
+    m_means.dFirst = m_nImages == 1 ? dMean : m_means.dFirst;
+    m_means.dLast = dMean;
     // Not a number before the first frame, which these take for missing.
-    m_sMeans.dLeast = std::fmin(m_sMeans.dLeast, dMean);
-    m_sMeans.dMost = std::fmax(m_sMeans.dMost, dMean);
+    m_means.dLeast = std::fmin(m_means.dLeast, dMean);
+    m_means.dMost = std::fmax(m_means.dMost, dMean);
 }
 
 void CReferenceRecorder::widen() {
     const auto spill = [this](auto& rNarrow) {
-        for (std::size_t i = 0; i < rNarrow.size(); ++i) m_vSums64[i] += rNarrow[i];
+        for (std::size_t i = 0; i < rNarrow.size(); ++i) m_vecSums64[i] += rNarrow[i];
         std::fill(rNarrow.begin(), rNarrow.end(), 0);
     };
-    m_vSums64.resize(m_sLayout.samples());
-    spill(m_vSums16);
-    spill(m_vSums32);
+    m_vecSums64.resize(m_layout.samples());
+    spill(m_vecSums16);
+    spill(m_vecSums32);
     m_nNarrow = 0;
 }
 
 uint64_t CReferenceRecorder::sum(std::size_t iSample) const {
-    const uint64_t uNarrow = m_vSums16.empty() ? m_vSums32[iSample] : m_vSums16[iSample];
-    return m_vSums64.empty() ? uNarrow : m_vSums64[iSample] + uNarrow;
+    const uint64_t uNarrow = m_vecSums16.empty() ? m_vecSums32[iSample] : m_vecSums16[iSample];
+    return m_vecSums64.empty() ? uNarrow : m_vecSums64[iSample] + uNarrow;
 }
 
 ReferenceImage CReferenceRecorder::reference() const {
-    ReferenceImage sReference;
-    sReference.eKind = m_eKind;
-    sReference.sLayout = m_sLayout;
-    sReference.nImages = m_nImages;
-    sReference.vSamples.resize(m_sLayout.samples());
+    ReferenceImage reference;
+    reference.eKind = m_eKind;
+    reference.layout = m_layout;
+    reference.nImages = m_nImages;
+    reference.vecSamples.resize(m_layout.samples());
     struct Sums {
         UInt128 uSum = 0, uSquares = 0;  // of the sums of the pixels
     };
     std::array<Sums, CLASSES_MAX> aSums;
-    for (std::size_t i = 0; i < sReference.vSamples.size(); ++i) {
+    for (std::size_t i = 0; i < reference.vecSamples.size(); ++i) {
         const uint64_t uSample = sum(i);
-        sReference.vSamples[i] = static_cast<float>(static_cast<double>(uSample) / static_cast<double>(m_nImages));
-        Sums& rSums = aSums[m_sLayout.classOf(i)];
+        reference.vecSamples[i] = static_cast<float>(static_cast<double>(uSample) / static_cast<double>(m_nImages));
+        Sums& rSums = aSums[m_layout.classOf(i)];
         rSums.uSum += uSample;
         rSums.uSquares += static_cast<UInt128>(uSample) * uSample;
     }
     const double dImages = static_cast<double>(m_nImages);
-    const double dSamples = static_cast<double>(sReference.vSamples.size());
-    sReference.dSaturatedShare = static_cast<double>(m_nSaturated) / dSamples / dImages;
-    sReference.uLargest = m_uLargest;
-    sReference.sMeans = m_sMeans;
+    const double dSamples = static_cast<double>(reference.vecSamples.size());
+    reference.dSaturatedShare = static_cast<double>(m_nSaturated) / dSamples / dImages;
+    reference.uLargest = m_uLargest;
+    reference.means = m_means;
     UInt128 uSum = 0;
     double dVariances = 0.0;
-    for (unsigned k = 0; k < m_sLayout.classes(); ++k) {
+    for (unsigned k = 0; k < m_layout.classes(); ++k) {
         uSum += aSums[k].uSum;
-        const uint64_t nClass = m_sLayout.samplesOf(k);
-        if (m_nImages == 1 || nClass == 0)
+        const uint64_t nClass = m_layout.samplesOf(k);
+        if (m_nImages == 1 || nClass == 0) {
             continue;
+        }
         // n * sum(x^2) - sum(x)^2 over the pixels is n (n - 1) times their variances: an exact difference. With the
         // centre c, x^2 = (x - c)^2 + 2 c x - c^2. The same over the sums of the frames.
-        const UInt128 uCentre = m_vSums16.empty() ? FRAME_CENTRE : 0;
+        const UInt128 uCentre = m_vecSums16.empty() ? FRAME_CENTRE : 0;
         const UInt128 uSquares = m_aClasses[k].uSquares + 2 * uCentre * aSums[k].uSum -
                                  uCentre * uCentre * (static_cast<UInt128>(m_nImages) * nClass);
         const double dClass = static_cast<double>(nClass);
@@ -141,13 +144,14 @@ ReferenceImage CReferenceRecorder::reference() const {
             dSum > 0.0L ? static_cast<double>(static_cast<long double>(aSums[k].uSquares) / dSum / dSum) * dClass : 1.0;
         const double dVariance = steadyVariance(dPixels, dFrames, dShape, dClass);
         dVariances += dVariance * dClass / dSamples;
-        sReference.vClassNoise.push_back(std::sqrt(dVariance));
+        reference.vecClassNoise.push_back(std::sqrt(dVariance));
     }
-    sReference.dMean = static_cast<double>(uSum) / dImages / dSamples;
-    sReference.dTemporalNoise = std::sqrt(dVariances);
-    if (sReference.vClassNoise.size() != m_sLayout.classes())
-        sReference.vClassNoise.clear();
-    return sReference;
+    reference.dMean = static_cast<double>(uSum) / dImages / dSamples;
+    reference.dTemporalNoise = std::sqrt(dVariances);
+    if (reference.vecClassNoise.size() != m_layout.classes()) {
+        reference.vecClassNoise.clear();
+    }
+    return reference;
 }
 
 }  // namespace StandIn

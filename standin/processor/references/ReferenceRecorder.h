@@ -33,7 +33,7 @@ public:
     eReferenceKind kind() const { return m_eKind; }
     uint64_t images() const { return m_nImages; }
     /// Layout of the recording; meaningful once it has an image.
-    const ImageLayout& layout() const { return m_sLayout; }
+    const ImageLayout& layout() const { return m_layout; }
 
     /// The reference of the images so far, of which there must be one at least. The recording goes on unchanged.
     /// @throws std::bad_alloc
@@ -56,18 +56,18 @@ private:
         UInt128 uFrameSquares = 0;  // over all images of (sum of the image)^2
     };
     eReferenceKind m_eKind;
-    ImageLayout m_sLayout;
+    ImageLayout m_layout;
     uint64_t m_nImages = 0;
     uint64_t m_nSaturated = 0;
     uint32_t m_uLargest = 0;
-    FrameMeans m_sMeans;
+    FrameMeans m_means;
     std::array<ClassSums, CLASSES_MAX> m_aClasses;
 
     // Sums of each sample over the images. One of the narrow ones is in use, by the format; a sum of all images is the
     // narrow one and, once there are wide ones, the wide one together.
-    std::vector<uint16_t, LargeAllocator<uint16_t>> m_vSums16;
-    std::vector<uint32_t, LargeAllocator<uint32_t>> m_vSums32;
-    std::vector<uint64_t, LargeAllocator<uint64_t>> m_vSums64;
+    std::vector<uint16_t, LargeAllocator<uint16_t>> m_vecSums16;
+    std::vector<uint32_t, LargeAllocator<uint32_t>> m_vecSums32;
+    std::vector<uint64_t, LargeAllocator<uint64_t>> m_vecSums64;
     uint64_t m_nNarrow = 0;  // images in the narrow sums
 };
 

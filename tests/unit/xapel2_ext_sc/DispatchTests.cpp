@@ -22,7 +22,7 @@ using XapelTest::CPlain;
 using XapelTest::CSpy;
 
 struct Row {
-    std::vector<Answer> participants;
+    std::vector<Answer> vecParticipants;
     int iResult;     // of the hook
     size_t nAsked;   // participants asked
     uint64_t nHost;  // calls of the host's own function
@@ -45,17 +45,17 @@ protected:
     /// Runs fnHook with the row's participants registered, and compares.
     template <typename Hook>
     void check(const Row& rRow, Control::eHostOp eOwn, Hook fnHook) {
-        std::vector<std::string> log;
-        std::vector<std::unique_ptr<CSpy>> spies;
-        for (const Answer& rAnswer : rRow.participants) {
-            spies.emplace_back(new CSpy(m_pDevice, std::to_string(spies.size()), log, rAnswer));
-            spies.back()->registerParticipant();
+        std::vector<std::string> vecLog;
+        std::vector<std::unique_ptr<CSpy>> vecSpies;
+        for (const Answer& rAnswer : rRow.vecParticipants) {
+            vecSpies.emplace_back(new CSpy(m_pDevice, std::to_string(vecSpies.size()), vecLog, rAnswer));
+            vecSpies.back()->registerParticipant();
         }
         const uint64_t nBefore = Control::calls(eOwn);
         EXPECT_EQ(fnHook(), rRow.iResult);
-        EXPECT_EQ(log.size(), rRow.nAsked);
+        EXPECT_EQ(vecLog.size(), rRow.nAsked);
         EXPECT_EQ(Control::calls(eOwn) - nBefore, rRow.nHost);
-        for (auto& rSpy : spies) rSpy->unregisterParticipant();
+        for (auto& rSpy : vecSpies) rSpy->unregisterParticipant();
     }
 
     std::unique_ptr<CPlain> m_pHolder;
@@ -76,8 +76,9 @@ TEST_F(Dispatch, FetchReachesTheHostWhenAllForward) {
         check(rRow, Control::eHostFetch, [&] {
             void* pBuffer = nullptr;
             const int iResult = hooks.fetch(&pBuffer);
-            if (pBuffer != nullptr)
+            if (pBuffer != nullptr) {
                 queueBuffer(m_pStream, pBuffer);
+            }
             return iResult;
         });
     }
@@ -87,18 +88,21 @@ TEST_F(Dispatch, InformationEndsAtTheHubOrIsReplacedByItsQuery) {
     const CHookCaller hooks;
     for (const Row& rRow : {Row{{}, -1002, 0, 0}, Row{{DONE}, 0, 1, 0}, Row{{FORWARD}, 0, 1, 1}, Row{{FAIL}, 0, 1, 1},
                             Row{{FAIL, DONE}, 0, 1, 1}, Row{{FORWARD, FAIL}, 0, 2, 1}, Row{{DONE, FAIL}, -1009, 2, 0},
-                            Row{{FORWARD, DONE}, 0, 2, 0}, Row{{DONE, FORWARD}, 0, 2, 0}})
+                            Row{{FORWARD, DONE}, 0, 2, 0}, Row{{DONE, FORWARD}, 0, 2, 0}}) {
         check(rRow, Control::eHostInfo, [&] { return hooks.info(); });
+    }
 }
 
 TEST_F(Dispatch, CancelOpenAndCloseReachTheHostWithAnyParticipant) {
     const CHookCaller hooks;
-    for (const Row& rRow : {Row{{}, 0, 0, 1}, Row{{FAIL, DONE, FORWARD}, 0, 3, 1}})
+    for (const Row& rRow : {Row{{}, 0, 0, 1}, Row{{FAIL, DONE, FORWARD}, 0, 3, 1}}) {
         check(rRow, Control::eHostCancel, [&] { return hooks.cancel(); });
+    }
     Control::inject({Control::eHostCancel, Control::eRefuse});
     EXPECT_EQ(hooks.cancel(), 0);
-    for (const Row& rRow : {Row{{}, 0, 0, 1}, Row{{FAIL, DONE}, 0, 1, 1}, Row{{DONE, FORWARD}, 0, 2, 1}})
+    for (const Row& rRow : {Row{{}, 0, 0, 1}, Row{{FAIL, DONE}, 0, 1, 1}, Row{{DONE, FORWARD}, 0, 2, 1}}) {
         check(rRow, Control::eRegisterFetch, [&] { return hooks.open(); });
+    }
     for (const Row& rRow : {Row{{}, -1002, 0, 0}, Row{{DONE}, 0, 1, 1}, Row{{FAIL, DONE}, 0, 1, 1}}) {
         check(rRow, Control::eHostClose, [&] { return hooks.close(m_pStream); });
         openDataStream(m_pDevice, m_pStream);
@@ -106,34 +110,34 @@ TEST_F(Dispatch, CancelOpenAndCloseReachTheHostWithAnyParticipant) {
 }
 
 TEST_F(Dispatch, DeliveredBufferGoesToAllForCallingInOrder) {
-    std::vector<std::string> log;
-    CSpy first(m_pDevice, "first", log, FAIL);
-    CSpy second(m_pDevice, "second", log);
+    std::vector<std::string> vecLog;
+    CSpy first(m_pDevice, "first", vecLog, FAIL);
+    CSpy second(m_pDevice, "second", vecLog);
     CXapelBypass plain(m_pDevice);
     plain.registerParticipantForCalling();
     first.registerParticipantForCalling();
     second.registerParticipantForCalling();
     BufferHandle hBuffer = nullptr;
     EXPECT_EQ(getFilledBuffer(m_pStream, &hBuffer, 5000), 0);
-    EXPECT_EQ(log, (std::vector<std::string>{"first.use", "second.use"}));
+    EXPECT_EQ(vecLog, (std::vector<std::string>{"first.use", "second.use"}));
     EXPECT_EQ(second.m_pLastBuffer, hBuffer);
     queueBuffer(m_pStream, hBuffer);
 
     // One that throws, of any type, ends the pass; the buffer is still delivered.
     for (const bool bStd : {false, true}) {
-        log.clear();
+        vecLog.clear();
         first.m_fnUse = [bStd] { bStd ? throw std::runtime_error("x") : throw 5; };
         hBuffer = nullptr;
         EXPECT_EQ(getFilledBuffer(m_pStream, &hBuffer, 5000), GC_ERR_ERROR);
         EXPECT_NE(hBuffer, nullptr);
-        EXPECT_EQ(log, std::vector<std::string>{"first.use"});
+        EXPECT_EQ(vecLog, std::vector<std::string>{"first.use"});
         queueBuffer(m_pStream, hBuffer);
     }
     // A fetch that fails reaches nobody.
-    log.clear();
+    vecLog.clear();
     Control::inject({Control::eHostFetch, Control::eRefuse});
     EXPECT_EQ(fetch(), GC_ERR_ACCESS_DENIED);
-    EXPECT_TRUE(log.empty());
+    EXPECT_TRUE(vecLog.empty());
 }
 
 TEST_F(Dispatch, ExceptionsOfTheHostPass) {
@@ -152,8 +156,8 @@ TEST_F(Dispatch, ThreadMayEndInsideAParticipant) {
     // The unwinding carries no object, which the undefined-behaviour sanitizer, built together, takes for a null one.
     GTEST_SKIP();
 #endif
-    std::vector<std::string> log;
-    CSpy spy(m_pDevice, "spy", log);
+    std::vector<std::string> vecLog;
+    CSpy spy(m_pDevice, "spy", vecLog);
     spy.registerParticipantForCalling();
     spy.m_fnUse = [] { pthread_exit(nullptr); };
     const CHookCaller hooks;

@@ -78,7 +78,7 @@ TEST_F(Facade, HandsOnItsArgumentsAndYieldsZero) {
     const std::string strStatus = "ShadingStatus GetInt 0", strFile = "ShadingBrwFilename SetString ";
     const struct {
         std::function<void()> fnOperation;
-        Texts accesses;
+        Texts vecAccesses;
     } rows[] = {
         {[&] { shading.ReferenceLoad(false, "d"); }, {strFile + "d", "ShadingCommand SetInt 5", strStatus}},
         {[&] { shading.ReferenceLoad(true, "l"); }, {strFile + "l", "ShadingCommand SetInt 6", strStatus}},
@@ -95,7 +95,7 @@ TEST_F(Facade, HandsOnItsArgumentsAndYieldsZero) {
     for (const auto& rRow : rows) {
         Control::recordNodes(true);
         rRow.fnOperation();
-        EXPECT_EQ(XapelTest::nodeTexts(), rRow.accesses);
+        EXPECT_EQ(XapelTest::nodeTexts(), rRow.vecAccesses);
     }
 }
 

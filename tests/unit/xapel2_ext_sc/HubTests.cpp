@@ -73,8 +73,9 @@ TEST_F(Hub, ExceptionsNameTheUnitWhateverFileTheyAreIn) {
 
 TEST_F(Hub, FailedConstructionTakesItsHooksBack) {
     const auto fnRemovals = [] {
-        const Texts texts = Control::registrations();
-        return std::count_if(texts.begin(), texts.end(), [](const auto& r) { return r.rfind("remove ", 0) == 0; });
+        const Texts vecTexts = Control::registrations();
+        return std::count_if(vecTexts.begin(), vecTexts.end(),
+                             [](const auto& r) { return r.rfind("remove ", 0) == 0; });
     };
     for (int i = 0; i < 10; ++i) {
         // A host that throws may have registered the hook all the same.
@@ -158,8 +159,9 @@ TEST_F(Hub, OverlappingOpeningsEndOnTheFirstStreamAndLeaveNoHook) {
         XAPEL2::DataStream* pEarly = Control::addFirstStream(m_pDevice);
         std::atomic<bool> bHeld{false}, bGoOn{false};
         Control::setTraceObserver([&](const Control::TraceLine& rLine) {
-            if (rLine.strText.find("initCallBack called") != std::string::npos && !bHeld.exchange(true))
+            if (rLine.strText.find("initCallBack called") != std::string::npos && !bHeld.exchange(true)) {
                 eventually([&] { return bGoOn.load(); });
+            }
         });
         auto early = std::async(std::launch::async, [&] { return openDataStream(m_pDevice, pEarly); });
         ASSERT_TRUE(eventually([&] { return bHeld.load(); }));
@@ -183,8 +185,9 @@ TEST_F(Hub, OpeningBesideARegistrationIsFollowedOrWaitedFor) {
         XAPEL2::DataStream* const pFirst = Control::addFirstStream(m_pDevice);
         std::atomic<bool> bHeld{false}, bGoOn{false};
         Control::setTraceObserver([&](const Control::TraceLine& rLine) {
-            if (rLine.strText.find("initCallBack called") != std::string::npos && !bHeld.exchange(true))
+            if (rLine.strText.find("initCallBack called") != std::string::npos && !bHeld.exchange(true)) {
                 eventually([&] { return bGoOn.load(); });
+            }
         });
         const std::function<void()> fnOpen = [&] { EXPECT_EQ(openDataStream(m_pDevice, pFirst), 0); };
         const std::function<void()> fnRegister = [&] {
@@ -194,10 +197,12 @@ TEST_F(Hub, OpeningBesideARegistrationIsFollowedOrWaitedFor) {
                 EXPECT_TRUE(bFails);
             }
         };
-        if (bFails)
+        if (bFails) {
             Control::inject({Control::eRegisterOpen, Control::eThrowStd});
-        if (bLeavingFails)
+        }
+        if (bLeavingFails) {
             Control::inject({Control::eHostCancel, Control::eThrowStd, 2});
+        }
         auto held = std::async(std::launch::async, bFails ? fnOpen : fnRegister);
         ASSERT_TRUE(eventually([&] { return bHeld.load(); }));
         auto other = std::async(std::launch::async, bFails ? fnRegister : fnOpen);
@@ -216,24 +221,26 @@ TEST_F(Hub, FailedReopeningKeepsWhatWorked) {
     const CHookCaller hooks;
     // On the same stream nothing is taken away; on another, the hooks that this opening has put on it. Those of the
     // device stay in any case: they are those of the stream on which the hub stands.
-    const Texts put{"register fetch", "register cancel", "register info", "register close"};
-    const Texts takenBack{"remove info", "remove cancel", "remove fetch"};
+    const Texts vecPut{"register fetch", "register cancel", "register info", "register close"};
+    const Texts vecTakenBack{"remove info", "remove cancel", "remove fetch"};
     for (const bool bOther : {false, true}) {
-        if (bOther)
+        if (bOther) {
             Control::addFirstStream(m_pDevice);
-        for (std::size_t i = 0; i < put.size(); ++i) {
+        }
+        for (std::size_t i = 0; i < vecPut.size(); ++i) {
             for (const auto eKind : {Control::eRefuse, Control::eThrowHost, Control::eThrowStd}) {
-                SCOPED_TRACE(put[i] + (bOther ? ", other stream, " : ", ") + std::to_string(eKind));
+                SCOPED_TRACE(vecPut[i] + (bOther ? ", other stream, " : ", ") + std::to_string(eKind));
                 Control::inject({static_cast<Control::eHostOp>(Control::eRegisterFetch + i), eKind});
                 Control::recordRegistrations(true);
                 EXPECT_ANY_THROW(hooks.open());
                 // A hook whose registration threw may stand all the same.
                 const std::size_t nOnStream = std::min<std::size_t>(eKind == Control::eRefuse ? i : i + 1, 3);
-                Texts expected(put.begin(), put.begin() + static_cast<std::ptrdiff_t>(i) + 1);
-                if (bOther)
-                    expected.insert(expected.end(), takenBack.end() - static_cast<std::ptrdiff_t>(nOnStream),
-                                    takenBack.end());
-                EXPECT_EQ(Control::registrations(), expected);
+                Texts vecExpected(vecPut.begin(), vecPut.begin() + static_cast<std::ptrdiff_t>(i) + 1);
+                if (bOther) {
+                    vecExpected.insert(vecExpected.end(), vecTakenBack.end() - static_cast<std::ptrdiff_t>(nOnStream),
+                                       vecTakenBack.end());
+                }
+                EXPECT_EQ(Control::registrations(), vecExpected);
                 EXPECT_EQ(Control::liveHooks(hooks.m_pContext), 5U);
                 EXPECT_EQ(participant.getXapelDataStream(), m_pStream);
             }
@@ -280,8 +287,9 @@ TEST_F(Hub, StreamThatIsListedNoMoreIsLeftWithoutACancel) {
     XAPEL2::DataStream* const pFirst = Control::addFirstStream(m_pDevice);
     // The list is empty by the time that the hub has moved; the look for an overlapping opening fails, too.
     Control::setTraceObserver([this](const Control::TraceLine& rLine) {
-        if (rLine.strText.find("initCallBack called") != std::string::npos)
+        if (rLine.strText.find("initCallBack called") != std::string::npos) {
             Control::hideStreams(m_pDevice, true);
+        }
     });
     EXPECT_EQ(openDataStream(m_pDevice, pFirst), 0);
     EXPECT_EQ(Control::calls(Control::eHostCancel), 0U);
@@ -295,8 +303,9 @@ TEST_F(Hub, OpeningFollowsAListThatNeverSettlesForABoundedTime) {
     CXapelBypass participant(m_pDevice);
     unsigned nMoves = 0;
     Control::setTraceObserver([&](const Control::TraceLine& rLine) {
-        if (rLine.strText.find("initCallBack called") != std::string::npos && ++nMoves < 100)
+        if (rLine.strText.find("initCallBack called") != std::string::npos && ++nMoves < 100) {
             Control::addFirstStream(m_pDevice);
+        }
     });
     EXPECT_EQ(CHookCaller().open(), 0);
     Control::setTraceObserver(nullptr);
@@ -307,36 +316,36 @@ TEST_F(Hub, OpeningFollowsAListThatNeverSettlesForABoundedTime) {
 
 TEST_F(Hub, ListKeepsDuplicatesAndOneRemovalTakesAll) {
     startStream();
-    Texts log;
-    CSpy spy(m_pDevice, "spy", log);
+    Texts vecLog;
+    CSpy spy(m_pDevice, "spy", vecLog);
     for (int iRound = 0; iRound < 2; ++iRound) {
         spy.registerParticipantForCalling();
         spy.registerParticipantForCalling();
-        log.clear();
+        vecLog.clear();
         EXPECT_EQ(fetch(), 0);
-        EXPECT_EQ(log.size(), 2U);
+        EXPECT_EQ(vecLog.size(), 2U);
         for (int iRemoval = 0; iRemoval < 2; ++iRemoval) {  // one that is absent changes nothing
             spy.unregisterParticipantForCalling();
             EXPECT_EQ(fetch(), 0);
-            EXPECT_EQ(log.size(), 2U);
+            EXPECT_EQ(vecLog.size(), 2U);
         }
     }
 }
 
 TEST_F(Hub, ChangeCancelsABlockedFetchOnce) {
-    Texts log;
-    CSpy spy(m_pDevice, "spy", log, {0, true});
+    Texts vecLog;
+    CSpy spy(m_pDevice, "spy", vecLog, {0, true});
     spy.registerParticipant();
     startStream(0);
     for (unsigned nFetches : {1U, 2U}) {
-        log.clear();
-        std::vector<std::future<int>> fetches;
-        for (unsigned i = 1; i <= nFetches; ++i) fetches.push_back(blockedFetch(i));
+        vecLog.clear();
+        std::vector<std::future<int>> vecFetches;
+        for (unsigned i = 1; i <= nFetches; ++i) vecFetches.push_back(blockedFetch(i));
         const uint64_t nCancels = Control::calls(Control::eHostCancel);
         spy.registerParticipantForCalling();
-        for (auto& rFetch : fetches) EXPECT_EQ(rFetch.get(), GC_ERR_ABORT);
+        for (auto& rFetch : vecFetches) EXPECT_EQ(rFetch.get(), GC_ERR_ABORT);
         EXPECT_EQ(Control::calls(Control::eHostCancel) - nCancels, 1U);
-        EXPECT_EQ(std::count(log.begin(), log.end(), "spy.cancel"), 1);
+        EXPECT_EQ(std::count(vecLog.begin(), vecLog.end(), "spy.cancel"), 1);
     }
 }
 
@@ -355,8 +364,9 @@ TEST_F(Hub, EachOfTwoThousandChangesEndsBothWaitingFetchesAtOnce) {
         EXPECT_TRUE(XapelTest::ready(first, 2000) && XapelTest::ready(second, 2000)) << "change " << i;
         longest = std::max(longest, Clock::now() - tBegan);
         EXPECT_TRUE(XapelTest::ready(change, 2000)) << "change " << i;
-        if (HasFailure())
+        if (HasFailure()) {
             closeDataStream(m_pDevice, m_pStream);  // ends them past the gate
+        }
         EXPECT_EQ(first.get(), GC_ERR_ABORT);
         EXPECT_EQ(second.get(), GC_ERR_ABORT);
     }
@@ -368,8 +378,8 @@ TEST_F(Hub, ChangeWaitsForAQueryWithoutCancelling) {
     for (const bool bCancel : {false, true}) {
         SCOPED_TRACE(bCancel);
         Control::reset();
-        Texts log;
-        CSpy spy(m_pDevice, "spy", log);
+        Texts vecLog;
+        CSpy spy(m_pDevice, "spy", vecLog);
         spy.registerParticipant();
         HeldCall held(spy);
         const CHookCaller hooks;
@@ -381,7 +391,7 @@ TEST_F(Hub, ChangeWaitsForAQueryWithoutCancelling) {
         auto change = std::async(std::launch::async, [&] { spy.unregisterParticipant(); });
         EXPECT_FALSE(XapelTest::ready(change, 30));
         EXPECT_EQ(Control::calls(Control::eHostCancel), 0U);
-        EXPECT_EQ(std::count(log.begin(), log.end(), "spy.cancel"), bCancel ? 1 : 0);
+        EXPECT_EQ(std::count(vecLog.begin(), vecLog.end(), "spy.cancel"), bCancel ? 1 : 0);
         // Open and close calls take no gate.
         beside = std::async(std::launch::async, [&] { return hooks.open() + hooks.close(nullptr); });
         EXPECT_TRUE(XapelTest::ready(beside));
@@ -396,9 +406,9 @@ TEST_F(Hub, RemovalWaitsForOpenAndCloseCalls) {
     for (const unsigned uCase : {0U, 1U, 2U, 3U}) {
         SCOPED_TRACE(uCase);
         const bool bOpen = uCase % 2 != 0, bDestroy = uCase / 2 != 0;
-        Texts log;
+        Texts vecLog;
         CXapelBypass holder(m_pDevice);
-        auto pSpy = std::make_unique<CSpy>(m_pDevice, "spy", log);
+        auto pSpy = std::make_unique<CSpy>(m_pDevice, "spy", vecLog);
         pSpy->registerParticipant();
         HeldCall held(*pSpy);
         const CHookCaller hooks;
@@ -411,14 +421,15 @@ TEST_F(Hub, RemovalWaitsForOpenAndCloseCalls) {
         held.release();
         EXPECT_TRUE(XapelTest::ready(removal));
         EXPECT_EQ(call.get(), 0);
-        if (!bOpen)
+        if (!bOpen) {
             openDataStream(m_pDevice, m_pStream);
+        }
     }
 }
 
 TEST_F(Hub, EndWaitsForAnOpenCallAndTurnsNewOnesAway) {
-    Texts log;
-    CSpy spy(m_pDevice, "spy", log);
+    Texts vecLog;
+    CSpy spy(m_pDevice, "spy", vecLog);
     auto pHub = std::make_unique<CXapelBypassDevice>(m_pDevice);
     const void* const pContext = pHub.get();
     pHub->registerParticipant(&spy);
@@ -428,9 +439,9 @@ TEST_F(Hub, EndWaitsForAnOpenCallAndTurnsNewOnesAway) {
     ASSERT_TRUE(held.waitUntilHeld());
     auto end = std::async(std::launch::async, [&] { pHub.reset(); });
     EXPECT_TRUE(eventually([&] { return hooks.close(nullptr) == GC_ERR_NOT_INITIALIZED; }));
-    log.clear();
+    vecLog.clear();
     EXPECT_EQ(hooks.open(), 0);
-    EXPECT_TRUE(log.empty());
+    EXPECT_TRUE(vecLog.empty());
     EXPECT_FALSE(XapelTest::ready(end, 30));
     EXPECT_EQ(Control::liveHooks(pContext), 5U);  // it has not begun to take them down
     held.release();

@@ -22,19 +22,19 @@ using XapelTest::CSpy;
 class Participant : public XapelTest::StreamFixture {};
 
 TEST_F(Participant, BaseParticipantIsTransparent) {
-    std::vector<std::string> log;
-    CSpy useSpy(m_pDevice, "spy", log);
+    std::vector<std::string> vecLog;
+    CSpy useSpy(m_pDevice, "spy", vecLog);
     CPlain plain(m_pDevice);
     startStream();
     // On no list it is not called.
     EXPECT_EQ(fetch(), 0);
-    EXPECT_TRUE(log.empty());
+    EXPECT_TRUE(vecLog.empty());
     useSpy.registerParticipantForCalling();
     plain.registerParticipant();
     const CHookCaller hooks;
     EXPECT_EQ(fetch(), 0);
     EXPECT_EQ(Control::calls(Control::eHostFetch), 2U);
-    EXPECT_EQ(log, std::vector<std::string>{"spy.use"});
+    EXPECT_EQ(vecLog, std::vector<std::string>{"spy.use"});
     EXPECT_EQ(hooks.info(), 0);
     EXPECT_EQ(Control::calls(Control::eHostInfo), 1U);
     // A failing query is repeated by the hub, whose result counts.

@@ -35,7 +35,7 @@ public:
 class CSpy final : public CXapelBypass {
 public:
     CSpy(XAPEL2::Device* pDevice, std::string strName, std::vector<std::string>& rLog, Answer answer = {})
-        : CXapelBypass(pDevice), m_strName(std::move(strName)), m_rLog(rLog), m_Answer(answer) {}
+        : CXapelBypass(pDevice), m_strName(std::move(strName)), m_rLog(rLog), m_answer(answer) {}
     ~CSpy() { leaveLists(); }
 
     int consumer_getFilledBuffer(void**, unsigned long long, bool* pb) override { return note("fetch", pb); }
@@ -46,9 +46,10 @@ public:
     int extended_useFilledBuffer(void* pBuffer) override {
         m_rLog.push_back(m_strName + ".use");
         m_pLastBuffer = pBuffer;
-        if (m_fnUse)
+        if (m_fnUse) {
             m_fnUse();
-        return m_Answer.iResult;
+        }
+        return m_answer.iResult;
     }
 
     std::function<void()> m_fnUse;
@@ -58,16 +59,18 @@ public:
 private:
     int note(const char* pOperation, bool* pbForward) {
         m_rLog.push_back(m_strName + "." + pOperation);
-        if (m_fnNote)
+        if (m_fnNote) {
             m_fnNote();
-        if (m_Answer.bForward)
+        }
+        if (m_answer.bForward) {
             *pbForward = true;
-        return m_Answer.iResult;
+        }
+        return m_answer.iResult;
     }
 
     std::string m_strName;
     std::vector<std::string>& m_rLog;
-    Answer m_Answer;
+    Answer m_answer;
 };
 
 /// Holds the first call that asks a participant until it is released or gone; later ones pass. It outlives that call.
@@ -75,8 +78,9 @@ class HeldCall {
 public:
     explicit HeldCall(CSpy& rSpy) {
         rSpy.m_fnNote = [this] {
-            if (!m_bInside.exchange(true))
+            if (!m_bInside.exchange(true)) {
                 eventually([this] { return m_bGoOn.load(); });
+            }
         };
     }
     bool waitUntilHeld() const {

@@ -48,9 +48,9 @@ protected:
             rOperation(rObject);
         } catch (const IException&) {
         }
-        const Texts texts = XapelTest::nodeTexts();
+        const Texts vecTexts = XapelTest::nodeTexts();
         Control::recordNodes(false);
-        return texts;
+        return vecTexts;
     }
 };
 
@@ -59,7 +59,7 @@ TEST_F(ShadingObj, CommandsWriteTheirNodesInOrder) {
     Control::forceStatus(0, 0);
     const struct {
         Operation fn;
-        Texts accesses;
+        Texts vecAccesses;
     } rows[] = {
         {LOAD_LIGHT, {"ShadingBrwFilename SetString /no/l.tif", "ShadingCommand SetInt 6", "ShadingStatus GetInt 0"}},
         {LOAD_DARK, {"ShadingBrwFilename SetString /no/d.tif", "ShadingCommand SetInt 5", "ShadingStatus GetInt 0"}},
@@ -77,7 +77,7 @@ TEST_F(ShadingObj, CommandsWriteTheirNodesInOrder) {
         {ENABLE, {"ShadingCommand SetInt 1", "ShadingStatus GetInt 0"}},
         {DISABLE, {}},
     };
-    for (const auto& rRow : rows) EXPECT_EQ(accesses(object, rRow.fn), rRow.accesses);
+    for (const auto& rRow : rows) EXPECT_EQ(accesses(object, rRow.fn), rRow.vecAccesses);
 }
 
 constexpr int64_t HIGH_ONLY = int64_t{1} << 32;  // its low 32 bits are 0
@@ -87,7 +87,7 @@ struct Command {
     Operation fn;
     std::string strFailure;                // function and description of the exception
     bool (*pfnIsType)(const IException&);  // the exception's type
-    std::vector<int64_t> good, bad;        // statuses
+    std::vector<int64_t> vecGood, vecBad;  // statuses
 };
 
 template <typename Failure>
@@ -114,11 +114,11 @@ const Command COMMANDS[] = {
 TEST_F(ShadingObj, StatusIsJudgedPerCommand) {
     CVexoShadingObj object(m_pDevice);
     for (const Command& rCommand : COMMANDS) {
-        for (const int64_t iStatus : rCommand.good) {
+        for (const int64_t iStatus : rCommand.vecGood) {
             Control::forceStatus(0, iStatus);
             EXPECT_NO_THROW(rCommand.fn(object)) << rCommand.strFailure << iStatus;
         }
-        for (const int64_t iStatus : rCommand.bad) {
+        for (const int64_t iStatus : rCommand.vecBad) {
             Control::forceStatus(0, iStatus);
             EXPECT_EQ(thrown<IException>([&] {
                           try {
@@ -144,20 +144,21 @@ TEST_F(ShadingObj, StatusIsJudgedPerCommand) {
 
 TEST_F(ShadingObj, MissingNodeIsToldByTheOperationThatNeedsIt) {
     const std::string strSet = "SetParam: SetParam failed.";
-    std::vector<std::pair<Operation, std::string>> operations = {
+    std::vector<std::pair<Operation, std::string>> vecOperations = {
         {DISABLE, "SetEnable: enable shading failed."},
         {[](CVexoShadingObj& r) { r.SetParam("BoxFilterDark", 1); }, strSet},
         {[](CVexoShadingObj& r) { r.GetParam("BoxFilterDark", CVexoShadingObj::eParamMin); },
          "GetParam: GetParam failed."}};
-    for (const Command& rCommand : COMMANDS) operations.emplace_back(rCommand.fn, rCommand.strFailure);
+    for (const Command& rCommand : COMMANDS) vecOperations.emplace_back(rCommand.fn, rCommand.strFailure);
     for (size_t i = 0; i <= std::size(REQUIRED); ++i) {
         Control::reset();
-        if (i < std::size(REQUIRED))
+        if (i < std::size(REQUIRED)) {
             Control::dropNode(REQUIRED[i]);
-        else
+        } else {
             Control::dropNodeMap(true);
+        }
         CVexoShadingObj object(m_pDevice);
-        for (const auto& rOperation : operations) {
+        for (const auto& rOperation : vecOperations) {
             EXPECT_EQ(thrown<Xapel_NotAvailableException>([&] { rOperation.first(object); }), rOperation.second) << i;
             EXPECT_TRUE(accesses(object, rOperation.first).empty()) << i;
         }
@@ -173,8 +174,9 @@ TEST_F(ShadingObj, MissingNodeIsToldByTheOperationThatNeedsIt) {
         Control::dropNode(pNode);
         CVexoShadingObj object(m_pDevice);
         EXPECT_NO_THROW(ENABLE(object));
-        for (const char* pName : {"BoxFilterDark", ""})
+        for (const char* pName : {"BoxFilterDark", ""}) {
             EXPECT_EQ(thrown<Xapel_NotAvailableException>([&] { object.SetParam(pName, 1); }), strSet);
+        }
     }
 }
 
@@ -198,8 +200,9 @@ TEST_F(ShadingObj, EnablingTracesAndRegistersOnce) {
     EXPECT_EQ(fnTraces([&] { object.SetEnable(true); }), (Texts{strEnable, strInit}));
     Control::recordNodes(true);
     EXPECT_EQ(fetch(), 0);
-    const auto recorded = Control::nodeAccesses();
-    EXPECT_EQ(std::count(recorded.begin(), recorded.end(), Control::NodeAccess{"ShadingCommand", "SetInt", "2"}), 1);
+    const auto vecRecorded = Control::nodeAccesses();
+    EXPECT_EQ(std::count(vecRecorded.begin(), vecRecorded.end(), Control::NodeAccess{"ShadingCommand", "SetInt", "2"}),
+              1);
     EXPECT_EQ(fnTraces([&] { object.SetEnable(false); }),
               (Texts{strEnable, strDeInit,
                      "Extended-API;CExtScShadingObj; deinitCallBack; image callback unregistered successfully"}));
@@ -222,9 +225,9 @@ TEST_F(ShadingObj, LoadStartAndClearSwitchOffFirstEvenWhenTheyFail) {
         Control::forceStatus(0, -1);
         bool bOffFirst = true;
         Control::setNodeObserver([&](const Control::NodeAccess&) {
-            const auto texts = traceTexts(0);
-            bOffFirst =
-                bOffFirst && !texts.empty() && texts.back().find("unregistered successfully") != std::string::npos;
+            const auto vecTexts = traceTexts(0);
+            bOffFirst = bOffFirst && !vecTexts.empty() &&
+                        vecTexts.back().find("unregistered successfully") != std::string::npos;
         });
         Control::recordTraces(true);
         EXPECT_THROW(rOperation(object), IException);
@@ -284,8 +287,9 @@ TEST_F(ShadingObj, EndWaitsWholeForABufferThatIsOnItsWay) {
     ASSERT_EQ(queueBuffer(m_pStream, hBuffer), 0);
     EXPECT_EQ(blocked.get(), 0);
     EXPECT_TRUE(XapelTest::ready(end));
-    const auto recorded = Control::nodeAccesses();
-    EXPECT_EQ(std::count(recorded.begin(), recorded.end(), Control::NodeAccess{"ShadingCommand", "SetInt", "2"}), 1);
+    const auto vecRecorded = Control::nodeAccesses();
+    EXPECT_EQ(std::count(vecRecorded.begin(), vecRecorded.end(), Control::NodeAccess{"ShadingCommand", "SetInt", "2"}),
+              1);
 }
 
 TEST_F(ShadingObj, ParametersGoThroughTheSelector) {
@@ -311,9 +315,9 @@ TEST_F(ShadingObj, ParametersGoThroughTheSelector) {
     }
     // Widened without sign; what the host refuses is traced and becomes an error of the operation's own.
     Control::recordTraces(true);
-    Texts seen = accesses(object, [](CVexoShadingObj& r) { r.SetParam("BoxFilterDark", 4294967295U); });
-    ASSERT_EQ(seen.size(), 2U);
-    EXPECT_EQ(seen[1], "ShadingParamValue SetInt 4294967295");
+    Texts vecSeen = accesses(object, [](CVexoShadingObj& r) { r.SetParam("BoxFilterDark", 4294967295U); });
+    ASSERT_EQ(vecSeen.size(), 2U);
+    EXPECT_EQ(vecSeen[1], "ShadingParamValue SetInt 4294967295");
     EXPECT_EQ(thrown<Xapel_ErrorException>([&] { object.GetParam("NoFilter", CVexoShadingObj::eParamMin); }),
               "GetParam: GetParam failed.");
     ASSERT_EQ(traceTexts(2).size(), 2U);
@@ -328,8 +332,9 @@ TEST_F(ShadingObj, ParametersDoNotWaitForACommandNorMixTheirSelections) {
     // While a command is on its way, another thread writes and reads a parameter.
     std::future<int> read;
     Control::setNodeObserver([&](const Control::NodeAccess& rAccess) {
-        if (rAccess.strNode != XAPEL2::SHADING_NODE_COMMAND)
+        if (rAccess.strNode != XAPEL2::SHADING_NODE_COMMAND) {
             return;
+        }
         read = std::async(std::launch::async, [&] {
             object.SetParam("BoxFilterLight", 3);
             return object.GetParam("BoxFilterLight", CVexoShadingObj::eParamValue);
@@ -343,16 +348,18 @@ TEST_F(ShadingObj, ParametersDoNotWaitForACommandNorMixTheirSelections) {
     for (const bool bSet : {false, true}) {
         std::future<void> other;
         Control::setNodeObserver([&](const Control::NodeAccess& rAccess) {
-            if (rAccess.strNode != XAPEL2::SHADING_NODE_PARAM_VALUE || other.valid())
+            if (rAccess.strNode != XAPEL2::SHADING_NODE_PARAM_VALUE || other.valid()) {
                 return;
+            }
             other = std::async(std::launch::async, [&] { object.SetParam("BoxFilterDark", 1); });
             EXPECT_FALSE(XapelTest::ready(other, 30));
         });
         const auto fnGet = [&] { return object.GetParam("BoxFilterLight", CVexoShadingObj::eParamValue); };
-        if (bSet)
+        if (bSet) {
             object.SetParam("BoxFilterLight", 4);
-        else
+        } else {
             EXPECT_EQ(fnGet(), 3);
+        }
         other.get();
         Control::setNodeObserver(nullptr);
         EXPECT_EQ(fnGet(), bSet ? 4 : 3);
@@ -373,14 +380,15 @@ TEST_F(ShadingObj, CommandWaitsUntilTheOneUnderWayHasEnded) {
     } firsts[] = {{PROCESS, "ShadingStatus"}, {ENABLE, "ShadingStatus"}, {USE_BUFFER, "ShadingCommand"}};
     for (const auto& rFirst : firsts) {
         for (const auto& rSecond : {PROCESS, ENABLE, USE_BUFFER}) {
-            const Texts alone = accesses(object, rFirst.fnFirst);
+            const Texts vecAlone = accesses(object, rFirst.fnFirst);
             std::future<void> second;
             Control::setNodeObserver([&](const Control::NodeAccess& rAccess) {
-                if (rAccess.strNode != rFirst.pLastNode || second.valid())
+                if (rAccess.strNode != rFirst.pLastNode || second.valid()) {
                     return;
+                }
                 second = std::async(std::launch::async, [&] { rSecond(object); });
                 EXPECT_FALSE(XapelTest::ready(second, 30));
-                EXPECT_LE(Control::nodeAccesses().size(), alone.size());
+                EXPECT_LE(Control::nodeAccesses().size(), vecAlone.size());
             });
             accesses(object, rFirst.fnFirst);
             second.get();

@@ -39,11 +39,11 @@ public:
     int consumer_DeviceCloseDataStream(void* pStream, bool*) override { return note({eClosed, number(pStream)}); }
     int consumer_DeviceOpenDataStream(bool*) override { return note({eOpened}); }
 
-    Call m_Last;
+    Call m_vecLast;
 
 private:
-    int note(Call call) {
-        m_Last = std::move(call);
+    int note(Call vecCall) {
+        m_vecLast = std::move(vecCall);
         return 0;
     }
 };
@@ -69,17 +69,17 @@ TEST_F(Trampolines, EachHandsItsCallOnWithTheArgumentsAsTheyCame) {
     int iType = 0, iValue = 0;
     unsigned long long nSize = 0;
     EXPECT_EQ(hook<DataStreamGetFilledBufferFunc>(Control::eHookFetch)(&pBuffer, 0xFFFFFFFFFFFFFFFEULL, pHub), 0);
-    EXPECT_EQ(witness.m_Last, (Call{eFetched, number(&pBuffer), 0xFFFFFFFFFFFFFFFEULL}));
+    EXPECT_EQ(witness.m_vecLast, (Call{eFetched, number(&pBuffer), 0xFFFFFFFFFFFFFFFEULL}));
     EXPECT_EQ(hook<DataStreamGetInfoFunc>(Control::eHookInfo)(1001, &iType, &iValue, &nSize, pHub), 0);
-    EXPECT_EQ(witness.m_Last, (Call{eAsked, 1001, number(&iType), number(&iValue), number(&nSize)}));
+    EXPECT_EQ(witness.m_vecLast, (Call{eAsked, 1001, number(&iType), number(&iValue), number(&nSize)}));
     EXPECT_EQ(hook<DataStreamCancelGetFilledBufferFunc>(Control::eHookCancel)(pHub), 0);
-    EXPECT_EQ(witness.m_Last, Call{eCancelled});
+    EXPECT_EQ(witness.m_vecLast, Call{eCancelled});
     hook<DeviceCloseDataStreamFunc>(Control::eHookClose)(&iValue, pHub);
-    EXPECT_EQ(witness.m_Last, (Call{eClosed, number(&iValue)}));
+    EXPECT_EQ(witness.m_vecLast, (Call{eClosed, number(&iValue)}));
     for (void* const pIgnored : {static_cast<void*>(nullptr), static_cast<void*>(&iValue)}) {
-        witness.m_Last.clear();
+        witness.m_vecLast.clear();
         EXPECT_EQ(hook<DeviceOpenDataStreamFunc>(Control::eHookOpen)(pIgnored, pHub), 0);
-        EXPECT_EQ(witness.m_Last, Call{eOpened});
+        EXPECT_EQ(witness.m_vecLast, Call{eOpened});
     }
 }
 

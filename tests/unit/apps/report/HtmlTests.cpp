@@ -17,8 +17,8 @@ TEST(Html, TextsStandForThemselves) {
     for (const auto& [pBytes, pCode] : aCodes) {
         EXPECT_EQ(base64(pBytes), pCode);
     }
-    const auto Json = nlohmann::ordered_json::parse(R"({"a": [{"share": 0.01234}, null]})");
-    EXPECT_EQ(CFigures(Json).number("/a/0/share", 2, 100.0),
+    const auto json = nlohmann::ordered_json::parse(R"({"a": [{"share": 0.01234}, null]})");
+    EXPECT_EQ(CFigures(json).number("/a/0/share", 2, 100.0),
               "<data value=\"0.01234\" data-figure=\"/a/0/share\">1.23</data>");
-    EXPECT_EQ(CFigures(Json).number("/a/1", 2), "<data value=\"null\" data-figure=\"/a/1\">\xE2\x80\x93</data>");
+    EXPECT_EQ(CFigures(json).number("/a/1", 2), "<data value=\"null\" data-figure=\"/a/1\">\xE2\x80\x93</data>");
 }

@@ -17,8 +17,8 @@ using namespace XAPEL2::App;
 TEST(Output, TextsAreEscapedAndZerosHaveNoSign) {
     testing::internal::CaptureStdout();
     {
-        COutput Output("run", false);
-        Output.text() << "a\x1B[0m\nb\n";
+        COutput output("run", false);
+        output.text() << "a\x1B[0m\nb\n";
     }
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "a\\x1B[0m\nb\n");
     EXPECT_EQ(tellable({{"a", -0.0}, {"b", {-0.0, 1.5, NAN}}}).dump(), R"({"a":0.0,"b":[0.0,1.5,null]})");

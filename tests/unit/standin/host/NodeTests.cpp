@@ -51,8 +51,9 @@ TEST_F(Nodes, ParameterValueBelongsToTheSelectedParameter) {
     for (int i = 0; i < 8; ++i) {
         rSelector.SetValue(aNames[i % 4]);
         EXPECT_STREQ(aNames[i % 4], rSelector.GetString().get());
-        if (i < 4)
+        if (i < 4) {
             rValue.SetInt(i + 1);
+        }
         EXPECT_EQ(i % 4 + 1, rValue.GetInt());
     }
     EXPECT_EQ(0, rValue.GetIntMin());

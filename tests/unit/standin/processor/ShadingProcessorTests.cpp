@@ -27,47 +27,48 @@ protected:
     /// Runs a command with an image of one value.
     int64_t run(int64_t iCommand, const std::string& strFormat = "Mono12", int64_t iWidth = 8, int64_t iHeight = 4,
                 uint16_t uValue = 100) {
-        const ImageLayout sLayout = layout(strFormat, static_cast<uint64_t>(iWidth), static_cast<uint64_t>(iHeight));
-        m_vImage.assign(64, 0);
-        if (sLayout.isPossible())
-            m_vImage = pack(sLayout, std::vector<uint16_t>(sLayout.samples(), uValue));
-        m_sInputs.iBufferSize = static_cast<int64_t>(m_vImage.size());
-        m_sInputs.strPixelFormat = strFormat;
-        m_sInputs.iWidth = iWidth;
-        m_sInputs.iHeight = iHeight;
-        m_sInputs.iBuffer = static_cast<int64_t>(reinterpret_cast<uintptr_t>(m_vImage.data()));
-        return m_oProcessor.execute(iCommand, m_sInputs);
+        const ImageLayout layout = layoutOf(strFormat, static_cast<uint64_t>(iWidth), static_cast<uint64_t>(iHeight));
+        m_vecImage.assign(64, 0);
+        if (layout.isPossible()) {
+            m_vecImage = pack(layout, std::vector<uint16_t>(layout.samples(), uValue));
+        }
+        m_inputs.iBufferSize = static_cast<int64_t>(m_vecImage.size());
+        m_inputs.strPixelFormat = strFormat;
+        m_inputs.iWidth = iWidth;
+        m_inputs.iHeight = iHeight;
+        m_inputs.iBuffer = static_cast<int64_t>(reinterpret_cast<uintptr_t>(m_vecImage.data()));
+        return m_oProcessor.execute(iCommand, m_inputs);
     }
     int64_t runFile(int64_t iCommand, const std::string& strName) {
-        m_sInputs.strFilename = m_oFolder / strName;
-        return m_oProcessor.execute(iCommand, m_sInputs);
+        m_inputs.strFilename = m_oFolder / strName;
+        return m_oProcessor.execute(iCommand, m_inputs);
     }
     int64_t record(eShadingCommand eStart, uint16_t uValue, const std::string& strName,
                    const std::string& strFormat = "Mono12") {
         EXPECT_EQ(run(eStart), 0);
         EXPECT_EQ(run(eCommandProcess, strFormat, 8, 4, uValue), 1);
-        EXPECT_EQ(unpack(layout(strFormat, 8, 4), m_vImage)[5], uValue) << "a recording leaves its images alone";
+        EXPECT_EQ(unpack(layoutOf(strFormat, 8, 4), m_vecImage)[5], uValue) << "a recording leaves its images alone";
         return runFile(eCommandEnd, strName);
     }
     /// The value that an even image of 100 has after processing.
     int corrected(const std::string& strFormat = "Mono12") {
         EXPECT_EQ(run(eCommandProcess, strFormat), 0);
-        return unpack(layout(strFormat, 8, 4), m_vImage)[5];
+        return unpack(layoutOf(strFormat, 8, 4), m_vecImage)[5];
     }
     std::size_t traces(const std::string& strPart) const {
         std::size_t nCount = 0;
-        for (const std::string& rTrace : m_vTraces) nCount += rTrace.find(strPart) != std::string::npos;
+        for (const std::string& rTrace : m_vecTraces) nCount += rTrace.find(strPart) != std::string::npos;
         return nCount;
     }
 
     XAPEL2::Test::CTemporaryFolder m_oFolder;
-    std::vector<std::string> m_vTraces;
+    std::vector<std::string> m_vecTraces;
     CShadingProcessor m_oProcessor{[this](int32_t iLevel, const std::string& strText) {
         EXPECT_EQ(iLevel, 2);
-        m_vTraces.push_back(strText);
+        m_vecTraces.push_back(strText);
     }};
-    ShadingInputs m_sInputs;
-    std::vector<uint8_t> m_vImage;
+    ShadingInputs m_inputs;
+    std::vector<uint8_t> m_vecImage;
 };
 
 TEST_F(ShadingProcessor, CorrectsWithDarkAndLight) {
@@ -81,8 +82,9 @@ TEST_F(ShadingProcessor, CorrectsWithDarkAndLight) {
     ASSERT_EQ(run(eCommandApply, "Mono12p"), 0) << "packing does not matter to a reference";
     EXPECT_EQ(corrected("Mono12p"), 80);
     for (const auto& [strFormat, iWidth] : {std::make_pair("Mono10", 8), std::make_pair("BayerRG12", 8),
-                                            std::make_pair("Mono16", 8), std::make_pair("Mono12", 4)})
+                                            std::make_pair("Mono16", 8), std::make_pair("Mono12", 4)}) {
         EXPECT_EQ(run(eCommandApply, strFormat, iWidth), GC_ERR_NOT_AVAILABLE) << strFormat << " " << iWidth;
+    }
     EXPECT_EQ(corrected("Mono12p"), 80) << "an apply that fails leaves what was applied";
     // Another colour phase, another order of channels.
     for (const auto& [strHeld, strOther] : {std::make_pair("BayerGR8", "BayerRG8"), std::make_pair("RGB8", "BGR8")}) {
@@ -94,9 +96,9 @@ TEST_F(ShadingProcessor, CorrectsWithDarkAndLight) {
 
 TEST_F(ShadingProcessor, FilterValuesTakeEffectAtTheNextApply) {
     // One hot pixel in the dark: gone with a median of radius 1, spread by a box.
-    ReferenceImage sDark{eReferenceDark, layout("Mono12", 8, 4), 1, 0, 0, 0, "", std::vector<float>(32, 10.0F)};
-    sDark.vSamples[5] = 100.0F;
-    writeReferenceFile(m_oFolder / "dark", sDark);
+    ReferenceImage dark{eReferenceDark, layoutOf("Mono12", 8, 4), 1, 0, 0, 0, "", std::vector<float>(32, 10.0F)};
+    dark.vecSamples[5] = 100.0F;
+    writeReferenceFile(m_oFolder / "dark", dark);
     ASSERT_EQ(runFile(eCommandLoadDark, "dark"), 0);
     ASSERT_EQ(run(eCommandApply), 0);
     EXPECT_EQ(corrected(), 0);
@@ -120,15 +122,15 @@ TEST_F(ShadingProcessor, ReferenceTellsOfTheImagesThatItTook) {
     EXPECT_EQ(run(eCommandProcess, "Mono12", 8, 4, 4095), 2);
     EXPECT_EQ(run(eCommandProcess, "Mono12", 8, 4, 104), 3);
     ASSERT_EQ(runFile(eCommandEnd, "light"), 0);
-    const ReferenceImage sLight = readReferenceFile(m_oFolder / "light");
-    EXPECT_EQ(sLight.nImages, 3U);
-    EXPECT_EQ(sLight.vSamples, std::vector<float>(32, 4299.0F / 3));
-    EXPECT_NEAR(sLight.dMean, 1433.0, 1e-9);
-    EXPECT_NEAR(sLight.dSaturatedShare, 1.0 / 3, 1e-12);
-    EXPECT_NEAR(sLight.dTemporalNoise, 0.0, 1e-9);  // all samples went together: that is the light
-    EXPECT_EQ(sLight.sMeans.dLeast, 100.0);
-    EXPECT_EQ(sLight.sMeans.dMost, 4095.0);
-    EXPECT_EQ(sLight.sMeans.dLast, 104.0);
+    const ReferenceImage light = readReferenceFile(m_oFolder / "light");
+    EXPECT_EQ(light.nImages, 3U);
+    EXPECT_EQ(light.vecSamples, std::vector<float>(32, 4299.0F / 3));
+    EXPECT_NEAR(light.dMean, 1433.0, 1e-9);
+    EXPECT_NEAR(light.dSaturatedShare, 1.0 / 3, 1e-12);
+    EXPECT_NEAR(light.dTemporalNoise, 0.0, 1e-9);  // all samples went together: that is the light
+    EXPECT_EQ(light.means.dLeast, 100.0);
+    EXPECT_EQ(light.means.dMost, 4095.0);
+    EXPECT_EQ(light.means.dLast, 104.0);
 
     EXPECT_EQ(runFile(eCommandLoadLight, "absent"), GC_ERR_IO);
     EXPECT_EQ(runFile(eCommandLoadDark, "light"), GC_ERR_IO);
@@ -141,29 +143,29 @@ TEST_F(ShadingProcessor, TracesOnceWhyAnImageIsLeftUntouched) {
             run(eCommandProcess, i % 2 ? "Mono99" : "Mono12");
             for (const auto& [strFormat, iWidth] : {std::make_pair("Mono8", 8), std::make_pair("Mono12", 4)}) {
                 run(eCommandProcess, strFormat, iWidth);
-                EXPECT_EQ(unpack(layout(strFormat, static_cast<uint64_t>(iWidth), 4), m_vImage)[5], 100);
+                EXPECT_EQ(unpack(layoutOf(strFormat, static_cast<uint64_t>(iWidth), 4), m_vecImage)[5], 100);
             }
         }
     };
     processAll();
     EXPECT_EQ(traces("no reference is applied"), 1U);
     EXPECT_EQ(traces("impossible"), 1U);
-    EXPECT_EQ(m_vTraces.size(), 2U);
+    EXPECT_EQ(m_vecTraces.size(), 2U);
     ASSERT_EQ(record(eCommandStartDark, 20, "dark"), 0);
     ASSERT_EQ(run(eCommandApply), 0);
-    m_vTraces.clear();
+    m_vecTraces.clear();
     processAll();
     EXPECT_EQ(traces("another format"), 1U);
     EXPECT_EQ(traces("another size"), 1U);
     EXPECT_EQ(traces("impossible"), 1U);
-    EXPECT_EQ(m_vTraces.size(), 3U);
+    EXPECT_EQ(m_vecTraces.size(), 3U);
     ASSERT_EQ(run(eCommandApply), 0);
     processAll();
-    EXPECT_EQ(m_vTraces.size(), 6U) << "new tables, new reasons";
+    EXPECT_EQ(m_vecTraces.size(), 6U) << "new tables, new reasons";
     // An offset into a buffer whose base nobody knows.
     run(eCommandProcess);
-    m_sInputs.iBuffer = 128;
-    EXPECT_EQ(m_oProcessor.execute(eCommandProcess, m_sInputs), GC_ERR_INVALID_PARAMETER);
+    m_inputs.iBuffer = 128;
+    EXPECT_EQ(m_oProcessor.execute(eCommandProcess, m_inputs), GC_ERR_INVALID_PARAMETER);
 }
 
 TEST_F(ShadingProcessor, WantOfMemoryChangesNothing) {
@@ -177,12 +179,13 @@ TEST_F(ShadingProcessor, WantOfMemoryChangesNothing) {
             ASSERT_EQ(runFile(eCommandLoadDark, "dark"), 0);
             ASSERT_EQ(run(eCommandApply), 0);
             ASSERT_EQ(runFile(eCommandLoadDark, "other"), 0);  // another apply would show
-            m_sInputs.strFilename = m_oFolder / "dark";
+            m_inputs.strFilename = m_oFolder / "dark";
             Allocations::failAfter(nFailed);
-            const int64_t iStatus = m_oProcessor.execute(iCommand, m_sInputs);
+            const int64_t iStatus = m_oProcessor.execute(iCommand, m_inputs);
             Allocations::failAfter(UINT64_MAX);
-            if (iStatus != GC_ERR_ERROR)
+            if (iStatus != GC_ERR_ERROR) {
                 break;
+            }
             ASSERT_EQ(corrected(), 80) << "the tables as before";
             ASSERT_EQ(run(eCommandApply), 0);
             ASSERT_EQ(corrected(), 40) << "the reference as before";
@@ -205,21 +208,21 @@ TEST_F(ShadingProcessor, CorrectingAllocatesNothing) {
     ASSERT_EQ(run(eCommandApply), 0);
     ASSERT_EQ(corrected(), 80);
     const uint64_t nBefore = Allocations::done();
-    EXPECT_EQ(m_oProcessor.execute(eCommandProcess, m_sInputs), 0);
+    EXPECT_EQ(m_oProcessor.execute(eCommandProcess, m_inputs), 0);
     EXPECT_EQ(Allocations::done(), nBefore);
 }
 
 TEST_F(ShadingProcessor, RefusesASecondCommandButNotAParameter) {
-    ReferenceImage sDark{eReferenceDark, layout("Mono16", 256, 256), 1, 0, 0, 0, "", std::vector<float>(65536)};
-    for (std::size_t i = 0; i < sDark.vSamples.size(); ++i) sDark.vSamples[i] = static_cast<float>(i * 7919 % 65521);
-    writeReferenceFile(m_oFolder / "dark", sDark);
+    ReferenceImage dark{eReferenceDark, layoutOf("Mono16", 256, 256), 1, 0, 0, 0, "", std::vector<float>(65536)};
+    for (std::size_t i = 0; i < dark.vecSamples.size(); ++i) dark.vecSamples[i] = static_cast<float>(i * 7919 % 65521);
+    writeReferenceFile(m_oFolder / "dark", dark);
     ASSERT_EQ(runFile(eCommandLoadDark, "dark"), 0);
     ASSERT_TRUE(m_oProcessor.setParameter(SHADING_PARAM_MEDIAN_DARK, 31));
-    m_sInputs.strPixelFormat = "Mono16";
-    m_sInputs.iWidth = m_sInputs.iHeight = 256;
+    m_inputs.strPixelFormat = "Mono16";
+    m_inputs.iWidth = m_inputs.iHeight = 256;
     std::atomic<bool> bStop{false};
     std::thread oApply([&] {
-        while (!bStop) m_oProcessor.execute(eCommandApply, m_sInputs);  // refused where it meets the other command
+        while (!bStop) m_oProcessor.execute(eCommandApply, m_inputs);  // refused where it meets the other command
     });
     // A parameter that was set between two refusals of the same apply did not wait for it. The apply is long beside
     // these calls, so a few rounds are enough.

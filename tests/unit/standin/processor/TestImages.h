@@ -13,20 +13,20 @@
 namespace XAPEL2 {
 namespace StandIn {
 
-inline ImageLayout layout(const std::string& strFormat, uint64_t nWidth, uint64_t nHeight) {
+inline ImageLayout layoutOf(const std::string& strFormat, uint64_t nWidth, uint64_t nHeight) {
     return {findPixelFormat(strFormat), nWidth, nHeight};
 }
 
 inline std::vector<uint8_t> pack(const ImageLayout& rLayout, const std::vector<uint16_t>& rSamples) {
-    std::vector<uint8_t> vImage(rLayout.bytes());
-    packSamples(*rLayout.pFormat, rSamples.data(), 0, rSamples.size(), vImage.data());
-    return vImage;
+    std::vector<uint8_t> vecImage(rLayout.bytes());
+    packSamples(*rLayout.pFormat, rSamples.data(), 0, rSamples.size(), vecImage.data());
+    return vecImage;
 }
 
 inline std::vector<uint16_t> unpack(const ImageLayout& rLayout, const std::vector<uint8_t>& rImage) {
-    std::vector<uint16_t> vSamples(rLayout.samples());
-    unpackSamples(*rLayout.pFormat, rImage.data(), 0, vSamples.size(), vSamples.data());
-    return vSamples;
+    std::vector<uint16_t> vecSamples(rLayout.samples());
+    unpackSamples(*rLayout.pFormat, rImage.data(), 0, vecSamples.size(), vecSamples.data());
+    return vecSamples;
 }
 
 /// Colour class of a sample, written down apart from the code under test.
@@ -34,8 +34,9 @@ inline unsigned classOf(const ImageLayout& rLayout, std::size_t iSample) {
     const std::size_t iPixel = iSample / rLayout.pFormat->nChannels;
     const std::size_t iX = iPixel % rLayout.nWidth;
     const std::size_t iY = iPixel / rLayout.nWidth;
-    if (rLayout.pFormat->isCfa())
+    if (rLayout.pFormat->isCfa()) {
         return static_cast<unsigned>((iY & 1) << 1 | (iX & 1));
+    }
     return static_cast<unsigned>(iSample - iPixel * rLayout.pFormat->nChannels);
 }
 

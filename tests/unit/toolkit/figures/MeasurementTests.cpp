@@ -21,9 +21,9 @@ TEST(Measurement, FramesAreDividedBetweenReferenceAndTest) {
                                   {16, 16, 4, 12, 4},
                                   {64, 16, 4, 16, 4}};
     for (const auto& rRow : aaRows) {
-        const FramePlan Plan = planFrames(rRow[0], rRow[1], rRow[2]);
-        EXPECT_EQ(Plan.nReference, rRow[3]) << rRow[0];
-        EXPECT_EQ(Plan.nTest, rRow[4]) << rRow[0];
+        const FramePlan plan = planFrames(rRow[0], rRow[1], rRow[2]);
+        EXPECT_EQ(plan.nReference, rRow[3]) << rRow[0];
+        EXPECT_EQ(plan.nTest, rRow[4]) << rRow[0];
     }
     EXPECT_EQ(framesLeft(SceneCounts::ENDLESS, 16, 8), 8U);
     EXPECT_EQ(framesLeft(20, 16, 8), 4U);

@@ -22,23 +22,23 @@ using ::testing::HasSubstr;
 
 struct Pair {
     explicit Pair(const char* pFormat) {
-        const StandIn::ImageLayout Layout = {StandIn::findPixelFormat(pFormat), 96, 64};
-        const double dScale = Layout.pFormat->fullScale() / 4095.0;
-        Dark = makeReference(StandIn::eReferenceDark, Layout,
+        const StandIn::ImageLayout layout = {StandIn::findPixelFormat(pFormat), 96, 64};
+        const double dScale = layout.pFormat->fullScale() / 4095.0;
+        dark = makeReference(StandIn::eReferenceDark, layout,
                              [&](std::size_t i) { return dScale * (64.0 + static_cast<double>(i % 7) / 3.0); });
-        Light = makeReference(StandIn::eReferenceLight, Layout, [&](std::size_t i) {
+        light = makeReference(StandIn::eReferenceLight, layout, [&](std::size_t i) {
             const double dAcross =
-                static_cast<double>(i % Layout.samplesPerRow()) / static_cast<double>(Layout.samplesPerRow());
+                static_cast<double>(i % layout.samplesPerRow()) / static_cast<double>(layout.samplesPerRow());
             return dScale * (2800.0 - 1200.0 * dAcross + static_cast<double>(i * 2654435761U % 997U) / 7.0);
         });
     }
     void write() const {
-        StandIn::writeReferenceFile(strDark, Dark);
-        StandIn::writeReferenceFile(strLight, Light);
+        StandIn::writeReferenceFile(strDark, dark);
+        StandIn::writeReferenceFile(strLight, light);
     }
-    CTemporaryFolder Folder;
-    ReferenceImage Dark, Light;
-    std::string strDark = Folder / "dark.tif", strLight = Folder / "light.tif";
+    CTemporaryFolder folder;
+    ReferenceImage dark, light;
+    std::string strDark = folder / "dark.tif", strLight = folder / "light.tif";
 };
 
 ProgramResult check(const Pair& rPair, std::vector<std::string> vecMore) {
@@ -52,57 +52,57 @@ ProgramResult check(const Pair& rPair, std::vector<std::string> vecMore) {
 TEST(SelfTest, PairIsFlatOnItsOwnMeanAndOneShiftedByAPixelIsNot) {
     for (const char* pFormat : {"Mono8", "Mono12p", "Mono16", "BayerGB12", "RGB8"}) {
         SCOPED_TRACE(pFormat);
-        Pair Files(pFormat);
+        Pair files(pFormat);
         // Samples that cannot be made flat do not count.
-        Files.Light.vSamples[5] = static_cast<float>(Files.Light.sLayout.pFormat->fullScale());
-        Files.Light.vSamples[9] = Files.Dark.vSamples[9];
-        Files.Light.vSamples[11] = Files.Dark.vSamples[11] + 0.007F * Files.Light.vSamples[5];
-        Files.write();
-        const double dFlat = selfTest(Files.strDark, Files.strLight, Files.Dark, Files.Light);
-        EXPECT_LE(dFlat, Files.Light.sLayout.pFormat->nBits > 12 ? 1.75 : 1.0);
+        files.light.vecSamples[5] = static_cast<float>(files.light.layout.pFormat->fullScale());
+        files.light.vecSamples[9] = files.dark.vecSamples[9];
+        files.light.vecSamples[11] = files.dark.vecSamples[11] + 0.007F * files.light.vecSamples[5];
+        files.write();
+        const double dFlat = selfTest(files.strDark, files.strLight, files.dark, files.light);
+        EXPECT_LE(dFlat, files.light.layout.pFormat->nBits > 12 ? 1.75 : 1.0);
         EXPECT_GT(dFlat, 0.0);
-        ReferenceImage Shifted = Files.Light;
-        std::rotate(Shifted.vSamples.begin(), Shifted.vSamples.begin() + 1, Shifted.vSamples.end());
-        EXPECT_GT(selfTest(Files.strDark, Files.strLight, Files.Dark, Shifted), 3.0);
+        ReferenceImage shifted = files.light;
+        std::rotate(shifted.vecSamples.begin(), shifted.vecSamples.begin() + 1, shifted.vecSamples.end());
+        EXPECT_GT(selfTest(files.strDark, files.strLight, files.dark, shifted), 3.0);
     }
 }
 
 TEST(Check, TellsAGoodPairWithTheSameNumbersInTextAndJson) {
-    Pair Files("Mono12");
-    Files.Dark.vSamples[96 * 20 + 33] += 836.0F;
-    Files.Light.vSamples[96 * 20 + 33] += 836.0F;
-    const ProgramResult Text = check(Files, {"--list"}), Json = check(Files, {"--json", "--list"});
-    EXPECT_EQ(Text.iExit, 0) << Text.strErr;
-    EXPECT_THAT(Text.strOut, HasSubstr("hot pixel at x 33, y 20: 90"));
-    EXPECT_THAT(Text.strOut, HasSubstr("Verdict: good"));
-    EXPECT_EQ(Json.iExit, 0);
-    const auto Told = nlohmann::json::parse(Json.strOut);
-    EXPECT_EQ(Told["verdict"], "good");
-    EXPECT_EQ(Told["dark"]["hotPixels"], 1);
-    EXPECT_EQ(Told["dark"]["defects"][0]["x"], 33);
-    EXPECT_EQ(Told["light"]["brightPixels"], 0);
-    EXPECT_TRUE(Told["dark"]["camera"].empty());
-    EXPECT_LE(Told["pair"]["selfTestDn"].get<double>(), 1.0);
+    Pair files("Mono12");
+    files.dark.vecSamples[96 * 20 + 33] += 836.0F;
+    files.light.vecSamples[96 * 20 + 33] += 836.0F;
+    const ProgramResult text = check(files, {"--list"}), json = check(files, {"--json", "--list"});
+    EXPECT_EQ(text.iExit, 0) << text.strErr;
+    EXPECT_THAT(text.strOut, HasSubstr("hot pixel at x 33, y 20: 90"));
+    EXPECT_THAT(text.strOut, HasSubstr("Verdict: good"));
+    EXPECT_EQ(json.iExit, 0);
+    const auto told = nlohmann::json::parse(json.strOut);
+    EXPECT_EQ(told["verdict"], "good");
+    EXPECT_EQ(told["dark"]["hotPixels"], 1);
+    EXPECT_EQ(told["dark"]["defects"][0]["x"], 33);
+    EXPECT_EQ(told["light"]["brightPixels"], 0);
+    EXPECT_TRUE(told["dark"]["camera"].empty());
+    EXPECT_LE(told["pair"]["selfTestDn"].get<double>(), 1.0);
     char acGain[40];
-    std::snprintf(acGain, sizeof acGain, "conversion gain    %.4f DN/e-", Told["pair"]["conversionGain"].get<double>());
-    EXPECT_THAT(Text.strOut, HasSubstr(acGain));
+    std::snprintf(acGain, sizeof acGain, "conversion gain    %.4f DN/e-", told["pair"]["conversionGain"].get<double>());
+    EXPECT_THAT(text.strOut, HasSubstr(acGain));
 }
 
 TEST(Check, RefusesWhatIsUselessUnlessForced) {
-    Pair Files("Mono12");
-    Files.Light.dSaturatedShare = 0.03;
-    EXPECT_EQ(check(Files, {}).iExit, 1);
-    EXPECT_THAT(check(Files, {}).strOut, HasSubstr("3.00 %"));
-    const ProgramResult Forced = check(Files, {"--force", "--json"});
-    EXPECT_EQ(Forced.iExit, 0);
-    EXPECT_EQ(nlohmann::json::parse(Forced.strOut)["light"]["findings"][0]["id"], "saturated");
+    Pair files("Mono12");
+    files.light.dSaturatedShare = 0.03;
+    EXPECT_EQ(check(files, {}).iExit, 1);
+    EXPECT_THAT(check(files, {}).strOut, HasSubstr("3.00 %"));
+    const ProgramResult forced = check(files, {"--force", "--json"});
+    EXPECT_EQ(forced.iExit, 0);
+    EXPECT_EQ(nlohmann::json::parse(forced.strOut)["light"]["findings"][0]["id"], "saturated");
 
-    Files.Light = Pair("Mono8").Light;
-    EXPECT_EQ(check(Files, {"--force"}).iExit, 1);  // no force makes these two a pair
-    const std::vector<std::string> vecMissing = {"check", Files.Folder / "none.tif", Files.strLight};
-    const ProgramResult Missing = runProgram(XAPEL2_SHADING_PROGRAM, vecMissing);
-    EXPECT_EQ(Missing.iExit, 3);
-    EXPECT_THAT(Missing.strErr, HasSubstr("none.tif"));
+    files.light = Pair("Mono8").light;
+    EXPECT_EQ(check(files, {"--force"}).iExit, 1);  // no force makes these two a pair
+    const std::vector<std::string> vecMissing = {"check", files.folder / "none.tif", files.strLight};
+    const ProgramResult missing = runProgram(XAPEL2_SHADING_PROGRAM, vecMissing);
+    EXPECT_EQ(missing.iExit, 3);
+    EXPECT_THAT(missing.strErr, HasSubstr("none.tif"));
 }
 
 }  // namespace Toolkit

@@ -17,7 +17,7 @@ namespace {
 StandIn::ReferenceImage light() {
     StandIn::ReferenceImage reference;
     reference.eKind = StandIn::eReferenceLight;
-    reference.sLayout = {StandIn::findPixelFormat("Mono12"), 40, 30};
+    reference.layout = {StandIn::findPixelFormat("Mono12"), 40, 30};
     reference.strCamera = R"({"OffsetX":100,"OffsetY":8})";
     return reference;
 }
@@ -71,12 +71,12 @@ TEST(DefectList, ReadsWhatItWrote) {
 TEST(DefectList, FindsInBothReferences) {
     StandIn::ReferenceImage bright = light(), dark = light();
     dark.eKind = StandIn::eReferenceDark;
-    dark.vSamples.assign(1200, 50.0F);
-    bright.vSamples.assign(1200, 2050.0F);
-    dark.vSamples[100] = 400.0F;
-    bright.vSamples[100] = 2400.0F;
-    bright.vSamples[700] = 60.0F;
-    bright.vSamples[900] = 3000.0F;
+    dark.vecSamples.assign(1200, 50.0F);
+    bright.vecSamples.assign(1200, 2050.0F);
+    dark.vecSamples[100] = 400.0F;
+    bright.vecSamples[100] = 2400.0F;
+    bright.vecSamples[700] = 60.0F;
+    bright.vecSamples[900] = 3000.0F;
     const std::vector<uint8_t> vecMap = foundDefectMap(bright, &dark);
     EXPECT_EQ(vecMap[100], StandIn::eDefectHot);
     EXPECT_EQ(vecMap[700], StandIn::eDefectDead);

@@ -36,46 +36,46 @@ TEST(Defects, AreFoundInEachClassAndAtEachEdge) {
                   {"RGB8", 64 * 3 * 5 + 9 * 3 + 1, 9, 5, 1}};
     for (const auto& rCase : aCases) {
         SCOPED_TRACE(rCase.pFormat + std::to_string(rCase.iSample));
-        const StandIn::ImageLayout Layout = {StandIn::findPixelFormat(rCase.pFormat), 64, 32};
-        const double dScale = Layout.pFormat->fullScale() / 4095.0;
-        StandIn::ReferenceImage Dark = makeReference(StandIn::eReferenceDark, Layout, [&](std::size_t i) {
+        const StandIn::ImageLayout layout = {StandIn::findPixelFormat(rCase.pFormat), 64, 32};
+        const double dScale = layout.pFormat->fullScale() / 4095.0;
+        StandIn::ReferenceImage dark = makeReference(StandIn::eReferenceDark, layout, [&](std::size_t i) {
             return dScale * (60.0 + static_cast<double>(i % 7));
         });
-        StandIn::ReferenceImage Light =
-            makeReference(StandIn::eReferenceLight, Layout, [&](std::size_t i) { return dScale * shaded(Layout, i); });
-        EXPECT_TRUE(findDefects(Dark).empty());
-        EXPECT_TRUE(findDefects(Light, &Dark).empty());
+        StandIn::ReferenceImage light =
+            makeReference(StandIn::eReferenceLight, layout, [&](std::size_t i) { return dScale * shaded(layout, i); });
+        EXPECT_TRUE(findDefects(dark).empty());
+        EXPECT_TRUE(findDefects(light, &dark).empty());
 
         const auto fnExpect = [&](const std::vector<Defect>& rFound, eDefectKind eKind) {
             ASSERT_EQ(rFound.size(), 1U);
             EXPECT_TRUE(rFound[0].eKind == eKind && rFound[0].nX == rCase.nX && rFound[0].nY == rCase.nY &&
                         rFound[0].iClass == rCase.iClass);
         };
-        Light.vSamples[rCase.iSample] *= 0.8F;
-        fnExpect(findDefects(Light, &Dark), eDead);
-        Light.vSamples[rCase.iSample] *= 1.6F;
-        fnExpect(findDefects(Light, &Dark), eBright);
+        light.vecSamples[rCase.iSample] *= 0.8F;
+        fnExpect(findDefects(light, &dark), eDead);
+        light.vecSamples[rCase.iSample] *= 1.6F;
+        fnExpect(findDefects(light, &dark), eBright);
         // A hot pixel adds as much under light: what is left there is as good as its neighbours.
         const float fHot = static_cast<float>(dScale) * 500.0F;
-        Light.vSamples[rCase.iSample] = static_cast<float>(dScale * shaded(Layout, rCase.iSample)) + fHot;
-        Dark.vSamples[rCase.iSample] += fHot;
-        fnExpect(findDefects(Dark), eHot);
-        EXPECT_TRUE(findDefects(Light, &Dark).empty());
-        fnExpect(findDefects(Light), eBright);
+        light.vecSamples[rCase.iSample] = static_cast<float>(dScale * shaded(layout, rCase.iSample)) + fHot;
+        dark.vecSamples[rCase.iSample] += fHot;
+        fnExpect(findDefects(dark), eHot);
+        EXPECT_TRUE(findDefects(light, &dark).empty());
+        fnExpect(findDefects(light), eBright);
     }
 }
 
 TEST(Defects, HotPixelsOfTheSensorAreAllFound) {
-    SimulatedFrames Camera({StandIn::findPixelFormat("Mono12"), 640, 480});
-    const std::vector<uint16_t> vecFrame = Camera.unpacked(Camera.image(StandIn::eSceneDark, 0)).aSamples;
+    SimulatedFrames camera({StandIn::findPixelFormat("Mono12"), 640, 480});
+    const std::vector<uint16_t> vecFrame = camera.unpacked(camera.image(StandIn::eSceneDark, 0)).vecSamples;
     std::set<std::size_t> setHot, setFound;
     for (std::size_t i = 0; i < vecFrame.size(); ++i) {
-        if (Camera.Sensor.expectedDarkElectrons(Camera.Settings, i % 640, i / 640) > 100.0) {
+        if (camera.sensor.expectedDarkElectrons(camera.settings, i % 640, i / 640) > 100.0) {
             setHot.insert(i);
         }
     }
-    const auto Dark = makeReference(StandIn::eReferenceDark, Camera.Layout, [&](std::size_t i) { return vecFrame[i]; });
-    for (const Defect& rDefect : findDefects(Dark)) {
+    const auto dark = makeReference(StandIn::eReferenceDark, camera.layout, [&](std::size_t i) { return vecFrame[i]; });
+    for (const Defect& rDefect : findDefects(dark)) {
         setFound.insert(static_cast<std::size_t>(rDefect.nY * 640 + rDefect.nX));
     }
     EXPECT_GT(setHot.size(), 3U);

@@ -16,47 +16,47 @@ namespace Toolkit {
 /// A reference whose sample i has the value fnSample(i); mean and saturation as a recorder would tell them.
 inline StandIn::ReferenceImage makeReference(StandIn::eReferenceKind eKind, const StandIn::ImageLayout& rLayout,
                                              const std::function<double(std::size_t)>& fnSample) {
-    StandIn::ReferenceImage Result;
-    Result.eKind = eKind;
-    Result.sLayout = rLayout;
-    Result.nImages = 16;
-    Result.dTemporalNoise = eKind == StandIn::eReferenceLight ? 20.0 : 2.0;
+    StandIn::ReferenceImage result;
+    result.eKind = eKind;
+    result.layout = rLayout;
+    result.nImages = 16;
+    result.dTemporalNoise = eKind == StandIn::eReferenceLight ? 20.0 : 2.0;
     for (std::size_t i = 0; i < rLayout.samples(); ++i) {
-        Result.vSamples.push_back(static_cast<float>(fnSample(i)));
-        Result.dMean += static_cast<double>(Result.vSamples.back()) / static_cast<double>(rLayout.samples());
+        result.vecSamples.push_back(static_cast<float>(fnSample(i)));
+        result.dMean += static_cast<double>(result.vecSamples.back()) / static_cast<double>(rLayout.samples());
     }
-    return Result;
+    return result;
 }
 
 /// A window within a simulated sensor of four times its sides: shading and dust are as smooth there as in a real image.
 struct SimulatedFrames {
     explicit SimulatedFrames(const StandIn::ImageLayout& rLayout)
-        : Layout(rLayout),
-          Sensor(7, 4 * rLayout.nWidth, 4 * rLayout.nHeight, *rLayout.pFormat),
-          Settings(Sensor.defaultSettings()) {
-        Settings.nWidth = Settings.nOffsetX = rLayout.nWidth;
-        Settings.nHeight = Settings.nOffsetY = rLayout.nHeight;
+        : layout(rLayout),
+          sensor(7, 4 * rLayout.nWidth, 4 * rLayout.nHeight, *rLayout.pFormat),
+          settings(sensor.defaultSettings()) {
+        settings.nWidth = settings.nOffsetX = rLayout.nWidth;
+        settings.nHeight = settings.nOffsetY = rLayout.nHeight;
     }
 
     /// Frame iFrame as the camera delivers it.
     std::vector<unsigned char> image(StandIn::eScene eWhat, uint64_t iFrame) {
-        std::vector<unsigned char> vecImage(Layout.bytes());
-        Sensor.fill(Settings, eWhat, iFrame, vecImage.data());
+        std::vector<unsigned char> vecImage(layout.bytes());
+        sensor.fill(settings, eWhat, iFrame, vecImage.data());
         return vecImage;
     }
     Frame unpacked(const std::vector<unsigned char>& rImage) const {
-        Frame Result;
-        Result.pFormat = Layout.pFormat;
-        Result.nWidth = Layout.nWidth;
-        Result.nHeight = Layout.nHeight;
-        Result.aSamples.resize(Layout.samples());
-        StandIn::unpackSamples(*Layout.pFormat, rImage.data(), 0, Result.aSamples.size(), Result.aSamples.data());
-        return Result;
+        Frame result;
+        result.pFormat = layout.pFormat;
+        result.nWidth = layout.nWidth;
+        result.nHeight = layout.nHeight;
+        result.vecSamples.resize(layout.samples());
+        StandIn::unpackSamples(*layout.pFormat, rImage.data(), 0, result.vecSamples.size(), result.vecSamples.data());
+        return result;
     }
 
-    StandIn::ImageLayout Layout;
-    StandIn::CSimulatedSensor Sensor;
-    StandIn::CameraSettings Settings;
+    StandIn::ImageLayout layout;
+    StandIn::CSimulatedSensor sensor;
+    StandIn::CameraSettings settings;
 };
 
 }  // namespace Toolkit

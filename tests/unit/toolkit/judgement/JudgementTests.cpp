@@ -68,19 +68,19 @@ TEST(Judgement, SaysWhatIsWrongWithThePairAndNothingElse) {
         Change fnChange;
     } aCases[] = {
         {"", [](auto&, auto&) {}},
-        {"", [](auto& rDark, auto&) { rDark.vSamples[100] = 2000.0F; }},  // one hot pixel rejects nothing
+        {"", [](auto& rDark, auto&) { rDark.vecSamples[100] = 2000.0F; }},  // one hot pixel rejects nothing
         {"", [](auto&, auto& rLight) { rLight.dSaturatedShare = 0.0009; }},
         {"warning saturated", [](auto&, auto& rLight) { rLight.dSaturatedShare = 0.01; }},
         {"refusal saturated", [](auto&, auto& rLight) { rLight.dSaturatedShare = 0.0101; }},
         {"refusal saturated", [](auto& rDark, auto&) { rDark.dSaturatedShare = 0.03; }},
-        {"", [](auto&, auto& rLight) { rLight = light(rLight.sLayout, 1640.0); }},
-        {"warning dim", [](auto&, auto& rLight) { rLight = light(rLight.sLayout, 1635.0); }},
-        {"", [](auto&, auto& rLight) { rLight = light(rLight.sLayout, 3270.0); }},
-        {"warning bright", [](auto&, auto& rLight) { rLight = light(rLight.sLayout, 3280.0); }},
+        {"", [](auto&, auto& rLight) { rLight = light(rLight.layout, 1640.0); }},
+        {"warning dim", [](auto&, auto& rLight) { rLight = light(rLight.layout, 1635.0); }},
+        {"", [](auto&, auto& rLight) { rLight = light(rLight.layout, 3270.0); }},
+        {"warning bright", [](auto&, auto& rLight) { rLight = light(rLight.layout, 3280.0); }},
         {"warning dim refusal no-light warning noisy-reference",
-         [](auto&, auto& rLight) { rLight = light(rLight.sLayout, 104.0); }},
-        {"warning not-dark", [](auto& rDark, auto&) { rDark.vSamples.assign(rDark.vSamples.size(), 412.0F); }},
-        {"warning black-clipped", [](auto& rDark, auto&) { std::fill_n(rDark.vSamples.begin(), 40, 0.0F); }},
+         [](auto&, auto& rLight) { rLight = light(rLight.layout, 104.0); }},
+        {"warning not-dark", [](auto& rDark, auto&) { rDark.vecSamples.assign(rDark.vecSamples.size(), 412.0F); }},
+        {"warning black-clipped", [](auto& rDark, auto&) { std::fill_n(rDark.vecSamples.begin(), 40, 0.0F); }},
         {"note coarse", [](auto& rDark, auto&) { rDark.dTemporalNoise = 0.23; }},
         {"warning few-frames", [](auto&, auto& rLight) { rLight.nImages = 7; }},
         {"warning few-frames note gain-unknown", [](auto& rDark, auto&) { rDark.nImages = 1; }},
@@ -88,27 +88,27 @@ TEST(Judgement, SaysWhatIsWrongWithThePairAndNothingElse) {
         {"warning noisy-reference", [](auto&, auto& rLight) { rLight.dTemporalNoise = 100.0; }},
         {"",
          [](auto&, auto& rLight) {
-             rLight.sMeans = {2064.0, 2065.0, 2062.0, 2066.0};
+             rLight.means = {2064.0, 2065.0, 2062.0, 2066.0};
          }},
         {"note drift",
          [](auto&, auto& rLight) {
-             rLight.sMeans = {2064.0, 2064.5, 2062.0, 2066.2};
+             rLight.means = {2064.0, 2064.5, 2062.0, 2066.2};
          }},
         {"warning drift",
          [](auto&, auto& rLight) {
-             rLight.sMeans = {2050.0, 2075.0, 2050.0, 2075.0};
+             rLight.means = {2050.0, 2075.0, 2050.0, 2075.0};
          }},
         {"",
          [](auto& rDark, auto&) {
-             rDark.sMeans = {64.0, 64.4, 64.0, 64.4};
+             rDark.means = {64.0, 64.4, 64.0, 64.4};
          }},
         {"note drift",
          [](auto& rDark, auto&) {
-             rDark.sMeans = {64.0, 64.6, 64.0, 64.6};
+             rDark.means = {64.0, 64.6, 64.0, 64.6};
          }},
         {"warning drift",
          [](auto& rDark, auto&) {
-             rDark.sMeans = {65.0, 63.0, 63.0, 65.1};
+             rDark.means = {65.0, 63.0, 63.0, 65.1};
          }},
         {"refusal other-kind!", [](auto& rDark, auto& rLight) { std::swap(rDark, rLight); }},
         {"refusal other-size!", [](auto& rDark, auto&) { rDark = dark(layoutOf("Mono12", 48, 64)); }},
@@ -122,7 +122,7 @@ TEST(Judgement, SaysWhatIsWrongWithThePairAndNothingElse) {
         {"refusal other-mirror", [](auto&, auto& rLight) { set(rLight, "ReverseX", "true"); }},
         {"note settings-unknown", [](auto&, auto& rLight) { rLight.strCamera.clear(); }},
         {"note settings-unknown", [](auto& rDark, auto& rLight) { rDark.strCamera = rLight.strCamera = ""; }},
-        {"note no-signal", [](auto& rDark, auto& rLight) { rLight.vSamples[77] = rDark.vSamples[77]; }},
+        {"note no-signal", [](auto& rDark, auto& rLight) { rLight.vecSamples[77] = rDark.vecSamples[77]; }},
     };
     for (const auto& rCase : aCases) {
         ReferenceImage Dark = dark(layoutOf("Mono12")), Light = light(layoutOf("Mono12"));
@@ -151,22 +151,22 @@ TEST(Judgement, TellsTheNumbers) {
     Light.dSaturatedShare = 0.03;
     EXPECT_THAT(describe(judgeReference(Light)), HasSubstr("Refused: 3.00 % of the samples are at full scale"));
     // (20^2 - 2^2) DN^2 / 2000 DN; 2000 DN / K; 1 / sqrt(16 e-)
-    const PairFigures Figures = judgePair(Dark, Light).Figures;
+    const PairFigures Figures = judgePair(Dark, Light).figures;
     EXPECT_NEAR(Figures.dGain, 0.198, 1e-4);
     EXPECT_NEAR(Figures.dElectrons, 10101.0, 10.0);
     EXPECT_NEAR(Figures.dResidualPercent, 0.24875, 1e-4);
     Light.nImages = 1;
     EXPECT_THAT(describe(judgeReference(Light)), HasSubstr("temporal noise     unknown"));
     EXPECT_THAT(describe(judgePair(Dark, Light)), HasSubstr("conversion gain    unknown"));
-    EXPECT_TRUE(std::isnan(judgePair(Dark, Light).Figures.dResidualPercent));
+    EXPECT_TRUE(std::isnan(judgePair(Dark, Light).figures.dResidualPercent));
 }
 
 TEST(Judgement, DarkImageIsNoLightReferenceAndOneWeakColourIsTold) {
     EXPECT_EQ(names(judgeReference(light(layoutOf("Mono12"), 40.0)).vecFindings),
               std::vector<std::string>{"refusal too-dark"});
     ReferenceImage Light = light(layoutOf("BayerRG12"), 2500.0);
-    for (std::size_t i = 1; i < Light.vSamples.size(); i += 2) {
-        Light.vSamples[i] /= i / 64 % 2 == 1 ? 4.0F : 1.0F;
+    for (std::size_t i = 1; i < Light.vecSamples.size(); i += 2) {
+        Light.vecSamples[i] /= i / 64 % 2 == 1 ? 4.0F : 1.0F;
     }
     EXPECT_THAT(describe(judgeReference(Light)), HasSubstr("Warning: Colour B has only 15.3 % of full scale"));
 }
@@ -175,9 +175,9 @@ TEST(Judgement, SelfTestIsHeldToWhatTheProcessorPromises) {
     const auto fnFindings = [](const char* pFormat, double dSelfTest) {
         const double dScale = StandIn::findPixelFormat(pFormat)->fullScale() / 4095.0;
         ReferenceImage Dark = dark(layoutOf(pFormat)), Light = light(layoutOf(pFormat));
-        for (std::size_t i = 0; i < Light.vSamples.size(); ++i) {
-            Light.vSamples[i] *= static_cast<float>(dScale);
-            Dark.vSamples[i] *= static_cast<float>(dScale);
+        for (std::size_t i = 0; i < Light.vecSamples.size(); ++i) {
+            Light.vecSamples[i] *= static_cast<float>(dScale);
+            Dark.vecSamples[i] *= static_cast<float>(dScale);
         }
         return names(judgePair(Dark, Light, dSelfTest).vecFindings).size();
     };

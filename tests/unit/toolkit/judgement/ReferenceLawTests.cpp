@@ -26,12 +26,12 @@ protected:
     void record(Ext::Sc::Shading& rShading, bool bLight, uint64_t nFrames, const std::string& strFile) {
         rShading.ReferenceStart(bLight);
         for (uint64_t i = 0; i < nFrames; ++i) {
-            add(rShading, m_Camera.image(bLight ? StandIn::eSceneLight : StandIn::eSceneDark, i));
+            add(rShading, m_camera.image(bLight ? StandIn::eSceneLight : StandIn::eSceneDark, i));
         }
         rShading.ReferenceEnd(strFile.c_str());
     }
     std::vector<unsigned char> add(Ext::Sc::Shading& rShading, std::vector<unsigned char> vecImage) {
-        rShading.ReferenceAdd("Mono12", m_Camera.Layout.nWidth, m_Camera.Layout.nHeight, vecImage.data(),
+        rShading.ReferenceAdd("Mono12", m_camera.layout.nWidth, m_camera.layout.nHeight, vecImage.data(),
                               vecImage.size());
         return vecImage;
     }
@@ -39,55 +39,55 @@ protected:
     /// Relative variance over the pixels of the mean of corrected frames, their own noise taken out.
     double residualVariance(Ext::Sc::Shading& rShading) {
         rShading.ReferenceApply();
-        CFrameStack Stack(m_Camera.Layout);
+        CFrameStack stack(m_camera.layout);
         for (uint64_t i = 0; i < TEST_FRAMES; ++i) {
-            Stack.add(m_Camera.unpacked(add(rShading, m_Camera.image(StandIn::eSceneLight, FIRST_TEST_FRAME + i))));
+            stack.add(m_camera.unpacked(add(rShading, m_camera.image(StandIn::eSceneLight, FIRST_TEST_FRAME + i))));
         }
-        const MeanImage Mean = Stack.mean();
+        const MeanImage mean = stack.mean();
         const double dSpatial =
-            spatialVariances(colourPlane(Mean.sLayout, Mean.vSamples, 0), TEST_FRAMES, Mean.dTemporalVariance).dTotal;
+            spatialVariances(colourPlane(mean.layout, mean.vecSamples, 0), TEST_FRAMES, mean.dTemporalVariance).dTotal;
         double dMean = 0.0;
-        for (const float fSample : Mean.vSamples) {
-            dMean += static_cast<double>(fSample) / static_cast<double>(Mean.vSamples.size());
+        for (const float fSample : mean.vecSamples) {
+            dMean += static_cast<double>(fSample) / static_cast<double>(mean.vecSamples.size());
         }
         return dSpatial / (dMean * dMean);
     }
 
-    SimulatedFrames m_Camera{{StandIn::findPixelFormat("Mono12"), 96, 72}};
+    SimulatedFrames m_camera{{StandIn::findPixelFormat("Mono12"), 96, 72}};
     Device* m_pDevice = StandIn::openDevice("sim:7?width=96&height=72&format=Mono12");
-    XAPEL2::Test::CTemporaryFolder m_Folder;
-    std::string m_strDark = m_Folder / "dark.tif", m_strLight = m_Folder / "light.tif";
+    XAPEL2::Test::CTemporaryFolder m_folder;
+    std::string m_strDark = m_folder / "dark.tif", m_strLight = m_folder / "light.tif";
 };
 
 TEST_F(ReferenceLaw, ResidualIsTheShotNoiseOfTheReference) {
-    Ext::Sc::Shading Shading(m_pDevice);
-    record(Shading, false, 64, m_strDark);
+    Ext::Sc::Shading shading(m_pDevice);
+    record(shading, false, 64, m_strDark);
     for (const uint64_t nFrames : {1U, 4U, 16U, 64U}) {
         SCOPED_TRACE(nFrames);
-        record(Shading, true, nFrames, m_strLight);
-        const double dResidualPercent = 100.0 * std::sqrt(residualVariance(Shading));
+        record(shading, true, nFrames, m_strLight);
+        const double dResidualPercent = 100.0 * std::sqrt(residualVariance(shading));
         // 6912 pixels tell a standard deviation to 0.9 %; lens fall-off and read noise add 2 to 3 % to the plain law.
         const double dElectrons = 0.01 * std::pow(dResidualPercent, 2) * static_cast<double>(nFrames);
         EXPECT_NEAR(dResidualPercent * std::sqrt(static_cast<double>(nFrames)), 100.0 / std::sqrt(7000.0), 0.06)
             << dElectrons;
         if (nFrames > 1) {
-            const PairJudgement Pair =
+            const PairJudgement pair =
                 judgePair(StandIn::readReferenceFile(m_strDark), StandIn::readReferenceFile(m_strLight));
-            EXPECT_NEAR(dResidualPercent / Pair.Figures.dResidualPercent, 1.0, 0.06);
+            EXPECT_NEAR(dResidualPercent / pair.figures.dResidualPercent, 1.0, 0.06);
         }
     }
 }
 
 TEST_F(ReferenceLaw, FilterOnTheLightReferenceGivesSinglePixelsUp) {
-    Ext::Sc::Shading Shading(m_pDevice);
-    record(Shading, false, 64, m_strDark);
-    record(Shading, true, 64, m_strLight);
-    const double dPrnu = 100.0 * m_Camera.Sensor.model().fPrnu;
-    EXPECT_LT(100.0 * std::sqrt(residualVariance(Shading)), dPrnu / 4.0);
+    Ext::Sc::Shading shading(m_pDevice);
+    record(shading, false, 64, m_strDark);
+    record(shading, true, 64, m_strLight);
+    const double dPrnu = 100.0 * m_camera.sensor.model().dPrnu;
+    EXPECT_LT(100.0 * std::sqrt(residualVariance(shading)), dPrnu / 4.0);
     for (const auto eFilter : {Ext::Sc::Shading::eBoxFilter, Ext::Sc::Shading::eMedianFilter}) {
-        Shading.SetFilter(eFilter, true, 2);
-        EXPECT_NEAR(100.0 * std::sqrt(residualVariance(Shading)), dPrnu, 0.1 * dPrnu);
-        Shading.SetFilter(eFilter, true, 0);
+        shading.SetFilter(eFilter, true, 2);
+        EXPECT_NEAR(100.0 * std::sqrt(residualVariance(shading)), dPrnu, 0.1 * dPrnu);
+        shading.SetFilter(eFilter, true, 0);
     }
 }
 

@@ -47,24 +47,25 @@ protected:
     static Samples frame(IFrameSource& rSource, eScene eWhat, uint64_t iFrame) {
         const CameraSettings settings = rSource.defaultSettings();
         const PixelFormat& rFormat = *settings.pFormat;
-        std::vector<uint8_t> aBytes(imageBytes(rFormat, settings.nWidth, settings.nHeight));
-        rSource.fill(settings, eWhat, iFrame, aBytes.data());
-        Samples aSamples(static_cast<std::size_t>(settings.nWidth * settings.nHeight * rFormat.nChannels));
-        unpackSamples(rFormat, aBytes.data(), 0, aSamples.size(), aSamples.data());
-        return aSamples;
+        std::vector<uint8_t> vecBytes(imageBytes(rFormat, settings.nWidth, settings.nHeight));
+        rSource.fill(settings, eWhat, iFrame, vecBytes.data());
+        Samples vecSamples(static_cast<std::size_t>(settings.nWidth * settings.nHeight * rFormat.nChannels));
+        unpackSamples(rFormat, vecBytes.data(), 0, vecSamples.size(), vecSamples.data());
+        return vecSamples;
     }
 
     const XAPEL2::Test::CTemporaryFolder m_folder;
     const std::string m_strFolder = m_folder.path().string();
 };
 
-std::string pgm(unsigned nWidth, unsigned nHeight, unsigned uMaxval, const Samples& aSamples,
+std::string pgm(unsigned nWidth, unsigned nHeight, unsigned uMaxval, const Samples& vecSamples,
                 const std::string& strComment = "") {
     std::string strBytes = "P5\n" + strComment + std::to_string(nWidth) + " " + std::to_string(nHeight) + "\n" +
                            std::to_string(uMaxval) + "\n";
-    for (const uint16_t u : aSamples) {
-        if (uMaxval > 255)
+    for (const uint16_t u : vecSamples) {
+        if (uMaxval > 255) {
             strBytes += static_cast<char>(u >> 8);
+        }
         strBytes += static_cast<char>(u & 0xFF);
     }
     return strBytes;
@@ -78,7 +79,7 @@ struct TiffShape {
     unsigned nImages = 1;
 };
 
-void writeTiff(const std::string& strPath, const TiffShape& r, const Samples& aSamples) {
+void writeTiff(const std::string& strPath, const TiffShape& r, const Samples& vecSamples) {
     TIFF* pTiff = TIFFOpen(strPath.c_str(), r.pMode);
     ASSERT_NE(pTiff, nullptr);
     for (unsigned iImage = 0; iImage < r.nImages; ++iImage) {
@@ -93,12 +94,12 @@ void writeTiff(const std::string& strPath, const TiffShape& r, const Samples& aS
         TIFFSetField(pTiff, TIFFTAG_ROWSPERSTRIP, 1U);
         const std::size_t nLine = r.nWidth * r.uSamples;
         for (uint32_t iRow = 0; iRow < r.nHeight; ++iRow) {
-            std::vector<uint8_t> aLine(4 * nLine);
+            std::vector<uint8_t> vecLine(4 * nLine);
             for (std::size_t i = 0; i < nLine; ++i) {
-                const uint16_t u = aSamples[(iRow * nLine + i) % aSamples.size()];
-                std::memcpy(&aLine[i * r.uBits / 8], &u, r.uBits == 8 ? 1 : 2);
+                const uint16_t u = vecSamples[(iRow * nLine + i) % vecSamples.size()];
+                std::memcpy(&vecLine[i * r.uBits / 8], &u, r.uBits == 8 ? 1 : 2);
             }
-            ASSERT_EQ(TIFFWriteScanline(pTiff, aLine.data(), iRow), 1);
+            ASSERT_EQ(TIFFWriteScanline(pTiff, vecLine.data(), iRow), 1);
         }
         ASSERT_EQ(TIFFWriteDirectory(pTiff), 1);
     }
@@ -111,11 +112,11 @@ TEST_F(ReplaySource, PgmComesBackInTheFormatOfItsMaxval) {
         {4095, "Mono12"}, {4096, "Mono14"}, {16383, "Mono14"}, {16384, "Mono16"}, {65535, "Mono16"}};
     for (const auto& [uMaxval, pFormat] : CASES) {
         const auto uMax = static_cast<uint16_t>(uMaxval);
-        const Samples aSamples = {0, 1, uMax, static_cast<uint16_t>(uMax / 2), static_cast<uint16_t>(uMax / 3), 1};
-        write("light_1.pgm", pgm(3, 2, uMaxval, aSamples, "# written\t by\n#\n"));
+        const Samples vecSamples = {0, 1, uMax, static_cast<uint16_t>(uMax / 2), static_cast<uint16_t>(uMax / 3), 1};
+        write("light_1.pgm", pgm(3, 2, uMaxval, vecSamples, "# written\t by\n#\n"));
         CReplaySource source(m_strFolder);
         EXPECT_STREQ(source.defaultSettings().pFormat->pName, pFormat);
-        EXPECT_EQ(frame(source, eSceneLight, 0), aSamples) << uMaxval;
+        EXPECT_EQ(frame(source, eSceneLight, 0), vecSamples) << uMaxval;
     }
 }
 
@@ -127,13 +128,14 @@ TEST_F(ReplaySource, TiffComesBackFromEitherByteOrder) {
             shape.uBits = std::string(pFormat) == "Mono16" ? 16 : 8;
             shape.uSamples = std::string(pFormat) == "RGB8" ? 3 : 1;
             shape.uPhotometric = shape.uSamples == 3 ? PHOTOMETRIC_RGB : PHOTOMETRIC_MINISBLACK;
-            Samples aSamples;
-            for (unsigned i = 0; i < 6U * shape.uSamples; ++i)
-                aSamples.push_back(static_cast<uint16_t>((i * 9973 + 300) & (shape.uBits == 8 ? 0xFFU : 0xFFFFU)));
-            writeTiff(path("scene_7.tiff"), shape, aSamples);
+            Samples vecSamples;
+            for (unsigned i = 0; i < 6U * shape.uSamples; ++i) {
+                vecSamples.push_back(static_cast<uint16_t>((i * 9973 + 300) & (shape.uBits == 8 ? 0xFFU : 0xFFFFU)));
+            }
+            writeTiff(path("scene_7.tiff"), shape, vecSamples);
             CReplaySource source(m_strFolder);
             EXPECT_STREQ(source.defaultSettings().pFormat->pName, pFormat);
-            EXPECT_EQ(frame(source, eSceneObjects, 0), aSamples) << pMode << pFormat;
+            EXPECT_EQ(frame(source, eSceneObjects, 0), vecSamples) << pMode << pFormat;
         }
     }
 }
@@ -175,8 +177,8 @@ TEST_F(ReplaySource, ScenesFollowThePrefixAndFramesTheNames) {
 }
 
 TEST_F(ReplaySource, FilesThatCannotBeUsedAreNamed) {
-    const Samples six = {1, 2, 3, 4, 5, 6};
-    const std::string strGood = pgm(3, 2, 4095, six);
+    const Samples vecSix = {1, 2, 3, 4, 5, 6};
+    const std::string strGood = pgm(3, 2, 4095, vecSix);
     const std::pair<const char*, std::string> CASES[] = {
         {"not a binary PGM", "P2\n3 2\n4095\n1 2 3 4 5 6"},
         {"three channels of more than 8 bits", "P6\n1 1\n256\n123456"},
@@ -191,9 +193,9 @@ TEST_F(ReplaySource, FilesThatCannotBeUsedAreNamed) {
         {"truncated: 21 bytes instead of 2147483669", "P5\n32768 32768\n65535\n"},
         {"too long", strGood + "\n"},
         {"a sample is 4001, above the maxval of 4000", pgm(3, 2, 4000, {1, 2, 4001, 4, 5, 6})},
-        {"width 6 instead of 3", pgm(6, 1, 4095, six)},
+        {"width 6 instead of 3", pgm(6, 1, 4095, vecSix)},
         {"height 1 instead of 2", pgm(3, 1, 4095, {1, 2, 3})},
-        {"format Mono10 instead of Mono12", pgm(3, 2, 1023, six)},
+        {"format Mono10 instead of Mono12", pgm(3, 2, 1023, vecSix)},
         {"without a width", "P5\n#" + std::string(70000, 'x') + "\n3 2\n255\n123456"},
     };
     write("dark_0.pgm", strGood);
@@ -253,10 +255,10 @@ TEST_F(ReplaySource, ListedFilesAreTheSceneInTheirOrderAndFormat) {
     writeTiff(path("rgb.tif"), {2, 1, 8, 3, COMPRESSION_NONE, PHOTOMETRIC_RGB}, {1});
     write("small.pgm", pgm(1, 1, 65535, {4}));
     write("byte.pgm", pgm(2, 1, 255, {4, 5}));
-    const auto fnOpen = [&](const std::vector<std::string>& aNames, const char* pFormat) {
-        std::vector<std::string> aFiles;
-        for (const std::string& strName : aNames) aFiles.push_back(path(strName));
-        return makeFileSource(aFiles, pFormat);
+    const auto fnOpen = [&](const std::vector<std::string>& vecNames, const char* pFormat) {
+        std::vector<std::string> vecFiles;
+        for (const std::string& strName : vecNames) vecFiles.push_back(path(strName));
+        return makeFileSource(vecFiles, pFormat);
     };
     for (const char* pFormat : {"BayerRG12p", "BayerRG12Packed", "BayerRG12"}) {
         const auto pSource = fnOpen({"sub/b.pgm", "b.pgm", "a.image"}, pFormat);
@@ -269,7 +271,7 @@ TEST_F(ReplaySource, ListedFilesAreTheSceneInTheirOrderAndFormat) {
     }
     EXPECT_EQ(frame(*fnOpen({"a.image"}, ""), eSceneObjects, 0), (Samples{4, 4096}));
     const struct {
-        std::vector<std::string> aNames;
+        std::vector<std::string> vecNames;
         const char *pFormat, *pSaid;
     } REFUSED[] = {
         {{}, "", "no image files"},
@@ -282,7 +284,7 @@ TEST_F(ReplaySource, ListedFilesAreTheSceneInTheirOrderAndFormat) {
         {{"b.pgm", "byte.pgm"}, "Mono12", "byte.pgm: its samples are stored as Mono8"}};
     for (const auto& rCase : REFUSED) {
         try {
-            fnOpen(rCase.aNames, rCase.pFormat);
+            fnOpen(rCase.vecNames, rCase.pFormat);
             ADD_FAILURE() << rCase.pSaid;
         } catch (const std::exception& rError) {
             EXPECT_NE(std::string(rError.what()).find(rCase.pSaid), std::string::npos) << rError.what();

@@ -23,15 +23,15 @@ std::size_t sampleCount(const CameraSettings& r) {
 
 std::vector<uint8_t> fillBytes(IFrameSource& rSource, const CameraSettings& r, eScene eWhat, uint64_t iFrame,
                                uint8_t uBefore = 0xAA) {
-    std::vector<uint8_t> aBytes(imageBytes(*r.pFormat, r.nWidth, r.nHeight), uBefore);
-    rSource.fill(r, eWhat, iFrame, aBytes.data());
-    return aBytes;
+    std::vector<uint8_t> vecBytes(imageBytes(*r.pFormat, r.nWidth, r.nHeight), uBefore);
+    rSource.fill(r, eWhat, iFrame, vecBytes.data());
+    return vecBytes;
 }
 
 Samples fillSamples(IFrameSource& rSource, const CameraSettings& r, eScene eWhat, uint64_t iFrame) {
-    Samples aSamples(sampleCount(r));
-    unpackSamples(*r.pFormat, fillBytes(rSource, r, eWhat, iFrame).data(), 0, aSamples.size(), aSamples.data());
-    return aSamples;
+    Samples vecSamples(sampleCount(r));
+    unpackSamples(*r.pFormat, fillBytes(rSource, r, eWhat, iFrame).data(), 0, vecSamples.size(), vecSamples.data());
+    return vecSamples;
 }
 
 CSimulatedSensor makeSensor(uint64_t nWidth, uint64_t nHeight, const char* pFormat = "Mono12", uint64_t uSeed = 1) {
@@ -40,61 +40,61 @@ CSimulatedSensor makeSensor(uint64_t nWidth, uint64_t nHeight, const char* pForm
 
 // Mean of a scene over all samples and its variance from frame to frame, and the mean image.
 struct SceneStatistics {
-    double fMean = 0.0;
-    double fVariance = 0.0;
-    std::vector<double> aMeans;
+    double dMean = 0.0;
+    double dVariance = 0.0;
+    std::vector<double> vecMeans;
 };
 
 SceneStatistics measure(IFrameSource& rSource, const CameraSettings& r, eScene eWhat, unsigned nFrames) {
-    std::vector<double> aSquares(sampleCount(r));
+    std::vector<double> vecSquares(sampleCount(r));
     SceneStatistics result;
-    result.aMeans.resize(aSquares.size());
+    result.vecMeans.resize(vecSquares.size());
     for (unsigned iFrame = 0; iFrame < nFrames; ++iFrame) {
-        const Samples aFrame = fillSamples(rSource, r, eWhat, iFrame);
-        for (std::size_t i = 0; i < aFrame.size(); ++i) {
-            result.aMeans[i] += aFrame[i];
-            aSquares[i] += double(aFrame[i]) * aFrame[i];
+        const Samples vecFrame = fillSamples(rSource, r, eWhat, iFrame);
+        for (std::size_t i = 0; i < vecFrame.size(); ++i) {
+            result.vecMeans[i] += vecFrame[i];
+            vecSquares[i] += double(vecFrame[i]) * vecFrame[i];
         }
     }
-    for (std::size_t i = 0; i < aSquares.size(); ++i) {
-        result.aMeans[i] /= nFrames;
-        result.fMean += result.aMeans[i];
-        result.fVariance += (aSquares[i] - nFrames * result.aMeans[i] * result.aMeans[i]) / (nFrames - 1);
+    for (std::size_t i = 0; i < vecSquares.size(); ++i) {
+        result.vecMeans[i] /= nFrames;
+        result.dMean += result.vecMeans[i];
+        result.dVariance += (vecSquares[i] - nFrames * result.vecMeans[i] * result.vecMeans[i]) / (nFrames - 1);
     }
-    result.fMean /= double(aSquares.size());
-    result.fVariance /= double(aSquares.size());
+    result.dMean /= double(vecSquares.size());
+    result.dVariance /= double(vecSquares.size());
     return result;
 }
 
 double meanOf(const Samples& a) {
-    double fSum = 0.0;
-    for (const uint16_t u : a) fSum += u;
-    return fSum / double(a.size());
+    double dSum = 0.0;
+    for (const uint16_t u : a) dSum += u;
+    return dSum / double(a.size());
 }
 
 TEST(CounterRandom, MomentsAreThoseOfTheDistribution) {
     const CCounterRandom random(CCounterRandom::deriveKey(7, 1));
     const unsigned nDraws = 400000;
     // Negative: the standard normal; otherwise the mean of a Poisson distribution.
-    for (const double fPoisson : {-1.0, 0.2, 3.0, 29.5, 30.0, 8000.0}) {
+    for (const double dPoisson : {-1.0, 0.2, 3.0, 29.5, 30.0, 8000.0}) {
         double aPower[5] = {};
-        double fNeighbours = 0.0;
-        double fPrevious = 0.0;
-        const double fMean = std::max(0.0, fPoisson);
-        const double fSigma = fPoisson < 0.0 ? 1.0 : std::sqrt(fPoisson);
+        double dNeighbours = 0.0;
+        double dPrevious = 0.0;
+        const double dMean = std::max(0.0, dPoisson);
+        const double dSigma = dPoisson < 0.0 ? 1.0 : std::sqrt(dPoisson);
         for (unsigned i = 0; i < nDraws; ++i) {
-            const double fDraw = fPoisson < 0.0 ? random.normal(2 * i) : random.poisson(fPoisson, 2 * i);
-            const double f = (fDraw - fMean) / fSigma;
+            const double dDraw = dPoisson < 0.0 ? random.normal(2 * i) : random.poisson(dPoisson, 2 * i);
+            const double f = (dDraw - dMean) / dSigma;
             for (int iPower = 1; iPower <= 4; ++iPower) aPower[iPower] += std::pow(f, iPower) / nDraws;
-            fNeighbours += f * fPrevious / nDraws;
-            fPrevious = f;
+            dNeighbours += f * dPrevious / nDraws;
+            dPrevious = f;
         }
-        const double fExact = fPoisson > 0.0 && fPoisson < CCounterRandom::POISSON_NORMAL_FROM ? 1.0 / fPoisson : 0.0;
-        EXPECT_NEAR(aPower[1], 0.0, 0.008) << fPoisson;
-        EXPECT_NEAR(aPower[2], 1.0, 0.025 + 0.02 * fExact) << fPoisson;
-        EXPECT_NEAR(aPower[3], std::sqrt(fExact), 0.03 + 0.1 * fExact) << fPoisson;
-        EXPECT_NEAR(aPower[4], 3.0 + fExact, 0.1 + 0.4 * fExact) << fPoisson;
-        EXPECT_NEAR(fNeighbours, 0.0, 0.008) << fPoisson;
+        const double dExact = dPoisson > 0.0 && dPoisson < CCounterRandom::POISSON_NORMAL_FROM ? 1.0 / dPoisson : 0.0;
+        EXPECT_NEAR(aPower[1], 0.0, 0.008) << dPoisson;
+        EXPECT_NEAR(aPower[2], 1.0, 0.025 + 0.02 * dExact) << dPoisson;
+        EXPECT_NEAR(aPower[3], std::sqrt(dExact), 0.03 + 0.1 * dExact) << dPoisson;
+        EXPECT_NEAR(aPower[4], 3.0 + dExact, 0.1 + 0.4 * dExact) << dPoisson;
+        EXPECT_NEAR(dNeighbours, 0.0, 0.008) << dPoisson;
     }
 }
 
@@ -102,7 +102,7 @@ TEST(SimulatedSensor, VarianceOverMeanIsTheSystemGain) {
     const struct {
         const char* pFormat;
         uint64_t iExposureUs, iGainPercent;
-        double fGain;  // DN per electron
+        double dGain;  // DN per electron
         uint64_t nBinning = 1;
     } CASES[] = {
         {"Mono12", 10000, 100, 0.3},    {"Mono12", 4000, 200, 0.6},        {"Mono16", 10, 100, 4.8},
@@ -119,13 +119,13 @@ TEST(SimulatedSensor, VarianceOverMeanIsTheSystemGain) {
         const SceneStatistics dark = measure(sensor, settings, eSceneDark, 8);
         const SceneStatistics light = measure(sensor, settings, eSceneLight, 8);
         // An 8-bit dark frame is too quiet to show its read noise, so the model's is taken off there.
-        const double fNoise = rCase.fGain * sensor.model().temporalNoise(settings, 0.0);
-        EXPECT_TRUE(settings.pFormat->nBits == 8 || std::abs(dark.fVariance / (fNoise * fNoise) - 1.0) < 0.05)
-            << dark.fVariance;
-        const double fDarkVariance = fNoise < 0.5 ? fNoise * fNoise : dark.fVariance;
-        const double fSlope = (light.fVariance - fDarkVariance) / (light.fMean - dark.fMean);
-        EXPECT_NEAR(fSlope / rCase.fGain, 1.0, 0.03) << rCase.pFormat << " " << rCase.iExposureUs;
-        EXPECT_NEAR(sensor.model().systemGain(settings), rCase.fGain, 1e-9);
+        const double dNoise = rCase.dGain * sensor.model().temporalNoise(settings, 0.0);
+        EXPECT_TRUE(settings.pFormat->nBits == 8 || std::abs(dark.dVariance / (dNoise * dNoise) - 1.0) < 0.05)
+            << dark.dVariance;
+        const double dDarkVariance = dNoise < 0.5 ? dNoise * dNoise : dark.dVariance;
+        const double dSlope = (light.dVariance - dDarkVariance) / (light.dMean - dark.dMean);
+        EXPECT_NEAR(dSlope / rCase.dGain, 1.0, 0.03) << rCase.pFormat << " " << rCase.iExposureUs;
+        EXPECT_NEAR(sensor.model().systemGain(settings), rCase.dGain, 1e-9);
     }
 }
 
@@ -136,29 +136,30 @@ TEST(SimulatedSensor, ExpectedElectronsHavePatternsOfTheirSize) {
         return sensor.expectedPhotoElectrons(settings, eSceneLight, iX, iY);
     };
     unsigned nHot = 0, nDead = 0;
-    double fCurvature = 0.0, fCorners = 0.0, fCentre = 0.0;
+    double dCurvature = 0.0, dCorners = 0.0, dCentre = 0.0;
     for (unsigned i = 0; i < 1024 * 768; ++i) {
         const uint64_t iX = i % 1024, iY = i / 1024;
         settings.iExposureUs = 2000000;
-        const double fDark = sensor.expectedDarkElectrons(settings, iX, iY);
+        const double dDark = sensor.expectedDarkElectrons(settings, iX, iY);
         settings.iExposureUs = 10000;
-        nHot += fDark > 100000.0;
-        EXPECT_TRUE(fDark > 100000.0 || std::abs(fDark - 40.0) < 0.01) << fDark;
+        nHot += dDark > 100000.0;
+        EXPECT_TRUE(dDark > 100000.0 || std::abs(dDark - 40.0) < 0.01) << dDark;
         // Neighbours share lens and light but for a slope, and differ by the PRNU.
         const bool bDead = fnPhoto(iX, iY) < 1200.0;
         nDead += bDead;
-        if (iX >= 2 && iY < 64 && !bDead && fnPhoto(iX - 1, iY) > 1200.0 && fnPhoto(iX - 2, iY) > 1200.0)
-            fCurvature += std::pow((fnPhoto(iX, iY) + fnPhoto(iX - 2, iY)) / fnPhoto(iX - 1, iY) - 2.0, 2);
+        if (iX >= 2 && iY < 64 && !bDead && fnPhoto(iX - 1, iY) > 1200.0 && fnPhoto(iX - 2, iY) > 1200.0) {
+            dCurvature += std::pow((fnPhoto(iX, iY) + fnPhoto(iX - 2, iY)) / fnPhoto(iX - 1, iY) - 2.0, 2);
+        }
         if (iX < 8 && iY < 8) {
-            fCorners += (fnPhoto(iX, iY) + fnPhoto(1023 - iX, 767 - iY)) / 128;
-            fCentre += fnPhoto(508 + iX, 380 + iY) / 64;
+            dCorners += (fnPhoto(iX, iY) + fnPhoto(1023 - iX, 767 - iY)) / 128;
+            dCentre += fnPhoto(508 + iX, 380 + iY) / 64;
         }
     }
     EXPECT_TRUE(nHot >= 10 && nHot <= 40) << nHot;
     EXPECT_TRUE(nDead >= 6 && nDead <= 28) << nDead;
-    EXPECT_NEAR(std::sqrt(fCurvature / 6 / (1022 * 64)), 0.01, 0.0004);
-    EXPECT_NEAR(fCorners / fCentre, 0.72, 0.03);
-    EXPECT_NEAR(fCentre, 8000.0, 400.0);
+    EXPECT_NEAR(std::sqrt(dCurvature / 6 / (1022 * 64)), 0.01, 0.0004);
+    EXPECT_NEAR(dCorners / dCentre, 0.72, 0.03);
+    EXPECT_NEAR(dCentre, 8000.0, 400.0);
 }
 
 TEST(SimulatedSensor, FramesScatterAboutTheExpectedElectronsByTheTemporalNoise) {
@@ -168,28 +169,28 @@ TEST(SimulatedSensor, FramesScatterAboutTheExpectedElectronsByTheTemporalNoise) 
     settings.nHeight = 192;
     settings.nOffsetX = 300;
     settings.nOffsetY = 200;
-    const double nFrames = 32, nPixels = 256 * 192;
+    const double dFrames = 32, dPixels = 256 * 192;
     const auto fnNoise = [&](double f) { return sensor.model().temporalNoise(settings, f); };
     EXPECT_NEAR(fnNoise(100.0), std::sqrt(100.0 + 36.0 + 1.0 / (12 * 0.3 * 0.3)), 1e-9);
     const SceneStatistics dark = measure(sensor, settings, eSceneDark, 32);
     for (const eScene eWhat : {eSceneDark, eSceneLight, eSceneObjects}) {
         const SceneStatistics scene = measure(sensor, settings, eWhat, 32);
-        double fMean = 0.0, fSquare = 0.0, fChiSquare = 0.0;
-        for (std::size_t i = 0; i < scene.aMeans.size(); ++i) {
-            const double fDark = sensor.expectedDarkElectrons(settings, i % 256, i / 256);
-            const double fPhoto = sensor.expectedPhotoElectrons(settings, eWhat, i % 256, i / 256);
-            const double fPattern = (dark.aMeans[i] - 64.0) / 0.3 - fDark;
-            fMean += fPattern / nPixels;
-            fSquare += (fPattern * fPattern - std::pow(fnNoise(fDark), 2) / nFrames) / nPixels;
-            const double fVariance = std::pow(fnNoise(fDark + fPhoto), 2) + std::pow(fnNoise(fDark), 2);
-            fChiSquare += std::pow((scene.aMeans[i] - dark.aMeans[i]) / 0.3 - fPhoto, 2) / fVariance * nFrames;
+        double dMean = 0.0, dSquare = 0.0, dChiSquare = 0.0;
+        for (std::size_t i = 0; i < scene.vecMeans.size(); ++i) {
+            const double dDark = sensor.expectedDarkElectrons(settings, i % 256, i / 256);
+            const double dPhoto = sensor.expectedPhotoElectrons(settings, eWhat, i % 256, i / 256);
+            const double dPattern = (dark.vecMeans[i] - 64.0) / 0.3 - dDark;
+            dMean += dPattern / dPixels;
+            dSquare += (dPattern * dPattern - std::pow(fnNoise(dDark), 2) / dFrames) / dPixels;
+            const double dVariance = std::pow(fnNoise(dDark + dPhoto), 2) + std::pow(fnNoise(dDark), 2);
+            dChiSquare += std::pow((scene.vecMeans[i] - dark.vecMeans[i]) / 0.3 - dPhoto, 2) / dVariance * dFrames;
         }
         if (eWhat == eSceneDark) {
-            EXPECT_NEAR(fMean, 0.0, 0.2) << "offset";
-            EXPECT_NEAR(std::sqrt(fSquare), 5.0, 0.15) << "DSNU";
-            EXPECT_NEAR(std::sqrt(scene.fVariance) / 0.3, fnNoise(0.0), 0.06);
+            EXPECT_NEAR(dMean, 0.0, 0.2) << "offset";
+            EXPECT_NEAR(std::sqrt(dSquare), 5.0, 0.15) << "DSNU";
+            EXPECT_NEAR(std::sqrt(scene.dVariance) / 0.3, fnNoise(0.0), 0.06);
         } else {
-            EXPECT_NEAR(fChiSquare / nPixels, 1.0, 0.03) << eWhat;
+            EXPECT_NEAR(dChiSquare / dPixels, 1.0, 0.03) << eWhat;
         }
     }
 }
@@ -210,11 +211,11 @@ TEST(SimulatedSensor, SameSeedGivesTheSameFramesInAnyOrder) {
     for (const uint64_t uSeed : {1U, 2U}) {
         CSimulatedSensor first = makeSensor(64, 48, "Mono12", uSeed), second = first;
         for (const eScene eWhat : {eSceneDark, eSceneLight, eSceneObjects}) {
-            const std::vector<uint8_t> aZero = fillBytes(first, settings, eWhat, 0);
-            const std::vector<uint8_t> aLate = fillBytes(first, settings, eWhat, 1ULL << 40);
-            std::thread([&] { EXPECT_EQ(fillBytes(second, settings, eWhat, 1ULL << 40), aLate); }).join();
-            EXPECT_EQ(fillBytes(second, settings, eWhat, 0), aZero);
-            aDifferent.insert({aZero, aLate});
+            const std::vector<uint8_t> vecZero = fillBytes(first, settings, eWhat, 0);
+            const std::vector<uint8_t> vecLate = fillBytes(first, settings, eWhat, 1ULL << 40);
+            std::thread([&] { EXPECT_EQ(fillBytes(second, settings, eWhat, 1ULL << 40), vecLate); }).join();
+            EXPECT_EQ(fillBytes(second, settings, eWhat, 0), vecZero);
+            aDifferent.insert({vecZero, vecLate});
         }
     }
     EXPECT_EQ(aDifferent.size(), 12U);
@@ -263,20 +264,21 @@ TEST(SimulatedSensor, RegionOfInterestShowsThatPartOfTheFullFrame) {
         CSimulatedSensor sensor = makeSensor(rCase.nWidth, rCase.nHeight, rCase.pFormat);
         CameraSettings region = sensor.defaultSettings();
         const std::size_t nChannels = region.pFormat->nChannels;
-        const Samples aFull = fillSamples(sensor, region, eSceneObjects, 2);
+        const Samples vecFull = fillSamples(sensor, region, eSceneObjects, 2);
         region.nWidth = 31;
         region.nHeight = 17;
         region.nOffsetY = rCase.nHeight - 18;
         // A moved region must not be served from the pattern of the one before.
         for (const uint64_t iX : {uint64_t{20}, uint64_t{28}}) {
             region.nOffsetX = iX;
-            const Samples aRegion = fillSamples(sensor, region, eSceneObjects, 2);
-            for (std::size_t iRow = 0; iRow < 17; ++iRow)
-                ASSERT_EQ(
-                    std::memcmp(&aRegion[iRow * 31 * nChannels],
-                                &aFull[((iRow + region.nOffsetY) * rCase.nWidth + iX) * nChannels], 31 * nChannels * 2),
-                    0)
+            const Samples vecRegion = fillSamples(sensor, region, eSceneObjects, 2);
+            for (std::size_t iRow = 0; iRow < 17; ++iRow) {
+                ASSERT_EQ(std::memcmp(&vecRegion[iRow * 31 * nChannels],
+                                      &vecFull[((iRow + region.nOffsetY) * rCase.nWidth + iX) * nChannels],
+                                      31 * nChannels * 2),
+                          0)
                     << rCase.pFormat << " row " << iRow;
+            }
         }
         for (const uint64_t iBeyond : {rCase.nWidth - 30, ~uint64_t{0}}) {
             region.nOffsetX = iBeyond;
@@ -290,7 +292,7 @@ TEST(SimulatedSensor, MirroredAndBinnedImagesShowTheSensorsOwnPixels) {
     for (const char* pFormat : {"Mono12", "BayerRG12", "RGB8"}) {
         CSimulatedSensor sensor = makeSensor(81, 61, pFormat);
         const CameraSettings full = sensor.defaultSettings();
-        const Samples aFull = fillSamples(sensor, full, eSceneObjects, 5);
+        const Samples vecFull = fillSamples(sensor, full, eSceneObjects, 5);
         for (unsigned i = 0; i < 16; ++i) {
             CameraSettings settings = full;
             settings.iReverseX = i & 1;
@@ -300,18 +302,18 @@ TEST(SimulatedSensor, MirroredAndBinnedImagesShowTheSensorsOwnPixels) {
             settings.nBinningY = full.pFormat->isCfa() || (i & 8) == 0 ? 1 : 2;
             settings.nOffsetX = 4, settings.nOffsetY = 2;
             settings.nWidth = 13, settings.nHeight = 9;
-            const Samples aShown = fillSamples(sensor, settings, eSceneObjects, 5);
+            const Samples vecShown = fillSamples(sensor, settings, eSceneObjects, 5);
             const std::size_t nChannels = full.pFormat->nChannels, nX = settings.nBinningX, nY = settings.nBinningY;
-            for (std::size_t iSample = 0; iSample < aShown.size(); ++iSample) {
+            for (std::size_t iSample = 0; iSample < vecShown.size(); ++iSample) {
                 const std::size_t iPixel = iSample / nChannels;
-                double fMean = 0.0;
+                double dMean = 0.0;
                 for (std::size_t iPart = 0; iPart < nX * nY; ++iPart) {
                     std::size_t iX = (iPixel % 13 + 4) * nX + iPart % nX, iY = (iPixel / 13 + 2) * nY + iPart / nX;
                     iX = settings.iReverseX ? 81 / nX * nX - 1 - iX : iX;
                     iY = settings.iReverseY ? 61 / nY * nY - 1 - iY : iY;
-                    fMean += aFull[(iY * 81 + iX) * nChannels + iSample % nChannels] / double(nX * nY);
+                    dMean += vecFull[(iY * 81 + iX) * nChannels + iSample % nChannels] / double(nX * nY);
                 }
-                ASSERT_NEAR(aShown[iSample], fMean, nX * nY == 1 ? 0.0 : 1.0) << pFormat << i << " " << iSample;
+                ASSERT_NEAR(vecShown[iSample], dMean, nX * nY == 1 ? 0.0 : 1.0) << pFormat << i << " " << iSample;
             }
         }
     }
@@ -326,10 +328,10 @@ TEST(SimulatedSensor, FilterArrayBeginsWithTheImage) {
     settings.nOffsetX = settings.nOffsetY = 1;
     settings.nWidth = settings.nHeight = 120;
     double aSum[4] = {}, aExpected[4] = {};
-    const Samples aLight = fillSamples(sensor, settings, eSceneLight, 0);
-    for (std::size_t i = 0; i < aLight.size(); ++i) {
+    const Samples vecLight = fillSamples(sensor, settings, eSceneLight, 0);
+    for (std::size_t i = 0; i < vecLight.size(); ++i) {
         const std::size_t iSite = i / 120 % 2 * 2 + i % 2;
-        aSum[iSite] += aLight[i] - 64.0;
+        aSum[iSite] += vecLight[i] - 64.0;
         aExpected[iSite] += 0.075 * sensor.expectedPhotoElectrons(settings, eSceneLight, i % 120, i / 120);
     }
     for (int i = 0; i < 4; ++i) EXPECT_NEAR(aSum[i] / aExpected[i], 1.0, 0.003) << i;
@@ -344,32 +346,32 @@ TEST(SimulatedSensor, EveryFormatFillsItsImageWithPlausibleValues) {
         SCOPED_TRACE(pFormat->pName);
         CameraSettings settings = sensor.defaultSettings();
         settings.pFormat = pFormat;
-        const Samples aLight = fillSamples(sensor, settings, eSceneLight, 0);
+        const Samples vecLight = fillSamples(sensor, settings, eSceneLight, 0);
         EXPECT_EQ(fillBytes(sensor, settings, eSceneLight, 0, 0xAA), fillBytes(sensor, settings, eSceneLight, 0, 0x55));
-        const double fShare = meanOf(aLight) / pFormat->fullScale();
-        EXPECT_TRUE(fShare > 0.4 && fShare < 0.8) << fShare;
+        const double dShare = meanOf(vecLight) / pFormat->fullScale();
+        EXPECT_TRUE(dShare > 0.4 && dShare < 0.8) << dShare;
         EXPECT_NEAR(meanOf(fillSamples(sensor, settings, eSceneDark, 0)) / pFormat->fullScale(), 64.0 / 4095, 0.003);
         if (pFormat->isPacked()) {
             CameraSettings unpacked = settings;
             unpacked.pFormat = findPixelFormat(std::string(
                 pFormat->pName, std::strlen(pFormat->pName) - std::strlen(pFormat->bSplit ? "Packed" : "p")));
-            EXPECT_EQ(aLight, fillSamples(sensor, unpacked, eSceneLight, 0));
+            EXPECT_EQ(vecLight, fillSamples(sensor, unpacked, eSceneLight, 0));
         }
         // Mean of each colour over the even field, against that of a mono sensor.
         double aSum[3] = {}, aCount[3] = {};
-        for (std::size_t i = 0; i < aLight.size(); ++i) {
+        for (std::size_t i = 0; i < vecLight.size(); ++i) {
             const std::size_t iPixel = i / pFormat->nChannels;
             const char cSite = pFormat->isCfa()          ? pFormat->pCfa[iPixel / 63 % 2 * 2 + iPixel % 63 % 2]
                                : pFormat->nChannels == 3 ? pFormat->pName[i % 3]
                                                          : 'G';
             const int iColour = cSite == 'R' ? 0 : cSite == 'G' ? 1 : 2;
-            aSum[iColour] += aLight[i];
+            aSum[iColour] += vecLight[i];
             ++aCount[iColour];
         }
-        const double fOffset = sensor.model().offset(*pFormat);
+        const double dOffset = sensor.model().offset(*pFormat);
         for (int i : {0, 2}) {
             if (aCount[i] > 0) {
-                EXPECT_NEAR((aSum[i] / aCount[i] - fOffset) / (aSum[1] / aCount[1] - fOffset), i == 0 ? 0.85 : 0.75,
+                EXPECT_NEAR((aSum[i] / aCount[i] - dOffset) / (aSum[1] / aCount[1] - dOffset), i == 0 ? 0.85 : 0.75,
                             0.01);
             }
         }

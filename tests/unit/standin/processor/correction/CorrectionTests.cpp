@@ -19,7 +19,7 @@ namespace StandIn {
 namespace {
 
 struct References {
-    std::vector<float> vDark, vLight;
+    std::vector<float> vecDark, vecLight;
     bool bDark = true, bLight = true;
 };
 
@@ -32,7 +32,7 @@ struct ReferenceCase {
 
 const std::vector<ReferenceCase>& referenceCases() {
     using Draw = std::function<double()>;
-    static const std::vector<ReferenceCase> s_Cases = {
+    static const std::vector<ReferenceCase> s_vecCases = {
         {"classes apart, fractional darks", true, true,
          [](double f, unsigned c, Draw d) {
              const double dDark = d() * f / 12;
@@ -58,76 +58,78 @@ const std::vector<ReferenceCase>& referenceCases() {
         {"light alone", false, true,
          [](double f, unsigned, Draw d) { return std::make_pair(0.0, d() < 0.02 ? 0.0 : f * (0.1 + 0.9 * d())); }},
     };
-    return s_Cases;
+    return s_vecCases;
 }
 
 References draw(const ImageLayout& rLayout, const ReferenceCase& rCase) {
     std::mt19937 oRandom(7);
     std::uniform_real_distribution<double> oUniform(0.0, 1.0);
-    References sReferences;
-    sReferences.bDark = rCase.bDark;
-    sReferences.bLight = rCase.bLight;
+    References references;
+    references.bDark = rCase.bDark;
+    references.bLight = rCase.bLight;
     const double dFull = rLayout.pFormat->fullScale();
     for (std::size_t i = 0; i < rLayout.samples(); ++i) {
         const auto aPair = rCase.fnDraw(dFull, classOf(rLayout, i), [&] { return oUniform(oRandom); });
-        sReferences.vDark.push_back(static_cast<float>(std::min(aPair.first, dFull)));
-        sReferences.vLight.push_back(static_cast<float>(std::min(aPair.second, dFull)));
+        references.vecDark.push_back(static_cast<float>(std::min(aPair.first, dFull)));
+        references.vecLight.push_back(static_cast<float>(std::min(aPair.second, dFull)));
     }
-    return sReferences;
+    return references;
 }
 
 /// The formula as it is written down, in double precision.
 struct Formula {
-    std::vector<double> vOffsets, vGains;
+    std::vector<double> vecOffsets, vecGains;
 
     Formula(const ImageLayout& rLayout, const References& rReferences) {
         std::array<double, 4> aSums = {};
         std::array<double, 4> aCounts = {};
         for (std::size_t i = 0; i < rLayout.samples(); ++i) {
-            vOffsets.push_back(rReferences.bDark ? rReferences.vDark[i] : 0.0);
-            aSums[classOf(rLayout, i)] += rReferences.vLight[i] - vOffsets[i];
+            vecOffsets.push_back(rReferences.bDark ? rReferences.vecDark[i] : 0.0);
+            aSums[classOf(rLayout, i)] += rReferences.vecLight[i] - vecOffsets[i];
             aCounts[classOf(rLayout, i)] += 1.0;
         }
         for (std::size_t i = 0; i < rLayout.samples(); ++i) {
-            const double dSignal = rReferences.vLight[i] - vOffsets[i];
+            const double dSignal = rReferences.vecLight[i] - vecOffsets[i];
             const double dTarget = aSums[classOf(rLayout, i)] / aCounts[classOf(rLayout, i)];
             double dGain = rReferences.bLight && dSignal > 0 ? dTarget / dSignal : 1.0;
-            vGains.push_back(dGain < 0 ? 0.0 : dGain >= 16 ? 16.0 : dGain);
+            vecGains.push_back(dGain < 0 ? 0.0 : dGain >= 16 ? 16.0 : dGain);
         }
     }
     /// Not rounded.
     double result(std::size_t i, uint32_t uIn, uint32_t uFull) const {
-        if (uIn >= uFull)
+        if (uIn >= uFull) {
             return uFull;
-        return std::min<double>(std::max(0.0, (uIn - vOffsets[i]) * vGains[i]), uFull);
+        }
+        return std::min<double>(std::max(0.0, (uIn - vecOffsets[i]) * vecGains[i]), uFull);
     }
 };
 
 std::unique_ptr<ICorrection> make(const ImageLayout& rLayout, const References& rReferences,
                                   const char* pTarget = nullptr) {
-    return makeCorrection(rLayout, rReferences.bDark ? &rReferences.vDark : nullptr,
-                          rReferences.bLight ? &rReferences.vLight : nullptr, pTarget);
+    return makeCorrection(rLayout, rReferences.bDark ? &rReferences.vecDark : nullptr,
+                          rReferences.bLight ? &rReferences.vecLight : nullptr, pTarget);
 }
 
 /// Corrects vInputs, the first sample with each of them in turn, and gives the largest error in units of the bound.
-double worstError(const ImageLayout& rLayout, const References& rReferences, const std::vector<uint32_t>& vInputs) {
+double worstError(const ImageLayout& rLayout, const References& rReferences, const std::vector<uint32_t>& vecInputs) {
     const uint32_t uFull = rLayout.pFormat->fullScale();
-    const Formula sFormula(rLayout, rReferences);
+    const Formula formula(rLayout, rReferences);
     const auto pCorrection = make(rLayout, rReferences);
     double dWorst = 0.0;
-    for (std::size_t iShift = 0; iShift < vInputs.size(); ++iShift) {
-        std::vector<uint16_t> vIn;
-        for (std::size_t i = 0; i < rLayout.samples(); ++i)
-            vIn.push_back(static_cast<uint16_t>(vInputs[(i + iShift) % vInputs.size()]));
-        std::vector<uint8_t> vImage = pack(rLayout, vIn);
-        pCorrection->correct(vImage.data());
-        const std::vector<uint16_t> vOut = unpack(rLayout, vImage);
-        for (std::size_t i = 0; i < vIn.size(); ++i) {
-            const double dLimit = rLayout.pFormat->nBits <= 12 ? 1.0 : 1.0 + sFormula.vGains[i] / 2;
-            const double dResult = sFormula.result(i, vIn[i], uFull);
+    for (std::size_t iShift = 0; iShift < vecInputs.size(); ++iShift) {
+        std::vector<uint16_t> vecIn;
+        for (std::size_t i = 0; i < rLayout.samples(); ++i) {
+            vecIn.push_back(static_cast<uint16_t>(vecInputs[(i + iShift) % vecInputs.size()]));
+        }
+        std::vector<uint8_t> vecImage = pack(rLayout, vecIn);
+        pCorrection->correct(vecImage.data());
+        const std::vector<uint16_t> vecOut = unpack(rLayout, vecImage);
+        for (std::size_t i = 0; i < vecIn.size(); ++i) {
+            const double dLimit = rLayout.pFormat->nBits <= 12 ? 1.0 : 1.0 + formula.vecGains[i] / 2;
+            const double dResult = formula.result(i, vecIn[i], uFull);
             dWorst = std::max(
-                {dWorst, std::abs(vOut[i] - dResult) / dLimit, std::abs(vOut[i] - std::round(dResult)) / dLimit});
-            EXPECT_FALSE(vIn[i] >= uFull && vOut[i] != uFull) << "saturated and changed";
+                {dWorst, std::abs(vecOut[i] - dResult) / dLimit, std::abs(vecOut[i] - std::round(dResult)) / dLimit});
+            EXPECT_FALSE(vecIn[i] >= uFull && vecOut[i] != uFull) << "saturated and changed";
         }
     }
     return dWorst;
@@ -135,20 +137,21 @@ double worstError(const ImageLayout& rLayout, const References& rReferences, con
 
 std::vector<uint32_t> inputsFor(const PixelFormat& rFormat) {
     const uint32_t uFull = rFormat.fullScale();
-    std::vector<uint32_t> vInputs = {0, 1, 2, uFull / 16, uFull / 2, uFull - 1, uFull};
-    for (uint32_t i = 0; i < 50; ++i) vInputs.push_back(i * uFull / 49);
-    if (rFormat.nBits < rFormat.nWireBits && !rFormat.isPacked())
-        vInputs.push_back(uFull + 1);  // a bit that is none of the format's counts as saturated
-    return vInputs;
+    std::vector<uint32_t> vecInputs = {0, 1, 2, uFull / 16, uFull / 2, uFull - 1, uFull};
+    for (uint32_t i = 0; i < 50; ++i) vecInputs.push_back(i * uFull / 49);
+    if (rFormat.nBits < rFormat.nWireBits && !rFormat.isPacked()) {
+        vecInputs.push_back(uFull + 1);  // a bit that is none of the format's counts as saturated
+    }
+    return vecInputs;
 }
 
 TEST(Correction, StaysWithinItsBoundInEveryFormat) {
     for (const PixelFormat& rFormat : pixelFormats()) {
         // Several blocks, odd sides, a row that begins inside a byte when packed.
-        const ImageLayout sLayout = {&rFormat, 37, 31};
+        const ImageLayout layout = {&rFormat, 37, 31};
         for (const ReferenceCase& rCase : referenceCases()) {
             SCOPED_TRACE(std::string(rFormat.pName) + ", " + rCase.pName);
-            EXPECT_LE(worstError(sLayout, draw(sLayout, rCase), inputsFor(rFormat)), 1.0);
+            EXPECT_LE(worstError(layout, draw(layout, rCase), inputsFor(rFormat)), 1.0);
         }
     }
 }
@@ -206,10 +209,11 @@ References draw(const ImageLayout& rLayout, const TableCase& rCase) {
 
 /// Bytes with low, middle and saturated samples among them.
 std::vector<uint8_t> noise(std::size_t nBytes, std::mt19937& rRandom) {
-    std::vector<uint8_t> vBytes(nBytes);
-    for (std::size_t i = 0; i < nBytes; ++i)
-        vBytes[i] = static_cast<uint8_t>(i / 16 % 3 == 0 ? 255 : rRandom() >> i / 16 % 3 * 2 >> 20);
-    return vBytes;
+    std::vector<uint8_t> vecBytes(nBytes);
+    for (std::size_t i = 0; i < nBytes; ++i) {
+        vecBytes[i] = static_cast<uint8_t>(i / 16 % 3 == 0 ? 255 : rRandom() >> i / 16 % 3 * 2 >> 20);
+    }
+    return vecBytes;
 }
 
 TEST(Correction, GivesTheDefinitionsBytesWithEveryTableAndTarget) {
@@ -217,27 +221,27 @@ TEST(Correction, GivesTheDefinitionsBytesWithEveryTableAndTarget) {
     std::mt19937 oRandom(5);
     for (const TableCase& rCase : TABLE_CASES) {
         for (std::size_t nWidth = 0; nWidth <= 2 * 64 + 5; ++nWidth) {
-            const ImageLayout sLayout = layout(rCase.pFormat, nWidth, 1);
-            const References sReferences = draw(sLayout, rCase);
-            const auto pDefinition = make(sLayout, sReferences, "scalar");
+            const ImageLayout layout = layoutOf(rCase.pFormat, nWidth, 1);
+            const References references = draw(layout, rCase);
+            const auto pDefinition = make(layout, references, "scalar");
             if (nWidth > 128) {
                 EXPECT_THAT(pDefinition->description(), testing::HasSubstr(rCase.pTable)) << rCase.pFormat;
-                EXPECT_LE(worstError(sLayout, sReferences, inputsFor(*sLayout.pFormat)), 1.0) << rCase.pTable;
+                EXPECT_LE(worstError(layout, references, inputsFor(*layout.pFormat)), 1.0) << rCase.pTable;
             }
             for (const char* pTarget : correctionTargets()) {
-                const auto pCorrection = make(sLayout, sReferences, pTarget);
+                const auto pCorrection = make(layout, references, pTarget);
                 for (std::size_t nShift = 0; nShift < 3; ++nShift) {
                     // The image lies among guard values and begins at any byte.
                     const std::size_t nFirst = 97 + nShift;
-                    std::vector<uint8_t> vBytes = noise(nFirst + sLayout.bytes() + 97, oRandom);
-                    std::vector<uint8_t> vExpected = vBytes;
-                    std::vector<uint8_t> vImage(vBytes.data() + nFirst, vBytes.data() + nFirst + sLayout.bytes());
-                    pDefinition->correct(vImage.data());
-                    std::copy(vImage.begin(), vImage.end(), vExpected.data() + nFirst);
-                    const std::size_t nUsed = nWidth * sLayout.pFormat->nWireBits % 8;
-                    EXPECT_TRUE(nUsed == 0 || (vImage.back() ^ vBytes[nFirst + vImage.size() - 1]) >> nUsed == 0);
-                    pCorrection->correct(vBytes.data() + nFirst);
-                    ASSERT_EQ(vBytes, vExpected)
+                    std::vector<uint8_t> vecBytes = noise(nFirst + layout.bytes() + 97, oRandom);
+                    std::vector<uint8_t> vecExpected = vecBytes;
+                    std::vector<uint8_t> vecImage(vecBytes.data() + nFirst, vecBytes.data() + nFirst + layout.bytes());
+                    pDefinition->correct(vecImage.data());
+                    std::copy(vecImage.begin(), vecImage.end(), vecExpected.data() + nFirst);
+                    const std::size_t nUsed = nWidth * layout.pFormat->nWireBits % 8;
+                    EXPECT_TRUE(nUsed == 0 || (vecImage.back() ^ vecBytes[nFirst + vecImage.size() - 1]) >> nUsed == 0);
+                    pCorrection->correct(vecBytes.data() + nFirst);
+                    ASSERT_EQ(vecBytes, vecExpected)
                         << rCase.pFormat << ", " << nWidth << ", " << nShift << ", " << pCorrection->description();
                 }
             }
@@ -250,16 +254,16 @@ TEST(Correction, GivesTheDefinitionsBytesForLargeImages) {
     for (const auto& [iCase, nHeight] :
          {std::pair(0U, 1025U), std::pair(6U, 1025U), std::pair(0U, 8193U), std::pair(6U, 8193U)}) {
         const TableCase& rCase = TABLE_CASES[iCase];
-        const ImageLayout sLayout = layout(rCase.pFormat, 1024, nHeight);
-        const References sReferences = draw(sLayout, rCase);
+        const ImageLayout layout = layoutOf(rCase.pFormat, 1024, nHeight);
+        const References references = draw(layout, rCase);
         std::mt19937 oRandom(5);
-        const std::vector<uint8_t> vIn = noise(sLayout.bytes(), oRandom);
-        std::vector<uint8_t> vExpected = vIn;
-        make(sLayout, sReferences, "scalar")->correct(vExpected.data());
+        const std::vector<uint8_t> vecIn = noise(layout.bytes(), oRandom);
+        std::vector<uint8_t> vecExpected = vecIn;
+        make(layout, references, "scalar")->correct(vecExpected.data());
         for (const char* pTarget : correctionTargets()) {
-            std::vector<uint8_t> vImage = vIn;
-            make(sLayout, sReferences, pTarget)->correct(vImage.data());
-            EXPECT_TRUE(vImage == vExpected) << rCase.pTable << ", " << pTarget;
+            std::vector<uint8_t> vecImage = vecIn;
+            make(layout, references, pTarget)->correct(vecImage.data());
+            EXPECT_TRUE(vecImage == vecExpected) << rCase.pTable << ", " << pTarget;
         }
     }
 }
@@ -267,25 +271,25 @@ TEST(Correction, GivesTheDefinitionsBytesForLargeImages) {
 // Pixels that a small table cannot hold, at the ends of blocks, of the parts that are worked on at once, of the image.
 TEST(Correction, KeepsTheBoundForHotPixelsWithoutALargerTable) {
     for (const char* pFormat : {"Mono8", "Mono12", "Mono16", "Mono12p", "BayerRG10p", "Mono10Packed"}) {
-        const ImageLayout sLayout = layout(pFormat, 130, 63);
-        References sReferences = draw(sLayout, TableCase{pFormat, 3, 2, false, 1, ""});
-        const std::vector<std::size_t> vHot = {0, 1, 63, 2047, 2048, 4000, 8188, 8189};
-        for (const std::size_t i : vHot) {
-            sReferences.vDark[i] = static_cast<float>(sLayout.pFormat->fullScale()) * 0.6F;
-            sReferences.vLight[i] = sReferences.vDark[i] * 1.5F;
+        const ImageLayout layout = layoutOf(pFormat, 130, 63);
+        References references = draw(layout, TableCase{pFormat, 3, 2, false, 1, ""});
+        const std::vector<std::size_t> vecHot = {0, 1, 63, 2047, 2048, 4000, 8188, 8189};
+        for (const std::size_t i : vecHot) {
+            references.vecDark[i] = static_cast<float>(layout.pFormat->fullScale()) * 0.6F;
+            references.vecLight[i] = references.vecDark[i] * 1.5F;
         }
-        const auto pCorrection = make(sLayout, sReferences);
+        const auto pCorrection = make(layout, references);
         EXPECT_THAT(pCorrection->description(), testing::HasSubstr("3 B/sample, 8 exceptions")) << pFormat;
-        EXPECT_LE(worstError(sLayout, sReferences, inputsFor(*sLayout.pFormat)), 1.0) << pFormat;
-        sReferences.vDark[5000] = sReferences.vDark[0];
-        EXPECT_THAT(make(sLayout, sReferences)->description(), testing::HasSubstr(" 0 exc")) << "above 1 of 1,000";
+        EXPECT_LE(worstError(layout, references, inputsFor(*layout.pFormat)), 1.0) << pFormat;
+        references.vecDark[5000] = references.vecDark[0];
+        EXPECT_THAT(make(layout, references)->description(), testing::HasSubstr(" 0 exc")) << "above 1 of 1,000";
     }
     // A patch of them that a look at some of the blocks misses.
-    const ImageLayout sLayout = layout("Mono8", 520, 520);
-    References sReferences = draw(sLayout, TableCase{"Mono8", 3, 2, false, 1, ""});
+    const ImageLayout layout = layoutOf("Mono8", 520, 520);
+    References references = draw(layout, TableCase{"Mono8", 3, 2, false, 1, ""});
     for (const std::size_t nHot : {270U, 271U}) {
-        std::fill_n(sReferences.vDark.begin() + 64, nHot, 200.0F);
-        EXPECT_THAT(make(sLayout, sReferences)->description(),
+        std::fill_n(references.vecDark.begin() + 64, nHot, 200.0F);
+        EXPECT_THAT(make(layout, references)->description(),
                     testing::HasSubstr(nHot == 270 ? "3 B/sample, 270 exc" : "4 B/sample, 0 exc"));
     }
 }
@@ -294,31 +298,31 @@ TEST(Correction, KeepsTheBoundForHotPixelsWithoutALargerTable) {
 // fraction shifts it by as much.
 TEST(Correction, IsNotBiased) {
     for (const char* pFormat : {"Mono8", "Mono12", "Mono16", "BayerRG10p"}) {
-        const ImageLayout sLayout = layout(pFormat, 64, 64);
-        const References sReferences = draw(sLayout, referenceCases()[0]);
-        const Formula sFormula(sLayout, sReferences);
-        const uint32_t uFull = sLayout.pFormat->fullScale();
-        const std::vector<uint16_t> vIn(sLayout.samples(), static_cast<uint16_t>(uFull * 2 / 5));
-        std::vector<uint8_t> vImage = pack(sLayout, vIn);
-        make(sLayout, sReferences)->correct(vImage.data());
-        const std::vector<uint16_t> vOut = unpack(sLayout, vImage);
+        const ImageLayout layout = layoutOf(pFormat, 64, 64);
+        const References references = draw(layout, referenceCases()[0]);
+        const Formula formula(layout, references);
+        const uint32_t uFull = layout.pFormat->fullScale();
+        const std::vector<uint16_t> vecIn(layout.samples(), static_cast<uint16_t>(uFull * 2 / 5));
+        std::vector<uint8_t> vecImage = pack(layout, vecIn);
+        make(layout, references)->correct(vecImage.data());
+        const std::vector<uint16_t> vecOut = unpack(layout, vecImage);
         double dSum = 0.0;
-        for (std::size_t i = 0; i < vIn.size(); ++i) dSum += vOut[i] - sFormula.result(i, vIn[i], uFull);
-        EXPECT_LT(std::abs(dSum / static_cast<double>(vIn.size())), 0.05) << pFormat;
+        for (std::size_t i = 0; i < vecIn.size(); ++i) dSum += vecOut[i] - formula.result(i, vecIn[i], uFull);
+        EXPECT_LT(std::abs(dSum / static_cast<double>(vecIn.size())), 0.05) << pFormat;
     }
 }
 
 TEST(Correction, MakesItsOwnReferenceEvenPerClass) {
     for (const char* pFormat : {"Mono12p", "BayerGB10", "BayerRG12p", "RGB8", "BGR8"}) {
-        const ImageLayout sLayout = layout(pFormat, 18, 12);
-        const References sReferences = draw(sLayout, referenceCases()[0]);
-        std::vector<uint16_t> vIn;
-        for (const float fLight : sReferences.vLight) vIn.push_back(static_cast<uint16_t>(std::lround(fLight)));
-        std::vector<uint8_t> vImage = pack(sLayout, vIn);
-        make(sLayout, sReferences)->correct(vImage.data());
-        const std::vector<uint16_t> vOut = unpack(sLayout, vImage);
+        const ImageLayout layout = layoutOf(pFormat, 18, 12);
+        const References references = draw(layout, referenceCases()[0]);
+        std::vector<uint16_t> vecIn;
+        for (const float fLight : references.vecLight) vecIn.push_back(static_cast<uint16_t>(std::lround(fLight)));
+        std::vector<uint8_t> vecImage = pack(layout, vecIn);
+        make(layout, references)->correct(vecImage.data());
+        const std::vector<uint16_t> vecOut = unpack(layout, vecImage);
         std::array<std::vector<int>, 4> aByClass;
-        for (std::size_t i = 0; i < vOut.size(); ++i) aByClass[classOf(sLayout, i)].push_back(vOut[i]);
+        for (std::size_t i = 0; i < vecOut.size(); ++i) aByClass[classOf(layout, i)].push_back(vecOut[i]);
         int iBefore = -1;
         for (std::size_t iClass = 0; iClass < 4 && !aByClass[iClass].empty(); ++iClass) {
             const auto aEnds = std::minmax_element(aByClass[iClass].begin(), aByClass[iClass].end());
@@ -333,8 +337,9 @@ TEST(Correction, MakesItsOwnReferenceEvenPerClass) {
 /// little-endian words and "p" formats alike, for "Packed" ones as the header says.
 std::size_t bitOf(const PixelFormat& rFormat, std::size_t i, std::size_t k) {
     const std::size_t nBelow = rFormat.nBits - 8;
-    if (!rFormat.bSplit)
+    if (!rFormat.bSplit) {
         return i * rFormat.nWireBits + k;
+    }
     return i / 2 * 24 + (k < nBelow ? 8 + i % 2 * 4 + k : i % 2 * 16 + k - nBelow);
 }
 
@@ -344,29 +349,30 @@ TEST(PixelFormats, PackBitsWhereTheFormatSays) {
         SCOPED_TRACE(rFormat.pName);
         for (std::size_t nSamples = 1; nSamples < 40; ++nSamples) {
             const std::size_t nBytes = (nSamples * rFormat.nWireBits + 7) / 8;
-            std::vector<uint16_t> vSamples(nSamples);
-            std::vector<uint8_t> vExpected(nBytes + 1, 0);
-            vExpected[nBytes] = 0xA5;
+            std::vector<uint16_t> vecSamples(nSamples);
+            std::vector<uint8_t> vecExpected(nBytes + 1, 0);
+            vecExpected[nBytes] = 0xA5;
             for (std::size_t i = 0; i < nSamples; ++i) {
-                vSamples[i] = static_cast<uint16_t>(oRandom() & rFormat.fullScale());
+                vecSamples[i] = static_cast<uint16_t>(oRandom() & rFormat.fullScale());
                 for (std::size_t k = 0; k < rFormat.nBits; ++k) {
                     const std::size_t iBit = bitOf(rFormat, i, k);
-                    vExpected[iBit / 8] =
-                        static_cast<uint8_t>(vExpected[iBit / 8] | (vSamples[i] >> k & 1) << iBit % 8);
+                    vecExpected[iBit / 8] =
+                        static_cast<uint8_t>(vecExpected[iBit / 8] | (vecSamples[i] >> k & 1) << iBit % 8);
                 }
             }
             // Written in two parts over bytes that are all ones, so that a part that is not masked shows.
-            std::vector<uint8_t> vImage(nBytes + 1, 0xFF);
-            vImage[nBytes] = 0xA5;
+            std::vector<uint8_t> vecImage(nBytes + 1, 0xFF);
+            vecImage[nBytes] = 0xA5;
             const std::size_t nFirst = nSamples / 2;
-            packSamples(rFormat, vSamples.data() + nFirst, nFirst, nSamples - nFirst, vImage.data());
-            packSamples(rFormat, vSamples.data(), 0, nFirst, vImage.data());
+            packSamples(rFormat, vecSamples.data() + nFirst, nFirst, nSamples - nFirst, vecImage.data());
+            packSamples(rFormat, vecSamples.data(), 0, nFirst, vecImage.data());
             const unsigned nSpare = static_cast<unsigned>(nBytes * 8 - nSamples * rFormat.nWireBits);
-            vExpected[nBytes - 1] = static_cast<uint8_t>(vExpected[nBytes - 1] | (0xFF << (8 - nSpare) & 0xFF));
-            EXPECT_EQ(vImage, vExpected);
-            std::vector<uint16_t> vBack(nSamples - nFirst);
-            unpackSamples(rFormat, vImage.data(), nFirst, vBack.size(), vBack.data());
-            EXPECT_TRUE(std::equal(vBack.begin(), vBack.end(), vSamples.begin() + static_cast<std::ptrdiff_t>(nFirst)));
+            vecExpected[nBytes - 1] = static_cast<uint8_t>(vecExpected[nBytes - 1] | (0xFF << (8 - nSpare) & 0xFF));
+            EXPECT_EQ(vecImage, vecExpected);
+            std::vector<uint16_t> vecBack(nSamples - nFirst);
+            unpackSamples(rFormat, vecImage.data(), nFirst, vecBack.size(), vecBack.data());
+            EXPECT_TRUE(
+                std::equal(vecBack.begin(), vecBack.end(), vecSamples.begin() + static_cast<std::ptrdiff_t>(nFirst)));
         }
     }
 }

@@ -62,11 +62,11 @@ std::vector<uint16_t> randomImage(const ImageLayout& rLayout, std::mt19937& rRan
 /// T of each class as it is told, in double precision.
 std::array<double, 4> targets(const ImageLayout& rLayout, const References& rReferences, const CorrectionOutput& rOut) {
     std::array<double, 4> aTargets = {};
-    if (rOut.sOutput.eTarget == eTargetValue) {
-        aTargets.fill(rOut.sOutput.dTarget);
+    if (rOut.output.eTarget == eTargetValue) {
+        aTargets.fill(rOut.output.dTarget);
         return aTargets;
     }
-    const bool bMax = rOut.sOutput.eTarget == eTargetMax;
+    const bool bMax = rOut.output.eTarget == eTargetMax;
     const std::size_t nCell = bMax ? 16 : rLayout.nWidth + rLayout.nHeight;
     for (std::size_t iTop = 0; iTop < rLayout.nHeight; iTop += nCell) {
         for (std::size_t iLeft = 0; iLeft < rLayout.nWidth; iLeft += nCell) {
@@ -94,21 +94,21 @@ std::array<double, 4> targets(const ImageLayout& rLayout, const References& rRef
 TEST(Output, KeepsTheFormulasBoundForEveryTargetAndPedestalInEveryFormat) {
     std::mt19937 random(3);
     for (const PixelFormat& rFormat : pixelFormats()) {
-        const ImageLayout sLayout{&rFormat, 37, 35};
+        const ImageLayout layout{&rFormat, 37, 35};
         const double dFull = rFormat.fullScale();
         for (const auto& [dDark, dGains] : {std::pair(0.02, 1.5), std::pair(0.1, 2.5), std::pair(0.003, 14.0)}) {
-            const References references = draw(sLayout, dDark, dGains);
+            const References references = draw(layout, dDark, dGains);
             for (const ReferenceOutput& rOutput :
                  {ReferenceOutput{eTargetMax, 0, 0}, ReferenceOutput{eTargetValue, dFull * 0.3, 0},
                   ReferenceOutput{eTargetMean, 0, dFull * 0.004 + 0.3}, ReferenceOutput{eTargetValue, dFull, dFull / 2},
                   ReferenceOutput{eTargetMax, 0, dFull * 0.06}, ReferenceOutput{eTargetValue, 0.01, 1.0}}) {
-                const CorrectionOutput sOut{rOutput, nullptr};
-                const std::array<double, 4> aTargets = targets(sLayout, references, sOut);
-                const std::vector<uint16_t> vecIn = randomImage(sLayout, random);
-                const std::vector<uint16_t> vecOut = corrected(sLayout, references, sOut, vecIn);
+                const CorrectionOutput out{rOutput, nullptr};
+                const std::array<double, 4> aTargets = targets(layout, references, out);
+                const std::vector<uint16_t> vecIn = randomImage(layout, random);
+                const std::vector<uint16_t> vecOut = corrected(layout, references, out, vecIn);
                 for (std::size_t i = 0; i < vecIn.size(); ++i) {
                     const double dSignal = double{references.vecLight[i]} - double{references.vecDark[i]};
-                    const double dGain = std::min(16.0, aTargets[classOf(sLayout, i)] / dSignal);
+                    const double dGain = std::min(16.0, aTargets[classOf(layout, i)] / dSignal);
                     const double dResult = (vecIn[i] - double{references.vecDark[i]}) * dGain + rOutput.dPedestal;
                     const double dWanted = vecIn[i] >= dFull ? dFull : std::clamp(dResult, 0.0, dFull);
                     ASSERT_LE(std::abs(vecOut[i] - dWanted), rFormat.nBits <= 12 ? 1.0 : 1.0 + dGain / 2)
@@ -116,7 +116,7 @@ TEST(Output, KeepsTheFormulasBoundForEveryTargetAndPedestalInEveryFormat) {
                         << ", pedestal " << rOutput.dPedestal << ", sample " << i << ", gain " << dGain;
                 }
                 for (const char* pTarget : correctionTargets()) {
-                    ASSERT_EQ(vecOut, corrected(sLayout, references, sOut, vecIn, pTarget)) << rFormat.pName << pTarget;
+                    ASSERT_EQ(vecOut, corrected(layout, references, out, vecIn, pTarget)) << rFormat.pName << pTarget;
                 }
             }
         }
@@ -126,7 +126,7 @@ TEST(Output, KeepsTheFormulasBoundForEveryTargetAndPedestalInEveryFormat) {
 // Few pixels that a small table cannot hold: their pedestal is added, not part of the offset.
 TEST(Output, LiftsExceptionsAndPixelsWithoutGainByThePedestal) {
     for (const char* pFormat : {"Mono8", "Mono12", "Mono16", "Mono12p", "BayerRG10p"}) {
-        const ImageLayout sLayout = layout(pFormat, 130, 63);
+        const ImageLayout sLayout = layoutOf(pFormat, 130, 63);
         const double dFull = sLayout.pFormat->fullScale();
         References references = draw(sLayout, 0.02, 1.0);
         for (const std::size_t i : {0U, 63U, 2048U, 8189U}) {
@@ -160,33 +160,33 @@ TEST(Output, LiftsExceptionsAndPixelsWithoutGainByThePedestal) {
 // One pixel far above the others is no reason to brighten them all.
 TEST(Output, BrightestPlaceLeavesMarkedPixelsOut) {
     for (const char* pFormat : {"Mono12", "BayerRG12", "RGB8"}) {
-        const ImageLayout sLayout = layout(pFormat, 64, 64);
-        References references = draw(sLayout, 0.02, 1.0);
+        const ImageLayout layout = layoutOf(pFormat, 64, 64);
+        References references = draw(layout, 0.02, 1.0);
         Map vecMap(64 * 64);
         for (std::size_t i = 0; i < 60; ++i) {
             vecMap[i] = eDefectUneven;
-            std::fill_n(references.vecLight.begin() + static_cast<std::ptrdiff_t>(i * sLayout.pFormat->nChannels),
-                        sLayout.pFormat->nChannels, static_cast<float>(sLayout.pFormat->fullScale()));
+            std::fill_n(references.vecLight.begin() + static_cast<std::ptrdiff_t>(i * layout.pFormat->nChannels),
+                        layout.pFormat->nChannels, static_cast<float>(layout.pFormat->fullScale()));
         }
-        const CorrectionOutput sOut{{eTargetMax, 0.0, 0.0}, &vecMap};
+        const CorrectionOutput out{{eTargetMax, 0.0, 0.0}, &vecMap};
         std::vector<uint16_t> vecIn;
         for (const float f : references.vecLight) {
             vecIn.push_back(static_cast<uint16_t>(std::lround(f)));
         }
-        const std::vector<uint16_t> vecOut = corrected(sLayout, references, sOut, vecIn);
+        const std::vector<uint16_t> vecOut = corrected(layout, references, out, vecIn);
         for (const uint16_t u : vecOut) {
-            ASSERT_NEAR(u, sLayout.pFormat->fullScale() * 0.7, 2.0) << pFormat;
+            ASSERT_NEAR(u, layout.pFormat->fullScale() * 0.7, 2.0) << pFormat;
         }
     }
 }
 
 TEST(Output, TellsItselfInWords) {
-    const ImageLayout sLayout = layout("Mono8", 64, 64);
-    const References references = draw(sLayout, 0.02, 1.5);
+    const ImageLayout layout = layoutOf("Mono8", 64, 64);
+    const References references = draw(layout, 0.02, 1.5);
     Map vecMap(64 * 64);
     vecMap[5] = vecMap[100] = eDefectHot;
     const auto describe = [&](const CorrectionOutput& rOutput) {
-        return makeCorrection(sLayout, &references.vecDark, &references.vecLight, nullptr, rOutput)->description();
+        return makeCorrection(layout, &references.vecDark, &references.vecLight, nullptr, rOutput)->description();
     };
     EXPECT_THAT(describe({}), testing::EndsWith(", target mean, pedestal 0 DN, 0 defects"));
     EXPECT_THAT(describe({{eTargetMax, 0, 2.5}, &vecMap}),
@@ -229,14 +229,14 @@ TEST(DefectRepair, GivesTheDefinitionsBytesInEveryFormatAndOnEveryTarget) {
     std::mt19937 random(4);
     for (const PixelFormat& rFormat : pixelFormats()) {
         for (const auto& [nWidth, nHeight] : {std::pair(31U, 27U), std::pair(32U, 30U)}) {
-            const ImageLayout sLayout{&rFormat, nWidth, nHeight};
-            const References references = draw(sLayout, 0.02, 1.5);
+            const ImageLayout layout{&rFormat, nWidth, nHeight};
+            const References references = draw(layout, 0.02, 1.5);
             for (const auto& [strName, rMap] : maps(nWidth, nHeight)) {
-                const std::vector<uint16_t> vecIn = randomImage(sLayout, random);
-                std::vector<uint16_t> vecWanted = corrected(sLayout, references, {}, vecIn, "scalar");
-                repairDefects(sLayout, rMap, vecWanted.data());
+                const std::vector<uint16_t> vecIn = randomImage(layout, random);
+                std::vector<uint16_t> vecWanted = corrected(layout, references, {}, vecIn, "scalar");
+                repairDefects(layout, rMap, vecWanted.data());
                 for (const char* pTarget : correctionTargets()) {
-                    ASSERT_EQ(corrected(sLayout, references, {{}, &rMap}, vecIn, pTarget), vecWanted)
+                    ASSERT_EQ(corrected(layout, references, {{}, &rMap}, vecIn, pTarget), vecWanted)
                         << rFormat.pName << ", " << strName << ", " << pTarget;
                 }
             }
@@ -248,31 +248,31 @@ TEST(DefectRepair, GivesTheDefinitionsBytesInEveryFormatAndOnEveryTarget) {
 TEST(DefectRepair, WaitsForTheRowsBelow) {
     std::mt19937 random(4);
     for (const char* pFormat : {"Mono8", "Mono12", "Mono12p", "BayerRG10Packed", "RGB8"}) {
-        const ImageLayout sLayout = layout(pFormat, 301, 500);
-        const References references = draw(sLayout, 0.02, 1.5);
+        const ImageLayout layout = layoutOf(pFormat, 301, 500);
+        const References references = draw(layout, 0.02, 1.5);
         Map vecMap(301 * 500);
         for (std::size_t i = 0; i < vecMap.size() / 50; ++i) {
             vecMap[random() % vecMap.size()] = eDefectHot;
         }
-        const std::vector<uint16_t> vecIn = randomImage(sLayout, random);
-        std::vector<uint16_t> vecWanted = corrected(sLayout, references, {}, vecIn, "scalar");
-        repairDefects(sLayout, vecMap, vecWanted.data());
-        EXPECT_TRUE(corrected(sLayout, references, {{}, &vecMap}, vecIn) == vecWanted) << pFormat;
+        const std::vector<uint16_t> vecIn = randomImage(layout, random);
+        std::vector<uint16_t> vecWanted = corrected(layout, references, {}, vecIn, "scalar");
+        repairDefects(layout, vecMap, vecWanted.data());
+        EXPECT_TRUE(corrected(layout, references, {{}, &vecMap}, vecIn) == vecWanted) << pFormat;
     }
 }
 
 // The definition against the rule written down once more, in double precision.
 TEST(DefectRepair, TakesGoodPixelsOfTheSameColourByDistance) {
     for (const char* pFormat : {"Mono16", "BayerGB12", "RGB8"}) {
-        const ImageLayout sLayout = layout(pFormat, 31, 27);
-        const bool bCfa = sLayout.pFormat->isCfa();
+        const ImageLayout layout = layoutOf(pFormat, 31, 27);
+        const bool bCfa = layout.pFormat->isCfa();
         for (const auto& [strName, rMap] : maps(31, 27)) {
             std::mt19937 random(6);
-            const std::vector<uint16_t> vecIn = randomImage(sLayout, random);
+            const std::vector<uint16_t> vecIn = randomImage(layout, random);
             std::vector<uint16_t> vecOut = vecIn;
-            repairDefects(sLayout, rMap, vecOut.data());
+            repairDefects(layout, rMap, vecOut.data());
             for (std::size_t i = 0; i < vecIn.size(); ++i) {
-                const int iPixel = static_cast<int>(i / sLayout.pFormat->nChannels);
+                const int iPixel = static_cast<int>(i / layout.pFormat->nChannels);
                 const int iX = iPixel % 31, iY = iPixel / 31;
                 if (rMap[static_cast<std::size_t>(iPixel)] == 0) {
                     ASSERT_EQ(vecOut[i], vecIn[i]);
@@ -298,14 +298,14 @@ TEST(DefectRepair, TakesGoodPixelsOfTheSameColourByDistance) {
                                 continue;
                             }
                             const auto iFrom = static_cast<std::ptrdiff_t>(i) +
-                                               (dy * 31 + dx) * static_cast<int>(sLayout.pFormat->nChannels);
+                                               (dy * 31 + dx) * static_cast<int>(layout.pFormat->nChannels);
                             dSum += vecIn[static_cast<std::size_t>(iFrom)] / static_cast<double>(dx * dx + dy * dy);
                             dWeights += 1.0 / static_cast<double>(dx * dx + dy * dy);
                             ++nFound;
                         }
                     }
                 }
-                ASSERT_NEAR(vecOut[i], dSum / dWeights, 0.5 + 24.0 / 65536 * sLayout.pFormat->fullScale())
+                ASSERT_NEAR(vecOut[i], dSum / dWeights, 0.5 + 24.0 / 65536 * layout.pFormat->fullScale())
                     << pFormat << ", " << strName << ", " << iX << ", " << iY;
             }
         }
@@ -313,12 +313,12 @@ TEST(DefectRepair, TakesGoodPixelsOfTheSameColourByDistance) {
 }
 
 TEST(DefectRepair, LeavesWhatHasNoGoodNeighbour) {
-    const ImageLayout sLayout = layout("Mono8", 4, 4);
+    const ImageLayout layout = layoutOf("Mono8", 4, 4);
     const Map vecMap(16, uint8_t{eDefectDead});
     std::mt19937 random(6);
-    const std::vector<uint16_t> vecIn = randomImage(sLayout, random);
-    const References references = draw(sLayout, 0.02, 1.5);
-    EXPECT_EQ(corrected(sLayout, references, {{}, &vecMap}, vecIn), corrected(sLayout, references, {}, vecIn));
+    const std::vector<uint16_t> vecIn = randomImage(layout, random);
+    const References references = draw(layout, 0.02, 1.5);
+    EXPECT_EQ(corrected(layout, references, {{}, &vecMap}, vecIn), corrected(layout, references, {}, vecIn));
 }
 
 std::vector<double> meanOf(const std::string& strFolder, const char* pKind, const std::vector<int>& rShots,
@@ -353,7 +353,7 @@ TEST(DefectRepair, ComesNearerToTheTruthThanSimplerWays) {
     if (!pFolder) {
         GTEST_SKIP() << "XAPEL2_FRAMES names no folder";
     }
-    const ImageLayout sLayout = layout("Mono16", 512, 512);
+    const ImageLayout layout = layoutOf("Mono16", 512, 512);
     std::vector<int> vecLights, vecDarks;
     for (int i = 145; i <= 175; i += 2) {
         vecLights.push_back(i);
@@ -362,12 +362,12 @@ TEST(DefectRepair, ComesNearerToTheTruthThanSimplerWays) {
         vecDarks.push_back(i);
     }
     References references;
-    const std::vector<double> vecDark = meanOf(pFolder, "dark", vecDarks, sLayout);
-    const std::vector<double> vecLight = meanOf(pFolder, "light", vecLights, sLayout);
+    const std::vector<double> vecDark = meanOf(pFolder, "dark", vecDarks, layout);
+    const std::vector<double> vecLight = meanOf(pFolder, "light", vecLights, layout);
     references.vecDark.assign(vecDark.begin(), vecDark.end());
     references.vecLight.assign(vecLight.begin(), vecLight.end());
     std::vector<std::vector<uint16_t>> vecScenes;
-    meanOf(pFolder, "scene", {145, 151, 154, 157, 160, 175}, sLayout, &vecScenes);
+    meanOf(pFolder, "scene", {145, 151, 154, 157, 160, 175}, layout, &vecScenes);
     std::mt19937 random(20);
     Map vecMap(512 * 512);
     for (std::size_t nMarked = 0; nMarked < 4000;) {
@@ -377,8 +377,8 @@ TEST(DefectRepair, ComesNearerToTheTruthThanSimplerWays) {
     }
     std::array<double, 4> aSquares = {};
     for (const std::vector<uint16_t>& rScene : vecScenes) {
-        const std::vector<uint16_t> vecTruth = corrected(sLayout, references, {}, rScene);
-        const std::vector<uint16_t> vecOurs = corrected(sLayout, references, {{}, &vecMap}, rScene);
+        const std::vector<uint16_t> vecTruth = corrected(layout, references, {}, rScene);
+        const std::vector<uint16_t> vecOurs = corrected(layout, references, {{}, &vecMap}, rScene);
         for (int i = 0; i < 512 * 512; ++i) {
             if (vecMap[static_cast<std::size_t>(i)] == 0) {
                 continue;

@@ -21,10 +21,11 @@ namespace StandIn {
 namespace {
 
 ReferenceImage sampleReference(const ImageLayout& rLayout, eReferenceKind eKind) {
-    ReferenceImage sReference{eKind, rLayout, 64, 0.25, 100.5, 3.125, "", {}};
-    for (std::size_t i = 0; i < rLayout.samples(); ++i)
-        sReference.vSamples.push_back(static_cast<float>(i % 251) + 0.3F);
-    return sReference;
+    ReferenceImage reference{eKind, rLayout, 64, 0.25, 100.5, 3.125, "", {}};
+    for (std::size_t i = 0; i < rLayout.samples(); ++i) {
+        reference.vecSamples.push_back(static_cast<float>(i % 251) + 0.3F);
+    }
+    return reference;
 }
 
 std::string readError(const std::string& strFile) {
@@ -39,27 +40,28 @@ std::string readError(const std::string& strFile) {
 TEST(ReferenceFile, GivesBackWhatWasWritten) {
     const XAPEL2::Test::CTemporaryFolder oFolder;
     // The second is longer than one strip.
-    for (const ImageLayout& rLayout : {layout("RGB8", 7, 5), layout("Mono16", 1000, 700), layout("BayerGB12p", 6, 3)}) {
-        ReferenceImage sWritten = sampleReference(rLayout, eReferenceLight);
-        sWritten.strCamera = R"({"exposure":1000,"mirror":false,"roi":[0,{"w":8.5},[]],"name":"a \"b\"","last":null})";
-        sWritten.sMeans = {10.25, 11.5, 9.0, 12.125};
-        sWritten.vClassNoise.assign(rLayout.classes(), 2.5);
-        sWritten.vClassNoise.back() = 3.5;
-        sWritten.uLargest = 250;
-        writeReferenceFile(oFolder / "a.tif", sWritten);
-        const ReferenceImage sRead = readReferenceFile(oFolder / "a.tif");
-        EXPECT_EQ(sRead.eKind, eReferenceLight);
-        EXPECT_TRUE(sRead.sLayout == rLayout);
-        EXPECT_EQ(sRead.nImages, 64U);
-        EXPECT_EQ(sRead.dSaturatedShare, 0.25);
-        EXPECT_EQ(sRead.dMean, 100.5);
-        EXPECT_EQ(sRead.dTemporalNoise, 3.125);
-        EXPECT_EQ(sRead.vClassNoise, sWritten.vClassNoise);
-        EXPECT_TRUE(sRead.sMeans.dFirst == 10.25 && sRead.sMeans.dLast == 11.5 && sRead.sMeans.dLeast == 9.0 &&
-                    sRead.sMeans.dMost == 12.125);
-        EXPECT_EQ(sRead.uLargest, 250U);
-        EXPECT_EQ(sRead.strCamera, sWritten.strCamera);
-        EXPECT_EQ(sRead.vSamples, sWritten.vSamples);
+    for (const ImageLayout& rLayout :
+         {layoutOf("RGB8", 7, 5), layoutOf("Mono16", 1000, 700), layoutOf("BayerGB12p", 6, 3)}) {
+        ReferenceImage written = sampleReference(rLayout, eReferenceLight);
+        written.strCamera = R"({"exposure":1000,"mirror":false,"roi":[0,{"w":8.5},[]],"name":"a \"b\"","last":null})";
+        written.means = {10.25, 11.5, 9.0, 12.125};
+        written.vecClassNoise.assign(rLayout.classes(), 2.5);
+        written.vecClassNoise.back() = 3.5;
+        written.uLargest = 250;
+        writeReferenceFile(oFolder / "a.tif", written);
+        const ReferenceImage read = readReferenceFile(oFolder / "a.tif");
+        EXPECT_EQ(read.eKind, eReferenceLight);
+        EXPECT_TRUE(read.layout == rLayout);
+        EXPECT_EQ(read.nImages, 64U);
+        EXPECT_EQ(read.dSaturatedShare, 0.25);
+        EXPECT_EQ(read.dMean, 100.5);
+        EXPECT_EQ(read.dTemporalNoise, 3.125);
+        EXPECT_EQ(read.vecClassNoise, written.vecClassNoise);
+        EXPECT_TRUE(read.means.dFirst == 10.25 && read.means.dLast == 11.5 && read.means.dLeast == 9.0 &&
+                    read.means.dMost == 12.125);
+        EXPECT_EQ(read.uLargest, 250U);
+        EXPECT_EQ(read.strCamera, written.strCamera);
+        EXPECT_EQ(read.vecSamples, written.vecSamples);
         EXPECT_EQ(oFolder.names(), std::vector<std::string>{"a.tif"});
     }
 }
@@ -72,18 +74,18 @@ TEST(ReferenceFile, CarriesOutputAndDefectsOfALightReference) {
         for (const char* pFormat : {"RGB8", "Mono16"}) {
             // The second is longer than one strip.
             ReferenceImage written =
-                sampleReference(layout(pFormat, pFormat[0] == 'R' ? 17 : 1500, 800), eReferenceLight);
-            written.sOutput = rOutput;
-            written.vecDefects.assign(written.sLayout.nWidth * 800, 0);
+                sampleReference(layoutOf(pFormat, pFormat[0] == 'R' ? 17 : 1500, 800), eReferenceLight);
+            written.output = rOutput;
+            written.vecDefects.assign(written.layout.nWidth * 800, 0);
             written.vecDefects[5] = eDefectHot | eDefectByHand;
             written.vecDefects.back() = eDefectDead;
             writeReferenceFile(folder / "a.tif", written);
             const ReferenceImage read = readReferenceFile(folder / "a.tif");
-            EXPECT_EQ(read.sOutput.eTarget, rOutput.eTarget);
-            EXPECT_EQ(read.sOutput.dTarget, rOutput.dTarget);
-            EXPECT_EQ(read.sOutput.dPedestal, rOutput.dPedestal);
+            EXPECT_EQ(read.output.eTarget, rOutput.eTarget);
+            EXPECT_EQ(read.output.dTarget, rOutput.dTarget);
+            EXPECT_EQ(read.output.dPedestal, rOutput.dPedestal);
             EXPECT_EQ(read.vecDefects, written.vecDefects);
-            EXPECT_EQ(read.vSamples, written.vSamples);
+            EXPECT_EQ(read.vecSamples, written.vecSamples);
             written.vecDefects[6] = 16;
             EXPECT_THROW(writeReferenceFile(folder / "a.tif", written), CFileError) << "an unknown bit";
             written.vecDefects.assign(written.vecDefects.size(), eDefectHot);
@@ -96,7 +98,7 @@ TEST(ReferenceFile, CarriesOutputAndDefectsOfALightReference) {
 /// A light reference of 8 x 6 pixels, and behind it one page or several.
 void writePages(const std::string& strFile, const std::vector<std::pair<uint32_t, uint32_t>>& rTags, uint8_t uMark,
                 unsigned nPages, const char* pDescription) {
-    writeReferenceFile(strFile, sampleReference(layout("Mono12", 8, 6), eReferenceLight));
+    writeReferenceFile(strFile, sampleReference(layoutOf("Mono12", 8, 6), eReferenceLight));
     TIFF* pTiff = TIFFOpen(strFile.c_str(), "r+");
     ASSERT_NE(pTiff, nullptr);
     TIFFSetField(pTiff, TIFFTAG_IMAGEDESCRIPTION, pDescription);
@@ -175,15 +177,15 @@ TEST(ReferenceFile, RefusesPagesAndOutputsThatLie) {
 
 TEST(ReferenceFile, BadCameraSettingsLeaveTheOldFileAndNothingElse) {
     const XAPEL2::Test::CTemporaryFolder oFolder;
-    const ReferenceImage sOld = sampleReference(layout("Mono8", 4, 4), eReferenceDark);
-    writeReferenceFile(oFolder / "old.tif", sOld);
-    ReferenceImage sBad = sOld;
+    const ReferenceImage old = sampleReference(layoutOf("Mono8", 4, 4), eReferenceDark);
+    writeReferenceFile(oFolder / "old.tif", old);
+    ReferenceImage bad = old;
     for (const std::string& rCamera : {std::string("[[1]"), R"({"a":")" + std::string(70000, 'x') + R"("})"}) {
-        sBad.strCamera = rCamera;
-        EXPECT_THROW(writeReferenceFile(oFolder / "old.tif", sBad), CFileError);
+        bad.strCamera = rCamera;
+        EXPECT_THROW(writeReferenceFile(oFolder / "old.tif", bad), CFileError);
     }
     EXPECT_EQ(oFolder.names(), std::vector<std::string>{"old.tif"});
-    EXPECT_EQ(readReferenceFile(oFolder / "old.tif").vSamples, sOld.vSamples);
+    EXPECT_EQ(readReferenceFile(oFolder / "old.tif").vecSamples, old.vecSamples);
 }
 
 const char* const DESCRIPTION =
@@ -199,9 +201,9 @@ struct Forgery {
 };
 
 void write(const std::string& strFile, const Forgery& rForgery) {
-    ReferenceImage sReference = sampleReference(layout("Mono12", 8, 6), eReferenceLight);
-    sReference.vSamples[13] = rForgery.fSample;
-    writeReferenceFile(strFile, sReference);
+    ReferenceImage reference = sampleReference(layoutOf("Mono12", 8, 6), eReferenceLight);
+    reference.vecSamples[13] = rForgery.fSample;
+    writeReferenceFile(strFile, reference);
     TIFF* pTiff = TIFFOpen(strFile.c_str(), "r+");
     ASSERT_NE(pTiff, nullptr);
     TIFFSetField(pTiff, TIFFTAG_IMAGEDESCRIPTION, rForgery.strDescription.c_str());
@@ -223,7 +225,7 @@ std::string replaced(const std::string& strOld, const std::string& strNew) {
 
 TEST(ReferenceFile, RefusesFilesThatLie) {
     const auto fnNone = [](TIFF*) {};
-    const std::vector<Forgery> vForgeries = {
+    const std::vector<Forgery> vecForgeries = {
         {"deflated", "compressed", with({{TIFFTAG_COMPRESSION, COMPRESSION_ADOBE_DEFLATE}})},
         {"integers", "floating point", with({{TIFFTAG_SAMPLEFORMAT, SAMPLEFORMAT_UINT}})},
         {"planes", "planes",
@@ -258,7 +260,7 @@ TEST(ReferenceFile, RefusesFilesThatLie) {
     write(strFile, {"sound", ""});
     EXPECT_EQ(readError(strFile), "") << "the file that the others are made from";
     testing::internal::CaptureStderr();
-    for (const Forgery& rForgery : vForgeries) {
+    for (const Forgery& rForgery : vecForgeries) {
         TIFFErrorHandler fnBefore = TIFFSetErrorHandler(nullptr);  // for the forger, not for the reader
         write(strFile, rForgery);
         TIFFSetErrorHandler(fnBefore);

@@ -23,54 +23,60 @@ void checkRecording(const ImageLayout& rLayout, uint64_t nImages) {
     const uint32_t uFull = rLayout.pFormat->fullScale();
     const std::size_t nSamples = rLayout.samples();
     std::mt19937 oRandom(7);
-    std::vector<std::vector<uint16_t>> vImages(3, std::vector<uint16_t>(nSamples, static_cast<uint16_t>(uFull)));
-    for (std::size_t i = 0; i < 2 * nSamples; ++i)
-        vImages[i / nSamples][i % nSamples] = static_cast<uint16_t>(oRandom() % 7 == 0 ? uFull : oRandom() & uFull);
-    vImages[0][nSamples / 2] = 0;
+    std::vector<std::vector<uint16_t>> vecImages(3, std::vector<uint16_t>(nSamples, static_cast<uint16_t>(uFull)));
+    for (std::size_t i = 0; i < 2 * nSamples; ++i) {
+        vecImages[i / nSamples][i % nSamples] = static_cast<uint16_t>(oRandom() % 7 == 0 ? uFull : oRandom() & uFull);
+    }
+    vecImages[0][nSamples / 2] = 0;
 
     uint32_t uLargest = 0;
-    for (std::size_t k = 0; k < std::min<std::size_t>(nImages, 3); ++k)
-        uLargest = std::max<uint32_t>(uLargest, *std::max_element(vImages[k].begin(), vImages[k].end()));
+    for (std::size_t k = 0; k < std::min<std::size_t>(nImages, 3); ++k) {
+        uLargest = std::max<uint32_t>(uLargest, *std::max_element(vecImages[k].begin(), vecImages[k].end()));
+    }
 
     CReferenceRecorder oRecorder(eReferenceLight);
     for (uint64_t n = 0; n < nImages; ++n) {
-        std::vector<uint16_t> vSent = vImages[n % 3];
+        std::vector<uint16_t> vecSent = vecImages[n % 3];
         // Bits that are none of the sample's: the sample counts as full scale.
-        if (rLayout.pFormat->nWireBits == 16)
-            std::replace(vSent.begin(), vSent.end(), static_cast<uint16_t>(uFull), uint16_t{0xFFFF});
-        std::vector<uint8_t> vImage = pack(rLayout, vSent);
-        vImage.insert(vImage.begin(), 0);  // an odd address
-        oRecorder.add(rLayout, vImage.data() + 1);
+        if (rLayout.pFormat->nWireBits == 16) {
+            std::replace(vecSent.begin(), vecSent.end(), static_cast<uint16_t>(uFull), uint16_t{0xFFFF});
+        }
+        std::vector<uint8_t> vecImage = pack(rLayout, vecSent);
+        vecImage.insert(vecImage.begin(), 0);  // an odd address
+        oRecorder.add(rLayout, vecImage.data() + 1);
     }
 
     double dSaturated = 0.0;
     double dNoise = 0.0;
     const double dImages = static_cast<double>(nImages);
     const double dSamples = static_cast<double>(nSamples);
-    const ReferenceImage sReference = oRecorder.reference();
+    const ReferenceImage reference = oRecorder.reference();
     double aMeans[3] = {};
     for (unsigned iClass = 0; iClass < rLayout.classes(); ++iClass) {
         double dVariance = 0.0, dMean = 0.0, dSquares = 0.0, dFrames = 0.0, dClass = 0.0;
         double aFrames[3] = {}, aCounts[3] = {};
         for (std::size_t k = 0; k < 3; ++k) aCounts[k] = static_cast<double>((nImages + 2 - k) / 3);
         for (std::size_t i = 0; i < nSamples; ++i) {
-            if (classOf(rLayout, i) != iClass)
+            if (classOf(rLayout, i) != iClass) {
                 continue;
+            }
             dClass += 1.0;
             double dHere = 0.0;
             for (std::size_t k = 0; k < 3; ++k) {
-                dHere += aCounts[k] * vImages[k][i] / dImages;
-                aFrames[k] += vImages[k][i];
-                dSaturated += vImages[k][i] == uFull ? aCounts[k] : 0.0;
+                dHere += aCounts[k] * vecImages[k][i] / dImages;
+                aFrames[k] += vecImages[k][i];
+                dSaturated += vecImages[k][i] == uFull ? aCounts[k] : 0.0;
             }
-            ASSERT_EQ(sReference.vSamples[i], static_cast<float>(dHere)) << i;
+            ASSERT_EQ(reference.vecSamples[i], static_cast<float>(dHere)) << i;
             dMean += dHere;
             dSquares += dHere * dHere;
-            for (std::size_t k = 0; k < 3; ++k)
-                dVariance += aCounts[k] * std::pow(vImages[k][i] - dHere, 2) / (dImages - 1.0);
+            for (std::size_t k = 0; k < 3; ++k) {
+                dVariance += aCounts[k] * std::pow(vecImages[k][i] - dHere, 2) / (dImages - 1.0);
+            }
         }
-        if (dClass == 0.0)
+        if (dClass == 0.0) {
             continue;
+        }
         for (std::size_t k = 0; k < 3; ++k) {
             dFrames += aCounts[k] * std::pow((aFrames[k] - dMean) / dClass, 2) / (dImages - 1.0);
             aMeans[k] += aFrames[k] / dSamples;
@@ -78,27 +84,28 @@ void checkRecording(const ImageLayout& rLayout, uint64_t nImages) {
         // What the samples of a class do together is no noise of theirs; of a few samples nobody can tell.
         const double dShape = dSquares * dClass / dMean / dMean;
         dVariance /= dClass;
-        if (dClass >= 2.0 * dShape)
+        if (dClass >= 2.0 * dShape) {
             dVariance = std::max(0.0, dVariance - dShape * dFrames);
+        }
         dNoise += dVariance * dClass / dSamples;
-        if (!sReference.vClassNoise.empty()) {
-            EXPECT_NEAR(sReference.vClassNoise.at(iClass), std::sqrt(dVariance), 1e-9 * uFull);
+        if (!reference.vecClassNoise.empty()) {
+            EXPECT_NEAR(reference.vecClassNoise.at(iClass), std::sqrt(dVariance), 1e-9 * uFull);
         }
     }
-    EXPECT_EQ(sReference.vClassNoise.empty(), rLayout.samplesOf(rLayout.classes() - 1) == 0);
+    EXPECT_EQ(reference.vecClassNoise.empty(), rLayout.samplesOf(rLayout.classes() - 1) == 0);
     const double dMean =
         (aMeans[0] * static_cast<double>((nImages + 2) / 3) + aMeans[1] * static_cast<double>((nImages + 1) / 3) +
          aMeans[2] * static_cast<double>(nImages / 3)) /
         dImages;
-    EXPECT_NEAR(sReference.dMean, dMean, 1e-9 * uFull);
-    EXPECT_NEAR(sReference.dTemporalNoise, std::sqrt(dNoise), 1e-9 * uFull);
-    EXPECT_NEAR(sReference.dSaturatedShare, dSaturated / dSamples / dImages, 1e-12);
-    EXPECT_NEAR(sReference.sMeans.dFirst, aMeans[0], 1e-9 * uFull);
-    EXPECT_NEAR(sReference.sMeans.dLast, aMeans[(nImages - 1) % 3], 1e-9 * uFull);
+    EXPECT_NEAR(reference.dMean, dMean, 1e-9 * uFull);
+    EXPECT_NEAR(reference.dTemporalNoise, std::sqrt(dNoise), 1e-9 * uFull);
+    EXPECT_NEAR(reference.dSaturatedShare, dSaturated / dSamples / dImages, 1e-12);
+    EXPECT_NEAR(reference.means.dFirst, aMeans[0], 1e-9 * uFull);
+    EXPECT_NEAR(reference.means.dLast, aMeans[(nImages - 1) % 3], 1e-9 * uFull);
     const std::size_t nShown = std::min<std::size_t>(nImages, 3);
-    EXPECT_NEAR(sReference.sMeans.dLeast, *std::min_element(aMeans, aMeans + nShown), 1e-9 * uFull);
-    EXPECT_NEAR(sReference.sMeans.dMost, *std::max_element(aMeans, aMeans + nShown), 1e-9 * uFull);
-    EXPECT_EQ(sReference.uLargest, uLargest);
+    EXPECT_NEAR(reference.means.dLeast, *std::min_element(aMeans, aMeans + nShown), 1e-9 * uFull);
+    EXPECT_NEAR(reference.means.dMost, *std::max_element(aMeans, aMeans + nShown), 1e-9 * uFull);
+    EXPECT_EQ(reference.uLargest, uLargest);
 }
 
 TEST(ReferenceRecorder, CountsEverySampleOfEveryImage) {
@@ -114,10 +121,11 @@ TEST(ReferenceRecorder, CountsEverySampleOfEveryImage) {
           Case{"Mono16", 131, 3, 5}, Case{"Mono12p", 97, 51, 4}, Case{"BayerRG10p", 89, 53, 5},
           Case{"Mono8", 1024, 1100, 3}, Case{"Mono8", 9, 7, 1000}, Case{"Mono16", 3, 1, 200000}}) {
         SCOPED_TRACE(std::string(r.pFormat) + " " + std::to_string(r.nWidth) + "x" + std::to_string(r.nHeight));
-        if (r.nImages < 10)
-            forEachTarget([&] { checkRecording(layout(r.pFormat, r.nWidth, r.nHeight), r.nImages); });
-        else
-            checkRecording(layout(r.pFormat, r.nWidth, r.nHeight), r.nImages);
+        if (r.nImages < 10) {
+            forEachTarget([&] { checkRecording(layoutOf(r.pFormat, r.nWidth, r.nHeight), r.nImages); });
+        } else {
+            checkRecording(layoutOf(r.pFormat, r.nWidth, r.nHeight), r.nImages);
+        }
     }
 }
 
@@ -125,31 +133,32 @@ TEST(ReferenceRecorder, CountsEverySampleOfEveryImage) {
 TEST(ReferenceRecorder, NoiseIsThatOfASteadyLightWhateverTheLightDoes) {
     constexpr uint64_t FRAMES = 16;
     for (const char* pFormat : {"Mono12", "BayerRG12", "RGB8"}) {
-        const ImageLayout sLayout = layout(pFormat, 400, 300);
-        const double dFull = sLayout.pFormat->fullScale();
+        const ImageLayout layout = layoutOf(pFormat, 400, 300);
+        const double dFull = layout.pFormat->fullScale();
         for (const double dDrift : {0.0, 0.002, 0.015, 0.08}) {
             SCOPED_TRACE(pFormat + std::to_string(dDrift));
             std::mt19937 oRandom(3);
             CReferenceRecorder oRecorder(eReferenceLight);
-            std::vector<uint16_t> vSamples(sLayout.samples());
+            std::vector<uint16_t> vecSamples(layout.samples());
             double aVariance[4] = {};
             for (uint64_t n = 0; n < FRAMES; ++n) {
                 const double dLight = 1.0 + dDrift * static_cast<double>(n) / (FRAMES - 1);
-                for (std::size_t i = 0; i < vSamples.size(); ++i) {
-                    const unsigned iClass = classOf(sLayout, i);
-                    const double dX = static_cast<double>(i / sLayout.pFormat->nChannels % 400) / 400.0;
+                for (std::size_t i = 0; i < vecSamples.size(); ++i) {
+                    const unsigned iClass = classOf(layout, i);
+                    const double dX = static_cast<double>(i / layout.pFormat->nChannels % 400) / 400.0;
                     const double dSignal = dFull * (0.3 + 0.1 * iClass) * (0.7 + 0.3 * dX) * dLight;
                     std::normal_distribution<double> oNoise(dSignal, std::sqrt(0.0001 * dFull * dSignal));
-                    vSamples[i] = static_cast<uint16_t>(std::lround(oNoise(oRandom)));
+                    vecSamples[i] = static_cast<uint16_t>(std::lround(oNoise(oRandom)));
                     aVariance[iClass] += (0.0001 * dFull * dSignal + 1.0 / 12.0) / FRAMES /
-                                         static_cast<double>(sLayout.samplesOf(iClass));
+                                         static_cast<double>(layout.samplesOf(iClass));
                 }
-                oRecorder.add(sLayout, pack(sLayout, vSamples).data());
+                oRecorder.add(layout, pack(layout, vecSamples).data());
             }
-            const ReferenceImage sReference = oRecorder.reference();
-            for (unsigned k = 0; k < sLayout.classes(); ++k)
-                EXPECT_NEAR(std::pow(sReference.vClassNoise.at(k), 2) / aVariance[k], 1.0, 0.01) << k;
-            EXPECT_NEAR(sReference.sMeans.dLast / sReference.sMeans.dFirst - 1.0, dDrift, 0.0005);
+            const ReferenceImage reference = oRecorder.reference();
+            for (unsigned k = 0; k < layout.classes(); ++k) {
+                EXPECT_NEAR(std::pow(reference.vecClassNoise.at(k), 2) / aVariance[k], 1.0, 0.01) << k;
+            }
+            EXPECT_NEAR(reference.means.dLast / reference.means.dFirst - 1.0, dDrift, 0.0005);
         }
     }
 }
