@@ -7,6 +7,8 @@
 // tables fit into a cache shows what the kernel itself takes.
 
 #include <cstring>
+#include <memory>
+#include <random>
 
 #include "Limit.h"
 #include "OpenCvCorrection.h"
@@ -106,6 +108,37 @@ std::vector<std::size_t> addOpenCv(CRounds& rRounds, CRing& rRing, const CScene&
     return vecCandidates;
 }
 
+/// The same correction of its own, with so many defects at places drawn by chance.
+struct DefectWay {
+    std::size_t nDefects;
+    std::unique_ptr<ICorrection> pCorrection;
+    std::size_t iCandidate = 0;
+};
+
+std::vector<DefectWay> addDefects(CRounds& rRounds, CRing& rRing, const CScene& rScene) {
+    std::vector<DefectWay> vecWays;
+    for (const std::size_t nDefects : {std::size_t{0}, std::size_t{250}, std::size_t{1000}}) {
+        std::vector<uint8_t> vecMap(static_cast<std::size_t>(rScene.layout().nWidth * rScene.layout().nHeight), 0);
+        std::mt19937 random(7);
+        for (std::size_t i = 0; i < nDefects; ++i) {
+            vecMap[random() % vecMap.size()] = eDefectHot;
+        }
+        vecWays.push_back(
+            {nDefects, makeCorrection(rScene.layout(), &rScene.dark(), &rScene.light(), nullptr, {{}, &vecMap})});
+    }
+    for (DefectWay& rWay : vecWays) {
+        const ICorrection* const pCorrection = rWay.pCorrection.get();
+        rWay.iCandidate = rRounds.add({std::to_string(rWay.nDefects) + " defects",
+                                       [pCorrection, &rRing](uint64_t nTimes) {
+                                           for (uint64_t i = 0; i < nTimes; ++i) {
+                                               pCorrection->correct(rRing.next());
+                                           }
+                                       },
+                                       [&] { rRing.refill(); }, rRing.buffers().size()});
+    }
+    return vecWays;
+}
+
 void measure(const Options& rOptions, const Group& rGroup, const Format& rFormat, const CScene& rScene,
              CShadingNodes& rNodes) {
     CRing ring(rScene, rGroup.nBuffers);
@@ -116,6 +149,10 @@ void measure(const Options& rOptions, const Group& rGroup, const Format& rFormat
     std::vector<std::size_t> vecOpenCv;
     if (rFormat.bOpenCv && (rOptions.bQuick || rGroup.pName == std::string("5mp-ring"))) {
         vecOpenCv = addOpenCv(rounds, ring, rScene);
+    }
+    std::vector<DefectWay> vecDefects;
+    if (rGroup.pName == std::string(rOptions.bQuick ? "vga-ring" : "5mp-ring")) {
+        vecDefects = addDefects(rounds, ring, rScene);
     }
     rounds.run();
 
@@ -131,6 +168,10 @@ void measure(const Options& rOptions, const Group& rGroup, const Format& rFormat
     for (const std::size_t i : vecLimits) {
         note(rOptions, "    limit, %-28s %6.1f GB/s%s", rounds.name(i).c_str(), limit.traffic() / rounds.ns(i),
              i == iLimit ? " *" : "");
+    }
+    for (std::size_t i = 1; i < vecDefects.size(); ++i) {
+        note(rOptions, "    %zu defects by none %.3f", vecDefects[i].nDefects,
+             rounds.ratio(vecDefects[i].iCandidate, vecDefects[0].iCandidate));
     }
     for (const std::size_t i : vecOpenCv) {
         note(rOptions, "    %s by ours %.2f", rounds.name(i).c_str(), rounds.ratio(i, iOurs));

@@ -35,7 +35,7 @@ public:
 
 private:
     static constexpr std::size_t CHUNK_BLOCKS = 32;    // worked on at once where there are exceptions
-    static constexpr std::size_t DEFECT_BLOCKS = 512;  // and where there are defects
+    static constexpr std::size_t DEFECT_BLOCKS = 2048;  // and where there are defects
 
     bool isTail() const { return m_iFirst == m_nSamples / BLOCK; }
     std::size_t tailBytes() const { return (m_nSamples % BLOCK * layout().pFormat->nWireBits + 7) / 8; }

@@ -18,6 +18,7 @@ namespace {
 constexpr std::size_t RADIUS = 2;
 constexpr std::size_t ENOUGH = 3;
 constexpr uint32_t UNIT = 1U << 16;
+constexpr std::size_t AHEAD = 8;  // defects whose rows are asked for before they are read
 
 bool isOfColumn(const ImageLayout& rLayout, const std::vector<uint8_t>& rMap, std::size_t iX, std::size_t iY) {
     const auto nWidth = static_cast<std::size_t>(rLayout.nWidth);
@@ -97,6 +98,9 @@ uint16_t rounded(uint32_t uSum) {
 
 struct Read8 {
     uint32_t operator()(const uint8_t* pImage, std::size_t i) const { return pImage[i]; }
+    void write(const PixelFormat&, uint8_t* pImage, std::size_t i, uint16_t uSample) const {
+        pImage[i] = static_cast<uint8_t>(uSample);
+    }
 };
 
 struct Read16 {
@@ -105,10 +109,20 @@ struct Read16 {
         std::memcpy(&uSample, pImage + i * 2, sizeof uSample);
         return uSample;
     }
+    void write(const PixelFormat&, uint8_t* pImage, std::size_t i, uint16_t uSample) const {
+        std::memcpy(pImage + i * 2, &uSample, sizeof uSample);
+    }
+};
+
+struct WritePacked {
+    void write(const PixelFormat& rFormat, uint8_t* pImage, std::size_t i, uint16_t uSample) const {
+        packSamples(rFormat, &uSample, i, 1, pImage);
+    }
 };
 
 /// Samples of 10 or 12 bits one behind the other: each lies in two bytes.
-struct ReadDense {
+struct ReadDense : WritePacked {
+    explicit ReadDense(std::size_t n) : nBits(n) {}
     std::size_t nBits;
     uint32_t operator()(const uint8_t* pImage, std::size_t i) const {
         const std::size_t iBit = i * nBits;
@@ -119,7 +133,8 @@ struct ReadDense {
 };
 
 /// Two samples in three bytes, the low bits of both in the middle one.
-struct ReadSplit {
+struct ReadSplit : WritePacked {
+    explicit ReadSplit(std::size_t n) : nBits(n) {}
     std::size_t nBits;
     uint32_t operator()(const uint8_t* pImage, std::size_t i) const {
         const std::size_t nLow = nBits - 8;
@@ -193,23 +208,44 @@ CDefectRepair::CDefectRepair(const ImageLayout& rLayout, const std::vector<uint8
                      [](const Place& a, const Place& b) { return a.uNeed < b.uNeed; });
 }
 
+/// Asks for the rows around a sample, which are no longer, or were never, in the nearest cache.
+void CDefectRepair::fetchAround(const uint8_t* pImage, const Place& rPlace) const noexcept {
+    constexpr uint32_t ROWS = 4;  // and one more: of a whole window each
+    const DefectNeighbour* const pFirst = m_vecNeighbours.data() + rPlace.uFirst;
+    for (uint32_t k = 0; k <= ROWS; ++k) {
+        const int32_t iDistance = pFirst[(rPlace.nCount - 1) * k / ROWS].iDistance;
+        const auto iSample = static_cast<std::size_t>(static_cast<std::ptrdiff_t>(rPlace.uSample) + iDistance);
+        __builtin_prefetch(pImage + iSample * m_pFormat->nWireBits / 8);
+    }
+}
+
 template <class READER>
 std::size_t CDefectRepair::repairBy(const READER& rRead, uint8_t* pImage, std::size_t i,
                                     std::size_t nDone) const noexcept {
+    std::size_t iFetched = i;
     for (; i < m_vecPlaces.size() && m_vecPlaces[i].uNeed <= nDone; ++i) {
+        for (; iFetched < m_vecPlaces.size() && iFetched < i + AHEAD && m_vecPlaces[iFetched].uNeed <= nDone;
+             ++iFetched) {
+            fetchAround(pImage, m_vecPlaces[iFetched]);
+        }
         const Place& rPlace = m_vecPlaces[i];
-        const DefectNeighbour* const pFirst = m_vecNeighbours.data() + rPlace.uFirst;
+        const auto* const pCentre = m_vecNeighbours.data() + rPlace.uFirst;
+        const uint32_t nCount = rPlace.nCount;
+        const std::size_t uSample = rPlace.uSample;
+        const auto term = [&](uint32_t k) {
+            const auto iFrom = static_cast<std::ptrdiff_t>(uSample) + pCentre[k].iDistance;
+            return pCentre[k].uWeight * rRead(pImage, static_cast<std::size_t>(iFrom));
+        };
         uint32_t uSum = 0;
-        for (const DefectNeighbour* p = pFirst; p != pFirst + rPlace.nCount; ++p) {
-            uSum += p->uWeight *
-                    rRead(pImage, static_cast<std::size_t>(static_cast<std::ptrdiff_t>(rPlace.uSample) + p->iDistance));
+        uint32_t k = 0;
+        for (; k + 8 <= nCount; k += 8) {
+            uSum += ((term(k) + term(k + 1)) + (term(k + 2) + term(k + 3))) +
+                    ((term(k + 4) + term(k + 5)) + (term(k + 6) + term(k + 7)));
         }
-        const uint16_t uResult = rounded(uSum);
-        if (m_pFormat->nWireBits == 8) {
-            pImage[rPlace.uSample] = static_cast<uint8_t>(uResult);
-        } else {
-            packSamples(*m_pFormat, &uResult, rPlace.uSample, 1, pImage);
+        for (; k < nCount; ++k) {
+            uSum += term(k);
         }
+        rRead.write(*m_pFormat, pImage, uSample, rounded(uSum));
     }
     return i;
 }
@@ -222,9 +258,9 @@ std::size_t CDefectRepair::repair(uint8_t* pImage, std::size_t i, std::size_t nD
         return repairBy(Read16(), pImage, i, nDone);
     }
     if (m_pFormat->bSplit) {
-        return repairBy(ReadSplit{m_pFormat->nBits}, pImage, i, nDone);
+        return repairBy(ReadSplit(m_pFormat->nBits), pImage, i, nDone);
     }
-    return repairBy(ReadDense{m_pFormat->nBits}, pImage, i, nDone);
+    return repairBy(ReadDense(m_pFormat->nBits), pImage, i, nDone);
 }
 
 }  // namespace StandIn

@@ -63,6 +63,7 @@ private:
         uint32_t uFirst;  // of its neighbours in m_vecNeighbours, which defects with equal surroundings share
         uint32_t nCount;
     };
+    void fetchAround(const uint8_t* pImage, const Place& rPlace) const noexcept;
     template <class READER>
     std::size_t repairBy(const READER& rRead, uint8_t* pImage, std::size_t i, std::size_t nDone) const noexcept;
 

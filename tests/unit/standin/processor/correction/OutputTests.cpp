@@ -123,6 +123,40 @@ TEST(Output, KeepsTheFormulasBoundForEveryTargetAndPedestalInEveryFormat) {
     }
 }
 
+// Few pixels that a small table cannot hold: their pedestal is added, not part of the offset.
+TEST(Output, LiftsExceptionsAndPixelsWithoutGainByThePedestal) {
+    for (const char* pFormat : {"Mono8", "Mono12", "Mono16", "Mono12p", "BayerRG10p"}) {
+        const ImageLayout sLayout = layoutOf(pFormat, 130, 63);
+        const double dFull = sLayout.pFormat->fullScale();
+        References references = draw(sLayout, 0.02, 1.0);
+        for (const std::size_t i : {0U, 63U, 2048U, 8189U}) {
+            references.vecDark[i] = static_cast<float>(dFull * 0.6);
+            references.vecLight[i] = references.vecDark[i] + static_cast<float>(dFull * 0.35);
+        }
+        const CorrectionOutput sOut{{eTargetValue, dFull * 0.7, dFull * 0.008}, nullptr};
+        const std::vector<uint16_t> vecIn(sLayout.samples(), static_cast<uint16_t>(dFull * 0.605));
+        const std::vector<uint16_t> vecOut = corrected(sLayout, references, sOut, vecIn);
+        EXPECT_THAT(makeCorrection(sLayout, &references.vecDark, &references.vecLight, nullptr, sOut)->description(),
+                    testing::HasSubstr(" 4 exceptions"))
+            << pFormat;
+        for (std::size_t i = 0; i < vecIn.size(); ++i) {
+            const double dDark = references.vecDark[i];
+            const double dGain = dFull * 0.7 / (double{references.vecLight[i]} - dDark);
+            ASSERT_NEAR(vecOut[i], (vecIn[i] - dDark) * dGain + dFull * 0.008,
+                        sLayout.pFormat->nBits <= 12 ? 1.0 : 1.0 + dGain / 2)
+                << pFormat << ", " << i;
+        }
+        // Light below the dark on the whole: no gain, and the pedestal alone is left where there is light.
+        std::fill(references.vecDark.begin(), references.vecDark.end(), static_cast<float>(dFull * 0.5));
+        std::fill(references.vecLight.begin(), references.vecLight.end(), static_cast<float>(dFull * 0.2));
+        std::fill_n(references.vecLight.begin() + 200, 100, static_cast<float>(dFull * 0.6));
+        const CorrectionOutput sMean{{eTargetMean, 0.0, dFull * 0.1}, nullptr};
+        const std::vector<uint16_t> vecFlat = corrected(sLayout, references, sMean, vecIn);
+        EXPECT_NEAR(vecFlat[250], dFull * 0.1, 1.0) << pFormat;
+        EXPECT_NEAR(vecFlat[0], vecIn[0] - dFull * 0.5 + dFull * 0.1, 1.5) << pFormat;
+    }
+}
+
 // One pixel far above the others is no reason to brighten them all.
 TEST(Output, BrightestPlaceLeavesMarkedPixelsOut) {
     for (const char* pFormat : {"Mono12", "BayerRG12", "RGB8"}) {
