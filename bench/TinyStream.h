@@ -11,7 +11,6 @@
 #include <thread>
 #include <vector>
 
-#include "xapel2_standin/Control.h"
 #include "xapel2_standin/Host.h"
 
 namespace XapelBench {
@@ -24,15 +23,11 @@ public:
 
     explicit CTinyStream(std::size_t nFrames) : m_vBuffers(nFrames), m_vMemory(nFrames * 64) {
         using namespace XAPEL2::StandIn;
-        Control::setFrameContent([](uint64_t, void* pImage, std::size_t) { *static_cast<uint8_t*>(pImage) = PIXEL; });
         require(openDataStream(m_pDevice, m_pStream), "open the stream");
         for (std::size_t i = 0; i < nFrames; ++i)
             require(announceBuffer(m_pStream, &m_vMemory[i * 64], 64, &m_vBuffers[i]), "announce a buffer");
     }
-    ~CTinyStream() {
-        XAPEL2::StandIn::closeDevice(m_pDevice);
-        XAPEL2::StandIn::Control::setFrameContent(nullptr);
-    }
+    ~CTinyStream() { XAPEL2::StandIn::closeDevice(m_pDevice); }
     CTinyStream(const CTinyStream&) = delete;
     CTinyStream& operator=(const CTinyStream&) = delete;
 
@@ -51,6 +46,9 @@ public:
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
         require(stopAcquisition(m_pStream), "end the camera's thread");
+        for (std::size_t i = 0; i < m_vMemory.size(); i += 64) {
+            m_vMemory[i] = PIXEL;
+        }
     }
 
     /// Fetches frames that wait. @throws std::runtime_error  a fetch failed.

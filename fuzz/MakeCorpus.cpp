@@ -112,6 +112,12 @@ void writeTiffs() {
         const std::string strCamera = sLayout.pFormat->isCfa() ? R"({"gain":[1,{"b":"x"}]})" : "";
         writeReferenceFile(path("reference-file", pFormat), {eReferenceDark, sLayout, 3, 0.25, 7.5, 0.5, strCamera,
                                                              std::vector<float>(sLayout.samples(), 77.3F)});
+        ReferenceImage light{eReferenceLight, sLayout, 3, 0.25, 7.5, 0.5, strCamera,
+                             std::vector<float>(sLayout.samples(), 77.3F)};
+        light.sOutput = {eTargetValue, 100.0, 2.5};
+        light.vecDefects = std::vector<uint8_t>(15, 0);
+        light.vecDefects[7] = eDefectHot;
+        writeReferenceFile(path("reference-file", std::string(pFormat) + "-defects"), light);
     }
 }
 
@@ -127,6 +133,8 @@ void writeTexts() {
     write("reference-description", "full", camera(R"({"a":[1,-2,0.5,true,null],"\u00e9\n":{"b":"\\\""}})"));
     write("reference-description", "deepest", camera(R"({"a":[{"a":[{"a":[[ ]]}]}]})"));
     write("reference-description", "too-deep", camera(R"({"a":[{"a":[{"a":[[[]]]}]}]})"));
+    write("reference-description", "output", description(R"(,"output":{"target":"max","pedestal":16})"));
+    write("reference-description", "output-number", description(R"(,"output":{"target":300.5,"pedestal":0})"));
     write("reference-description", "negative", description(R"(,"mean":-1)"));
     write("reference-description-limits", "deep", camera(std::string(900000, '[')));
     write("reference-description-limits", "deep-short", camera(R"({"a":)" + std::string(60000, '[')));

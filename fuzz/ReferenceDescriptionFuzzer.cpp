@@ -43,6 +43,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, std::size_t nBytes) 
     require(sFirst.nImages != 0 && isWithin(sFirst.dSaturatedShare, 1.0) && isWithin(sFirst.dMean, dFull) &&
                 isWithin(sFirst.dTemporalNoise, dFull),
             "every figure is in its range");
+    require(isWithin(sFirst.sOutput.dTarget, dFull) && isWithin(sFirst.sOutput.dPedestal, dFull / 2),
+            "the output is in its range");
     if (strText.size() > 60000)
         return 0;  // written anew it may be longer than a description can be
 
@@ -51,7 +53,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, std::size_t nBytes) 
     const ReferenceImage sSecond = parseDescription(strAgain.c_str(), 6, 4);
     require(sFirst.eKind == sSecond.eKind && sFirst.sLayout == sSecond.sLayout && sFirst.nImages == sSecond.nImages &&
                 sFirst.dSaturatedShare == sSecond.dSaturatedShare && sFirst.dMean == sSecond.dMean &&
-                sFirst.dTemporalNoise == sSecond.dTemporalNoise && sFirst.strCamera == sSecond.strCamera,
+                sFirst.dTemporalNoise == sSecond.dTemporalNoise && sFirst.strCamera == sSecond.strCamera &&
+                sFirst.sOutput.eTarget == sSecond.sOutput.eTarget &&
+                sFirst.sOutput.dTarget == sSecond.sOutput.dTarget &&
+                sFirst.sOutput.dPedestal == sSecond.sOutput.dPedestal,
             "what was written is read again");
     return 0;
 }

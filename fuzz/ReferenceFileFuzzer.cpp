@@ -27,6 +27,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, std::size_t nBytes) 
     std::vector<float>& rSamples = sReference.vSamples;
     require(rLayout.isPossible() && rSamples.size() == rLayout.samples(), "a reference has all samples of its size");
     require(rSamples.size() * sizeof(float) < nBytes, "every sample comes from the file");
+    require(sReference.vecDefects.empty() || (sReference.vecDefects.size() == rLayout.nWidth * rLayout.nHeight &&
+                                              sReference.vecDefects.size() < nBytes),
+            "a map has a byte for each pixel, which comes from the file");
     const auto fFull = static_cast<float>(rLayout.pFormat->fullScale());
     require(std::all_of(rSamples.begin(), rSamples.end(), [&](float f) { return f >= 0.0F && f <= fFull; }),
             "a sample is from 0 to full scale");

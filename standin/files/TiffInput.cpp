@@ -49,19 +49,24 @@ void readAt(int iFile, uint64_t uOffset, uint8_t* pBytes, std::size_t nBytes, co
     require(nRead == static_cast<ssize_t>(nBytes), strElse);
 }
 
-/// Size of the file, whose directory has few tags with no more values together than the file has bytes. What is wrong
-/// otherwise is left to the TIFF library.
-uint64_t checkedSize(int iFile) {
+uint64_t sizeOf(int iFile) {
     struct stat sStatus = {};
     require(fstat(iFile, &sStatus) == 0 && S_ISREG(sStatus.st_mode), "not a regular file");
-    const auto nFileBytes = static_cast<uint64_t>(sStatus.st_size);
+    return static_cast<uint64_t>(sStatus.st_size);
+}
+
+/// Checks that the directory at uPage, or the first one for 0, has few tags with no more values together than the file
+/// has bytes. What is wrong otherwise is left to the TIFF library. Returns the place of the next directory, 0 where
+/// there is none.
+uint64_t checkDirectory(int iFile, uint64_t nFileBytes, uint64_t uPage) {
     std::array<uint8_t, 16> aHead = {};
     readAt(iFile, 0, aHead.data(), aHead.size(), "not a TIFF file");
     const bool bBig = aHead[0] == 'M';
     const bool bLarge = number(&aHead[2], 2, bBig) == 43;  // BigTIFF: 64-bit offsets and counts
     const std::size_t nCount = bLarge ? 8 : 2;
     const std::size_t nEntry = bLarge ? 20 : 12;
-    const uint64_t uDirectory = bLarge ? number(&aHead[8], 8, bBig) : number(&aHead[4], 4, bBig);
+    const uint64_t uFirst = bLarge ? number(&aHead[8], 8, bBig) : number(&aHead[4], 4, bBig);
+    const uint64_t uDirectory = uPage != 0 ? uPage : uFirst;
     std::vector<uint8_t> vBytes(DIRECTORY_ENTRIES_MAX * nEntry);
     readAt(iFile, uDirectory, vBytes.data(), nCount, "the directory lies outside the file");
     const uint64_t nEntries = number(vBytes.data(), nCount, bBig);
@@ -74,7 +79,14 @@ uint64_t checkedSize(int iFile) {
         require(n <= nFileBytes - nValues, "the tags claim more values than the file has bytes");
         nValues += n;
     }
-    return nFileBytes;
+    std::array<uint8_t, 8> aNext = {};
+    const uint64_t uEnd = uDirectory + nCount + nEntries * nEntry;
+    const std::size_t nPlace = bLarge ? 8 : 4;
+    if (uEnd + nPlace > nFileBytes) {
+        return 0;  // cut off there: the TIFF library takes it for the last one too
+    }
+    readAt(iFile, uEnd, aNext.data(), nPlace, "the directory lies outside the file");
+    return number(aNext.data(), nPlace, bBig);
 }
 
 }  // namespace
@@ -82,8 +94,18 @@ uint64_t checkedSize(int iFile) {
 // m: no memory map, which would raise a signal when somebody shortens the file; c: strips as they are in the file.
 CTiffInput::CTiffInput(const std::string& strFile)
     : m_sFile(openFile(strFile)),
-      m_nFileBytes(checkedSize(m_sFile.get())),
+      m_nFileBytes(sizeOf(m_sFile.get())),
+      m_uNextPage(checkDirectory(m_sFile.get(), m_nFileBytes, 0)),
       m_sTiff(m_sFile.get(), "rmc", m_nFileBytes) {}
+
+bool CTiffInput::nextPage() {
+    if (m_uNextPage == 0) {
+        return false;
+    }
+    m_uNextPage = checkDirectory(m_sFile.get(), m_nFileBytes, m_uNextPage);
+    m_sTiff.check(TIFFReadDirectory(get()) == 1, "the next page cannot be read");
+    return true;
+}
 
 uint16_t CTiffInput::tag(uint32_t uTag) const {
     uint16_t uValue = 0;

@@ -12,14 +12,18 @@
 namespace XAPEL2 {
 namespace StandIn {
 
-/// A regular file whose first directory the TIFF library has read. Before that, the directory's size is checked:
-/// the library keeps the values of every tag in memory, also of unknown ones, and its own limit is one for each
-/// allocation. Memory and time are thereby bounded by a few times the size of the file.
+/// A regular file with a directory, at first the first one, that the TIFF library has read. Before that, the
+/// directory's size is checked: the library keeps the values of every tag in memory, also of unknown ones, and its own
+/// limit is one for each allocation. Memory and time are thereby bounded by a few times the size of the file.
 /// @threads any, one object from one thread at a time.
 class CTiffInput {
 public:
     /// Does not wait, neither for a pipe nor for a device. @throws CFileError
     explicit CTiffInput(const std::string& strFile);
+
+    /// Goes on to the next directory, checked as the first one was; false, and nothing changed, where there is none.
+    /// @throws CFileError
+    bool nextPage();
 
     TIFF* get() const { return m_sTiff.get(); }
 
@@ -40,6 +44,7 @@ private:
 
     CFileDescriptor m_sFile;
     uint64_t m_nFileBytes;
+    uint64_t m_uNextPage = 0;  // place of the next directory, 0: none
     CTiffHandle m_sTiff;
 };
 

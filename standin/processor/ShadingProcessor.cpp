@@ -24,6 +24,10 @@
 namespace XAPEL2 {
 namespace StandIn {
 
+// Here, since the texts are others in each file that includes them.
+const std::array<const char*, 4> CShadingProcessor::PARAMETERS = {
+    SHADING_PARAM_BOX_LIGHT, SHADING_PARAM_BOX_DARK, SHADING_PARAM_MEDIAN_LIGHT, SHADING_PARAM_MEDIAN_DARK};
+
 namespace {
 
 constexpr const auto& PARAMETERS = CShadingProcessor::PARAMETERS;
@@ -200,7 +204,12 @@ int64_t CShadingProcessor::Impl::apply(const ShadingInputs& rInputs, ShadingAnsw
         filterReference(sLayout, sRadii, aFiltered[eKind]);
         apSamples[eKind] = &aFiltered[eKind];
     }
-    auto pCorrection = makeCorrection(sLayout, apSamples[eReferenceDark], apSamples[eReferenceLight]);
+    CorrectionOutput sOutput;
+    if (m_aReferences[eReferenceLight]) {
+        sOutput = {m_aReferences[eReferenceLight]->sOutput, &m_aReferences[eReferenceLight]->vecDefects};
+    }
+    auto pCorrection =
+        makeCorrection(sLayout, apSamples[eReferenceDark], apSamples[eReferenceLight], nullptr, sOutput);
     std::string strCorrection = pCorrection->description();
     m_pCorrection = std::move(pCorrection);
     describe(std::move(strCorrection));

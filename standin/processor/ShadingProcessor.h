@@ -56,8 +56,7 @@ public:
         return execute(iCommand, rInputs, answer);
     }
 
-    static constexpr std::array<const char*, 4> PARAMETERS = {SHADING_PARAM_BOX_LIGHT, SHADING_PARAM_BOX_DARK,
-                                                              SHADING_PARAM_MEDIAN_LIGHT, SHADING_PARAM_MEDIAN_DARK};
+    static const std::array<const char*, 4> PARAMETERS;
 
     /// False, and nothing changed, when the name is unknown or the value out of range.
     bool setParameter(const std::string& strName, int64_t iValue);

@@ -139,3 +139,12 @@ TEST_F(Report, WrongUseAndAFileThatCannotBeWritten) {
     run({"report", "--light", strPair, "-o", m_Folder / "taken"}, 3, "taken");
     EXPECT_THAT(m_Folder.names(), ::testing::UnorderedElementsAre("dark.tif", "light.tif", "taken"));
 }
+
+// References of another camera of the same model: once a verdict of "good".
+TEST_F(Report, ReferencesOfAnotherCameraMissTheirPrediction) {
+    recordPair("sim:3?width=64&height=48", 16);
+    EXPECT_EQ(report("sim:3?width=64&height=48").at("findings").size(), 1U) << "the dark reference has few frames";
+    const json other = report("sim:4?width=64&height=48", 0, "another camera");
+    EXPECT_EQ(other.at("verdict"), "warning");
+    EXPECT_EQ(other.at("findings").back().at("id"), "measured-missed");
+}

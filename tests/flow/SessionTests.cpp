@@ -14,11 +14,11 @@
 #include <sys/resource.h>
 
 #include "TemporaryFolder.h"
+#include "standin/host/testing/Control.h"
 #include "toolkit/sessions/CorrectedStream.h"
 #include "toolkit/sessions/Interrupt.h"
 #include "toolkit/sessions/Pair.h"
 #include "toolkit/sessions/Recording.h"
-#include "xapel2_standin/Control.h"
 #include "xapel2_standin/ReferenceFile.h"
 
 namespace Control = XAPEL2::StandIn::Control;

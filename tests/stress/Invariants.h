@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "xapel2_standin/Control.h"
+#include "standin/host/testing/Control.h"
 
 #include "Camera.h"
 

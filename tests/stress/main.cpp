@@ -14,7 +14,7 @@
 #include <random>
 #include <thread>
 
-#include "xapel2_standin/Control.h"
+#include "standin/host/testing/Control.h"
 
 #include "Invariants.h"
 #include "TemporaryFolder.h"

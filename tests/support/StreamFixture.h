@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "xapel2_standin/Control.h"
+#include "standin/host/testing/Control.h"
 #include "xapel2_standin/Host.h"
 
 namespace XapelTest {

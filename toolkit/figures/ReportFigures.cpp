@@ -10,6 +10,7 @@
 #include <limits>
 
 #include "toolkit/figures/Curves.h"
+#include "toolkit/figures/Prediction.h"
 #include "toolkit/frames/Percentile.h"
 #include "toolkit/text/Texts.h"
 
@@ -48,6 +49,20 @@ MeanImage blackLike(const MeanImage& rImage) {
     return Black;
 }
 
+std::string filterText(const PairOptions& rFiles) {
+    std::string strText;
+    const auto fnAdd = [&](unsigned nRadius, const char* pName) {
+        if (nRadius > 0) {
+            strText += (strText.empty() ? "" : ", ") + std::string(pName) + ' ' + std::to_string(nRadius);
+        }
+    };
+    fnAdd(rFiles.nMedianDark, "median on the dark reference, radius");
+    fnAdd(rFiles.nBoxDark, "box on the dark reference, radius");
+    fnAdd(rFiles.nMedianLight, "median on the light reference, radius");
+    fnAdd(rFiles.nBoxLight, "box on the light reference, radius");
+    return strText;
+}
+
 class CFigureSource {
 public:
     explicit CFigureSource(const ReportInput& rInput) : m_rInput(rInput), m_rPair(rInput.Pair) {}
@@ -65,13 +80,13 @@ public:
         rJson["after"] = nullptr;
         if (bEven) {
             const MeanImage& rAfter = *m_rInput.Light.After;
-            rJson["after"] = classesJson(bDark ? *m_rInput.Dark.After : blackLike(rAfter), rAfter, dGain, bDark);
+            rJson["after"] = classesJson(bDark ? darkAfter() : blackLike(rAfter), rAfter, dGain, bDark);
         }
         rJson["nonUniformityText"] = nonUniformityText(bEven, bDark);
         addSummary(rJson);
-        if (rJson["summary"]["prnuAfter"] == 0.0) {
+        if (bEven && rJson["summary"]["prnuAfter"].is_null()) {
             rJson["nonUniformityText"] = rJson["nonUniformityText"].get<std::string>() +
-                                         " A PRNU of 0 means that it is hidden by the unevenness in the dark.";
+                                         " A PRNU that is not told is hidden by noise, or by the unevenness in the dark.";
         }
     }
 
@@ -141,8 +156,11 @@ public:
                          {"addedMedianMs", percentile(rCorrected, 0.5) - percentile(rPlain, 0.5)}};
     }
 
+    /// After addNonUniformity(): judges what that has measured.
     void addJudgement(ordered_json& rJson) const {
-        const Findings vecFindings = findings();
+        Findings vecFindings = findings();
+        const Findings vecMeasured = measuredFindings(rJson["summary"]);
+        vecFindings.insert(vecFindings.end(), vecMeasured.begin(), vecMeasured.end());
         rJson["verdict"] = verdict(vecFindings);
         std::string strCounts;
         for (const auto& [eLevel, pName] : {std::pair(eRefusal, "refusal"), {eWarning, "warning"}, {eNote, "note"}}) {
@@ -152,9 +170,9 @@ public:
                 strCounts += (strCounts.empty() ? "" : ", ") + counted(static_cast<uint64_t>(nCount), pName);
             }
         }
-        rJson["verdictText"] = (strCounts.empty() ? "Nothing to object to" : strCounts) +
-                               ". Judged: each reference, the two as a pair" +
-                               (m_rInput.strDevice.empty() ? "." : ", and whether they fit the camera.");
+        rJson["verdictText"] =
+            (strCounts.empty() ? "Nothing to object to" : strCounts) + ". Judged: each reference, the two as a pair" +
+            (m_rInput.strDevice.empty() ? "." : ", whether they fit the camera, and what they leave.");
         rJson["findings"] = toJson(vecFindings);
         rJson["references"] = toJson(m_rPair);
     }
@@ -169,15 +187,29 @@ private:
                 vecOnce.push_back(rFinding);
             }
         }
+        return vecOnce;
+    }
+
+    Findings measuredFindings(const ordered_json& rSummary) const {
+        Findings vecFound;
         const double dSaturated = m_rInput.bSelfTest ? 0.0 : m_rInput.Light.Before->dSaturatedShare;
         if (dSaturated > SATURATED_MAX) {
-            vecOnce.push_back({eWarning, "measured-saturated",
-                               fixed(100.0 * dSaturated, 1) +
-                                   " % of the samples of the measured frames are at full scale: what is cut off there "
-                                   "looks even, and the figures after correction are too good.",
-                               "Shorten the exposure or dim the light, and make the report again."});
+            vecFound.push_back({eWarning, "measured-saturated",
+                                fixed(100.0 * dSaturated, 1) +
+                                    " % of the samples of the measured frames are at full scale: what is cut off there "
+                                    "looks even, and the figures after correction are too good.",
+                                "Shorten the exposure or dim the light, and make the report again."});
         }
-        return vecOnce;
+        const auto fnNumber = [&](const char* pKey) {
+            return rSummary[pKey].is_number() ? rSummary[pKey].get<double>() : std::numeric_limits<double>::quiet_NaN();
+        };
+        // A filter trades the single pixels for less noise, and what is cut off cannot be made even: neither is predicted.
+        const bool bPredicted = m_rPair.Pair && filterText(m_rInput.Files).empty() && dSaturated <= SATURATED_MAX;
+        const Findings vecMissed = compareWithPrediction(
+            m_rInput.Light, {fnNumber("prnuBefore"), fnNumber("prnuAfter")},
+            bPredicted ? m_rPair.Pair->Figures.dResidualPercent : std::numeric_limits<double>::quiet_NaN());
+        vecFound.insert(vecFound.end(), vecMissed.begin(), vecMissed.end());
+        return vecFound;
     }
 
     static ordered_json classesJson(const MeanImage& rDark, const MeanImage& rEven, double dGain, bool bDark) {
@@ -191,6 +223,33 @@ private:
             }
         }
         return Json;
+    }
+
+    // Corrected images end at 0 DN, and what is cut off there looks even. The mean of the corrected frames follows from
+    // that of the raw ones, where no filter has changed the references and the formula is the plain one.
+    bool isDarkComputed() const {
+        return filterText(m_rInput.Files).empty() && (!m_rPair.Light || m_rPair.Light->sOutput.isDefault());
+    }
+
+    MeanImage darkAfter() const {
+        if (!isDarkComputed()) {
+            return *m_rInput.Dark.After;
+        }
+        MeanImage image = *m_rInput.Dark.Before;
+        const StandIn::ReferenceImage* pDark = m_rPair.Dark ? &*m_rPair.Dark : nullptr;
+        const std::vector<float> vecGains = gainsOf(pDark, m_rPair.Light ? &*m_rPair.Light : nullptr);
+        double dSquares = 0.0;
+        for (std::size_t i = 0; i < image.vSamples.size(); ++i) {
+            image.vSamples[i] = (image.vSamples[i] - (pDark != nullptr ? pDark->vSamples[i] : 0.0F)) * vecGains[i];
+            dSquares += static_cast<double>(vecGains[i]) * vecGains[i];
+        }
+        // The noise of the dark is about the same in every pixel.
+        dSquares /= static_cast<double>(image.vSamples.size());
+        image.dTemporalVariance *= dSquares;
+        for (double& rVariance : image.vecClassVariance) {
+            rVariance *= dSquares;
+        }
+        return image;
     }
 
     std::string nonUniformityText(bool bEven, bool bDark) const {
@@ -208,8 +267,11 @@ private:
                    "correction is not given: that takes two or more dark frames that are not in the reference.";
         }
         return "Mean of " + strDark + " and " + strEven +
-               " frames that are not in the references, their temporal noise taken out. Corrected dark frames end at 0 "
-               "DN, which makes their DSNU a little low.";
+               " frames that are not in the references, their temporal noise taken out." +
+               (isDarkComputed() ? " The dark signal after correction is that of the formula, below 0 DN too, where "
+                                   "corrected images end."
+                                 : " Corrected dark frames end at 0 DN: without a pedestal their DSNU reads half of "
+                                   "what it is.");
     }
 
     // The colour that is worst after correction, or before where nothing was measured after.
@@ -257,20 +319,6 @@ std::string timeText() {
     return acText;
 }
 
-std::string filterText(const PairOptions& rFiles) {
-    std::string strText;
-    const auto fnAdd = [&](unsigned nRadius, const char* pName) {
-        if (nRadius > 0) {
-            strText += (strText.empty() ? "" : ", ") + std::string(pName) + ' ' + std::to_string(nRadius);
-        }
-    };
-    fnAdd(rFiles.nMedianDark, "median on the dark reference, radius");
-    fnAdd(rFiles.nBoxDark, "box on the dark reference, radius");
-    fnAdd(rFiles.nMedianLight, "median on the light reference, radius");
-    fnAdd(rFiles.nBoxLight, "box on the light reference, radius");
-    return strText;
-}
-
 ordered_json textOrNull(const std::string& strText) {
     return strText.empty() ? ordered_json() : ordered_json(strText);
 }
@@ -305,8 +353,8 @@ ordered_json reportFigures(const ReportInput& rInput) {
     Json["camera"] = toJson(rInput.Camera);
     Json["frames"] = {{"dark", frames(rInput.Dark)}, {"light", rInput.bSelfTest ? 0 : frames(rInput.Light)}};
     const CFigureSource Source(rInput);
-    Source.addJudgement(Json);
     Source.addNonUniformity(Json);
+    Source.addJudgement(Json);
     Source.addTime(Json);
     Json["gain"] = gainJson(rInput);
     Source.addDefects(Json);

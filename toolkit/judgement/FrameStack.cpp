@@ -4,6 +4,8 @@
 
 #include "toolkit/judgement/FrameStack.h"
 
+#include <algorithm>
+#include <cmath>
 #include <limits>
 #include <stdexcept>
 
@@ -16,6 +18,7 @@ CFrameStack::CFrameStack(const StandIn::ImageLayout& rLayout) : m_sLayout(rLayou
     }
     m_vecSum.resize(rLayout.samples());
     m_vecSquares.resize(rLayout.samples());
+    m_vecClassMeans.resize(rLayout.classes());
 }
 
 void CFrameStack::add(const Frame& rFrame) {
@@ -25,20 +28,44 @@ void CFrameStack::add(const Frame& rFrame) {
     }
     const uint32_t uFullScale = m_sLayout.pFormat->fullScale();
     uint64_t nSaturated = 0;
+    std::vector<uint64_t> vecClassSums(m_sLayout.classes(), 0);
     for (std::size_t i = 0; i < m_vecSum.size(); ++i) {
         const uint64_t uSample = rFrame.aSamples[i];
         m_vecSum[i] += uSample;
         m_vecSquares[i] += uSample * uSample;
+        vecClassSums[m_sLayout.classOf(i)] += uSample;
         nSaturated += uSample >= uFullScale ? 1U : 0U;
     }
     m_nSaturated += nSaturated;
     ++m_nFrames;
+    double dMean = 0.0;
+    for (unsigned i = 0; i < m_sLayout.classes(); ++i) {
+        const auto dSum = static_cast<double>(vecClassSums[i]);
+        m_vecClassMeans[i].push_back(dSum / std::max(1.0, static_cast<double>(m_sLayout.samplesOf(i))));
+        dMean += dSum / static_cast<double>(m_vecSum.size());
+    }
+    m_sMeans.dFirst = m_nFrames == 1 ? dMean : m_sMeans.dFirst;
+    m_sMeans.dLast = dMean;
+    m_sMeans.dLeast = std::fmin(m_sMeans.dLeast, dMean);
+    m_sMeans.dMost = std::fmax(m_sMeans.dMost, dMean);
 }
 
 double CFrameStack::variance(std::size_t iSample) const {
     const auto dFrames = static_cast<double>(m_nFrames);
     const auto dSum = static_cast<double>(m_vecSum[iSample]);
     return (static_cast<double>(m_vecSquares[iSample]) - dSum * dSum / dFrames) / (dFrames - 1.0);
+}
+
+double CFrameStack::varianceOfMeans(unsigned iClass) const {
+    const std::vector<double>& rMeans = m_vecClassMeans[iClass];
+    double dMean = 0.0, dSquares = 0.0;
+    for (const double dFrame : rMeans) {
+        dMean += dFrame / static_cast<double>(rMeans.size());
+    }
+    for (const double dFrame : rMeans) {
+        dSquares += (dFrame - dMean) * (dFrame - dMean);
+    }
+    return dSquares / (static_cast<double>(rMeans.size()) - 1.0);
 }
 
 MeanImage CFrameStack::mean() const {
@@ -48,6 +75,7 @@ MeanImage CFrameStack::mean() const {
     MeanImage Result;
     Result.sLayout = m_sLayout;
     Result.nFrames = m_nFrames;
+    Result.sMeans = m_sMeans;
     Result.vSamples.resize(m_vecSum.size());
     const auto dFrames = static_cast<double>(m_nFrames);
     Result.dSaturatedShare = static_cast<double>(m_nSaturated) / (dFrames * static_cast<double>(m_vecSum.size()));
@@ -58,18 +86,23 @@ MeanImage CFrameStack::mean() const {
         Result.dTemporalVariance = std::numeric_limits<double>::quiet_NaN();
         return Result;
     }
-    std::vector<double> vecSum(colourClasses(*m_sLayout.pFormat), 0.0), vecCount(vecSum.size(), 0.0);
-    double dAll = 0.0;
+    std::vector<double> vecVariances(m_sLayout.classes(), 0.0), vecMeans(vecVariances), vecSquares(vecVariances);
     for (std::size_t i = 0; i < m_vecSum.size(); ++i) {
-        const unsigned iClass = colourClass(*m_sLayout.pFormat, m_sLayout.nWidth, i);
-        const double dVariance = variance(i);
-        vecSum[iClass] += dVariance;
-        vecCount[iClass] += 1.0;
-        dAll += dVariance;
+        const unsigned iClass = m_sLayout.classOf(i);
+        const double dHere = static_cast<double>(m_vecSum[i]) / dFrames;
+        vecVariances[iClass] += variance(i);
+        vecMeans[iClass] += dHere;
+        vecSquares[iClass] += dHere * dHere;
     }
-    Result.dTemporalVariance = dAll / static_cast<double>(m_vecSum.size());
-    for (std::size_t i = 0; i < vecSum.size(); ++i) {
-        Result.vecClassVariance.push_back(vecSum[i] / vecCount[i]);
+    Result.dTemporalVariance = 0.0;
+    for (unsigned i = 0; i < m_sLayout.classes(); ++i) {
+        const auto dSamples = static_cast<double>(m_sLayout.samplesOf(i));
+        const double dShape = vecMeans[i] > 0.0 ? vecSquares[i] * dSamples / (vecMeans[i] * vecMeans[i]) : 1.0;
+        const double dVariance =
+            dSamples > 0.0 ? StandIn::steadyVariance(vecVariances[i] / dSamples, varianceOfMeans(i), dShape, dSamples)
+                           : 0.0;
+        Result.vecClassVariance.push_back(dVariance);
+        Result.dTemporalVariance += dVariance * dSamples / static_cast<double>(m_vecSum.size());
     }
     return Result;
 }
@@ -92,6 +125,10 @@ MeanImage meanOf(const StandIn::ReferenceImage& rReference) {
     Result.vSamples = rReference.vSamples;
     Result.dTemporalVariance = rReference.nImages < 2 ? std::numeric_limits<double>::quiet_NaN()
                                                       : rReference.dTemporalNoise * rReference.dTemporalNoise;
+    for (const double dNoise : rReference.vClassNoise) {
+        Result.vecClassVariance.push_back(dNoise * dNoise);
+    }
+    Result.sMeans = rReference.sMeans;
     Result.dSaturatedShare = rReference.dSaturatedShare;
     return Result;
 }

@@ -21,6 +21,7 @@ struct MeanImage {
     std::vector<float> vSamples;             ///< DN, row by row, channels of a pixel side by side
     double dTemporalVariance = 0.0;          ///< of a sample from frame to frame, mean over all, DN^2; NaN: unknown
     std::vector<double> vecClassVariance{};  ///< the same for each colour class; empty: unknown
+    StandIn::FrameMeans sMeans{};            ///< how the light went
     double dSaturatedShare = 0.0;            ///< share of samples at full scale over all frames, 0 to 1
 };
 
@@ -38,24 +39,30 @@ public:
     const StandIn::ImageLayout& layout() const { return m_sLayout; }
 
     /// The mean, and the temporal variance of each sample (divisor L - 1) averaged over the samples, after EMVA 1288
-    /// R4, noise of an image stack; unknown for a single frame.
+    /// R4, noise of an image stack, without the changes that all samples of a class share (steadyVariance()); unknown
+    /// for a single frame.
     /// @throws std::logic_error  there is no frame.
     MeanImage mean() const;
 
-    /// Temporal variance of each sample, DN^2. @throws std::logic_error  there are fewer than two frames.
+    /// Temporal variance of each sample, DN^2, common changes included. @throws std::logic_error  there are fewer than
+    /// two frames.
     std::vector<float> temporalVariances() const;
 
 private:
     double variance(std::size_t iSample) const;
+    double varianceOfMeans(unsigned iClass) const;
 
     StandIn::ImageLayout m_sLayout;
     uint64_t m_nFrames = 0;
     uint64_t m_nSaturated = 0;
     std::vector<uint64_t> m_vecSum;
     std::vector<uint64_t> m_vecSquares;
+    std::vector<std::vector<double>> m_vecClassMeans;  // of each class, the mean of each frame
+    StandIn::FrameMeans m_sMeans;
 };
 
-/// A recorded reference as a mean image. Its noise is known over all samples only, and not at all for one frame.
+/// A recorded reference as a mean image. Where its file is an older one, its noise is known over all samples only; that
+/// of one frame is not known at all.
 MeanImage meanOf(const StandIn::ReferenceImage& rReference);
 
 /// Names of the colour classes of a format, in the order of colourClass(): "mono"; "R", "G1", "G2", "B" of the sites of

@@ -24,6 +24,8 @@ constexpr double DARK_MOST = 10.0;           // percent of full scale
 constexpr double NOISE_LEAST = 0.24;         // DN: EMVA 1288, least dark noise that quantisation does not distort
 constexpr double BLACK_CLIPPED = 0.01;       // share of the samples
 constexpr uint64_t FRAMES_LEAST = 8;         // from here on the reference adds 6 % or less to a frame's own noise
+constexpr double DRIFT_NOTED = 0.002;        // of the mean, brightest to dimmest frame
+constexpr double DRIFT_WARNED = 0.01;        // of the mean
 constexpr double SETTING_TOLERANCE = 0.005;  // relative: cameras round what is set
 constexpr double SELF_TEST_MOST = 1.0;       // DN, what the tables of the image processor keep up to 12 bits
 constexpr double GAIN_MOST = 16.0;           // of the image processor
@@ -72,6 +74,31 @@ void judgeNoise(const ReferenceFigures& rFigures, Findings& rFindings) {
         rFindings.push_back({eWarning, "no-noise", "All frames are the same, to the last bit.",
                              "Make sure that the camera delivers live frames, not a test picture."});
     }
+}
+
+/// The light of a light reference, and the level of a dark one, that changed from frame to frame. The figures are free
+/// of it; the frames to be corrected are not.
+void judgeDrift(const ReferenceFigures& rFigures, Findings& rFindings) {
+    const StandIn::FrameMeans& rMeans = rFigures.sMeans;
+    if (rFigures.nFrames < 2 || std::isnan(rMeans.dFirst) || rFigures.dMean <= 0.0) {
+        return;
+    }
+    const double dRange = rMeans.dMost - rMeans.dLeast;
+    const double dByChance = 6.0 * rFigures.dTemporalNoise / std::sqrt(static_cast<double>(rFigures.sLayout.samples()));
+    const bool bLight = rFigures.eKind == StandIn::eReferenceLight;
+    const double dNoted = bLight ? DRIFT_NOTED * rFigures.dMean : rFigures.dTemporalNoise / 4.0;
+    const double dWarned = bLight ? DRIFT_WARNED * rFigures.dMean : rFigures.dTemporalNoise;
+    if (dRange < std::max(dNoted, dByChance)) {
+        return;
+    }
+    const auto fnPercent = [&](double dValue) { return fixed(100.0 * dValue / rFigures.dMean, 2) + " %"; };
+    rFindings.push_back({dRange >= std::max(dWarned, dByChance) ? eWarning : eNote, "drift",
+                         "The mean of a frame went from " + fixed(rMeans.dFirst, 2) + " DN in the first to " +
+                             fixed(rMeans.dLast, 2) + " DN in the last (" + fnPercent(rMeans.dLast - rMeans.dFirst) +
+                             "), within " + fixed(rMeans.dLeast, 2) + " to " + fixed(rMeans.dMost, 2) + " DN (" +
+                             fnPercent(dRange) + ").",
+                         bLight ? "Let the lamp warm up, and keep it from flickering."
+                                : "Let the camera warm up before the dark reference is recorded."});
 }
 
 void judgeLight(const ReferenceFigures& rFigures, Findings& rFindings) {
@@ -269,6 +296,7 @@ ReferenceJudgement judgeReference(const StandIn::ReferenceImage& rReference, con
     if (rReference.nImages > 1) {
         rFigures.dTemporalNoise = rReference.dTemporalNoise;
     }
+    rFigures.sMeans = rReference.sMeans;
     const bool bWithDark = pDark && pDark->sLayout.hasSamplesLike(rReference.sLayout);
     rFigures.vecDefects = findDefects(rReference, bWithDark ? pDark : nullptr);
     rFigures.Settings = cameraSettingsFromJson(rReference.strCamera);
@@ -280,6 +308,7 @@ ReferenceJudgement judgeReference(const StandIn::ReferenceImage& rReference, con
         judgeDark(rReference, rFigures, Result.vecFindings);
     }
     judgeNoise(rFigures, Result.vecFindings);
+    judgeDrift(rFigures, Result.vecFindings);
     return Result;
 }
 

@@ -44,6 +44,7 @@ struct ReferenceFigures {
     double dMeanPercent = 0.0;                                         ///< of full scale
     double dSaturatedShare = 0.0;                                      ///< of all samples of all frames, 0 to 1
     double dTemporalNoise = std::numeric_limits<double>::quiet_NaN();  ///< of one frame, DN
+    StandIn::FrameMeans sMeans;                                        ///< how the light went
     std::vector<double> vecClassMeans;                                 ///< DN, in the order of colourClassNames()
     std::vector<Defect> vecDefects;  ///< hot pixels of a dark reference, dead and bright ones of a light reference
     CameraSettings Settings;         ///< from the file
@@ -100,7 +101,8 @@ std::string describe(const PairJudgement& rJudgement);
 /// [{"severity": "note" | "warning" | "refusal", "id", "text", "advice", "final"}]
 nlohmann::ordered_json toJson(const Findings& rFindings);
 /// {"kind", "pixelFormat", "width", "height", "frames", "mean", "meanPercent", "saturatedShare", "temporalNoise",
-/// "classes": [{"class", "mean"}], "hotPixels", "deadPixels", "brightPixels", "camera", "verdict", "findings"}
+/// "frameMeans": {"first", "last", "least", "most"}, "classes": [{"class", "mean"}], "hotPixels", "deadPixels",
+/// "brightPixels", "camera", "verdict", "findings"}
 nlohmann::ordered_json toJson(const ReferenceJudgement& rJudgement);
 /// {"conversionGain", "electrons", "predictedResidualPercent", "selfTestDn", "nonUniformity", "verdict", "findings"}
 nlohmann::ordered_json toJson(const PairJudgement& rJudgement);

@@ -36,6 +36,10 @@ nlohmann::ordered_json toJson(const ReferenceJudgement& rJudgement) {
                                      {"meanPercent", rFigures.dMeanPercent},
                                      {"saturatedShare", rFigures.dSaturatedShare},
                                      {"temporalNoise", rFigures.dTemporalNoise}};
+    Result["frameMeans"] = {{"first", rFigures.sMeans.dFirst},
+                            {"last", rFigures.sMeans.dLast},
+                            {"least", rFigures.sMeans.dLeast},
+                            {"most", rFigures.sMeans.dMost}};
     const std::vector<std::string> vecNames = colourClassNames(*rFigures.sLayout.pFormat);
     for (std::size_t i = 0; i < vecNames.size(); ++i) {
         Result["classes"].push_back({{"class", vecNames[i]}, {"mean", rFigures.vecClassMeans[i]}});

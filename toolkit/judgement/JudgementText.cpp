@@ -36,9 +36,19 @@ std::string withUnit(double dValue, int nDigits, const char* pUnit) {
     return std::isnan(dValue) ? "unknown" : fixed(dValue, nDigits) + " " + pUnit;
 }
 
-std::string splitText(const Split& rSplit, int nDigits, const char* pUnit) {
-    return withUnit(rSplit.dTotal, nDigits, pUnit) + " (row " + fixed(rSplit.dRow, nDigits) + ", column " +
-           fixed(rSplit.dColumn, nDigits) + ", pixel " + fixed(rSplit.dPixel, nDigits) + ")";
+std::string resolvedText(double dValue, double dLimit, int nDigits) {
+    return std::isnan(dValue) && std::isnan(dLimit) ? "unknown"
+           : std::isnan(dValue)                     ? "not resolved, below " + fixed(dLimit, nDigits)
+                                                    : fixed(dValue, nDigits);
+}
+
+std::string splitText(const Split& rSplit, const Split& rUncertainty, const Split& rLimit, int nDigits,
+                      const char* pUnit) {
+    return resolvedText(rSplit.dTotal, rLimit.dTotal, nDigits) +
+           (std::isnan(rUncertainty.dTotal) ? "" : " +- " + fixed(rUncertainty.dTotal, nDigits)) + " " + pUnit +
+           " (row " + resolvedText(rSplit.dRow, rLimit.dRow, nDigits) + ", column " +
+           resolvedText(rSplit.dColumn, rLimit.dColumn, nDigits) + ", pixel " +
+           resolvedText(rSplit.dPixel, rLimit.dPixel, nDigits) + ")";
 }
 
 }  // namespace
@@ -114,8 +124,11 @@ std::string describe(const PairJudgement& rJudgement) {
                           line("predicted residual", withUnit(rFigures.dResidualPercent, 3, "%"));
     for (const ClassNonUniformity& rClass : rFigures.Unevenness.vecClasses) {
         const std::string strClass = rFigures.Unevenness.vecClasses.size() > 1 ? " " + rClass.strName : "";
-        strText += line(("DSNU1288" + strClass).c_str(), splitText(rClass.Dsnu, 2, rFigures.Unevenness.dsnuUnit())) +
-                   line(("PRNU1288" + strClass).c_str(), splitText(rClass.Prnu, 3, "%"));
+        strText +=
+            line(("DSNU1288" + strClass).c_str(),
+                 splitText(rClass.Dsnu, rClass.DsnuUncertainty, rClass.DsnuLimit, 2, rFigures.Unevenness.dsnuUnit())) +
+            line(("PRNU1288" + strClass).c_str(),
+                 splitText(rClass.Prnu, rClass.PrnuUncertainty, rClass.PrnuLimit, 3, "%"));
     }
     if (!std::isnan(rFigures.dSelfTestDn)) {
         strText += line("self test", "flat to " + fixed(rFigures.dSelfTestDn, 2) + " DN");

@@ -30,7 +30,7 @@ double varianceOfValues(const std::vector<double>& rValues) {
     for (const double dValue : rValues) {
         dSquares += (dValue - dMean) * (dValue - dMean);
     }
-    return dSquares / (static_cast<double>(rValues.size()) - 1.0);
+    return dSquares / static_cast<double>(rValues.size());
 }
 
 /// Means of the rows and the columns, of all, and the sum of squares about the latter.
@@ -70,15 +70,14 @@ double planeMean(const ColourPlane& rPlane) {
     return rPlane.vSamples.empty() ? UNKNOWN : dSum / static_cast<double>(rPlane.vSamples.size());
 }
 
+/// A figure as it is told.
+struct Resolved {
+    Split Figure, Uncertainty, Limit;
+};
+
 Split apply(const Split& a, const Split& b, double (*fnCombine)(double, double, double), double dBy) {
     return {fnCombine(a.dTotal, b.dTotal, dBy), fnCombine(a.dRow, b.dRow, dBy), fnCombine(a.dColumn, b.dColumn, dBy),
             fnCombine(a.dPixel, b.dPixel, dBy)};
-}
-
-// NaN stays NaN: std::max would turn it into 0.
-double rootOfDifference(double dMinuend, double dSubtrahend, double dBy) {
-    const double dDifference = dMinuend - dSubtrahend;
-    return dDifference < 0.0 ? 0.0 : std::sqrt(dDifference) / dBy;
 }
 
 /// Temporal variance of one class; see nonUniformity() for what is done where only that of the whole image is known.
@@ -93,6 +92,44 @@ double imageMean(const MeanImage& rImage) {
         dSum += static_cast<double>(fSample);
     }
     return dSum / static_cast<double>(rImage.vSamples.size());
+}
+
+/// Standard deviation of the variance dVariance that was measured over nValues values of a noise variance dNoise.
+double uncertainty(double dVariance, double dNoise, double dValues, double dFreedom) {
+    const double dOwn = 4.0 * std::max(0.0, dVariance) * dNoise + 2.0 * dNoise * dNoise;
+    return std::sqrt(dOwn / dValues + 2.0 * dNoise * dNoise / dFreedom);
+}
+
+/// Figure, uncertainty and limit from the variances of light and dark.
+void resolve(double dVariance, double dUncertainty, double dBy, double& rFigure, double& rUncertainty, double& rLimit) {
+    if (dVariance < 0.0) {
+        rFigure = rUncertainty = UNKNOWN;
+        rLimit = std::sqrt(2.0 * dUncertainty) / dBy;
+        return;
+    }
+    rFigure = std::sqrt(dVariance) / dBy;
+    rLimit = UNKNOWN;
+    // Of a figure near 0 the error of its square tells more.
+    rUncertainty = dUncertainty <= 0.0
+                       ? dUncertainty
+                       : dUncertainty / (std::sqrt(dVariance) + std::sqrt(dVariance + dUncertainty)) / dBy;
+}
+
+Resolved resolve(const Split& rVariance, const Split& rUncertainty, double dBy) {
+    Resolved Is;
+    resolve(rVariance.dTotal, rUncertainty.dTotal, dBy, Is.Figure.dTotal, Is.Uncertainty.dTotal, Is.Limit.dTotal);
+    resolve(rVariance.dRow, rUncertainty.dRow, dBy, Is.Figure.dRow, Is.Uncertainty.dRow, Is.Limit.dRow);
+    resolve(rVariance.dColumn, rUncertainty.dColumn, dBy, Is.Figure.dColumn, Is.Uncertainty.dColumn, Is.Limit.dColumn);
+    resolve(rVariance.dPixel, rUncertainty.dPixel, dBy, Is.Figure.dPixel, Is.Uncertainty.dPixel, Is.Limit.dPixel);
+    return Is;
+}
+
+double difference(double dLeft, double dRight, double) {
+    return dLeft - dRight;
+}
+
+double rootOfSum(double dLeft, double dRight, double) {
+    return std::hypot(dLeft, dRight);
 }
 
 nlohmann::ordered_json toJson(const Split& rSplit) {
@@ -119,6 +156,19 @@ Split spatialVariances(const ColourPlane& rPlane, uint64_t nFrames, double dTemp
     return {dTotal, dRowMeans - dPixel / dColumns, dColumnMeans - dPixel / dRows, dPixel};
 }
 
+Split spatialUncertainties(const Split& rVariances, const ColourPlane& rPlane, uint64_t nFrames,
+                           double dTemporalVariance) {
+    const auto dRows = static_cast<double>(rPlane.nRows), dColumns = static_cast<double>(rPlane.nColumns);
+    const double dNoise = dTemporalVariance / static_cast<double>(nFrames), dValues = dRows * dColumns;
+    const double dFreedom = dValues * (static_cast<double>(nFrames) - 1.0);
+    const double dPixel = uncertainty(rVariances.dPixel, dNoise, dValues, dFreedom);
+    // A mean of a row has the pixels' own part in it, which is a noise to the rows.
+    const double dHere = dNoise + std::max(0.0, rVariances.dPixel);
+    return {uncertainty(rVariances.dTotal, dNoise, dValues, dFreedom),
+            uncertainty(rVariances.dRow, dHere / dColumns, dRows, dFreedom),
+            uncertainty(rVariances.dColumn, dHere / dRows, dColumns, dFreedom), dPixel};
+}
+
 double photonTransferGain(const MeanImage& rDark, const MeanImage& rLight) {
     const double dNoise = rLight.dTemporalVariance - rDark.dTemporalVariance;
     const double dSignal = imageMean(rLight) - imageMean(rDark);
@@ -142,13 +192,23 @@ NonUniformity nonUniformity(const MeanImage& rDark, const MeanImage& rLight, dou
         Class.dDarkMean = planeMean(Dark);
         Class.dLightMean = planeMean(Light);
         const double dClassSignal = Class.dLightMean - Class.dDarkMean;
-        const Split DarkVariance = spatialVariances(Dark, rDark.nFrames, classVariance(rDark, iClass, 0.0, 0.0));
-        const Split LightVariance = spatialVariances(
-            Light, rLight.nFrames,
-            classVariance(rLight, iClass, std::isnan(dTransfer) ? 0.0 : dTransfer, dClassSignal - dSignal));
-        Class.Dsnu = apply(DarkVariance, Split(), rootOfDifference, dGain > 0.0 ? dGain : 1.0);
-        Class.Prnu =
-            apply(LightVariance, DarkVariance, rootOfDifference, dClassSignal > 0.0 ? dClassSignal / 100.0 : UNKNOWN);
+        const double dDarkNoise = classVariance(rDark, iClass, 0.0, 0.0);
+        const double dLightNoise =
+            classVariance(rLight, iClass, std::isnan(dTransfer) ? 0.0 : dTransfer, dClassSignal - dSignal);
+        const Split DarkVariance = spatialVariances(Dark, rDark.nFrames, dDarkNoise);
+        const Split LightVariance = spatialVariances(Light, rLight.nFrames, dLightNoise);
+        const Split DarkError = spatialUncertainties(DarkVariance, Dark, rDark.nFrames, dDarkNoise);
+        const Split LightError = spatialUncertainties(LightVariance, Light, rLight.nFrames, dLightNoise);
+        const Resolved Dsnu = resolve(DarkVariance, DarkError, dGain > 0.0 ? dGain : 1.0);
+        const Resolved Prnu =
+            resolve(apply(LightVariance, DarkVariance, difference, 0.0), apply(LightError, DarkError, rootOfSum, 0.0),
+                    dClassSignal > 0.0 ? dClassSignal / 100.0 : UNKNOWN);
+        Class.Dsnu = Dsnu.Figure;
+        Class.DsnuUncertainty = Dsnu.Uncertainty;
+        Class.DsnuLimit = Dsnu.Limit;
+        Class.Prnu = Prnu.Figure;
+        Class.PrnuUncertainty = Prnu.Uncertainty;
+        Class.PrnuLimit = Prnu.Limit;
         Result.vecClasses.push_back(Class);
     }
     return Result;
@@ -162,7 +222,11 @@ nlohmann::ordered_json toJson(const NonUniformity& rFigures) {
                                      {"darkMean", rClass.dDarkMean},
                                      {"lightMean", rClass.dLightMean},
                                      {"dsnu", toJson(rClass.Dsnu)},
-                                     {"prnuPercent", toJson(rClass.Prnu)}});
+                                     {"dsnuUncertainty", toJson(rClass.DsnuUncertainty)},
+                                     {"dsnuLimit", toJson(rClass.DsnuLimit)},
+                                     {"prnuPercent", toJson(rClass.Prnu)},
+                                     {"prnuPercentUncertainty", toJson(rClass.PrnuUncertainty)},
+                                     {"prnuPercentLimit", toJson(rClass.PrnuLimit)}});
     }
     return Result;
 }

@@ -20,8 +20,8 @@ struct Split {
 };
 
 /// Spatial variances of the mean of nFrames frames of one colour class, DN^2, without the part that temporal noise
-/// leaves in the mean (EMVA 1288 R4, section 8). With M rows, N columns, L frames, temporal variance t, and variances
-/// of divisor (number - 1):
+/// leaves in the mean (EMVA 1288 R4, section 8). With M rows, N columns, L frames, temporal variance t, the variance of
+/// all with divisor (number - 1), those of row and column means with divisor number:
 ///     s^2     = var(mean image)   - t / L
 ///     s^2_cav = var(column means) - t / (L M)
 ///     s^2_rav = var(row means)    - t / (L N)
@@ -32,6 +32,11 @@ struct Split {
 /// split: all but dTotal are NaN then. An unknown t (NaN) is taken for 0, so that the variances are upper bounds.
 Split spatialVariances(const ColourPlane& rPlane, uint64_t nFrames, double dTemporalVariance);
 
+/// Standard deviations of these variances, from the temporal variance t of a frame: of a variance v over n values with
+/// noise t each, sqrt((4 v t + 2 t^2) / n), and what the uncertainty of t itself adds. NaN where t is not known.
+Split spatialUncertainties(const Split& rVariances, const ColourPlane& rPlane, uint64_t nFrames,
+                           double dTemporalVariance);
+
 /// Conversion gain K in DN per electron from the photon transfer of a dark and a light image (EMVA 1288 R4, section 6):
 /// K = (temporal variance light - temporal variance dark) / (mean light - mean dark). NaN where it cannot be told:
 /// noise unknown, or light not brighter or not noisier than dark.
@@ -39,11 +44,14 @@ double photonTransferGain(const MeanImage& rDark, const MeanImage& rLight);
 
 /// Figures of one colour class.
 struct ClassNonUniformity {
-    std::string strName;      ///< see colourClassNames()
-    double dDarkMean = 0.0;   ///< DN
-    double dLightMean = 0.0;  ///< DN
-    Split Dsnu;               ///< DSNU1288 = sqrt(s^2_dark) / K, electrons; DN where K is not known
-    Split Prnu;               ///< PRNU1288 = 100 % sqrt(s^2_light - s^2_dark) / (mean light - mean dark)
+    std::string strName;               ///< see colourClassNames()
+    double dDarkMean = 0.0;            ///< DN
+    double dLightMean = 0.0;           ///< DN
+    Split Dsnu;                        ///< DSNU1288 = sqrt(s^2_dark) / K, electrons; DN where K is not known
+    Split DsnuUncertainty;             ///< standard deviation that the noise of the frames leaves; NaN: not known
+    Split DsnuLimit;                   ///< of what is not resolved (NaN in Dsnu): it is below; NaN otherwise
+    Split PrnuUncertainty, PrnuLimit;  ///< the same of Prnu
+    Split Prnu;                        ///< PRNU1288 = 100 % sqrt(s^2_light - s^2_dark) / (mean light - mean dark)
 };
 
 struct NonUniformity {
@@ -52,16 +60,18 @@ struct NonUniformity {
     const char* dsnuUnit() const { return dGain > 0.0 ? "e-" : "DN"; }
 };
 
-/// DSNU1288 and PRNU1288 of each colour class. A negative difference of variances counts as 0: with a PRNU of 0 look at
-/// the DSNU, which may be what hides it. Where the temporal variance of a class is not known by itself (a reference
-/// file), that of the whole image is shared out in proportion to the light above the dark, as the photon transfer says.
+/// DSNU1288 and PRNU1288 of each colour class. A negative variance is not resolved: the figure is NaN, and there is a
+/// limit that it is below (two standard deviations of the variance). Where that is the PRNU, look at the DSNU, which
+/// may be what hides it. Where the temporal variance of a class is not known by itself (a reference file), that of the
+/// whole image is shared out in proportion to the light above the dark, as the photon transfer says.
 /// @param[in] dGain  K in DN per electron; NaN: DSNU in DN. Corrected frames have no K of their own: give that of
 ///                   the raw ones, photonTransferGain().
 /// @throws std::invalid_argument  the two have different layouts.
 NonUniformity nonUniformity(const MeanImage& rDark, const MeanImage& rLight, double dGain);
 
 /// {"conversionGain": K or null, "dsnuUnit", "classes": [{"class", "darkMean", "lightMean", "dsnu": {"total", "row",
-/// "column", "pixel"}, "prnuPercent": {...}}]}; what is not known is null.
+/// "column", "pixel"}, "prnuPercent": {...}, and of both "...Uncertainty" and "...Limit"}]}; what is not known or not
+/// resolved is null.
 nlohmann::ordered_json toJson(const NonUniformity& rFigures);
 
 }  // namespace Toolkit

@@ -177,13 +177,17 @@ int CReportRun::finish() {
     m_rOutput.json()["file"] = m_rOptions.strFile;
     m_rOutput.json().update(Result.Figures);
     // Of the frames that were measured; what concerns the references the pair says itself.
+    bool bRefused = false;
     for (const auto& rFinding : Result.Figures.at("findings")) {
-        if (rFinding.at("id") == "measured-saturated") {
-            complain("warning: " + rFinding.at("text").get<std::string>() + ' ' +
+        if (rFinding.at("id").get<std::string>().rfind("measured-", 0) == 0) {
+            const bool bRefusal = rFinding.at("severity") == "refusal";
+            bRefused = bRefused || bRefusal;
+            complain((bRefusal ? "refused: " : "warning: ") + rFinding.at("text").get<std::string>() + ' ' +
                      rFinding.at("advice").get<std::string>());
         }
     }
-    return m_rOutput.finish(isUsable(m_Input.Pair, m_rOptions.bForce) ? eExitDone : eExitRefused);
+    const bool bUsable = isUsable(m_Input.Pair, m_rOptions.bForce) && (!bRefused || m_rOptions.bForce);
+    return m_rOutput.finish(bUsable ? eExitDone : eExitRefused);
 }
 
 }  // namespace

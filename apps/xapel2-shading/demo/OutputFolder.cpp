@@ -4,11 +4,11 @@
 
 #include "demo/OutputFolder.h"
 
-#include <cerrno>
 #include <fstream>
 #include <stdexcept>
 #include <system_error>
 
+#include "standin/files/SafeFile.h"
 #include "toolkit/frames/FrameFile.h"
 #include "toolkit/text/Errors.h"
 
@@ -100,14 +100,7 @@ fs::path COutputFolder::claim(const fs::path& rName) {
 }
 
 void COutputFolder::write(const char* pName, const std::string& strBytes) {
-    const fs::path File = claim(pName);
-    errno = 0;
-    std::ofstream Out(File, std::ios::binary | std::ios::trunc);
-    Out << strBytes;
-    Out.close();
-    if (!Out) {
-        throw std::runtime_error(File.string() + " cannot be written: " + std::generic_category().message(errno));
-    }
+    StandIn::saveFile(claim(pName), strBytes);
 }
 
 void COutputFolder::writePair(const FramePair& rPair) {

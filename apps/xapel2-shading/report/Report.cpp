@@ -7,9 +7,9 @@
 #include <algorithm>
 #include <fstream>
 
+#include "standin/files/SafeFile.h"
 #include "terminal/Output.h"
 #include "toolkit/figures/Curves.h"
-#include "toolkit/frames/NewFile.h"
 #include "toolkit/frames/Pictures.h"
 
 namespace XAPEL2 {
@@ -97,10 +97,7 @@ Report makeReport(const ReportInput& rInput) {
 }
 
 void writeReport(const std::string& strFile, const Report& rReport) {
-    CNewFile Out(strFile);
-    Out.write(reportPage(rReport.Figures, rReport.Pictures));
-    Out.flush();
-    Out.finish();
+    StandIn::saveFile(strFile, reportPage(rReport.Figures, rReport.Pictures));
 }
 
 }  // namespace App

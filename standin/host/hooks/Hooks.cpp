@@ -7,7 +7,7 @@
 namespace XAPEL2 {
 namespace StandIn {
 
-bool CHooks::put(Control::eHook eKind, const Hook& rHook) {
+bool CHooks::put(eHook eKind, const Hook& rHook) {
     std::lock_guard<std::mutex> lock(m_mtx);
     if (m_bDead) {
         return false;
@@ -21,7 +21,7 @@ bool CHooks::put(Control::eHook eKind, const Hook& rHook) {
     return true;
 }
 
-Hook CHooks::find(Control::eHook eKind) const {
+Hook CHooks::find(eHook eKind) const {
     std::lock_guard<std::mutex> lock(m_mtx);
     return m_aHooks[eKind];
 }
@@ -37,12 +37,11 @@ void CHooks::die() {
     m_bDead = true;
 }
 
-void CHooks::list(std::vector<Control::RegisteredHook>& rHooks) const {
+void CHooks::list(std::vector<PlacedHook>& rHooks) const {
     std::lock_guard<std::mutex> lock(m_mtx);
     for (std::size_t i = 0; i < KINDS; ++i) {
         if (m_aHooks[i].pfn != nullptr) {
-            rHooks.push_back(
-                {static_cast<Control::eHook>(i), reinterpret_cast<void*>(m_aHooks[i].pfn), m_aHooks[i].pContext});
+            rHooks.push_back({static_cast<eHook>(i), m_aHooks[i]});
         }
     }
 }

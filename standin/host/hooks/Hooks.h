@@ -8,7 +8,7 @@
 #include <mutex>
 #include <vector>
 
-#include "xapel2_standin/Control.h"
+#include "standin/host/hooks/HookKind.h"
 
 namespace XAPEL2 {
 namespace StandIn {
@@ -19,18 +19,24 @@ struct Hook {
     void* pContext = nullptr;
 };
 
+/// A hook and the call that it stands in for.
+struct PlacedHook {
+    eHook eKind;
+    Hook hook;
+};
+
 /// At most one hook of each kind. Its lock is a leaf: no hook is called and nothing is waited for under it.
 class CHooks {
 public:
     /// Puts a hook in place of the one before; a null function removes, if the context is the same.
     /// @return false when the owner is gone.
-    bool put(Control::eHook eKind, const Hook& rHook);
+    bool put(eHook eKind, const Hook& rHook);
     /// A copy of the hook for one call, all null when there is none.
-    Hook find(Control::eHook eKind) const;
+    Hook find(eHook eKind) const;
     void dropAll();
     /// Drops all and refuses new ones: the owner is gone.
     void die();
-    void list(std::vector<Control::RegisteredHook>& rHooks) const;
+    void list(std::vector<PlacedHook>& rHooks) const;
 
 private:
     static constexpr std::size_t KINDS = 5;
@@ -39,10 +45,6 @@ private:
     std::array<Hook, KINDS> m_aHooks{};
     bool m_bDead = false;
 };
-
-/// Waits here when a HookHold wants this call; to be called between the look-up and the call of a hook.
-void passHold(Control::eHook eKind);
-void releaseAllHolds();
 
 }  // namespace StandIn
 }  // namespace XAPEL2

@@ -12,8 +12,6 @@
 
 #include "standin/host/objects/HostAccess.h"
 #include "standin/host/objects/Throw.h"
-#include "standin/host/testing/Faults.h"
-#include "standin/host/testing/Observation.h"
 
 namespace XAPEL2 {
 
@@ -48,28 +46,23 @@ void CNodeMapShell::keep(std::unique_ptr<CNodeMapShell> pShell) {
 
 namespace {
 
-// One access to a node: who it is, for faults, observers and messages.
+const CNodeMapShell::Slot& slotOf(const Node& rNode) {
+    return *static_cast<const CNodeMapShell::Slot*>(HostAccess::impl(rNode));
+}
+
+// One access to a node: who it is, for messages.
 struct Access {
-    Access(const Node& rNode, Control::eHostOp eOperation, const char* pOperation)
-        : rSlot(*static_cast<const CNodeMapShell::Slot*>(HostAccess::impl(rNode))),
-          eOp(eOperation),
-          pName(pOperation),
-          pTable(rSlot.pTable.lock()) {}
-
-    const NodeSpec& spec() const { return (*pTable)[rSlot.iNode]; }
-
-    std::string message(const char* pWhat) const { return rSlot.strName + ": " + pWhat; }
-
-    // Refusals before the value is looked at.
-    void admit() const {
-        if (faultHits(eOp, rSlot.strName.c_str())) {
-            raise<Exceptions::Xapel_AccessDeniedException>(__FILE__, __LINE__, pName, message("injected"));
-        }
+    Access(const Node& rNode, const char* pOperation)
+        : rSlot(slotOf(rNode)), pName(pOperation), pTable(rSlot.pTable.lock()) {
         if (pTable == nullptr) {
             raise<Exceptions::Xapel_ObjectInvalidException>(__FILE__, __LINE__, pName,
                                                             message("the node's owner is gone"));
         }
     }
+
+    const NodeSpec& spec() const { return (*pTable)[rSlot.iNode]; }
+
+    std::string message(const char* pWhat) const { return rSlot.strName + ": " + pWhat; }
 
     void expect(bool bRightType) const {
         if (!bRightType) {
@@ -101,10 +94,7 @@ struct Access {
         }
     }
 
-    void observe(const std::string& strValue) const { observeNode({rSlot.strName, pName, strValue}); }
-
     const CNodeMapShell::Slot& rSlot;
-    const Control::eHostOp eOp;
     const char* const pName;
     const std::shared_ptr<const NodeTable> pTable;  // keeps the owner for the length of the access
 };
@@ -127,23 +117,9 @@ eNodeResult setIntFromText(const NodeSpec& rSpec, const char* pText) {
     return setIntOf(rSpec, iValue);
 }
 
-// Reads an integer property, observed with its value; a refused read is observed without one.
 int64_t readInt(const Access& rAccess, std::function<int64_t()> NodeSpec::*pProperty) {
-    int64_t iValue = 0;
-    try {
-        rAccess.admit();
-        rAccess.expect(rAccess.spec().eKind == eIntNode);
-        iValue = rAccess.ask(rAccess.spec().*pProperty);
-    } catch (...) {
-        if (nodesAreObserved()) {
-            rAccess.observe("");
-        }
-        throw;
-    }
-    if (nodesAreObserved()) {
-        rAccess.observe(std::to_string(iValue));
-    }
-    return iValue;
+    rAccess.expect(rAccess.spec().eKind == eIntNode);
+    return rAccess.ask(rAccess.spec().*pProperty);
 }
 
 std::string textOf(const NodeSpec& rSpec) {
@@ -152,88 +128,74 @@ std::string textOf(const NodeSpec& rSpec) {
 
 }  // namespace
 
-}  // namespace StandIn
+const std::string& nameOf(const Node& rNode) {
+    return slotOf(rNode).strName;
+}
 
-using namespace StandIn;
-
-void Node::SetInt(long long iValue) {
-    const Access access(*this, Control::eNodeSetInt, "SetInt");
-    if (nodesAreObserved()) {
-        access.observe(std::to_string(iValue));
-    }
-    access.admit();
+void setInt(const Node& rNode, int64_t iValue) {
+    const Access access(rNode, "SetInt");
     access.expect(access.spec().eKind == eIntNode);
     access.check(access.ask([&] { return setIntOf(access.spec(), iValue); }));
 }
 
-long long Node::GetInt() {
-    return readInt({*this, Control::eNodeGetInt, "GetInt"}, &NodeSpec::fnGetInt);
+int64_t getInt(const Node& rNode) {
+    return readInt({rNode, "GetInt"}, &NodeSpec::fnGetInt);
 }
 
-long long Node::GetIntMin() {
-    return readInt({*this, Control::eNodeGetIntMin, "GetIntMin"}, &NodeSpec::fnMin);
+int64_t getIntMin(const Node& rNode) {
+    return readInt({rNode, "GetIntMin"}, &NodeSpec::fnMin);
 }
 
-long long Node::GetIntMax() {
-    return readInt({*this, Control::eNodeGetIntMax, "GetIntMax"}, &NodeSpec::fnMax);
+int64_t getIntMax(const Node& rNode) {
+    return readInt({rNode, "GetIntMax"}, &NodeSpec::fnMax);
 }
 
-void Node::SetString(String strValue) {
-    const Access access(*this, Control::eNodeSetString, "SetString");
-    if (nodesAreObserved()) {
-        access.observe(strValue.get());
-    }
-    access.admit();
+void setString(const Node& rNode, const char* pValue) {
+    const Access access(rNode, "SetString");
     access.expect(access.spec().eKind == eTextNode);
-    access.check(access.ask([&] { return setTextOf(access.spec(), strValue.get()); }));
+    access.check(access.ask([&] { return setTextOf(access.spec(), pValue); }));
 }
 
-void Node::SetValue(String strValue) {
-    const Access access(*this, Control::eNodeSetValue, "SetValue");
-    if (nodesAreObserved()) {
-        access.observe(strValue.get());
-    }
-    access.admit();
+void setValue(const Node& rNode, const char* pValue) {
+    const Access access(rNode, "SetValue");
     const NodeSpec& rSpec = access.spec();
     const bool bNumber = rSpec.eKind == eIntNode && !rSpec.fnSetText;
-    access.check(
-        access.ask([&] { return bNumber ? setIntFromText(rSpec, strValue.get()) : setTextOf(rSpec, strValue.get()); }));
+    access.check(access.ask([&] { return bNumber ? setIntFromText(rSpec, pValue) : setTextOf(rSpec, pValue); }));
 }
 
-String Node::GetString() {
-    const Access access(*this, Control::eNodeGetString, "GetString");
-    std::string strValue;
-    try {
-        access.admit();
-        strValue = access.ask([&] { return textOf(access.spec()); });
-    } catch (...) {
-        if (nodesAreObserved()) {
-            access.observe("");
-        }
-        throw;
-    }
-    if (nodesAreObserved()) {
-        access.observe(strValue);
-    }
-    return String(strValue.c_str());
+std::string getString(const Node& rNode) {
+    const Access access(rNode, "GetString");
+    return access.ask([&] { return textOf(access.spec()); });
 }
 
-bool NodeMap::GetNodePresent(String strName) {
-    return !faultHits(Control::eGetNodePresent, strName.get()) &&
-           static_cast<const CNodeMapShell*>(m_pImpl)->find(strName.get()) != nullptr;
+namespace {
+
+const CNodeMapShell& shellOf(const NodeMap& rMap) {
+    return *static_cast<const CNodeMapShell*>(HostAccess::impl(rMap));
 }
 
-Node* NodeMap::GetNode(String strName) {
-    const bool bRefused = faultHits(Control::eGetNode, strName.get());
-    const auto& rShell = *static_cast<const CNodeMapShell*>(m_pImpl);
+}  // namespace
+
+bool hasNode(const NodeMap& rMap, const char* pName) {
+    return shellOf(rMap).find(pName) != nullptr;
+}
+
+Node& nodeOf(const NodeMap& rMap, const char* pName) {
+    const CNodeMapShell& rShell = shellOf(rMap);
     if (!rShell.isAlive()) {
-        XAPEL2_RAISE(ObjectInvalid, "the owner of the nodes is gone");
+        raise<Exceptions::Xapel_ObjectInvalidException>(__FILE__, __LINE__, "GetNode",
+                                                        "the owner of the nodes is gone");
     }
-    Node* pNode = bRefused ? nullptr : rShell.find(strName.get());
+    Node* const pNode = rShell.find(pName);
     if (pNode == nullptr) {
-        XAPEL2_RAISE(NotAvailable, std::string("no node ") + strName.get());
+        raiseNoNode("GetNode", pName);
     }
-    return pNode;
+    return *pNode;
 }
 
+void raiseNoNode(const char* pFunction, const char* pName) {
+    raise<Exceptions::Xapel_NotAvailableException>(__FILE__, __LINE__, pFunction, std::string("no node ") + pName);
+}
+
+}  // namespace StandIn
 }  // namespace XAPEL2

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -45,6 +46,24 @@ private:
     std::vector<Slot> m_vecSlots;
     std::unique_ptr<NodeMap> m_pMap;
 };
+
+// What the operations of a node and a node map do. An exception tells the name of the operation in hostapi/.
+
+/// As the map found it; good for as long as the node.
+const std::string& nameOf(const Node& rNode);
+void setInt(const Node& rNode, int64_t iValue);
+int64_t getInt(const Node& rNode);
+int64_t getIntMin(const Node& rNode);
+int64_t getIntMax(const Node& rNode);
+void setString(const Node& rNode, const char* pValue);
+void setValue(const Node& rNode, const char* pValue);
+std::string getString(const Node& rNode);
+
+bool hasNode(const NodeMap& rMap, const char* pName);
+Node& nodeOf(const NodeMap& rMap, const char* pName);
+/// Throws Xapel_NotAvailableException.
+/// @param[in] pFunction  who looked for the node.
+[[noreturn]] void raiseNoNode(const char* pFunction, const char* pName);
 
 }  // namespace StandIn
 }  // namespace XAPEL2

@@ -2,26 +2,23 @@
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // The node map of an image processor: the inputs of its commands, the command itself, its status, its parameters.
 
+#include "standin/host/nodes/ProcessorNodes.h"
+
 #include <array>
 #include <cstring>
 #include <limits>
 #include <memory>
 #include <mutex>
 
-#include "standin/host/nodes/Nodes.h"
 #include "standin/host/objects/Answers.h"
-#include "standin/host/objects/Throw.h"
 #include "standin/host/objects/Trace.h"
 #include "standin/host/stream/BufferTable.h"
-#include "standin/host/testing/Faults.h"
-#include "standin/host/testing/Observation.h"
-#include "standin/host/testing/Switches.h"
 #include "standin/processor/ShadingProcessor.h"
 #include "xapel2/ShadingNodes.h"
 
 namespace XAPEL2 {
-
 namespace StandIn {
+
 namespace {
 
 constexpr const auto& PARAMETERS = CShadingProcessor::PARAMETERS;
@@ -43,11 +40,7 @@ public:
     const NodeTable& table() const { return m_table; }
 
 private:
-    void add(NodeSpec spec) {
-        if (!isDropped(spec.strName)) {
-            m_table.push_back(std::move(spec));
-        }
-    }
+    void add(NodeSpec spec) { m_table.push_back(std::move(spec)); }
 
     static NodeSpec integer(const char* pName, std::function<int64_t()> fnGet) {
         NodeSpec spec;
@@ -162,7 +155,7 @@ private:
             pInputs->strNote = referenceNote();
         }
         ShadingAnswer answer;
-        const int64_t iStatus = statusFor(iCommand, m_processor.execute(iCommand, *pInputs, answer));
+        const int64_t iStatus = m_processor.execute(iCommand, *pInputs, answer);
         if (iCommand == eCommandProcess) {
             const auto* pImage = reinterpret_cast<const void*>(static_cast<uintptr_t>(pInputs->iBuffer));
             CBufferTable::instance().noteCorrection(pImage, answer.eOutcome, answer.pReason);
@@ -186,37 +179,12 @@ private:
     std::size_t m_iSelected = 0;
 };
 
-// What INode::m_pImpl points to.
-struct ProcessorImpl {
-    std::shared_ptr<CProcessorNodes> pNodes = std::make_shared<CProcessorNodes>();
-    CNodeMapShell shell{std::shared_ptr<const NodeTable>(pNodes, &pNodes->table())};
-    bool bHasMap = !switches().bDropNodeMap;
-};
-
 }  // namespace
+
+std::shared_ptr<const NodeTable> makeProcessor() {
+    const auto pNodes = std::make_shared<CProcessorNodes>();
+    return {pNodes, &pNodes->table()};
+}
+
 }  // namespace StandIn
-
-INode::INode() : m_pImpl(nullptr) {}
-
-INode::~INode() = default;
-
-NodeMap* INode::GetNodeList() {
-    if (StandIn::faultHits(StandIn::Control::eGetNodeList) || m_pImpl == nullptr) {
-        return nullptr;
-    }
-    const auto* pImpl = static_cast<const StandIn::ProcessorImpl*>(m_pImpl);
-    return pImpl->bHasMap ? pImpl->shell.map() : nullptr;
-}
-
-ImageProcessor::ImageProcessor() {
-    if (StandIn::faultHits(StandIn::Control::eCreateProcessor)) {
-        XAPEL2_RAISE(AccessDenied, "injected");
-    }
-    m_pImpl = new StandIn::ProcessorImpl;
-}
-
-ImageProcessor::~ImageProcessor() {
-    delete static_cast<StandIn::ProcessorImpl*>(m_pImpl);
-}
-
 }  // namespace XAPEL2

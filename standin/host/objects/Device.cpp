@@ -44,14 +44,9 @@ void CDevice::putFirst(const std::shared_ptr<CStream>& pStream) {
     m_vecStreams.insert(m_vecStreams.begin(), pStream);
 }
 
-void CDevice::hideStreams(bool bHide) {
-    std::lock_guard<std::mutex> lock(m_mtx);
-    m_bHidden = bHide;
-}
-
 void CDevice::refreshList() {
     std::lock_guard<std::mutex> lock(m_mtx);
-    m_vecListed = m_bHidden ? std::vector<std::shared_ptr<CStream>>{} : m_vecStreams;
+    m_vecListed = m_vecStreams;
 }
 
 std::vector<std::shared_ptr<CStream>> CDevice::listed() const {
@@ -63,11 +58,10 @@ int CDevice::openStream(CStream& rStream) {
     if (!rStream.open()) {
         return GC_ERR_RESOURCE_IN_USE;
     }
-    const Hook hook = m_hooks.find(Control::eHookOpen);
+    const Hook hook = m_hooks.find(eHookOpen);
     if (hook.pfn == nullptr) {
         return GC_ERR_SUCCESS;
     }
-    passHold(Control::eHookOpen);
     return reinterpret_cast<DeviceOpenDataStreamFunc>(hook.pfn)(rStream.shell(), hook.pContext);
 }
 

@@ -34,7 +34,6 @@ public:
     /// A stream that the device does not list yet.
     std::shared_ptr<CStream> makeStream() const;
     void putFirst(const std::shared_ptr<CStream>& pStream);
-    void hideStreams(bool bHide);
 
     /// The list as an application sees it: as it was at the last refresh.
     void refreshList();
@@ -54,7 +53,6 @@ private:
     mutable std::mutex m_mtx;  // guards the members below
     std::vector<std::shared_ptr<CStream>> m_vecStreams;
     std::vector<std::shared_ptr<CStream>> m_vecListed;
-    bool m_bHidden = false;
 };
 
 }  // namespace StandIn

@@ -21,13 +21,10 @@ namespace StandIn {
 
 namespace {
 
-// The hook for one call, null when there is none. A HookHold waits here.
+// The hook for one call, null when there is none.
 template <class tFunction>
-tFunction lookUp(const CHooks& rHooks, Control::eHook eKind, void*& rContext) {
+tFunction lookUp(const CHooks& rHooks, eHook eKind, void*& rContext) {
     const Hook hook = rHooks.find(eKind);
-    if (hook.pfn != nullptr) {
-        passHold(eKind);
-    }
     rContext = hook.pContext;
     return reinterpret_cast<tFunction>(hook.pfn);
 }
@@ -56,9 +53,9 @@ std::vector<DeviceInfo> enumerateDevices() {
 namespace {
 
 // What a node takes, where that has bounds.
-std::string boundsOf(Node& rNode) {
+std::string boundsOf(const Node& rNode) {
     try {
-        return ", expected " + std::to_string(rNode.GetIntMin()) + " to " + std::to_string(rNode.GetIntMax());
+        return ", expected " + std::to_string(getIntMin(rNode)) + " to " + std::to_string(getIntMax(rNode));
     } catch (const Exceptions::IException&) {
         return "";
     }
@@ -71,7 +68,7 @@ void writeSetting(const CNodeMapShell& rNodes, const NodeSetting& rSetting) {
                                            "', expected one of its nodes as in ExposureTime=5000");
     }
     try {
-        pNode->SetValue(rSetting.strValue.c_str());
+        setValue(*pNode, rSetting.strValue.c_str());
     } catch (const Exceptions::Xapel_InvalidParameterException& rError) {
         XAPEL2_RAISE(InvalidParameter,
                      "setting " + rSetting.strText + ": " + rError.GetErrorDescription().get() + boundsOf(*pNode));
@@ -160,7 +157,7 @@ int closeDataStream(Device* pDeviceShell, DataStream* pStreamShell) {
         return GC_ERR_INVALID_HANDLE;
     }
     void* pContext = nullptr;
-    const auto pfnHook = lookUp<DeviceCloseDataStreamFunc>(pDevice->hooks(), Control::eHookClose, pContext);
+    const auto pfnHook = lookUp<DeviceCloseDataStreamFunc>(pDevice->hooks(), eHookClose, pContext);
     const int iResult = pfnHook == nullptr ? GC_ERR_NOT_INITIALIZED : pfnHook(pStreamShell, pContext);
     return iResult == GC_ERR_NOT_INITIALIZED ? pStream->close() : iResult;
 }
@@ -205,7 +202,7 @@ int getFilledBuffer(DataStream* pShell, BufferHandle* phBuffer, unsigned long lo
         // Stamped first: a cancel during the look-up of the hook, or before the hook arrives, ends this call.
         const CCallFrame frame(pShell, CWaiters::cancelStamp());
         void* pContext = nullptr;
-        const auto pfnHook = lookUp<DataStreamGetFilledBufferFunc>(rStream.hooks(), Control::eHookFetch, pContext);
+        const auto pfnHook = lookUp<DataStreamGetFilledBufferFunc>(rStream.hooks(), eHookFetch, pContext);
         const int iResult = pfnHook == nullptr ? GC_ERR_NOT_INITIALIZED : pfnHook(phBuffer, iTimeoutMs, pContext);
         return iResult == GC_ERR_NOT_INITIALIZED ? ownFetch(rStream, phBuffer, iTimeoutMs) : iResult;
     });
@@ -215,8 +212,7 @@ int cancelGetFilledBuffer(DataStream* pShell) {
     return onStream(pShell, [&](CStream& rStream) {
         const CCallFrame frame(pShell, CWaiters::cancelStamp());
         void* pContext = nullptr;
-        const auto pfnHook =
-            lookUp<DataStreamCancelGetFilledBufferFunc>(rStream.hooks(), Control::eHookCancel, pContext);
+        const auto pfnHook = lookUp<DataStreamCancelGetFilledBufferFunc>(rStream.hooks(), eHookCancel, pContext);
         const int iResult = pfnHook == nullptr ? GC_ERR_NOT_INITIALIZED : pfnHook(pContext);
         const int iOwn = frame.ownCancelRan() ? GC_ERR_SUCCESS : rStream.waiters().cancel();
         return iResult == GC_ERR_NOT_INITIALIZED ? iOwn : iResult;
@@ -226,29 +222,10 @@ int cancelGetFilledBuffer(DataStream* pShell) {
 int getStreamInfo(DataStream* pShell, int iInfoCmd, int* piType, void* pValue, unsigned long long* piSize) {
     return onStream(pShell, [&](CStream& rStream) {
         void* pContext = nullptr;
-        const auto pfnHook = lookUp<DataStreamGetInfoFunc>(rStream.hooks(), Control::eHookInfo, pContext);
+        const auto pfnHook = lookUp<DataStreamGetInfoFunc>(rStream.hooks(), eHookInfo, pContext);
         const int iResult =
             pfnHook == nullptr ? GC_ERR_NOT_INITIALIZED : pfnHook(iInfoCmd, piType, pValue, piSize, pContext);
         return iResult == GC_ERR_NOT_INITIALIZED ? ownInfo(rStream, iInfoCmd, piType, pValue, piSize) : iResult;
-    });
-}
-
-int getBufferInfo(DataStream* pShell, BufferHandle hBuffer, int iInfoCmd, int* piType, void* pValue,
-                  unsigned long long* piSize) {
-    return onStream(pShell, [&](const CStream&) -> int {
-        const auto pBuffer = CBufferTable::instance().find(hBuffer);
-        if (pBuffer == nullptr || pBuffer->pStream != pShell) {
-            return GC_ERR_INVALID_HANDLE;
-        }
-        if (piSize == nullptr) {
-            return GC_ERR_INVALID_PARAMETER;
-        }
-        uint64_t nSize = *piSize;
-        const int iResult = CBufferTable::instance().query(hBuffer, iInfoCmd, {piType, pValue, &nSize});
-        if (iResult == GC_ERR_SUCCESS) {
-            *piSize = nSize;
-        }
-        return iResult;
     });
 }
 

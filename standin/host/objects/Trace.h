@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <string>
 
+#include "xapel2_standin/Answers.h"
+
 namespace XAPEL2 {
 namespace StandIn {
 
@@ -15,6 +17,13 @@ namespace StandIn {
 void trace(int32_t iLevel, const std::string& strText) noexcept;
 /// The same with one text after the other; dropped where there is no memory to put them together.
 void trace(int32_t iLevel, const char* pText, const char* pDetail) noexcept;
+/// What extT does.
+void traceOfLibrary(const int32_t* piLevel, const char* pText);
+
+/// Sends all traces to this sink; null: to printTrace().
+void routeTraces(TraceSink fnSink);
+/// Writes a line of level 2 to standard error, and no other.
+void printTrace(int32_t iLevel, std::string strText);
 
 }  // namespace StandIn
 }  // namespace XAPEL2

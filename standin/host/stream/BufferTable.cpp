@@ -7,9 +7,6 @@
 #include <utility>
 
 #include "standin/host/stream/CallFrame.h"
-#include "standin/host/testing/Faults.h"
-#include "standin/host/testing/Switches.h"
-#include "xapel2/XapelBuffer.h"
 
 namespace XAPEL2 {
 namespace StandIn {
@@ -139,9 +136,6 @@ void CBufferTable::setInfo(Buffer& rBuffer, NamedFrameInfo& rInfo) {
 }
 
 int CBufferTable::query(BufferHandle hBuffer, int32_t iInfoCmd, const InfoSlot& rSlot) {
-    if (isUnanswered(iInfoCmd)) {
-        return GC_ERR_NOT_AVAILABLE;
-    }
     const bool bOwn = isOwnInfo(iInfoCmd);
     if (const CCallFrame* pFrame = bOwn ? nullptr : CCallFrame::findFetched(hBuffer)) {
         return queryBuffer(pFrame->fetched(), pFrame->info(), iInfoCmd, rSlot);
@@ -183,19 +177,11 @@ const PixelFormat* CBufferTable::imageFormat(BufferHandle hBuffer, bool& rAlive)
     return rAlive && it->second->info.bImage ? it->second->info.pFormat : nullptr;
 }
 
-namespace {
-
 int hostBufferInfo(int32_t iInfoCmd, int32_t* piType, void* pValue, uint64_t* piSize, void* pBuffer) {
-    if (faultHits(Control::eBufferInfo)) {
-        return GC_ERR_ACCESS_DENIED;
-    }
     return CBufferTable::instance().query(pBuffer, iInfoCmd, {piType, pValue, piSize});
 }
 
 int hostBufferPixelFormat(std::string& rPixelFormat, void* pBuffer) {
-    if (faultHits(Control::eBufferPixelFormat)) {
-        return GC_ERR_ACCESS_DENIED;
-    }
     bool bAlive = false;
     const PixelFormat* pFormat = CBufferTable::instance().imageFormat(pBuffer, bAlive);
     if (pFormat == nullptr) {
@@ -205,32 +191,5 @@ int hostBufferPixelFormat(std::string& rPixelFormat, void* pBuffer) {
     return GC_ERR_SUCCESS;
 }
 
-template <class tFunction>
-int yieldFunction(Control::eHostOp eOp, void* pBuffer, tFunction pfn, tFunction* ppfn) {
-    if (faultHits(eOp)) {
-        return GC_ERR_ACCESS_DENIED;
-    }
-    if (ppfn == nullptr) {
-        return GC_ERR_INVALID_PARAMETER;
-    }
-    if (!CBufferTable::instance().isAlive(pBuffer)) {
-        return GC_ERR_INVALID_HANDLE;
-    }
-    *ppfn = pfn;
-    return GC_ERR_SUCCESS;
-}
-
-}  // namespace
-
 }  // namespace StandIn
 }  // namespace XAPEL2
-
-int getFuncPtr_BufferInfo(void* pBuffer, BufferInfoFunc* ppfn) {
-    using namespace XAPEL2::StandIn;
-    return yieldFunction<BufferInfoFunc>(Control::eGetBufferInfoFunc, pBuffer, &hostBufferInfo, ppfn);
-}
-
-int getFuncPtr_BufferGetPixelFormat(void* pBuffer, BufferGetPixelFormatFunc* ppfn) {
-    using namespace XAPEL2::StandIn;
-    return yieldFunction<BufferGetPixelFormatFunc>(Control::eGetPixelFormatFunc, pBuffer, &hostBufferPixelFormat, ppfn);
-}

@@ -10,6 +10,7 @@
 #include <list>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <unordered_map>
 
 #include "standin/cameras/interface/FrameInfo.h"
@@ -96,6 +97,24 @@ private:
     std::unordered_map<BufferHandle, std::shared_ptr<Buffer>> m_mapBuffers;
     std::uintptr_t m_iNext = 0;
 };
+
+// As an extension library calls them.
+
+int hostBufferInfo(int32_t iInfoCmd, int32_t* piType, void* pValue, uint64_t* piSize, void* pBuffer);
+int hostBufferPixelFormat(std::string& rPixelFormat, void* pBuffer);
+
+/// Hands out the host's function for this buffer.
+template <class tFunction>
+int yieldFunction(void* pBuffer, tFunction pfnHost, tFunction* ppfn) {
+    if (ppfn == nullptr) {
+        return GC_ERR_INVALID_PARAMETER;
+    }
+    if (!CBufferTable::instance().isAlive(pBuffer)) {
+        return GC_ERR_INVALID_HANDLE;
+    }
+    *ppfn = pfnHost;
+    return GC_ERR_SUCCESS;
+}
 
 }  // namespace StandIn
 }  // namespace XAPEL2

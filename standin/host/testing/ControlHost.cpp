@@ -7,10 +7,11 @@
 #include <thread>
 
 #include "standin/host/objects/Registry.h"
+#include "standin/host/testing/Control.h"
 #include "standin/host/testing/Faults.h"
+#include "standin/host/testing/HookHold.h"
 #include "standin/host/testing/Observation.h"
 #include "standin/host/testing/Switches.h"
-#include "xapel2_standin/Control.h"
 
 namespace XAPEL2 {
 namespace StandIn {
@@ -21,15 +22,21 @@ void reset() {
     resetFaults();
     resetSwitches();
     resetObservation();
+    resetTrace();
 }
 
 std::vector<RegisteredHook> registeredHooks() {
-    std::vector<RegisteredHook> vecHooks;
+    std::vector<PlacedHook> vecPlaced;
     for (const auto& pDevice : Registry::devices()) {
-        pDevice->hooks().list(vecHooks);
+        pDevice->hooks().list(vecPlaced);
         for (const auto& pStream : pDevice->streams()) {
-            pStream->hooks().list(vecHooks);
+            pStream->hooks().list(vecPlaced);
         }
+    }
+    std::vector<RegisteredHook> vecHooks;
+    for (const PlacedHook& rPlaced : vecPlaced) {
+        const Hook hook = registeredOf(rPlaced.hook);
+        vecHooks.push_back({rPlaced.eKind, reinterpret_cast<void*>(hook.pfn), hook.pContext});
     }
     return vecHooks;
 }
@@ -77,12 +84,6 @@ DataStream* addFirstStream(Device* pShell) {
     Registry::addStream(pDevice, pStream);
     pDevice->putFirst(pStream);
     return pStream->shell();
-}
-
-void hideStreams(Device* pShell, bool bHide) {
-    if (const auto pDevice = Registry::findDevice(pShell)) {
-        pDevice->hideStreams(bHide);
-    }
 }
 
 }  // namespace Control

@@ -4,7 +4,7 @@
 
 #pragma once
 
-#include "xapel2_standin/Control.h"
+#include "standin/host/testing/Control.h"
 
 namespace XAPEL2 {
 namespace StandIn {

@@ -17,17 +17,17 @@ bool isDropped(const std::string& strNode) {
     return switches().setDroppedNodes.count(strNode) != 0;
 }
 
-int64_t statusFor(int64_t iCommand, int64_t iStatus) {
+std::optional<int64_t> statusFor(int64_t iCommand) {
     Switches& rSwitches = switches();
     if (!rSwitches.bAnyForced.load(std::memory_order_relaxed)) {
-        return iStatus;
+        return std::nullopt;
     }
     std::lock_guard<std::mutex> lock(rSwitches.mtx);
     auto it = rSwitches.mapForced.find(iCommand);
     if (it == rSwitches.mapForced.end()) {
         it = rSwitches.mapForced.find(0);
     }
-    return it == rSwitches.mapForced.end() ? iStatus : it->second;
+    return it == rSwitches.mapForced.end() ? std::nullopt : std::optional(it->second);
 }
 
 bool isUnanswered(int32_t iInfoCmd) {

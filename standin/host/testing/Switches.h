@@ -9,11 +9,12 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 
+#include "standin/host/testing/Control.h"
 #include "standin/host/testing/Observation.h"
-#include "xapel2_standin/Control.h"
 
 namespace XAPEL2 {
 namespace StandIn {
@@ -35,8 +36,8 @@ struct Switches {
 Switches& switches();
 
 bool isDropped(const std::string& strNode);
-/// The status that is to stand for this command: the forced one, else iStatus.
-int64_t statusFor(int64_t iCommand, int64_t iStatus);
+/// The status that is forced on this command; empty for its own.
+std::optional<int64_t> statusFor(int64_t iCommand);
 bool isUnanswered(int32_t iInfoCmd);
 
 void resetSwitches();

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -41,6 +42,20 @@ struct ImageLayout {
     /// Bytes of the image without padding.
     std::size_t bytes() const { return imageBytes(*pFormat, nWidth, nHeight); }
 
+    /// Colour classes: 1, the 4 sites of a filter array row by row, or 3 channels.
+    unsigned classes() const { return pFormat->isCfa() ? 4U : pFormat->nChannels; }
+    /// Class of a sample of the image.
+    unsigned classOf(std::size_t iSample) const {
+        return static_cast<unsigned>(pFormat->isCfa() ? iSample / nWidth % 2 * 2 + iSample % nWidth % 2
+                                                      : iSample % pFormat->nChannels);
+    }
+    /// Samples of a class; 0 of one that the image does not have.
+    uint64_t samplesOf(unsigned iClass) const {
+        if (!pFormat->isCfa())
+            return iClass < pFormat->nChannels ? nWidth * nHeight : 0;
+        return iClass < 4 ? ((nHeight + 1 - iClass / 2) / 2) * ((nWidth + 1 - iClass % 2) / 2) : 0;
+    }
+
     /// True when the samples of both mean the same, place by place: size, bits, channels in their order and colour
     /// phase agree. How samples are packed in the image does not matter.
     bool hasSamplesLike(const ImageLayout& r) const {
@@ -54,6 +69,52 @@ struct ImageLayout {
 /// What a reference was recorded of: a covered lens, or an even, lit field.
 enum eReferenceKind { eReferenceDark = 0, eReferenceLight = 1 };
 
+/// Means of single images of a recording, DN. NaN: not known.
+struct FrameMeans {
+    double dFirst = std::numeric_limits<double>::quiet_NaN();  ///< of the first image
+    double dLast = std::numeric_limits<double>::quiet_NaN();   ///< of the last image
+    double dLeast = std::numeric_limits<double>::quiet_NaN();  ///< of the dimmest image
+    double dMost = std::numeric_limits<double>::quiet_NaN();   ///< of the brightest image
+};
+
+/// Temporal variance of a sample without what all samples do together. A light that changes by some part changes each
+/// sample by this part of its signal, so that the variance of the frame means v adds shape * v to the variance of the
+/// samples, shape = mean(m^2) / mean(m)^2 of the mean image m. EMVA 1288 takes
+/// v off for a flat image, where the shape is 1.
+/// @param[in] dPixels  variance of a sample over the frames (divisor n - 1), mean over the samples.
+/// @param[in] dFrames  variance of the frame means (divisor n - 1).
+inline double steadyVariance(double dPixels, double dFrames, double dShape, double dSamples) {
+    // Of so few samples nobody can tell what they do together.
+    const double dVariance = dSamples < 2.0 * dShape ? dPixels : dPixels - dShape * dFrames;
+    return dVariance > 0.0 ? dVariance : 0.0;
+}
+
+/// What the brightness of a corrected image is scaled to.
+enum eOutputTarget {
+    eTargetMean = 0,   ///< each colour class keeps its mean
+    eTargetMax = 1,    ///< the brightest part of each colour class keeps its brightness, the rest comes up to it
+    eTargetValue = 2,  ///< every colour class gets the same mean, so that several cameras agree
+};
+
+/// How corrected images come out.
+struct ReferenceOutput {
+    eOutputTarget eTarget = eTargetMean;
+    double dTarget = 0.0;    ///< DN, above 0 to full scale; of eTargetValue alone
+    double dPedestal = 0.0;  ///< DN, added after the correction: 0 to half of full scale
+
+    /// True where nothing is said.
+    bool isDefault() const { return eTarget == eTargetMean && dPedestal == 0.0; }
+};
+
+/// What is wrong with a pixel, as bits of a defect map.
+enum eDefectBit : uint8_t {
+    eDefectHot = 1,     ///< brighter than its neighbours in the dark
+    eDefectDead = 2,    ///< no or hardly any answer to light
+    eDefectUneven = 4,  ///< brighter or dimmer than its neighbours under light
+    eDefectByHand = 8,  ///< marked by the user
+    eDefectBits = 15,   ///< all of them
+};
+
 /// The mean of the images of one recording, with what is known about them.
 struct ReferenceImage {
     eReferenceKind eKind = eReferenceDark;  ///< dark or light
@@ -62,10 +123,24 @@ struct ReferenceImage {
     double dSaturatedShare = 0.0;           ///< share of samples at full scale over all images, 0 to 1
     double dMean = 0.0;                     ///< mean of all samples, DN
     /// Temporal standard deviation of a pixel, DN: root of the per-pixel temporal variance (divisor n - 1) averaged
-    /// over the pixels (EMVA 1288, temporal variance of an image stack). 0 for a single image.
+    /// over the pixels (EMVA 1288, temporal variance of an image stack), without the changes that all pixels share (see
+    /// steadyVariance()). 0 for a single image.
     double dTemporalNoise = 0.0;
     std::string strCamera;        ///< JSON object with the camera's settings, empty when none were filed
     std::vector<float> vSamples;  ///< DN, 0 to full scale, row by row, channels of a pixel side by side
+    /// dTemporalNoise of each colour class, see ImageLayout::classOf(); empty: not known.
+    std::vector<double> vClassNoise{};
+    FrameMeans sMeans{};    ///< how the light went
+    uint32_t uLargest = 0;  ///< the largest sample of all images; 0: not known, or black
+
+    ReferenceOutput sOutput{};        ///< of a light reference
+    /// Of a light reference: a byte for each pixel, row by row, 0 or bits of eDefectBit; empty: no defects.
+    std::vector<uint8_t> vecDefects{};
+
+    /// Most pixels that a map may mark: 1 of 32, and always 64.
+    static uint64_t defectsMax(const ImageLayout& rLayout) {
+        return rLayout.nWidth * rLayout.nHeight / 32 < 64 ? 64 : rLayout.nWidth * rLayout.nHeight / 32;
+    }
 };
 
 }  // namespace StandIn

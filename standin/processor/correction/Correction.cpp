@@ -4,6 +4,8 @@
 
 #include "standin/processor/correction/Correction.h"
 
+#include <array>
+#include <cstdio>
 #include <cstring>
 #include <utility>
 
@@ -17,12 +19,26 @@ namespace StandIn {
 
 namespace {
 
+std::string inWords(const ReferenceOutput& rOutput) {
+    std::array<char, 80> aText;
+    const char* const pTarget = rOutput.eTarget == eTargetMax ? "max" : "mean";
+    if (rOutput.eTarget == eTargetValue) {
+        std::snprintf(aText.data(), aText.size(), "target %.6g DN, pedestal %.6g DN", rOutput.dTarget,
+                      rOutput.dPedestal);
+    } else {
+        std::snprintf(aText.data(), aText.size(), "target %s, pedestal %.6g DN", pTarget, rOutput.dPedestal);
+    }
+    return aText.data();
+}
+
 class CTableCorrection : public ICorrection {
 public:
-    CTableCorrection(const ImageLayout& rLayout, CorrectionTable sTable, const KernelTarget& rTarget)
+    CTableCorrection(const ImageLayout& rLayout, CorrectionTable sTable, const KernelTarget& rTarget,
+                     const ReferenceOutput& rOutput)
         : m_sTable(std::move(sTable)),
           m_nSamples(rLayout.samples()),
           m_rTarget(rTarget),
+          m_sOutput(rOutput),
           m_fnKernel(rTarget.fnKernel(m_sTable.sLayout, m_nSamples)) {}
 
     void correct(void* pImage) const noexcept override {
@@ -32,27 +48,31 @@ public:
 
     std::string description() const override {
         return m_sTable.sLayout.description() + ", " + std::to_string(m_sTable.vecExceptions.size()) + " exceptions, " +
-               m_rTarget.pName;
+               m_rTarget.pName + ", " + inWords(m_sOutput) + ", " + std::to_string(m_sTable.oDefects.defects()) +
+               " defects";
     }
 
 private:
     const CorrectionTable m_sTable;
     const std::size_t m_nSamples;
     const KernelTarget& m_rTarget;
+    const ReferenceOutput m_sOutput;
     const Kernel m_fnKernel;
 };
 
 }  // namespace
 
 std::unique_ptr<ICorrection> makeCorrection(const ImageLayout& rLayout, const std::vector<float>* pDark,
-                                            const std::vector<float>* pLight, const char* pTarget) {
+                                            const std::vector<float>* pLight, const char* pTarget,
+                                            const CorrectionOutput& rOutput) {
     const std::vector<KernelTarget>& rTargets = kernelTargets();
     const KernelTarget* pChosen = &rTargets.front();
     for (const KernelTarget& rTarget : rTargets) {
         if (pTarget && std::strcmp(rTarget.pName, pTarget) == 0)
             pChosen = &rTarget;
     }
-    return std::make_unique<CTableCorrection>(rLayout, makeTable(CFormula(rLayout, pDark, pLight)), *pChosen);
+    return std::make_unique<CTableCorrection>(rLayout, makeTable(CFormula(rLayout, pDark, pLight, rOutput)), *pChosen,
+                                              rOutput.sOutput);
 }
 
 std::vector<const char*> correctionTargets() {

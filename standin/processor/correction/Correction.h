@@ -27,17 +27,34 @@ public:
     virtual std::string description() const = 0;
 };
 
-/// Builds the correction for a layout: result = clamp(round((in - D) * G), 0, full scale), where a sample at full scale
-/// stays as it is. Per colour class c (mono 1, colour filter array 4 sites, RGB 3 channels) T_c = mean of (L - D) and
+/// How corrected images come out.
+struct CorrectionOutput {
+    ReferenceOutput sOutput;
+    const std::vector<uint8_t>* pDefects = nullptr;  ///< as ReferenceImage::vecDefects, borrowed; null: none
+};
+
+/// Builds the correction for a layout: result = clamp(round((in - D) * G + P), 0, full scale), where a sample at full
+/// scale stays as it is. P is the pedestal, 0 unless the output says otherwise: with it noise around black survives,
+/// as in - D may be negative. Per colour class c (mono 1, colour filter array 4 sites, RGB 3 channels) the target T_c
+/// is
+/// - the mean of (L - D) over the class (eTargetMean);
+/// - its largest mean over a cell of 16 x 16 pixels, marked pixels left out (eTargetMax): the brightest place has gain
+///   1 and all else is lifted to it. A cell and not a pixel, as the brightest of millions lies some standard deviations
+///   above its place, by which the whole image would be too bright. Cells with less than half of their pixels good
+///   and those cut off at the right and bottom edges do not count; where no cell does, the mean stands in;
+/// - the value in DN (eTargetValue).
 /// G = T_c / (L - D), limited to [0, 16); G = 1 where L - D is not above 0 (flat-field correction: dark frame
 /// subtracted, then multiplied by the normalised gain). Against this formula in double precision a result is off by at
 /// most 1 DN up to 12 bits, by at most 1 + G/2 DN at 14 and 16 bits.
 /// @param[in] pDark   D in DN, sLayout.samples() values of 0 to full scale, borrowed; null: D = 0.
 /// @param[in] pLight  L in DN, as pDark; null: G = 1.
+/// At last each pixel that the output marks is replaced: see defectNeighbours(). Its neighbours are all corrected
+/// before, also those of the rows below. A marked pixel counts in the mean, so that marking it changes no other.
 /// @param[in] pTarget  one of correctionTargets(), for tests and benches; null: the fastest. Another text acts as null.
 /// @throws std::bad_alloc
 std::unique_ptr<ICorrection> makeCorrection(const ImageLayout& rLayout, const std::vector<float>* pDark,
-                                            const std::vector<float>* pLight, const char* pTarget = nullptr);
+                                            const std::vector<float>* pLight, const char* pTarget = nullptr,
+                                            const CorrectionOutput& rOutput = {});
 
 /// Names of the kinds of vectors that this processor can correct with, fastest first; the last is "scalar", the
 /// definition itself. All give the same bytes. @throws std::bad_alloc  @threads any.
@@ -52,15 +69,16 @@ struct FixedPoint {
 /// The definition of a corrected sample; every kernel gives its result exactly. A product half way between two values
 /// is rounded up. Offset and input stay below 2^28, the gain below 2^30, so 64 bits hold the product.
 /// @param[in] uOffset  D in 2^-nOffsetBits DN.   @param[in] uGain  G in 2^-nGainBits.
-inline uint16_t correctSample(uint32_t uIn, uint32_t uOffset, uint32_t uGain, const FixedPoint& rPoint,
-                              uint32_t uFull) noexcept {
+/// @param[in] uPedestal  P in the unit of the product, at most full scale.
+inline uint16_t correctSample(uint32_t uIn, uint32_t uOffset, uint32_t uGain, const FixedPoint& rPoint, uint32_t uFull,
+                              uint64_t uPedestal = 0) noexcept {
     if (uIn >= uFull)
         return static_cast<uint16_t>(uFull);
-    const uint32_t uScaled = uIn << rPoint.nOffsetBits;
-    const uint64_t uSignal = uScaled > uOffset ? uScaled - uOffset : 0;
+    const int64_t iSignal = int64_t{uIn << rPoint.nOffsetBits} - int64_t{uOffset};
     const unsigned nBits = rPoint.nOffsetBits + rPoint.nGainBits;
-    const uint64_t uResult = (uSignal * uGain + (1ULL << nBits >> 1)) >> nBits;
-    return static_cast<uint16_t>(std::min<uint64_t>(uResult, uFull));
+    const auto iRaise = static_cast<int64_t>(uPedestal + (1ULL << nBits >> 1));
+    const int64_t iResult = std::max<int64_t>(iSignal * int64_t{uGain} + iRaise, 0) >> nBits;
+    return static_cast<uint16_t>(std::min<int64_t>(iResult, int64_t{uFull}));
 }
 
 }  // namespace StandIn

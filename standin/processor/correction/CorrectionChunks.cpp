@@ -25,11 +25,15 @@ bool CChunks::next() noexcept {
 }
 
 /// The chunk that begins at m_iFirst ends before the next exception, or has a limited length, or ends with the last
-/// whole block. The tail is a chunk of its own.
+/// whole block. The tail is a chunk of its own. With defects to come it ends where the next of them can be replaced, or
+/// is long enough to be worth it, so that they meet their neighbours in the cache.
 std::size_t CChunks::chunkEnd() const noexcept {
     if (isTail())
         return m_iFirst + 1;
-    const std::size_t nWhole = m_nSamples / BLOCK;
+    std::size_t nWhole = m_nSamples / BLOCK;
+    const CDefectRepair& rDefects = m_rTable.oDefects;
+    if (m_iDefect != rDefects.size())
+        nWhole = std::min(nWhole, std::max(m_iFirst + DEFECT_BLOCKS, (rDefects.need(m_iDefect) - 1) / BLOCK + 1));
     if (m_pException == m_rTable.vecExceptions.data() + m_rTable.vecExceptions.size())
         return nWhole;
     const std::size_t iException = m_pException->iSample / BLOCK;
@@ -42,7 +46,8 @@ void CChunks::readExceptions() noexcept {
     for (const TableException* p = m_pException; p != pAll && p->iSample < m_iEnd * BLOCK; ++p) {
         uint16_t& rResult = m_aResults[m_nResults++];
         unpackSamples(rFormat, m_pImage, p->iSample, 1, &rResult);
-        rResult = correctSample(rResult, p->sEntry.uOffset, p->sEntry.uGain, WIDE_POINT, rFormat.fullScale());
+        rResult = correctSample(rResult, p->sEntry.uOffset, p->sEntry.uGain, WIDE_POINT, rFormat.fullScale(),
+                                m_rTable.uPedestal);
     }
 }
 
@@ -59,6 +64,8 @@ void CChunks::finish() noexcept {
     for (std::size_t i = 0; i < m_nResults; ++i, ++m_pException)
         packSamples(rFormat, &m_aResults[i], m_pException->iSample, 1, m_pImage);
     m_nResults = 0;
+    if (m_iDefect != m_rTable.oDefects.size())
+        m_iDefect = m_rTable.oDefects.repair(m_pImage, m_iDefect, std::min(m_iEnd * BLOCK, m_nSamples));
 }
 
 }  // namespace StandIn

@@ -22,6 +22,8 @@ public:
         : m_rTable(rTable), m_pImage(pImage), m_nSamples(nSamples), m_pException(rTable.vecExceptions.data()) {}
 
     const TableLayout& layout() const { return m_rTable.sLayout; }
+    /// What is added to the product by the kernel itself; other than 0 for wide tables alone.
+    uint64_t pedestal() const { return layout().isWide() ? m_rTable.uPedestal : 0; }
 
     /// Goes on to the next chunk; false when the image is done.
     bool next() noexcept;
@@ -32,7 +34,8 @@ public:
     std::size_t blocks() const { return m_iEnd - m_iFirst; }
 
 private:
-    static constexpr std::size_t CHUNK_BLOCKS = 32;  // worked on at once where there are exceptions
+    static constexpr std::size_t CHUNK_BLOCKS = 32;    // worked on at once where there are exceptions
+    static constexpr std::size_t DEFECT_BLOCKS = 512;  // and where there are defects
 
     bool isTail() const { return m_iFirst == m_nSamples / BLOCK; }
     std::size_t tailBytes() const { return (m_nSamples % BLOCK * layout().pFormat->nWireBits + 7) / 8; }
@@ -47,6 +50,7 @@ private:
     std::size_t m_iFirst = 0;  // block
     std::size_t m_iEnd = 0;    // first block behind the chunk
     const TableException* m_pException;
+    std::size_t m_iDefect = 0;   // the next to replace
     std::size_t m_nResults = 0;  // exceptions of the chunk, the first of them m_pException
     std::array<uint16_t, CHUNK_BLOCKS * BLOCK> m_aResults;
     std::array<uint8_t, BLOCK * 2> m_aTail;

@@ -67,7 +67,8 @@ void encodeVectors(const EncodeRule& rRule, const FormulaBlock& rBlock, EncodedB
         hn::StoreU(vDarkCode, di, reinterpret_cast<int32_t*>(rCodes.aDarks.data()) + i);
         hn::StoreU(vGainCode, di, reinterpret_cast<int32_t*>(rCodes.aGains.data()) + i);
         alignas(8) uint8_t aBits[8] = {};
-        hn::StoreMaskBits(d, hn::Gt(vGainPart, vRest), aBits);
+        // Where a pedestal has no finite offset, the rest is no number: a misfit too.
+        hn::StoreMaskBits(d, hn::Not(hn::Le(vGainPart, vRest)), aBits);
         rCodes.uMisfits |= uint64_t{aBits[0]} << i;
     }
 }

@@ -15,10 +15,32 @@ constexpr std::size_t LANES = 12;  // a multiple of 1, 2 and 3: the lane of a sa
 
 }  // namespace
 
-CFormula::CFormula(const ImageLayout& rLayout, const std::vector<float>* pDark, const std::vector<float>* pLight)
-    : m_rLayout(rLayout), m_pDark(pDark ? pDark->data() : nullptr), m_pLight(pLight ? pLight->data() : nullptr) {
-    if (!m_pLight)
+CFormula::CFormula(const ImageLayout& rLayout, const std::vector<float>* pDark, const std::vector<float>* pLight,
+                   const CorrectionOutput& rOutput)
+    : m_rLayout(rLayout),
+      m_pDark(pDark ? pDark->data() : nullptr),
+      m_pLight(pLight ? pLight->data() : nullptr),
+      m_sOutput(rOutput) {
+    if (m_sOutput.pDefects && m_sOutput.pDefects->empty()) {
+        m_sOutput.pDefects = nullptr;
+    }
+    if (!m_pLight) {
         return;
+    }
+    switch (rOutput.sOutput.eTarget) {
+        case eTargetValue:
+            m_aTargets.fill(rOutput.sOutput.dTarget);
+            break;
+        case eTargetMax:
+            setBrightest();
+            break;
+        default:
+            setMeans();
+    }
+}
+
+void CFormula::setMeans() {
+    const ImageLayout& rLayout = m_rLayout;
     std::array<double, 4> aSums = {};
     for (std::size_t iRow = 0; iRow < rLayout.nHeight; ++iRow) addRow(iRow, aSums);
     const std::size_t nWidth = rLayout.nWidth;
@@ -27,6 +49,49 @@ CFormula::CFormula(const ImageLayout& rLayout, const std::vector<float>* pDark, 
         const std::size_t nSamples =
             rLayout.pFormat->isCfa() ? (nWidth + 1 - i % 2) / 2 * ((nHeight + 1 - i / 2) / 2) : nWidth * nHeight;
         m_aTargets[i] = nSamples != 0 ? aSums[i] / static_cast<double>(nSamples) : 0.0;
+    }
+}
+
+void CFormula::setBrightest() {
+    setMeans();
+    constexpr std::size_t CELL = 16;
+    struct Sum {
+        double dSum = 0.0;
+        std::size_t nGood = 0;
+    };
+    const auto nWidth = static_cast<std::size_t>(m_rLayout.nWidth);
+    const auto nHeight = static_cast<std::size_t>(m_rLayout.nHeight);
+    const std::size_t nChannels = m_rLayout.pFormat->nChannels;
+    const bool bCfa = m_rLayout.pFormat->isCfa();
+    const std::size_t nLeast = CELL * CELL / (bCfa ? 8 : 2);
+    std::array<double, 4> aBrightest = {};
+    std::vector<std::array<Sum, 4>> vecCells(nWidth / CELL);
+    for (std::size_t iY = 0; iY < nHeight / CELL * CELL; ++iY) {
+        for (std::size_t iX = 0; iX < vecCells.size() * CELL; ++iX) {
+            const std::size_t iPixel = iY * nWidth + iX;
+            if (m_sOutput.pDefects && (*m_sOutput.pDefects)[iPixel] != 0) {
+                continue;
+            }
+            for (std::size_t c = 0; c < nChannels; ++c) {
+                const std::size_t i = iPixel * nChannels + c;
+                Sum& rSum = vecCells[iX / CELL][bCfa ? iY % 2 * 2 + iX % 2 : c];
+                rSum.dSum += static_cast<double>(m_pLight[i]) - (m_pDark ? static_cast<double>(m_pDark[i]) : 0.0);
+                ++rSum.nGood;
+            }
+        }
+        if (iY % CELL == CELL - 1) {
+            for (std::array<Sum, 4>& rCell : vecCells) {
+                for (std::size_t c = 0; c < rCell.size(); ++c) {
+                    if (rCell[c].nGood >= nLeast) {
+                        aBrightest[c] = std::max(aBrightest[c], rCell[c].dSum / static_cast<double>(rCell[c].nGood));
+                    }
+                }
+                rCell = {};
+            }
+        }
+    }
+    for (std::size_t c = 0; c < aBrightest.size(); ++c) {
+        m_aTargets[c] = aBrightest[c] > 0.0 ? aBrightest[c] : m_aTargets[c];
     }
 }
 
@@ -69,6 +134,27 @@ void CFormula::fillTargets(std::size_t iFirst, std::array<double, BLOCK>& rTarge
         rTargets.fill(m_aTargets[0]);
     else
         for (std::size_t i = 0; i < BLOCK; ++i) rTargets[i] = m_aTargets[(iFirst + i) % 3];
+}
+
+void CFormula::foldPedestal(FormulaBlock& rBlock) const {
+    if (pedestal() == 0.0) {
+        return;
+    }
+    for (std::size_t i = 0; i < BLOCK; ++i) {
+        rBlock.aOffsets[i] -= pedestal() / rBlock.aGains[i];
+    }
+}
+
+uint64_t CFormula::defectsOf(std::size_t iFirst) const {
+    if (!m_sOutput.pDefects) {
+        return 0;
+    }
+    const std::size_t nChannels = m_rLayout.pFormat->nChannels;
+    uint64_t uMarked = 0;
+    for (std::size_t i = 0; i < std::min(BLOCK, m_rLayout.samples() - iFirst); ++i) {
+        uMarked |= uint64_t{(*m_sOutput.pDefects)[(iFirst + i) / nChannels] != 0} << i;
+    }
+    return uMarked;
 }
 
 void CFormula::block(std::size_t iFirst, FormulaBlock& rBlock) const {

@@ -185,7 +185,17 @@ struct Words16 {
     }
 };
 
+/// A product of the signal less one of the offset, both with 64 bits, shifted down; 0 where it is negative.
+template <int BITS, class V64>
+HWY_INLINE V64 difference(V64 vSignal, V64 vOffset) {
+    const hn::RebindToSigned<hn::DFromV<V64>> di64;
+    const auto vLeft = hn::BitCast(di64, hn::Sub(vSignal, vOffset));
+    const auto vKept = hn::AndNot(hn::BroadcastSignBit(vLeft), vLeft);
+    return hn::ShiftRight<BITS>(hn::BitCast(hn::DFromV<V64>(), vKept));
+}
+
 /// Wide tables, in any format.
+template <bool PEDESTAL>
 void correctWide(CChunks& rChunks) {
     const TableLayout& rLayout = rChunks.layout();
     const hn::ScalableTag<uint32_t> d32;
@@ -193,7 +203,7 @@ void correctWide(CChunks& rChunks) {
     const hn::Repartition<int32_t, decltype(d32)> di32;
     const hn::Rebind<uint16_t, decltype(d32)> d16;
     constexpr int BITS = WIDE_POINT.nOffsetBits + WIDE_POINT.nGainBits;
-    const auto vHalf = hn::Set(d64, 1ULL << (BITS - 1));
+    const auto vHalf = hn::Set(d64, rChunks.pedestal() + (1ULL << (BITS - 1)));
     const auto vFull = hn::Set(d32, rLayout.pFormat->fullScale());
     alignas(64) uint16_t aSamples[BLOCK];
     while (rChunks.next()) {
@@ -206,11 +216,19 @@ void correctWide(CChunks& rChunks) {
                 const auto vOffset = hn::Load(d32, pOffsets + i);
                 const auto vGain = hn::Load(d32, pOffsets + BLOCK + i);
                 const auto vScaled = hn::ShiftLeft<WIDE_POINT.nOffsetBits>(vIn);
-                const auto vSignal = hn::Sub(hn::Max(vScaled, vOffset), vOffset);
-                const auto vEven = hn::ShiftRight<BITS>(hn::Add(hn::MulEven(vSignal, vGain), vHalf));
+                // With a pedestal the signal may be negative, and its product is taken as a difference.
+                const auto vSignal = PEDESTAL ? vScaled : hn::Sub(hn::Max(vScaled, vOffset), vOffset);
                 const auto vOddSignal = hn::BitCast(d32, hn::ShiftRight<32>(hn::BitCast(d64, vSignal)));
                 const auto vOddGain = hn::BitCast(d32, hn::ShiftRight<32>(hn::BitCast(d64, vGain)));
-                const auto vOdd = hn::ShiftRight<BITS>(hn::Add(hn::MulEven(vOddSignal, vOddGain), vHalf));
+                const auto vEvenSum = hn::Add(hn::MulEven(vSignal, vGain), vHalf);
+                const auto vOddSum = hn::Add(hn::MulEven(vOddSignal, vOddGain), vHalf);
+                auto vEven = hn::ShiftRight<BITS>(vEvenSum);
+                auto vOdd = hn::ShiftRight<BITS>(vOddSum);
+                if (PEDESTAL) {
+                    const auto vOddOffset = hn::BitCast(d32, hn::ShiftRight<32>(hn::BitCast(d64, vOffset)));
+                    vEven = difference<BITS>(vEvenSum, hn::MulEven(vOffset, vGain));
+                    vOdd = difference<BITS>(vOddSum, hn::MulEven(vOddOffset, vOddGain));
+                }
                 const auto vOut = hn::Min(hn::BitCast(d32, hn::Or(vEven, hn::ShiftLeft<32>(vOdd))), vFull);
                 const auto vKept = hn::IfThenElse(hn::Eq(hn::Max(vIn, vFull), vIn), vFull, vOut);
                 hn::Store(hn::DemoteTo(d16, hn::BitCast(di32, vKept)), d16, aSamples + i);
@@ -237,10 +255,18 @@ Kernel kernelWithoutWhole(const TableLayout& rLayout) {
     return bRoundLow ? Words16<D, IO, false, eWholeNone, true>::run : Words16<D, IO, false, eWholeNone, false>::run;
 }
 
+void correctWideAny(CChunks& rChunks) {
+    if (rChunks.pedestal() != 0) {
+        correctWide<true>(rChunks);
+    } else {
+        correctWide<false>(rChunks);
+    }
+}
+
 Kernel findKernel(const TableLayout& rLayout, std::size_t nSamples) {
     using D = hn::ScalableTag<uint16_t>;
     if (rLayout.isWide())
-        return correctWide;
+        return correctWideAny;
     const bool bByteFields = rLayout.nFieldBytes == 1;
     if (rLayout.pFormat->nWireBits == 8)
         return bByteFields ? findKernel8<true>(nSamples) : findKernel8<false>(nSamples);
@@ -283,7 +309,8 @@ void correctScalar(CChunks& rChunks) {
             unpackSamples(*rLayout.pFormat, rChunks.image(), iBlock * BLOCK, BLOCK, aSamples.data());
             for (std::size_t i = 0; i < BLOCK; ++i) {
                 const TableEntry sEntry = tableEntry(rLayout, pTable, i);
-                aSamples[i] = correctSample(aSamples[i], sEntry.uOffset, sEntry.uGain, rLayout.sPoint, uFull);
+                aSamples[i] =
+                    correctSample(aSamples[i], sEntry.uOffset, sEntry.uGain, rLayout.sPoint, uFull, rChunks.pedestal());
             }
             packSamples(*rLayout.pFormat, aSamples.data(), iBlock * BLOCK, BLOCK, rChunks.image());
         }

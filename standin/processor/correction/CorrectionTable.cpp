@@ -13,6 +13,12 @@
 //
 // Wide tables (32 bit; 12 fraction bits of offset, 26 of gain) keep it for every reference: |d| <= 2^-13,
 // |g| <= 2^-26 (at the limit of 16; else 2^-27), F < 2^16 and G < 16 make (1) less than 2^-10 + 2^-9 < 0.003.
+//
+// A pedestal P is part of the offset, as (in - D) G + P = (in - (D - P / G)) G, and costs nothing, where that is not
+// negative and the layout's darks reach it. (1) then holds for D - P / G in place of D; where it is negative, D' is
+// not, so d is above 0, and x' <= F in x' g - d G gives (1) again. Wide tables and exceptions keep D and add P to the
+// product: P has 38 fraction bits there, and with x down to -F (1) holds as P <= F.
+//
 // The other layouts are tried from the smallest on. (1) is computed for each sample; the few for which it fails, hot
 // and dead pixels mostly, become exceptions. The first layout with few enough of them is taken.
 
@@ -46,6 +52,7 @@ public:
         FormulaBlock sBlock;
         for (std::size_t iBlock = 0; iBlock < nBlocks; iBlock += nStride) {
             rFormula.block(iBlock * BLOCK, sBlock);
+            rFormula.foldPedestal(sBlock);
             const std::size_t nUsed = std::min(BLOCK, rLayout.samples() - iBlock * BLOCK);
             for (std::size_t i = 0; i < nUsed; ++i) {
                 ++m_vecDarks[static_cast<std::size_t>(std::clamp(sBlock.aOffsets[i] * dToBin, 0.0, BINS - 1.0))];
@@ -223,11 +230,17 @@ bool build(const CFormula& rFormula, CorrectionTable& rTable) {
     EncodedBlock sCodes;
     for (std::size_t iBlock = 0; iBlock < nBlocks; ++iBlock) {
         rFormula.block(iBlock * BLOCK, sBlock);
+        if (!rTable.sLayout.isWide()) {
+            rFormula.foldPedestal(sBlock);
+        }
         encodeBlock(sRule, sBlock, sCodes);
         store(rTable.sLayout, sCodes, rTable.pBlocks.get() + iBlock * rTable.sLayout.blockBytes());
-        const uint64_t uMisfits = sCodes.uMisfits;
+        const uint64_t uMisfits = sCodes.uMisfits & ~rFormula.defectsOf(iBlock * BLOCK);
         if (uMisfits == 0 || rTable.sLayout.isWide())
             continue;
+        if (rFormula.pedestal() != 0.0) {
+            rFormula.block(iBlock * BLOCK, sBlock);
+        }
         encodeBlock(sWideRule, sBlock, sCodes);
         for (std::size_t i = 0; i < BLOCK && iBlock * BLOCK + i < nSamples; ++i) {
             if ((uMisfits >> i & 1) != 0)
@@ -253,6 +266,11 @@ std::string TableLayout::description() const {
 
 CorrectionTable makeTable(const CFormula& rFormula) {
     CorrectionTable sTable;
+    sTable.uPedestal = static_cast<uint64_t>(
+        std::llround(rFormula.pedestal() * power(static_cast<int>(WIDE_POINT.nOffsetBits + WIDE_POINT.nGainBits))));
+    if (const std::vector<uint8_t>* const pDefects = rFormula.defects()) {
+        sTable.oDefects = CDefectRepair(rFormula.layout(), *pDefects);
+    }
     for (const TableLayout& rLayout : candidates(rFormula)) {
         sTable.sLayout = rLayout;
         if (build(rFormula, sTable))

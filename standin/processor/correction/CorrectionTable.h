@@ -12,6 +12,7 @@
 #include "standin/pixels/LargeMemory.h"
 #include "standin/processor/correction/Correction.h"
 #include "standin/processor/correction/CorrectionFormula.h"
+#include "standin/processor/correction/DefectRepair.h"
 
 namespace XAPEL2 {
 namespace StandIn {
@@ -80,7 +81,9 @@ struct TableException {
 
 struct CorrectionTable {
     TableLayout sLayout;
-    LargeMemory pBlocks;                        // one for each 64 samples begun, the last filled up with D = 0, G = 1
+    LargeMemory pBlocks;     // one for each 64 samples begun, the last filled up with D = 0, G = 1
+    uint64_t uPedestal = 0;  // of wide tables and exceptions, in the unit of their product
+    CDefectRepair oDefects;
     std::vector<TableException> vecExceptions;  // in the order of the image, at most 1 of 1,000 samples
 };
 

@@ -41,12 +41,15 @@ public:
         require(iNumber->second >= 0.0 && iNumber->second <= dLargest, "a number out of range: " + strName);
         return iNumber->second;
     }
+    bool has(const std::string& strName) const { return m_Numbers.count(strName) != 0; }
     std::string text(const std::string& strName) const {
         const auto iText = m_Texts.find(strName);
         require(iText != m_Texts.end(), "no text in the description: " + strName);
         return iText->second;
     }
     const std::string& camera() const { return m_strCamera; }
+    bool hasOutput() const { return m_bHasOutput; }
+    ReferenceOutput output(double dFull) const;
 
     bool null() override { return value("null"); }
     bool boolean(bool bValue) override { return value(bValue ? "true" : "false"); }
@@ -60,6 +63,11 @@ public:
     bool string(string_t& strValue) override {
         if (m_nDepth == 1)
             m_Texts[m_strKey] = strValue;
+        if (isOutputMember() && m_strOutputKey == "target") {
+            require(strValue == "mean" || strValue == "max", "unknown target of the output");
+            m_sOutput.eTarget = strValue == "max" ? eTargetMax : eTargetMean;
+            return true;
+        }
         return value(Json(strValue).dump());
     }
     bool binary(binary_t&) override { return false; }  // not in JSON text
@@ -67,9 +75,13 @@ public:
         if (m_nDepth == 1) {
             m_strKey = strKey;
             m_bCamera = strKey == "camera";
+            m_bOutput = strKey == "output";
+            m_bHasOutput = m_bHasOutput || m_bOutput;
             if (m_bCamera)
                 m_strCamera.clear();
             m_bComma = false;
+        } else if (m_nDepth == 2 && m_bOutput) {
+            m_strOutputKey = strKey;
         } else if (m_bCamera) {
             append(Json(strKey).dump() + ':');
             m_bComma = false;
@@ -81,6 +93,7 @@ public:
     bool start_array(std::size_t) override {
         require(m_nDepth != 0, "the description is no JSON object");
         require(m_nDepth != 1 || !m_bCamera, "the camera settings are no JSON object");
+        require(m_nDepth != 1 || !m_bOutput, "the output is no JSON object");
         return open('[');
     }
     bool end_array() override { return close(']'); }
@@ -92,16 +105,31 @@ private:
     bool number(double dValue, const std::string& strText) {
         if (m_nDepth == 1)
             m_Numbers[m_strKey] = dValue;
+        if (isOutputMember() && m_strOutputKey == "target") {
+            m_sOutput.eTarget = eTargetValue;
+            m_sOutput.dTarget = dValue;
+            return true;
+        }
+        if (isOutputMember() && m_strOutputKey == "pedestal") {
+            m_sOutput.dPedestal = dValue;
+            return true;
+        }
         return value(strText);
     }
     bool value(const std::string& strText) {
         require(m_nDepth != 0, "the description is no JSON object");
         require(m_nDepth != 1 || !m_bCamera, "the camera settings are no JSON object");
+        require(m_nDepth != 1 || !m_bOutput, "the output is no JSON object");
+        require(!isOutputMember() || (m_strOutputKey != "target" && m_strOutputKey != "pedestal"),
+                "a member of the output has a wrong type");
         append(strText);
         m_bComma = true;
         return true;
     }
+    bool isOutputMember() const { return m_nDepth == 2 && m_bOutput; }
     bool open(char cBracket) {
+        require(!isOutputMember() || (m_strOutputKey != "target" && m_strOutputKey != "pedestal"),
+                "a member of the output has a wrong type");
         require(++m_nDepth <= DEPTH_MAX, "the description is nested too deeply");
         append(std::string(1, cBracket));
         m_bComma = false;
@@ -127,9 +155,36 @@ private:
     std::string m_strCamera;
     std::string m_strKey;      // of the outer object
     std::size_t m_nDepth = 0;  // open brackets
-    bool m_bCamera = false;    // inside the member "camera"
-    bool m_bComma = false;     // a value stands before in the same brackets
+    ReferenceOutput m_sOutput;
+    std::string m_strOutputKey;
+    bool m_bOutput = false;  // inside the member "output"
+    bool m_bHasOutput = false;
+    bool m_bCamera = false;  // inside the member "camera"
+    bool m_bComma = false;   // a value stands before in the same brackets
 };
+
+std::string classNoiseName(std::size_t iClass) {
+    return "temporalNoise" + std::to_string(iClass);
+}
+
+// What older files do not have.
+void readNewer(const CDescriptionReader& rReader, double dFull, ReferenceImage& rReference) {
+    if (rReader.has("firstMean"))
+        rReference.sMeans = {rReader.number("firstMean", dFull), rReader.number("lastMean", dFull),
+                             rReader.number("leastMean", dFull), rReader.number("mostMean", dFull)};
+    for (unsigned k = 0; rReader.has(classNoiseName(0)) && k < rReference.sLayout.classes(); ++k)
+        rReference.vClassNoise.push_back(rReader.number(classNoiseName(k), dFull));
+    if (rReader.has("largest"))
+        rReference.uLargest = static_cast<uint32_t>(rReader.number("largest", dFull));
+}
+
+ReferenceOutput CDescriptionReader::output(double dFull) const {
+    require(m_sOutput.eTarget != eTargetValue || (m_sOutput.dTarget > 0.0 && m_sOutput.dTarget <= dFull),
+            "the target of the output is not above 0 and up to full scale");
+    require(m_sOutput.dPedestal >= 0.0 && m_sOutput.dPedestal <= dFull / 2,
+            "the pedestal of the output is not from 0 to half of full scale");
+    return m_sOutput;
+}
 
 }  // namespace
 
@@ -140,9 +195,24 @@ std::string makeDescription(const ReferenceImage& rReference) {
                           std::to_string(rReference.nImages) + R"(,"saturatedShare":)" +
                           fnNumber(rReference.dSaturatedShare) + R"(,"mean":)" + fnNumber(rReference.dMean) +
                           R"(,"temporalNoise":)" + fnNumber(rReference.dTemporalNoise);
+    const FrameMeans& rMeans = rReference.sMeans;
+    if (!std::isnan(rMeans.dFirst))
+        strText += R"(,"firstMean":)" + fnNumber(rMeans.dFirst) + R"(,"lastMean":)" + fnNumber(rMeans.dLast) +
+                   R"(,"leastMean":)" + fnNumber(rMeans.dLeast) + R"(,"mostMean":)" + fnNumber(rMeans.dMost);
+    for (std::size_t k = 0; k < rReference.vClassNoise.size(); ++k)
+        strText += ",\"" + classNoiseName(k) + "\":" + fnNumber(rReference.vClassNoise[k]);
+    if (rReference.uLargest != 0)
+        strText += R"(,"largest":)" + std::to_string(rReference.uLargest);
     if (!rReference.strCamera.empty()) {
         require(Json::accept(rReference.strCamera), "the camera settings are no JSON object");
         strText += R"(,"camera":)" + rReference.strCamera;
+    }
+    if (!rReference.sOutput.isDefault()) {
+        const ReferenceOutput& rOutput = rReference.sOutput;
+        strText += R"(,"output":{"target":)" + (rOutput.eTarget == eTargetValue ? fnNumber(rOutput.dTarget)
+                                                : rOutput.eTarget == eTargetMax ? R"("max")"
+                                                                                : R"("mean")");
+        strText += R"(,"pedestal":)" + fnNumber(rOutput.dPedestal) + '}';
     }
     strText += '}';
     parseDescription(strText.c_str(), rReference.sLayout.nWidth, rReference.sLayout.nHeight);
@@ -178,7 +248,11 @@ ReferenceImage parseDescription(const char* strText, uint64_t nWidth, uint64_t n
     sReference.dSaturatedShare = oReader.number("saturatedShare", 1.0);
     sReference.dMean = oReader.number("mean", dFull);
     sReference.dTemporalNoise = oReader.number("temporalNoise", dFull);
+    readNewer(oReader, dFull, sReference);
     sReference.strCamera = oReader.camera();
+    require(!oReader.hasOutput() || sReference.eKind == eReferenceLight,
+            "only a light reference tells how the output is scaled");
+    sReference.sOutput = oReader.output(dFull);
     return sReference;
 }
 

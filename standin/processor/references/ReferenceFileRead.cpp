@@ -2,6 +2,9 @@
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // Reading reference files, which may come from anywhere.
 
+#include <utility>
+#include <vector>
+
 #include "standin/files/TiffInput.h"
 #include "standin/processor/references/ReferenceDescription.h"
 #include "xapel2_standin/ReferenceFile.h"
@@ -37,10 +40,36 @@ void checkSamples(const CTiffInput& rTiff, const PixelFormat& rFormat) {
             "the samples are not grey or RGB values");
 }
 
+/// The second page, which the file has been moved to.
+void readDefects(const CTiffInput& rTiff, ReferenceImage& rReference) {
+    require(rReference.eKind == eReferenceLight, "only a light reference has a second page, the defect map");
+    const ImageLayout& rLayout = rReference.sLayout;
+    uint32_t nWidth = 0;
+    uint32_t nHeight = 0;
+    require(TIFFGetField(rTiff.get(), TIFFTAG_IMAGEWIDTH, &nWidth) == 1 &&
+                TIFFGetField(rTiff.get(), TIFFTAG_IMAGELENGTH, &nHeight) == 1 && nWidth == rLayout.nWidth &&
+                nHeight == rLayout.nHeight,
+            "the defect map has another size than the reference");
+    require(rTiff.tag(TIFFTAG_BITSPERSAMPLE) == 8 && rTiff.tag(TIFFTAG_SAMPLESPERPIXEL) == 1 &&
+                rTiff.tag(TIFFTAG_SAMPLEFORMAT) == SAMPLEFORMAT_UINT &&
+                rTiff.tag(TIFFTAG_PHOTOMETRIC) == PHOTOMETRIC_MINISBLACK,
+            "the defect map does not have 8 bits per pixel");
+    rTiff.checkStrips(rLayout.nHeight, rLayout.nWidth);
+    std::vector<uint8_t> vecMap(static_cast<std::size_t>(rLayout.nWidth * rLayout.nHeight));
+    rTiff.read(rLayout.nHeight, rLayout.nWidth, vecMap.data());
+    uint64_t nMarked = 0;
+    for (const uint8_t uBits : vecMap) {
+        require((uBits & ~eDefectBits) == 0, "the defect map has unknown bits");
+        nMarked += uBits != 0;
+    }
+    require(nMarked <= ReferenceImage::defectsMax(rLayout), "the defect map marks too many pixels");
+    rReference.vecDefects = std::move(vecMap);
+}
+
 }  // namespace
 
 ReferenceImage readReferenceFile(const std::string& strFile) {
-    const CTiffInput sTiff(strFile);
+    CTiffInput sTiff(strFile);
     ReferenceImage sReference = readDescription(sTiff);
     const ImageLayout& rLayout = sReference.sLayout;
     const uint64_t nRowBytes = rLayout.samplesPerRow() * sizeof(float);
@@ -51,6 +80,10 @@ ReferenceImage readReferenceFile(const std::string& strFile) {
     const auto fFull = static_cast<float>(rLayout.pFormat->fullScale());
     for (const float fSample : sReference.vSamples)
         require(fSample >= 0.0F && fSample <= fFull, "a sample is no number from 0 to full scale");
+    if (sTiff.nextPage()) {
+        readDefects(sTiff, sReference);
+        require(!sTiff.nextPage(), "the file has more than two pages");
+    }
     return sReference;
 }
 

@@ -4,10 +4,12 @@
 
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <vector>
 
 #include "standin/pixels/LargeMemory.h"
+#include "standin/processor/references/FrameSums.h"
 #include "xapel2_standin/ReferenceImage.h"
 
 namespace XAPEL2 {
@@ -38,15 +40,28 @@ public:
     ReferenceImage reference() const;
 
 private:
+    static constexpr std::size_t CLASSES_MAX = 4;
+
     /// Empties the narrow sums into the wide ones.
     void widen();
     uint64_t sum(std::size_t iSample) const;
+    /// Adds a run of samples, unpacked, whose first one is sample iFirst of the image.
+    FrameFigures addRun(const void* pSamples, std::size_t iFirst, std::size_t nSamples);
+    /// Adds the frame's figures, as the sums of its classes, to those of the recording.
+    void closeFrame(const std::array<int64_t, CLASSES_MAX>& rSums);
 
+    /// What is added up for a colour class.
+    struct ClassSums {
+        UInt128 uSquares = 0;       // over all samples of all images of (sample - centre)^2
+        UInt128 uFrameSquares = 0;  // over all images of (sum of the image)^2
+    };
     eReferenceKind m_eKind;
     ImageLayout m_sLayout;
     uint64_t m_nImages = 0;
     uint64_t m_nSaturated = 0;
-    UInt128 m_uSquares = 0;  // sum over all samples of all images of (sample - centre)^2
+    uint32_t m_uLargest = 0;
+    FrameMeans m_sMeans;
+    std::array<ClassSums, CLASSES_MAX> m_aClasses;
 
     // Sums of each sample over the images. One of the narrow ones is in use, by the format; a sum of all images is the
     // narrow one and, once there are wide ones, the wide one together.

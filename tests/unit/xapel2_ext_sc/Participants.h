@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "standin/host/testing/Control.h"
 #include "xapel2/XapelBypassRegistration.h"
-#include "xapel2_standin/Control.h"
 
 #include "StreamFixture.h"
 #include "XapelBypass.h"

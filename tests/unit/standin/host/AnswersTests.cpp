@@ -190,6 +190,20 @@ TEST_F(Answers, FailedCommandIsTheLastErrorOfItsThread) {
     EXPECT_NE(lastError().iCode, 0) << "success leaves it alone";
 }
 
+TEST_F(Answers, ForcedStatusStandsForTheCommandInItsLastErrorToo) {
+    const std::string strMissing = m_folder / "none.tif";
+    Control::forceStatus(0, -77);
+    EXPECT_EQ(m_processor.run(eLoadDark, strMissing), -77);
+    EXPECT_EQ(lastError().iCode, -77);
+    EXPECT_EQ(lastError().strText, "cannot open: No such file or directory");
+    Control::forceStatus(0, 3);
+    EXPECT_EQ(m_processor.run(eLoadDark, strMissing), 3);
+    EXPECT_EQ(lastError().iCode, -77) << "success leaves it alone";
+    Control::reset();
+    EXPECT_EQ(m_processor.run(eLoadDark, strMissing), GC_ERR_IO);
+    EXPECT_EQ(lastError().iCode, GC_ERR_IO);
+}
+
 TEST_F(Answers, SinkTakesTheTracesInPlaceOfThePrint) {
     const int32_t iError = 2;
     std::vector<std::string> vecTold;

@@ -86,6 +86,30 @@ TEST(Judgement, SaysWhatIsWrongWithThePairAndNothingElse) {
         {"warning few-frames note gain-unknown", [](auto& rDark, auto&) { rDark.nImages = 1; }},
         {"warning no-noise note gain-unknown", [](auto&, auto& rLight) { rLight.dTemporalNoise = 0.0; }},
         {"warning noisy-reference", [](auto&, auto& rLight) { rLight.dTemporalNoise = 100.0; }},
+        {"",
+         [](auto&, auto& rLight) {
+             rLight.sMeans = {2064.0, 2065.0, 2062.0, 2066.0};
+         }},
+        {"note drift",
+         [](auto&, auto& rLight) {
+             rLight.sMeans = {2064.0, 2064.5, 2062.0, 2066.2};
+         }},
+        {"warning drift",
+         [](auto&, auto& rLight) {
+             rLight.sMeans = {2050.0, 2075.0, 2050.0, 2075.0};
+         }},
+        {"",
+         [](auto& rDark, auto&) {
+             rDark.sMeans = {64.0, 64.4, 64.0, 64.4};
+         }},
+        {"note drift",
+         [](auto& rDark, auto&) {
+             rDark.sMeans = {64.0, 64.6, 64.0, 64.6};
+         }},
+        {"warning drift",
+         [](auto& rDark, auto&) {
+             rDark.sMeans = {65.0, 63.0, 63.0, 65.1};
+         }},
         {"refusal other-kind!", [](auto& rDark, auto& rLight) { std::swap(rDark, rLight); }},
         {"refusal other-size!", [](auto& rDark, auto&) { rDark = dark(layoutOf("Mono12", 48, 64)); }},
         {"refusal other-format!", [](auto& rDark, auto&) { rDark = dark(layoutOf("BayerRG12")); }},

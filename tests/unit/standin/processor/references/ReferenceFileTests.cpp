@@ -42,6 +42,10 @@ TEST(ReferenceFile, GivesBackWhatWasWritten) {
     for (const ImageLayout& rLayout : {layout("RGB8", 7, 5), layout("Mono16", 1000, 700), layout("BayerGB12p", 6, 3)}) {
         ReferenceImage sWritten = sampleReference(rLayout, eReferenceLight);
         sWritten.strCamera = R"({"exposure":1000,"mirror":false,"roi":[0,{"w":8.5},[]],"name":"a \"b\"","last":null})";
+        sWritten.sMeans = {10.25, 11.5, 9.0, 12.125};
+        sWritten.vClassNoise.assign(rLayout.classes(), 2.5);
+        sWritten.vClassNoise.back() = 3.5;
+        sWritten.uLargest = 250;
         writeReferenceFile(oFolder / "a.tif", sWritten);
         const ReferenceImage sRead = readReferenceFile(oFolder / "a.tif");
         EXPECT_EQ(sRead.eKind, eReferenceLight);
@@ -50,9 +54,122 @@ TEST(ReferenceFile, GivesBackWhatWasWritten) {
         EXPECT_EQ(sRead.dSaturatedShare, 0.25);
         EXPECT_EQ(sRead.dMean, 100.5);
         EXPECT_EQ(sRead.dTemporalNoise, 3.125);
+        EXPECT_EQ(sRead.vClassNoise, sWritten.vClassNoise);
+        EXPECT_TRUE(sRead.sMeans.dFirst == 10.25 && sRead.sMeans.dLast == 11.5 && sRead.sMeans.dLeast == 9.0 &&
+                    sRead.sMeans.dMost == 12.125);
+        EXPECT_EQ(sRead.uLargest, 250U);
         EXPECT_EQ(sRead.strCamera, sWritten.strCamera);
         EXPECT_EQ(sRead.vSamples, sWritten.vSamples);
         EXPECT_EQ(oFolder.names(), std::vector<std::string>{"a.tif"});
+    }
+}
+
+TEST(ReferenceFile, CarriesOutputAndDefectsOfALightReference) {
+    const XAPEL2::Test::CTemporaryFolder folder;
+    for (const ReferenceOutput& rOutput :
+         {ReferenceOutput{eTargetMax, 0.0, 0.0}, ReferenceOutput{eTargetValue, 127.25, 16.5},
+          ReferenceOutput{eTargetMean, 0.0, 3.0}}) {
+        for (const char* pFormat : {"RGB8", "Mono16"}) {
+            // The second is longer than one strip.
+            ReferenceImage written =
+                sampleReference(layout(pFormat, pFormat[0] == 'R' ? 17 : 1500, 800), eReferenceLight);
+            written.sOutput = rOutput;
+            written.vecDefects.assign(written.sLayout.nWidth * 800, 0);
+            written.vecDefects[5] = eDefectHot | eDefectByHand;
+            written.vecDefects.back() = eDefectDead;
+            writeReferenceFile(folder / "a.tif", written);
+            const ReferenceImage read = readReferenceFile(folder / "a.tif");
+            EXPECT_EQ(read.sOutput.eTarget, rOutput.eTarget);
+            EXPECT_EQ(read.sOutput.dTarget, rOutput.dTarget);
+            EXPECT_EQ(read.sOutput.dPedestal, rOutput.dPedestal);
+            EXPECT_EQ(read.vecDefects, written.vecDefects);
+            EXPECT_EQ(read.vSamples, written.vSamples);
+            written.vecDefects[6] = 16;
+            EXPECT_THROW(writeReferenceFile(folder / "a.tif", written), CFileError) << "an unknown bit";
+            written.vecDefects.assign(written.vecDefects.size(), eDefectHot);
+            EXPECT_THROW(writeReferenceFile(folder / "a.tif", written), CFileError) << "too many";
+            EXPECT_EQ(readReferenceFile(folder / "a.tif").vecDefects, read.vecDefects) << "the old file stays";
+        }
+    }
+}
+
+/// A light reference of 8 x 6 pixels, and behind it one page or several.
+void writePages(const std::string& strFile, const std::vector<std::pair<uint32_t, uint32_t>>& rTags, uint8_t uMark,
+                unsigned nPages, const char* pDescription) {
+    writeReferenceFile(strFile, sampleReference(layout("Mono12", 8, 6), eReferenceLight));
+    TIFF* pTiff = TIFFOpen(strFile.c_str(), "r+");
+    ASSERT_NE(pTiff, nullptr);
+    TIFFSetField(pTiff, TIFFTAG_IMAGEDESCRIPTION, pDescription);
+    TIFFRewriteDirectory(pTiff);
+    TIFFClose(pTiff);
+    pTiff = TIFFOpen(strFile.c_str(), "a");
+    ASSERT_NE(pTiff, nullptr);
+    for (unsigned i = 0; i < nPages; ++i) {
+        std::vector<std::pair<uint32_t, uint32_t>> vecTags = {{TIFFTAG_IMAGEWIDTH, 8},
+                                                              {TIFFTAG_IMAGELENGTH, 6},
+                                                              {TIFFTAG_BITSPERSAMPLE, 8},
+                                                              {TIFFTAG_SAMPLESPERPIXEL, 1},
+                                                              {TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK},
+                                                              {TIFFTAG_ROWSPERSTRIP, 6}};
+        vecTags.insert(vecTags.end(), rTags.begin(), rTags.end());
+        for (const auto& [uTag, uValue] : vecTags) {
+            TIFFSetField(pTiff, uTag, uValue);
+        }
+        std::vector<uint8_t> vecMap(8 * 6 * 4, 0);
+        vecMap[3] = uMark;
+        TIFFWriteEncodedStrip(pTiff, 0, vecMap.data(), static_cast<tmsize_t>(TIFFStripSize(pTiff)));
+        TIFFWriteDirectory(pTiff);
+    }
+    TIFFClose(pTiff);
+}
+
+TEST(ReferenceFile, RefusesPagesAndOutputsThatLie) {
+    struct Lie {
+        const char* pReason;
+        std::vector<std::pair<uint32_t, uint32_t>> vecTags;
+        uint8_t uMark;
+        unsigned nPages;
+        std::string strDescription;
+    };
+    const auto output = [](const std::string& strOutput) {
+        std::string strText =
+            R"({"kind":"light","pixelFormat":"Mono12","images":2,"saturatedShare":0,"mean":5,"temporalNoise":1)";
+        return strText + R"(,"output":)" + strOutput + "}";
+    };
+    const std::string strGood = output(R"({"target":"max","pedestal":16,"later":[{"target":1}]})");
+    std::string strDark = strGood;
+    strDark.replace(strDark.find("light"), 5, "dark");
+    std::string strDarkAlone = strDark.substr(0, strDark.find(R"(,"output")")) + "}";
+    const std::vector<Lie> vecLies = {
+        {"", {}, 1, 1, strGood},
+        {"", {}, 0, 0, output("{}")},
+        {"another size", {{TIFFTAG_IMAGEWIDTH, 9}}, 1, 1, strGood},
+        {"another size", {{TIFFTAG_IMAGELENGTH, 5}}, 1, 1, strGood},
+        {"8 bits", {{TIFFTAG_BITSPERSAMPLE, 16}}, 1, 1, strGood},
+        {"8 bits", {{TIFFTAG_SAMPLEFORMAT, SAMPLEFORMAT_INT}}, 1, 1, strGood},
+        {"8 bits", {{TIFFTAG_SAMPLESPERPIXEL, 3}, {TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB}}, 1, 1, strGood},
+        {"compressed", {{TIFFTAG_COMPRESSION, COMPRESSION_PACKBITS}}, 1, 1, strGood},
+        {"unknown bits", {}, 16, 1, strGood},
+        {"more than two pages", {}, 1, 2, strGood},
+        {"only a light reference", {}, 1, 0, strDark},
+        {"only a light reference", {}, 1, 1, strDarkAlone},
+        {"unknown target", {}, 1, 0, output(R"({"target":"median"})")},
+        {"target of the output", {}, 1, 0, output(R"({"target":0})")},
+        {"target of the output", {}, 1, 0, output(R"({"target":4095.5})")},
+        {"pedestal of the output", {}, 1, 0, output(R"({"pedestal":-1})")},
+        {"pedestal of the output", {}, 1, 0, output(R"({"pedestal":2048})")},
+        {"wrong type", {}, 1, 0, output(R"({"pedestal":"16"})")},
+        {"wrong type", {}, 1, 0, output(R"({"target":null})")},
+        {"wrong type", {}, 1, 0, output(R"({"target":["max"]})")},
+        {"no JSON object", {}, 1, 0, output("[]")},
+        {"no JSON object", {}, 1, 0, output("16")},
+    };
+    const XAPEL2::Test::CTemporaryFolder folder;
+    for (const Lie& rLie : vecLies) {
+        writePages(folder / "a.tif", rLie.vecTags, rLie.uMark, rLie.nPages, rLie.strDescription.c_str());
+        const std::string strError = readError(folder / "a.tif");
+        EXPECT_EQ(strError.empty(), rLie.pReason[0] == '\0') << rLie.strDescription << strError;
+        EXPECT_NE(strError.find(rLie.pReason), std::string::npos) << rLie.pReason << ": " << strError;
     }
 }
 
@@ -128,6 +245,8 @@ TEST(ReferenceFile, RefusesFilesThatLie) {
         {"half an image more", "images", fnNone, replaced(R"("images":2)", R"("images":2.5)")},
         {"no image", "images", fnNone, replaced(R"("images":2)", R"("images":0)")},
         {"share above 1", "saturatedShare", fnNone, replaced(R"("saturatedShare":0)", R"("saturatedShare":2)")},
+        {"frame mean above full scale", "firstMean", fnNone, replaced("}", R"(,"firstMean":4096})")},
+        {"frame mean without the others", "lastMean", fnNone, replaced("}", R"(,"firstMean":5})")},
         {"mean above full scale", "mean", fnNone, replaced(R"("mean":5)", R"("mean":5000)")},
         {"noise a text", "temporalNoise", fnNone, replaced(R"("temporalNoise":1)", R"("temporalNoise":"1")")},
         {"camera a number", "camera", fnNone, replaced("}", R"(,"camera":1})")},

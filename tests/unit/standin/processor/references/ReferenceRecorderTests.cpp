@@ -28,6 +28,10 @@ void checkRecording(const ImageLayout& rLayout, uint64_t nImages) {
         vImages[i / nSamples][i % nSamples] = static_cast<uint16_t>(oRandom() % 7 == 0 ? uFull : oRandom() & uFull);
     vImages[0][nSamples / 2] = 0;
 
+    uint32_t uLargest = 0;
+    for (std::size_t k = 0; k < std::min<std::size_t>(nImages, 3); ++k)
+        uLargest = std::max<uint32_t>(uLargest, *std::max_element(vImages[k].begin(), vImages[k].end()));
+
     CReferenceRecorder oRecorder(eReferenceLight);
     for (uint64_t n = 0; n < nImages; ++n) {
         std::vector<uint16_t> vSent = vImages[n % 3];
@@ -39,29 +43,62 @@ void checkRecording(const ImageLayout& rLayout, uint64_t nImages) {
         oRecorder.add(rLayout, vImage.data() + 1);
     }
 
-    double dMean = 0.0;
-    double dVariance = 0.0;
     double dSaturated = 0.0;
+    double dNoise = 0.0;
     const double dImages = static_cast<double>(nImages);
-    const ReferenceImage sReference = oRecorder.reference();
-    for (std::size_t i = 0; i < nSamples; ++i) {
-        uint64_t aCounts[3];
-        uint64_t uSum = 0;
-        for (std::size_t k = 0; k < 3; ++k) {
-            aCounts[k] = (nImages + 2 - k) / 3;
-            uSum += aCounts[k] * vImages[k][i];
-            dSaturated += vImages[k][i] == uFull ? static_cast<double>(aCounts[k]) : 0.0;
-        }
-        const double dHere = static_cast<double>(uSum) / dImages;
-        ASSERT_EQ(sReference.vSamples[i], static_cast<float>(dHere)) << i;
-        dMean += dHere;
-        for (std::size_t k = 0; k < 3; ++k)
-            dVariance += static_cast<double>(aCounts[k]) * std::pow(vImages[k][i] - dHere, 2) / (dImages - 1.0);
-    }
     const double dSamples = static_cast<double>(nSamples);
-    EXPECT_NEAR(sReference.dMean, dMean / dSamples, 1e-9 * uFull);
-    EXPECT_NEAR(sReference.dTemporalNoise, std::sqrt(dVariance / dSamples), 1e-9 * uFull);
+    const ReferenceImage sReference = oRecorder.reference();
+    double aMeans[3] = {};
+    for (unsigned iClass = 0; iClass < rLayout.classes(); ++iClass) {
+        double dVariance = 0.0, dMean = 0.0, dSquares = 0.0, dFrames = 0.0, dClass = 0.0;
+        double aFrames[3] = {}, aCounts[3] = {};
+        for (std::size_t k = 0; k < 3; ++k) aCounts[k] = static_cast<double>((nImages + 2 - k) / 3);
+        for (std::size_t i = 0; i < nSamples; ++i) {
+            if (classOf(rLayout, i) != iClass)
+                continue;
+            dClass += 1.0;
+            double dHere = 0.0;
+            for (std::size_t k = 0; k < 3; ++k) {
+                dHere += aCounts[k] * vImages[k][i] / dImages;
+                aFrames[k] += vImages[k][i];
+                dSaturated += vImages[k][i] == uFull ? aCounts[k] : 0.0;
+            }
+            ASSERT_EQ(sReference.vSamples[i], static_cast<float>(dHere)) << i;
+            dMean += dHere;
+            dSquares += dHere * dHere;
+            for (std::size_t k = 0; k < 3; ++k)
+                dVariance += aCounts[k] * std::pow(vImages[k][i] - dHere, 2) / (dImages - 1.0);
+        }
+        if (dClass == 0.0)
+            continue;
+        for (std::size_t k = 0; k < 3; ++k) {
+            dFrames += aCounts[k] * std::pow((aFrames[k] - dMean) / dClass, 2) / (dImages - 1.0);
+            aMeans[k] += aFrames[k] / dSamples;
+        }
+        // What the samples of a class do together is no noise of theirs; of a few samples nobody can tell.
+        const double dShape = dSquares * dClass / dMean / dMean;
+        dVariance /= dClass;
+        if (dClass >= 2.0 * dShape)
+            dVariance = std::max(0.0, dVariance - dShape * dFrames);
+        dNoise += dVariance * dClass / dSamples;
+        if (!sReference.vClassNoise.empty()) {
+            EXPECT_NEAR(sReference.vClassNoise.at(iClass), std::sqrt(dVariance), 1e-9 * uFull);
+        }
+    }
+    EXPECT_EQ(sReference.vClassNoise.empty(), rLayout.samplesOf(rLayout.classes() - 1) == 0);
+    const double dMean =
+        (aMeans[0] * static_cast<double>((nImages + 2) / 3) + aMeans[1] * static_cast<double>((nImages + 1) / 3) +
+         aMeans[2] * static_cast<double>(nImages / 3)) /
+        dImages;
+    EXPECT_NEAR(sReference.dMean, dMean, 1e-9 * uFull);
+    EXPECT_NEAR(sReference.dTemporalNoise, std::sqrt(dNoise), 1e-9 * uFull);
     EXPECT_NEAR(sReference.dSaturatedShare, dSaturated / dSamples / dImages, 1e-12);
+    EXPECT_NEAR(sReference.sMeans.dFirst, aMeans[0], 1e-9 * uFull);
+    EXPECT_NEAR(sReference.sMeans.dLast, aMeans[(nImages - 1) % 3], 1e-9 * uFull);
+    const std::size_t nShown = std::min<std::size_t>(nImages, 3);
+    EXPECT_NEAR(sReference.sMeans.dLeast, *std::min_element(aMeans, aMeans + nShown), 1e-9 * uFull);
+    EXPECT_NEAR(sReference.sMeans.dMost, *std::max_element(aMeans, aMeans + nShown), 1e-9 * uFull);
+    EXPECT_EQ(sReference.uLargest, uLargest);
 }
 
 TEST(ReferenceRecorder, CountsEverySampleOfEveryImage) {
@@ -73,6 +110,7 @@ TEST(ReferenceRecorder, CountsEverySampleOfEveryImage) {
     // bits three times, and 32 bits.
     for (const Case& r :
          {Case{"Mono8", 1, 1, 2}, Case{"Mono8", 133, 3, 4}, Case{"Mono12", 67, 5, 4}, Case{"RGB8", 31, 3, 5},
+          Case{"RGB8", 97, 5, 4}, Case{"BayerGB8", 67, 31, 4}, Case{"BayerRG16", 71, 30, 4}, Case{"BayerRG12", 1, 9, 4},
           Case{"Mono16", 131, 3, 5}, Case{"Mono12p", 97, 51, 4}, Case{"BayerRG10p", 89, 53, 5},
           Case{"Mono8", 1024, 1100, 3}, Case{"Mono8", 9, 7, 1000}, Case{"Mono16", 3, 1, 200000}}) {
         SCOPED_TRACE(std::string(r.pFormat) + " " + std::to_string(r.nWidth) + "x" + std::to_string(r.nHeight));
@@ -80,6 +118,39 @@ TEST(ReferenceRecorder, CountsEverySampleOfEveryImage) {
             forEachTarget([&] { checkRecording(layout(r.pFormat, r.nWidth, r.nHeight), r.nImages); });
         else
             checkRecording(layout(r.pFormat, r.nWidth, r.nHeight), r.nImages);
+    }
+}
+
+// A light that drifts is no noise: it used to make the conversion gain 2.7 times too high at 1.5 %.
+TEST(ReferenceRecorder, NoiseIsThatOfASteadyLightWhateverTheLightDoes) {
+    constexpr uint64_t FRAMES = 16;
+    for (const char* pFormat : {"Mono12", "BayerRG12", "RGB8"}) {
+        const ImageLayout sLayout = layout(pFormat, 400, 300);
+        const double dFull = sLayout.pFormat->fullScale();
+        for (const double dDrift : {0.0, 0.002, 0.015, 0.08}) {
+            SCOPED_TRACE(pFormat + std::to_string(dDrift));
+            std::mt19937 oRandom(3);
+            CReferenceRecorder oRecorder(eReferenceLight);
+            std::vector<uint16_t> vSamples(sLayout.samples());
+            double aVariance[4] = {};
+            for (uint64_t n = 0; n < FRAMES; ++n) {
+                const double dLight = 1.0 + dDrift * static_cast<double>(n) / (FRAMES - 1);
+                for (std::size_t i = 0; i < vSamples.size(); ++i) {
+                    const unsigned iClass = classOf(sLayout, i);
+                    const double dX = static_cast<double>(i / sLayout.pFormat->nChannels % 400) / 400.0;
+                    const double dSignal = dFull * (0.3 + 0.1 * iClass) * (0.7 + 0.3 * dX) * dLight;
+                    std::normal_distribution<double> oNoise(dSignal, std::sqrt(0.0001 * dFull * dSignal));
+                    vSamples[i] = static_cast<uint16_t>(std::lround(oNoise(oRandom)));
+                    aVariance[iClass] += (0.0001 * dFull * dSignal + 1.0 / 12.0) / FRAMES /
+                                         static_cast<double>(sLayout.samplesOf(iClass));
+                }
+                oRecorder.add(sLayout, pack(sLayout, vSamples).data());
+            }
+            const ReferenceImage sReference = oRecorder.reference();
+            for (unsigned k = 0; k < sLayout.classes(); ++k)
+                EXPECT_NEAR(std::pow(sReference.vClassNoise.at(k), 2) / aVariance[k], 1.0, 0.01) << k;
+            EXPECT_NEAR(sReference.sMeans.dLast / sReference.sMeans.dFirst - 1.0, dDrift, 0.0005);
+        }
     }
 }
 

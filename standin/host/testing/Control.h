@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 the xapel2_ext_sc authors
-// Faults on request, and a view of what the library asked of the stand-in host. For tests: an application needs none
-// of it. Every switch is off by default and holds for the whole process.
+// Faults on request, and a view of what the library asked of the stand-in host. In the host library for tests only.
+// Every switch is off by default and holds for the whole process.
 //
 // @threads every operation: any thread.
 
@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "standin/host/hooks/HookKind.h"
 #include "xapel2/XapelDevice.h"
 #include "xapel2/XapelExport.h"
 
@@ -115,8 +116,12 @@ XAPEL2_HOST_API void setCancelMode(eCancelMode eMode);
 
 // --- Hooks -------------------------------------------------------------------------------------------------------
 
-/// The hooks, by the call that they stand in for.
-enum eHook { eHookFetch, eHookCancel, eHookInfo, eHookClose, eHookOpen };
+using StandIn::eHook;
+using StandIn::eHookCancel;
+using StandIn::eHookClose;
+using StandIn::eHookFetch;
+using StandIn::eHookInfo;
+using StandIn::eHookOpen;
 
 /// Number of registered hooks of the process.
 XAPEL2_HOST_API std::size_t liveHooks();
