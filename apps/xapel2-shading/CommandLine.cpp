@@ -229,6 +229,27 @@ void CCommandLine::addReport() {
     addOutput(pReport, m_Report.bJson);
 }
 
+void CCommandLine::addSetOutput() {
+    CLI::App* pSet = addCommand("output", "Say in a light reference how corrected images come out",
+                                [this] { return runSetOutput(m_SetOutput); });
+    pSet->add_option("LIGHT", m_SetOutput.strLight, "Light reference; replaced")->required();
+    pSet->add_option("--dark", m_SetOutput.strDark, "Dark reference, in which hot pixels are found");
+    pSet->add_option("--defects", m_SetOutput.strDefects,
+                     "Pixels to replace by their neighbours: find (in the references), none, or the file of a list "
+                     "(JSON or CSV of x, y, width, height on the sensor)")
+        ->type_name("find|none|LIST");
+    pSet->add_option("--target", m_SetOutput.strTarget,
+                     "What brightness is scaled to: mean of the light reference, max, its brightest place, or a mean "
+                     "in DN")
+        ->type_name("mean|max|DN");
+    pSet->add_option("--pedestal", m_SetOutput.dPedestal,
+                     "DN added after the correction, so that noise around black survives")
+        ->check(within(0, 32767.5, "0 to 32767.5"));
+    pSet->add_option("--export", m_SetOutput.strExport, "Write the defects as a list, CSV where the name ends in .csv")
+        ->type_name("LIST");
+    addOutput(pSet, m_SetOutput.bJson);
+}
+
 void CCommandLine::addDemo() {
     CLI::App* pDemo = m_Cli.add_subcommand(
         "demo", "Record a dark and a light reference, correct frames with them, and write both for comparison");
@@ -266,6 +287,7 @@ CCommandLine::CCommandLine() : m_Cli("Shading correction of camera images.", "xa
     addRun();
     addCorrect();
     addReport();
+    addSetOutput();
     addDemo();
     for (CLI::App* pCommand : m_Cli.get_subcommands({})) {
         for (CLI::Option* pOption : pCommand->get_options()) {

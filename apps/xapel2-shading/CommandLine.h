@@ -17,6 +17,7 @@
 #include "commands/Record.h"
 #include "commands/Report.h"
 #include "commands/Run.h"
+#include "commands/SetOutput.h"
 #include "demo/Demo.h"
 
 namespace XAPEL2 {
@@ -45,6 +46,7 @@ private:
     void addRun();
     void addCorrect();
     void addReport();
+    void addSetOutput();
     void addDemo();
     std::string inOwnWords(const CLI::ParseError& rError) const;
     std::string unknownCommand(const std::string& strWord) const;
@@ -56,6 +58,7 @@ private:
     RunOptions m_Run;
     CorrectOptions m_Correct;
     ReportOptions m_Report;
+    SetOutputOptions m_SetOutput;
     DemoOptions m_Demo;
     std::string m_strFrames, m_strKind;
     std::function<int()> m_fnRun;

@@ -38,7 +38,7 @@ int runCommand(CCommandLine& rLine, const std::vector<std::string>& rWords) {
             return eExitDone;
         }
         // What takes no frames can simply be killed.
-        if (rLine.command() != "check" && rLine.command() != "devices") {
+        if (rLine.command() != "check" && rLine.command() != "devices" && rLine.command() != "output") {
             Interrupt::install();
         }
         return rLine.run();

@@ -61,6 +61,29 @@ std::vector<double> signalMeans(const StandIn::ReferenceImage& rDark, const Stan
     return vecSum;
 }
 
+/// What each class is to come to, without the pedestal. Of the brightest place it is what the class does come to.
+std::vector<double> targetsOf(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight,
+                              const std::vector<double>& rValues) {
+    const StandIn::PixelFormat& rFormat = *rLight.sLayout.pFormat;
+    std::vector<double> vecTargets = signalMeans(rDark, rLight);
+    if (rLight.sOutput.eTarget == StandIn::eTargetValue) {
+        std::fill(vecTargets.begin(), vecTargets.end(), rLight.sOutput.dTarget);
+    } else if (rLight.sOutput.eTarget == StandIn::eTargetMax) {
+        std::vector<std::vector<double>> vecByClass(vecTargets.size());
+        for (std::size_t i = 0; i < rValues.size(); ++i) {
+            vecByClass[colourClass(rFormat, rLight.sLayout.nWidth, i)].push_back(rValues[i]);
+        }
+        for (std::size_t i = 0; i < vecByClass.size(); ++i) {
+            const auto itMiddle = vecByClass[i].begin() + static_cast<std::ptrdiff_t>(vecByClass[i].size() / 2);
+            if (!vecByClass[i].empty()) {
+                std::nth_element(vecByClass[i].begin(), itMiddle, vecByClass[i].end());
+                vecTargets[i] = *itMiddle - rLight.sOutput.dPedestal;
+            }
+        }
+    }
+    return vecTargets;
+}
+
 }  // namespace
 
 double selfTest(const std::string& strDark, const std::string& strLight, const StandIn::ReferenceImage& rDark,
@@ -74,19 +97,25 @@ double selfTest(const std::string& strDark, const std::string& strLight, const S
     const std::vector<uint16_t> vecHigh = corrected(Shading, rLight, true);
 
     const StandIn::PixelFormat& rFormat = *rLight.sLayout.pFormat;
-    const std::vector<double> vecTarget = signalMeans(rDark, rLight);
     const double dFullScale = rFormat.fullScale();
+    std::vector<double> vecValues;
+    for (std::size_t i = 0; i < vecLow.size(); ++i) {
+        const double dPart =
+            static_cast<double>(rLight.vSamples[i]) - std::floor(static_cast<double>(rLight.vSamples[i]));
+        vecValues.push_back((1.0 - dPart) * vecLow[i] + dPart * vecHigh[i]);
+    }
+    const std::vector<double> vecTarget = targetsOf(rDark, rLight, vecValues);
     double dWorst = 0.0;
     for (std::size_t i = 0; i < vecLow.size(); ++i) {
         const auto dLight = static_cast<double>(rLight.vSamples[i]);
         const double dSignal = dLight - static_cast<double>(rDark.vSamples[i]);
         const double dTarget = vecTarget[colourClass(rFormat, rLight.sLayout.nWidth, i)];
-        if (dSignal <= 0.0 || dTarget >= GAIN_MAX * dSignal || std::ceil(dLight) >= dFullScale) {
+        const bool bDefect = !rLight.vecDefects.empty() && rLight.vecDefects[i / rFormat.nChannels] != 0;
+        if (bDefect || dSignal <= 0.0 || dTarget >= GAIN_MAX * dSignal || std::ceil(dLight) >= dFullScale) {
             continue;
         }
-        const double dPart = dLight - std::floor(dLight);
-        const double dValue = (1.0 - dPart) * vecLow[i] + dPart * vecHigh[i];
-        dWorst = std::max(dWorst, std::abs(dValue - dTarget));
+        const double dWanted = std::min(dTarget + rLight.sOutput.dPedestal, dFullScale);
+        dWorst = std::max(dWorst, std::abs(vecValues[i] - dWanted));
     }
     return dWorst;
 }

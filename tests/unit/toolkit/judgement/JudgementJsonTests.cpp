@@ -46,7 +46,7 @@ TEST(JudgementJson, EveryFigureStandsUnderItsOwnName) {
             EXPECT_EQ(rClass.at(pGroup).at(pPart), dNext++) << pGroup << ' ' << pPart;
         }
     }
-    EXPECT_THAT(describe(Pair), ::testing::HasSubstr("7.00 e- (row 8.00, column 9.00, pixel 10.00)"));
+    EXPECT_THAT(describe(Pair), ::testing::HasSubstr("7.00 +- 0.00 e- (row 8.00, column 9.00, pixel 10.00)"));
 
     ReferenceJudgement Light;
     ReferenceFigures& rFigures = Light.Figures;

@@ -1,0 +1,128 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Sub-command output: says in a light reference how corrected images come out.
+
+#include "commands/SetOutput.h"
+
+#include <cmath>
+#include <cstdlib>
+#include <ostream>
+#include <stdexcept>
+
+#include "standin/files/SafeFile.h"
+#include "terminal/Exit.h"
+#include "terminal/Output.h"
+#include "terminal/Toolkit.h"
+#include "toolkit/judgement/DefectList.h"
+#include "toolkit/judgement/JudgedPair.h"
+#include "toolkit/text/Errors.h"
+#include "toolkit/text/Texts.h"
+#include "xapel2_standin/ReferenceFile.h"
+
+namespace XAPEL2 {
+namespace App {
+
+namespace {
+
+std::string targetText(const StandIn::ReferenceOutput& rOutput) {
+    return rOutput.eTarget == StandIn::eTargetMax     ? "max"
+           : rOutput.eTarget == StandIn::eTargetValue ? fixed(rOutput.dTarget, 2) + " DN"
+                                                      : "mean";
+}
+
+void setTarget(const std::string& strTarget, double dFull, StandIn::ReferenceOutput& rOutput) {
+    if (strTarget == "mean" || strTarget == "max") {
+        rOutput.eTarget = strTarget == "max" ? StandIn::eTargetMax : StandIn::eTargetMean;
+        rOutput.dTarget = 0.0;
+        return;
+    }
+    char* pEnd = nullptr;
+    rOutput.dTarget = std::strtod(strTarget.c_str(), &pEnd);
+    rOutput.eTarget = StandIn::eTargetValue;
+    if (*pEnd != '\0' || !(rOutput.dTarget > 0.0 && rOutput.dTarget <= dFull)) {
+        throw CUsageError("--target is neither mean nor max nor a number above 0 and up to " + fixed(dFull, 0) + " DN");
+    }
+}
+
+/// Pixels of the list that lie beyond the image.
+uint64_t setDefects(const SetOutputOptions& rOptions, StandIn::ReferenceImage& rLight) {
+    uint64_t nOutside = 0;
+    if (rOptions.strDefects == "none") {
+        rLight.vecDefects.clear();
+    } else if (rOptions.strDefects == "find") {
+        StandIn::ReferenceImage dark;
+        if (!rOptions.strDark.empty()) {
+            dark = readReference(rOptions.strDark);
+            if (dark.eKind != StandIn::eReferenceDark || !dark.sLayout.hasSamplesLike(rLight.sLayout)) {
+                throw CUsageError(rOptions.strDark + " is no dark reference of the same format and size");
+            }
+        }
+        rLight.vecDefects = foundDefectMap(rLight, rOptions.strDark.empty() ? nullptr : &dark);
+    } else if (!rOptions.strDefects.empty()) {
+        rLight.vecDefects = defectMap(readDefectList(rOptions.strDefects), rLight, nOutside);
+    }
+    const uint64_t nMarked = countMarked(rLight.vecDefects);
+    if (nMarked == 0) {
+        rLight.vecDefects.clear();
+    }
+    if (nMarked > StandIn::ReferenceImage::defectsMax(rLight.sLayout)) {
+        throw CUsageError(counted(nMarked, "defect") + " are more than a reference of this size can mark, " +
+                          std::to_string(StandIn::ReferenceImage::defectsMax(rLight.sLayout)));
+    }
+    return nOutside;
+}
+
+void tellChange(COutput& rOutput, const char* pName, const std::string& strBefore, const std::string& strAfter) {
+    rOutput.text() << capital(pName) << ": " << strAfter
+                   << (strBefore == strAfter ? ", unchanged" : " (was " + strBefore + ")") << '\n';
+    rOutput.json()[pName] = {{"before", strBefore}, {"after", strAfter}};
+}
+
+}  // namespace
+
+int runSetOutput(const SetOutputOptions& rOptions) {
+    COutput output("output", rOptions.bJson);
+    StandIn::ReferenceImage light = readReference(rOptions.strLight);
+    if (light.eKind != StandIn::eReferenceLight) {
+        throw CUsageError(rOptions.strLight + " is a dark reference");
+    }
+    const StandIn::ReferenceOutput before = light.sOutput;
+    const std::vector<uint8_t> vecBefore = light.vecDefects;
+    const double dFull = light.sLayout.pFormat->fullScale();
+    if (!rOptions.strTarget.empty()) {
+        setTarget(rOptions.strTarget, dFull, light.sOutput);
+    }
+    if (rOptions.dPedestal >= 0.0) {
+        if (rOptions.dPedestal > dFull / 2) {
+            throw CUsageError("--pedestal is above half of full scale, " + fixed(dFull / 2, 1) + " DN");
+        }
+        light.sOutput.dPedestal = rOptions.dPedestal;
+    }
+    const uint64_t nOutside = setDefects(rOptions, light);
+    const bool bChanged = before.eTarget != light.sOutput.eTarget || before.dTarget != light.sOutput.dTarget ||
+                          before.dPedestal != light.sOutput.dPedestal || vecBefore != light.vecDefects;
+    if (bChanged) {
+        try {
+            StandIn::writeReferenceFile(rOptions.strLight, light);
+        } catch (const std::runtime_error& rError) {
+            throw std::runtime_error(rOptions.strLight + ": " + rError.what());
+        }
+    }
+    if (!rOptions.strExport.empty()) {
+        StandIn::saveFile(rOptions.strExport, defectListText(rOptions.strExport, light));
+    }
+    tellChange(output, "target", targetText(before), targetText(light.sOutput));
+    tellChange(output, "pedestal", fixed(before.dPedestal, 2) + " DN", fixed(light.sOutput.dPedestal, 2) + " DN");
+    tellChange(output, "defects", std::to_string(countMarked(vecBefore)),
+               std::to_string(countMarked(light.vecDefects)));
+    if (nOutside != 0) {
+        output.text() << counted(nOutside, "pixel") << " of the list lie beyond the image\n";
+    }
+    output.json()["outside"] = nOutside;
+    output.json()["written"] = bChanged;
+    output.text() << rOptions.strLight << (bChanged ? ": written\n" : ": left as it is\n");
+    return output.finish(eExitDone);
+}
+
+}  // namespace App
+}  // namespace XAPEL2

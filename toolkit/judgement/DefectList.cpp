@@ -1,0 +1,237 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Lists of defective pixels in files, and the defect map of a reference.
+
+#include "toolkit/judgement/DefectList.h"
+
+#include <algorithm>
+#include <cmath>
+#include <fstream>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <stdexcept>
+
+#include "toolkit/judgement/Defects.h"
+
+namespace XAPEL2 {
+namespace Toolkit {
+
+namespace {
+
+using Json = nlohmann::json;
+
+constexpr std::size_t BYTES_MAX = 16 << 20;
+constexpr std::size_t ENTRIES_MAX = 1000000;
+constexpr double COORDINATE_MAX = 1e6;
+
+[[noreturn]] void fail(const std::string& strFile, std::size_t iEntry, const char* pWhat) {
+    throw std::runtime_error(strFile + ": entry " + std::to_string(iEntry) + ": " + pWhat);
+}
+
+/// A whole number from dLeast on.
+uint64_t coordinate(const std::string& strFile, std::size_t iEntry, double dValue, double dLeast) {
+    if (!(dValue >= dLeast && dValue <= COORDINATE_MAX) || dValue != std::floor(dValue)) {
+        fail(strFile, iEntry, "a coordinate is no whole number in its range");
+    }
+    return static_cast<uint64_t>(dValue);
+}
+
+double numberOf(const std::string& strFile, std::size_t iEntry, const Json& rValue) {
+    if (!rValue.is_number()) {
+        fail(strFile, iEntry, "a coordinate is no number");
+    }
+    return rValue.get<double>();
+}
+
+DefectArea fromPixel(const std::string& strFile, std::size_t iEntry, const Json& rEntry) {
+    const auto itPixel = rEntry.find("Pixel");
+    if (itPixel == rEntry.end() || !itPixel->is_array() || itPixel->size() != 2) {
+        fail(strFile, iEntry, "\"Pixel\" is no pair of numbers");
+    }
+    return {coordinate(strFile, iEntry, numberOf(strFile, iEntry, (*itPixel)[0]), 0),
+            coordinate(strFile, iEntry, numberOf(strFile, iEntry, (*itPixel)[1]), 0), 1, 1};
+}
+
+uint8_t bitsOf(const std::string& strFile, std::size_t iEntry, const Json& rKind) {
+    const std::string strKind = rKind.is_string() ? rKind.get<std::string>() : std::string();
+    if (strKind == "hot") {
+        return StandIn::eDefectHot;
+    }
+    if (strKind == "dead") {
+        return StandIn::eDefectDead;
+    }
+    if (strKind == "bright" || strKind == "dim") {
+        return StandIn::eDefectUneven;
+    }
+    fail(strFile, iEntry, "unknown kind");
+}
+
+DefectArea fromObject(const std::string& strFile, std::size_t iEntry, const Json& rEntry) {
+    DefectArea area;
+    if (!rEntry.contains("x") || !rEntry.contains("y")) {
+        fail(strFile, iEntry, "x or y is missing");
+    }
+    area.nX = coordinate(strFile, iEntry, numberOf(strFile, iEntry, rEntry["x"]), 0);
+    area.nY = coordinate(strFile, iEntry, numberOf(strFile, iEntry, rEntry["y"]), 0);
+    if (rEntry.contains("width")) {
+        area.nWidth = coordinate(strFile, iEntry, numberOf(strFile, iEntry, rEntry["width"]), 1);
+    }
+    if (rEntry.contains("height")) {
+        area.nHeight = coordinate(strFile, iEntry, numberOf(strFile, iEntry, rEntry["height"]), 1);
+    }
+    if (rEntry.contains("kind")) {
+        area.uBits = bitsOf(strFile, iEntry, rEntry["kind"]);
+    }
+    return area;
+}
+
+std::vector<DefectArea> fromJson(const std::string& strFile, const std::string& strText) {
+    const Json json = Json::parse(strText, nullptr, false);
+    const bool bPixels = json.is_object() && json.contains("Bad pixels");
+    const Json& rEntries = bPixels ? json["Bad pixels"] : json;
+    if (!rEntries.is_array() || rEntries.size() > ENTRIES_MAX) {
+        throw std::runtime_error(strFile + ": neither an array of pixels nor an object with \"Bad pixels\"");
+    }
+    std::vector<DefectArea> vecAreas;
+    for (const Json& rEntry : rEntries) {
+        const std::size_t iEntry = vecAreas.size() + 1;
+        if (!rEntry.is_object()) {
+            fail(strFile, iEntry, "no object");
+        }
+        vecAreas.push_back(bPixels ? fromPixel(strFile, iEntry, rEntry) : fromObject(strFile, iEntry, rEntry));
+    }
+    return vecAreas;
+}
+
+std::vector<DefectArea> fromCsv(const std::string& strFile, const std::string& strText) {
+    std::vector<DefectArea> vecAreas;
+    std::istringstream lines(strText);
+    std::string strLine;
+    for (bool bFirst = true; std::getline(lines, strLine);) {
+        strLine.resize(std::min(strLine.size(), strLine.find('#')));
+        if (strLine.find_first_not_of(" \t\r") == std::string::npos) {
+            continue;
+        }
+        const bool bNames = bFirst && strLine.find_first_of("0123456789") == std::string::npos;
+        bFirst = false;
+        if (bNames) {
+            continue;
+        }
+        const std::size_t iEntry = vecAreas.size() + 1;
+        std::replace(strLine.begin(), strLine.end(), ',', ' ');
+        std::istringstream fields(strLine);
+        const std::vector<double> vecValues((std::istream_iterator<double>(fields)), std::istream_iterator<double>());
+        if (!fields.eof() || (vecValues.size() != 2 && vecValues.size() != 4) || vecAreas.size() == ENTRIES_MAX) {
+            fail(strFile, iEntry, "not x,y or x,y,width,height");
+        }
+        DefectArea area{coordinate(strFile, iEntry, vecValues[0], 0), coordinate(strFile, iEntry, vecValues[1], 0)};
+        if (vecValues.size() == 4) {
+            area.nWidth = coordinate(strFile, iEntry, vecValues[2], 1);
+            area.nHeight = coordinate(strFile, iEntry, vecValues[3], 1);
+        }
+        vecAreas.push_back(area);
+    }
+    return vecAreas;
+}
+
+}  // namespace
+
+SensorOffset sensorOffset(const StandIn::ReferenceImage& rReference) {
+    const Json json = Json::parse(rReference.strCamera, nullptr, false);
+    const auto valueOf = [&](const char* pName) -> uint64_t {
+        if (!json.is_object() || !json.contains(pName) || !json[pName].is_number()) {
+            return 0;
+        }
+        const double dValue = json[pName].get<double>();
+        return dValue >= 0.0 && dValue <= COORDINATE_MAX ? static_cast<uint64_t>(dValue) : 0;
+    };
+    return {valueOf("OffsetX"), valueOf("OffsetY")};
+}
+
+std::vector<DefectArea> readDefectList(const std::string& strFile) {
+    std::ifstream file(strFile, std::ios::binary);
+    std::string strText(BYTES_MAX + 1, '\0');
+    file.read(strText.data(), static_cast<std::streamsize>(strText.size()));
+    if (!file.is_open() || file.bad()) {
+        throw std::runtime_error(strFile + ": cannot be read");
+    }
+    strText.resize(static_cast<std::size_t>(file.gcount()));
+    if (strText.size() > BYTES_MAX) {
+        throw std::runtime_error(strFile + ": too long for a list of defects");
+    }
+    const std::size_t iFirst = strText.find_first_not_of(" \t\r\n");
+    const bool bJson = iFirst != std::string::npos && (strText[iFirst] == '{' || strText[iFirst] == '[');
+    return bJson ? fromJson(strFile, strText) : fromCsv(strFile, strText);
+}
+
+std::string defectListText(const std::string& strFile, const StandIn::ReferenceImage& rReference) {
+    const SensorOffset offset = sensorOffset(rReference);
+    const bool bCsv = strFile.size() >= 4 && strFile.compare(strFile.size() - 4, 4, ".csv") == 0;
+    std::string strText = bCsv ? "x,y\n" : "{\"Bad pixels\": [";
+    const char* pBetween = "\n";
+    for (std::size_t i = 0; i < rReference.vecDefects.size(); ++i) {
+        if (rReference.vecDefects[i] == 0) {
+            continue;
+        }
+        const std::string strX = std::to_string(i % rReference.sLayout.nWidth + offset.nX);
+        const std::string strY = std::to_string(i / rReference.sLayout.nWidth + offset.nY);
+        if (bCsv) {
+            strText += strX + ',' + strY + '\n';
+        } else {
+            strText += pBetween + ("  {\"Pixel\": [" + strX + ", " + strY + "], \"Median\": [2, 2]}");
+            pBetween = ",\n";
+        }
+    }
+    return strText + (bCsv ? "" : "\n]}\n");
+}
+
+std::vector<uint8_t> defectMap(const std::vector<DefectArea>& rAreas, const StandIn::ReferenceImage& rReference,
+                               uint64_t& rOutside) {
+    const SensorOffset offset = sensorOffset(rReference);
+    const uint64_t nWidth = rReference.sLayout.nWidth;
+    const uint64_t nHeight = rReference.sLayout.nHeight;
+    std::vector<uint8_t> vecMap(static_cast<std::size_t>(nWidth * nHeight), 0);
+    rOutside = 0;
+    for (const DefectArea& rArea : rAreas) {
+        const auto inside = [](uint64_t iAt, uint64_t nOffset, uint64_t nSide) {
+            return std::clamp(iAt, nOffset, nOffset + nSide) - nOffset;
+        };
+        const uint64_t iLeft = inside(rArea.nX, offset.nX, nWidth);
+        const uint64_t iRight = inside(rArea.nX + rArea.nWidth, offset.nX, nWidth);
+        const uint64_t iTop = inside(rArea.nY, offset.nY, nHeight);
+        const uint64_t iBottom = inside(rArea.nY + rArea.nHeight, offset.nY, nHeight);
+        for (uint64_t y = iTop; y < iBottom; ++y) {
+            for (uint64_t x = iLeft; x < iRight; ++x) {
+                uint8_t& rBits = vecMap[static_cast<std::size_t>(y * nWidth + x)];
+                rBits = static_cast<uint8_t>(rBits | rArea.uBits);
+            }
+        }
+        rOutside += rArea.nWidth * rArea.nHeight - (iRight - iLeft) * (iBottom - iTop);
+    }
+    return vecMap;
+}
+
+std::vector<uint8_t> foundDefectMap(const StandIn::ReferenceImage& rLight, const StandIn::ReferenceImage* pDark) {
+    std::vector<Defect> vecFound = findDefects(rLight, pDark);
+    if (pDark) {
+        const std::vector<Defect> vecHot = findDefects(*pDark);
+        vecFound.insert(vecFound.end(), vecHot.begin(), vecHot.end());
+    }
+    std::vector<uint8_t> vecMap(static_cast<std::size_t>(rLight.sLayout.nWidth * rLight.sLayout.nHeight), 0);
+    for (const Defect& rDefect : vecFound) {
+        uint8_t& rBits = vecMap[static_cast<std::size_t>(rDefect.nY * rLight.sLayout.nWidth + rDefect.nX)];
+        const uint8_t uBit = rDefect.eKind == eHot    ? StandIn::eDefectHot
+                             : rDefect.eKind == eDead ? StandIn::eDefectDead
+                                                      : StandIn::eDefectUneven;
+        rBits = static_cast<uint8_t>(rBits | uBit);
+    }
+    return vecMap;
+}
+
+uint64_t countMarked(const std::vector<uint8_t>& rMap) {
+    return rMap.size() - static_cast<uint64_t>(std::count(rMap.begin(), rMap.end(), 0));
+}
+
+}  // namespace Toolkit
+}  // namespace XAPEL2
