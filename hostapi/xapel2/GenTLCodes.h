@@ -6,7 +6,8 @@
 
 #include <cstdint>
 
-// Results (GC_ERROR). 0 is success, every negative value an error.
+// Results (GC_ERROR). 0 is success, every negative value an error. The library knows one host exception for each of
+// these.
 enum : int32_t {
     GC_ERR_SUCCESS = 0,
     GC_ERR_ERROR = -1001,
@@ -23,49 +24,21 @@ enum : int32_t {
     GC_ERR_ABORT = -1012,
     GC_ERR_INVALID_BUFFER = -1013,
     GC_ERR_NOT_AVAILABLE = -1014,
-    GC_ERR_INVALID_ADDRESS = -1015,
-    GC_ERR_BUFFER_TOO_SMALL = -1016,
 };
 
 // Buffer information commands (BUFFER_INFO_CMD) and the type of their value.
 enum : int32_t {
     BUFFER_INFO_BASE = 0,           // PTR
     BUFFER_INFO_SIZE = 1,           // SIZET, bytes
-    BUFFER_INFO_TIMESTAMP = 3,      // UINT64
-    BUFFER_INFO_IS_QUEUED = 5,      // BOOL8
     BUFFER_INFO_IS_INCOMPLETE = 7,  // BOOL8
     BUFFER_INFO_SIZE_FILLED = 9,    // SIZET, bytes
     BUFFER_INFO_WIDTH = 10,         // SIZET, pixels
     BUFFER_INFO_HEIGHT = 11,        // SIZET, pixels
-    BUFFER_INFO_XOFFSET = 12,       // SIZET, pixels
-    BUFFER_INFO_YOFFSET = 13,       // SIZET, pixels
-    BUFFER_INFO_XPADDING = 14,      // SIZET, bytes per line
-    BUFFER_INFO_FRAMEID = 16,       // UINT64
     BUFFER_INFO_IMAGEPRESENT = 17,  // BOOL8
     BUFFER_INFO_IMAGEOFFSET = 18,   // SIZET, bytes
-    BUFFER_INFO_PIXELFORMAT = 20,   // UINT64, PFNC
-    BUFFER_INFO_CUSTOM_ID = 1000,
 };
 
-// Stream information commands (STREAM_INFO_CMD).
+// The type that a query is begun with (INFO_DATATYPE); the host may write another one.
 enum : int32_t {
-    STREAM_INFO_ID = 0,                  // STRING
-    STREAM_INFO_NUM_DELIVERED = 1,       // UINT64
-    STREAM_INFO_NUM_UNDERRUN = 2,        // UINT64
-    STREAM_INFO_NUM_ANNOUNCED = 3,       // SIZET
-    STREAM_INFO_NUM_QUEUED = 4,          // SIZET
-    STREAM_INFO_NUM_AWAIT_DELIVERY = 5,  // SIZET
-    STREAM_INFO_NUM_STARTED = 6,         // SIZET
-    STREAM_INFO_PAYLOAD_SIZE = 7,        // SIZET, bytes
-    STREAM_INFO_IS_GRABBING = 8,         // BOOL8
-};
-
-// Types of an information value (INFO_DATATYPE).
-enum : int32_t {
-    INFO_DATATYPE_STRING = 1,
-    INFO_DATATYPE_UINT64 = 8,
-    INFO_DATATYPE_PTR = 10,
-    INFO_DATATYPE_BOOL8 = 11,
-    INFO_DATATYPE_SIZET = 12,
     INFO_DATATYPE_CUSTOM_ID = 1000,
 };

@@ -36,8 +36,8 @@ public:
     /// A place in a walk over the list.
     class XAPEL2_HOST_API iterator {
     public:
-        iterator(const iterator& rOther);             ///< A second one at the same place.
-        iterator& operator=(const iterator& rOther);  ///< Takes the other's place.
+        iterator(const iterator& rOther);  ///< A second one at the same place; for a return by value.
+        iterator& operator=(const iterator& rOther) = delete;
         ~iterator();
         /// The entry; borrowed until the iterator moves or is destroyed.
         std::pair<String, DataStream*>& operator*();

@@ -10,6 +10,9 @@
 #include "xapel2/XapelString.h"
 
 namespace XAPEL2 {
+
+struct HostAccess;
+
 namespace Exceptions {
 
 /// Base of every host exception.
@@ -20,21 +23,20 @@ public:
     IException& operator=(const IException& rOther) noexcept;  ///< Shares the texts.
     ~IException() override;
 
+    // The order of these three is part of the contract. The library's traces show the last and the first.
     virtual String GetErrorDescription() const;  ///< What went wrong.
-    virtual String GetFileName() const;          ///< Source file of the throw, without its folder.
+    virtual String GetFileName() const;          ///< Source file of the throw, as whoever threw it names it.
     virtual String GetFunctionName() const;      ///< Short name of the throwing function.
 
     /// The description; borrowed from this exception and its copies.
     const char* what() const noexcept override;
-
-    /// Line of the throw in GetFileName().
-    unsigned GetLineNumber() const noexcept;
 
 protected:
     /// Copies the texts: source file and line of the throw, throwing function, description.
     IException(const char* pFile, unsigned uLine, const char* pFunction, const char* pDescription);
 
 private:
+    friend struct XAPEL2::HostAccess;
     void* m_pImpl;
 };
 

@@ -66,12 +66,16 @@ protected:
     void* m_pImpl;  ///< owned, the host's side of the object
 };
 
-/// The host's image processor. Each one holds references and correction tables of its own.
+/// The host's image processor. Each one holds references and correction tables of its own. The library makes it with
+/// new and ends it with delete, so its size is part of the contract: a supplier adds no member here, but behind
+/// m_pImpl.
 class XAPEL2_HOST_API ImageProcessor : public INode {
 public:
     /// @throws Exceptions::IException  the host refuses another one.
     ImageProcessor();
     ~ImageProcessor() override;
 };
+
+static_assert(sizeof(ImageProcessor) == 2 * sizeof(void*), "compiled into every user: the virtual table and m_pImpl");
 
 }  // namespace XAPEL2

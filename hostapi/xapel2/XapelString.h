@@ -4,8 +4,6 @@
 
 #pragma once
 
-#include <iosfwd>
-
 #include "xapel2/XapelExport.h"
 
 namespace XAPEL2 {
@@ -27,8 +25,5 @@ public:
 private:
     void* m_pImpl;
 };
-
-/// Writes the text.
-XAPEL2_HOST_API std::ostream& operator<<(std::ostream& rOut, const String& rText);
 
 }  // namespace XAPEL2

@@ -150,6 +150,32 @@ TEST_F(HostFaults, WeakerCancelsCostTimeButNoFrame) {
     }
 }
 
+// The price of a host that forgets: the change has cancelled too early, and the application's own cancel comes too
+// late.
+TEST_F(HostFaults, ForgottenCancelLeavesChangeAndApplicationToTheFetch) {
+    startStream(0);
+    std::vector<std::string> log;
+    CPlain participant(m_pDevice);
+    XapelTest::CSpy spy(m_pDevice, "spy", log, {0, true});
+    spy.registerParticipant();
+    XapelTest::HeldCall held(spy);
+    Control::setCancelMode(Control::eForgotten);
+    auto fetched = std::async(std::launch::async, [this] { return fetch(TIMEOUT_INFINITE); });
+    ASSERT_TRUE(held.waitUntilHeld());
+    auto change = std::async(std::launch::async, [&] { participant.registerParticipantForCalling(); });
+    ASSERT_TRUE(eventually([] { return Control::calls(Control::eHostCancel) == 1; }));
+    held.release();
+    ASSERT_TRUE(Control::waitForBlockedFetches(m_pStream, 1, XapelTest::DEADLINE_MS));
+    auto cancel = std::async(std::launch::async, [this] { return cancelGetFilledBuffer(m_pStream); });
+    EXPECT_FALSE(ready(cancel, 50));
+    EXPECT_FALSE(ready(change, 1));
+    EXPECT_EQ(Control::calls(Control::eHostCancel), 1U);
+    queueBuffers(1);
+    EXPECT_EQ(fetched.get(), 0);
+    EXPECT_TRUE(ready(change));
+    EXPECT_TRUE(ready(cancel));
+}
+
 void everyOperation(Shading& rShading, bool bDeviceGone) {
     const auto fnTry = [](const auto& fnOperation) {
         try {

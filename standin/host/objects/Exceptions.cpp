@@ -8,6 +8,9 @@
 #include <string>
 #include <utility>
 
+#include "standin/host/objects/HostAccess.h"
+#include "xapel2_standin/Host.h"
+
 namespace XAPEL2 {
 namespace Exceptions {
 
@@ -74,10 +77,6 @@ const char* IException::what() const noexcept {
     return descriptionOf(m_pImpl)->strText.c_str();
 }
 
-unsigned IException::GetLineNumber() const noexcept {
-    return descriptionOf(m_pImpl)->uLine;
-}
-
 #define XAPEL2_DEFINE_EXCEPTION(Kind)                                                                           \
     Xapel_##Kind##Exception::Xapel_##Kind##Exception(const char* pFile, unsigned uLine, const char* pFunction,  \
                                                      const char* pDescription)                                  \
@@ -101,4 +100,9 @@ XAPEL2_DEFINE_EXCEPTION(ResourceInUse);
 #undef XAPEL2_DEFINE_EXCEPTION
 
 }  // namespace Exceptions
+
+unsigned StandIn::lineNumber(const Exceptions::IException& rException) {
+    return Exceptions::descriptionOf(HostAccess::impl(rException))->uLine;
+}
+
 }  // namespace XAPEL2

@@ -8,6 +8,7 @@
 #pragma once
 
 #include "xapel2/XapelDevice.h"
+#include "xapel2/XapelExceptions.h"
 #include "xapel2/XapelNodes.h"
 
 namespace XAPEL2 {
@@ -24,6 +25,7 @@ struct HostAccess {
 
     static void* impl(const Node& rNode) { return rNode.m_pImpl; }
     static void* impl(const NodeMap& rMap) { return rMap.m_pImpl; }
+    static void* impl(const Exceptions::IException& rException) { return rException.m_pImpl; }
     static DataStreamList::iterator makeIterator(void* pImpl) { return DataStreamList::iterator(pImpl); }
 };
 

@@ -18,13 +18,6 @@ DataStreamList::iterator::iterator(void* pImpl) : m_pImpl(pImpl) {}
 
 DataStreamList::iterator::iterator(const iterator& rOther) : m_pImpl(new Walk(walkOf(rOther.m_pImpl))) {}
 
-DataStreamList::iterator& DataStreamList::iterator::operator=(const iterator& rOther) {
-    if (this != &rOther) {
-        walkOf(m_pImpl) = walkOf(rOther.m_pImpl);
-    }
-    return *this;
-}
-
 DataStreamList::iterator::~iterator() {
     delete static_cast<Walk*>(m_pImpl);
 }

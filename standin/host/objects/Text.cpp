@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "xapel2/XapelString.h"
+#include "xapel2_standin/Host.h"
 
 namespace XAPEL2 {
 

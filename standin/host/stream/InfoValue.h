@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "xapel2/GenTLCodes.h"
+#include "xapel2_standin/GenTL.h"
 
 namespace XAPEL2 {
 namespace StandIn {

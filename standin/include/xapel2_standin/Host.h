@@ -12,16 +12,26 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <iosfwd>
 #include <string>
 #include <vector>
 
-#include "xapel2/GenTLCodes.h"
 #include "xapel2/XapelDevice.h"
+#include "xapel2/XapelExceptions.h"
 #include "xapel2/XapelExport.h"
 #include "xapel2/XapelNodes.h"
+#include "xapel2/XapelString.h"
+#include "xapel2_standin/GenTL.h"
 
 namespace XAPEL2 {
+
+/// Writes the text.
+XAPEL2_HOST_API std::ostream& operator<<(std::ostream& rOut, const String& rText);
+
 namespace StandIn {
+
+/// Line of the throw in the file that the exception names.
+XAPEL2_HOST_API unsigned lineNumber(const Exceptions::IException& rException);
 
 /// A buffer of a data stream, as announcing and fetching hand it out.
 typedef void* BufferHandle;

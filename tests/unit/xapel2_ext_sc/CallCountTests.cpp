@@ -14,8 +14,14 @@ namespace {
 TEST(CallCount, WaitEndsWithTheLastCallAndClosingTurnsAwayOnlyLaterOnes) {
     CXapelCallCount count;
     count.waitUntilNone();  // returns at once
-    std::optional<CXapelCallCount::CEntry> first(count), second(count);
+    std::optional<CXapelCallCount::CEntry> first(count), second;
     EXPECT_FALSE(first->isClosing());
+    auto early = std::async(std::launch::async, [&] { count.waitUntilNone(); });
+    EXPECT_FALSE(XapelTest::ready(early, 30));
+    first.reset();
+    EXPECT_TRUE(XapelTest::ready(early));
+    first.emplace(count);
+    second.emplace(count);
     count.close();
     EXPECT_FALSE(first->isClosing()) << "it came before";
     EXPECT_TRUE(CXapelCallCount::CEntry(count).isClosing());

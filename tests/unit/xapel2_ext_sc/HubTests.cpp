@@ -66,7 +66,7 @@ TEST_F(Hub, ExceptionsNameTheUnitWhateverFileTheyAreIn) {
             ADD_FAILURE() << "nothing was thrown";
         } catch (const IException& rException) {
             EXPECT_STREQ(rException.GetFileName().get(), "tlconsumer/xapel2_ext_sc/XapelBypass");
-            EXPECT_NE(rException.GetLineNumber(), 0U);
+            EXPECT_NE(lineNumber(rException), 0U);
         }
     }
 }

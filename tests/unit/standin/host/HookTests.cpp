@@ -152,7 +152,7 @@ TEST_F(Hooks, ExceptionsReachTheApplication) {
         EXPECT_STREQ("file", copy.GetFileName().get());
         EXPECT_STREQ("cancel", copy.GetFunctionName().get());
         EXPECT_STREQ("text", copy.what());
-        EXPECT_EQ(7U, copy.GetLineNumber());
+        EXPECT_EQ(7U, lineNumber(copy));
     }
     m_side.put(Control::eHookFetch, m_pDevice, m_pStream, true);
     EXPECT_EQ(GC_ERR_TIMEOUT, fetch(0)) << "an exception leaves nothing behind on the thread";
