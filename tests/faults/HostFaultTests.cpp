@@ -154,9 +154,9 @@ TEST_F(HostFaults, WeakerCancelsCostTimeButNoFrame) {
 // late.
 TEST_F(HostFaults, ForgottenCancelLeavesChangeAndApplicationToTheFetch) {
     startStream(0);
-    std::vector<std::string> log;
+    std::vector<std::string> vecLog;
     CPlain participant(m_pDevice);
-    XapelTest::CSpy spy(m_pDevice, "spy", log, {0, true});
+    XapelTest::CSpy spy(m_pDevice, "spy", vecLog, {0, true});
     spy.registerParticipant();
     XapelTest::HeldCall held(spy);
     Control::setCancelMode(Control::eForgotten);

@@ -59,7 +59,7 @@ private:
 
     std::string m_strWhat;            // the folder, or how many files
     const PixelFormat* m_pGiven;      // null: none
-    ImageFileLayout m_layout;            // that of the first file, with the format that is delivered
+    ImageFileLayout m_layout;         // that of the first file, with the format that is delivered
     std::string m_strFirst;           // the first file
     std::vector<File> m_vecFiles[3];  // by scene
 };

@@ -34,7 +34,7 @@ public:
     std::size_t blocks() const { return m_iEnd - m_iFirst; }
 
 private:
-    static constexpr std::size_t CHUNK_BLOCKS = 32;    // worked on at once where there are exceptions
+    static constexpr std::size_t CHUNK_BLOCKS = 32;     // worked on at once where there are exceptions
     static constexpr std::size_t DEFECT_BLOCKS = 2048;  // and where there are defects
 
     bool isTail() const { return m_iFirst == m_nSamples / BLOCK; }
