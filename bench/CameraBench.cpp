@@ -82,7 +82,9 @@ private:
 class CCameraBench {
 public:
     explicit CCameraBench(unsigned nSide) : m_pDevice(openWhenThere()), m_pStream(firstDataStream(m_pDevice)) {
-        for (const char* pName : {"Width", "Height"}) remoteNodes(m_pDevice)->GetNode(pName)->SetInt(nSide);
+        for (const char* pName : {"Width", "Height"}) {
+            remoteNodes(m_pDevice)->GetNode(pName)->SetInt(nSide);
+        }
         remoteNodes(m_pDevice)->GetNode("AcquisitionFrameRate")->SetInt(200);
         require(openDataStream(m_pDevice, m_pStream) == 0, "opening the stream");
         for (unsigned i = 0; i < BUFFERS; ++i) {

@@ -55,11 +55,15 @@ public:
     CRing(const CScene& rScene, std::size_t nBuffers)
         : m_rImage(rScene.image()), m_memory(nBuffers * (m_rImage.size() + GAP)) {
         const std::size_t nStep = (m_rImage.size() + GAP) / 64 * 64;
-        for (std::size_t i = 0; i < nBuffers; ++i) m_vecBuffers.push_back(m_memory.data() + i * nStep);
+        for (std::size_t i = 0; i < nBuffers; ++i) {
+            m_vecBuffers.push_back(m_memory.data() + i * nStep);
+        }
         refill();
     }
     void refill() {
-        for (uint8_t* pBuffer : m_vecBuffers) std::memcpy(pBuffer, m_rImage.data(), m_rImage.size());
+        for (uint8_t* pBuffer : m_vecBuffers) {
+            std::memcpy(pBuffer, m_rImage.data(), m_rImage.size());
+        }
     }
     uint8_t* next() { return m_vecBuffers[m_iNext++ % m_vecBuffers.size()]; }
     const std::vector<uint8_t*>& buffers() const { return m_vecBuffers; }
@@ -87,7 +91,9 @@ std::size_t addOurs(CRounds& rRounds, CRing& rRing, const CScene& rScene, CShadi
     }
     return rRounds.add({"ours",
                         [&](uint64_t nTimes) {
-                            for (uint64_t i = 0; i < nTimes; ++i) rNodes.process(rScene.layout(), rRing.next());
+                            for (uint64_t i = 0; i < nTimes; ++i) {
+                                rNodes.process(rScene.layout(), rRing.next());
+                            }
                             rNodes.require();
                         },
                         [&] { rRing.refill(); }, rRing.buffers().size()});
@@ -101,7 +107,9 @@ std::vector<std::size_t> addOpenCv(CRounds& rRounds, CRing& rRing, const CScene&
         rScene.check(rRing.buffers().front(), 1.0);  // whole darks, and halves to the even side
         vecCandidates.push_back(rRounds.add({"OpenCV, " + rWay.strName,
                                              [rWay, &rRing](uint64_t nTimes) {
-                                                 for (uint64_t i = 0; i < nTimes; ++i) rWay.fnCorrect(rRing.next());
+                                                 for (uint64_t i = 0; i < nTimes; ++i) {
+                                                     rWay.fnCorrect(rRing.next());
+                                                 }
                                              },
                                              [&] { rRing.refill(); }, rRing.buffers().size()}));
     }

@@ -90,7 +90,9 @@ public:
             throw std::runtime_error("wrong result of the image processor");
         }
         rRounds.add({"processor/host", [this](uint64_t nTimes) {
-                         for (uint64_t i = 0; i < nTimes; ++i) m_nodes.process("Mono8", 1, 1, 1, &m_uPixel);
+                         for (uint64_t i = 0; i < nTimes; ++i) {
+                             m_nodes.process("Mono8", 1, 1, 1, &m_uPixel);
+                         }
                      }});
     }
 
@@ -138,7 +140,9 @@ using Loop = std::function<void(uint64_t nTimes)>;
 void onTwoThreads(const Loop& rLoop, uint64_t nTimes) {
     std::atomic<int> nReady{0};
     const auto fnRun = [&] {
-        for (++nReady; nReady != 2;) xapelSpinPause();
+        for (++nReady; nReady != 2;) {
+            xapelSpinPause();
+        }
         rLoop(nTimes);
     };
     std::thread other(fnRun);
@@ -149,7 +153,9 @@ void onTwoThreads(const Loop& rLoop, uint64_t nTimes) {
 template <typename Step>
 Loop repeat(Step fnStep) {
     return [=](uint64_t nTimes) {
-        for (uint64_t i = 0; i < nTimes; ++i) fnStep();
+        for (uint64_t i = 0; i < nTimes; ++i) {
+            fnStep();
+        }
     };
 }
 
@@ -184,7 +190,9 @@ void benchGate(const Options& rOptions) {
     if (gate.data.Flags() != 0 || !gate.data.IsExclusive()) {
         throw std::runtime_error("wrong result: the gate is not empty");
     }
-    for (std::size_t i = 0; i < 2 * std::size(aSubjects); ++i) rounds.print(i, rounds.name(i));
+    for (std::size_t i = 0; i < 2 * std::size(aSubjects); ++i) {
+        rounds.print(i, rounds.name(i));
+    }
 }
 
 void bench(const Options& rOptions) {
@@ -196,7 +204,9 @@ void bench(const Options& rOptions) {
     fetches.addFetch(rounds, "fetch-on/ours", CFetchBench::eOn);
     fetches.addProcessor(rounds);
     rounds.run();
-    for (std::size_t i = 0; i < 5; ++i) rounds.print(i, rounds.name(i));
+    for (std::size_t i = 0; i < 5; ++i) {
+        rounds.print(i, rounds.name(i));
+    }
     benchGate(rOptions);
 }
 

@@ -16,29 +16,34 @@ constexpr std::size_t LINE = 64;
 
 // A block is IN_PLACE lines of the image, FIRST lines of the first table and SECOND of the second. Every table line is
 // XORed into one image line; where there are fewer table lines than image lines, into several.
-#define XAPEL2_BENCH_KERNEL(NAME, WIDTH, TARGET)                                                                      \
-    template <unsigned IN_PLACE, unsigned FIRST, unsigned SECOND, bool PREFETCH>                                      \
-    TARGET void NAME(uint8_t* pInPlace, const uint8_t* pFirst, const uint8_t* pSecond, std::size_t nBlocks) {         \
-        typedef uint64_t Vector __attribute__((vector_size(WIDTH), may_alias));                                       \
-        constexpr std::size_t STEPS = LINE / (WIDTH);                                                                 \
-        constexpr std::size_t AHEAD = 12; /* lines */                                                                 \
-        for (std::size_t iBlock = 0; iBlock < nBlocks; ++iBlock) {                                                    \
-            for (std::size_t i = 0; PREFETCH && i < IN_PLACE; ++i) __builtin_prefetch(pInPlace + (AHEAD + i) * LINE); \
-            for (std::size_t i = 0; PREFETCH && i < FIRST; ++i) __builtin_prefetch(pFirst + (AHEAD + i) * LINE);      \
-            for (std::size_t i = 0; PREFETCH && i < SECOND; ++i) __builtin_prefetch(pSecond + (AHEAD + i) * LINE);    \
-            auto* const pImage = reinterpret_cast<Vector*>(pInPlace);                                                 \
-            const auto* const pA = reinterpret_cast<const Vector*>(pFirst);                                           \
-            const auto* const pB = reinterpret_cast<const Vector*>(pSecond);                                          \
-            for (std::size_t i = 0; i < IN_PLACE * STEPS; ++i) {                                                      \
-                Vector uValue = pImage[i] ^ pA[i % (FIRST * STEPS)];                                                  \
-                for (std::size_t j = i + IN_PLACE * STEPS; j < FIRST * STEPS; j += IN_PLACE * STEPS) uValue ^= pA[j]; \
-                for (std::size_t j = i; j < SECOND * STEPS; j += IN_PLACE * STEPS) uValue ^= pB[j];                   \
-                pImage[i] = uValue;                                                                                   \
-            }                                                                                                         \
-            pInPlace += IN_PLACE * LINE;                                                                              \
-            pFirst += FIRST * LINE;                                                                                   \
-            pSecond += SECOND * LINE;                                                                                 \
-        }                                                                                                             \
+#define XAPEL2_BENCH_KERNEL(NAME, WIDTH, TARGET)                                                              \
+    template <unsigned IN_PLACE, unsigned FIRST, unsigned SECOND, bool PREFETCH>                              \
+    TARGET void NAME(uint8_t* pInPlace, const uint8_t* pFirst, const uint8_t* pSecond, std::size_t nBlocks) { \
+        typedef uint64_t Vector __attribute__((vector_size(WIDTH), may_alias));                               \
+        constexpr std::size_t STEPS = LINE / (WIDTH);                                                         \
+        constexpr std::size_t AHEAD = 12; /* lines */                                                         \
+        for (std::size_t iBlock = 0; iBlock < nBlocks; ++iBlock) {                                            \
+            for (std::size_t i = 0; PREFETCH && i < IN_PLACE; ++i)                                            \
+                __builtin_prefetch(pInPlace + (AHEAD + i) * LINE);                                            \
+            for (std::size_t i = 0; PREFETCH && i < FIRST; ++i)                                               \
+                __builtin_prefetch(pFirst + (AHEAD + i) * LINE);                                              \
+            for (std::size_t i = 0; PREFETCH && i < SECOND; ++i)                                              \
+                __builtin_prefetch(pSecond + (AHEAD + i) * LINE);                                             \
+            auto* const pImage = reinterpret_cast<Vector*>(pInPlace);                                         \
+            const auto* const pA = reinterpret_cast<const Vector*>(pFirst);                                   \
+            const auto* const pB = reinterpret_cast<const Vector*>(pSecond);                                  \
+            for (std::size_t i = 0; i < IN_PLACE * STEPS; ++i) {                                              \
+                Vector uValue = pImage[i] ^ pA[i % (FIRST * STEPS)];                                          \
+                for (std::size_t j = i + IN_PLACE * STEPS; j < FIRST * STEPS; j += IN_PLACE * STEPS)          \
+                    uValue ^= pA[j];                                                                          \
+                for (std::size_t j = i; j < SECOND * STEPS; j += IN_PLACE * STEPS)                            \
+                    uValue ^= pB[j];                                                                          \
+                pImage[i] = uValue;                                                                           \
+            }                                                                                                 \
+            pInPlace += IN_PLACE * LINE;                                                                      \
+            pFirst += FIRST * LINE;                                                                           \
+            pSecond += SECOND * LINE;                                                                         \
+        }                                                                                                     \
     }
 
 XAPEL2_BENCH_KERNEL(xor16, 16, )
@@ -102,7 +107,9 @@ CLimit::CLimit(eTraffic eKind, std::size_t nBytes)
             break;
     }
     for (const CHugeMemory* pTable : {&m_interleaved, &m_first, &m_second}) {
-        for (std::size_t i = 0; i < 2 * nBytes; ++i) pTable->data()[i] = static_cast<uint8_t>(i * 7 + i / 251);
+        for (std::size_t i = 0; i < 2 * nBytes; ++i) {
+            pTable->data()[i] = static_cast<uint8_t>(i * 7 + i / 251);
+        }
     }
     check();
 }

@@ -57,7 +57,9 @@ void checkFilter(const ImageLayout& rLayout, const std::vector<float>& rIn, cons
             std::nth_element(vecWindow.begin(), itMiddle, vecWindow.end());
             dExpected = *itMiddle;
         } else {
-            for (const float fSample : vecWindow) dExpected += fSample;
+            for (const float fSample : vecWindow) {
+                dExpected += fSample;
+            }
             dExpected /= static_cast<double>(vecWindow.size());
         }
         if (std::abs(rOut[iSample] - dExpected) > (rRadii.nMedian != 0 ? 0.0 : 1e-6 * dExpected)) {
@@ -78,7 +80,9 @@ public:
     void add(const std::string& strName, std::function<void()> fnRun, std::function<void()> fnPrepare = {},
              uint64_t nUnit = 1) {
         Candidate candidate{strName, [fnRun = std::move(fnRun)](uint64_t nTimes) {
-                                for (uint64_t i = 0; i < nTimes; ++i) fnRun();
+                                for (uint64_t i = 0; i < nTimes; ++i) {
+                                    fnRun();
+                                }
                             }};
         candidate.bOnce = static_cast<bool>(fnPrepare);
         candidate.fnPrepare = std::move(fnPrepare);
@@ -110,7 +114,9 @@ private:
 class CFilterBench {
 public:
     CFilterBench(const CScene& rScene, bool bMean) : m_rLayout(rScene.layout()), m_vecStart(rScene.light()) {
-        for (float& rSample : m_vecStart) rSample = bMean ? rSample : std::round(rSample);
+        for (float& rSample : m_vecStart) {
+            rSample = bMean ? rSample : std::round(rSample);
+        }
         m_vecWork = m_vecStart;
     }
     void addTo(CReferenceRounds& rRounds, const std::string& strSuffix) {
@@ -152,7 +158,9 @@ public:
     uint8_t* frame(std::size_t i) const { return m_memory.data() + i % COUNT * m_nBytes; }
     std::vector<const uint8_t*> all() const {
         std::vector<const uint8_t*> vecFrames;
-        for (std::size_t i = 0; i < COUNT; ++i) vecFrames.push_back(frame(i));
+        for (std::size_t i = 0; i < COUNT; ++i) {
+            vecFrames.push_back(frame(i));
+        }
         return vecFrames;
     }
 
@@ -191,7 +199,9 @@ private:
         for (std::size_t i = 0; i < CFrames::COUNT; ++i) {
             const std::vector<uint16_t> vecSamples = unpack(m_rLayout, m_frames.frame(i));
             const double dTimes = static_cast<double>((IMAGES - i + CFrames::COUNT - 1) / CFrames::COUNT);
-            for (std::size_t j = 0; j < vecSums.size(); ++j) vecSums[j] += dTimes * vecSamples[j];
+            for (std::size_t j = 0; j < vecSums.size(); ++j) {
+                vecSums[j] += dTimes * vecSamples[j];
+            }
         }
         m_nodes.file(XAPEL2::eCommandEnd, folder / "light.tif");
         const ReferenceImage reference = readReferenceFile(folder / "light.tif");

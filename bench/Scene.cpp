@@ -77,7 +77,9 @@ CScene::CScene(const ImageLayout& rLayout)
         m_aTargets[colourClass(i)] += static_cast<double>(m_vecLight[i]) - static_cast<double>(m_vecDark[i]);
         ++aCounts[colourClass(i)];
     }
-    for (unsigned i = 0; i < 4; ++i) m_aTargets[i] /= static_cast<double>(std::max<uint64_t>(aCounts[i], 1));
+    for (unsigned i = 0; i < 4; ++i) {
+        m_aTargets[i] /= static_cast<double>(std::max<uint64_t>(aCounts[i], 1));
+    }
     packSamples(*rLayout.pFormat, vecSamples.data(), 0, vecSamples.size(), m_vecImage.data());
 }
 

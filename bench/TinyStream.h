@@ -38,7 +38,9 @@ public:
     /// Has the camera fill every buffer.
     void fill() {
         using namespace XAPEL2::StandIn;
-        for (const BufferHandle hBuffer : m_vecBuffers) require(queueBuffer(m_pStream, hBuffer), "queue a buffer");
+        for (const BufferHandle hBuffer : m_vecBuffers) {
+            require(queueBuffer(m_pStream, hBuffer), "queue a buffer");
+        }
         require(startAcquisition(m_pStream, m_vecBuffers.size()), "start the camera");
         const auto tDeadline = std::chrono::steady_clock::now() + std::chrono::minutes(2);
         while (waiting() != m_vecBuffers.size()) {
@@ -57,7 +59,9 @@ public:
     void fetch(uint64_t nFrames) {
         XAPEL2::StandIn::BufferHandle hBuffer = nullptr;
         int iResult = 0;
-        for (uint64_t i = 0; i < nFrames; ++i) iResult |= XAPEL2::StandIn::getFilledBuffer(m_pStream, &hBuffer, 0);
+        for (uint64_t i = 0; i < nFrames; ++i) {
+            iResult |= XAPEL2::StandIn::getFilledBuffer(m_pStream, &hBuffer, 0);
+        }
         require(iResult, "fetch a frame");
     }
 

@@ -67,7 +67,9 @@ struct Forger {
         for (uint64_t i = 0; i < nHeight; ++i) {
             strBytes += number(nHead + 2 * nPlace * nHeight + (bShared ? 0 : i * nRow), nPlace);
         }
-        for (uint64_t i = 0; i < nHeight; ++i) strBytes += number(nRow, nPlace);
+        for (uint64_t i = 0; i < nHeight; ++i) {
+            strBytes += number(nRow, nPlace);
+        }
         strBytes += std::string(nRow * (bShared ? 1 : nHeight), '\x3F');
         std::vector<Tag> vecTags = {{TIFFTAG_IMAGEWIDTH, TIFF_SHORT, 1, nWidth},
                                     {TIFFTAG_IMAGELENGTH, TIFF_SHORT, 1, nHeight},
@@ -103,7 +105,9 @@ void writeTiffs() {
         write("replay-frame-limits", strName + "-wide", sForger.image(40000, 1, 8, 1));
         for (const auto& [nTags, nBytes] : {std::pair(50U, 400000U), std::pair(4000U, 100U), std::pair(20000U, 1U)}) {
             std::vector<Tag> vecTags;
-            for (unsigned iTag = 0; iTag < nTags; ++iTag) vecTags.push_back({iTag + 400, TIFF_BYTE, nBytes, 16});
+            for (unsigned iTag = 0; iTag < nTags; ++iTag) {
+                vecTags.push_back({iTag + 400, TIFF_BYTE, nBytes, 16});
+            }
             const std::string strTags = strName + "-" + std::to_string(nTags);
             write("reference-file-limits", strTags, sForger.image(10000, 10, 32, 1, false, vecTags));
             write("replay-frame-limits", strTags, sForger.image(10000, 40, 8, 1, false, vecTags));
@@ -160,7 +164,9 @@ void writeSequences() {
     }
     // Writes without a command, each of which the nodes refuse.
     Steps strRefused;
-    while (strRefused.size() < 900000) strRefused += Steps{5, 0, '\xF3', 1, 0, '\xF4'};
+    while (strRefused.size() < 900000) {
+        strRefused += Steps{5, 0, '\xF3', 1, 0, '\xF4'};
+    }
     write("processor-limits", "refused", strRefused);
 }
 

@@ -40,7 +40,9 @@ std::string path(std::size_t iName) {
 class CSequence {
 public:
     CSequence(const uint8_t* pData, std::size_t nBytes) : m_pNext(pData), m_pEnd(pData + nBytes) {
-        for (std::size_t i = 0; i < GOOD_NAMES; ++i) unlink(path(i).c_str());
+        for (std::size_t i = 0; i < GOOD_NAMES; ++i) {
+            unlink(path(i).c_str());
+        }
     }
 
     void run() {
@@ -100,7 +102,9 @@ private:
         m_nImage = std::array<std::size_t, 4>{nExact, nExact - 1, nExact + 5, nExact / 2}[uFlags & 3];
         m_pImage.reset(new uint8_t[m_nImage]);
         const std::size_t nStep = std::array<std::size_t, 4>{0, 1, 3, 101}[uFlags >> 2 & 3];
-        for (std::size_t i = 0; i < m_nImage; ++i) m_pImage[i] = static_cast<uint8_t>(uSeed + i * nStep);
+        for (std::size_t i = 0; i < m_nImage; ++i) {
+            m_pImage[i] = static_cast<uint8_t>(uSeed + i * nStep);
+        }
         m_bImage = (uFlags & 0xC0) == 0;
         node(SHADING_NODE_BUFFER)->SetInt((uFlags & 0x40) ? 0 : reinterpret_cast<intptr_t>(m_pImage.get()));
         node(SHADING_NODE_BUFFER_SIZE)->SetInt(static_cast<int64_t>(m_nImage) * ((uFlags & 0x80) ? -1 : 1));

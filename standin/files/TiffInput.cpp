@@ -39,7 +39,9 @@ int openFile(const std::string& strFile) {
 /// Little or big endian number of nBytes bytes.
 uint64_t number(const uint8_t* pBytes, std::size_t nBytes, bool bBig) {
     uint64_t uValue = 0;
-    for (std::size_t i = 0; i < nBytes; ++i) uValue = uValue << 8 | pBytes[bBig ? i : nBytes - 1 - i];
+    for (std::size_t i = 0; i < nBytes; ++i) {
+        uValue = uValue << 8 | pBytes[bBig ? i : nBytes - 1 - i];
+    }
     return uValue;
 }
 

@@ -169,9 +169,15 @@ void withPacking(const PixelFormat& rFormat, F fn) {
 template <class ONE, class ALL>
 void forEachGroup(std::size_t iFirst, std::size_t nSamples, ONE fnOne, ALL fnGroup) {
     std::size_t i = 0;
-    for (; i < nSamples && (iFirst + i) % GROUP != 0; ++i) fnOne(i, iFirst + i);
-    for (; i + GROUP <= nSamples; i += GROUP) fnGroup(i, iFirst + i);
-    for (; i < nSamples; ++i) fnOne(i, iFirst + i);
+    for (; i < nSamples && (iFirst + i) % GROUP != 0; ++i) {
+        fnOne(i, iFirst + i);
+    }
+    for (; i + GROUP <= nSamples; i += GROUP) {
+        fnGroup(i, iFirst + i);
+    }
+    for (; i < nSamples; ++i) {
+        fnOne(i, iFirst + i);
+    }
 }
 
 }  // namespace
@@ -186,7 +192,9 @@ void unpackSamples(const PixelFormat& rFormat, const void* pImage, std::size_t i
         return;
     }
     if (rFormat.nWireBits == 8) {
-        for (std::size_t i = 0; i < nSamples; ++i) pSamples[i] = pBytes[iFirst + i];
+        for (std::size_t i = 0; i < nSamples; ++i) {
+            pSamples[i] = pBytes[iFirst + i];
+        }
         return;
     }
     withPacking(rFormat, [&](auto oPacking) {
@@ -209,7 +217,9 @@ void packSamples(const PixelFormat& rFormat, const uint16_t* pSamples, std::size
         return;
     }
     if (rFormat.nWireBits == 8) {
-        for (std::size_t i = 0; i < nSamples; ++i) pBytes[iFirst + i] = static_cast<uint8_t>(pSamples[i]);
+        for (std::size_t i = 0; i < nSamples; ++i) {
+            pBytes[iFirst + i] = static_cast<uint8_t>(pSamples[i]);
+        }
         return;
     }
     withPacking(rFormat, [&](auto oPacking) {

@@ -229,7 +229,9 @@ int64_t CShadingProcessor::Impl::apply(const ShadingInputs& rInputs, ShadingAnsw
 }
 
 int64_t CShadingProcessor::Impl::clear() noexcept {
-    for (auto& rpReference : m_aReferences) rpReference.reset();
+    for (auto& rpReference : m_aReferences) {
+        rpReference.reset();
+    }
     m_pRecorder.reset();
     m_pCorrection.reset();
     describe({});

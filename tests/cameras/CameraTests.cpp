@@ -45,7 +45,9 @@ TEST_F(Cameras, ResidualIsWhatTheNoiseOfTheReferencePredicts) {
             std::vector<double> vecMeans(vecSamples.size());
             rig.run(AVERAGED, [&](const Image& rImage) {
                 unpackSamples(*pFormat, rImage.vecBytes.data(), 0, vecSamples.size(), vecSamples.data());
-                for (std::size_t i = 0; i < vecSamples.size(); ++i) vecMeans[i] += vecSamples[i] / (1.0 * AVERAGED);
+                for (std::size_t i = 0; i < vecSamples.size(); ++i) {
+                    vecMeans[i] += vecSamples[i] / (1.0 * AVERAGED);
+                }
             });
             return vecMeans;
         };
@@ -117,11 +119,15 @@ TEST_F(Cameras, FramesThatFindNoBufferAreCounted) {
     // A receiver that is behind finds buffers again for what waits in its socket.
     EXPECT_TRUE(eventually([&] {
         BufferHandle ahBuffers[2] = {};
-        for (BufferHandle& rBuffer : ahBuffers) EXPECT_EQ(getFilledBuffer(rig.pStream, &rBuffer, DEADLINE_MS), 0);
+        for (BufferHandle& rBuffer : ahBuffers) {
+            EXPECT_EQ(getFilledBuffer(rig.pStream, &rBuffer, DEADLINE_MS), 0);
+        }
         nLost = rig.streamNumber(STREAM_INFO_NUM_UNDERRUN);
         const uint64_t nBefore = rig.scene.frames();
         EXPECT_TRUE(eventually([&] { return rig.scene.frames() > nBefore + 20; }));
-        for (const BufferHandle& rBuffer : ahBuffers) EXPECT_EQ(queueBuffer(rig.pStream, rBuffer), 0);
+        for (const BufferHandle& rBuffer : ahBuffers) {
+            EXPECT_EQ(queueBuffer(rig.pStream, rBuffer), 0);
+        }
         return nLost > 10;
     }));
     EXPECT_LE(nLost, rig.scene.frames()) << "frames, not packets";
@@ -140,7 +146,9 @@ TEST_F(Cameras, ACameraThatIsGoneEndsTheFetchAndComesBack) {
             BufferHandle hBuffer = nullptr;
             int iResult = 0;
             // Frames that came before it went.
-            while (iResult == 0) iResult = getFilledBuffer(rig.pStream, &hBuffer, TIMEOUT_INFINITE);
+            while (iResult == 0) {
+                iResult = getFilledBuffer(rig.pStream, &hBuffer, TIMEOUT_INFINITE);
+            }
             return iResult;
         });
         ASSERT_TRUE(ready(fetched, 10000)) << "round " << iRound;
@@ -167,7 +175,9 @@ TEST_F(Cameras, ACameraObeysOneClientAndTellsWhenItObeysNoMore) {
         XAPEL2::Device* const pOther = bOther ? openDevice(rig.strId) : nullptr;
         BufferHandle hBuffer = nullptr;
         int iResult = 0;
-        while (iResult == 0) iResult = getFilledBuffer(rig.pStream, &hBuffer, DEADLINE_MS);
+        while (iResult == 0) {
+            iResult = getFilledBuffer(rig.pStream, &hBuffer, DEADLINE_MS);
+        }
         const int iExpected = bOther ? GC_ERR_ACCESS_DENIED : GC_ERR_IO;
         EXPECT_EQ(iResult, iExpected);
         EXPECT_TRUE(traced(bOther ? "another program has taken control" : "no longer obeys this program"));
@@ -184,7 +194,9 @@ TEST_F(Cameras, TwoAtOnceAreCorrectedEachByItsOwnReference) {
     }
     Rig first(0, "127.0.0.1", 10), second(0, "127.0.0.2", 20);
     std::vector<std::string> vecIds;
-    for (const DeviceInfo& rInfo : enumerateDevices()) vecIds.push_back(rInfo.strId);
+    for (const DeviceInfo& rInfo : enumerateDevices()) {
+        vecIds.push_back(rInfo.strId);
+    }
     EXPECT_EQ(vecIds.size(), 3U) << "the simulated sensor and two cameras";
     std::vector<std::thread> vecThreads;
     std::vector<uint8_t> vecAvecGolden[2];
@@ -199,7 +211,9 @@ TEST_F(Cameras, TwoAtOnceAreCorrectedEachByItsOwnReference) {
             pRig->run(100, [&](const Image& rImage) { EXPECT_TRUE(rImage.vecBytes == rGolden); });
         });
     }
-    for (std::thread& rThread : vecThreads) rThread.join();
+    for (std::thread& rThread : vecThreads) {
+        rThread.join();
+    }
 }
 
 TEST_F(Cameras, TimeOutsCancelsAndStopsHoldAndSettingsAreLocked) {
@@ -210,7 +224,9 @@ TEST_F(Cameras, TimeOutsCancelsAndStopsHoldAndSettingsAreLocked) {
     EXPECT_EQ(startAcquisition(rig.pStream), GC_ERR_RESOURCE_IN_USE);
     EXPECT_EQ(rig.streamNumber(STREAM_INFO_NUM_QUEUED), 4U);
     // After the first frame, the second may follow at once.
-    for (int i = 0; i < 2; ++i) ASSERT_EQ(getFilledBuffer(rig.pStream, &hBuffer, DEADLINE_MS), 0);
+    for (int i = 0; i < 2; ++i) {
+        ASSERT_EQ(getFilledBuffer(rig.pStream, &hBuffer, DEADLINE_MS), 0);
+    }
     EXPECT_EQ(getFilledBuffer(rig.pStream, &hBuffer, 20), GC_ERR_TIMEOUT);
     for (const auto& rSetting : {std::make_pair("PixelFormat", "Mono16"), std::make_pair("Width", "32")}) {
         EXPECT_NE(thrown<XAPEL2::Exceptions::Xapel_AccessDeniedException>(

@@ -32,7 +32,9 @@ public:
     }
 
     void play(char cWho) {
-        for (unsigned i = 0; i < g_scenario.nRounds; ++i) playOnce(cWho);
+        for (unsigned i = 0; i < g_scenario.nRounds; ++i) {
+            playOnce(cWho);
+        }
         if (has('b') && (cWho == 'w' || cWho == 'c' || cWho == 'e')) {
             m_bHold->store(false, std::memory_order_relaxed);
         }
@@ -85,7 +87,9 @@ private:
             m_nInside->fetch_add(1, std::memory_order_relaxed);
         }
         RL_ASSERT(m_Data(RL_INFO).load() != 0);
-        while (bBlocked && m_bHold->load(std::memory_order_relaxed)) xapelSpinPause();
+        while (bBlocked && m_bHold->load(std::memory_order_relaxed)) {
+            xapelSpinPause();
+        }
         guard.WaitExclusive();  // means nothing to a shared guard
     }
 
@@ -111,7 +115,9 @@ private:
     }
 
     void endGate() {
-        while (m_nInside->load(std::memory_order_relaxed) + 1 != g_scenario.strRoles.size()) xapelSpinPause();
+        while (m_nInside->load(std::memory_order_relaxed) + 1 != g_scenario.strRoles.size()) {
+            xapelSpinPause();
+        }
         cancelAndWrite();
         m_Gate.reset();
     }

@@ -35,7 +35,9 @@ class HostFaults : public XapelTest::StreamFixture {};
 TEST_F(HostFaults, BadBuffersStayAsTheyAreAmongCorrectedOnes) {
     const XAPEL2::Test::CTemporaryFolder folder;
     Image vecPattern(64 * 48), vecMemory(vecPattern.size());
-    for (size_t i = 0; i < vecPattern.size(); ++i) vecPattern[i] = i % 2 == 0 ? 80 : 120;
+    for (size_t i = 0; i < vecPattern.size(); ++i) {
+        vecPattern[i] = i % 2 == 0 ? 80 : 120;
+    }
     const Image vecFlat(vecPattern.size(), 100), vecUntouched(vecPattern.size(), 0xEE);
     Image vecHalf = vecUntouched;
     std::copy_n(vecPattern.begin(), vecHalf.size() / 2, vecHalf.begin());
@@ -116,10 +118,14 @@ TEST_F(HostFaults, WeakerCancelsCostTimeButNoFrame) {
             }
             auto change = fnChange();
             EXPECT_TRUE(!bFrame || rRow.nEnded == 2 || !ready(change, 30));  // it waits for whoever the cancel left
-            for (unsigned i = rRow.nEnded; bFrame && i < 2; ++i) queueBuffers(1);
+            for (unsigned i = rRow.nEnded; bFrame && i < 2; ++i) {
+                queueBuffers(1);
+            }
             EXPECT_TRUE(ready(change));
             std::vector<int> vecResults;
-            for (auto& rFetch : vecFetches) vecResults.push_back(rFetch.get());
+            for (auto& rFetch : vecFetches) {
+                vecResults.push_back(rFetch.get());
+            }
             const int iElse = bFrame ? GC_ERR_SUCCESS : GC_ERR_TIMEOUT;
             EXPECT_EQ(std::count(vecResults.begin(), vecResults.end(), GC_ERR_ABORT), rRow.nEnded);
             EXPECT_EQ(std::count(vecResults.begin(), vecResults.end(), iElse), 2 - rRow.nEnded);

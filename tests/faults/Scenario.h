@@ -37,7 +37,9 @@ typedef std::array<uint8_t, 16 * 8> Image;
 
 inline Image imageOf(uint8_t uEven, uint8_t uOdd) {
     Image image;
-    for (std::size_t i = 0; i < image.size(); ++i) image[i] = i % 2 == 0 ? uEven : uOdd;
+    for (std::size_t i = 0; i < image.size(); ++i) {
+        image[i] = i % 2 == 0 ? uEven : uOdd;
+    }
     return image;
 }
 const Image RAW = imageOf(80, 120), FLAT = imageOf(100, 100);
@@ -155,7 +157,9 @@ public:
         const std::string strFile = folder() / "own.tif";
         unlink(strFile.c_str());
         const auto fnFetch = [this] {
-            for (int i = 0; m_bRunning && i < 2; ++i) step([this] { fetch(1); });
+            for (int i = 0; m_bRunning && i < 2; ++i) {
+                step([this] { fetch(1); });
+            }
         };
         step([this] { m_pShading = std::make_unique<Shading>(m_pDevice); });
         step([this] { start(); });
@@ -186,7 +190,9 @@ public:
     void check(bool bFaulty, uint64_t nRefusedHooks) {
         const auto vecTraces = Control::traces();
         Control::reset();
-        for (const auto& rLine : vecTraces) EXPECT_TRUE(isKnownTrace(rLine)) << rLine.iLevel << " " << rLine.strText;
+        for (const auto& rLine : vecTraces) {
+            EXPECT_TRUE(isKnownTrace(rLine)) << rLine.iLevel << " " << rLine.strText;
+        }
         setContent();
         Control::recordTraces(true);
         if (!bFaulty) {
@@ -204,7 +210,9 @@ public:
         const std::size_t nHooks = Control::liveHooks();
         checkFreshFacade();
         EXPECT_LE(Control::liveHooks(), nHooks);
-        for (const auto& rLine : Control::traces()) EXPECT_TRUE(isKnownTrace(rLine)) << rLine.strText;
+        for (const auto& rLine : Control::traces()) {
+            EXPECT_TRUE(isKnownTrace(rLine)) << rLine.strText;
+        }
         EXPECT_LE(folder().names().size(), 2U) << "a temporary file stays";
     }
 
@@ -310,7 +318,9 @@ private:
         m_pHolder->unregisterParticipant();
         EXPECT_EQ(fnInfo(), GC_ERR_NOT_INITIALIZED);
         // Whoever is for calling still is called with a frame, dead or alive.
-        for (XAPEL2::DataStream* pStream : m_vecStreams) closeDataStream(m_pDevice, pStream);
+        for (XAPEL2::DataStream* pStream : m_vecStreams) {
+            closeDataStream(m_pDevice, pStream);
+        }
         start();
         m_nRaw = 0;
         fetch(1);
@@ -331,7 +341,9 @@ private:
     }
 
     void checkFreshFacade() {
-        for (XAPEL2::DataStream* pStream : m_vecStreams) closeDataStream(m_pDevice, pStream);
+        for (XAPEL2::DataStream* pStream : m_vecStreams) {
+            closeDataStream(m_pDevice, pStream);
+        }
         Shading shading(m_pDevice);
         shading.ReferenceLoad(true, goodReference().c_str());
         shading.ReferenceApply();

@@ -52,7 +52,9 @@ int main(int, char** ppArguments) try {
     XAPEL2::Device* pDevice = XAPEL2::StandIn::openDevice("sim?width=8&height=8&format=Mono8");
     XAPEL2::Ext::Sc::Shading oShading(pDevice);
     oShading.ReferenceStart(true);
-    for (int i = 0; i < 3; ++i) oShading.ReferenceAdd("Mono8", nSide, nSide, vecImage.data(), vecImage.size());
+    for (int i = 0; i < 3; ++i) {
+        oShading.ReferenceAdd("Mono8", nSide, nSide, vecImage.data(), vecImage.size());
+    }
 
     if (save(oShading, pFile, std::stoul(ppArguments[5]))) {
         return 0;

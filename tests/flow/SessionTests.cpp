@@ -219,9 +219,13 @@ TEST_F(Session, FetchSurvivesTheSwitchingOfCorrection) {
     camera.start();
     std::atomic<bool> bEnd{false};
     std::thread switch_([&] {
-        for (bool bOn = true; !bEnd; bOn = !bOn) camera.shading().SetEnable(bOn);
+        for (bool bOn = true; !bEnd; bOn = !bOn) {
+            camera.shading().SetEnable(bOn);
+        }
     });
-    for (unsigned i = 0; i < 200; ++i) camera.giveBack(camera.fetch());
+    for (unsigned i = 0; i < 200; ++i) {
+        camera.giveBack(camera.fetch());
+    }
     bEnd = true;
     switch_.join();
     camera.stop();
@@ -230,7 +234,9 @@ TEST_F(Session, FetchSurvivesTheSwitchingOfCorrection) {
 TEST(Times, QuantileIsTheLeastThatTheShareDoesNotExceed) {
     CTimes times;
     EXPECT_TRUE(std::isnan(times.median()));
-    for (const double dMs : {7.0, 1.0, 3.0, 5.0}) times.add(dMs);
+    for (const double dMs : {7.0, 1.0, 3.0, 5.0}) {
+        times.add(dMs);
+    }
     EXPECT_EQ(times.median(), 3.0);
     EXPECT_EQ(times.quantile(0.51), 5.0);
     EXPECT_EQ(times.quantile(0.99), 7.0);

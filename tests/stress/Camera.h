@@ -179,10 +179,14 @@ public:
             writeReferenceFile(m_aReferences[i],
                                {eReferenceLight, layout(), 1, 0, 30000, 0, "", m_frames.lightReference(i)});
         }
-        for (unsigned i = 0; bFacades && i < 2; ++i) m_aSlots[i].pFacade = makeFacade(i);
+        for (unsigned i = 0; bFacades && i < 2; ++i) {
+            m_aSlots[i].pFacade = makeFacade(i);
+        }
     }
     ~CCamera() {
-        for (Slot& rSlot : m_aSlots) rSlot.pFacade.reset();
+        for (Slot& rSlot : m_aSlots) {
+            rSlot.pFacade.reset();
+        }
         closeDevice(m_pDevice);
     }
     CCamera(const CCamera&) = delete;

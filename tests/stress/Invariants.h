@@ -113,7 +113,9 @@ inline void checkPixels(const CCamera& rCamera, const Fetch& rFetch, const Frame
     const std::string strSlots = rCamera.m_frames.explain(vecExpected, rSeen, rule);
     if (strSlots == "torn") {
         std::string strText = bIncomplete ? "an incomplete frame was changed, facades" : "a frame is torn, facades";
-        for (const SlotLook& r : rFetch.before.aSlots) strText += r.bOn ? " on" : " off";
+        for (const SlotLook& r : rFetch.before.aSlots) {
+            strText += r.bOn ? " on" : " off";
+        }
         broken(rCamera.m_strName, strText);
     }
     ++figure(bIncomplete ? eIncomplete : strSlots.empty() ? eRaw : eCorrected);

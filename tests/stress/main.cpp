@@ -225,7 +225,9 @@ struct Part {
 /// often than not one where frames are fetched.
 std::vector<Part> dealOut(std::mt19937_64& rRandom) {
     std::vector<Part> vecParts;
-    for (const Role& rRole : ROLES) vecParts.push_back({&rRole, static_cast<unsigned>(rRandom() % CAMERAS)});
+    for (const Role& rRole : ROLES) {
+        vecParts.push_back({&rRole, static_cast<unsigned>(rRandom() % CAMERAS)});
+    }
     std::shuffle(vecParts.begin() + FETCHES, vecParts.end(), rRandom);
     vecParts.resize(THREADS);
     for (unsigned i = FETCHES; i < THREADS; ++i) {
@@ -241,7 +243,9 @@ void play(const Part& rPart, CCamera& rCamera, uint64_t uSeed, const std::atomic
     const std::string strName = rPart.pRole->pName + (" on " + rCamera.m_strName);
     CWorker worker(uSeed);
     try {
-        while (!rEnd) rPart.pRole->pfnStep(worker, rCamera, rPart.pRole->iInstance);
+        while (!rEnd) {
+            rPart.pRole->pfnStep(worker, rCamera, rPart.pRole->iInstance);
+        }
     } catch (const std::exception& rError) {
         broken(strName, rError.what());
     }
@@ -271,9 +275,13 @@ void runEpisode(std::mt19937_64& rRandom, const Cameras& rCameras) {
     std::this_thread::sleep_for(EPISODE);
     bEnd = true;
     for (; nLeft != 0; std::this_thread::sleep_for(std::chrono::milliseconds(1))) {
-        for (const auto& rpCamera : rCameras) cancelFetches(*rpCamera);
+        for (const auto& rpCamera : rCameras) {
+            cancelFetches(*rpCamera);
+        }
     }
-    for (std::thread& rThread : vecThreads) rThread.join();
+    for (std::thread& rThread : vecThreads) {
+        rThread.join();
+    }
     checkEpisode(rCameras);
 }
 
@@ -295,7 +303,9 @@ void run(unsigned nSeconds, uint64_t uSeed, const std::vector<uint64_t>& rRequir
         }
     });
     const int64_t tEnd = nowUs() + static_cast<int64_t>(nSeconds) * 1000000;
-    while (nowUs() < tEnd && figure(eBroken) == 0) runEpisode(random, vecCameras);
+    while (nowUs() < tEnd && figure(eBroken) == 0) {
+        runEpisode(random, vecCameras);
+    }
     checkRun();
     const uint64_t reached[] = {figure(eFrames), figure(eListChanges), figure(eHubLives)};
     for (std::size_t i = 0; i < rRequired.size(); ++i) {

@@ -39,7 +39,9 @@ public:
     CProgram(const std::string& strProgram, std::vector<std::string> vecArguments) {
         vecArguments.insert(vecArguments.begin(), strProgram);
         std::vector<char*> vecApArguments;
-        for (std::string& rArgument : vecArguments) vecApArguments.push_back(rArgument.data());
+        for (std::string& rArgument : vecArguments) {
+            vecApArguments.push_back(rArgument.data());
+        }
         vecApArguments.push_back(nullptr);
 
         posix_spawn_file_actions_t actions;

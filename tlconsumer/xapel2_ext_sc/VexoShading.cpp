@@ -72,7 +72,7 @@ void CVexoShadingObj::bindNodes() {
         XAPEL2::Node* CVexoShadingObj::*pField;
         bool bRequired;
     };
-    static const Row s_Rows[] = {
+    static const Row ROWS[] = {
         {XAPEL2::SHADING_NODE_PIXEL_FORMAT, &CVexoShadingObj::m_pPixelFormatNode, true},
         {XAPEL2::SHADING_NODE_WIDTH, &CVexoShadingObj::m_pWidthNode, true},
         {XAPEL2::SHADING_NODE_HEIGHT, &CVexoShadingObj::m_pHeightNode, true},
@@ -89,7 +89,7 @@ void CVexoShadingObj::bindNodes() {
         return;
     }
     bool bAvailable = true;
-    for (const Row& rRow : s_Rows) {
+    for (const Row& rRow : ROWS) {
         if (pNodeMap->GetNodePresent(rRow.pName)) {
             this->*rRow.pField = pNodeMap->GetNode(rRow.pName);
         }
@@ -109,32 +109,32 @@ long long CVexoShadingObj::runCommand(XAPEL2::eShadingCommand eWhat, WriteInputs
 }
 
 void CVexoShadingObj::ReferenceLoad(bool bLight, XAPEL2::String file) {
-    static const char s_Description[] = "shading load reference failed.";
+    static const char DESCRIPTION[] = "shading load reference failed.";
     deInitCallBack();
-    requireNodes(m_bNodesAvailable, __LINE__, "ReferenceLoad", s_Description);
+    requireNodes(m_bNodesAvailable, __LINE__, "ReferenceLoad", DESCRIPTION);
     const long long iStatus = runCommand(bLight ? XAPEL2::eCommandLoadLight : XAPEL2::eCommandLoadDark,
                                          [&] { m_pBrwFilenameNode->SetString(file); });
-    requireZero<Xapel_ErrorException>(iStatus, __LINE__, "ReferenceLoad", s_Description);
+    requireZero<Xapel_ErrorException>(iStatus, __LINE__, "ReferenceLoad", DESCRIPTION);
 }
 
 void CVexoShadingObj::ReferenceStart(bool bLight) {
-    static const char s_Description[] = "shading acquire reference failed.";
+    static const char DESCRIPTION[] = "shading acquire reference failed.";
     deInitCallBack();
-    requireNodes(m_bNodesAvailable, __LINE__, "ReferenceStart", s_Description);
+    requireNodes(m_bNodesAvailable, __LINE__, "ReferenceStart", DESCRIPTION);
     const long long iStatus = runCommand(bLight ? XAPEL2::eCommandStartLight : XAPEL2::eCommandStartDark, writeNothing);
-    requireZero<Xapel_ResourceInUseException>(iStatus, __LINE__, "ReferenceStart", s_Description);
+    requireZero<Xapel_ResourceInUseException>(iStatus, __LINE__, "ReferenceStart", DESCRIPTION);
 }
 
 void CVexoShadingObj::ReferenceEnd(XAPEL2::String file) {
-    static const char s_Description[] = "shading acquire reference failed.";
-    requireNodes(m_bNodesAvailable, __LINE__, "ReferenceEnd", s_Description);
+    static const char DESCRIPTION[] = "shading acquire reference failed.";
+    requireNodes(m_bNodesAvailable, __LINE__, "ReferenceEnd", DESCRIPTION);
     const long long iStatus = runCommand(XAPEL2::eCommandEnd, [&] { m_pBrwFilenameNode->SetString(file); });
-    requireZero<Xapel_ErrorException>(iStatus, __LINE__, "ReferenceEnd", s_Description);
+    requireZero<Xapel_ErrorException>(iStatus, __LINE__, "ReferenceEnd", DESCRIPTION);
 }
 
 void CVexoShadingObj::ReferenceApply() {
-    static const char s_Description[] = "shading apply reference failed.";
-    requireNodes(m_bNodesAvailable, __LINE__, "ReferenceApply", s_Description);
+    static const char DESCRIPTION[] = "shading apply reference failed.";
+    requireNodes(m_bNodesAvailable, __LINE__, "ReferenceApply", DESCRIPTION);
     XAPEL2::Device* pDevice = getXapelDevice();
     const XAPEL2::String pixelFormat = pDevice->GetRemoteNode("PixelFormat")->GetString();
     const long long iWidth = pDevice->GetRemoteNode("Width")->GetInt();
@@ -142,27 +142,27 @@ void CVexoShadingObj::ReferenceApply() {
     const long long iStatus = runCommand(XAPEL2::eCommandApply, [&] {
         writeFormat(pixelFormat, static_cast<unsigned long long>(iWidth), static_cast<unsigned long long>(iHeight));
     });
-    requireZero<Xapel_ErrorException>(iStatus, __LINE__, "ReferenceApply", s_Description);
+    requireZero<Xapel_ErrorException>(iStatus, __LINE__, "ReferenceApply", DESCRIPTION);
 }
 
 void CVexoShadingObj::ReferenceClear() {
-    static const char s_Description[] = "shading clear reference failed.";
+    static const char DESCRIPTION[] = "shading clear reference failed.";
     deInitCallBack();
-    requireNodes(m_bNodesAvailable, __LINE__, "ReferenceClear", s_Description);
+    requireNodes(m_bNodesAvailable, __LINE__, "ReferenceClear", DESCRIPTION);
     const long long iStatus = runCommand(XAPEL2::eCommandClear, writeNothing);
-    requireZero<Xapel_ErrorException>(iStatus, __LINE__, "ReferenceClear", s_Description);
+    requireZero<Xapel_ErrorException>(iStatus, __LINE__, "ReferenceClear", DESCRIPTION);
 }
 
 long long CVexoShadingObj::ProcessImage(XAPEL2::String pixelFormat, unsigned long long width, unsigned long long height,
                                         void* buffer, unsigned long long bufferSize) {
-    static const char s_Description[] = "shading process image failed.";
-    requireNodes(m_bNodesAvailable, __LINE__, "ProcessImage", s_Description);
+    static const char DESCRIPTION[] = "shading process image failed.";
+    requireNodes(m_bNodesAvailable, __LINE__, "ProcessImage", DESCRIPTION);
     const long long iStatus = runCommand(XAPEL2::eCommandProcess, [&] {
         writeImage(pixelFormat, width, height, bufferSize, reinterpret_cast<uintptr_t>(buffer));
     });
     const auto iLow = static_cast<int32_t>(static_cast<uint32_t>(static_cast<unsigned long long>(iStatus)));
     if (iLow < 0) {
-        throw Xapel_InvalidParameterException(VEXO_SOURCE_FILE, __LINE__, "ProcessImage", s_Description);
+        throw Xapel_InvalidParameterException(VEXO_SOURCE_FILE, __LINE__, "ProcessImage", DESCRIPTION);
     }
     return iLow;
 }

@@ -9,13 +9,17 @@ namespace {
 /// Calls fnStep with the index of each bit that is set.
 template <typename Step>
 void forEachBit(uint32_t uBits, Step fnStep) {
-    for (; uBits != 0; uBits &= uBits - 1) fnStep(static_cast<unsigned>(__builtin_ctz(uBits)));
+    for (; uBits != 0; uBits &= uBits - 1) {
+        fnStep(static_cast<unsigned>(__builtin_ctz(uBits)));
+    }
 }
 
 }  // namespace
 
 XapelAccessControlData::XapelAccessControlData() : m_bExclusive(false), m_nUsers(0) {
-    for (auto& rCount : m_uFlags) rCount.store(0, std::memory_order_relaxed);
+    for (auto& rCount : m_uFlags) {
+        rCount.store(0, std::memory_order_relaxed);
+    }
 }
 
 unsigned XapelAccessControlData::Flags() const {
@@ -37,14 +41,18 @@ bool XapelAccessControlData::IsEmpty() const {
 }
 
 void XapelAccessControlData::WaitExclusive() const {
-    while (!IsExclusive()) xapelSpinPause();
+    while (!IsExclusive()) {
+        xapelSpinPause();
+    }
 }
 
 CXapelAccessControl::CXapelAccessControl(XapelMutex& mtx, XapelAccessControlData& data, eMode mode, unsigned flags)
     : m_bExclusive(mode == eExclusive || mode == eExclusiveWait), m_uFlags(flags), m_rData(data) {
     while (!tryEnter(mtx)) {
         // Reading alone leaves the mutex to those who can make progress.
-        while (m_rData.m_bExclusive.load(std::memory_order_relaxed)) xapelSpinPause();
+        while (m_rData.m_bExclusive.load(std::memory_order_relaxed)) {
+            xapelSpinPause();
+        }
     }
     if (mode == eExclusiveWait) {
         m_rData.WaitExclusive();

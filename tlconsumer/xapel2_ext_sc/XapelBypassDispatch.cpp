@@ -94,7 +94,9 @@ int CXapelBypassDevice::cancelGetFilledBuffer_Callback() {
 
 int CXapelBypassDevice::cancelGetFilledBuffer() {
     bool bForward = false;
-    for (CXapelBypass* pParticipant : m_lstParticipants) pParticipant->consumer_cancelGetFilledBuffer(&bForward);
+    for (CXapelBypass* pParticipant : m_lstParticipants) {
+        pParticipant->consumer_cancelGetFilledBuffer(&bForward);
+    }
     consumer_cancelGetFilledBuffer();
     return GC_ERR_SUCCESS;
 }

@@ -92,5 +92,7 @@ void CXapelHubLife::refuseCalls() {
 }
 
 void CXapelHubLife::waitForCalls() const {
-    while (m_rWord.load(std::memory_order_acquire) >= 2) xapelSpinPause();
+    while (m_rWord.load(std::memory_order_acquire) >= 2) {
+        xapelSpinPause();
+    }
 }

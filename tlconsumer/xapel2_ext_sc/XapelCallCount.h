@@ -35,7 +35,9 @@ public:
 
     /// Spins until the count has been zero once; not from inside an open or close call.
     void waitUntilNone() const {
-        while (m_uWord.load(std::memory_order_acquire) >= 2) xapelSpinPause();
+        while (m_uWord.load(std::memory_order_acquire) >= 2) {
+            xapelSpinPause();
+        }
     }
 
 private:

@@ -60,7 +60,9 @@ CReplaySource::CReplaySource(const std::string& strFolder, const PixelFormat* pF
 
 CReplaySource::CReplaySource(const std::vector<std::string>& vecFiles, const PixelFormat* pFormat)
     : m_strWhat(std::to_string(vecFiles.size()) + " image files"), m_pGiven(unpacked(pFormat)) {
-    for (const std::string& strPath : vecFiles) addFile(strPath, eSceneObjects);
+    for (const std::string& strPath : vecFiles) {
+        addFile(strPath, eSceneObjects);
+    }
 }
 
 void CReplaySource::listFolder() {
@@ -192,7 +194,9 @@ void CReplaySource::fill(const CameraSettings& rSettings, eScene eWhat, uint64_t
         // The file has red first, the image blue.
         auto* const pSamples = static_cast<uint8_t*>(pImage);
         const auto nSamples = static_cast<std::size_t>(m_layout.nWidth * m_layout.nHeight * 3);
-        for (std::size_t i = 0; i < nSamples; i += 3) std::swap(pSamples[i], pSamples[i + 2]);
+        for (std::size_t i = 0; i < nSamples; i += 3) {
+            std::swap(pSamples[i], pSamples[i + 2]);
+        }
     }
 }
 

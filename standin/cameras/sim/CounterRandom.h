@@ -85,8 +85,12 @@ private:
     static double expMinus(double f) {
         const double dStep = -f / 32.0;
         double dSum = 1.0;
-        for (int i = 16; i >= 1; --i) dSum = 1.0 + dSum * dStep / i;
-        for (int i = 0; i < 5; ++i) dSum *= dSum;
+        for (int i = 16; i >= 1; --i) {
+            dSum = 1.0 + dSum * dStep / i;
+        }
+        for (int i = 0; i < 5; ++i) {
+            dSum *= dSum;
+        }
         return dSum;
     }
 

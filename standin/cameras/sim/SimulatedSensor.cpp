@@ -61,7 +61,9 @@ std::string CSimulatedSensor::description() const {
 
 std::vector<const PixelFormat*> CSimulatedSensor::formats() const {
     std::vector<const PixelFormat*> vecFormats;
-    for (const PixelFormat& rFormat : pixelFormats()) vecFormats.push_back(&rFormat);
+    for (const PixelFormat& rFormat : pixelFormats()) {
+        vecFormats.push_back(&rFormat);
+    }
     return vecFormats;
 }
 

@@ -78,7 +78,9 @@ std::unique_ptr<ICorrection> makeCorrection(const ImageLayout& rLayout, const st
 
 std::vector<const char*> correctionTargets() {
     std::vector<const char*> vecNames;
-    for (const KernelTarget& rTarget : kernelTargets()) vecNames.push_back(rTarget.pName);
+    for (const KernelTarget& rTarget : kernelTargets()) {
+        vecNames.push_back(rTarget.pName);
+    }
     return vecNames;
 }
 

@@ -42,7 +42,9 @@ CFormula::CFormula(const ImageLayout& rLayout, const std::vector<float>* pDark, 
 void CFormula::setMeans() {
     const ImageLayout& rLayout = m_rLayout;
     std::array<double, 4> aSums = {};
-    for (std::size_t iRow = 0; iRow < rLayout.nHeight; ++iRow) addRow(iRow, aSums);
+    for (std::size_t iRow = 0; iRow < rLayout.nHeight; ++iRow) {
+        addRow(iRow, aSums);
+    }
     const std::size_t nWidth = rLayout.nWidth;
     const std::size_t nHeight = rLayout.nHeight;
     for (std::size_t i = 0; i < aSums.size(); ++i) {
@@ -108,7 +110,9 @@ void CFormula::addRow(std::size_t iRow, std::array<double, 4>& rSums) const {
                 aLanes[i] += static_cast<double>(pLight[iX + i]) - static_cast<double>(pDark[iX + i]);
             }
         } else {
-            for (std::size_t i = 0; i < LANES; ++i) aLanes[i] += static_cast<double>(pLight[iX + i]);
+            for (std::size_t i = 0; i < LANES; ++i) {
+                aLanes[i] += static_cast<double>(pLight[iX + i]);
+            }
         }
     }
     for (std::size_t i = 0; iX + i < nSamples; ++i) {
@@ -136,7 +140,9 @@ void CFormula::fillTargets(std::size_t iFirst, std::array<double, BLOCK>& rTarge
     } else if (nChannels == 1) {
         rTargets.fill(m_aTargets[0]);
     } else {
-        for (std::size_t i = 0; i < BLOCK; ++i) rTargets[i] = m_aTargets[(iFirst + i) % 3];
+        for (std::size_t i = 0; i < BLOCK; ++i) {
+            rTargets[i] = m_aTargets[(iFirst + i) % 3];
+        }
     }
 }
 

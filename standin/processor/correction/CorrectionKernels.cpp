@@ -50,7 +50,9 @@ void correct8(CChunks& rChunks) {
             if (AHEAD != 0) {
                 __builtin_prefetch(pImage + AHEAD * BLOCK);
 #pragma GCC unroll 4
-                for (std::size_t i = 0; i < nBytes; i += BLOCK) __builtin_prefetch(pTable + AHEAD * nBytes + i);
+                for (std::size_t i = 0; i < nBytes; i += BLOCK) {
+                    __builtin_prefetch(pTable + AHEAD * nBytes + i);
+                }
             }
 #pragma GCC unroll 4
             for (std::size_t i = 0; i < BLOCK; i += BYTES) {
@@ -159,7 +161,9 @@ struct Words16 {
 
     static void run(CChunks& rChunks) {
         const Words16 oThis(rChunks.layout());
-        while (rChunks.next()) oThis.correctBlocks(rChunks);
+        while (rChunks.next()) {
+            oThis.correctBlocks(rChunks);
+        }
     }
     HWY_INLINE void correctBlocks(CChunks& rChunks) const {
         const std::size_t nBytes = rChunks.layout().blockBytes();

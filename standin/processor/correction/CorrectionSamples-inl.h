@@ -45,7 +45,9 @@ struct Unpacked {
         : m_vFull(splat(D(), rLayout.pFormat->fullScale())), m_nUp(static_cast<int>(rLayout.point.nOffsetBits)) {}
     HWY_INLINE void load(const uint8_t* pImage, V* pIn) const {
 #pragma GCC unroll 8
-        for (std::size_t i = 0; i < VECTORS; ++i) pIn[i] = loadWords(D(), pImage + i * sizeof(V));
+        for (std::size_t i = 0; i < VECTORS; ++i) {
+            pIn[i] = loadWords(D(), pImage + i * sizeof(V));
+        }
     }
     HWY_INLINE V scaled(V vIn) const {
         return hn::ShiftLeftSame(vIn, m_nUp);
@@ -56,7 +58,9 @@ struct Unpacked {
     HWY_INLINE void store(const V* pOut, uint8_t* pImage) const {
         const hn::Repartition<uint8_t, D> d8;
 #pragma GCC unroll 8
-        for (std::size_t i = 0; i < VECTORS; ++i) hn::StoreU(hn::BitCast(d8, pOut[i]), d8, pImage + i * sizeof(V));
+        for (std::size_t i = 0; i < VECTORS; ++i) {
+            hn::StoreU(hn::BitCast(d8, pOut[i]), d8, pImage + i * sizeof(V));
+        }
     }
 };
 

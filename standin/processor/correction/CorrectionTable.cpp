@@ -56,7 +56,9 @@ public:
             const std::size_t nUsed = std::min(BLOCK, rLayout.samples() - iBlock * BLOCK);
             for (std::size_t i = 0; i < nUsed; ++i) {
                 ++m_vecDarks[static_cast<std::size_t>(std::clamp(block.aOffsets[i] * dToBin, 0.0, BINS - 1.0))];
-                for (unsigned k = 0; k < m_aGains.size(); ++k) m_aGains[k] += block.aGains[i] >= (2 << k);
+                for (unsigned k = 0; k < m_aGains.size(); ++k) {
+                    m_aGains[k] += block.aGains[i] >= (2 << k);
+                }
             }
             m_nSamples += nUsed;
         }
@@ -65,7 +67,9 @@ public:
     /// Smallest k for which nearly all gains are below 2^(k+1); 3 at most.
     unsigned gainExponent() const {
         unsigned k = 0;
-        while (k < m_aGains.size() && m_aGains[k] > m_nSamples / EXCEPTION_SHARE) ++k;
+        while (k < m_aGains.size() && m_aGains[k] > m_nSamples / EXCEPTION_SHARE) {
+            ++k;
+        }
         return k;
     }
 
@@ -95,7 +99,9 @@ public:
     }
     std::size_t above(std::size_t iBin) const {
         std::size_t nAbove = 0;
-        for (std::size_t i = iBin; i < BINS; ++i) nAbove += m_vecDarks[i];
+        for (std::size_t i = iBin; i < BINS; ++i) {
+            nAbove += m_vecDarks[i];
+        }
         return nAbove;
     }
     std::size_t samples() const { return m_nSamples; }
@@ -188,7 +194,9 @@ EncodeRule encodeRule(const TableLayout& rLayout) {
 template <typename T, typename F>
 void place(uint8_t* pTo, F fnOfSample) {
     std::array<T, BLOCK> aPlaced;
-    for (std::size_t i = 0; i < BLOCK; ++i) aPlaced[i] = static_cast<T>(fnOfSample(i));
+    for (std::size_t i = 0; i < BLOCK; ++i) {
+        aPlaced[i] = static_cast<T>(fnOfSample(i));
+    }
     std::memcpy(pTo, aPlaced.data(), sizeof(aPlaced));
 }
 

@@ -278,7 +278,9 @@ std::size_t filter(CPlaneRows<T>& rRows, std::size_t iY) {
     for (; iY < rPlane.nHeight && rRows.fetch(iY + apRows.size()); iY += 2) {
         for (std::size_t iX = 0; iX < rPlane.nWidth; iX += Network::BLOCK) {
             const std::size_t nPixels = std::min(Network::BLOCK, rPlane.nWidth - iX);
-            for (std::size_t i = 0; i < apRows.size(); ++i) apRows[i] = rRows.row(iY + i) + iX;
+            for (std::size_t i = 0; i < apRows.size(); ++i) {
+                apRows[i] = rRows.row(iY + i) + iX;
+            }
             oNetwork.run(apRows.data(), nPixels, aUpper.data(), aLower.data());
             rRows.write(iY, iX, aUpper.data(), nPixels);
             if (iY + 1 < rPlane.nHeight) {

@@ -89,7 +89,9 @@ public:
         const Plane& rPlane = m_oRows.plane();
         const std::vector<T> vecNone(m_oRows.width());
         for (; iY < rPlane.nHeight && m_oRows.fetch(iY + m_nSide); ++iY) {
-            for (std::size_t i = 0; i + 1 < m_nSide && iY == 0; ++i) slide(m_oRows.row(i), vecNone.data());
+            for (std::size_t i = 0; i + 1 < m_nSide && iY == 0; ++i) {
+                slide(m_oRows.row(i), vecNone.data());
+            }
             slide(m_oRows.row(iY + m_nSide - 1), iY == 0 ? vecNone.data() : m_oRows.row(iY - 1));
             accumulate();
             float* const pMeans = rPlane.nStepX == 1 ? rPlane.pFirst + iY * rPlane.nStepY : m_vecMeans.data();
@@ -137,7 +139,9 @@ private:
             vBefore = hn::Add(vBefore, hn::Broadcast<16 / sizeof(S) - 1>(v));
         }
 #endif
-        for (; i < m_vecColumns.size(); ++i) pRunning[i] = static_cast<S>(m_vecRunning[i] + m_vecColumns[i]);
+        for (; i < m_vecColumns.size(); ++i) {
+            pRunning[i] = static_cast<S>(m_vecRunning[i] + m_vecColumns[i]);
+        }
     }
 
     template <class D>

@@ -60,7 +60,9 @@ inline void toFloats(const uint16_t* pFrom, std::size_t nSamples, float* pFloats
     for (; i + hn::Lanes(d) <= nSamples; i += hn::Lanes(d)) {
         hn::StoreU(hn::ConvertTo(d, hn::PromoteTo(di, hn::LoadU(d16, pFrom + i))), d, pFloats + i);
     }
-    for (; i < nSamples; ++i) pFloats[i] = static_cast<float>(pFrom[i]);
+    for (; i < nSamples; ++i) {
+        pFloats[i] = static_cast<float>(pFrom[i]);
+    }
 }
 template <class T>
 void toFloats(const T* pFrom, std::size_t nSamples, float* pFloats) {
@@ -103,7 +105,9 @@ public:
                 std::min(std::max<std::size_t>(m_nFetched, m_nRadius) - m_nRadius, m_plane.nHeight - 1);
             const float* pFrom = m_plane.pFirst + iRow * m_plane.nStepY;
             if (m_plane.nStepX != 1) {
-                for (std::size_t i = 0; i < m_plane.nWidth; ++i) m_vecFloats[i] = pFrom[i * m_plane.nStepX];
+                for (std::size_t i = 0; i < m_plane.nWidth; ++i) {
+                    m_vecFloats[i] = pFrom[i * m_plane.nStepX];
+                }
                 pFrom = m_vecFloats.data();
             }
             T* const pRow = place(m_nFetched);
@@ -127,7 +131,9 @@ public:
             return toFloats(pFrom, nSamples, pTo);
         }
         toFloats(pFrom, nSamples, m_vecFloats.data());
-        for (std::size_t i = 0; i < nSamples; ++i) pTo[i * m_plane.nStepX] = m_vecFloats[i];
+        for (std::size_t i = 0; i < nSamples; ++i) {
+            pTo[i * m_plane.nStepX] = m_vecFloats[i];
+        }
     }
 
 private:

@@ -46,7 +46,9 @@ int64_t sumLanes(D d, hn::Vec<D> v) {
     HWY_ALIGN hn::TFromD<D> aLanes[hn::MaxLanes(d)];
     hn::Store(v, d, aLanes);
     int64_t iSum = 0;
-    for (std::size_t i = 0; i < hn::Lanes(d); ++i) iSum += static_cast<T>(aLanes[i]);
+    for (std::size_t i = 0; i < hn::Lanes(d); ++i) {
+        iSum += static_cast<T>(aLanes[i]);
+    }
     return iSum;
 }
 
@@ -55,7 +57,9 @@ HWY_INLINE V16 lanesOf(std::size_t nClasses, std::size_t iClass, std::size_t iVe
     const D16 d16;
     const std::size_t L = hn::Lanes(d16);
     HWY_ALIGN uint16_t aLanes[hn::MaxLanes(d16)];
-    for (std::size_t i = 0; i < L; ++i) aLanes[i] = (iVector * L + i) % nClasses == iClass ? 0xFFFF : 0;
+    for (std::size_t i = 0; i < L; ++i) {
+        aLanes[i] = (iVector * L + i) % nClasses == iClass ? 0xFFFF : 0;
+    }
     return hn::Load(d16, aLanes);
 }
 
@@ -165,7 +169,9 @@ FrameFigures addRun(const TSample* pSamples, std::size_t nSamples, uint32_t uFul
     }
     HWY_ALIGN uint16_t aLargest[hn::MaxLanes(d16)];
     hn::Store(vLargest, d16, aLargest);
-    for (std::size_t k = 0; k < L; ++k) figures.uLargest = std::max<uint32_t>(figures.uLargest, aLargest[k]);
+    for (std::size_t k = 0; k < L; ++k) {
+        figures.uLargest = std::max<uint32_t>(figures.uLargest, aLargest[k]);
+    }
     for (; i < nSamples; ++i) {
         TSample tRead = 0;
         std::memcpy(&tRead, reinterpret_cast<const uint8_t*>(pSamples) + sizeof(TSample) * i, sizeof(TSample));

@@ -85,7 +85,9 @@ void CReferenceRecorder::closeFrame(const std::array<int64_t, CLASSES_MAX>& rSum
 
 void CReferenceRecorder::widen() {
     const auto spill = [this](auto& rNarrow) {
-        for (std::size_t i = 0; i < rNarrow.size(); ++i) m_vecSums64[i] += rNarrow[i];
+        for (std::size_t i = 0; i < rNarrow.size(); ++i) {
+            m_vecSums64[i] += rNarrow[i];
+        }
         std::fill(rNarrow.begin(), rNarrow.end(), 0);
     };
     m_vecSums64.resize(m_layout.samples());

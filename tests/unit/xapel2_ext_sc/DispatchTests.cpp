@@ -55,7 +55,9 @@ protected:
         EXPECT_EQ(fnHook(), rRow.iResult);
         EXPECT_EQ(vecLog.size(), rRow.nAsked);
         EXPECT_EQ(Control::calls(eOwn) - nBefore, rRow.nHost);
-        for (auto& rSpy : vecSpies) rSpy->unregisterParticipant();
+        for (auto& rSpy : vecSpies) {
+            rSpy->unregisterParticipant();
+        }
     }
 
     std::unique_ptr<CPlain> m_pHolder;

@@ -71,7 +71,9 @@ TEST_F(Facade, HandsOnItsArgumentsAndYieldsZero) {
     Control::recordNodes(true);
     EXPECT_EQ(shading.ReferenceAdd("Mono10", 3, 4, reinterpret_cast<void*>(0x20), 24), 0);
     std::string strValues;
-    for (const auto& rAccess : Control::nodeAccesses()) strValues += rAccess.strValue + " ";
+    for (const auto& rAccess : Control::nodeAccesses()) {
+        strValues += rAccess.strValue + " ";
+    }
     EXPECT_EQ(strValues, "Mono10 3 4 24 32 2 5 ");
     // Commands tell the operations apart, and light from dark; the file is the one named.
     Control::forceStatus(0, 0);
@@ -103,7 +105,9 @@ TEST_F(Facade, HandsOnItsArgumentsAndYieldsZero) {
 std::string printed(const std::string& strCommand) {
     std::string strText;
     FILE* pPipe = popen(strCommand.c_str(), "r");
-    for (int iChar = 0; pPipe != nullptr && (iChar = std::fgetc(pPipe)) != EOF;) strText += static_cast<char>(iChar);
+    for (int iChar = 0; pPipe != nullptr && (iChar = std::fgetc(pPipe)) != EOF;) {
+        strText += static_cast<char>(iChar);
+    }
     pclose(pPipe);
     return strText;
 }

@@ -340,10 +340,14 @@ TEST_F(Hub, ChangeCancelsABlockedFetchOnce) {
     for (unsigned nFetches : {1U, 2U}) {
         vecLog.clear();
         std::vector<std::future<int>> vecFetches;
-        for (unsigned i = 1; i <= nFetches; ++i) vecFetches.push_back(blockedFetch(i));
+        for (unsigned i = 1; i <= nFetches; ++i) {
+            vecFetches.push_back(blockedFetch(i));
+        }
         const uint64_t nCancels = Control::calls(Control::eHostCancel);
         spy.registerParticipantForCalling();
-        for (auto& rFetch : vecFetches) EXPECT_EQ(rFetch.get(), GC_ERR_ABORT);
+        for (auto& rFetch : vecFetches) {
+            EXPECT_EQ(rFetch.get(), GC_ERR_ABORT);
+        }
         EXPECT_EQ(Control::calls(Control::eHostCancel) - nCancels, 1U);
         EXPECT_EQ(std::count(vecLog.begin(), vecLog.end(), "spy.cancel"), 1);
     }

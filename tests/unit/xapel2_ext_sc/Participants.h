@@ -98,7 +98,9 @@ class CHookCaller {
 public:
     /// With the hooks that stand now, of one hub.
     CHookCaller() {
-        for (const auto& rHook : Control::registeredHooks()) add(rHook);
+        for (const auto& rHook : Control::registeredHooks()) {
+            add(rHook);
+        }
     }
     explicit CHookCaller(const Control::RegisteredHook& rHook) { add(rHook); }
 

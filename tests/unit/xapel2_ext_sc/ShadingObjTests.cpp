@@ -77,7 +77,9 @@ TEST_F(ShadingObj, CommandsWriteTheirNodesInOrder) {
         {ENABLE, {"ShadingCommand SetInt 1", "ShadingStatus GetInt 0"}},
         {DISABLE, {}},
     };
-    for (const auto& rRow : rows) EXPECT_EQ(accesses(object, rRow.fn), rRow.vecAccesses);
+    for (const auto& rRow : rows) {
+        EXPECT_EQ(accesses(object, rRow.fn), rRow.vecAccesses);
+    }
 }
 
 constexpr int64_t HIGH_ONLY = int64_t{1} << 32;  // its low 32 bits are 0
@@ -149,7 +151,9 @@ TEST_F(ShadingObj, MissingNodeIsToldByTheOperationThatNeedsIt) {
         {[](CVexoShadingObj& r) { r.SetParam("BoxFilterDark", 1); }, strSet},
         {[](CVexoShadingObj& r) { r.GetParam("BoxFilterDark", CVexoShadingObj::eParamMin); },
          "GetParam: GetParam failed."}};
-    for (const Command& rCommand : COMMANDS) vecOperations.emplace_back(rCommand.fn, rCommand.strFailure);
+    for (const Command& rCommand : COMMANDS) {
+        vecOperations.emplace_back(rCommand.fn, rCommand.strFailure);
+    }
     for (size_t i = 0; i <= std::size(REQUIRED); ++i) {
         Control::reset();
         if (i < std::size(REQUIRED)) {

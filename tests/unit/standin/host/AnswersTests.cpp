@@ -83,7 +83,9 @@ protected:
             const int iResult = m_hook.pfnFetch(ppBuffer, iTimeoutMs, m_hook.pFetch);
             if (bufferNumber(*ppBuffer, BUFFER_INFO_IS_INCOMPLETE) == 0 &&
                 bufferNumber(*ppBuffer, BUFFER_INFO_IMAGEPRESENT) != 0) {
-                for (CProcessor* pProcessor : vecProcessors) pProcessor->process(imageOf(*ppBuffer));
+                for (CProcessor* pProcessor : vecProcessors) {
+                    pProcessor->process(imageOf(*ppBuffer));
+                }
             }
             return iResult;
         };
@@ -113,12 +115,16 @@ TEST_F(Answers, EachFrameTellsWhatBecameOfIt) {
         fnNext();
         return fnNext();
     };
-    for (unsigned i = 0; i < 3; ++i) EXPECT_EQ(fnNext(), Outcome(eLeftUntouched, "no reference is applied")) << i;
+    for (unsigned i = 0; i < 3; ++i) {
+        EXPECT_EQ(fnNext(), Outcome(eLeftUntouched, "no reference is applied")) << i;
+    }
     EXPECT_EQ(XapelTest::traceTexts(2).size(), 1U) << "traced once, told each time";
     m_processor.applyDark(32, 24, m_folder / "small.tif");
     EXPECT_EQ(fnNext(), Outcome(eLeftUntouched, "a reference is applied for another size"));
     m_processor.applyDark(64, 48, m_folder / "dark.tif");
-    for (unsigned i = 0; i < 2; ++i) EXPECT_EQ(fnNext(), Outcome(eCorrected, "")) << i;
+    for (unsigned i = 0; i < 2; ++i) {
+        EXPECT_EQ(fnNext(), Outcome(eCorrected, "")) << i;
+    }
     EXPECT_EQ(fnAfterNext(Control::eIncomplete), Outcome(eNotHanded, "the frame is incomplete"));
     EXPECT_EQ(fnAfterNext(Control::eNoImage), Outcome(eNotHanded, "the frame has no image"));
     EXPECT_EQ(fnAfterNext(Control::eGood), Outcome(eCorrected, "")) << "nothing stays with the buffer";
@@ -287,8 +293,12 @@ TEST_F(Answers, SinkIsReplacedWhileOthersTrace) {
     std::vector<std::thread> vecThreads;
     for (unsigned i = 0; i < THREADS; ++i) {
         vecThreads.emplace_back([&] {
-            while (!bBegin) std::this_thread::yield();
-            for (unsigned n = 0; n < TRACES; ++n) extT(&iError, "x");
+            while (!bBegin) {
+                std::this_thread::yield();
+            }
+            for (unsigned n = 0; n < TRACES; ++n) {
+                extT(&iError, "x");
+            }
             --nRunning;
         });
     }
@@ -303,7 +313,9 @@ TEST_F(Answers, SinkIsReplacedWhileOthersTrace) {
             setTraceSink(nullptr);
         }
     }
-    for (std::thread& rThread : vecThreads) rThread.join();
+    for (std::thread& rThread : vecThreads) {
+        rThread.join();
+    }
     setTraceSink(nullptr);
     EXPECT_EQ(nTotal + testing::internal::GetCapturedStderr().size() / 2, THREADS * TRACES);
 }
@@ -317,7 +329,9 @@ TEST_F(Answers, ReferencesOfAThreadCarryItsNote) {
     const auto fnLong = [](std::size_t nBytes) { return R"({"a":")" + std::string(nBytes - 8, 'x') + R"("})"; };
     const auto fnDeep = [](unsigned nLevels) {
         std::string strText = "1";
-        for (unsigned i = 0; i < nLevels; ++i) strText = R"({"a":)" + strText + "}";
+        for (unsigned i = 0; i < nLevels; ++i) {
+            strText = R"({"a":)" + strText + "}";
+        }
         return strText;
     };
     EXPECT_EQ(fnCamera(), "");

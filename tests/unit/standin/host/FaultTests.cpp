@@ -125,7 +125,9 @@ TEST_F(Faults, EveryOperationRefusesInItsOwnWay) {
         recordTraces(true);
         inject({eOp, eRefuse, 2});
         std::string strRefused;
-        for (int iCall = 0; iCall < 3; ++iCall) strRefused += fnCall() ? 'x' : '.';
+        for (int iCall = 0; iCall < 3; ++iCall) {
+            strRefused += fnCall() ? 'x' : '.';
+        }
         EXPECT_EQ(".x.", strRefused);
         EXPECT_EQ(3U, calls(eOp));
     }
@@ -156,7 +158,9 @@ TEST_F(Faults, HitTheCallAskedForOnceOrFromThenOn) {
 
 TEST_F(Faults, RefusalChangesNothingElse) {
     setCancelMode(eWakesOne);
-    for (const eHostOp eOp : {eHostCancel, eRegisterFetch, eRemoveFetch}) inject({eOp, eRefuse});
+    for (const eHostOp eOp : {eHostCancel, eRegisterFetch, eRemoveFetch}) {
+        inject({eOp, eRefuse});
+    }
     EXPECT_EQ(GC_ERR_ACCESS_DENIED, cancelGetFilledBuffer(m_pStream));
     EXPECT_EQ(GC_ERR_TIMEOUT, fetch(0));
     HookSide other;

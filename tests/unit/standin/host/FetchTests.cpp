@@ -29,7 +29,9 @@ TEST_F(Fetch, FramesComeInTheOrderOfTheQueueAndAreCounted) {
                                                 {STREAM_INFO_NUM_STARTED, 4},
                                                 {STREAM_INFO_NUM_ANNOUNCED, 3},
                                                 {STREAM_INFO_NUM_QUEUED, 1}};
-    for (const auto& [iInfoCmd, nCount] : aCounts) EXPECT_EQ(nCount, streamNumber(iInfoCmd)) << iInfoCmd;
+    for (const auto& [iInfoCmd, nCount] : aCounts) {
+        EXPECT_EQ(nCount, streamNumber(iInfoCmd)) << iInfoCmd;
+    }
     EXPECT_EQ(GC_ERR_SUCCESS, startAcquisition(m_pStream)) << "a finished acquisition needs no stop";
     EXPECT_EQ(GC_ERR_SUCCESS, fetch());
 }
@@ -62,7 +64,9 @@ TEST_F(Fetch, FramesOutliveTheStopAndFlushedBuffersWaitToBeQueued) {
     EXPECT_EQ(GC_ERR_RESOURCE_IN_USE, queueBuffer(m_pStream, vecBuffers[1]));
     EXPECT_EQ(GC_ERR_SUCCESS, flushBuffers(m_pStream));
     EXPECT_EQ(GC_ERR_TIMEOUT, fetch(0));
-    for (const BufferHandle hBuffer : vecBuffers) EXPECT_EQ(GC_ERR_SUCCESS, queueBuffer(m_pStream, hBuffer));
+    for (const BufferHandle hBuffer : vecBuffers) {
+        EXPECT_EQ(GC_ERR_SUCCESS, queueBuffer(m_pStream, hBuffer));
+    }
     EXPECT_EQ(GC_ERR_SUCCESS, revokeBuffer(m_pStream, vecBuffers[1]));
     EXPECT_EQ(GC_ERR_INVALID_HANDLE, queueBuffer(m_pStream, vecBuffers[1]));
     EXPECT_EQ(2U, streamNumber(STREAM_INFO_NUM_ANNOUNCED));
@@ -121,7 +125,9 @@ TEST_F(Fetch, CancelsThatMeetNobodyEndAsManyLaterFetchesAsTheirModeSays) {
         Control::setCancelMode(eMode);
         cancelGetFilledBuffer(m_pStream);
         cancelGetFilledBuffer(m_pStream);
-        for (int i = 0; i < 3; ++i) EXPECT_EQ(i < nEnded ? GC_ERR_ABORT : GC_ERR_TIMEOUT, fetch(0)) << eMode;
+        for (int i = 0; i < 3; ++i) {
+            EXPECT_EQ(i < nEnded ? GC_ERR_ABORT : GC_ERR_TIMEOUT, fetch(0)) << eMode;
+        }
     }
 }
 

@@ -57,7 +57,9 @@ protected:
     }
     std::size_t traces(const std::string& strPart) const {
         std::size_t nCount = 0;
-        for (const std::string& rTrace : m_vecTraces) nCount += rTrace.find(strPart) != std::string::npos;
+        for (const std::string& rTrace : m_vecTraces) {
+            nCount += rTrace.find(strPart) != std::string::npos;
+        }
         return nCount;
     }
 
@@ -214,7 +216,9 @@ TEST_F(ShadingProcessor, CorrectingAllocatesNothing) {
 
 TEST_F(ShadingProcessor, RefusesASecondCommandButNotAParameter) {
     ReferenceImage dark{eReferenceDark, layoutOf("Mono16", 256, 256), 1, 0, 0, 0, "", std::vector<float>(65536)};
-    for (std::size_t i = 0; i < dark.vecSamples.size(); ++i) dark.vecSamples[i] = static_cast<float>(i * 7919 % 65521);
+    for (std::size_t i = 0; i < dark.vecSamples.size(); ++i) {
+        dark.vecSamples[i] = static_cast<float>(i * 7919 % 65521);
+    }
     writeReferenceFile(m_oFolder / "dark", dark);
     ASSERT_EQ(runFile(eCommandLoadDark, "dark"), 0);
     ASSERT_TRUE(m_oProcessor.setParameter(SHADING_PARAM_MEDIAN_DARK, 31));
@@ -222,7 +226,9 @@ TEST_F(ShadingProcessor, RefusesASecondCommandButNotAParameter) {
     m_inputs.iWidth = m_inputs.iHeight = 256;
     std::atomic<bool> bStop{false};
     std::thread oApply([&] {
-        while (!bStop) m_oProcessor.execute(eCommandApply, m_inputs);  // refused where it meets the other command
+        while (!bStop) {
+            m_oProcessor.execute(eCommandApply, m_inputs);  // refused where it meets the other command
+        }
     });
     // A parameter that was set between two refusals of the same apply did not wait for it. The apply is long beside
     // these calls, so a few rounds are enough.

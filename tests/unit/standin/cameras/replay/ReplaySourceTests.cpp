@@ -37,7 +37,9 @@ protected:
     std::string complaint(eScene eWhat = eSceneLight) const {
         try {
             CReplaySource source(m_strFolder);
-            for (uint64_t i = 0; i < std::max<uint64_t>(1, source.frameCount(eWhat)); ++i) frame(source, eWhat, i);
+            for (uint64_t i = 0; i < std::max<uint64_t>(1, source.frameCount(eWhat)); ++i) {
+                frame(source, eWhat, i);
+            }
         } catch (const std::runtime_error& rError) {
             return rError.what();
         }
@@ -257,7 +259,9 @@ TEST_F(ReplaySource, ListedFilesAreTheSceneInTheirOrderAndFormat) {
     write("byte.pgm", pgm(2, 1, 255, {4, 5}));
     const auto fnOpen = [&](const std::vector<std::string>& vecNames, const char* pFormat) {
         std::vector<std::string> vecFiles;
-        for (const std::string& strName : vecNames) vecFiles.push_back(path(strName));
+        for (const std::string& strName : vecNames) {
+            vecFiles.push_back(path(strName));
+        }
         return makeFileSource(vecFiles, pFormat);
     };
     for (const char* pFormat : {"BayerRG12p", "BayerRG12Packed", "BayerRG12"}) {

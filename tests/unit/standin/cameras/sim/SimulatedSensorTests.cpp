@@ -68,7 +68,9 @@ SceneStatistics measure(IFrameSource& rSource, const CameraSettings& r, eScene e
 
 double meanOf(const Samples& a) {
     double dSum = 0.0;
-    for (const uint16_t u : a) dSum += u;
+    for (const uint16_t u : a) {
+        dSum += u;
+    }
     return dSum / double(a.size());
 }
 
@@ -85,7 +87,9 @@ TEST(CounterRandom, MomentsAreThoseOfTheDistribution) {
         for (unsigned i = 0; i < nDraws; ++i) {
             const double dDraw = dPoisson < 0.0 ? random.normal(2 * i) : random.poisson(dPoisson, 2 * i);
             const double f = (dDraw - dMean) / dSigma;
-            for (int iPower = 1; iPower <= 4; ++iPower) aPower[iPower] += std::pow(f, iPower) / nDraws;
+            for (int iPower = 1; iPower <= 4; ++iPower) {
+                aPower[iPower] += std::pow(f, iPower) / nDraws;
+            }
             dNeighbours += f * dPrevious / nDraws;
             dPrevious = f;
         }
@@ -199,9 +203,13 @@ TEST(SimulatedSensor, ClipsAtFullWellAndAtFullScale) {
     CSimulatedSensor sensor = makeSensor(32, 24);
     CameraSettings settings = sensor.defaultSettings();
     settings.iExposureUs = 100000;
-    for (const uint16_t u : fillSamples(sensor, settings, eSceneLight, 0)) EXPECT_EQ(u, 4095);
+    for (const uint16_t u : fillSamples(sensor, settings, eSceneLight, 0)) {
+        EXPECT_EQ(u, 4095);
+    }
     settings.iGainPercent = 50;  // 15000 e- are 2250 DN above the offset
-    for (const uint16_t u : fillSamples(sensor, settings, eSceneLight, 0)) EXPECT_NEAR(u, 2250 + 64, 8);
+    for (const uint16_t u : fillSamples(sensor, settings, eSceneLight, 0)) {
+        EXPECT_NEAR(u, 2250 + 64, 8);
+    }
 }
 
 TEST(SimulatedSensor, SameSeedGivesTheSameFramesInAnyOrder) {
@@ -222,7 +230,9 @@ TEST(SimulatedSensor, SameSeedGivesTheSameFramesInAnyOrder) {
 
     // Compilers and machines agree: the FNV-1a sum of one frame is pinned.
     uint64_t uSum = 0xCBF29CE484222325U;
-    for (const uint8_t u : fillBytes(sensor, settings, eSceneObjects, 3)) uSum = (uSum ^ u) * 0x100000001B3U;
+    for (const uint8_t u : fillBytes(sensor, settings, eSceneObjects, 3)) {
+        uSum = (uSum ^ u) * 0x100000001B3U;
+    }
     EXPECT_EQ(uSum, 8482520176930577587U);
 }
 
@@ -334,7 +344,9 @@ TEST(SimulatedSensor, FilterArrayBeginsWithTheImage) {
         aSum[iSite] += vecLight[i] - 64.0;
         aExpected[iSite] += 0.075 * sensor.expectedPhotoElectrons(settings, eSceneLight, i % 120, i / 120);
     }
-    for (int i = 0; i < 4; ++i) EXPECT_NEAR(aSum[i] / aExpected[i], 1.0, 0.003) << i;
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_NEAR(aSum[i] / aExpected[i], 1.0, 0.003) << i;
+    }
     EXPECT_NEAR(aSum[1] / aSum[0], 0.85, 0.01);
     EXPECT_NEAR(aSum[2] / aSum[3], 0.75, 0.01);
 }

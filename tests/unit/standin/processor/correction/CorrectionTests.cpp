@@ -138,7 +138,9 @@ double worstError(const ImageLayout& rLayout, const References& rReferences, con
 std::vector<uint32_t> inputsFor(const PixelFormat& rFormat) {
     const uint32_t uFull = rFormat.fullScale();
     std::vector<uint32_t> vecInputs = {0, 1, 2, uFull / 16, uFull / 2, uFull - 1, uFull};
-    for (uint32_t i = 0; i < 50; ++i) vecInputs.push_back(i * uFull / 49);
+    for (uint32_t i = 0; i < 50; ++i) {
+        vecInputs.push_back(i * uFull / 49);
+    }
     if (rFormat.nBits < rFormat.nWireBits && !rFormat.isPacked()) {
         vecInputs.push_back(uFull + 1);  // a bit that is none of the format's counts as saturated
     }
@@ -307,7 +309,9 @@ TEST(Correction, IsNotBiased) {
         make(layout, references)->correct(vecImage.data());
         const std::vector<uint16_t> vecOut = unpack(layout, vecImage);
         double dSum = 0.0;
-        for (std::size_t i = 0; i < vecIn.size(); ++i) dSum += vecOut[i] - formula.result(i, vecIn[i], uFull);
+        for (std::size_t i = 0; i < vecIn.size(); ++i) {
+            dSum += vecOut[i] - formula.result(i, vecIn[i], uFull);
+        }
         EXPECT_LT(std::abs(dSum / static_cast<double>(vecIn.size())), 0.05) << pFormat;
     }
 }
@@ -317,12 +321,16 @@ TEST(Correction, MakesItsOwnReferenceEvenPerClass) {
         const ImageLayout layout = layoutOf(pFormat, 18, 12);
         const References references = draw(layout, referenceCases()[0]);
         std::vector<uint16_t> vecIn;
-        for (const float fLight : references.vecLight) vecIn.push_back(static_cast<uint16_t>(std::lround(fLight)));
+        for (const float fLight : references.vecLight) {
+            vecIn.push_back(static_cast<uint16_t>(std::lround(fLight)));
+        }
         std::vector<uint8_t> vecImage = pack(layout, vecIn);
         make(layout, references)->correct(vecImage.data());
         const std::vector<uint16_t> vecOut = unpack(layout, vecImage);
         std::array<std::vector<int>, 4> aByClass;
-        for (std::size_t i = 0; i < vecOut.size(); ++i) aByClass[classOf(layout, i)].push_back(vecOut[i]);
+        for (std::size_t i = 0; i < vecOut.size(); ++i) {
+            aByClass[classOf(layout, i)].push_back(vecOut[i]);
+        }
         int iBefore = -1;
         for (std::size_t iClass = 0; iClass < 4 && !aByClass[iClass].empty(); ++iClass) {
             const auto aEnds = std::minmax_element(aByClass[iClass].begin(), aByClass[iClass].end());

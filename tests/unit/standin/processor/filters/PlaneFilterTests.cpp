@@ -68,7 +68,9 @@ void checkFilters(const PlaneSize& rSize, const std::vector<float>& rIn, unsigne
     std::vector<float> vecMeans(rIn.size());
     forEachWindow(rSize, rIn, static_cast<int>(nRadius), [&](std::size_t i, std::vector<float>& rWindow) {
         int64_t iUnits = 0;
-        for (const float fSample : rWindow) iUnits += std::llrint(std::ldexp(static_cast<double>(fSample), 24));
+        for (const float fSample : rWindow) {
+            iUnits += std::llrint(std::ldexp(static_cast<double>(fSample), 24));
+        }
         vecMeans[i] =
             static_cast<float>(std::ldexp(static_cast<double>(iUnits), -24) / static_cast<double>(rWindow.size()));
         const auto itMiddle = rWindow.begin() + static_cast<std::ptrdiff_t>(rWindow.size() / 2);

@@ -24,8 +24,12 @@ std::vector<float> plain(const ImageLayout& rLayout, const std::vector<float>& r
     const int nHeight = static_cast<int>(rLayout.nHeight);
     // The outermost coordinate of the same colour on the side that i has left.
     const auto inside = [&](int i, int n) {
-        while (i < 0) i += iStep;
-        while (i >= n) i -= iStep;
+        while (i < 0) {
+            i += iStep;
+        }
+        while (i >= n) {
+            i -= iStep;
+        }
         return i;
     };
     std::vector<float> vecOut(rIn.size());
@@ -42,7 +46,9 @@ std::vector<float> plain(const ImageLayout& rLayout, const std::vector<float>& r
                 }
                 std::sort(vecWindow.begin(), vecWindow.end());
                 double dSum = 0.0;
-                for (const double dSample : vecWindow) dSum += dSample;
+                for (const double dSample : vecWindow) {
+                    dSum += dSample;
+                }
                 const double dResult =
                     bMedian ? vecWindow[vecWindow.size() / 2] : dSum / static_cast<double>(vecWindow.size());
                 vecOut[static_cast<std::size_t>((iY * nWidth + iX) * nChannels + iChannel)] =
@@ -96,10 +102,14 @@ TEST(ReferenceFilter, AgreesWithThePlainDefinition) {
 TEST(ReferenceFilter, LeavesNoTraceOfLightThatHasLeftTheWindow) {
     const ImageLayout layout = layoutOf("Mono16", 40, 40);
     std::vector<float> vecSamples(layout.samples(), 0.0F);
-    for (std::size_t i = 0; i < 10; ++i) vecSamples[i * 40 + i] = 60000.1F + 0.7F / static_cast<float>(i + 1);
+    for (std::size_t i = 0; i < 10; ++i) {
+        vecSamples[i * 40 + i] = 60000.1F + 0.7F / static_cast<float>(i + 1);
+    }
     filterReference(layout, {0, 3}, vecSamples);
     EXPECT_GT(vecSamples[12 * 40 + 12], 0.0F);
-    for (std::size_t i = 13; i < 40; ++i) ASSERT_EQ(vecSamples[i * 40 + i], 0.0F) << i;
+    for (std::size_t i = 13; i < 40; ++i) {
+        ASSERT_EQ(vecSamples[i * 40 + i], 0.0F) << i;
+    }
 }
 
 }  // namespace

@@ -214,7 +214,9 @@ void write(const std::string& strFile, const Forgery& rForgery) {
 
 std::function<void(TIFF*)> with(std::vector<std::pair<uint32_t, uint32_t>> vecTags) {
     return [=](TIFF* pTiff) {
-        for (const auto& [uTag, uValue] : vecTags) TIFFSetField(pTiff, uTag, uValue);
+        for (const auto& [uTag, uValue] : vecTags) {
+            TIFFSetField(pTiff, uTag, uValue);
+        }
     };
 }
 
@@ -282,7 +284,9 @@ TEST(ReferenceFile, RefusesWhatIsNoTiff) {
     EXPECT_NE(readError(oFolder / "magic").find("magic"), std::string::npos) << "the reason of the TIFF library";
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     EXPECT_NE(readError(oFolder / "shared").find("more values"), std::string::npos);
-    for (const char* pName : {"pipe", "absent", ""}) EXPECT_NE(readError(oFolder / pName), "") << pName;
+    for (const char* pName : {"pipe", "absent", ""}) {
+        EXPECT_NE(readError(oFolder / pName), "") << pName;
+    }
 }
 
 }  // namespace

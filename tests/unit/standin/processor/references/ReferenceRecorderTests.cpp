@@ -55,7 +55,9 @@ void checkRecording(const ImageLayout& rLayout, uint64_t nImages) {
     for (unsigned iClass = 0; iClass < rLayout.classes(); ++iClass) {
         double dVariance = 0.0, dMean = 0.0, dSquares = 0.0, dFrames = 0.0, dClass = 0.0;
         double aFrames[3] = {}, aCounts[3] = {};
-        for (std::size_t k = 0; k < 3; ++k) aCounts[k] = static_cast<double>((nImages + 2 - k) / 3);
+        for (std::size_t k = 0; k < 3; ++k) {
+            aCounts[k] = static_cast<double>((nImages + 2 - k) / 3);
+        }
         for (std::size_t i = 0; i < nSamples; ++i) {
             if (classOf(rLayout, i) != iClass) {
                 continue;
