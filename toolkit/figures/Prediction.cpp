@@ -5,7 +5,6 @@
 #include "toolkit/figures/Prediction.h"
 
 #include <cmath>
-#include <numeric>
 
 #include "toolkit/text/Texts.h"
 
@@ -14,45 +13,66 @@ namespace Toolkit {
 
 namespace {
 
-constexpr double MISSED_BY = 1.5;   // times the prediction, so that small changes of the light are borne
+constexpr double MISSED_BY = 1.5;   // times the prediction, so that small changes are borne
 constexpr double DEVIATIONS = 3.0;  // of the measured variance
 
-constexpr const char* CAUSES =
-    "Likely are references of another camera, a lens or an aperture that was moved, new dust, or another light. Record "
-    "both references anew on this camera, as it stands now.";
+double squared(double dValue) {
+    return dValue * dValue;
+}
 
-// Standard deviation of a variance over all samples, in percent of the mean, squared.
-double varianceDeviation(const MeanImage& rImage, double dPercent) {
-    const auto dSamples = static_cast<double>(rImage.vecSamples.size());
-    const double dMean = std::accumulate(rImage.vecSamples.begin(), rImage.vecSamples.end(), 0.0) / dSamples;
-    const double dNoise = std::isfinite(rImage.dTemporalVariance)
-                              ? 1e4 * rImage.dTemporalVariance / static_cast<double>(rImage.nFrames) / (dMean * dMean)
-                              : 0.0;
-    return std::sqrt(2.0 / dSamples) * (dPercent * dPercent + dNoise);
+// True where the square of what is left exceeds that of dLimit by more than chance explains; never for NaN.
+bool exceeds(const Correction& rMeasured, double dLimit) {
+    const double dDeviation =
+        std::isnan(rMeasured.dUncertainty) ? 0.0 : 2.0 * rMeasured.dAfter * rMeasured.dUncertainty;
+    return squared(rMeasured.dAfter) > squared(dLimit) + DEVIATIONS * dDeviation;
+}
+
+bool isWorse(const Correction& rMeasured) {
+    return exceeds(rMeasured, rMeasured.dBefore);
+}
+
+bool isMissed(const Correction& rMeasured) {
+    return exceeds(rMeasured, MISSED_BY * rMeasured.dPredicted);
+}
+
+std::string worseText(const char* pWhat, const Correction& rMeasured, int nDigits, const std::string& strUnit) {
+    return std::string(pWhat) + " is " + withUnit(rMeasured.dBefore, nDigits, strUnit) + " before and " +
+           withUnit(rMeasured.dAfter, nDigits, strUnit) + " after it.";
+}
+
+std::string missedText(const char* pWhat, const Correction& rMeasured, int nDigits, const std::string& strUnit) {
+    return std::string("After correction ") + pWhat + " is " + withUnit(rMeasured.dAfter, nDigits, strUnit) +
+           ", where the noise of these references explains " + withUnit(rMeasured.dPredicted, nDigits, strUnit) + ".";
 }
 
 }  // namespace
 
-Findings compareWithPrediction(const SceneFrames& rEven, const MeasuredUnevenness& rMeasured,
-                               double dPredictedPercent) {
-    if (!rEven.after || !std::isfinite(rMeasured.dAfter)) {
-        return {};
-    }
-    const double dAfter = rMeasured.dAfter * rMeasured.dAfter;
-    const double dDeviation = DEVIATIONS * varianceDeviation(*rEven.after, rMeasured.dAfter);
-    const std::string strAfter = fixed(rMeasured.dAfter, 3) + " %";
-    if (std::isfinite(rMeasured.dBefore) && dAfter > rMeasured.dBefore * rMeasured.dBefore + dDeviation) {
+Findings compareLight(const Correction& rPrnu) {
+    const char* const pAdvice =
+        "Likely are references of another camera, a lens or an aperture that was moved, new dust, or another light. "
+        "Record both references anew on this camera, as it stands now.";
+    if (isWorse(rPrnu)) {
         return {{eRefusal, "measured-worse",
-                 "Correction makes the frames less even: PRNU1288 is " + fixed(rMeasured.dBefore, 3) +
-                     " % before and " + strAfter + " after it.",
-                 CAUSES}};
+                 "Correction makes the frames less even: " + worseText("PRNU1288", rPrnu, 3, "%"), pAdvice}};
     }
-    const double dBorne = MISSED_BY * dPredictedPercent;
-    if (std::isfinite(dPredictedPercent) && dAfter > dBorne * dBorne + dDeviation) {
-        return {{eWarning, "measured-missed",
-                 "After correction PRNU1288 is " + strAfter + ", where the noise of these references explains " +
-                     fixed(dPredictedPercent, 3) + " %.",
-                 CAUSES}};
+    if (isMissed(rPrnu)) {
+        return {{eWarning, "measured-missed", missedText("PRNU1288", rPrnu, 3, "%"), pAdvice}};
+    }
+    return {};
+}
+
+Findings compareDark(const Correction& rDsnu, const std::string& strUnit) {
+    const bool bMissed = isMissed(rDsnu);
+    const char* const pAdvice =
+        bMissed ? "Likely is a dark reference of another camera, temperature, exposure time or gain. Record it anew."
+                : "Record the dark reference from more frames, or filter it.";
+    if (isWorse(rDsnu)) {
+        // What the noise of the reference explains, its number of frames is judged by.
+        return {{bMissed ? eWarning : eNote, "measured-dark-worse",
+                 "Correction makes the dark frames less even: " + worseText("DSNU1288", rDsnu, 2, strUnit), pAdvice}};
+    }
+    if (bMissed) {
+        return {{eWarning, "measured-dark-missed", missedText("DSNU1288", rDsnu, 2, strUnit), pAdvice}};
     }
     return {};
 }

@@ -22,6 +22,7 @@ using nlohmann::ordered_json;
 namespace {
 
 constexpr std::size_t PROFILE_POINTS = 500, HISTOGRAM_BINS = 160, MARKS_MAX = 200;
+constexpr double UNKNOWN = std::numeric_limits<double>::quiet_NaN();
 constexpr double SATURATED_MAX = 0.001;  // share of samples that a measurement bears
 constexpr uint64_t FRAMES_MIN = 2;       // that tell fixed pattern and noise apart
 
@@ -63,6 +64,15 @@ std::string filterText(const PairOptions& rFiles) {
     return strText;
 }
 
+// A figure of the summary, before and after correction.
+Correction correctionOf(const ordered_json& rSummary, const std::string& strFigure, double dPredicted) {
+    const auto fnNumber = [&](const char* pWhich) {
+        const ordered_json& rValue = rSummary[strFigure + pWhich];
+        return rValue.is_number() ? rValue.get<double>() : UNKNOWN;
+    };
+    return {fnNumber("Before"), fnNumber("After"), fnNumber("AfterUncertainty"), dPredicted};
+}
+
 class CFigureSource {
 public:
     explicit CFigureSource(const ReportInput& rInput) : m_rInput(rInput), m_rPair(rInput.pair) {}
@@ -78,12 +88,21 @@ public:
         }
         rJson["before"] = classesJson(dark, even, dGain, bDark || m_rPair.dark);
         rJson["after"] = nullptr;
+        double dDarkVariance = UNKNOWN;  // of a corrected dark frame, DN^2
         if (bEven) {
             const MeanImage& rAfter = *m_rInput.light.after;
-            rJson["after"] = classesJson(bDark ? darkAfter() : blackLike(rAfter), rAfter, dGain, bDark);
+            const MeanImage darkened = bDark ? darkAfter() : blackLike(rAfter);
+            rJson["after"] = classesJson(darkened, rAfter, dGain, bDark);
+            dDarkVariance = bDark ? darkened.dTemporalVariance : UNKNOWN;
         }
         rJson["nonUniformityText"] = nonUniformityText(bEven, bDark);
         addSummary(rJson);
+        rJson["summary"]["dsnuPredicted"] = nullptr;
+        if (bDark && m_rPair.dark && isDarkComputed() && std::isfinite(dDarkVariance)) {
+            // The noise of the mean that is taken off stays in every corrected frame.
+            rJson["summary"]["dsnuPredicted"] = std::sqrt(dDarkVariance / static_cast<double>(m_rPair.dark->nImages)) /
+                                                (std::isfinite(dGain) ? dGain : 1.0);
+        }
         if (bEven && rJson["summary"]["prnuAfter"].is_null()) {
             rJson["nonUniformityText"] =
                 rJson["nonUniformityText"].get<std::string>() +
@@ -157,6 +176,32 @@ public:
                          {"addedMedianMs", percentile(rCorrected, 0.5) - percentile(rPlain, 0.5)}};
     }
 
+    Findings measuredFindings(const ordered_json& rSummary) const {
+        Findings vecFound;
+        const double dSaturated = m_rInput.bSelfTest ? 0.0 : m_rInput.light.before->dSaturatedShare;
+        if (dSaturated > SATURATED_MAX) {
+            vecFound.push_back({eWarning, "measured-saturated",
+                                fixed(100.0 * dSaturated, 1) +
+                                    " % of the samples of the measured frames are at full scale: what is cut off there "
+                                    "looks even, and the figures after correction are too good.",
+                                "Shorten the exposure or dim the light, and make the report again."});
+        }
+        const auto fnAppend = [&](const Findings& rFindings) {
+            vecFound.insert(vecFound.end(), rFindings.begin(), rFindings.end());
+        };
+        // A filter trades the single pixels for less noise, and what is cut off cannot be made even: neither is
+        // predicted.
+        const bool bPredicted = m_rPair.pair && filterText(m_rInput.files).empty() && dSaturated <= SATURATED_MAX;
+        fnAppend(compareLight(
+            correctionOf(rSummary, "prnu", bPredicted ? m_rPair.pair->figures.dResidualPercent : UNKNOWN)));
+        // Without a dark reference nothing is promised; other corrected dark frames are cut at 0 DN, and compare with
+        // nothing.
+        if (rSummary["dsnuPredicted"].is_number()) {
+            fnAppend(compareDark(correctionOf(rSummary, "dsnu", rSummary["dsnuPredicted"]), rSummary["dsnuUnit"]));
+        }
+        return vecFound;
+    }
+
     /// After addNonUniformity(): judges what that has measured.
     void addJudgement(ordered_json& rJson) const {
         Findings vecFindings = findings();
@@ -191,36 +236,15 @@ private:
         return vecOnce;
     }
 
-    Findings measuredFindings(const ordered_json& rSummary) const {
-        Findings vecFound;
-        const double dSaturated = m_rInput.bSelfTest ? 0.0 : m_rInput.light.before->dSaturatedShare;
-        if (dSaturated > SATURATED_MAX) {
-            vecFound.push_back({eWarning, "measured-saturated",
-                                fixed(100.0 * dSaturated, 1) +
-                                    " % of the samples of the measured frames are at full scale: what is cut off there "
-                                    "looks even, and the figures after correction are too good.",
-                                "Shorten the exposure or dim the light, and make the report again."});
-        }
-        const auto fnNumber = [&](const char* pKey) {
-            return rSummary[pKey].is_number() ? rSummary[pKey].get<double>() : std::numeric_limits<double>::quiet_NaN();
-        };
-        // A filter trades the single pixels for less noise, and what is cut off cannot be made even: neither is
-        // predicted.
-        const bool bPredicted = m_rPair.pair && filterText(m_rInput.files).empty() && dSaturated <= SATURATED_MAX;
-        const Findings vecMissed = compareWithPrediction(
-            m_rInput.light, {fnNumber("prnuBefore"), fnNumber("prnuAfter")},
-            bPredicted ? m_rPair.pair->figures.dResidualPercent : std::numeric_limits<double>::quiet_NaN());
-        vecFound.insert(vecFound.end(), vecMissed.begin(), vecMissed.end());
-        return vecFound;
-    }
-
     static ordered_json classesJson(const MeanImage& rDark, const MeanImage& rEven, double dGain, bool bDark) {
         ordered_json json = toJson(nonUniformity(rDark, rEven, dGain));
         if (!bDark) {
             for (ordered_json& rClass : json["classes"]) {
                 rClass["darkMean"] = nullptr;
-                for (auto& rItem : rClass["dsnu"].items()) {
-                    rItem.value() = nullptr;
+                for (const char* pFigure : {"dsnu", "dsnuUncertainty", "dsnuLimit"}) {
+                    for (auto& rItem : rClass[pFigure].items()) {
+                        rItem.value() = nullptr;
+                    }
                 }
             }
         }
@@ -266,8 +290,10 @@ private:
         }
         if (!bDark) {
             return "Mean of " + strEven +
-                   " frames that are not in the reference, their temporal noise taken out. The dark signal after "
-                   "correction is not given: that takes two or more dark frames that are not in the reference.";
+                   " frames that are not in the reference, their temporal noise taken out. The dark signal before "
+                   "correction is that of the dark reference, after correction none is given: that takes two or more "
+                   "dark "
+                   "frames that are not in the reference.";
         }
         return "Mean of " + strDark + " and " + strEven +
                " frames that are not in the references, their temporal noise taken out." +
@@ -290,12 +316,16 @@ private:
         }
         ordered_json summary;
         summary["class"] = rLast["classes"][iWorst]["class"];
+        summary["dsnuUnit"] = rLast["dsnuUnit"];
         for (const char* pWhen : {"before", "after"}) {
             const std::string strWhen = pWhen[0] == 'b' ? "Before" : "After";
             const bool bThere = !rJson[pWhen].is_null();
             const ordered_json class_ = bThere ? rJson[pWhen]["classes"][iWorst] : ordered_json();
             summary["prnu" + strWhen] = bThere ? class_["prnuPercent"]["total"] : ordered_json();
             summary["dsnu" + strWhen] = bThere ? class_["dsnu"]["total"] : ordered_json();
+            summary["prnu" + strWhen + "Uncertainty"] =
+                bThere ? class_["prnuPercentUncertainty"]["total"] : ordered_json();
+            summary["dsnu" + strWhen + "Uncertainty"] = bThere ? class_["dsnuUncertainty"]["total"] : ordered_json();
         }
         rJson["summary"] = summary;
     }
@@ -363,6 +393,10 @@ ordered_json reportFigures(const ReportInput& rInput) {
     source.addDefects(json);
     source.addCurves(json);
     return json;
+}
+
+Findings measuredFindings(const ReportInput& rInput, const ordered_json& rFigures) {
+    return CFigureSource(rInput).measuredFindings(rFigures["summary"]);
 }
 
 }  // namespace Toolkit

@@ -31,5 +31,8 @@ struct ReportInput : MeasuredFrames {
 /// are too few; after correction of the measured frames only, null where there are fewer than two even ones.
 nlohmann::ordered_json reportFigures(const ReportInput& rInput);
 
+/// What those figures tell of the frames that were measured, "measured-..."; findings that they contain.
+Findings measuredFindings(const ReportInput& rInput, const nlohmann::ordered_json& rFigures);
+
 }  // namespace Toolkit
 }  // namespace XAPEL2

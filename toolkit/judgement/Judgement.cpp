@@ -28,7 +28,8 @@ constexpr double DRIFT_NOTED = 0.002;        // of the mean, brightest to dimmes
 constexpr double DRIFT_WARNED = 0.01;        // of the mean
 constexpr double SETTING_TOLERANCE = 0.005;  // relative: cameras round what is set
 constexpr double SELF_TEST_MOST = 1.0;       // DN, what the tables of the image processor keep up to 12 bits
-constexpr double GAIN_MOST = 16.0;           // of the image processor
+constexpr std::size_t SAMPLES_LEAST = 16;  // of a colour: the uncertainty of a standard deviation is a sixth of it then
+constexpr double GAIN_MOST = 16.0;         // of the image processor
 
 const char* const RECORD_AGAIN = "Record both references again with the same settings of the camera.";
 
@@ -92,13 +93,13 @@ void judgeDrift(const ReferenceFigures& rFigures, Findings& rFindings) {
         return;
     }
     const auto fnPercent = [&](double dValue) { return fixed(100.0 * dValue / rFigures.dMean, 2) + " %"; };
-    rFindings.push_back({dRange >= std::max(dWarned, dByChance) ? eWarning : eNote, "drift",
-                         "The mean of a frame went from " + fixed(rMeans.dFirst, 2) + " DN in the first to " +
-                             fixed(rMeans.dLast, 2) + " DN in the last (" + fnPercent(rMeans.dLast - rMeans.dFirst) +
-                             "), within " + fixed(rMeans.dLeast, 2) + " to " + fixed(rMeans.dMost, 2) + " DN (" +
-                             fnPercent(dRange) + ").",
-                         bLight ? "Let the lamp warm up, and keep it from flickering."
-                                : "Let the camera warm up before the dark reference is recorded."});
+    rFindings.push_back(
+        {dRange >= std::max(dWarned, dByChance) ? eWarning : eNote, "drift",
+         "The mean of a frame went from " + fixed(rMeans.dFirst, 2) + " DN in the first to " + fixed(rMeans.dLast, 2) +
+             " DN in the last (" + fnPercent(rMeans.dLast - rMeans.dFirst) + "), within " + fixed(rMeans.dLeast, 2) +
+             " to " + fixed(rMeans.dMost, 2) + " DN (" + fnPercent(dRange) + ").",
+         bLight ? "Let the lamp warm up, keep it from flickering, and see that nothing passes before the lens."
+                : "Let the camera warm up before the dark reference is recorded."});
 }
 
 void judgeLight(const ReferenceFigures& rFigures, Findings& rFindings) {
@@ -326,6 +327,15 @@ PairJudgement judgePair(const StandIn::ReferenceImage& rDark, const StandIn::Ref
     rFigures.unevenness = nonUniformity(dark, light, rFigures.dGain);
 
     judgeSignal(rDark, rLight, result.vecFindings);
+    const std::size_t nSamples = rLight.layout.samples() / rLight.layout.classes();
+    if (nSamples < SAMPLES_LEAST) {
+        result.vecFindings.push_back({eWarning, "few-samples",
+                                      "There " + std::string(nSamples == 1 ? "is " : "are ") +
+                                          counted(nSamples, "sample") +
+                                          " of a colour in the image: too few to tell how "
+                                          "even it is.",
+                                      "Take a larger region to judge by."});
+    }
     compareSettings(cameraSettingsFromJson(rDark.strCamera), cameraSettingsFromJson(rLight.strCamera),
                     "The dark reference was taken with", "the light one with", RECORD_AGAIN, result.vecFindings);
     judgeNoiseOfPair(rFigures, light, result.vecFindings);

@@ -32,21 +32,26 @@ std::string settingsText(const CameraSettings& rSettings) {
     return strText.empty() ? "unknown" : strText;
 }
 
-std::string withUnit(double dValue, int nDigits, const char* pUnit) {
-    return std::isnan(dValue) ? "unknown" : fixed(dValue, nDigits) + " " + pUnit;
-}
-
 std::string resolvedText(double dValue, double dLimit, int nDigits) {
     return std::isnan(dValue) && std::isnan(dLimit) ? "unknown"
            : std::isnan(dValue)                     ? "not resolved, below " + fixed(dLimit, nDigits)
                                                     : fixed(dValue, nDigits);
 }
 
+// Of so many digits, and more where these would be zeros.
+std::string uncertaintyText(double dValue, int nDigits) {
+    constexpr int DIGITS_MOST = 9;
+    while (nDigits < DIGITS_MOST && dValue > 0.0 && dValue < 0.5 * std::pow(10.0, -nDigits)) {
+        ++nDigits;
+    }
+    return std::isnan(dValue) ? "" : " +- " + fixed(dValue, nDigits);
+}
+
 std::string splitText(const Split& rSplit, const Split& rUncertainty, const Split& rLimit, int nDigits,
                       const char* pUnit) {
-    return resolvedText(rSplit.dTotal, rLimit.dTotal, nDigits) +
-           (std::isnan(rUncertainty.dTotal) ? "" : " +- " + fixed(rUncertainty.dTotal, nDigits)) + " " + pUnit +
-           " (row " + resolvedText(rSplit.dRow, rLimit.dRow, nDigits) + ", column " +
+    return resolvedText(rSplit.dTotal, rLimit.dTotal, nDigits) + uncertaintyText(rUncertainty.dTotal, nDigits) +
+           (std::isnan(rSplit.dTotal) && std::isnan(rLimit.dTotal) ? "" : std::string(" ") + pUnit) + " (row " +
+           resolvedText(rSplit.dRow, rLimit.dRow, nDigits) + ", column " +
            resolvedText(rSplit.dColumn, rLimit.dColumn, nDigits) + ", pixel " +
            resolvedText(rSplit.dPixel, rLimit.dPixel, nDigits) + ")";
 }

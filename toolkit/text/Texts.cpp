@@ -23,6 +23,10 @@ std::string fixed(double dValue, int nDigits) {
     return strText[0] == '-' && strText.find_first_not_of("-0.") == std::string::npos ? strText.substr(1) : strText;
 }
 
+std::string withUnit(double dValue, int nDigits, const std::string& strUnit) {
+    return std::isnan(dValue) ? "unknown" : fixed(dValue, nDigits) + " " + strUnit;
+}
+
 std::string counted(uint64_t nCount, const char* pThing) {
     return std::to_string(nCount) + " " + pThing + (nCount == 1 ? "" : "s");
 }

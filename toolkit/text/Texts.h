@@ -15,6 +15,9 @@ namespace Toolkit {
 /// A number with so many digits behind the point, a zero without sign; "unknown" for NaN.
 std::string fixed(double dValue, int nDigits);
 
+/// The same with a unit behind it; "unknown" alone for NaN.
+std::string withUnit(double dValue, int nDigits, const std::string& strUnit);
+
 /// "1 frame", "16 frames".
 std::string counted(uint64_t nCount, const char* pThing);
 

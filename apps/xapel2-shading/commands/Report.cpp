@@ -162,31 +162,26 @@ int CReportRun::finish() {
     const Report result = makeReport(m_input);
     writeReport(m_rOptions.strFile, result);
     const CFigures figures(result.figures);
-    const auto fnChange = [&](const char* pName, const std::string& strKey, const std::string& strUnit) {
-        m_rOutput.text() << pName << ' ' << fixed(figures.value("/summary/" + strKey + "Before"), 3) << ' ' << strUnit
-                         << " before, " << fixed(figures.value("/summary/" + strKey + "After"), 3) << ' ' << strUnit
+    const auto fnChange = [&](const char* pName, const std::string& strKey, const std::string& strUnit,
+                              const char* pBefore) {
+        m_rOutput.text() << pName << ' ' << withUnit(figures.value("/summary/" + strKey + "Before"), 3, strUnit)
+                         << pBefore << ", " << withUnit(figures.value("/summary/" + strKey + "After"), 3, strUnit)
                          << " after correction\n";
     };
     if (m_input.bSelfTest) {
         m_rOutput.text() << "Self-test: the pair on its own mean, no measurement\n";
     }
-    fnChange("PRNU1288", "prnu", "%");
-    fnChange("DSNU1288", "dsnu", figures.at("/before/dsnuUnit").get<std::string>());
+    fnChange("PRNU1288", "prnu", "%", " before");
+    // Without dark frames of its own a report tells that of the reference, whatever camera it is of.
+    fnChange("DSNU1288", "dsnu", figures.at("/before/dsnuUnit").get<std::string>(),
+             m_input.dark.before ? " before" : " in the reference");
     m_rOutput.text() << "Verdict: " << figures.at("/verdict").get<std::string>() << "\nWritten to "
                      << shown(m_rOptions.strFile) << '\n';
     m_rOutput.json()["file"] = m_rOptions.strFile;
     m_rOutput.json().update(result.figures);
-    // Of the frames that were measured; what concerns the references the pair says itself.
-    bool bRefused = false;
-    for (const auto& rFinding : result.figures.at("findings")) {
-        if (rFinding.at("id").get<std::string>().rfind("measured-", 0) == 0) {
-            const bool bRefusal = rFinding.at("severity") == "refusal";
-            bRefused = bRefused || bRefusal;
-            complain((bRefusal ? "refused: " : "warning: ") + rFinding.at("text").get<std::string>() + ' ' +
-                     rFinding.at("advice").get<std::string>());
-        }
-    }
-    const bool bUsable = isUsable(m_input.pair, m_rOptions.bForce) && (!bRefused || m_rOptions.bForce);
+    const Findings vecMeasured = measuredFindings(m_input, result.figures);
+    warnAbout(vecMeasured, eNote);
+    const bool bUsable = isUsable(m_input.pair, m_rOptions.bForce) && !refused(vecMeasured, m_rOptions.bForce);
     return m_rOutput.finish(bUsable ? eExitDone : eExitRefused);
 }
 

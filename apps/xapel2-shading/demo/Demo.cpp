@@ -160,7 +160,9 @@ int runDemo(const DemoOptions& rOptions) {
     output.json().update(figures);
     output.json()["folder"] = folder.path().string();
     output.json()["judgement"] = toJson(input.pair);
-    return output.finish(isUsable(input.pair, false, false) ? eExitDone : eExitRefused);
+    const Findings vecMeasured = measuredFindings(input, made.figures);
+    warnAbout(vecMeasured, eNote);
+    return output.finish(isUsable(input.pair, false, false) && !refused(vecMeasured, false) ? eExitDone : eExitRefused);
 }
 
 }  // namespace App

@@ -30,6 +30,10 @@ TEST(JudgementJson, EveryFigureStandsUnderItsOwnName) {
     class_.dLightMean = 6.0;
     class_.dsnu = {7.0, 8.0, 9.0, 10.0};
     class_.prnu = {11.0, 12.0, 13.0, 14.0};
+    class_.dsnuUncertainty = {0.003, 16.0, 17.0, 18.0};
+    class_.prnuUncertainty = {19.0, 20.0, 21.0, 22.0};
+    class_.dsnuLimit = {23.0, 24.0, 25.0, 26.0};
+    class_.prnuLimit = {27.0, 28.0, 29.0, 30.0};
     pair.figures.unevenness.vecClasses = {class_};
     const ordered_json json = toJson(pair);
     const std::pair<const char*, double> aPair[] = {
@@ -40,13 +44,18 @@ TEST(JudgementJson, EveryFigureStandsUnderItsOwnName) {
     const ordered_json& rClass = json.at("nonUniformity").at("classes").at(0);
     EXPECT_EQ(rClass.at("darkMean"), 5.0);
     EXPECT_EQ(rClass.at("lightMean"), 6.0);
-    double dNext = 7.0;
-    for (const char* pGroup : {"dsnu", "prnuPercent"}) {
+    const std::pair<const char*, double> aGroups[] = {
+        {"dsnu", 7.0},       {"prnuPercent", 11.0},     {"dsnuUncertainty", 15.0}, {"prnuPercentUncertainty", 19.0},
+        {"dsnuLimit", 23.0}, {"prnuPercentLimit", 27.0}};
+    for (const auto& [pGroup, dFirst] : aGroups) {
+        double dNext = dFirst;
         for (const char* pPart : {"total", "row", "column", "pixel"}) {
-            EXPECT_EQ(rClass.at(pGroup).at(pPart), dNext++) << pGroup << ' ' << pPart;
+            EXPECT_EQ(rClass.at(pGroup).at(pPart), dNext == 15.0 ? 0.003 : dNext) << pGroup << ' ' << pPart;
+            ++dNext;
         }
     }
-    EXPECT_THAT(describe(pair), ::testing::HasSubstr("7.00 +- 0.00 e- (row 8.00, column 9.00, pixel 10.00)"));
+    // An uncertainty is no 0.00.
+    EXPECT_THAT(describe(pair), ::testing::HasSubstr("7.00 +- 0.003 e- (row 8.00, column 9.00, pixel 10.00)"));
 
     ReferenceJudgement light;
     ReferenceFigures& rFigures = light.figures;

@@ -110,6 +110,16 @@ TEST(Judgement, SaysWhatIsWrongWithThePairAndNothingElse) {
          [](auto& rDark, auto&) {
              rDark.means = {65.0, 63.0, 63.0, 65.1};
          }},
+        {"warning few-samples",
+         [](auto& rDark, auto& rLight) {
+             rDark = dark(layoutOf("Mono12", 5, 3));
+             rLight = light(layoutOf("Mono12", 5, 3));
+         }},
+        {"",
+         [](auto& rDark, auto& rLight) {
+             rDark = dark(layoutOf("Mono12", 8, 8));
+             rLight = light(layoutOf("Mono12", 8, 8));
+         }},
         {"refusal other-kind!", [](auto& rDark, auto& rLight) { std::swap(rDark, rLight); }},
         {"refusal other-size!", [](auto& rDark, auto&) { rDark = dark(layoutOf("Mono12", 48, 64)); }},
         {"refusal other-format!", [](auto& rDark, auto&) { rDark = dark(layoutOf("BayerRG12")); }},
