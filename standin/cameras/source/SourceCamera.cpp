@@ -30,17 +30,17 @@ CSourceCamera::CSourceCamera(std::unique_ptr<IFrameSource> pSource)
     addModelName();
     addFormat();
     addAxes();
-    addFree("ExposureTime", &m_settings.iExposureUs, {1, EXPOSURE_US_MAX});
-    addFree("Gain", &m_settings.iGainPercent, {1, GAIN_PERCENT_MAX});
-    addFree("AcquisitionFrameRate", &m_settings.iFrameRateHz, {0, FRAME_RATE_HZ_MAX});
+    addNumber("ExposureTime", m_settings.iExposureUs, {1, EXPOSURE_US_MAX}, true);
+    addNumber("Gain", m_settings.iGainPercent, {1, GAIN_PERCENT_MAX}, true);
+    addNumber("AcquisitionFrameRate", m_settings.iFrameRateHz, {0, FRAME_RATE_HZ_MAX}, true);
     addScene();
 }
 
 void CSourceCamera::addAxes() {
     const Axis x = {&CameraSettings::nWidth, &CameraSettings::nOffsetX, &CameraSettings::nBinningX,
-                    &CameraSettings::iReverseX, m_pSource->sensorWidth()};
+                    m_pSource->sensorWidth()};
     const Axis y = {&CameraSettings::nHeight, &CameraSettings::nOffsetY, &CameraSettings::nBinningY,
-                    &CameraSettings::iReverseY, m_pSource->sensorHeight()};
+                    m_pSource->sensorHeight()};
     addSize("Width", x, x.pSize, x.pOffset, 1);
     addSize("Height", y, y.pSize, y.pOffset, 1);
     addSize("OffsetX", x, x.pOffset, x.pSize, 0);
@@ -48,26 +48,45 @@ void CSourceCamera::addAxes() {
     if (m_bCanResize) {
         addBinning("BinningHorizontal", x);
         addBinning("BinningVertical", y);
-        addReverse("ReverseX", x);
-        addReverse("ReverseY", y);
+        addNumber("ReverseX", m_settings.iReverseX, {0, 1}, false);
+        addNumber("ReverseY", m_settings.iReverseY, {0, 1}, false);
     }
 }
 
-// A node with a value of the image, its setter still to come.
-NodeSpec CSourceCamera::imageNode(const char* pName, uint64_t CameraSettings::*pMember) {
+// A node with a number, its limits and setter still to come.
+NodeSpec CSourceCamera::numberNode(const char* pName, const uint64_t& rMember) {
     NodeSpec spec;
     spec.strName = pName;
-    spec.fnGetInt = [this, pMember] {
-        std::lock_guard<std::mutex> lock(m_mtx);
-        return static_cast<int64_t>(m_settings.*pMember);
+    spec.fnGetInt = [this, &rMember] {
+        const std::lock_guard<std::mutex> lock(m_mtx);
+        return static_cast<int64_t>(rMember);
     };
     return spec;
+}
+
+// A number between fixed limits.
+void CSourceCamera::addNumber(const char* pName, uint64_t& rMember, IntLimits limits, bool bWhileStreaming) {
+    NodeSpec spec = numberNode(pName, rMember);
+    spec.fnMin = [limits] { return limits[0]; };
+    spec.fnMax = [limits] { return limits[1]; };
+    spec.fnSetInt = [this, &rMember, limits, bWhileStreaming](int64_t iValue) {
+        if (iValue < limits[0] || iValue > limits[1]) {
+            return eNodeInvalid;
+        }
+        const std::lock_guard<std::mutex> lock(m_mtx);
+        if (m_bStreaming && !bWhileStreaming) {
+            return eNodeDenied;
+        }
+        rMember = static_cast<uint64_t>(iValue);
+        return eNodeDone;
+    };
+    add(std::move(spec));
 }
 
 // A side or an offset: together with its partner it stays on the sensor.
 void CSourceCamera::addSize(const char* pName, const Axis& rAxis, uint64_t CameraSettings::*pMember,
                             uint64_t CameraSettings::*pOther, int64_t iMin) {
-    NodeSpec spec = imageNode(pName, pMember);
+    NodeSpec spec = numberNode(pName, m_settings.*pMember);
     spec.fnMin = [this, iMin, fnGet = spec.fnGetInt] { return m_bCanResize ? iMin : fnGet(); };
     spec.fnMax = [this, rAxis, pOther, fnGet = spec.fnGetInt] {
         if (!m_bCanResize) {
@@ -92,7 +111,7 @@ void CSourceCamera::addSize(const char* pName, const Axis& rAxis, uint64_t Camer
 
 // Another binning begins with the whole sensor: a region in other pixels has no natural successor.
 void CSourceCamera::addBinning(const char* pName, const Axis& rAxis) {
-    NodeSpec spec = imageNode(pName, rAxis.pBinning);
+    NodeSpec spec = numberNode(pName, m_settings.*rAxis.pBinning);
     spec.fnMin = [] { return int64_t{1}; };
     spec.fnMax = [rAxis] { return int64_t{rAxis.nSensor >= 4 ? 4 : rAxis.nSensor >= 2 ? 2 : 1}; };
     spec.fnSetInt = [this, rAxis, fnMax = spec.fnMax](int64_t iValue) {
@@ -113,50 +132,11 @@ void CSourceCamera::addBinning(const char* pName, const Axis& rAxis) {
     add(std::move(spec));
 }
 
-void CSourceCamera::addReverse(const char* pName, const Axis& rAxis) {
-    NodeSpec spec = imageNode(pName, rAxis.pReverse);
-    spec.fnMin = [] { return int64_t{0}; };
-    spec.fnMax = [] { return int64_t{1}; };
-    spec.fnSetInt = [this, rAxis](int64_t iValue) {
-        if (iValue < 0 || iValue > 1) {
-            return eNodeInvalid;
-        }
-        std::lock_guard<std::mutex> lock(m_mtx);
-        if (m_bStreaming) {
-            return eNodeDenied;
-        }
-        m_settings.*rAxis.pReverse = static_cast<uint64_t>(iValue);
-        return eNodeDone;
-    };
-    add(std::move(spec));
-}
-
 void CSourceCamera::addModelName() {
     NodeSpec spec;
     spec.strName = "DeviceModelName";
     spec.eKind = eTextNode;
     spec.fnGetText = [strName = m_pSource->description()] { return strName; };
-    add(std::move(spec));
-}
-
-// A setting that may change while the camera runs.
-void CSourceCamera::addFree(const char* pName, uint64_t* pMember, IntLimits limits) {
-    NodeSpec spec;
-    spec.strName = pName;
-    spec.fnGetInt = [this, pMember] {
-        std::lock_guard<std::mutex> lock(m_mtx);
-        return static_cast<int64_t>(*pMember);
-    };
-    spec.fnMin = [limits] { return limits[0]; };
-    spec.fnMax = [limits] { return limits[1]; };
-    spec.fnSetInt = [this, pMember, limits](int64_t iValue) {
-        if (iValue < limits[0] || iValue > limits[1]) {
-            return eNodeInvalid;
-        }
-        std::lock_guard<std::mutex> lock(m_mtx);
-        *pMember = static_cast<uint64_t>(iValue);
-        return eNodeDone;
-    };
     add(std::move(spec));
 }
 
@@ -202,7 +182,7 @@ void CSourceCamera::addScene() {
     };
     add(std::move(scene));
 
-    addFree("StandInFrame", &m_iNextFrame, {0, std::numeric_limits<int64_t>::max()});
+    addNumber("StandInFrame", m_iNextFrame, {0, std::numeric_limits<int64_t>::max()}, true);
 
     NodeSpec count;
     count.strName = "StandInFrameCount";

@@ -51,7 +51,6 @@ private:
         uint64_t CameraSettings::*pSize;
         uint64_t CameraSettings::*pOffset;
         uint64_t CameraSettings::*pBinning;
-        uint64_t CameraSettings::*pReverse;
         uint64_t nSensor;  // pixels
 
         uint64_t binned(const CameraSettings& r) const { return nSensor / r.*pBinning; }
@@ -61,10 +60,9 @@ private:
     void addSize(const char* pName, const Axis& rAxis, uint64_t CameraSettings::*pMember,
                  uint64_t CameraSettings::*pOther, int64_t iMin);
     void addBinning(const char* pName, const Axis& rAxis);
-    void addReverse(const char* pName, const Axis& rAxis);
-    NodeSpec imageNode(const char* pName, uint64_t CameraSettings::*pMember);
+    NodeSpec numberNode(const char* pName, const uint64_t& rMember);
+    void addNumber(const char* pName, uint64_t& rMember, IntLimits limits, bool bWhileStreaming);
     void addModelName();
-    void addFree(const char* pName, uint64_t* pMember, IntLimits limits);
     void addFormat();
     void addScene();
 
