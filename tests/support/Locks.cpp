@@ -30,7 +30,8 @@ extern "C" {
 
 // NOLINTBEGIN(readability-identifier-naming,bugprone-reserved-identifier): names that the linker gives
 int __real_pthread_mutex_lock(pthread_mutex_t* pMutex);
-int __wrap_pthread_mutex_lock(pthread_mutex_t* pMutex);
+// Visible: the sanitizers' libraries lock mutexes, too, and the linker looks at them.
+__attribute__((visibility("default"))) int __wrap_pthread_mutex_lock(pthread_mutex_t* pMutex);
 
 int __wrap_pthread_mutex_lock(pthread_mutex_t* pMutex) {
     if (t_nUntilFailure == UINT64_MAX || t_nUntilFailure-- != 0) {
