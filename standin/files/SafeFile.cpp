@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 the xapel2_ext_sc authors
-// A file that appears whole and flushed to disk, or not at all.
+// A file that appears whole, or not at all.
 
 #include "standin/files/SafeFile.h"
 
@@ -148,10 +148,11 @@ int create(int iFolder, std::string& rName) {
 
 }  // namespace
 
-CSafeFile::CSafeFile(const std::string& strFile)
-    : m_strPath(target(strFile)),
+CSafeFile::CSafeFile(const std::string& strFile, eSave eHow)
+    : m_eHow(eHow),
+      m_strPath(target(strFile)),
       m_folder(openFolder(m_strPath)),
-      m_file((sweep(m_folder.get()), create(m_folder.get(), m_strTemporary))) {}
+      m_file((eHow == eSaveFlushed ? sweep(m_folder.get()) : void(), create(m_folder.get(), m_strTemporary))) {}
 
 CSafeFile::~CSafeFile() {
     if (!m_strTemporary.empty()) {
@@ -170,10 +171,10 @@ void CSafeFile::write(const std::string& strBytes) const {
 }
 
 void CSafeFile::finish() {
-    if (repeated([&] { return fsync(get()); }) != 0) {
+    if (m_eHow == eSaveFlushed && repeated([&] { return fsync(get()); }) != 0) {
         failWithSystemError("cannot flush");
     }
-    // An interrupted one has closed the file, and the file is flushed.
+    // An interrupted one has closed the file.
     if (!m_file.close() && errno != EINTR) {
         failWithSystemError("cannot close");
     }
@@ -183,8 +184,15 @@ void CSafeFile::finish() {
     }
     m_strTemporary.clear();
     // Without this the new name may be lost when the power fails. Some file systems cannot: EINVAL.
-    if (repeated([&] { return fsync(m_folder.get()); }) != 0 && errno != EINVAL) {
+    if (m_eHow == eSaveFlushed && repeated([&] { return fsync(m_folder.get()); }) != 0 && errno != EINVAL) {
         failWithSystemError("cannot flush the folder");
+    }
+}
+
+void takeAwayLeftOvers(const std::string& strFolder) {
+    const CFileDescriptor folder(open(strFolder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (folder.get() >= 0) {
+        sweep(folder.get());
     }
 }
 

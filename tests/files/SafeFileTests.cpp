@@ -116,7 +116,14 @@ TEST_F(SafeFile, TakesAwayWhatDeadProcessesLeftAndNothingElse) {
     fs::create_directory(path(".xapel2-" + strDead + "-3.tmp"));
     fs::create_symlink("file", path(".xapel2-" + strDead + "-4.tmp"));
     setOthers.insert({".xapel2-" + strDead + "-3.tmp", ".xapel2-" + strDead + "-4.tmp", "file"});
+    std::set<std::string> setAll = setOthers;
+    setAll.insert(".xapel2-" + strDead + "-1.tmp");
+    StandIn::CSafeFile(path("file"), StandIn::eSaveQuick).finish();
+    EXPECT_EQ(names(), setAll) << "one of many files does not look";
     EXPECT_EQ(error(path("file")), "");
+    EXPECT_EQ(names(), setOthers);
+    put(".xapel2-" + strDead + "-1.tmp");
+    StandIn::takeAwayLeftOvers(m_folder.path());
     EXPECT_EQ(names(), setOthers);
 }
 

@@ -72,7 +72,7 @@ fs::path frameFile(const fs::path& rFolder, const Frame& rFrame, eFrameFile eKin
 fs::path writeFrame(const fs::path& rFolder, const Frame& rFrame, eFrameFile eKind) {
     fs::path file = frameFile(rFolder, rFrame, eKind);
     try {
-        StandIn::CSafeFile out(file);
+        StandIn::CSafeFile out(file, StandIn::eSaveQuick);
         (eKind == eTiff ? writeTiff : writePixmap)(out, rFrame);
         out.finish();
     } catch (const StandIn::CFileError& rError) {

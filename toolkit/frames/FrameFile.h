@@ -17,7 +17,7 @@ enum eFrameFile { ePixmap, eTiff };
 std::filesystem::path frameFile(const std::filesystem::path& rFolder, const Frame& rFrame, eFrameFile eKind = ePixmap);
 
 /// Writes a frame; packed formats are unpacked, three channels always in the order red, green, blue. A file that exists
-/// is replaced. The file appears whole and flushed to disk, or not at all.
+/// is replaced. The file appears whole or not at all, but for a loss of power.
 /// Pixmap: maxval is the full scale of the format; above 255 samples take two bytes, high byte first.
 /// TIFF: one uncompressed image of 8 or 16 bits, MaxSampleValue is the full scale.
 /// @return the file's path.

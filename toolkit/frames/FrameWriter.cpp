@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "standin/files/SafeFile.h"
 #include "toolkit/text/Errors.h"
 
 namespace XAPEL2 {
@@ -39,6 +40,9 @@ fs::path CFrameWriter::write(const Frame& rFrame) {
         fs::create_directories(m_folder);
     } catch (const fs::filesystem_error& rError) {
         throw std::runtime_error("folder " + m_folder.string() + " cannot be made: " + rError.code().message());
+    }
+    if (m_written.empty()) {
+        StandIn::takeAwayLeftOvers(m_folder);
     }
     fs::path file = writeFrame(m_folder, rFrame, m_eKind);
     m_written.insert(file);
