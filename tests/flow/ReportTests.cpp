@@ -89,6 +89,7 @@ TEST_F(Report, FiguresAreOfFramesOutsideTheReference) {
 
     const std::string strPage = content(m_Folder / "report.html");
     EXPECT_THAT(strPage, HasSubstr("&lt;frames&gt; &amp; &quot;more&quot;"));
+    EXPECT_THAT(strPage, Not(HasSubstr("ExposureTime"))) << "nobody told with what the files were taken";
     EXPECT_THAT(strPage, Not(HasSubstr("<frames>")));
     EXPECT_THAT(strPage, Not(HasSubstr("://"))) << "an address";
 }

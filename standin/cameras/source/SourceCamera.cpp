@@ -30,8 +30,11 @@ CSourceCamera::CSourceCamera(std::unique_ptr<IFrameSource> pSource)
     addModelName();
     addFormat();
     addAxes();
-    addNumber("ExposureTime", m_settings.iExposureUs, {1, EXPOSURE_US_MAX}, true);
-    addNumber("Gain", m_settings.iGainPercent, {1, GAIN_PERCENT_MAX}, true);
+    // Recorded frames are as they were taken, and nobody told with what.
+    if (m_bCanResize) {
+        addNumber("ExposureTime", m_settings.iExposureUs, {1, EXPOSURE_US_MAX}, true);
+        addNumber("Gain", m_settings.iGainPercent, {1, GAIN_PERCENT_MAX}, true);
+    }
     addNumber("AcquisitionFrameRate", m_settings.iFrameRateHz, {0, FRAME_RATE_HZ_MAX}, true);
     addScene();
 }

@@ -98,11 +98,12 @@ XAPEL2_HOST_API Device* openFiles(const std::vector<std::string>& vecFiles, cons
 XAPEL2_HOST_API int closeDevice(Device* pDevice);
 
 /// The remote nodes of the device, borrowed until it is closed: DeviceModelName (read-only), PixelFormat, Width,
-/// Height, OffsetX, OffsetY, ExposureTime (us), Gain (percent), AcquisitionFrameRate (Hz, 0 = as fast as buffers come);
-/// of a simulated camera BinningHorizontal, BinningVertical (1, 2 or 4 pixels averaged; another value sets size and
-/// offset to the whole sensor), ReverseX, ReverseY (0 or 1; offsets count within the mirrored image; a filter array
-/// keeps its phase); StandInScene (Dark, Light, Scene), StandInFrame (index of the next frame of the scene; writing the
-/// scene sets it to 0) and StandInFrameCount (frames of the scene, 0 = without end). Null when the device is not open.
+/// Height, OffsetX, OffsetY, AcquisitionFrameRate (Hz, 0 = as fast as buffers come);
+/// of a simulated camera ExposureTime (us), Gain (percent), BinningHorizontal, BinningVertical (1, 2 or 4 pixels
+/// averaged; another value sets size and offset to the whole sensor), ReverseX, ReverseY (0 or 1; offsets count within
+/// the mirrored image; a filter array keeps its phase); StandInScene (Dark, Light, Scene), StandInFrame (index of the
+/// next frame of the scene; writing the scene sets it to 0) and StandInFrameCount (frames of the scene, 0 = without
+/// end). Null when the device is not open.
 ///
 /// A real camera has DeviceModelName and those that it knows of PixelFormat, Width, Height, OffsetX, OffsetY,
 /// BinningHorizontal, BinningVertical, ReverseX, ReverseY (0 or 1), ExposureTime (us), Gain (in its own unit, often dB)
