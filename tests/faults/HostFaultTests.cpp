@@ -169,7 +169,7 @@ TEST_F(HostFaults, ForgottenCancelLeavesChangeAndApplicationToTheFetch) {
     auto fetched = std::async(std::launch::async, [this] { return fetch(TIMEOUT_INFINITE); });
     ASSERT_TRUE(held.waitUntilHeld());
     auto change = std::async(std::launch::async, [&] { participant.registerParticipantForCalling(); });
-    ASSERT_TRUE(eventually([] { return Control::calls(Control::eHostCancel) == 1; }));
+    ASSERT_TRUE(eventually([] { return Control::cancelsDone() == 1; }));
     held.release();
     ASSERT_TRUE(Control::waitForBlockedFetches(m_pStream, 1, XapelTest::DEADLINE_MS));
     auto cancel = std::async(std::launch::async, [this] { return cancelGetFilledBuffer(m_pStream); });

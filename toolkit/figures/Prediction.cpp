@@ -14,6 +14,7 @@ namespace Toolkit {
 namespace {
 
 constexpr double MISSED_BY = 1.5;   // times the prediction, so that small changes are borne
+constexpr double WORSE_BY = 1.1;    // times what it was: a target that is not even is neither better nor worse
 constexpr double DEVIATIONS = 3.0;  // of the measured variance
 
 double squared(double dValue) {
@@ -28,7 +29,7 @@ bool exceeds(const Correction& rMeasured, double dLimit) {
 }
 
 bool isWorse(const Correction& rMeasured) {
-    return exceeds(rMeasured, rMeasured.dBefore);
+    return exceeds(rMeasured, WORSE_BY * rMeasured.dBefore);
 }
 
 bool isMissed(const Correction& rMeasured) {

@@ -20,8 +20,8 @@ struct Correction {
 };
 
 /// Compares PRNU1288 (percent) with its prediction. Finds "measured-worse" (a refusal) where the frames are less even
-/// than they were, and "measured-missed" (a warning) where they are less even than the noise of the references
-/// explains: by more than half the prediction, and by three standard deviations of the measured variance.
+/// than they were by a tenth, and "measured-missed" (a warning) where they are less even than the noise of the
+/// references explains: by more than half the prediction, and by three standard deviations of the measured variance.
 Findings compareLight(const Correction& rPrnu);
 
 /// The same of DSNU1288, as the warnings "measured-dark-worse" and "measured-dark-missed"; the former is a note where

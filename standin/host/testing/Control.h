@@ -68,6 +68,9 @@ XAPEL2_HOST_API uint64_t hits();
 /// operation of Host.h, does not count.
 XAPEL2_HOST_API uint64_t calls(eHostOp eOp);
 
+/// Calls of the host's own cancel that are over, since the last reset().
+XAPEL2_HOST_API uint64_t cancelsDone();
+
 /// Everything off, counters and records empty, traces to the default sink; calls held by a HookHold go on.
 XAPEL2_HOST_API void reset();
 

@@ -27,6 +27,7 @@ struct FaultState {
     std::array<std::atomic<uint64_t>, Control::eOpCount> aCalls{};
     std::atomic<bool> bAny{false};  // mirrors !vecFaults.empty(), so that a call without faults takes no lock
     std::atomic<uint64_t> nHits{0};
+    std::atomic<uint64_t> nCancelsDone{0};
     std::mutex mtx;  // guards vecFaults
     std::vector<ActiveFault> vecFaults;
 };
@@ -82,12 +83,17 @@ bool faultHits(Control::eHostOp eOp, const char* pNode) {
     return true;
 }
 
+void noteCancelDone() {
+    state().nCancelsDone.fetch_add(1, std::memory_order_release);
+}
+
 void resetFaults() {
     FaultState& rState = state();
     std::lock_guard<std::mutex> lock(rState.mtx);
     rState.vecFaults.clear();
     rState.bAny.store(false, std::memory_order_relaxed);
     rState.nHits.store(0, std::memory_order_relaxed);
+    rState.nCancelsDone.store(0, std::memory_order_relaxed);
     for (std::atomic<uint64_t>& rCalls : rState.aCalls) {
         rCalls.store(0, std::memory_order_relaxed);
     }
@@ -104,6 +110,10 @@ void inject(const Fault& rFault) {
 
 uint64_t hits() {
     return state().nHits.load(std::memory_order_relaxed);
+}
+
+uint64_t cancelsDone() {
+    return state().nCancelsDone.load(std::memory_order_acquire);
 }
 
 uint64_t calls(eHostOp eOp) {

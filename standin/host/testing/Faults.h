@@ -14,6 +14,9 @@ namespace StandIn {
 /// @return true: the operation refuses. With the other kinds of fault it throws instead.
 bool faultHits(Control::eHostOp eOp, const char* pNode = nullptr);
 
+/// Counts a call of the host's own cancel that is over.
+void noteCancelDone();
+
 void resetFaults();
 
 }  // namespace StandIn

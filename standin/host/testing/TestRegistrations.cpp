@@ -23,7 +23,9 @@ int testFetch(void** ppBuffer, unsigned long long iTimeout, void* pHandle) {
 int testCancel(void* pHandle) {
     // Even when it is refused it has been called: the host does not cancel behind the hook's back.
     CCallFrame::noteOwnCancel(static_cast<const DataStream*>(pHandle));
-    return faultHits(Control::eHostCancel) ? GC_ERR_ACCESS_DENIED : hostCancel(pHandle);
+    const int iResult = faultHits(Control::eHostCancel) ? GC_ERR_ACCESS_DENIED : hostCancel(pHandle);
+    noteCancelDone();
+    return iResult;
 }
 
 int testInfo(int iInfoCmd, int* piType, void* pValue, unsigned long long* piSize, void* pHandle) {

@@ -34,8 +34,9 @@ TEST(Prediction, AMissIsToldBeyondItsUncertainty) {
         {{8.0, 1.03, 0.01, 0.66}, "measured-missed", "measured-dark-missed"},
         {{8.0, 1.01, UNKNOWN, 0.66}, "measured-missed", "measured-dark-missed"},
         {{8.0, 3.02, 0.01, UNKNOWN}, "", ""},
-        {{8.0, 8.02, 0.01, UNKNOWN}, "", ""},
-        {{8.0, 8.04, 0.01, UNKNOWN}, "measured-worse", "measured-dark-worse"},
+        // 1.1 times what it was, and as much again by chance: 3 * 2 * 8.83 * 0.01
+        {{8.0, 8.82, 0.01, UNKNOWN}, "", ""},
+        {{8.0, 8.84, 0.01, UNKNOWN}, "measured-worse", "measured-dark-worse"},
         {{8.0, 9.00, 0.01, 9.00}, "measured-worse", "measured-dark-worse"},
         {{UNKNOWN, 9.00, 0.01, 9.00}, "", ""},
         {{8.0, UNKNOWN, UNKNOWN, 0.30}, "", ""},
