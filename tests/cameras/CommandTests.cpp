@@ -100,8 +100,14 @@ TEST(CameraCommands, BearLostPacketsAndTellThatTheCameraIsGone) {
         return result.strErr;
     };
     rig.scene.cover(true);
-    EXPECT_NE(fnRun({"record", "dark", "-d", strCamera, "-n", "16", "-o", strDark}).find("incomplete"),
-              std::string::npos);
+    const auto recorded = XAPEL2::Test::runProgram(
+        XAPEL2_SHADING_PROGRAM, {"record", "dark", "-d", strCamera, "-n", "16", "-o", strDark, "--json"});
+    EXPECT_NE(recorded.strErr.find("incomplete"), std::string::npos);
+    const auto record = nlohmann::json::parse(recorded.strOut);
+    EXPECT_EQ(record.at("frames"), 16);
+    EXPECT_NE(recorded.strErr.find("left out of the reference: " + record.at("leftOut").dump() + " frame"),
+              std::string::npos)
+        << recorded.strErr << recorded.strOut;
     rig.scene.cover(false);
     fnRun({"record", "light", "-d", strCamera, "-n", "16", "-o", strLight});
     fnRun({"report", "-n", "8", "-d", strCamera, "--dark", strDark, "--light", strLight, "-o",
