@@ -1,0 +1,220 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Camera and Frame.
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include <pybind11/functional.h>
+#include <pybind11/stl.h>
+
+#include "python/core/Arrays.h"
+#include "python/core/Gil.h"
+#include "python/core/LiveCamera.h"
+#include "python/core/Parts.h"
+#include "toolkit/text/Errors.h"
+
+namespace XAPEL2 {
+namespace Python {
+
+namespace {
+
+namespace py = pybind11;
+
+class CFrame {
+public:
+    explicit CFrame(LiveFrame frame) : m_frame(std::move(frame)) {}
+
+    const LiveFrame& get() const { return m_frame; }
+    bool isReleased() const { return m_frame.pLease == nullptr; }
+    py::object array() const;
+    void release();
+
+private:
+    LiveFrame m_frame;
+};
+
+py::object CFrame::array() const {
+    if (isReleased()) {
+        throw Toolkit::CGenTlError(GC_ERR_INVALID_BUFFER, "the frame has been released");
+    }
+    if (!m_frame.layout) {
+        throw Toolkit::CGenTlError(GC_ERR_NOT_AVAILABLE, "the frame has no image: " + m_frame.strWhy);
+    }
+    // Each array holds the buffer, too.
+    const py::capsule base(new std::shared_ptr<CLease>(m_frame.pLease),
+                           [](void* p) { delete static_cast<std::shared_ptr<CLease>*>(p); });
+    return py::array(dtypeOf(*m_frame.layout->pFormat), shapeOf(*m_frame.layout), m_frame.pImage, base);
+}
+
+void CFrame::release() {
+    if (m_frame.pLease.use_count() > 1) {
+        PyErr_SetString(PyExc_BufferError, "arrays of the frame are still in use: drop them, or copy them before");
+        throw py::error_already_set();
+    }
+    m_frame.pLease.reset();
+}
+
+// Called without the interpreter's lock: signals and cancels end the wait.
+CLiveCamera::Watch watchOf(const CLiveCamera& rCamera, uint64_t nCancels) {
+    return [&rCamera, nCancels] {
+        {
+            const py::gil_scoped_acquire acquired;
+            if (PyErr_CheckSignals() != 0) {
+                throw py::error_already_set();
+            }
+        }
+        if (rCamera.cancels() != nCancels) {
+            throw Toolkit::CGenTlError(GC_ERR_ABORT, rCamera.device() + ": cancelled");
+        }
+    };
+}
+
+CFrame fetch(const std::shared_ptr<CLiveCamera>& rpCamera, std::optional<uint64_t> nCancels) {
+    const CLiveCamera::Watch fnWatch = watchOf(*rpCamera, nCancels.value_or(rpCamera->cancels()));
+    return CFrame(withoutGil([&] {
+        if (nCancels && *nCancels != rpCamera->cancels()) {
+            fnWatch();
+        }
+        return rpCamera->fetch(fnWatch);
+    }));
+}
+
+py::dict record(const std::shared_ptr<CLiveCamera>& rpCamera, bool bLight, uint64_t nFrames, const std::string& strFile,
+                const py::object& rProgress) {
+    CLiveCamera::Told fnTold;
+    if (!rProgress.is_none()) {
+        fnTold = [&rProgress](uint64_t iDone, uint64_t nAll) {
+            const py::gil_scoped_acquire acquired;
+            rProgress(iDone, nAll);
+        };
+    }
+    const CLiveCamera::Watch fnWatch = watchOf(*rpCamera, rpCamera->cancels());
+    const Toolkit::Recording recording =
+        withoutGil([&] { return rpCamera->record(bLight, nFrames, strFile, fnWatch, fnTold); });
+    py::dict result;
+    result["frames"] = recording.nFrames;
+    result["left_out"] = recording.nLeftOut;
+    result["why_left_out"] = recording.strLeftOut;
+    result["underruns"] = recording.nUnderruns;
+    result["saturated_share"] = recording.dSaturatedShare;
+    result["why_no_settings"] = recording.strNoSettings;
+    return result;
+}
+
+// The value as text, and whether it is a number.
+std::pair<std::string, bool> getNode(const CLiveCamera& rCamera, const std::string& strName) {
+    return withoutGil([&] {
+        const auto pSession = rCamera.session();
+        Node& rNode = *pSession->nodes().GetNode(strName.c_str());
+        bool bNumber = true;
+        try {
+            rNode.GetInt();
+        } catch (const Exceptions::IException&) {
+            bNumber = false;
+        }
+        return std::make_pair(std::string(rNode.GetString().get()), bNumber);
+    });
+}
+
+void setNode(const CLiveCamera& rCamera, const std::string& strName, const std::string& strValue) {
+    withoutGil([&] {
+        const auto pSession = rCamera.session();
+        Node& rNode = *pSession->nodes().GetNode(strName.c_str());
+        try {
+            rNode.SetValue(strValue.c_str());
+        } catch (const Exceptions::IException& rError) {
+            throw Toolkit::CGenTlError(Toolkit::gentlCode(rError), strName + " = " + strValue + ": " + rError.what());
+        }
+    });
+}
+
+bool hasNode(const CLiveCamera& rCamera, const std::string& strName) {
+    return withoutGil([&] { return rCamera.session()->nodes().GetNodePresent(strName.c_str()); });
+}
+
+std::shared_ptr<CLiveCamera> open(const std::string& strDevice, double dTimeoutS, std::size_t nBuffers) {
+    return withoutGil([&] { return std::make_shared<CLiveCamera>(strDevice, dTimeoutS, nBuffers); });
+}
+
+void defineFrame(py::module_& rModule) {
+    const auto fnGet = [](auto pMember) { return [pMember](const CFrame& rSelf) { return rSelf.get().*pMember; }; };
+    py::class_<CFrame>(rModule, "Frame")
+        .def("release", &CFrame::release)
+        .def("__enter__", [](const py::object& rSelf) { return rSelf; })
+        .def("__exit__", [](CFrame& rSelf, const py::args&) { rSelf.release(); })
+        .def_property_readonly("array", &CFrame::array)
+        .def_property_readonly("released", &CFrame::isReleased)
+        .def_property_readonly("name", fnGet(&LiveFrame::strName))
+        .def_property_readonly("complete", fnGet(&LiveFrame::bComplete))
+        .def_property_readonly("reason", fnGet(&LiveFrame::strWhy))
+        .def_property_readonly("corrected",
+                               [](const CFrame& rSelf) { return rSelf.get().eWhat == StandIn::eCorrected; })
+        .def_property_readonly("timestamp", [](const CFrame& rSelf) { return rSelf.get().facts.uTimestampNs; })
+        .def_property_readonly("number", [](const CFrame& rSelf) { return rSelf.get().facts.iFrame; })
+        .def_property_readonly("offset_x", [](const CFrame& rSelf) { return rSelf.get().facts.nOffsetX; })
+        .def_property_readonly("offset_y", [](const CFrame& rSelf) { return rSelf.get().facts.nOffsetY; })
+        .def_property_readonly("width",
+                               [](const CFrame& rSelf) { return rSelf.get().layout ? rSelf.get().layout->nWidth : 0; })
+        .def_property_readonly("height",
+                               [](const CFrame& rSelf) { return rSelf.get().layout ? rSelf.get().layout->nHeight : 0; })
+        .def_property_readonly("pixel_format", [](const CFrame& rSelf) {
+            return std::string(rSelf.get().layout ? rSelf.get().layout->pFormat->pName : "");
+        });
+}
+
+}  // namespace
+
+void defineCamera(py::module_& rModule) {
+    defineFrame(rModule);
+    const auto fnRun = [](auto pOperation) {
+        return [pOperation](const std::shared_ptr<CLiveCamera>& rpSelf) {
+            return withoutGil([&] { return ((*rpSelf).*pOperation)(); });
+        };
+    };
+    py::class_<CLiveCamera, std::shared_ptr<CLiveCamera>>(rModule, "Camera")
+        .def(py::init(&open), py::arg("device"), py::arg("timeout"), py::arg("buffers"))
+        .def_property_readonly("device", &CLiveCamera::device)
+        .def_property_readonly("is_open", &CLiveCamera::isOpen)
+        .def_property_readonly("running", &CLiveCamera::isRunning)
+        .def_property_readonly("correcting", &CLiveCamera::isCorrecting)
+        .def_property_readonly("buffers", &CLiveCamera::bufferCount)
+        .def_property_readonly("underruns", fnRun(&CLiveCamera::underruns))
+        .def_property_readonly("cancels", &CLiveCamera::cancels)
+        .def(
+            "start",
+            [](const std::shared_ptr<CLiveCamera>& rpSelf, std::optional<uint64_t> nFrames) {
+                withoutGil([&] { rpSelf->start(nFrames.value_or(~0ULL)); });
+            },
+            py::arg("frames") = py::none())
+        .def("stop", fnRun(&CLiveCamera::stop))
+        .def("fetch", &fetch, py::arg("cancels") = py::none())
+        .def("cancel", fnRun(&CLiveCamera::cancel))
+        .def("close", fnRun(&CLiveCamera::close))
+        .def("record", &record, py::arg("light"), py::arg("frames"), py::arg("file"), py::arg("progress"))
+        .def("correct",
+             [](const std::shared_ptr<CLiveCamera>& rpSelf, const std::string& strDark, const std::string& strLight,
+                unsigned nBoxDark, unsigned nBoxLight, unsigned nMedianDark, unsigned nMedianLight) {
+                 const Toolkit::PairOptions pair{strDark, strLight, nBoxLight, nBoxDark, nMedianLight, nMedianDark};
+                 withoutGil([&] { rpSelf->correct(pair); });
+             })
+        .def("stop_correcting", fnRun(&CLiveCamera::stopCorrecting))
+        .def("get_node", &getNode)
+        .def("set_node", &setNode)
+        .def("has_node", &hasNode);
+    rModule.def("devices", [] {
+        std::vector<std::pair<std::string, std::string>> vecFound;
+        withoutGil([&] {
+            for (const StandIn::DeviceInfo& rInfo : StandIn::enumerateDevices()) {
+                vecFound.emplace_back(rInfo.strId, rInfo.strDescription);
+            }
+        });
+        return vecFound;
+    });
+}
+
+}  // namespace Python
+}  // namespace XAPEL2
