@@ -2,10 +2,13 @@
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // Camera and Frame.
 
+#include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include <pybind11/functional.h>
@@ -23,6 +26,24 @@ namespace Python {
 namespace {
 
 namespace py = pybind11;
+
+/// A camera, and how many threads are inside of its waits.
+struct PyCamera {
+    std::shared_ptr<CLiveCamera> pLive;
+    std::atomic<unsigned> nInside{0};
+};
+
+/// Stands for a thread that waits, until that has the interpreter's lock again: to be built before it is given up.
+class CInside {
+public:
+    explicit CInside(PyCamera& rCamera) : m_rCamera(rCamera) { ++m_rCamera.nInside; }
+    ~CInside() { --m_rCamera.nInside; }
+    CInside(const CInside&) = delete;
+    CInside& operator=(const CInside&) = delete;
+
+private:
+    PyCamera& m_rCamera;
+};
 
 class CFrame {
 public:
@@ -73,17 +94,32 @@ CLiveCamera::Watch watchOf(const CLiveCamera& rCamera, uint64_t nCancels) {
     };
 }
 
-CFrame fetch(const std::shared_ptr<CLiveCamera>& rpCamera, std::optional<uint64_t> nCancels) {
-    const CLiveCamera::Watch fnWatch = watchOf(*rpCamera, nCancels.value_or(rpCamera->cancels()));
+CFrame fetch(PyCamera& rCamera, std::optional<uint64_t> nCancels) {
+    CLiveCamera& rLive = *rCamera.pLive;
+    const CLiveCamera::Watch fnWatch = watchOf(rLive, nCancels.value_or(rLive.cancels()));
+    const CInside inside(rCamera);
     return CFrame(withoutGil([&] {
-        if (nCancels && *nCancels != rpCamera->cancels()) {
+        if (nCancels && *nCancels != rLive.cancels() && rLive.isOpen()) {
             fnWatch();
         }
-        return rpCamera->fetch(fnWatch);
+        return rLive.fetch(fnWatch);
     }));
 }
 
-py::dict record(const std::shared_ptr<CLiveCamera>& rpCamera, bool bLight, uint64_t nFrames, const std::string& strFile,
+// Returns when the threads that it has ended the waits of have the interpreter's lock again: after this, that may end.
+void close(PyCamera& rCamera) {
+    if (rCamera.pLive->isInherited()) {
+        return;
+    }
+    withoutGil([&] {
+        rCamera.pLive->close();
+        for (unsigned i = 0; rCamera.nInside != 0 && i < 5000; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    });
+}
+
+py::dict record(PyCamera& rCamera, bool bLight, uint64_t nFrames, const std::string& strFile,
                 const py::object& rProgress) {
     CLiveCamera::Told fnTold;
     if (!rProgress.is_none()) {
@@ -92,9 +128,11 @@ py::dict record(const std::shared_ptr<CLiveCamera>& rpCamera, bool bLight, uint6
             rProgress(iDone, nAll);
         };
     }
-    const CLiveCamera::Watch fnWatch = watchOf(*rpCamera, rpCamera->cancels());
+    CLiveCamera& rLive = *rCamera.pLive;
+    const CLiveCamera::Watch fnWatch = watchOf(rLive, rLive.cancels());
+    const CInside inside(rCamera);
     const Toolkit::Recording recording =
-        withoutGil([&] { return rpCamera->record(bLight, nFrames, strFile, fnWatch, fnTold); });
+        withoutGil([&] { return rLive.record(bLight, nFrames, strFile, fnWatch, fnTold); });
     py::dict result;
     result["frames"] = recording.nFrames;
     result["left_out"] = recording.nLeftOut;
@@ -106,9 +144,9 @@ py::dict record(const std::shared_ptr<CLiveCamera>& rpCamera, bool bLight, uint6
 }
 
 // The value as text, and whether it is a number.
-std::pair<std::string, bool> getNode(const CLiveCamera& rCamera, const std::string& strName) {
+std::pair<std::string, bool> getNode(const PyCamera& rCamera, const std::string& strName) {
     return withoutGil([&] {
-        const auto pSession = rCamera.session();
+        const auto pSession = rCamera.pLive->session();
         Node& rNode = *pSession->nodes().GetNode(strName.c_str());
         bool bNumber = true;
         try {
@@ -120,9 +158,9 @@ std::pair<std::string, bool> getNode(const CLiveCamera& rCamera, const std::stri
     });
 }
 
-void setNode(const CLiveCamera& rCamera, const std::string& strName, const std::string& strValue) {
+void setNode(const PyCamera& rCamera, const std::string& strName, const std::string& strValue) {
     withoutGil([&] {
-        const auto pSession = rCamera.session();
+        const auto pSession = rCamera.pLive->session();
         Node& rNode = *pSession->nodes().GetNode(strName.c_str());
         try {
             rNode.SetValue(strValue.c_str());
@@ -132,12 +170,14 @@ void setNode(const CLiveCamera& rCamera, const std::string& strName, const std::
     });
 }
 
-bool hasNode(const CLiveCamera& rCamera, const std::string& strName) {
-    return withoutGil([&] { return rCamera.session()->nodes().GetNodePresent(strName.c_str()); });
+bool hasNode(const PyCamera& rCamera, const std::string& strName) {
+    return withoutGil([&] { return rCamera.pLive->session()->nodes().GetNodePresent(strName.c_str()); });
 }
 
-std::shared_ptr<CLiveCamera> open(const std::string& strDevice, double dTimeoutS, std::size_t nBuffers) {
-    return withoutGil([&] { return std::make_shared<CLiveCamera>(strDevice, dTimeoutS, nBuffers); });
+std::unique_ptr<PyCamera> open(const std::string& strDevice, double dTimeoutS, std::size_t nBuffers) {
+    auto pCamera = std::make_unique<PyCamera>();
+    withoutGil([&] { pCamera->pLive = std::make_shared<CLiveCamera>(strDevice, dTimeoutS, nBuffers); });
+    return pCamera;
 }
 
 void defineFrame(py::module_& rModule) {
@@ -170,36 +210,37 @@ void defineFrame(py::module_& rModule) {
 
 void defineCamera(py::module_& rModule) {
     defineFrame(rModule);
-    const auto fnRun = [](auto pOperation) {
-        return [pOperation](const std::shared_ptr<CLiveCamera>& rpSelf) {
-            return withoutGil([&] { return ((*rpSelf).*pOperation)(); });
-        };
+    const auto fnTell = [](auto pProperty) {
+        return [pProperty](const PyCamera& rSelf) { return ((*rSelf.pLive).*pProperty)(); };
     };
-    py::class_<CLiveCamera, std::shared_ptr<CLiveCamera>>(rModule, "Camera")
+    const auto fnRun = [](auto pOperation) {
+        return [pOperation](PyCamera& rSelf) { return withoutGil([&] { return ((*rSelf.pLive).*pOperation)(); }); };
+    };
+    py::class_<PyCamera>(rModule, "Camera")
         .def(py::init(&open), py::arg("device"), py::arg("timeout"), py::arg("buffers"))
-        .def_property_readonly("device", &CLiveCamera::device)
-        .def_property_readonly("is_open", &CLiveCamera::isOpen)
-        .def_property_readonly("running", &CLiveCamera::isRunning)
-        .def_property_readonly("correcting", &CLiveCamera::isCorrecting)
-        .def_property_readonly("buffers", &CLiveCamera::bufferCount)
+        .def_property_readonly("device", fnTell(&CLiveCamera::device))
+        .def_property_readonly("is_open", fnTell(&CLiveCamera::isOpen))
+        .def_property_readonly("running", fnTell(&CLiveCamera::isRunning))
+        .def_property_readonly("correcting", fnTell(&CLiveCamera::isCorrecting))
+        .def_property_readonly("buffers", fnRun(&CLiveCamera::bufferCount))
         .def_property_readonly("underruns", fnRun(&CLiveCamera::underruns))
-        .def_property_readonly("cancels", &CLiveCamera::cancels)
+        .def_property_readonly("cancels", fnTell(&CLiveCamera::cancels))
         .def(
             "start",
-            [](const std::shared_ptr<CLiveCamera>& rpSelf, std::optional<uint64_t> nFrames) {
-                withoutGil([&] { rpSelf->start(nFrames.value_or(~0ULL)); });
+            [](PyCamera& rSelf, std::optional<uint64_t> nFrames) {
+                withoutGil([&] { rSelf.pLive->start(nFrames.value_or(~0ULL)); });
             },
             py::arg("frames") = py::none())
         .def("stop", fnRun(&CLiveCamera::stop))
         .def("fetch", &fetch, py::arg("cancels") = py::none())
         .def("cancel", fnRun(&CLiveCamera::cancel))
-        .def("close", fnRun(&CLiveCamera::close))
+        .def("close", &close)
         .def("record", &record, py::arg("light"), py::arg("frames"), py::arg("file"), py::arg("progress"))
         .def("correct",
-             [](const std::shared_ptr<CLiveCamera>& rpSelf, const std::string& strDark, const std::string& strLight,
-                unsigned nBoxDark, unsigned nBoxLight, unsigned nMedianDark, unsigned nMedianLight) {
+             [](PyCamera& rSelf, const std::string& strDark, const std::string& strLight, unsigned nBoxDark,
+                unsigned nBoxLight, unsigned nMedianDark, unsigned nMedianLight) {
                  const Toolkit::PairOptions pair{strDark, strLight, nBoxLight, nBoxDark, nMedianLight, nMedianDark};
-                 withoutGil([&] { rpSelf->correct(pair); });
+                 withoutGil([&] { rSelf.pLive->correct(pair); });
              })
         .def("stop_correcting", fnRun(&CLiveCamera::stopCorrecting))
         .def("get_node", &getNode)

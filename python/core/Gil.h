@@ -6,6 +6,8 @@
 
 #include <pybind11/pybind11.h>
 
+#include <unistd.h>
+
 namespace XAPEL2 {
 namespace Python {
 
@@ -14,11 +16,24 @@ namespace Python {
 class CGilRelease {
 public:
     CGilRelease() : m_pThread(PyEval_SaveThread()) {}
-    ~CGilRelease() noexcept(false) { PyEval_RestoreThread(m_pThread); }
+    ~CGilRelease() noexcept(false) {
+        while (isEnding()) {
+            pause();
+        }
+        PyEval_RestoreThread(m_pThread);
+    }
     CGilRelease(const CGilRelease&) = delete;
     CGilRelease& operator=(const CGilRelease&) = delete;
 
 private:
+    static bool isEnding() {
+#if PY_VERSION_HEX >= 0x030D0000
+        return Py_IsFinalizing() != 0;
+#else
+        return _Py_IsFinalizing() != 0;
+#endif
+    }
+
     PyThreadState* m_pThread;
 };
 

@@ -66,6 +66,31 @@ LiveFrame describe(CSession& rSession, StandIn::BufferHandle hBuffer) {
 
 }  // namespace
 
+/// The one who uses the stream. From inside its use, as by who is told of a recording's progress, there is no other.
+class CLiveCamera::CStreamUse {
+public:
+    explicit CStreamUse(CLiveCamera& rCamera) : m_rCamera(rCamera) {
+        requireOther(rCamera);
+        m_rCamera.m_mtxStream.lock();
+        m_rCamera.m_streamUser = std::this_thread::get_id();
+    }
+    ~CStreamUse() {
+        m_rCamera.m_streamUser = std::thread::id();
+        m_rCamera.m_mtxStream.unlock();
+    }
+    CStreamUse(const CStreamUse&) = delete;
+    CStreamUse& operator=(const CStreamUse&) = delete;
+
+    static void requireOther(const CLiveCamera& rCamera) {
+        if (rCamera.m_streamUser.load() == std::this_thread::get_id()) {
+            throw CGenTlError(GC_ERR_RESOURCE_IN_USE, rCamera.m_strDevice + ": the camera is recording");
+        }
+    }
+
+private:
+    CLiveCamera& m_rCamera;
+};
+
 CLease::CLease(const std::shared_ptr<CLiveCamera>& rpCamera, StandIn::BufferHandle hBuffer,
                std::shared_ptr<const void> pMemory)
     : m_pCamera(rpCamera), m_hBuffer(hBuffer), m_pMemory(std::move(pMemory)) {}
@@ -115,7 +140,7 @@ std::shared_ptr<CSession> CLiveCamera::session() const {
 
 void CLiveCamera::start(uint64_t nFrames) {
     const auto pSession = session();
-    const std::lock_guard<std::mutex> lock(m_mtxStream);
+    const CStreamUse use(*this);
     if (m_bRunning) {
         throw CGenTlError(GC_ERR_RESOURCE_IN_USE, m_strDevice + ": the camera runs already");
     }
@@ -131,7 +156,7 @@ void CLiveCamera::start(uint64_t nFrames) {
 
 void CLiveCamera::stop() {
     const auto pSession = session();
-    const std::lock_guard<std::mutex> lock(m_mtxStream);
+    const CStreamUse use(*this);
     pSession->stop();
     m_bRunning = false;
 }
@@ -149,7 +174,7 @@ void CLiveCamera::requireBuffers(CSession& rSession) const {
 
 LiveFrame CLiveCamera::fetch(const Watch& fnWatch) {
     const auto pSession = session();
-    const std::lock_guard<std::mutex> lock(m_mtxStream);
+    const CStreamUse use(*this);
     if (!m_bRunning) {
         throw CGenTlError(GC_ERR_NO_DATA, m_strDevice + ": the camera does not run; start() it");
     }
@@ -192,6 +217,7 @@ void CLiveCamera::close() {
     if (isInherited()) {
         return;
     }
+    CStreamUse::requireOther(*this);
     std::shared_ptr<CSession> pSession;
     {
         const std::lock_guard<std::mutex> lock(m_mtxSession);
@@ -203,7 +229,7 @@ void CLiveCamera::close() {
     }
     ++m_nCancels;
     StandIn::cancelGetFilledBuffer(pSession->stream());
-    const std::lock_guard<std::mutex> lock(m_mtxStream);
+    const CStreamUse use(*this);
     const std::lock_guard<std::mutex> shadingLock(m_mtxShading);
     m_bRunning = false;
     m_bCorrecting = false;
@@ -211,6 +237,7 @@ void CLiveCamera::close() {
 }
 
 void CLiveCamera::correct(const Toolkit::PairOptions& rPair) {
+    CStreamUse::requireOther(*this);
     const auto pSession = session();
     const std::lock_guard<std::mutex> lock(m_mtxShading);
     m_bCorrecting = false;
@@ -221,6 +248,7 @@ void CLiveCamera::correct(const Toolkit::PairOptions& rPair) {
 }
 
 void CLiveCamera::stopCorrecting() {
+    CStreamUse::requireOther(*this);
     const auto pSession = session();
     const std::lock_guard<std::mutex> lock(m_mtxShading);
     pSession->attempt("switching correction off", [&] { pSession->shading().SetEnable(false); });
@@ -239,7 +267,7 @@ void CLiveCamera::restoreCorrection(CSession& rSession) {
 Toolkit::Recording CLiveCamera::record(bool bLight, uint64_t nFrames, const std::string& strFile, const Watch& fnWatch,
                                        const Told& fnTold) {
     const auto pSession = session();
-    const std::lock_guard<std::mutex> lock(m_mtxStream);
+    const CStreamUse use(*this);
     if (m_bRunning) {
         throw CGenTlError(GC_ERR_RESOURCE_IN_USE, m_strDevice + ": the camera runs; stop() it to record");
     }

@@ -11,6 +11,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 
 #include <sys/types.h>
 
@@ -65,6 +66,7 @@ public:
 
     const std::string& device() const { return m_strDevice; }
     bool isOpen() const;
+    bool isInherited() const;  ///< True in a process that fork() has made of the one that opened it.
     bool isRunning() const { return m_bRunning; }
     std::size_t bufferCount() { return session()->bufferCount(); }
     uint64_t underruns() { return session()->underruns(); }
@@ -91,8 +93,8 @@ public:
 
 private:
     friend class CLease;
+    class CStreamUse;
     void giveBack(StandIn::BufferHandle hBuffer);
-    bool isInherited() const;
     void requireBuffers(Toolkit::CSession& rSession) const;
     void restoreCorrection(Toolkit::CSession& rSession);
 
@@ -101,8 +103,9 @@ private:
     std::atomic<uint64_t> m_nCancels{0};
     std::atomic<bool> m_bRunning{false}, m_bCorrecting{false};
 
-    std::mutex m_mtxStream;   // one user of the stream at a time; taken before all others
-    std::mutex m_mtxShading;  // guards m_pair
+    std::atomic<std::thread::id> m_streamUser{};  // who has m_mtxStream
+    std::mutex m_mtxStream;                       // one user of the stream at a time; taken before all others
+    std::mutex m_mtxShading;                      // guards m_pair
     Toolkit::PairOptions m_pair;
 
     mutable std::mutex m_mtxSession;  // guards m_pSession; held for a copy

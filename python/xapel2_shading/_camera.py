@@ -108,7 +108,9 @@ class Camera:
             raise AttributeError(f"{name!r} of a camera cannot be set")
         if not self._core.has_node(name):
             raise AttributeError(f"{self.device} has no setting {name!r}")
-        self._core.set_node(name, str(int(value)) if isinstance(value, bool) else str(value))
+        # What takes whole numbers only takes 2500.0, too; True is 1.
+        is_whole = isinstance(value, bool) or (isinstance(value, float) and value.is_integer())
+        self._core.set_node(name, str(int(value)) if is_whole else str(value))
 
     def __dir__(self) -> list[str]:
         have = [name for name in SETTINGS if self.is_open and self._core.has_node(name)]
