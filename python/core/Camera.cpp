@@ -180,10 +180,49 @@ std::unique_ptr<PyCamera> open(const std::string& strDevice, double dTimeoutS, s
     return pCamera;
 }
 
+constexpr const char* FRAME_DOC = R"(A frame that a camera has delivered, in the buffer that it was announced.
+
+The buffer is the camera's again when the frame and every array of it are gone, or after release(). As many frames can
+be held at once as the camera has buffers. What is held stays as it is when the camera is stopped or closed.
+
+Attributes
+----------
+array : ndarray
+    View of the image, writable: uint8, or uint16 for unpacked formats above 8 bits; of shape (height, width),
+    (height, width, 3) for RGB8 and BGR8, or (bytes,) for packed formats. RuntimeError after release(), OSError where
+    the frame has no image.
+number : int
+    Of the frame since the start.
+timestamp : int
+    ns, of the camera's clock.
+name : str
+    Of the file that is replayed, or what else the camera calls it.
+width, height, offset_x, offset_y : int
+    Pixels; 0 where there is no image.
+pixel_format : str
+    PFNC name; empty where there is no image.
+complete : bool
+    False where the camera could not deliver all of it.
+corrected : bool
+    True where its pixels are corrected.
+reason : str
+    Why they are not; empty where they are.
+released : bool
+    True after release().
+)";
+
+constexpr const char* RELEASE_DOC = R"(Give the buffer back. The end of a with block does the same.
+
+Raises
+------
+BufferError
+    Arrays of the frame are still in use.
+)";
+
 void defineFrame(py::module_& rModule) {
     const auto fnGet = [](auto pMember) { return [pMember](const CFrame& rSelf) { return rSelf.get().*pMember; }; };
-    py::class_<CFrame>(rModule, "Frame")
-        .def("release", &CFrame::release)
+    py::class_<CFrame>(rModule, "Frame", FRAME_DOC)
+        .def("release", &CFrame::release, RELEASE_DOC)
         .def("__enter__", [](const py::object& rSelf) { return rSelf; })
         .def("__exit__", [](CFrame& rSelf, const py::args&) { rSelf.release(); })
         .def_property_readonly("array", &CFrame::array)

@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include <pybind11/stl.h>
@@ -27,6 +28,10 @@ namespace py = pybind11;
 bool overlap(const uint8_t* pFirst, const uint8_t* pSecond, std::size_t nBytes) {
     return pFirst < pSecond + nBytes && pSecond < pFirst + nBytes;
 }
+
+// Handing the interpreter's lock from thread to thread takes longer than images of so many bytes do. With the lock
+// kept, no other thread is inside the same corrector, whose images have one size.
+constexpr std::size_t KEEP_LOCK_BYTES = 32768;
 
 class CCorrector {
 public:
@@ -63,7 +68,10 @@ void CCorrector::require(const py::object& rObject, bool bWritable) {
 }
 
 void CCorrector::correct(const void* pFrame, void* pOut) {
-    const CGilRelease released;
+    std::optional<CGilRelease> released;
+    if (layout().bytes() > KEEP_LOCK_BYTES) {
+        released.emplace();
+    }
     const std::lock_guard<std::mutex> lock(m_mtx);
     if (pFrame != pOut) {
         std::memcpy(pOut, pFrame, layout().bytes());
@@ -106,6 +114,28 @@ std::unique_ptr<CCorrector> make(const std::string& strDark, const std::string& 
     return withoutGil([&] { return std::make_unique<CCorrector>(pair, layout); });
 }
 
+constexpr const char* CALL_DOC = R"(Correct a frame.
+
+Parameters
+----------
+frame : ndarray
+    Of the corrector's dtype and shape, C-contiguous; writable where there is no out.
+out : ndarray, optional
+    The same, writable, sharing no memory with the frame. The frame is as it was then.
+
+Returns
+-------
+ndarray
+    The frame, or out.
+
+Raises
+------
+ValueError
+    An array is not what was expected; the message tells both. Nothing has changed.
+TypeError
+    It is no array.
+)";
+
 }  // namespace
 
 void defineCorrector(py::module_& rModule) {
@@ -119,7 +149,7 @@ void defineCorrector(py::module_& rModule) {
         .def(py::init(&make), py::arg("dark"), py::arg("light"), py::arg("pixel_format"), py::arg("width"),
              py::arg("height"), py::arg("box_dark"), py::arg("box_light"), py::arg("median_dark"),
              py::arg("median_light"))
-        .def("__call__", &CCorrector::call, py::arg("frame"), py::kw_only(), py::arg("out") = py::none())
+        .def("__call__", &CCorrector::call, py::arg("frame"), py::kw_only(), py::arg("out") = py::none(), CALL_DOC)
         .def_property_readonly("description", &CCorrector::description)
         .def_property_readonly("corrected", &CCorrector::corrected)
         .def_property_readonly("untouched", &CCorrector::untouched)

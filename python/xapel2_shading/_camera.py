@@ -11,7 +11,7 @@ import tempfile
 import weakref
 from typing import Any, Callable, Iterator, Optional, Union
 
-from . import _core
+from . import _core as core
 from ._core import Frame
 from ._reference import PathLike, Reference, as_files, read_reference
 
@@ -68,11 +68,13 @@ class Camera:
     """
 
     __slots__ = ("_core", "_files", "__weakref__")
+    _core: core.Camera
+    _files: contextlib.ExitStack
 
     def __init__(self, device: str, *, timeout: float = 10.0, buffers: int = 0, **settings: Any) -> None:
         if not timeout > 0:
             raise ValueError(f"expected a timeout above 0 s, got {timeout}")
-        object.__setattr__(self, "_core", _core.Camera(device, timeout, buffers))
+        object.__setattr__(self, "_core", core.Camera(device, timeout, buffers))
         # Files of the references that correct: a recording in between loads them again.
         object.__setattr__(self, "_files", contextlib.ExitStack())
         _open_cameras.add(self)
@@ -306,7 +308,7 @@ def devices() -> list[tuple[str, str]]:
     >>> devices()[0]
     ('sim', 'Simulated camera')
     """
-    return _core.devices()
+    return core.devices()
 
 
 def record(

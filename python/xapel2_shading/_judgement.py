@@ -6,8 +6,7 @@ from __future__ import annotations
 
 import html
 import json
-from collections.abc import Mapping
-from typing import Any, Iterator, Union
+from typing import Any, Iterator, Mapping, Union
 
 from . import _core
 from ._reference import PathLike, Reference, as_files
@@ -15,7 +14,7 @@ from ._reference import PathLike, Reference, as_files
 _COLOURS = {"good": "#1a7f37", "warning": "#9a6700", "refused": "#b42318"}
 
 
-class Judgement(Mapping):
+class Judgement(Mapping[str, Any]):
     """What there is to say about a pair of references: a mapping, the object that ``check --json --list`` prints.
 
     ``print()`` shows figures and findings for people, a notebook shows them by itself.
@@ -59,7 +58,7 @@ class Judgement(Mapping):
     @property
     def verdict(self) -> str:
         """``"good"``, ``"warning"`` or ``"refused"``."""
-        return self["verdict"]
+        return str(self["verdict"])
 
     @property
     def findings(self) -> list[dict[str, Any]]:
