@@ -10,7 +10,9 @@
 #include <stdexcept>
 #include <thread>
 
+#include "standin/pixels/LargeMemory.h"
 #include "toolkit/sessions/Interrupt.h"
+#include "toolkit/text/Errors.h"
 #include "toolkit/text/Texts.h"
 
 namespace XAPEL2 {
@@ -25,6 +27,7 @@ constexpr std::size_t BUFFERS_LEAST = 4, BUFFERS_MOST = 64, BUFFER_BYTES = 256U 
 // Incomplete frames in a row from a camera that goes on sending, after which more are not worth waiting for.
 constexpr unsigned INCOMPLETE_MAX = 50;
 constexpr std::chrono::microseconds POLL_SHORTEST{50}, POLL_LONGEST{1000};
+constexpr double WATCH_MS = 50.0;
 
 double secondsSince(Clock::time_point tBegin) {
     return std::chrono::duration<double>(Clock::now() - tBegin).count();
@@ -50,25 +53,48 @@ CSession::CSession(const std::string& strDevice, double dTimeoutS)
     : CSession(
           strDevice, [&] { return StandIn::openDevice(strDevice); }, dTimeoutS) {}
 
-CSession::CSession(const std::string& strName, const Opener& fnOpen, double dTimeoutS)
-    : m_strDevice(strName), m_dTimeoutS(dTimeoutS), m_dDeadlineS(dTimeoutS) {
+CSession::CSession(const std::string& strName, const Opener& fnOpen, double dTimeoutS, std::size_t nBuffers)
+    : m_strDevice(strName), m_dTimeoutS(dTimeoutS), m_dDeadlineS(dTimeoutS), m_nBuffersWanted(nBuffers) {
     m_pDevice = fnOpen();
     m_pStream = StandIn::firstDataStream(m_pDevice);
     try {
         check(StandIn::openDataStream(m_pDevice, m_pStream), "opening the data stream");
-        const std::size_t nPayload = StandIn::payloadSize(m_pStream);
-        const std::size_t nFit = hasScenes() || nPayload == 0 ? 0 : BUFFER_BYTES / nPayload;
-        for (std::size_t i = std::clamp(nFit, BUFFERS_LEAST, BUFFERS_MOST); i > 0; --i) {
-            StandIn::BufferHandle hBuffer = nullptr;
-            check(StandIn::allocAndAnnounceBuffer(m_pStream, nPayload, &hBuffer), "announcing a buffer");
-            m_vecAhBuffers.push_back(hBuffer);
-        }
+        announceBuffers();
         m_pShading = std::make_unique<Ext::Sc::Shading>(m_pDevice);
         m_pCanceller = std::make_unique<CFetchCanceller>(m_pStream);
     } catch (...) {
         m_pShading.reset();
         StandIn::closeDevice(m_pDevice);
         throw;
+    }
+}
+
+// Their memory is the session's, which can hand it on.
+void CSession::announceBuffers() {
+    const std::size_t nPayload = StandIn::payloadSize(m_pStream);
+    const std::size_t nFit = hasScenes() || nPayload == 0 ? 0 : BUFFER_BYTES / nPayload;
+    const std::size_t nBuffers =
+        m_nBuffersWanted != 0 ? m_nBuffersWanted : std::clamp(nFit, BUFFERS_LEAST, BUFFERS_MOST);
+    m_vecAhBuffers.reserve(nBuffers);
+    while (m_vecAhBuffers.size() < nBuffers) {
+        const std::shared_ptr<uint8_t> pMemory(StandIn::allocateLarge(std::max<std::size_t>(nPayload, 1)).release(),
+                                               StandIn::FreeMemory());
+        StandIn::BufferHandle hBuffer = nullptr;
+        check(StandIn::announceBuffer(m_pStream, pMemory.get(), nPayload, &hBuffer), "announcing a buffer");
+        m_vecAhBuffers.push_back(hBuffer);
+        m_mapMemory[hBuffer] = pMemory;
+    }
+    m_nPayload = nPayload;
+}
+
+// What is held is revoked, too; its memory stays with the holder.
+void CSession::revokeBuffers() {
+    while (!m_vecAhBuffers.empty()) {
+        const StandIn::BufferHandle hBuffer = m_vecAhBuffers.back();
+        check(StandIn::revokeBuffer(m_pStream, hBuffer), "taking a buffer back");
+        m_vecAhBuffers.pop_back();
+        m_mapMemory.erase(hBuffer);
+        m_setHeld.erase(hBuffer);
     }
 }
 
@@ -86,8 +112,8 @@ void CSession::check(int iResult, const char* pStep) {
     }
     const StandIn::LastError error = StandIn::lastError();
     const std::string strWhy = error.iCode == iResult ? error.strText : "";
-    throw std::runtime_error(m_strDevice + ": " + pStep + " failed with GenTL code " + std::to_string(iResult) +
-                             (strWhy.empty() ? "" : ", " + strWhy));
+    throw CGenTlError(iResult, m_strDevice + ": " + pStep + " failed with GenTL code " + std::to_string(iResult) +
+                                   (strWhy.empty() ? "" : ", " + strWhy));
 }
 
 void CSession::attempt(const std::string& strStep, const std::function<void()>& fnOperation) {
@@ -95,8 +121,10 @@ void CSession::attempt(const std::string& strStep, const std::function<void()>& 
     try {
         fnOperation();
     } catch (const Exceptions::IException& rError) {
-        const std::string strWhy = StandIn::lastError().strText;
-        throw std::runtime_error(strStep + ": " + (strWhy.empty() ? rError.GetErrorDescription().get() : strWhy));
+        const StandIn::LastError error = StandIn::lastError();
+        throw CGenTlError(
+            error.iCode != 0 ? error.iCode : gentlCode(rError),
+            strStep + ": " + (error.strText.empty() ? rError.GetErrorDescription().get() : error.strText));
     }
 }
 
@@ -140,15 +168,25 @@ uint64_t CSession::frameCount() const {
 
 void CSession::start(uint64_t nFrames) {
     m_dDeadlineS = m_dTimeoutS + exposureS();
+    const std::lock_guard<std::mutex> lock(m_mtxHeld);
+    if (StandIn::payloadSize(m_pStream) != m_nPayload) {
+        revokeBuffers();
+        announceBuffers();
+    }
     for (StandIn::BufferHandle hBuffer : m_vecAhBuffers) {
-        check(StandIn::queueBuffer(m_pStream, hBuffer), "queueing a buffer");
+        if (m_setHeld.count(hBuffer) == 0) {
+            check(StandIn::queueBuffer(m_pStream, hBuffer), "queueing a buffer");
+        }
     }
     StandIn::clearLastError();
     check(StandIn::startAcquisition(m_pStream, nFrames), "starting the camera");
+    m_bRunning = true;
 }
 
 void CSession::stop() {
     check(StandIn::stopAcquisition(m_pStream), "stopping the camera");
+    const std::lock_guard<std::mutex> lock(m_mtxHeld);
+    m_bRunning = false;
     check(StandIn::flushBuffers(m_pStream), "taking the buffers back");
 }
 
@@ -190,6 +228,9 @@ void CSession::waitForFrame() {
             return;
         }
         Interrupt::check();
+        if (m_fnWatch) {
+            m_fnWatch();
+        }
         if (secondsSince(tBegin) > m_dDeadlineS) {
             failWaiting();
         }
@@ -203,7 +244,8 @@ StandIn::BufferHandle CSession::fetch() {
     for (;;) {
         Interrupt::check();
         const double dLeftMs = std::max(0.0, (m_dDeadlineS - secondsSince(tBegin)) * 1e3);
-        const auto iLeftMs = static_cast<unsigned long long>(dLeftMs) + 1;
+        const bool bLast = !m_fnWatch || dLeftMs < WATCH_MS;
+        const auto iLeftMs = static_cast<unsigned long long>(bLast ? dLeftMs : WATCH_MS) + 1;
         StandIn::BufferHandle hBuffer = nullptr;
         StandIn::clearLastError();
         const Clock::time_point tCall = Clock::now();
@@ -211,18 +253,36 @@ StandIn::BufferHandle CSession::fetch() {
         m_dLastFetchMs = secondsSince(tCall) * 1e3;
         // A fetch that waits while correction is switched is cancelled and loses no frame; so is one that an interrupt
         // ends.
-        if (iResult == GC_ERR_TIMEOUT || (iResult == GC_ERR_ABORT && dLeftMs <= 0.0)) {
+        if ((iResult == GC_ERR_TIMEOUT && bLast) || (iResult == GC_ERR_ABORT && dLeftMs <= 0.0)) {
             Interrupt::check();
             failWaiting();
         }
-        if (iResult != GC_ERR_ABORT) {
+        if (iResult != GC_ERR_ABORT && iResult != GC_ERR_TIMEOUT) {
             check(iResult, "fetching a frame");
             return hBuffer;
+        }
+        if (m_fnWatch) {
+            m_fnWatch();
         }
     }
 }
 
+void CSession::hold(StandIn::BufferHandle hBuffer) {
+    const std::lock_guard<std::mutex> lock(m_mtxHeld);
+    m_setHeld.insert(hBuffer);
+}
+
+std::size_t CSession::heldCount() {
+    const std::lock_guard<std::mutex> lock(m_mtxHeld);
+    return m_setHeld.size();
+}
+
 void CSession::giveBack(StandIn::BufferHandle hBuffer) {
+    const std::lock_guard<std::mutex> lock(m_mtxHeld);
+    m_setHeld.erase(hBuffer);
+    if (!m_bRunning || m_mapMemory.count(hBuffer) == 0) {
+        return;
+    }
     check(StandIn::queueBuffer(m_pStream, hBuffer), "queueing a buffer");
 }
 
@@ -238,8 +298,12 @@ T CSession::bufferInfo(StandIn::BufferHandle hBuffer, int iInfoCmd) const {
     return value;
 }
 
+bool CSession::hasImage(StandIn::BufferHandle hBuffer) const {
+    return bufferInfo<bool>(hBuffer, BUFFER_INFO_IMAGEPRESENT);
+}
+
 bool CSession::isComplete(StandIn::BufferHandle hBuffer) const {
-    return !bufferInfo<bool>(hBuffer, BUFFER_INFO_IS_INCOMPLETE) && bufferInfo<bool>(hBuffer, BUFFER_INFO_IMAGEPRESENT);
+    return !bufferInfo<bool>(hBuffer, BUFFER_INFO_IS_INCOMPLETE) && hasImage(hBuffer);
 }
 
 StandIn::ImageLayout CSession::layoutOf(StandIn::BufferHandle hBuffer) const {
@@ -250,6 +314,16 @@ StandIn::ImageLayout CSession::layoutOf(StandIn::BufferHandle hBuffer) const {
 void* CSession::imageOf(StandIn::BufferHandle hBuffer) const {
     auto* pBase = static_cast<unsigned char*>(bufferInfo<void*>(hBuffer, BUFFER_INFO_BASE));
     return pBase + bufferInfo<std::size_t>(hBuffer, BUFFER_INFO_IMAGEOFFSET);
+}
+
+FrameFacts CSession::factsOf(StandIn::BufferHandle hBuffer) const {
+    FrameFacts facts{bufferInfo<uint64_t>(hBuffer, BUFFER_INFO_TIMESTAMP),
+                     bufferInfo<uint64_t>(hBuffer, BUFFER_INFO_FRAMEID)};
+    if (hasImage(hBuffer)) {
+        facts.nOffsetX = bufferInfo<std::size_t>(hBuffer, BUFFER_INFO_XOFFSET);
+        facts.nOffsetY = bufferInfo<std::size_t>(hBuffer, BUFFER_INFO_YOFFSET);
+    }
+    return facts;
 }
 
 std::string CSession::bufferText(StandIn::BufferHandle hBuffer, int iInfoCmd) const {

@@ -6,7 +6,10 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
+#include <mutex>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -34,6 +37,13 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// What a camera says of a frame beside its image.
+struct FrameFacts {
+    uint64_t uTimestampNs = 0;            ///< of the camera's clock
+    uint64_t iFrame = 0;                  ///< number since the start
+    uint64_t nOffsetX = 0, nOffsetY = 0;  ///< of the region of interest, pixels; 0 where there is no image
+};
+
 /// An opened camera with announced buffers and a shading object. Everything is given back by the destructor.
 /// What fails is a std::runtime_error that names the step, says why, and what to do; node accesses let host exceptions
 /// through. Where interrupts are handled (Interrupt::install), every wait ends with a CInterruptedError.
@@ -46,8 +56,9 @@ public:
     /// @param[in] strDevice  device identifier as the host takes it ("sim", "replay:DIR").
     /// @param[in] fTimeoutS  longest wait for a frame beyond its exposure time, seconds.
     explicit CSession(const std::string& strDevice, double dTimeoutS = 10.0);
-    /// @param[in] strName  names the device in messages.
-    CSession(const std::string& strName, const Opener& fnOpen, double dTimeoutS = 10.0);
+    /// @param[in] strName   names the device in messages.
+    /// @param[in] nBuffers  buffers to announce; 0: as many as suit the camera.
+    CSession(const std::string& strName, const Opener& fnOpen, double dTimeoutS = 10.0, std::size_t nBuffers = 0);
     ~CSession();
     CSession(const CSession&) = delete;
     CSession& operator=(const CSession&) = delete;
@@ -76,10 +87,13 @@ public:
     /// Frames of the selected scene; 0 when the camera delivers them without end.
     uint64_t frameCount() const;
 
-    /// Starts the camera, which delivers this many frames.
+    /// Starts the camera, which delivers this many frames. Where its frames have another size than at the last start,
+    /// the buffers are announced anew.
     void start(uint64_t nFrames = ~0ULL);
     /// Stops it and takes all buffers back.
     void stop();
+    /// Has every wait for a frame ask, each 50 ms at most, whether it is to go on: what fnWatch throws ends the fetch.
+    void watchWaits(std::function<void()> fnWatch) { m_fnWatch = std::move(fnWatch); }
     /// True when a frame is there already.
     bool frameWaits();
     /// Frames since the last start that were lost because no buffer was free.
@@ -91,12 +105,21 @@ public:
     StandIn::BufferHandle fetch();
     /// Time that the host took for the last fetch(), ms.
     double lastFetchMs() const { return m_dLastFetchMs; }
-    /// Hands the buffer to the camera to be filled again.
+    /// Hands the buffer to the camera to be filled again, at the next start where it is stopped. @threads any.
     void giveBack(StandIn::BufferHandle hBuffer);
+    /// Keeps a fetched buffer as it is over stops and starts, until it is given back. @threads any.
+    void hold(StandIn::BufferHandle hBuffer);
+    std::size_t heldCount();  ///< Buffers that are held. @threads any.
+    std::size_t bufferCount() const { return m_vecAhBuffers.size(); }
+    /// The memory that the buffer lies in. Whoever holds it may read there even when the session is gone.
+    std::shared_ptr<const void> memoryOf(StandIn::BufferHandle hBuffer) const { return m_mapMemory.at(hBuffer); }
 
+    /// False for a frame without an image; an incomplete one may have one.
+    bool hasImage(StandIn::BufferHandle hBuffer) const;
     /// False for a frame that came incomplete or without an image.
     bool isComplete(StandIn::BufferHandle hBuffer) const;
     StandIn::ImageLayout layoutOf(StandIn::BufferHandle hBuffer) const;
+    FrameFacts factsOf(StandIn::BufferHandle hBuffer) const;
     /// The image of a complete frame, layoutOf().bytes() long; borrowed until the buffer is given back.
     void* imageOf(StandIn::BufferHandle hBuffer) const;
     /// What image processors made of the frame.
@@ -113,6 +136,8 @@ public:
 
 private:
     Node& node(const char* pName) const;
+    void announceBuffers();
+    void revokeBuffers();
     void check(int iResult, const char* pStep);
     [[noreturn]] void failWaiting() const;
     double exposureS() const;
@@ -122,14 +147,22 @@ private:
     std::string bufferText(StandIn::BufferHandle hBuffer, int iInfoCmd) const;
     template <typename T>
     T bufferInfo(StandIn::BufferHandle hBuffer, int iInfoCmd) const;
-
     std::string m_strDevice;
     double m_dTimeoutS;
     double m_dDeadlineS;  // since the last start
     double m_dLastFetchMs = 0.0;
     Device* m_pDevice = nullptr;      // the host's, until the destructor closes it
     DataStream* m_pStream = nullptr;  // the device's
+    std::size_t m_nBuffersWanted;
+    std::size_t m_nPayload = 0;  // that the buffers were announced for
+    std::function<void()> m_fnWatch;
+    std::map<StandIn::BufferHandle, std::shared_ptr<const void>> m_mapMemory;
     std::vector<StandIn::BufferHandle> m_vecAhBuffers;
+
+    std::mutex m_mtxHeld;  // guards the members below, and that a buffer is queued once
+    bool m_bRunning = false;
+    std::set<StandIn::BufferHandle> m_setHeld;
+
     std::unique_ptr<Ext::Sc::Shading> m_pShading;
     std::unique_ptr<CFetchCanceller> m_pCanceller;
 };

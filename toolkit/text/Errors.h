@@ -4,10 +4,27 @@
 
 #pragma once
 
+#include <cstdint>
 #include <stdexcept>
+#include <string>
+
+#include "xapel2/XapelExceptions.h"
 
 namespace XAPEL2 {
 namespace Toolkit {
+
+/// An operation of the host or of its image processor failed; the text says which and why.
+class CGenTlError : public std::runtime_error {
+public:
+    CGenTlError(int32_t iCode, const std::string& strText) : std::runtime_error(strText), m_iCode(iCode) {}
+    int32_t code() const { return m_iCode; }  ///< a GenTL code, below 0
+
+private:
+    int32_t m_iCode;
+};
+
+/// The GenTL code that stands for this kind of host exception.
+int32_t gentlCode(const Exceptions::IException& rError);
 
 /// What was asked for does not go together; the text says why.
 class CUsageError : public std::runtime_error {

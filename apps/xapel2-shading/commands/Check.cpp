@@ -4,78 +4,27 @@
 
 #include "commands/Check.h"
 
-#include <limits>
 #include <ostream>
 
 #include "terminal/Exit.h"
 #include "terminal/Output.h"
 #include "terminal/Toolkit.h"
 #include "terminal/Warnings.h"
-#include "toolkit/judgement/JudgedPair.h"
-#include "toolkit/judgement/Judgement.h"
-#include "toolkit/judgement/SelfTest.h"
-#include "toolkit/text/Texts.h"
+#include "toolkit/judgement/PairCheck.h"
 
 namespace XAPEL2 {
 namespace App {
 
-namespace {
-
-bool isPair(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight) {
-    return rDark.eKind == StandIn::eReferenceDark && rLight.eKind == StandIn::eReferenceLight &&
-           rDark.layout.hasSamplesLike(rLight.layout);
-}
-
-void listDefects(std::ostream& rOut, const ReferenceFigures& rFigures) {
-    const std::vector<std::string> vecNames = colourClassNames(*rFigures.layout.pFormat);
-    for (const Defect& rDefect : rFigures.vecDefects) {
-        rOut << "  " << name(rDefect.eKind) << " pixel at x " << rDefect.nX << ", y " << rDefect.nY;
-        if (vecNames.size() > 1) {
-            rOut << " (" << vecNames[rDefect.iClass] << ')';
-        }
-        rOut << ": " << fixed(rDefect.dValue, 1) << " DN, neighbours " << fixed(rDefect.dNeighbours, 1) << " DN\n";
-    }
-}
-
-void tell(COutput& rOutput, const char* pMember, const std::string& strFile, const ReferenceJudgement& rJudgement,
-          bool bList) {
-    const ReferenceFigures& rFigures = rJudgement.figures;
-    rOutput.text() << (rFigures.eKind == StandIn::eReferenceDark ? "Dark" : "Light") << " reference " << shown(strFile)
-                   << ": " << verdict(rJudgement.vecFindings) << '\n'
-                   << describe(rJudgement);
-    rOutput.json()[pMember] = toJson(rJudgement);
-    rOutput.json()[pMember]["file"] = strFile;
-    if (bList) {
-        listDefects(rOutput.text(), rFigures);
-        rOutput.json()[pMember]["defects"] = toJson(rFigures.vecDefects, *rFigures.layout.pFormat);
-    }
-    rOutput.text() << '\n';
-}
-
-}  // namespace
-
 int runCheck(const CheckOptions& rOptions) {
     COutput output("check", rOptions.bJson);
-    const StandIn::ReferenceImage dark = readReference(rOptions.strDark), light = readReference(rOptions.strLight);
-    const bool bPair = isPair(dark, light);
-    const ReferenceJudgement darkJudgement = judgeReference(dark);
-    const ReferenceJudgement lightJudgement = judgeReference(light, bPair ? &dark : nullptr);
-    const double dSelfTest =
-        bPair ? selfTest(rOptions.strDark, rOptions.strLight, dark, light) : std::numeric_limits<double>::quiet_NaN();
-    const PairJudgement pair = judgePair(dark, light, dSelfTest);
-
-    tell(output, "dark", rOptions.strDark, darkJudgement, rOptions.bList);
-    tell(output, "light", rOptions.strLight, lightJudgement, rOptions.bList);
-    output.text() << "Pair: " << verdict(pair.vecFindings) << '\n' << describe(pair);
-    output.json()["pair"] = toJson(pair);
-
-    Findings vecAll = namedFindings(darkJudgement);
-    const Findings vecLight = namedFindings(lightJudgement);
-    vecAll.insert(vecAll.end(), vecLight.begin(), vecLight.end());
-    vecAll.insert(vecAll.end(), pair.vecFindings.begin(), pair.vecFindings.end());
+    PairCheck check = checkPair(rOptions.strDark, rOptions.strLight);
+    output.json().update(toJson(check, rOptions.bList));
+    check.strDark = shown(check.strDark);
+    check.strLight = shown(check.strLight);
+    const Findings vecAll = check.findings();
     const bool bRefused = refused(vecAll, rOptions.bForce);
-    output.text() << "\nVerdict: " << verdict(vecAll) << (refused(vecAll) && !bRefused ? ", overridden" : "") << '\n';
-    output.json()["verdict"] = verdict(vecAll);
+    output.text() << Toolkit::describe(check, rOptions.bList) << "\nVerdict: " << verdict(vecAll)
+                  << (refused(vecAll) && !bRefused ? ", overridden" : "") << '\n';
     if (bRefused) {
         warnAbout(vecAll, eRefusal);
     }
