@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "toolkit/judgement/CorrectedNoise.h"
 #include "toolkit/judgement/JudgementText.h"
 #include "toolkit/text/Texts.h"
 
@@ -217,6 +218,15 @@ double pixelDifferences(const MeanImage& rLight, const NonUniformity& rFigures) 
     return dLeast;
 }
 
+void predictResidual(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight,
+                     PairFigures& rFigures) {
+    const CCorrectedNoise noise(rDark, rLight, sensorNoise(rDark, rLight));
+    for (unsigned i = 0; i < rLight.layout.classes() && noise.isKnown(); ++i) {
+        rFigures.vecResidualPercent.push_back(noise.residualPercent(i));
+        rFigures.dResidualPercent = std::fmax(rFigures.dResidualPercent, rFigures.vecResidualPercent.back());
+    }
+}
+
 void judgeNoiseOfPair(const PairFigures& rFigures, const MeanImage& rLight, Findings& rFindings) {
     constexpr double FRAMES_MOST = 1000.0;
     if (std::isnan(rFigures.dGain)) {
@@ -322,7 +332,7 @@ PairJudgement judgePair(const StandIn::ReferenceImage& rDark, const StandIn::Ref
     const MeanImage dark = meanOf(rDark), light = meanOf(rLight);
     rFigures.dGain = photonTransferGain(dark, light);
     rFigures.dElectrons = (meanOfSamples(rLight.vecSamples) - meanOfSamples(rDark.vecSamples)) / rFigures.dGain;
-    rFigures.dResidualPercent = 100.0 / std::sqrt(static_cast<double>(rLight.nImages) * rFigures.dElectrons);
+    predictResidual(rDark, rLight, rFigures);
     rFigures.dSelfTestDn = dSelfTestDn;
     rFigures.unevenness = nonUniformity(dark, light, rFigures.dGain);
 

@@ -59,9 +59,10 @@ struct ReferenceJudgement {
 struct PairFigures {
     double dGain = std::numeric_limits<double>::quiet_NaN();       ///< K, DN per electron
     double dElectrons = std::numeric_limits<double>::quiet_NaN();  ///< mean light signal of one frame
-    /// Relative standard deviation that the shot noise of the light reference leaves in every corrected frame,
-    /// 100 % / sqrt(light frames * electrons).
+    /// Relative standard deviation that the noise of the references leaves in every corrected frame, percent, of the
+    /// colour where it is largest; see CCorrectedNoise::residualPercent().
     double dResidualPercent = std::numeric_limits<double>::quiet_NaN();
+    std::vector<double> vecResidualPercent;                         ///< of each class; empty: not known
     double dSelfTestDn = std::numeric_limits<double>::quiet_NaN();  ///< see SelfTest.h
     NonUniformity unevenness;                                       ///< of the references; no classes: not comparable
 };
@@ -104,7 +105,8 @@ nlohmann::ordered_json toJson(const Findings& rFindings);
 /// "frameMeans": {"first", "last", "least", "most"}, "classes": [{"class", "mean"}], "hotPixels", "deadPixels",
 /// "brightPixels", "camera", "verdict", "findings"}
 nlohmann::ordered_json toJson(const ReferenceJudgement& rJudgement);
-/// {"conversionGain", "electrons", "predictedResidualPercent", "selfTestDn", "nonUniformity", "verdict", "findings"}
+/// {"conversionGain", "electrons", "predictedResidualPercent", "predictedResidualPercentOfClasses", "selfTestDn",
+/// "nonUniformity", "verdict", "findings"}
 nlohmann::ordered_json toJson(const PairJudgement& rJudgement);
 
 }  // namespace Toolkit

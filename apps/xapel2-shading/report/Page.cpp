@@ -111,7 +111,7 @@ private:
         strHtml += change("DSNU<sub>1288</sub>", "dsnu", 3, strUnit, "unevenness in the dark" + strOf);
         if (m_figures.has("/references/pair")) {
             strHtml += one("Predicted residual", "/references/pair/predictedResidualPercent", 3, "%",
-                           "what the noise of the light reference leaves, 1/&radic;(frames &middot; electrons)");
+                           "of an even target, from the measured noise of the references" + strOf);
         }
         if (m_figures.has("/time")) {
             strHtml += one("Added time", "/time/addedMedianMs", 3, "ms", "by correction, for each frame, median");
