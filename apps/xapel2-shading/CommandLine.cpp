@@ -180,6 +180,11 @@ void CCommandLine::addCheck() {
     CLI::App* pCheck = addCommand("check", "Judge a dark and a light reference", [this] { return runCheck(m_check); });
     pCheck->add_option("DARK", m_check.strDark, "Dark reference")->required();
     pCheck->add_option("LIGHT", m_check.strLight, "Light reference")->required();
+    pCheck
+        ->add_option("--levels", m_check.vecLevels,
+                     "Even light at several exposures, each a light reference or a folder of its image files, and dark "
+                     "references of these exposures: the conversion gain is taken from a line over them")
+        ->type_name("LEVEL");
     pCheck->add_flag("--list", m_check.bList, "List each hot and dead pixel");
     addForce(pCheck, m_check.bForce);
     addOutput(pCheck, m_check.bJson);

@@ -11,6 +11,7 @@
 
 #include "toolkit/judgement/Defects.h"
 #include "toolkit/judgement/NonUniformity.h"
+#include "toolkit/judgement/SensorNoise.h"
 #include "toolkit/sessions/CameraSettings.h"
 #include "xapel2_standin/ReferenceImage.h"
 
@@ -63,6 +64,7 @@ struct PairFigures {
     /// colour where it is largest; see CCorrectedNoise::residualPercent().
     double dResidualPercent = std::numeric_limits<double>::quiet_NaN();
     std::vector<double> vecResidualPercent;                         ///< of each class; empty: not known
+    SensorNoise noise;                                              ///< of the camera; empty: not known
     double dSelfTestDn = std::numeric_limits<double>::quiet_NaN();  ///< see SelfTest.h
     NonUniformity unevenness;                                       ///< of the references; no classes: not comparable
 };
@@ -82,8 +84,11 @@ ReferenceJudgement judgeReference(const StandIn::ReferenceImage& rReference,
 /// Judges whether the two belong together and what correction by them can reach. Does not repeat what
 /// judgeReference() says of each.
 /// @param[in] dSelfTestDn  what selfTest() yields; NaN: not done.
+/// @param[in] rGains       K of each class, DN per electron, from several levels (PhotonTransfer.h); empty: from the
+///                         pair.
 PairJudgement judgePair(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight,
-                        double dSelfTestDn = std::numeric_limits<double>::quiet_NaN());
+                        double dSelfTestDn = std::numeric_limits<double>::quiet_NaN(),
+                        const std::vector<double>& rGains = {});
 
 /// Compares a reference with the camera that is to be corrected: another size or layout is refused for good, another
 /// offset, binning or mirror is refused, another exposure or gain is warned about. Of settings that one of the two does

@@ -81,10 +81,13 @@ SensorNoise sensorNoise(const StandIn::ReferenceImage& rDark, const StandIn::Ref
     return noise;
 }
 
-SensorNoise sensorNoise(const StandIn::ReferenceImage& rDark, double dGain) {
+SensorNoise sensorNoise(const StandIn::ReferenceImage& rDark, const std::vector<double>& rGains) {
     SensorNoise noise;
-    for (unsigned i = 0; i < rDark.layout.classes() && dGain > 0.0; ++i) {
-        noise.push_back({dGain, rDark.nImages > 1 ? varianceOf(rDark, i) : 0.0});
+    for (unsigned i = 0; i < rGains.size() && rDark.nImages > 1; ++i) {
+        if (!(rGains[i] > 0.0)) {
+            return {};
+        }
+        noise.push_back({rGains[i], varianceOf(rDark, i)});
     }
     return noise;
 }

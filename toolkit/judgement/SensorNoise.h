@@ -36,9 +36,9 @@ double varianceBeforeRounding(double dTemporalVariance);
 /// light one is not the noisier one.
 SensorNoise sensorNoise(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight);
 
-/// The same with the conversion gain known from elsewhere. The dark variance of a reference of one frame is taken for
-/// 0.
-SensorNoise sensorNoise(const StandIn::ReferenceImage& rDark, double dGain);
+/// The same with the conversion gain of each class known from elsewhere; empty where the dark reference has a single
+/// frame or a gain is not above 0.
+SensorNoise sensorNoise(const StandIn::ReferenceImage& rDark, const std::vector<double>& rGains);
 
 }  // namespace Toolkit
 }  // namespace XAPEL2

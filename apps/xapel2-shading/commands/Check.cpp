@@ -6,13 +6,16 @@
 
 #include <limits>
 #include <ostream>
+#include <stdexcept>
 
 #include "terminal/Exit.h"
 #include "terminal/Output.h"
 #include "terminal/Toolkit.h"
 #include "terminal/Warnings.h"
+#include "toolkit/judgement/CorrectedNoise.h"
 #include "toolkit/judgement/JudgedPair.h"
 #include "toolkit/judgement/Judgement.h"
+#include "toolkit/judgement/PhotonTransfer.h"
 #include "toolkit/judgement/SelfTest.h"
 #include "toolkit/text/Texts.h"
 
@@ -52,6 +55,22 @@ void tell(COutput& rOutput, const char* pMember, const std::string& strFile, con
     rOutput.text() << '\n';
 }
 
+PhotonTransfer transferOf(const CheckOptions& rOptions, const StandIn::ReferenceImage& rDark) {
+    try {
+        return photonTransfer(readLevels(rOptions.vecLevels, rDark));
+    } catch (const std::invalid_argument& rError) {
+        throw std::runtime_error(rError.what());
+    }
+}
+
+std::vector<double> gainsOf(const PhotonTransfer& rTransfer) {
+    std::vector<double> vecGains;
+    for (const TransferLine& rLine : rTransfer.vecClasses) {
+        vecGains.push_back(rLine.dGain);
+    }
+    return vecGains;
+}
+
 }  // namespace
 
 int runCheck(const CheckOptions& rOptions) {
@@ -62,17 +81,30 @@ int runCheck(const CheckOptions& rOptions) {
     const ReferenceJudgement lightJudgement = judgeReference(light, bPair ? &dark : nullptr);
     const double dSelfTest =
         bPair ? selfTest(rOptions.strDark, rOptions.strLight, dark, light) : std::numeric_limits<double>::quiet_NaN();
-    const PairJudgement pair = judgePair(dark, light, dSelfTest);
+    const PhotonTransfer transfer = bPair ? transferOf(rOptions, dark) : PhotonTransfer();
+    const PairJudgement pair = judgePair(dark, light, dSelfTest, gainsOf(transfer));
 
     tell(output, "dark", rOptions.strDark, darkJudgement, rOptions.bList);
     tell(output, "light", rOptions.strLight, lightJudgement, rOptions.bList);
     output.text() << "Pair: " << verdict(pair.vecFindings) << '\n' << describe(pair);
     output.json()["pair"] = toJson(pair);
+    if (bPair) {
+        output.json()["pair"]["noise"] = toJson(CCorrectedNoise(dark, light, pair.figures.noise), light);
+    }
+    if (!transfer.vecLevels.empty()) {
+        output.text() << "\nLevels: " << verdict(judgeLevels(transfer)) << '\n'
+                      << describe(transfer, *light.layout.pFormat);
+        output.json()["levels"] = toJson(transfer, *light.layout.pFormat);
+    }
 
     Findings vecAll = namedFindings(darkJudgement);
     const Findings vecLight = namedFindings(lightJudgement);
     vecAll.insert(vecAll.end(), vecLight.begin(), vecLight.end());
     vecAll.insert(vecAll.end(), pair.vecFindings.begin(), pair.vecFindings.end());
+    if (!transfer.vecLevels.empty()) {
+        const Findings vecLevels = judgeLevels(transfer);
+        vecAll.insert(vecAll.end(), vecLevels.begin(), vecLevels.end());
+    }
     const bool bRefused = refused(vecAll, rOptions.bForce);
     output.text() << "\nVerdict: " << verdict(vecAll) << (refused(vecAll) && !bRefused ? ", overridden" : "") << '\n';
     output.json()["verdict"] = verdict(vecAll);
