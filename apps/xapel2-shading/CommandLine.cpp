@@ -214,6 +214,8 @@ void CCommandLine::addCorrect() {
     pCorrect->add_option("-o,--out", m_correct.strOut, "Folder to write to; a source is never overwritten")
         ->required()
         ->check(folderName());
+    pCorrect->add_flag("--uncertainty", m_correct.bUncertainty,
+                       "Write the standard deviation of each sample too, in DN, to NAME.uncertainty.tif");
     addFileFormat(pCorrect, m_correct.strFormat, m_correct.bOverwrite);
     addForce(pCorrect, m_correct.bForce);
     addOutput(pCorrect, m_correct.bJson);
