@@ -151,3 +151,37 @@ TEST_F(NoiseCommand, LevelsGiveTheGainOfALineAndOfTheWholePair) {
     run({"check", file("dark.tif"), file("light.tif"), "--levels", file("empty")}, 3, "two image files or more");
     run({"check", file("dark.tif"), file("light.tif"), "--levels", file("none.tif")}, 3, "none.tif");
 }
+
+TEST_F(NoiseCommand, ReportShowsTheNoiseAsCurveAndMap) {
+    const std::string strDevice = "sim:7?width=96&height=64&format=RGB8";
+    record("dark", strDevice, 8, "dark.tif");
+    const auto fnReport = [&] {
+        return run({"report", "-d", strDevice, "--dark", file("dark.tif"), "--light", file("light.tif"), "-n", "4",
+                    "-o", file("report.html")});
+    };
+    record("light", strDevice, 8, "light.tif");
+    const json shown = fnReport(), checked = run({"check", file("dark.tif"), file("light.tif")});
+    EXPECT_EQ(shown.at("noise"), checked.at("pair").at("noise"));
+    ASSERT_EQ(shown.at("noise").at("classes").size(), 3U);
+    for (const json& rClass : shown.at("noise").at("classes")) {
+        const std::vector<double> vecAfter = rClass.at("deviations"), vecBefore = rClass.at("frameDeviations");
+        ASSERT_EQ(vecAfter.size(), shown.at("noise").at("values").size());
+        for (std::size_t i = 1; i < vecAfter.size(); ++i) {
+            EXPECT_GT(vecAfter[i], vecAfter[i - 1]) << "light adds noise";
+            EXPECT_GT(vecAfter[i], vecBefore[i]) << "so do the references and the rounding";
+        }
+        // 256 DN of 0.01875 DN per electron and 6 e- of read noise
+        EXPECT_NEAR(vecBefore.back(), std::sqrt(0.01875 * 0.01875 * 36.0 + 0.01875 * 255.0 + 1.0 / 12.0), 0.05);
+    }
+    // The map is of a reference at its mean: the deviation at the target of the mean of the colours lies within it.
+    const double dBlack = shown.at("pictures").at("noise").at("black");
+    const double dWhite = shown.at("pictures").at("noise").at("white");
+    EXPECT_GT(dBlack, 1.0);
+    EXPECT_LT(dWhite, 2.5);
+    EXPECT_GT(dWhite, dBlack + 0.1);
+    EXPECT_THAT(content(file("report.html")), HasSubstr("Map of the noise"));
+
+    record("light", strDevice, 1, "light.tif");
+    EXPECT_TRUE(fnReport().at("noise").is_null());
+    EXPECT_THAT(content(file("report.html")), ::testing::Not(HasSubstr("Map of the noise")));
+}

@@ -12,6 +12,7 @@
 #include "toolkit/figures/Curves.h"
 #include "toolkit/figures/Prediction.h"
 #include "toolkit/frames/Percentile.h"
+#include "toolkit/judgement/CorrectedNoise.h"
 #include "toolkit/text/Texts.h"
 
 namespace XAPEL2 {
@@ -399,6 +400,11 @@ ordered_json reportFigures(const ReportInput& rInput) {
     source.addJudgement(json);
     source.addTime(json);
     json["gain"] = gainJson(rInput);
+    json["noise"] = nullptr;
+    if (rInput.pair.pair && !rInput.pair.pair->figures.noise.empty()) {
+        json["noise"] = toJson(CCorrectedNoise(*rInput.pair.dark, *rInput.pair.light, rInput.pair.pair->figures.noise),
+                               *rInput.pair.light);
+    }
     source.addDefects(json);
     source.addCurves(json);
     return json;

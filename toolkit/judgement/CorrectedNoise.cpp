@@ -213,7 +213,8 @@ nlohmann::ordered_json toJson(const CCorrectedNoise& rNoise, const StandIn::Refe
                                      {"classes", nlohmann::ordered_json::array()}};
     const std::vector<std::string> vecNames = colourClassNames(*rLight.layout.pFormat);
     for (unsigned i = 0; i < vecNames.size(); ++i) {
-        nlohmann::ordered_json deviations = nlohmann::ordered_json::array();
+        const ClassNoise& rClass = rNoise.noise()[i];
+        nlohmann::ordered_json deviations = nlohmann::ordered_json::array(), ofFrame = deviations;
         for (std::size_t k = 0; k < CURVE_POINTS; ++k) {
             const double dShare = static_cast<double>(k) / static_cast<double>(CURVE_POINTS - 1);
             const double dValue = dPedestal + dShare * (dFull - dPedestal);
@@ -221,13 +222,14 @@ nlohmann::ordered_json toJson(const CCorrectedNoise& rNoise, const StandIn::Refe
                 result["values"].push_back(dValue);
             }
             deviations.push_back(rNoise.deviationOf(i, dValue));
+            ofFrame.push_back(std::sqrt(rClass.dDarkVariance + rClass.dGain * (dValue - dPedestal) + ROUNDING));
         }
-        const ClassNoise& rClass = rNoise.noise()[i];
         result["classes"].push_back({{"class", vecNames[i]},
                                      {"conversionGain", rClass.dGain},
                                      {"darkNoise", std::sqrt(rClass.dDarkVariance)},
                                      {"target", rNoise.target(i)},
-                                     {"deviations", deviations}});
+                                     {"deviations", deviations},
+                                     {"frameDeviations", ofFrame}});
     }
     return result;
 }

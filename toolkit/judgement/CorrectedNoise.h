@@ -68,8 +68,9 @@ private:
     std::vector<double> m_vecDark;  // variance of a sample of the dark reference
 };
 
-/// {"values": [DN], "classes": [{"class", "conversionGain", "darkNoise", "target", "deviations": [DN]}]}: the deviation
-/// as a function of the corrected value, from the pedestal to full scale; null where nothing is known.
+/// {"values": [DN], "classes": [{"class", "conversionGain", "darkNoise", "target", "deviations": [DN],
+/// "frameDeviations": [DN]}]}: the deviation as a function of the corrected value, from the pedestal to full scale, and
+/// that of a sample of the same signal before correction; null where nothing is known.
 nlohmann::ordered_json toJson(const CCorrectedNoise& rNoise, const StandIn::ReferenceImage& rLight);
 
 }  // namespace Toolkit
