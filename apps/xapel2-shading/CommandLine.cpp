@@ -180,6 +180,11 @@ void CCommandLine::addCheck() {
     CLI::App* pCheck = addCommand("check", "Judge a dark and a light reference", [this] { return runCheck(m_check); });
     pCheck->add_option("DARK", m_check.strDark, "Dark reference")->required();
     pCheck->add_option("LIGHT", m_check.strLight, "Light reference")->required();
+    pCheck
+        ->add_option("--levels", m_check.vecLevels,
+                     "Even light at several exposures, each a light reference or a folder of its image files, and dark "
+                     "references of these exposures: the conversion gain is taken from a line over them")
+        ->type_name("LEVEL");
     pCheck->add_flag("--list", m_check.bList, "List each hot and dead pixel");
     addForce(pCheck, m_check.bForce);
     addOutput(pCheck, m_check.bJson);
@@ -209,6 +214,8 @@ void CCommandLine::addCorrect() {
     pCorrect->add_option("-o,--out", m_correct.strOut, "Folder to write to; a source is never overwritten")
         ->required()
         ->check(folderName());
+    pCorrect->add_flag("--uncertainty", m_correct.bUncertainty,
+                       "Write the standard deviation of each sample too, in DN, to NAME.uncertainty.tif");
     addFileFormat(pCorrect, m_correct.strFormat, m_correct.bOverwrite);
     addForce(pCorrect, m_correct.bForce);
     addOutput(pCorrect, m_correct.bJson);

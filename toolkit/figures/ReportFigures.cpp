@@ -12,6 +12,7 @@
 #include "toolkit/figures/Curves.h"
 #include "toolkit/figures/Prediction.h"
 #include "toolkit/frames/Percentile.h"
+#include "toolkit/judgement/CorrectedNoise.h"
 #include "toolkit/text/Texts.h"
 
 namespace XAPEL2 {
@@ -192,8 +193,8 @@ public:
         // A filter trades the single pixels for less noise, and what is cut off cannot be made even: neither is
         // predicted.
         const bool bPredicted = m_rPair.pair && filterText(m_rInput.files).empty() && dSaturated <= SATURATED_MAX;
-        fnAppend(compareLight(
-            correctionOf(rSummary, "prnu", bPredicted ? m_rPair.pair->figures.dResidualPercent : UNKNOWN)));
+        fnAppend(
+            compareLight(correctionOf(rSummary, "prnu", bPredicted ? residualPercent(rSummary["class"]) : UNKNOWN)));
         // Without a dark reference nothing is promised; other corrected dark frames are cut at 0 DN, and compare with
         // nothing.
         if (rSummary["dsnuPredicted"].is_number()) {
@@ -224,6 +225,15 @@ public:
     }
 
 private:
+    // Of the colour of this name, what the noise of the references leaves.
+    double residualPercent(const std::string& strClass) const {
+        const std::vector<double>& rResiduals = m_rPair.pair->figures.vecResidualPercent;
+        const std::vector<std::string> vecNames = colourClassNames(*m_rPair.light->layout.pFormat);
+        const auto i =
+            static_cast<std::size_t>(std::find(vecNames.begin(), vecNames.end(), strClass) - vecNames.begin());
+        return i < rResiduals.size() ? rResiduals[i] : UNKNOWN;
+    }
+
     // What holds for both references alike is said once.
     Findings findings() const {
         Findings vecOnce;
@@ -390,6 +400,11 @@ ordered_json reportFigures(const ReportInput& rInput) {
     source.addJudgement(json);
     source.addTime(json);
     json["gain"] = gainJson(rInput);
+    json["noise"] = nullptr;
+    if (rInput.pair.pair && !rInput.pair.pair->figures.noise.empty()) {
+        json["noise"] = toJson(CCorrectedNoise(*rInput.pair.dark, *rInput.pair.light, rInput.pair.pair->figures.noise),
+                               *rInput.pair.light);
+    }
     source.addDefects(json);
     source.addCurves(json);
     return json;

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "toolkit/judgement/CorrectedNoise.h"
+#include "toolkit/judgement/DarkPattern.h"
 #include "toolkit/judgement/JudgementText.h"
 #include "toolkit/text/Texts.h"
 
@@ -32,6 +34,14 @@ constexpr std::size_t SAMPLES_LEAST = 16;  // of a colour: the uncertainty of a 
 constexpr double GAIN_MOST = 16.0;         // of the image processor
 
 const char* const RECORD_AGAIN = "Record both references again with the same settings of the camera.";
+
+double meanOf(const std::vector<double>& rValues) {
+    double dSum = 0.0;
+    for (const double dValue : rValues) {
+        dSum += dValue;
+    }
+    return dSum / static_cast<double>(rValues.size());
+}
 
 double meanOfSamples(const std::vector<float>& rSamples) {
     double dSum = 0.0;
@@ -217,6 +227,15 @@ double pixelDifferences(const MeanImage& rLight, const NonUniformity& rFigures) 
     return dLeast;
 }
 
+void predictResidual(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight,
+                     PairFigures& rFigures) {
+    const CCorrectedNoise noise(rDark, rLight, rFigures.noise);
+    for (unsigned i = 0; i < rLight.layout.classes() && noise.isKnown(); ++i) {
+        rFigures.vecResidualPercent.push_back(noise.residualPercent(i));
+        rFigures.dResidualPercent = std::fmax(rFigures.dResidualPercent, rFigures.vecResidualPercent.back());
+    }
+}
+
 void judgeNoiseOfPair(const PairFigures& rFigures, const MeanImage& rLight, Findings& rFindings) {
     constexpr double FRAMES_MOST = 1000.0;
     if (std::isnan(rFigures.dGain)) {
@@ -312,17 +331,18 @@ ReferenceJudgement judgeReference(const StandIn::ReferenceImage& rReference, con
     return result;
 }
 
-PairJudgement judgePair(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight,
-                        double dSelfTestDn) {
+PairJudgement judgePair(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight, double dSelfTestDn,
+                        const std::vector<double>& rGains) {
     PairJudgement result;
     if (!judgeKinds(rDark, rLight, result.vecFindings)) {
         return result;
     }
     PairFigures& rFigures = result.figures;
     const MeanImage dark = meanOf(rDark), light = meanOf(rLight);
-    rFigures.dGain = photonTransferGain(dark, light);
+    rFigures.dGain = rGains.empty() ? photonTransferGain(dark, light) : meanOf(rGains);
+    rFigures.noise = rGains.empty() ? sensorNoise(rDark, rLight) : sensorNoise(rDark, rGains);
     rFigures.dElectrons = (meanOfSamples(rLight.vecSamples) - meanOfSamples(rDark.vecSamples)) / rFigures.dGain;
-    rFigures.dResidualPercent = 100.0 / std::sqrt(static_cast<double>(rLight.nImages) * rFigures.dElectrons);
+    predictResidual(rDark, rLight, rFigures);
     rFigures.dSelfTestDn = dSelfTestDn;
     rFigures.unevenness = nonUniformity(dark, light, rFigures.dGain);
 
@@ -339,6 +359,8 @@ PairJudgement judgePair(const StandIn::ReferenceImage& rDark, const StandIn::Ref
     compareSettings(cameraSettingsFromJson(rDark.strCamera), cameraSettingsFromJson(rLight.strCamera),
                     "The dark reference was taken with", "the light one with", RECORD_AGAIN, result.vecFindings);
     judgeNoiseOfPair(rFigures, light, result.vecFindings);
+    const Findings vecDark = judgeDarkPattern(rDark);
+    result.vecFindings.insert(result.vecFindings.end(), vecDark.begin(), vecDark.end());
     const double dFlat = selfTestLimit(rDark, rLight, rFigures.unevenness);
     if (dSelfTestDn > dFlat) {
         result.vecFindings.push_back({eWarning, "self-test",

@@ -11,6 +11,7 @@
 
 #include "toolkit/judgement/Defects.h"
 #include "toolkit/judgement/NonUniformity.h"
+#include "toolkit/judgement/SensorNoise.h"
 #include "toolkit/sessions/CameraSettings.h"
 #include "xapel2_standin/ReferenceImage.h"
 
@@ -59,9 +60,11 @@ struct ReferenceJudgement {
 struct PairFigures {
     double dGain = std::numeric_limits<double>::quiet_NaN();       ///< K, DN per electron
     double dElectrons = std::numeric_limits<double>::quiet_NaN();  ///< mean light signal of one frame
-    /// Relative standard deviation that the shot noise of the light reference leaves in every corrected frame,
-    /// 100 % / sqrt(light frames * electrons).
+    /// Relative standard deviation that the noise of the references leaves in every corrected frame, percent, of the
+    /// colour where it is largest; see CCorrectedNoise::residualPercent().
     double dResidualPercent = std::numeric_limits<double>::quiet_NaN();
+    std::vector<double> vecResidualPercent;                         ///< of each class; empty: not known
+    SensorNoise noise;                                              ///< of the camera; empty: not known
     double dSelfTestDn = std::numeric_limits<double>::quiet_NaN();  ///< see SelfTest.h
     NonUniformity unevenness;                                       ///< of the references; no classes: not comparable
 };
@@ -81,8 +84,11 @@ ReferenceJudgement judgeReference(const StandIn::ReferenceImage& rReference,
 /// Judges whether the two belong together and what correction by them can reach. Does not repeat what
 /// judgeReference() says of each.
 /// @param[in] dSelfTestDn  what selfTest() yields; NaN: not done.
+/// @param[in] rGains       K of each class, DN per electron, from several levels (PhotonTransfer.h); empty: from the
+///                         pair.
 PairJudgement judgePair(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight,
-                        double dSelfTestDn = std::numeric_limits<double>::quiet_NaN());
+                        double dSelfTestDn = std::numeric_limits<double>::quiet_NaN(),
+                        const std::vector<double>& rGains = {});
 
 /// Compares a reference with the camera that is to be corrected: another size or layout is refused for good, another
 /// offset, binning or mirror is refused, another exposure or gain is warned about. Of settings that one of the two does
@@ -104,7 +110,8 @@ nlohmann::ordered_json toJson(const Findings& rFindings);
 /// "frameMeans": {"first", "last", "least", "most"}, "classes": [{"class", "mean"}], "hotPixels", "deadPixels",
 /// "brightPixels", "camera", "verdict", "findings"}
 nlohmann::ordered_json toJson(const ReferenceJudgement& rJudgement);
-/// {"conversionGain", "electrons", "predictedResidualPercent", "selfTestDn", "nonUniformity", "verdict", "findings"}
+/// {"conversionGain", "electrons", "predictedResidualPercent", "predictedResidualPercentOfClasses", "selfTestDn",
+/// "nonUniformity", "verdict", "findings"}
 nlohmann::ordered_json toJson(const PairJudgement& rJudgement);
 
 }  // namespace Toolkit

@@ -61,6 +61,7 @@ nlohmann::ordered_json toJson(const PairJudgement& rJudgement) {
     return {{"conversionGain", rFigures.dGain},
             {"electrons", rFigures.dElectrons},
             {"predictedResidualPercent", rFigures.dResidualPercent},
+            {"predictedResidualPercentOfClasses", rFigures.vecResidualPercent},
             {"selfTestDn", rFigures.dSelfTestDn},
             {"nonUniformity", toJson(rFigures.unevenness)},
             {"verdict", verdict(rJudgement.vecFindings)},

@@ -6,9 +6,11 @@
 
 #include <limits>
 #include <sstream>
+#include <stdexcept>
 
 #include <nlohmann/json.hpp>
 
+#include "toolkit/judgement/CorrectedNoise.h"
 #include "toolkit/judgement/JudgedPair.h"
 #include "toolkit/judgement/SelfTest.h"
 #include "toolkit/text/Texts.h"
@@ -54,23 +56,52 @@ nlohmann::ordered_json toJson(const std::string& strFile, const ReferenceJudgeme
     return json;
 }
 
+PhotonTransfer transferOf(const std::vector<std::string>& rLevels, const StandIn::ReferenceImage& rDark) {
+    try {
+        return photonTransfer(readLevels(rLevels, rDark));
+    } catch (const std::invalid_argument& rError) {
+        throw std::runtime_error(rError.what());
+    }
+}
+
+std::vector<double> gainsOf(const PhotonTransfer& rTransfer) {
+    std::vector<double> vecGains;
+    for (const TransferLine& rLine : rTransfer.vecClasses) {
+        vecGains.push_back(rLine.dGain);
+    }
+    return vecGains;
+}
+
+void append(Findings& rAll, const Findings& rMore) {
+    rAll.insert(rAll.end(), rMore.begin(), rMore.end());
+}
+
 }  // namespace
 
 Findings PairCheck::findings() const {
     Findings vecAll = namedFindings(dark);
-    const Findings vecLight = namedFindings(light);
-    vecAll.insert(vecAll.end(), vecLight.begin(), vecLight.end());
-    vecAll.insert(vecAll.end(), pair.vecFindings.begin(), pair.vecFindings.end());
+    append(vecAll, namedFindings(light));
+    append(vecAll, pair.vecFindings);
+    if (!transfer.vecLevels.empty()) {
+        append(vecAll, judgeLevels(transfer));
+    }
     return vecAll;
 }
 
-PairCheck checkPair(const std::string& strDark, const std::string& strLight) {
+PairCheck checkPair(const std::string& strDark, const std::string& strLight, const std::vector<std::string>& rLevels) {
     const StandIn::ReferenceImage dark = readReference(strDark), light = readReference(strLight);
     const bool bPair = isPair(dark, light);
-    PairCheck result{strDark, strLight, judgeReference(dark), judgeReference(light, bPair ? &dark : nullptr), {}};
-    const double dSelfTest =
-        bPair ? selfTest(strDark, strLight, dark, light) : std::numeric_limits<double>::quiet_NaN();
-    result.pair = judgePair(dark, light, dSelfTest);
+    PairCheck result{strDark, strLight, judgeReference(dark), judgeReference(light, bPair ? &dark : nullptr), {},
+                     {},      {},       light.layout.pFormat};
+    double dSelfTest = std::numeric_limits<double>::quiet_NaN();
+    if (bPair) {
+        dSelfTest = selfTest(strDark, strLight, dark, light);
+        result.transfer = transferOf(rLevels, dark);
+    }
+    result.pair = judgePair(dark, light, dSelfTest, gainsOf(result.transfer));
+    if (bPair) {
+        result.noise = toJson(CCorrectedNoise(dark, light, result.pair.figures.noise), light);
+    }
     return result;
 }
 
@@ -79,6 +110,10 @@ std::string describe(const PairCheck& rCheck, bool bDefects) {
     describe(text, rCheck.strDark, rCheck.dark, bDefects);
     describe(text, rCheck.strLight, rCheck.light, bDefects);
     text << "Pair: " << verdict(rCheck.pair.vecFindings) << '\n' << describe(rCheck.pair);
+    if (!rCheck.transfer.vecLevels.empty()) {
+        text << "\nLevels: " << verdict(judgeLevels(rCheck.transfer)) << '\n'
+             << describe(rCheck.transfer, *rCheck.pFormat);
+    }
     return text.str();
 }
 
@@ -87,6 +122,12 @@ nlohmann::ordered_json toJson(const PairCheck& rCheck, bool bDefects) {
     json["dark"] = toJson(rCheck.strDark, rCheck.dark, bDefects);
     json["light"] = toJson(rCheck.strLight, rCheck.light, bDefects);
     json["pair"] = toJson(rCheck.pair);
+    if (!rCheck.noise.is_null()) {
+        json["pair"]["noise"] = rCheck.noise;
+    }
+    if (!rCheck.transfer.vecLevels.empty()) {
+        json["levels"] = toJson(rCheck.transfer, *rCheck.pFormat);
+    }
     json["verdict"] = verdict(rCheck.findings());
     return json;
 }

@@ -17,7 +17,7 @@ namespace App {
 
 int runCheck(const CheckOptions& rOptions) {
     COutput output("check", rOptions.bJson);
-    PairCheck check = checkPair(rOptions.strDark, rOptions.strLight);
+    PairCheck check = checkPair(rOptions.strDark, rOptions.strLight, rOptions.vecLevels);
     output.json().update(toJson(check, rOptions.bList));
     check.strDark = shown(check.strDark);
     check.strLight = shown(check.strLight);

@@ -5,14 +5,16 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace XAPEL2 {
 namespace App {
 
 struct CheckOptions {
-    std::string strDark, strLight;  ///< reference files
-    bool bList = false;             ///< list each hot and dead pixel
-    bool bForce = false;            ///< a refusal only warns
+    std::string strDark, strLight;       ///< reference files
+    std::vector<std::string> vecLevels;  ///< light references, or folders of frames, at several exposures; may be empty
+    bool bList = false;                  ///< list each hot and dead pixel
+    bool bForce = false;                 ///< a refusal only warns
     bool bJson = false;
 };
 

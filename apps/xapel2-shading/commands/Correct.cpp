@@ -5,9 +5,11 @@
 #include "commands/Correct.h"
 
 #include <filesystem>
+#include <optional>
 #include <set>
 
 #include "commands/CorrectionRun.h"
+#include "commands/Uncertainty.h"
 #include "terminal/Exit.h"
 #include "terminal/Toolkit.h"
 #include "terminal/Warnings.h"
@@ -68,6 +70,13 @@ int runCorrect(const CorrectOptions& rOptions) {
     JudgedPair pair = judge(rOptions.pair);
     const StandIn::PixelFormat& rFormat = formatOf(pair);
     requireFree(rOptions, rFormat);
+    std::optional<CUncertaintyWriter> uncertainty;
+    if (rOptions.bUncertainty) {
+        uncertainty.emplace(pair, rOptions.pair, rOptions.strOut, rOptions.bOverwrite, outputOf(rOptions).sources);
+        for (const std::string& rFile : rOptions.vecFiles) {
+            uncertainty->requireFree(std::filesystem::path(rFile).stem().string());
+        }
+    }
     // A file cannot say that its samples are those of a filter array, or have fewer bits than it has room for.
     CSession session("the files", [&] { return StandIn::openFiles(rOptions.vecFiles, rFormat.pName); });
     pair.compareWith(settingsOf(session), true);
@@ -77,7 +86,11 @@ int runCorrect(const CorrectOptions& rOptions) {
     }
     session.selectScene("Scene");
     applyPair(session, rOptions.pair);
-    CCorrectionRun run(session, outputOf(rOptions));
+    FrameOutput frames = outputOf(rOptions);
+    if (uncertainty) {
+        frames.fnCorrected = [&](const Frame& rFrame) { uncertainty->write(rFrame); };
+    }
+    CCorrectionRun run(session, frames);
     run.run(rOptions.vecFiles.size());
     run.describe(output);
     if (run.tally().nFrames < rOptions.vecFiles.size()) {

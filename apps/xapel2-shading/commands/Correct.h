@@ -19,6 +19,7 @@ struct CorrectOptions {
     std::string strOut;                 ///< folder to write to
     std::string strFormat = "pgm";      ///< pgm (ppm for colour) or tiff
     bool bOverwrite = false;            ///< replace files that exist; never a source
+    bool bUncertainty = false;          ///< write the standard deviation of each sample, too
     bool bForce = false;                ///< a refusal only warns
     bool bJson = false;
 };

@@ -74,6 +74,9 @@ void CCorrectionRun::fetchFrames(uint64_t nFrames) {
     while (nFrames == 0 || tally().nFrames < nFrames) {
         CCorrectedStream::Fetched fetched = m_stream.next();
         tellTroubles(fetched);
+        if (m_frames.fnCorrected && fetched.strUntouched.empty()) {
+            m_frames.fnCorrected(m_rSession.copyFrame(fetched.hBuffer));
+        }
         write(fetched);
         m_rSession.giveBack(fetched.hBuffer);
         m_progress.show("correcting", tally().nFrames, nFrames,

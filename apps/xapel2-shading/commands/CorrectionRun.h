@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <set>
 #include <string>
@@ -24,7 +25,8 @@ struct FrameOutput {
     std::string strFormat;  ///< "pgm" or "tiff"
     bool bRaw = false;      ///< the uncorrected ones too, to FOLDER/raw
     bool bOverwrite = false;
-    CSourceFiles sources;  ///< never written over
+    CSourceFiles sources;                             ///< never written over
+    std::function<void(const Frame&)> fnCorrected{};  ///< what else is done with each corrected frame, by its name
 };
 
 /// Corrects the frames of a session.

@@ -45,7 +45,7 @@ public:
                "style-src 'unsafe-inline'; script-src 'unsafe-inline'\">"
                "<link rel=\"icon\" href=\"data:,\"><title>Shading report: " +
                title() + "</title>\n<style>\n" + REPORT_CSS + "</style></head>\n<body><main>\n" + head() + verdict() +
-               summary() + pictures() + charts() + gain() + tables() +
+               summary() + pictures() + charts() + gain() + noise() + tables() +
                "<footer>Every number of this page stands in the element that shows it in full, and in the output of "
                "<span class=\"mono\">--json</span> under the same name.</footer>\n</main>\n<script>\n" +
                REPORT_JS + "</script></body></html>\n";
@@ -111,7 +111,7 @@ private:
         strHtml += change("DSNU<sub>1288</sub>", "dsnu", 3, strUnit, "unevenness in the dark" + strOf);
         if (m_figures.has("/references/pair")) {
             strHtml += one("Predicted residual", "/references/pair/predictedResidualPercent", 3, "%",
-                           "what the noise of the light reference leaves, 1/&radic;(frames &middot; electrons)");
+                           "of an even target, from the measured noise of the references" + strOf);
         }
         if (m_figures.has("/time")) {
             strHtml += one("Added time", "/time/addedMedianMs", 3, "ms", "by correction, for each frame, median");
@@ -188,11 +188,11 @@ private:
         return strHtml + "</svg>";
     }
 
-    std::string gainBar() const {
-        const double dLow = m_figures.value("/pictures/gain/black"), dHigh = m_figures.value("/pictures/gain/white");
-        std::string strSvg =
-            "<svg class=\"bar\" viewBox=\"0 0 440 44\" role=\"img\" aria-label=\"Colours of the gain\">"
-            "<defs><linearGradient id=\"gain\">";
+    std::string colourBar(const std::string& strMap) const {
+        const double dLow = m_figures.value("/pictures/" + strMap + "/black");
+        const double dHigh = m_figures.value("/pictures/" + strMap + "/white");
+        std::string strSvg = "<svg class=\"bar\" viewBox=\"0 0 440 44\" role=\"img\" aria-label=\"Colours of the " +
+                             strMap + "\"><defs><linearGradient id=\"" + strMap + "\">";
         const std::vector<uint32_t> vecColours = gainColours();
         for (std::size_t i = 0; i < vecColours.size(); i += 51) {
             char acStop[64];
@@ -200,7 +200,8 @@ private:
                           static_cast<double>(i) / 255.0, vecColours[i]);
             strSvg += acStop;
         }
-        strSvg += "</linearGradient></defs><rect x=\"20\" y=\"1\" width=\"400\" height=\"14\" fill=\"url(#gain)\"/>";
+        strSvg += "</linearGradient></defs><rect x=\"20\" y=\"1\" width=\"400\" height=\"14\" fill=\"url(#" + strMap +
+                  ")\"/>";
         const std::vector<double> vecTicks = niceTicks(dLow, dHigh, 6);
         for (const double dTick : vecTicks) {
             const std::string strX = rounded(20.0 + 400.0 * (dTick - dLow) / (dHigh - dLow), 1);
@@ -220,13 +221,48 @@ private:
         const std::string strMarked = defectsHtml(m_figures);
         return "<h2>Gain</h2><div class=\"cards wide\"><figure class=\"card\"><div class=\"map\">" +
                image(m_rPictures.strGain, "Map of the gain", m_figures, "/pictures/gain") + marks() + "</div>" +
-               gainBar() + "<figcaption class=\"legend\">" + strLegend + "</figcaption></figure><div class=\"card\">" +
+               colourBar("gain") + "<figcaption class=\"legend\">" + strLegend +
+               "</figcaption></figure><div class=\"card\">" +
                "<p>The correction multiplies each pixel, its dark value taken off, by this gain: from " +
                m_figures.number("/gain/min", 3) + " to " + m_figures.number("/gain/max", 3) +
                ", 98 % of the pixels between " + m_figures.number("/gain/p1", 3) + " and " +
                m_figures.number("/gain/p99", 3) + ". " + m_figures.text("/gain/text") + "</p><p class=\"muted\">" +
                scaleText(m_figures, "/pictures/gain") + ' ' + m_figures.text("/defects/text") + "</p></div>" +
                (strMarked.empty() ? "" : "<div class=\"card whole\">" + strMarked + "</div>") + "</div>\n";
+    }
+
+    // What a corrected sample varies by, as a curve over its value and as a map.
+    std::string noise() const {
+        if (!m_figures.has("/noise")) {
+            return "";
+        }
+        const std::vector<double> vecValues = m_figures.at("/noise/values").get<std::vector<double>>();
+        const std::string strWorst = m_figures.at("/summary/class").get<std::string>();
+        std::string strPath = "/noise/classes/0";
+        for (std::size_t i = 0; i < m_figures.at("/noise/classes").size(); ++i) {
+            const std::string strHere = "/noise/classes/" + std::to_string(i);
+            strPath = m_figures.at(strHere + "/class") == strWorst ? strHere : strPath;
+        }
+        const auto fnLine = [&](const char* pName, const char* pClass, const char* pFigure) {
+            return ChartLine{pName, pClass, vecValues,
+                             m_figures.at(strPath + '/' + pFigure).get<std::vector<double>>()};
+        };
+        const bool bColour = m_figures.at("/noise/classes").size() > 1;
+        return "<h2>Noise</h2><div class=\"cards wide\"><div class=\"card\">" +
+               chartHtml({"Noise of a sample",
+                          "corrected value, DN",
+                          "standard deviation, DN",
+                          false,
+                          {fnLine("a frame before correction", "before", "frameDeviations"),
+                           fnLine("a corrected frame", "after", "deviations")}}) +
+               "<p class=\"muted\">Predicted from the noise of the references: what a corrected sample deviates from "
+               "its "
+               "true value, the noise of both references and the rounding in it" +
+               (bColour ? ", of the worst colour" : "") + ".</p></div><figure class=\"card\"><div class=\"map\">" +
+               image(m_rPictures.strNoise, "Map of the noise", m_figures, "/pictures/noise") + "</div>" +
+               colourBar("noise") +
+               "<figcaption>Standard deviation of a sample of an even target as bright as the light reference, DN. " +
+               scaleText(m_figures, "/pictures/noise") + "</figcaption></figure></div>\n";
     }
 
     std::string tables() const {

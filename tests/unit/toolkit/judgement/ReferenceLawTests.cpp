@@ -73,7 +73,7 @@ TEST_F(ReferenceLaw, ResidualIsTheShotNoiseOfTheReference) {
         if (nFrames > 1) {
             const PairJudgement pair =
                 judgePair(StandIn::readReferenceFile(m_strDark), StandIn::readReferenceFile(m_strLight));
-            EXPECT_NEAR(dResidualPercent / pair.figures.dResidualPercent, 1.0, 0.06);
+            EXPECT_NEAR(dResidualPercent / pair.figures.dResidualPercent, 1.0, 0.02);
         }
     }
 }

@@ -1,0 +1,148 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// The sub-command output from outside: which pixels it marks, lists, and reads back.
+
+#include <fstream>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "Program.h"
+#include "TemporaryFolder.h"
+#include "xapel2_standin/ReferenceFile.h"
+
+using namespace XAPEL2::Test;
+using nlohmann::json;
+using ::testing::HasSubstr;
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+constexpr uint64_t WIDTH = 96, HEIGHT = 64;
+
+class OutputCommand : public ::testing::Test {
+protected:
+    OutputCommand() {
+        // Of this seed there are hot and dead pixels; the image begins off the sensor's corner.
+        const std::string strDevice =
+            "sim:7?sensorwidth=384&sensorheight=256&width=96&height=64&offsetx=32&offsety=16&format=Mono12";
+        run({"record", "dark", "-d", strDevice, "-n", "4", "-o", file("dark.tif")});
+        run({"record", "light", "-d", strDevice, "-n", "4", "-o", file("light.tif")});
+        // Pixels that stand out, whatever the seed.
+        change("dark.tif", [](auto& rImage) { rImage.vecSamples[5 * WIDTH + 7] = 2000.0F; });
+        change("light.tif", [](auto& rImage) {
+            rImage.vecSamples[20 * WIDTH + 30] = 100.0F;
+            rImage.vecSamples[40 * WIDTH + 50] *= 1.5F;
+        });
+    }
+
+    template <class TChange>
+    void change(const std::string& strName, const TChange& fnChange) const {
+        XAPEL2::StandIn::ReferenceImage image = XAPEL2::StandIn::readReferenceFile(file(strName));
+        fnChange(image);
+        XAPEL2::StandIn::writeReferenceFile(file(strName), image);
+    }
+
+    json run(Words vecWords, int iExit = 0, const std::string& strSaid = "") const {
+        vecWords.push_back("--json");
+        const ProgramResult result = runProgram(XAPEL2_SHADING_PROGRAM, vecWords);
+        EXPECT_EQ(result.iExit, iExit) << ::testing::PrintToString(vecWords) << result.strErr;
+        EXPECT_THAT(result.strErr, HasSubstr(strSaid)) << ::testing::PrintToString(vecWords);
+        return json::parse(result.strOut, nullptr, false);
+    }
+    json output(Words vecMore, int iExit = 0, const std::string& strSaid = "") const {
+        vecMore.insert(vecMore.begin(), {"output", file("light.tif")});
+        return run(vecMore, iExit, strSaid);
+    }
+    std::string file(const std::string& strName) const { return m_folder / strName; }
+    std::string list(const std::string& strName, const std::string& strText) const {
+        std::ofstream(file(strName)) << strText;
+        return file(strName);
+    }
+    std::vector<uint8_t> map() const { return XAPEL2::StandIn::readReferenceFile(file("light.tif")).vecDefects; }
+
+    CTemporaryFolder m_folder;
+};
+
+}  // namespace
+
+TEST_F(OutputCommand, FoundDefectsAreMarkedListedAndReadBack) {
+    const json found = output({"--defects", "find", "--dark", file("dark.tif")});
+    EXPECT_EQ(found.at("written"), true);
+    const std::vector<uint8_t> vecFound = map();
+    ASSERT_EQ(vecFound.size(), WIDTH * HEIGHT);
+    EXPECT_EQ(vecFound[5 * WIDTH + 7] & XAPEL2::StandIn::eDefectHot, XAPEL2::StandIn::eDefectHot);
+    EXPECT_EQ(vecFound[20 * WIDTH + 30], XAPEL2::StandIn::eDefectDead);
+    EXPECT_EQ(vecFound[40 * WIDTH + 50], XAPEL2::StandIn::eDefectUneven);
+    EXPECT_EQ(vecFound[30 * WIDTH + 30], 0);
+    // Without the dark reference nobody knows which are hot.
+    output({"--defects", "find"});
+    EXPECT_EQ(map()[20 * WIDTH + 30], XAPEL2::StandIn::eDefectDead);
+    output({"--defects", "find", "--dark", file("dark.tif")});
+
+    for (const char* pList : {"defects.json", "defects.csv"}) {
+        output({"--export", file(pList)});
+        EXPECT_EQ(map(), vecFound) << "an export marks nothing";
+        output({"--defects", "none"});
+        EXPECT_TRUE(map().empty());
+        const json read = output({"--defects", file(pList)});
+        EXPECT_EQ(read.at("outside"), 0);
+        EXPECT_EQ(read.at("defects").at("before"), "0");
+        const std::vector<uint8_t> vecRead = map();
+        ASSERT_EQ(vecRead.size(), vecFound.size());
+        for (std::size_t i = 0; i < vecRead.size(); ++i) {
+            EXPECT_EQ(vecRead[i] != 0, vecFound[i] != 0) << pList << ": pixel " << i;
+        }
+        output({"--defects", "find", "--dark", file("dark.tif")});
+    }
+}
+
+TEST_F(OutputCommand, ListsAreInCoordinatesOfTheSensor) {
+    // Two rows of three pixels at (8, 4) of the image, and one that is not on it.
+    const json set = output({"--defects", list("list.csv", "x,y,width,height\n40,20,3,2\n# more\n1,1\n")});
+    EXPECT_EQ(set.at("outside"), 1);
+    EXPECT_EQ(set.at("defects").at("after"), "6");
+    const std::vector<uint8_t> vecMap = map();
+    ASSERT_EQ(vecMap.size(), WIDTH * HEIGHT);
+    for (std::size_t i = 0; i < vecMap.size(); ++i) {
+        const std::size_t nX = i % WIDTH, nY = i / WIDTH;
+        const bool bMarked = nX >= 8 && nX < 11 && nY >= 4 && nY < 6;
+        EXPECT_EQ(vecMap[i], bMarked ? XAPEL2::StandIn::eDefectByHand : 0) << nX << ' ' << nY;
+    }
+    EXPECT_EQ(output({"--pedestal", "0"}).at("written"), false) << "nothing has changed";
+}
+
+TEST_F(OutputCommand, WhatIsWrongIsRefusedAndChangesNothing) {
+    output({"--target", "1500", "--pedestal", "8", "--defects", list("good.csv", "40,20\n")});
+    const std::string strBefore = content(file("light.tif"));
+    const struct {
+        Words vecWords;
+        int iExit;
+        const char* pSaid;
+    } aRows[] = {
+        {{"--target", "0"}, 2, "--target"},
+        {{"--target", "4096"}, 2, "4095 DN"},
+        {{"--target", "nan"}, 2, "--target"},
+        {{"--target", "100x"}, 2, "--target"},
+        {{"--pedestal", "2048"}, 2, "half of full scale"},
+        {{"--pedestal", "-1"}, 2, "--pedestal"},
+        {{"--defects", "find", "--dark", file("light.tif")}, 2, "is no dark reference"},
+        {{"--defects", file("missing.csv")}, 3, "missing.csv"},
+        {{"--defects", list("words.csv", "x,y\n40,abc\n")}, 3, "words.csv"},
+        {{"--defects", list("negative.csv", "-1,4\n")}, 3, "negative.csv"},
+        {{"--defects", list("one.csv", "40\n")}, 3, "one.csv"},
+        {{"--defects", list("cut.json", "[{\"x\": 40, \"y\": ")}, 3, "cut.json"},
+        {{"--defects", list("other.json", "{\"pixels\": []}")}, 3, "other.json"},
+        {{"--defects", list("all.csv", "32,16,96,64\n")}, 2, "more than a reference of this size"},
+    };
+    for (const auto& rRow : aRows) {
+        output(rRow.vecWords, rRow.iExit, rRow.pSaid);
+        EXPECT_EQ(content(file("light.tif")), strBefore) << ::testing::PrintToString(rRow.vecWords);
+    }
+    run({"output", file("dark.tif"), "--target", "max"}, 2, "is a dark reference");
+    run({"output", file("missing.tif"), "--target", "max"}, 3, "missing.tif");
+    output({"--export", file("nowhere/list.csv")}, 3, "nowhere");
+}

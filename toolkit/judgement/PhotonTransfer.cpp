@@ -1,0 +1,233 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// The conversion gain from even light at several exposures: the photon transfer method of EMVA 1288.
+
+#include "toolkit/judgement/PhotonTransfer.h"
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+
+#include "toolkit/judgement/JudgedPair.h"
+#include "toolkit/judgement/SensorNoise.h"
+#include "toolkit/sessions/Session.h"
+#include "toolkit/text/Texts.h"
+#include "xapel2_standin/Host.h"
+
+namespace XAPEL2 {
+namespace Toolkit {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr double UNKNOWN = std::numeric_limits<double>::quiet_NaN();
+constexpr double USED_MOST = 0.7;        // of saturation
+constexpr double SAME_EXPOSURE = 0.005;  // relative
+constexpr std::size_t LEVELS_LEAST = 5;  // in a line that shows by itself when the camera is not linear
+
+double meanOfClass(const MeanImage& rImage, unsigned iClass) {
+    double dSum = 0.0;
+    const ColourPlane plane = colourPlane(rImage.layout, rImage.vecSamples, iClass);
+    for (const float fSample : plane.vecSamples) {
+        dSum += static_cast<double>(fSample);
+    }
+    return dSum / std::max(1.0, static_cast<double>(plane.vecSamples.size()));
+}
+
+double varianceOfClass(const MeanImage& rImage, unsigned iClass) {
+    return varianceBeforeRounding(rImage.vecClassVariance.empty() ? rImage.dTemporalVariance
+                                                                  : rImage.vecClassVariance[iClass]);
+}
+
+double saturationOf(const std::vector<TransferPoint>& rPoints, double dFullScale) {
+    const auto itNoisiest =
+        std::max_element(rPoints.begin(), rPoints.end(),
+                         [](const TransferPoint& a, const TransferPoint& b) { return a.dVariance < b.dVariance; });
+    const bool bBeyond = std::any_of(rPoints.begin(), rPoints.end(),
+                                     [&](const TransferPoint& rPoint) { return rPoint.dSignal > itNoisiest->dSignal; });
+    return bBeyond ? itNoisiest->dSignal : dFullScale;
+}
+
+TransferLine lineOf(const std::vector<LightLevel>& rLevels, unsigned iClass) {
+    TransferLine line;
+    double dDark = std::numeric_limits<double>::infinity();
+    for (const LightLevel& rLevel : rLevels) {
+        const double dMean = meanOfClass(rLevel.dark, iClass);
+        dDark = std::min(dDark, dMean);
+        line.vecPoints.push_back({meanOfClass(rLevel.light, iClass) - dMean,
+                                  varianceOfClass(rLevel.light, iClass) - varianceOfClass(rLevel.dark, iClass), false});
+    }
+    const StandIn::ImageLayout& rLayout = rLevels.front().light.layout;
+    line.dSaturation = saturationOf(line.vecPoints, rLayout.pFormat->fullScale() - dDark);
+    double dProducts = 0.0, dSquares = 0.0, dErrors = 0.0;
+    for (std::size_t i = 0; i < rLevels.size(); ++i) {
+        TransferPoint& rPoint = line.vecPoints[i];
+        rPoint.bUsed = rPoint.dSignal > 0.0 && rPoint.dSignal <= USED_MOST * line.dSaturation;
+        if (rPoint.bUsed) {
+            dProducts += rPoint.dSignal * rPoint.dVariance;
+            dSquares += rPoint.dSignal * rPoint.dSignal;
+            const double dNoise = varianceOfClass(rLevels[i].light, iClass);
+            dErrors += std::pow(rPoint.dSignal * dNoise, 2.0) * 2.0 /
+                       (static_cast<double>(rLayout.samplesOf(iClass)) *
+                        (static_cast<double>(rLevels[i].light.nFrames) - 1.0));
+        }
+    }
+    line.dGain = dSquares > 0.0 ? dProducts / dSquares : UNKNOWN;
+    line.dUncertainty = dSquares > 0.0 ? std::sqrt(dErrors) / dSquares : UNKNOWN;
+    return line;
+}
+
+/// Mean and noise of the image files of a folder.
+MeanImage meanOfFolder(const std::string& strFolder, const StandIn::PixelFormat& rFormat) {
+    std::vector<std::string> vecFiles;
+    for (const auto& rEntry : fs::directory_iterator(strFolder)) {
+        if (rEntry.is_regular_file() && rEntry.path().filename().string()[0] != '.') {
+            vecFiles.push_back(rEntry.path().string());
+        }
+    }
+    if (vecFiles.size() < 2) {
+        throw std::runtime_error(strFolder + ": a level takes two image files or more");
+    }
+    std::sort(vecFiles.begin(), vecFiles.end());
+    CSession session("the files of " + strFolder, [&] { return StandIn::openFiles(vecFiles, rFormat.pName); });
+    session.selectScene("Scene");
+    std::optional<CFrameStack> stack;
+    for (uint64_t i = 0; i < vecFiles.size(); ++i) {
+        const Frame frame = session.fetchFrame(i);
+        if (!stack) {
+            stack.emplace(StandIn::ImageLayout{frame.pFormat, frame.nWidth, frame.nHeight});
+        }
+        stack->add(frame);
+    }
+    return stack->mean();
+}
+
+double exposureOf(const StandIn::ReferenceImage& rReference) {
+    const CameraSettings settings = cameraSettingsFromJson(rReference.strCamera);
+    return settings.has("ExposureTime") ? settings.mapValues.at("ExposureTime") : UNKNOWN;
+}
+
+}  // namespace
+
+double PhotonTransfer::gain() const {
+    double dSum = 0.0;
+    for (const TransferLine& rLine : vecClasses) {
+        dSum += rLine.dGain;
+    }
+    return dSum / static_cast<double>(vecClasses.size());
+}
+
+PhotonTransfer photonTransfer(const std::vector<LightLevel>& rLevels) {
+    PhotonTransfer result;
+    for (const LightLevel& rLevel : rLevels) {
+        for (const MeanImage* pImage : {&rLevel.light, &rLevel.dark}) {
+            if (!pImage->layout.hasSamplesLike(rLevels.front().light.layout)) {
+                throw std::invalid_argument(rLevel.strName + " has another format or size than the levels before");
+            }
+            if (pImage->nFrames < 2) {
+                throw std::invalid_argument(rLevel.strName + ": the noise of a single frame cannot be told; " +
+                                            (pImage == &rLevel.light ? "a level" : "its dark reference") +
+                                            " takes two or more");
+            }
+        }
+        result.vecLevels.push_back(rLevel.strName);
+    }
+    for (unsigned i = 0; !rLevels.empty() && i < rLevels.front().light.layout.classes(); ++i) {
+        result.vecClasses.push_back(lineOf(rLevels, i));
+    }
+    return result;
+}
+
+std::vector<LightLevel> readLevels(const std::vector<std::string>& rNames, const StandIn::ReferenceImage& rDark) {
+    struct Dark {
+        double dExposure;
+        MeanImage mean;
+    };
+    std::vector<Dark> vecDark;
+    std::vector<LightLevel> vecLevels;
+    std::vector<double> vecExposures;
+    for (const std::string& rName : rNames) {
+        std::error_code ignored;
+        if (fs::is_directory(rName, ignored)) {
+            vecLevels.push_back({rName, meanOfFolder(rName, *rDark.layout.pFormat), {}});
+            vecExposures.push_back(UNKNOWN);
+            continue;
+        }
+        const StandIn::ReferenceImage reference = readReference(rName);
+        if (reference.eKind == StandIn::eReferenceDark) {
+            vecDark.push_back({exposureOf(reference), meanOf(reference)});
+        } else {
+            vecLevels.push_back({rName, meanOf(reference), {}});
+            vecExposures.push_back(exposureOf(reference));
+        }
+    }
+    for (std::size_t i = 0; i < vecLevels.size(); ++i) {
+        const auto itDark = std::find_if(vecDark.begin(), vecDark.end(), [&](const Dark& r) {
+            return std::abs(r.dExposure - vecExposures[i]) <= SAME_EXPOSURE * vecExposures[i];
+        });
+        vecLevels[i].dark = itDark != vecDark.end() ? itDark->mean : meanOf(rDark);
+    }
+    return vecLevels;
+}
+
+Findings judgeLevels(const PhotonTransfer& rTransfer) {
+    std::size_t nLeast = rTransfer.vecLevels.size();
+    for (const TransferLine& rLine : rTransfer.vecClasses) {
+        nLeast = std::min(nLeast, static_cast<std::size_t>(std::count_if(rLine.vecPoints.begin(), rLine.vecPoints.end(),
+                                                                         [](const auto& r) { return r.bUsed; })));
+    }
+    if (nLeast >= LEVELS_LEAST) {
+        return {};
+    }
+    return {{eWarning, "few-levels",
+             "Of " + counted(rTransfer.vecLevels.size(), "level") + " only " + std::to_string(nLeast) +
+                 (nLeast == 1 ? " is" : " are") + " above the dark and up to 70 % of saturation.",
+             "Take five levels or more there."}};
+}
+
+std::string describe(const PhotonTransfer& rTransfer, const StandIn::PixelFormat& rFormat) {
+    const std::vector<std::string> vecNames = colourClassNames(rFormat);
+    std::string strText;
+    for (std::size_t i = 0; i < rTransfer.vecClasses.size(); ++i) {
+        const TransferLine& rLine = rTransfer.vecClasses[i];
+        const auto nUsed =
+            std::count_if(rLine.vecPoints.begin(), rLine.vecPoints.end(), [](auto& r) { return r.bUsed; });
+        strText += "  conversion gain    " + (vecNames.size() > 1 ? vecNames[i] + " " : std::string()) +
+                   withUnit(rLine.dGain, 5, "DN/e-") +
+                   (std::isnan(rLine.dUncertainty) ? "" : " +- " + fixed(rLine.dUncertainty, 5)) + ", a line over " +
+                   std::to_string(nUsed) + " of " + counted(rLine.vecPoints.size(), "level") + ", saturation " +
+                   fixed(rLine.dSaturation, 0) + " DN\n";
+    }
+    return strText + describe(judgeLevels(rTransfer));
+}
+
+nlohmann::ordered_json toJson(const PhotonTransfer& rTransfer, const StandIn::PixelFormat& rFormat) {
+    nlohmann::ordered_json result = {{"conversionGain", rTransfer.gain()},
+                                     {"classes", nlohmann::ordered_json::array()},
+                                     {"findings", toJson(judgeLevels(rTransfer))}};
+    const std::vector<std::string> vecNames = colourClassNames(rFormat);
+    for (std::size_t i = 0; i < rTransfer.vecClasses.size(); ++i) {
+        const TransferLine& rLine = rTransfer.vecClasses[i];
+        nlohmann::ordered_json points = nlohmann::ordered_json::array();
+        for (std::size_t k = 0; k < rLine.vecPoints.size(); ++k) {
+            const TransferPoint& rPoint = rLine.vecPoints[k];
+            points.push_back({{"level", rTransfer.vecLevels[k]},
+                              {"signal", rPoint.dSignal},
+                              {"variance", rPoint.dVariance},
+                              {"used", rPoint.bUsed}});
+        }
+        result["classes"].push_back({{"class", vecNames[i]},
+                                     {"conversionGain", rLine.dGain},
+                                     {"conversionGainUncertainty", rLine.dUncertainty},
+                                     {"saturation", rLine.dSaturation},
+                                     {"points", points}});
+    }
+    return result;
+}
+
+}  // namespace Toolkit
+}  // namespace XAPEL2

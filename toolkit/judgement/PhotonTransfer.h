@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// The conversion gain from even light at several exposures: the photon transfer method of EMVA 1288.
+
+#pragma once
+
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <vector>
+
+#include "toolkit/judgement/FrameStack.h"
+#include "toolkit/judgement/Judgement.h"
+
+namespace XAPEL2 {
+namespace Toolkit {
+
+/// An even light, and the dark of the same exposure.
+struct LightLevel {
+    std::string strName;
+    MeanImage light, dark;
+};
+
+/// A level as a class of samples sees it.
+struct TransferPoint {
+    double dSignal = 0.0;    ///< mean above the dark one, DN
+    double dVariance = 0.0;  ///< temporal variance above the dark one, DN^2
+    bool bUsed = false;      ///< in the line
+};
+
+/// The line of a colour class.
+struct TransferLine {
+    double dGain = 0.0;         ///< K, DN per electron; NaN: no level can be used
+    double dUncertainty = 0.0;  ///< of K, one standard deviation: what the number of samples and frames leaves
+    double dSaturation = 0.0;   ///< DN above the dark
+    std::vector<TransferPoint> vecPoints;
+};
+
+/// The lines of all classes, in the order of colourClassNames(), their points in the order of the levels.
+struct PhotonTransfer {
+    std::vector<TransferLine> vecClasses;
+    std::vector<std::string> vecLevels;
+    /// Mean of the classes.
+    double gain() const;
+};
+
+/// K is the slope of the line through 0 that fits the variance over the signal best (least squares), up to 70 % of
+/// saturation (EMVA 1288 R4, section 6): the signal of the largest variance where a brighter level has less, else full
+/// scale. Variances are taken before rounding, which differs from their difference only where the noise in the dark is
+/// below 0.4 DN.
+/// @throws std::invalid_argument  a level is of one frame, or of another layout than the first; names it.
+PhotonTransfer photonTransfer(const std::vector<LightLevel>& rLevels);
+
+/// Reads levels, each of them a light reference or a folder of two image files or more. Dark references among them go
+/// with the light ones of their exposure time, rDark with all others.
+/// @throws std::runtime_error  names what cannot be used.
+std::vector<LightLevel> readLevels(const std::vector<std::string>& rNames, const StandIn::ReferenceImage& rDark);
+
+/// What is to be said of the levels: "few-levels", a warning.
+Findings judgeLevels(const PhotonTransfer& rTransfer);
+
+/// Lines for people, each ended.
+std::string describe(const PhotonTransfer& rTransfer, const StandIn::PixelFormat& rFormat);
+
+/// {"conversionGain", "classes": [{"class", "conversionGain", "conversionGainUncertainty", "saturation",
+/// "points": [{"level", "signal", "variance", "used"}]}], "findings"}
+nlohmann::ordered_json toJson(const PhotonTransfer& rTransfer, const StandIn::PixelFormat& rFormat);
+
+}  // namespace Toolkit
+}  // namespace XAPEL2
