@@ -24,9 +24,9 @@ int queryImage(const FrameInfo& rInfo, int32_t iInfoCmd, const InfoSlot& rSlot) 
         case BUFFER_INFO_HEIGHT:
             return writeSize(rSlot, rInfo.nHeight);
         case BUFFER_INFO_XOFFSET:
-            return writeSize(rSlot, rInfo.nOffsetX);
+            return writeSize(rSlot, rInfo.geometry.x.nOffset);
         case BUFFER_INFO_YOFFSET:
-            return writeSize(rSlot, rInfo.nOffsetY);
+            return writeSize(rSlot, rInfo.geometry.y.nOffset);
         case BUFFER_INFO_XPADDING:
             return writeSize(rSlot, 0);
         case BUFFER_INFO_IMAGEOFFSET:
