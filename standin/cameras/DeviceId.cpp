@@ -120,8 +120,9 @@ void parseSetting(const std::string& strId, const NodeSetting& rSetting, SimSett
 }
 
 // One side of the sensor: as given, or just what the image takes.
-uint64_t sensorSide(const std::string& strId, uint64_t nGiven, uint64_t nSide, uint64_t nOffset, uint64_t nBinning) {
-    const uint64_t nWanted = (nOffset + nSide) * nBinning;
+uint64_t sensorSide(const std::string& strId, uint64_t nGiven, uint64_t nEnd, uint64_t nBinning, bool bCfa) {
+    // Pixels of one colour are binned by whole arrays.
+    const uint64_t nWanted = (bCfa && nBinning > 1 ? (nEnd + 1) / 2 * 2 : nEnd) * nBinning;
     const uint64_t nSensor = nGiven != 0 ? nGiven : nWanted;
     if (nWanted > nSensor || nSensor > IMAGE_SIDE_MAX) {
         refuse(strId, "the image takes a sensor of " + std::to_string(nWanted) +
@@ -152,10 +153,11 @@ SimSettings parseSim(const std::string& strId, const std::string& strRest) {
         refuse(strId, "binning is 1, 2 or 4");
     }
     settings.nBinningX = settings.nBinningY = settings.nBinning;
+    const bool bCfa = settings.pFormat->isCfa();
     settings.nSensorWidth =
-        sensorSide(strId, settings.nSensorWidth, settings.nWidth, settings.nOffsetX, settings.nBinning);
+        sensorSide(strId, settings.nSensorWidth, settings.nOffsetX + settings.nWidth, settings.nBinning, bCfa);
     settings.nSensorHeight =
-        sensorSide(strId, settings.nSensorHeight, settings.nHeight, settings.nOffsetY, settings.nBinning);
+        sensorSide(strId, settings.nSensorHeight, settings.nOffsetY + settings.nHeight, settings.nBinning, bCfa);
     return settings;
 }
 

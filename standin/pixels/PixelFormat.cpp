@@ -67,6 +67,20 @@ const PixelFormat* findPixelFormat(const std::string& strName) {
     return nullptr;
 }
 
+const PixelFormat* shiftedFormat(const PixelFormat& rFormat, uint64_t nColumns, uint64_t nRows) {
+    for (const PixelFormat& rOther : pixelFormats()) {
+        bool bSame = rOther.isCfa() && rFormat.isCfa() && rOther.nBits == rFormat.nBits &&
+                     rOther.nWireBits == rFormat.nWireBits && rOther.bSplit == rFormat.bSplit;
+        for (std::size_t i = 0; bSame && i < 4; ++i) {
+            bSame = rOther.pCfa[i] == rFormat.pCfa[(i / 2 + nRows) % 2 * 2 + (i + nColumns) % 2];
+        }
+        if (bSame) {
+            return &rOther;
+        }
+    }
+    return findPixelFormat(rFormat.pName);
+}
+
 std::size_t imageBytes(const PixelFormat& rFormat, uint64_t nWidth, uint64_t nHeight) {
     return static_cast<std::size_t>((nWidth * nHeight * rFormat.nChannels * rFormat.nWireBits + 7) / 8);
 }

@@ -15,8 +15,8 @@
 #include "xapel2/GenTLCodes.h"
 
 #include "standin/files/TiffHandle.h"
-#include "standin/processor/correction/Correction.h"
-#include "standin/processor/filters/ReferenceFilter.h"
+#include "standin/processor/AppliedReferences.h"
+#include "standin/processor/references/ReferenceDescription.h"
 #include "standin/processor/references/ReferenceRecorder.h"
 #include "xapel2_standin/ReferenceFile.h"
 #include "xapel2_standin/ReferenceImage.h"
@@ -41,15 +41,28 @@ constexpr int32_t TRACE_ERROR = 2;
 constexpr uint64_t NO_ADDRESS = 65536;
 
 /// Why an image was left untouched.
-enum eReason { eNothingApplied, eOtherFormat, eOtherSize, eImpossible, eOtherThanRecording, eBusy, eReasonCount };
+enum eReason {
+    eNothingApplied,
+    eOtherFormat,
+    eOtherSize,
+    eImpossible,
+    eOtherThanRecording,
+    eBusy,
+    eMoved,  // the obstacles of ePlaceObstacle in their order, from the first that is one on
+    eGuessed = eMoved + eOtherFilterArray,
+};
 
 const char* textOf(eReason eWhy) {
-    static constexpr std::array<const char*, eReasonCount> TEXTS = {"no reference is applied",
-                                                                    "a reference is applied for another format",
-                                                                    "a reference is applied for another size",
-                                                                    "the image is impossible",
-                                                                    "the recording has another format or size",
-                                                                    BUSY};
+    if (eWhy >= eMoved) {
+        return PLACE_OBSTACLES[eWhy - eMoved + eOtherSensor];
+    }
+    static constexpr std::array<const char*, eMoved> TEXTS = {
+        "no reference is applied",
+        "a reference is applied for another format",
+        "a reference is applied for another size",
+        "the image is impossible",
+        "the recording has another format, size or place on the sensor",
+        BUSY};
     return TEXTS[eWhy];
 }
 
@@ -61,6 +74,15 @@ std::string toText(const std::string& strFormat, int64_t iWidth, int64_t iHeight
     return strFormat + " " + std::to_string(iWidth) + "x" + std::to_string(iHeight);
 }
 
+// Where an image lies, and the reference.
+std::string numbers(const ReferenceImage& rMain, const ImageLayout& rLayout, const ImageGeometry& rPlace) {
+    const auto fnWords = [](const ImageLayout& r, const ImageGeometry& rWhere) {
+        return inWords(rWhere, r.nWidth, r.nHeight, r.pFormat->isCfa()) + " of a sensor of " +
+               std::to_string(rWhere.x.nSensor) + " x " + std::to_string(rWhere.y.nSensor) + ", " + r.pFormat->pName;
+    };
+    return "; image: " + fnWords(rLayout, rPlace) + "; reference: " + fnWords(rMain.layout, rMain.geometry);
+}
+
 ImageLayout layoutOf(const ShadingInputs& rInputs) {
     // A negative size becomes a huge one, which is as impossible.
     return {findPixelFormat(rInputs.strPixelFormat), static_cast<uint64_t>(rInputs.iWidth),
@@ -70,9 +92,11 @@ ImageLayout layoutOf(const ShadingInputs& rInputs) {
 }  // namespace
 
 struct CShadingProcessor::Impl {
-    explicit Impl(TraceFunc fnTrace) : m_fnTrace(std::move(fnTrace)) {}
+    Impl(TraceFunc fnTrace, const IImagePlaces* pPlaces) : m_fnTrace(std::move(fnTrace)), m_pPlaces(pPlaces) {}
 
     int64_t run(int64_t iCommand, const ShadingInputs& rInputs, ShadingAnswer& rAnswer);
+    int64_t record(const ImageLayout& rLayout, const void* pImage, const ShadingInputs& rInputs,
+                   ShadingAnswer& rAnswer);
     int64_t process(const ShadingInputs& rInputs, ShadingAnswer& rAnswer);
     int64_t apply(const ShadingInputs& rInputs, ShadingAnswer& rAnswer);
     int64_t clear() noexcept;
@@ -80,24 +104,36 @@ struct CShadingProcessor::Impl {
     int64_t start(eReferenceKind eKind, ShadingAnswer& rAnswer);
     int64_t end(const ShadingInputs& rInputs, ShadingAnswer& rAnswer);
 
-    int64_t leaveUntouched(eReason eWhy, const ShadingInputs& rInputs, int64_t iStatus, ShadingAnswer& rAnswer);
+    int64_t leaveUntouched(eReason eWhy, const ShadingInputs& rInputs, int64_t iStatus, ShadingAnswer& rAnswer,
+                           const std::string& strNumbers = {});
+    const CorrectionInUse* correctionFor(const ImageLayout& rLayout, const void* pImage, const ShadingInputs& rInputs,
+                                         int64_t& rStatus, ShadingAnswer& rAnswer);
+    ImageGeometry placeOf(const void* pImage) const;
+    ImageGeometry presentPlace(const ImageLayout& rLayout) const;
+    bool firstTime(unsigned iBit) {
+        return (m_uTraced.fetch_or(1U << iBit, std::memory_order_relaxed) & 1U << iBit) == 0;
+    }
+    std::string otherThan(const ImageLayout& rLayout) const;
     int64_t failApply(const std::string& strWhy, int64_t iStatus, ShadingAnswer& rAnswer);
     FilterRadii radii(eReferenceKind eKind) const;
-    void describe(std::string strCorrection) noexcept;
+    void use(const CorrectionInUse* pInUse) noexcept;
     void emit(const std::string& strText) const noexcept;
 
     const TraceFunc m_fnTrace;
+    const IImagePlaces* const m_pPlaces;
 
     // Taken by exchange, released by store: a command that finds it taken is refused. No mutex, because a trace
     // function may run a command on the thread that holds it.
     std::atomic<bool> m_bBusy{false};
 
     // Guarded by m_bBusy.
-    std::array<std::unique_ptr<ReferenceImage>, 2> m_aReferences;  // by eReferenceKind
-    std::unique_ptr<CReferenceRecorder> m_pRecorder;               // null: no recording runs
-    ImageLayout m_applied;                                         // what m_pCorrection is for
-    std::unique_ptr<ICorrection> m_pCorrection;                    // null: nothing is applied
-    std::string m_strTrace;                                        // emitted once the command is over
+    ReferencePair m_aReferences;
+    std::unique_ptr<CReferenceRecorder> m_pRecorder;  // null: no recording runs
+    ImageGeometry m_recorded;                         // where its images lie
+    const PixelFormat* m_pFormat = nullptr;           // that m_pApplied was applied for
+    std::unique_ptr<CAppliedReferences> m_pApplied;   // null: nothing is applied
+    const CorrectionInUse* m_pInUse = nullptr;        // one of m_pApplied's, described below
+    std::string m_strTrace;                           // emitted once the command is over
 
     // One bit for each reason that has been traced; any thread, the order does not matter.
     std::atomic<uint32_t> m_uTraced{0};
@@ -105,7 +141,7 @@ struct CShadingProcessor::Impl {
     // Protects the members below; held for a copy.
     mutable std::mutex m_mtxParameters;
     std::array<int64_t, PARAMETERS.size()> m_aParameters = {};
-    std::string m_strCorrection;  // of m_pCorrection; empty: nothing is applied
+    std::shared_ptr<const std::string> m_pDescription;  // of m_pInUse; null: nothing is used
 };
 
 void CShadingProcessor::Impl::emit(const std::string& strText) const noexcept {
@@ -121,16 +157,33 @@ void CShadingProcessor::Impl::emit(const std::string& strText) const noexcept {
 
 // The reason is told for each image, and traced once.
 int64_t CShadingProcessor::Impl::leaveUntouched(eReason eWhy, const ShadingInputs& rInputs, int64_t iStatus,
-                                                ShadingAnswer& rAnswer) {
+                                                ShadingAnswer& rAnswer, const std::string& strNumbers) {
     rAnswer.eOutcome = iStatus < 0 ? eRefused : eLeftUntouched;
     rAnswer.pReason = textOf(eWhy);
-    const uint32_t uBit = 1U << eWhy;
-    if ((m_uTraced.fetch_or(uBit, std::memory_order_relaxed) & uBit) == 0) {
+    if (firstTime(eWhy)) {
         m_strTrace = "image left untouched; " + std::string(textOf(eWhy)) + "; image " +
                      toText(rInputs.strPixelFormat, rInputs.iWidth, rInputs.iHeight) + ", " +
-                     std::to_string(rInputs.iBufferSize) + " bytes";
+                     std::to_string(rInputs.iBufferSize) + " bytes" + strNumbers;
     }
     return iStatus;
+}
+
+ImageGeometry CShadingProcessor::Impl::placeOf(const void* pImage) const {
+    ImageGeometry place;
+    try {
+        return m_pPlaces && m_pPlaces->placeOf(pImage, place) ? place : ImageGeometry{};
+    } catch (...) {
+        return {};
+    }
+}
+
+ImageGeometry CShadingProcessor::Impl::presentPlace(const ImageLayout& rLayout) const {
+    ImageGeometry place;
+    try {
+        return m_pPlaces && m_pPlaces->presentPlace(rLayout, place) ? place : ImageGeometry{};
+    } catch (...) {
+        return {};
+    }
 }
 
 FilterRadii CShadingProcessor::Impl::radii(eReferenceKind eKind) const {
@@ -140,9 +193,69 @@ FilterRadii CShadingProcessor::Impl::radii(eReferenceKind eKind) const {
             static_cast<unsigned>(m_aParameters[bLight ? eBoxLight : eBoxDark])};
 }
 
-void CShadingProcessor::Impl::describe(std::string strCorrection) noexcept {
+void CShadingProcessor::Impl::use(const CorrectionInUse* pInUse) noexcept {
+    if (pInUse && pInUse == m_pInUse) {
+        return;
+    }
+    m_pInUse = pInUse;
+    std::shared_ptr<const std::string> pDescription = pInUse ? pInUse->pDescription : nullptr;
     const std::lock_guard<std::mutex> lock(m_mtxParameters);
-    m_strCorrection.swap(strCorrection);
+    m_pDescription.swap(pDescription);
+}
+
+int64_t CShadingProcessor::Impl::record(const ImageLayout& rLayout, const void* pImage, const ShadingInputs& rInputs,
+                                        ShadingAnswer& rAnswer) {
+    ImageGeometry place = placeOf(pImage);
+    if (!rLayout.liesOn(place)) {
+        place = {};  // what cannot be is not filed
+    }
+    const bool bFirst = m_pRecorder->images() == 0;
+    if (!bFirst && (m_pRecorder->layout() != rLayout || m_recorded != place)) {
+        return leaveUntouched(eOtherThanRecording, rInputs, GC_ERR_INVALID_PARAMETER, rAnswer);
+    }
+    m_pRecorder->add(rLayout, pImage);
+    m_recorded = place;
+    rAnswer.eOutcome = eRecorded;
+    rAnswer.pReason = RECORDING;
+    return static_cast<int64_t>(m_pRecorder->images());
+}
+
+// Null where the image is left as it is; the answer then says why.
+const CorrectionInUse* CShadingProcessor::Impl::correctionFor(const ImageLayout& rLayout, const void* pImage,
+                                                              const ShadingInputs& rInputs, int64_t& rStatus,
+                                                              ShadingAnswer& rAnswer) {
+    CAppliedReferences& rApplied = *m_pApplied;
+    const ImageGeometry place = rApplied.isPlaced() ? placeOf(pImage) : ImageGeometry{};
+    // The colour phase goes with the place.
+    const bool bSameFormat =
+        m_pFormat == rLayout.pFormat ||
+        (place.isKnown() && m_pFormat->isCfa() && rLayout.pFormat->isCfa() &&
+         m_pFormat->nBits == rLayout.pFormat->nBits && m_pFormat->nWireBits == rLayout.pFormat->nWireBits &&
+         m_pFormat->bSplit == rLayout.pFormat->bSplit);
+    if (!bSameFormat) {
+        rStatus = leaveUntouched(eOtherFormat, rInputs, UNTOUCHED, rAnswer);
+        return nullptr;
+    }
+    if (const CorrectionInUse* pFound = rApplied.find(rLayout, place)) {
+        return pFound;
+    }
+    if (!place.isKnown() && !rApplied.isOwnSize(rLayout)) {
+        rStatus = leaveUntouched(eOtherSize, rInputs, UNTOUCHED, rAnswer);
+        return nullptr;
+    }
+    const ePlaceObstacle eWhy = rApplied.obstacle(rLayout, place);
+    if (eWhy != eNoObstacle) {
+        rStatus = leaveUntouched(static_cast<eReason>(eMoved + (eWhy - eOtherSensor)), rInputs, UNTOUCHED, rAnswer,
+                                 numbers(rApplied.main(), rLayout, place));
+        return nullptr;
+    }
+    m_pInUse = nullptr;  // it may make way
+    const CorrectionInUse& rBuilt = rApplied.build(rLayout, place);
+    if (!place.isKnown() && rApplied.isWindow() && firstTime(eGuessed)) {
+        m_strTrace = "image corrected as if it lay where the reference does, a window; nobody knows where it lies" +
+                     numbers(rApplied.main(), rLayout, place);
+    }
+    return &rBuilt;
 }
 
 int64_t CShadingProcessor::Impl::process(const ShadingInputs& rInputs, ShadingAnswer& rAnswer) {
@@ -154,24 +267,18 @@ int64_t CShadingProcessor::Impl::process(const ShadingInputs& rInputs, ShadingAn
     void* const pImage = reinterpret_cast<void*>(static_cast<uintptr_t>(rInputs.iBuffer));
 
     if (m_pRecorder) {
-        if (m_pRecorder->images() != 0 && m_pRecorder->layout() != layout) {
-            return leaveUntouched(eOtherThanRecording, rInputs, GC_ERR_INVALID_PARAMETER, rAnswer);
-        }
-        m_pRecorder->add(layout, pImage);
-        rAnswer.eOutcome = eRecorded;
-        rAnswer.pReason = RECORDING;
-        return static_cast<int64_t>(m_pRecorder->images());
+        return record(layout, pImage, rInputs, rAnswer);
     }
-    if (!m_pCorrection) {
+    if (!m_pApplied) {
         return leaveUntouched(eNothingApplied, rInputs, UNTOUCHED, rAnswer);
     }
-    if (m_applied.pFormat != layout.pFormat) {
-        return leaveUntouched(eOtherFormat, rInputs, UNTOUCHED, rAnswer);
+    int64_t iStatus = UNTOUCHED;
+    const CorrectionInUse* const pInUse = correctionFor(layout, pImage, rInputs, iStatus, rAnswer);
+    if (!pInUse) {
+        return iStatus;
     }
-    if (m_applied != layout) {
-        return leaveUntouched(eOtherSize, rInputs, UNTOUCHED, rAnswer);
-    }
-    m_pCorrection->correct(pImage);
+    use(pInUse);
+    pInUse->pCorrection->correct(pImage);
     rAnswer.eOutcome = eCorrected;
     return GC_ERR_SUCCESS;
 }
@@ -180,6 +287,14 @@ int64_t CShadingProcessor::Impl::failApply(const std::string& strWhy, int64_t iS
     rAnswer.strDetail = "cannot apply to " + strWhy;
     m_strTrace = rAnswer.strDetail;
     return iStatus;
+}
+
+// Format and size of the first reference that is not like an image.
+std::string CShadingProcessor::Impl::otherThan(const ImageLayout& rLayout) const {
+    const auto& rpDark = m_aReferences[eReferenceDark];
+    const bool bDark = rpDark && (!rpDark->layout.hasSamplesLike(rLayout) || !m_aReferences[eReferenceLight]);
+    const ImageLayout& rOther = m_aReferences[bDark ? eReferenceDark : eReferenceLight]->layout;
+    return toText(rOther.pFormat->pName, static_cast<int64_t>(rOther.nWidth), static_cast<int64_t>(rOther.nHeight));
 }
 
 int64_t CShadingProcessor::Impl::apply(const ShadingInputs& rInputs, ShadingAnswer& rAnswer) {
@@ -191,39 +306,29 @@ int64_t CShadingProcessor::Impl::apply(const ShadingInputs& rInputs, ShadingAnsw
     if (!m_aReferences[eReferenceDark] && !m_aReferences[eReferenceLight]) {
         return failApply(strWanted + "; there is no reference", GC_ERR_NOT_AVAILABLE, rAnswer);
     }
-    for (const auto& rpReference : m_aReferences) {
-        if (rpReference && !rpReference->layout.hasSamplesLike(layout)) {
-            const ImageLayout& rOther = rpReference->layout;
-            return failApply(strWanted + "; a reference is of " +
-                                 toText(rOther.pFormat->pName, static_cast<int64_t>(rOther.nWidth),
-                                        static_cast<int64_t>(rOther.nHeight)),
-                             GC_ERR_NOT_AVAILABLE, rAnswer);
-        }
+    std::unique_ptr<CAppliedReferences> pApplied;
+    try {
+        pApplied = std::make_unique<CAppliedReferences>(m_aReferences);
+    } catch (const CAppliedReferences::CUnfitPair& rError) {
+        return failApply(strWanted + "; " + rError.what(), GC_ERR_NOT_AVAILABLE, rAnswer);
     }
-    std::array<std::vector<float>, 2> aFiltered;
-    std::array<const std::vector<float>*, 2> apSamples = {};
-    for (const eReferenceKind eKind : {eReferenceDark, eReferenceLight}) {
-        if (!m_aReferences[eKind]) {
-            continue;
-        }
-        apSamples[eKind] = &m_aReferences[eKind]->vecSamples;
-        const FilterRadii filters = radii(eKind);
-        if (filters.nMedian == 0 && filters.nBox == 0) {
-            continue;  // as it is: a copy would take as long as the tables
-        }
-        aFiltered[eKind] = *apSamples[eKind];
-        filterReference(layout, filters, aFiltered[eKind]);
-        apSamples[eKind] = &aFiltered[eKind];
+    const ImageGeometry place = pApplied->isPlaced() ? presentPlace(layout) : ImageGeometry{};
+    if (!pApplied->hasSamplesLike(*layout.pFormat) ||
+        !(place.isKnown() || (pApplied->isPlaced() ? pApplied->takesSize(layout) : pApplied->isOwnSize(layout)))) {
+        return failApply(strWanted + "; a reference is of " + otherThan(layout), GC_ERR_NOT_AVAILABLE, rAnswer);
     }
-    CorrectionOutput output;
-    if (m_aReferences[eReferenceLight]) {
-        output = {m_aReferences[eReferenceLight]->output, &m_aReferences[eReferenceLight]->vecDefects};
+    const bool bBuild = place.isKnown() || pApplied->isOwnSize(layout);
+    const ePlaceObstacle eWhy = bBuild ? pApplied->obstacle(layout, place) : eNoObstacle;
+    if (eWhy != eNoObstacle) {
+        return failApply(strWanted + "; " + PLACE_OBSTACLES[eWhy] + numbers(pApplied->main(), layout, place),
+                         GC_ERR_NOT_AVAILABLE, rAnswer);
     }
-    auto pCorrection = makeCorrection(layout, apSamples[eReferenceDark], apSamples[eReferenceLight], nullptr, output);
-    std::string strCorrection = pCorrection->description();
-    m_pCorrection = std::move(pCorrection);
-    describe(std::move(strCorrection));
-    m_applied = layout;
+    pApplied->prepare({radii(eReferenceDark), radii(eReferenceLight)});
+    const CorrectionInUse* const pInUse = bBuild ? &pApplied->build(layout, place) : nullptr;
+    m_pApplied = std::move(pApplied);
+    m_pInUse = nullptr;
+    use(pInUse);
+    m_pFormat = layout.pFormat;
     m_uTraced = 0;
     return GC_ERR_SUCCESS;
 }
@@ -233,8 +338,8 @@ int64_t CShadingProcessor::Impl::clear() noexcept {
         rpReference.reset();
     }
     m_pRecorder.reset();
-    m_pCorrection.reset();
-    describe({});
+    use(nullptr);
+    m_pApplied.reset();
     m_uTraced = 0;
     return GC_ERR_SUCCESS;
 }
@@ -244,7 +349,7 @@ int64_t CShadingProcessor::Impl::load(eReferenceKind eKind, const ShadingInputs&
         rAnswer.pReason = RECORDING;
         return GC_ERR_RESOURCE_IN_USE;
     }
-    auto pReference = std::make_unique<ReferenceImage>(readReferenceFile(rInputs.strFilename));
+    auto pReference = std::make_shared<const ReferenceImage>(readReferenceFile(rInputs.strFilename));
     if (pReference->eKind != eKind) {
         throw CFileError(eKind == eReferenceLight ? "it is a dark reference" : "it is a light reference");
     }
@@ -267,8 +372,11 @@ int64_t CShadingProcessor::Impl::end(const ShadingInputs& rInputs, ShadingAnswer
         rAnswer.pReason = m_pRecorder ? "the recording has no image" : "no recording is running";
         return GC_ERR_NO_DATA;
     }
-    auto pReference = std::make_unique<ReferenceImage>(m_pRecorder->reference());
+    auto pReference = std::make_shared<ReferenceImage>(m_pRecorder->reference());
     pReference->strCamera = rInputs.strNote;
+    pReference->geometry = m_recorded.isKnown() || rInputs.strNote.empty()
+                               ? m_recorded
+                               : geometryOfNote(rInputs.strNote, pReference->layout);
     writeReferenceFile(rInputs.strFilename, *pReference);
     m_aReferences[m_pRecorder->kind()] = std::move(pReference);
     m_pRecorder.reset();
@@ -307,7 +415,8 @@ int64_t CShadingProcessor::Impl::run(int64_t iCommand, const ShadingInputs& rInp
     }
 }
 
-CShadingProcessor::CShadingProcessor(TraceFunc fnTrace) : m_pImpl(std::make_unique<Impl>(std::move(fnTrace))) {}
+CShadingProcessor::CShadingProcessor(TraceFunc fnTrace, const IImagePlaces* pPlaces)
+    : m_pImpl(std::make_unique<Impl>(std::move(fnTrace), pPlaces)) {}
 CShadingProcessor::~CShadingProcessor() = default;
 
 int64_t CShadingProcessor::execute(int64_t iCommand, const ShadingInputs& rInputs, ShadingAnswer& rAnswer) noexcept {
@@ -315,8 +424,7 @@ int64_t CShadingProcessor::execute(int64_t iCommand, const ShadingInputs& rInput
     const eCorrection eFailed = iCommand == eCommandProcess ? eRefused : eNotHanded;
     // Acquire pairs with the release below: a command sees all that the one before it did.
     if (rImpl.m_bBusy.exchange(true, std::memory_order_acquire)) {
-        const uint32_t uBit = 1U << eBusy;
-        if (iCommand == eCommandProcess && (rImpl.m_uTraced.fetch_or(uBit, std::memory_order_relaxed) & uBit) == 0) {
+        if (iCommand == eCommandProcess && rImpl.firstTime(eBusy)) {
             rImpl.emit(std::string("image left untouched; ") + BUSY);
         }
         rAnswer.eOutcome = eFailed;
@@ -357,7 +465,7 @@ int64_t CShadingProcessor::parameter(const std::string& strName) const {
 
 std::string CShadingProcessor::correction() const {
     const std::lock_guard<std::mutex> lock(m_pImpl->m_mtxParameters);
-    return m_pImpl->m_strCorrection.empty() ? "none" : m_pImpl->m_strCorrection;
+    return m_pImpl->m_pDescription ? *m_pImpl->m_pDescription : "none";
 }
 
 }  // namespace StandIn

@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 
+#include "standin/processor/ImagePlaces.h"
 #include "xapel2/ShadingNodes.h"
 #include "xapel2_standin/Answers.h"
 
@@ -42,7 +43,8 @@ public:
     /// Receives the processor's traces (level, text without a line end). Called on the thread of the command.
     using TraceFunc = std::function<void(int32_t iLevel, const std::string& strText)>;
 
-    explicit CShadingProcessor(TraceFunc fnTrace);
+    /// @param[in] pPlaces  outlives the processor; null: of no image is known where it lies.
+    explicit CShadingProcessor(TraceFunc fnTrace, const IImagePlaces* pPlaces = nullptr);
     ~CShadingProcessor();
     CShadingProcessor(const CShadingProcessor&) = delete;
     CShadingProcessor& operator=(const CShadingProcessor&) = delete;
@@ -63,8 +65,8 @@ public:
     /// 0 when the name is unknown.
     int64_t parameter(const std::string& strName) const;
 
-    /// Table layout and vector target of the correction that is applied, in words; "none" where none is. Never waits
-    /// for a command.
+    /// Table layout and vector target of the correction that was used last, and the place on the sensor that it is for,
+    /// in words; "none" where none is applied. Never waits for a command.
     std::string correction() const;
 
 private:

@@ -44,6 +44,40 @@ const PixelFormat* formatOf(gint64 iPfnc) {
     return nullptr;
 }
 
+// One direction of the sensor, but for the offset. What a camera does not have it does not do; a camera that does not
+// tell the size of its sensor, or bins by a number that cannot be, has no known geometry.
+GeometryAxis axisOf(ArvCamera* pCamera, const char* pSensor, const char* pBinning, const char* pMode,
+                    const char* pReverse) {
+    const auto fnHas = [pCamera](const char* pName) {
+        return arv_camera_is_feature_available(pCamera, pName, nullptr) != FALSE;
+    };
+    const auto fnNumber = [pCamera](const char* pName) {
+        CGlibError error;
+        const gint64 iValue = arv_camera_get_integer(pCamera, pName, error.out());
+        error.check();
+        return iValue < 0 ? uint64_t{0} : static_cast<uint64_t>(iValue);
+    };
+    GeometryAxis axis;
+    axis.nSensor = fnHas(pSensor) ? fnNumber(pSensor) : 0;
+    axis.nBinning = fnHas(pBinning) ? fnNumber(pBinning) : 1;
+    if (axis.nBinning == 0 || axis.nBinning > BINNING_MAX) {
+        axis.nSensor = 0;
+    }
+    if (fnHas(pMode)) {
+        CGlibError error;
+        const char* const pText = arv_camera_get_string(pCamera, pMode, error.out());
+        error.check();
+        const std::string strMode = pText == nullptr ? "" : pText;
+        axis.eMode = strMode == "Sum" ? eBinningSum : strMode == "Average" ? eBinningAverage : eBinningUnknown;
+    }
+    if (fnHas(pReverse)) {
+        CGlibError error;
+        axis.bReverse = arv_camera_get_boolean(pCamera, pReverse, error.out()) != FALSE;
+        error.check();
+    }
+    return axis;
+}
+
 const std::string TAKEN = "another program has taken control of it (";
 
 guint32 readRegister(ArvDevice* pDevice, guint64 uAddress) {
@@ -120,8 +154,10 @@ void CAravisCamera::refreshLayout() {
     for (const CGlibError& rError : aErrors) {
         rError.check();
     }
-    layout.nOffsetX = static_cast<uint64_t>(iX);
-    layout.nOffsetY = static_cast<uint64_t>(iY);
+    layout.geometry = {axisOf(arv(), "SensorWidth", "BinningHorizontal", "BinningHorizontalMode", "ReverseX"),
+                       axisOf(arv(), "SensorHeight", "BinningVertical", "BinningVerticalMode", "ReverseY")};
+    layout.geometry.x.nOffset = static_cast<uint64_t>(iX);
+    layout.geometry.y.nOffset = static_cast<uint64_t>(iY);
     layout.nWidth = static_cast<uint64_t>(iWidth);
     layout.nHeight = static_cast<uint64_t>(iHeight);
     std::lock_guard<std::mutex> lock(m_mtxLayout);

@@ -21,7 +21,8 @@ namespace StandIn {
 struct AravisLayout {
     std::string strFormat;                 ///< as the host names it; where it does not know it, as the camera does
     const PixelFormat* pFormat = nullptr;  ///< null when the host does not know it
-    uint64_t nWidth = 0, nHeight = 0, nOffsetX = 0, nOffsetY = 0;
+    uint64_t nWidth = 0, nHeight = 0;
+    ImageGeometry geometry;
     std::size_t nPayload = 0;  ///< bytes
 };
 
@@ -42,6 +43,7 @@ public:
 
     const NodeTable& nodes() const override { return m_vecTable; }
     std::size_t payloadSize() const override { return layout().nPayload; }
+    ImageGeometry geometry() const override { return layout().geometry; }
     std::unique_ptr<ICameraStream> makeStream(ICameraBuffers& rBuffers) override;
 
     AravisLayout layout() const;

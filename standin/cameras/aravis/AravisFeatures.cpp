@@ -20,6 +20,8 @@ namespace {
 // Integers that shape the image.
 constexpr const char* LAYOUT_FEATURES[] = {"Width",          "Height", "OffsetX", "OffsetY", "BinningHorizontal",
                                            "BinningVertical"};
+constexpr const char* SENSOR_FEATURES[] = {"SensorWidth", "SensorHeight"};
+constexpr const char* MODE_FEATURES[] = {"BinningHorizontalMode", "BinningVerticalMode"};
 constexpr const char* MIRROR_FEATURES[] = {"ReverseX", "ReverseY"};
 
 // A decimal setting that cameras keep under several names; the transport finds the right one.
@@ -96,6 +98,25 @@ NodeSpec integerNode(CAravisCamera& rCamera, const char* pName) {
                 return eNodeInvalid;
             }
             arv_camera_set_integer(p, pName, iValue, pp);
+            return eNodeDone;
+        });
+    };
+    return spec;
+}
+
+NodeSpec modeNode(CAravisCamera& rCamera, const char* pName) {
+    NodeSpec spec;
+    spec.strName = pName;
+    spec.eKind = eEnumNode;
+    spec.fnGetText = [&rCamera, pName] {
+        return command(rCamera, [pName](ArvCamera* p, GError** pp) {
+            const char* const pText = arv_camera_get_string(p, pName, pp);
+            return std::string(pText == nullptr ? "" : pText);
+        });
+    };
+    spec.fnSetText = [&rCamera, pName](const char* pEntry) {
+        return changeLayout(rCamera, [=](ArvCamera* p, GError** pp) {
+            arv_camera_set_string(p, pName, pEntry, pp);
             return eNodeDone;
         });
     };
@@ -223,6 +244,17 @@ NodeTable aravisNodes(CAravisCamera& rCamera) {
     for (const char* pName : LAYOUT_FEATURES) {
         if (fnHas(pName)) {
             vecTable.push_back(integerNode(rCamera, pName));
+        }
+    }
+    for (const char* pName : SENSOR_FEATURES) {
+        if (fnHas(pName)) {
+            vecTable.push_back(integerNode(rCamera, pName));
+            vecTable.back().fnSetInt = nullptr;
+        }
+    }
+    for (const char* pName : MODE_FEATURES) {
+        if (fnHas(pName)) {
+            vecTable.push_back(modeNode(rCamera, pName));
         }
     }
     for (const char* pName : MIRROR_FEATURES) {

@@ -60,8 +60,8 @@ bool describeImage(ArvBuffer* pBuffer, FrameInfo& rInfo) {
     rInfo.nImageOffset = static_cast<std::size_t>(static_cast<const char*>(pImage) - static_cast<const char*>(pBase));
     rInfo.nWidth = sizeOf(arv_buffer_get_part_width(pBuffer, 0));
     rInfo.nHeight = sizeOf(arv_buffer_get_part_height(pBuffer, 0));
-    rInfo.nOffsetX = sizeOf(arv_buffer_get_part_x(pBuffer, 0));
-    rInfo.nOffsetY = sizeOf(arv_buffer_get_part_y(pBuffer, 0));
+    rInfo.geometry.x.nOffset = sizeOf(arv_buffer_get_part_x(pBuffer, 0));
+    rInfo.geometry.y.nOffset = sizeOf(arv_buffer_get_part_y(pBuffer, 0));
     return true;
 }
 
@@ -212,8 +212,7 @@ bool CAravisStream::describe(ArvBuffer* pBuffer, CameraFrame& rFrame) const {
     rInfo.pFormat = m_layout.pFormat;
     rInfo.nWidth = m_layout.nWidth;
     rInfo.nHeight = m_layout.nHeight;
-    rInfo.nOffsetX = m_layout.nOffsetX;
-    rInfo.nOffsetY = m_layout.nOffsetY;
+    rInfo.geometry = m_layout.geometry;
     rInfo.iFrameId = arv_buffer_get_frame_id(pBuffer);
     rInfo.iTimestamp = arv_buffer_get_timestamp(pBuffer);
     arv_buffer_get_data(pBuffer, &rInfo.nFilled);

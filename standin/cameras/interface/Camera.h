@@ -81,11 +81,16 @@ public:
     virtual ~ICamera() = default;
 
     /// The features that applications reach, the same for the camera's life. The functions may take as long as the
-    /// network does. They refuse to change the image's layout while a stream of the camera exists.
+    /// network does. They refuse to change the image's size, format, binning and mirror while a stream of the camera
+    /// exists.
     virtual const NodeTable& nodes() const = 0;
 
     /// Bytes of one frame with the present settings; does not wait for the camera.
     virtual std::size_t payloadSize() const = 0;
+
+    /// Where an image taken with the present settings lies on the sensor; does not wait for the camera. The default,
+    /// for a camera that cannot tell, is not known.
+    virtual ImageGeometry geometry() const { return {}; }
 
     /// Null while a stream of the camera exists.
     /// @param[in] rBuffers  must outlive the stream.
@@ -114,7 +119,7 @@ public:
 /// What a module of cameras exports under the name CAMERA_PROVIDER_SYMBOL: its provider, never freed, or null when it
 /// was built for another version of this interface.
 using CameraProviderFunc = ICameraProvider* (*)(int iVersion);
-constexpr int CAMERA_PROVIDER_VERSION = 2;
+constexpr int CAMERA_PROVIDER_VERSION = 3;
 constexpr const char* CAMERA_PROVIDER_SYMBOL = "xapel2_standin_cameraProvider";
 
 }  // namespace StandIn

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <string>
 
+#include "xapel2_standin/ImageGeometry.h"
 #include "xapel2_standin/PixelFormat.h"
 
 namespace XAPEL2 {
@@ -19,7 +20,8 @@ struct FrameInfo {
     bool bIncomplete = false;
     std::size_t nFilled = 0;       // bytes, from the base on
     std::size_t nImageOffset = 0;  // bytes from the base to the image
-    uint64_t nWidth = 0, nHeight = 0, nOffsetX = 0, nOffsetY = 0;
+    uint64_t nWidth = 0, nHeight = 0;
+    ImageGeometry geometry;  // offsets are told even where the sensor is not known
     uint64_t iFrameId = 0;
     uint64_t iTimestamp = 0;  // ns
     const PixelFormat* pFormat = nullptr;

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "xapel2_standin/ImageGeometry.h"
 #include "xapel2_standin/PixelFormat.h"
 
 namespace XAPEL2 {
@@ -31,9 +32,17 @@ struct CameraSettings {
     uint64_t iExposureUs = 10000;           ///< exposure time in us
     uint64_t iGainPercent = 100;            ///< gain, 100 = 1
     uint64_t iFrameRateHz = 0;              ///< 0: as fast as buffers come; no source looks at it
-    uint64_t nBinningX = 1, nBinningY = 1;  ///< sensor pixels that are averaged to one, side by side: 1, 2 or 4
+    uint64_t nBinningX = 1, nBinningY = 1;  ///< sensor pixels that make one (GeometryAxis): 1, 2 or 4
+    uint64_t iSumX = 0, iSumY = 0;          ///< 1: binned pixels are added up, offset and all; 0: averaged
     uint64_t iReverseX = 0, iReverseY = 0;  ///< 1: mirrored; offsets then count within the mirrored image
 };
+
+/// Where the image lies on a sensor of this size.
+inline ImageGeometry geometryOf(const CameraSettings& r, uint64_t nSensorWidth, uint64_t nSensorHeight) {
+    const auto fnMode = [](uint64_t iSum) { return iSum != 0 ? eBinningSum : eBinningAverage; };
+    return {{nSensorWidth, r.nOffsetX, r.nBinningX, fnMode(r.iSumX), r.iReverseX != 0},
+            {nSensorHeight, r.nOffsetY, r.nBinningY, fnMode(r.iSumY), r.iReverseY != 0}};
+}
 
 /// True for the binnings that there are.
 constexpr bool isBinning(uint64_t n) {

@@ -19,15 +19,24 @@ double binnedPixels(const CameraSettings& rSettings) {
     return static_cast<double>(rSettings.nBinningX * rSettings.nBinningY);
 }
 
+double addedPixels(const CameraSettings& rSettings) {
+    return static_cast<double>((rSettings.iSumX != 0 ? rSettings.nBinningX : 1) *
+                               (rSettings.iSumY != 0 ? rSettings.nBinningY : 1));
+}
+
 }  // namespace
 
 double SensorModel::systemGain(const CameraSettings& rSettings) const {
     return dGain12 * scaleFrom12Bits(*rSettings.pFormat) * static_cast<double>(rSettings.iGainPercent) / 100.0 /
-           binnedPixels(rSettings);
+           binnedPixels(rSettings) * addedPixels(rSettings);
 }
 
 double SensorModel::offset(const PixelFormat& rFormat) const {
     return dOffset12 * scaleFrom12Bits(rFormat);
+}
+
+double SensorModel::offset(const CameraSettings& rSettings) const {
+    return offset(*rSettings.pFormat) * addedPixels(rSettings);
 }
 
 double SensorModel::temporalNoise(const CameraSettings& rSettings, double dElectrons) const {

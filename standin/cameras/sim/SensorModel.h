@@ -16,9 +16,9 @@ namespace StandIn {
 /// and with the system gain K its value is
 ///     DN = round(K * (e + DSNU + read noise) + offset), kept within 0 and the full scale of the format.
 /// A binned pixel adds up such pixels and divides the sum of their values by their number before it is rounded (SFNC:
-/// binning mode Average): its electrons are their sum, its system gain is K divided by their number, and it has the
-/// read noise of each of them. Electrons do not depend on the format: 8-bit images show the same electrons as 12-bit
-/// ones with a smaller K.
+/// binning mode Average; Sum does not divide): its electrons are their sum, its system gain is K divided by their
+/// number, and it has the read noise of each of them. Electrons do not depend on the format: 8-bit images show the same
+/// electrons as 12-bit ones with a smaller K.
 struct SensorModel {
     double dLightRate = 800000.0;  ///< photo-electrons per s at the centre of the even field at sensitivity 1
     double dFullWell = 15000.0;    ///< electrons
@@ -40,12 +40,14 @@ struct SensorModel {
     double dOffset12 = 64.0;                     ///< offset of 12-bit formats, DN; no gain acts on it
 
     /// System gain K in DN per electron: doubles with each bit of the format, proportional to the gain setting, divided
-    /// by the number of binned pixels.
+    /// by the number of pixels that are averaged.
     /// @threads any thread.
     double systemGain(const CameraSettings& rSettings) const;
 
     /// Offset in DN: doubles with each bit of the format. @threads any thread.
     double offset(const PixelFormat& rFormat) const;
+    /// The same of pixels that are added up, which each have theirs. @threads any thread.
+    double offset(const CameraSettings& rSettings) const;
 
     /// Standard deviation in electrons from frame to frame of a pixel that collects fElectrons on average and stays
     /// clear of the clipping limits: sqrt(e + read noise^2 + quantisation 1 / (12 K^2)), EMVA 1288 "photon transfer"; a

@@ -161,7 +161,7 @@ void CSensorPattern::row(const PixelFormat& rFormat, bool bObjects, const Sensor
     for (std::size_t i = 0; i < nSamples; ++i) {
         const std::size_t iPixel = i / rFormat.nChannels;
         const auto iChannel = static_cast<unsigned>(i % rFormat.nChannels);
-        const int iColour = colourOf(rFormat, iChannel, rRun.iPhaseX + iPixel / rRun.nBinning, rRun.iPhaseY);
+        const int iColour = colourOf(rFormat, iChannel, rRun.iPhaseX + iPixel / rRun.binning(), rRun.iPhaseY);
         const uint64_t iColumn = rRun.column(iPixel);
         const uint64_t iSample =
             sampleNumber(iColumn, rRun.iY, rFormat.nChannels == 3 ? static_cast<unsigned>(iColour) : 0);

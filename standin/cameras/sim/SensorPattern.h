@@ -23,14 +23,21 @@ struct PatternRow {
 
 /// A run of sensor pixels along a line in the order in which an image shows them, and the place in that image.
 struct SensorRun {
-    uint64_t iX = 0, iY = 0;            ///< first pixel on the sensor
-    uint64_t nPixels = 0;               ///< pixels of the sensor
-    bool bReverse = false;              ///< from right to left
-    uint64_t nBinning = 1;              ///< pixels of the sensor for each pixel of the image
+    GeometryAxis axis;                  ///< of the image from left to right
+    bool bCfa = false;                  ///< binned pixels are of one colour
+    uint64_t iFirst = 0;                ///< pixel of the image that the run begins with
+    uint64_t iY = 0;                    ///< line of the sensor
+    uint64_t nPixels = 0;               ///< pixels of the sensor, so many for each pixel of the image
     uint64_t iPhaseX = 0, iPhaseY = 0;  ///< pixel of the image, which a colour filter array starts with
 
+    uint64_t binning() const { return axis.nBinning; }
     /// Sensor column of the i-th pixel.
-    uint64_t column(uint64_t i) const { return bReverse ? iX - i : iX + i; }
+    uint64_t column(uint64_t i) const { return place(axis, iFirst + i / axis.nBinning, i % axis.nBinning, bCfa); }
+    /// Pixel of the sensor that is the i-th of those that make a pixel of the image.
+    static uint64_t place(const GeometryAxis& r, uint64_t iPixel, uint64_t i, bool bCfa) {
+        return GeometryAxis::firstOf(r.unmirrored(iPixel, bCfa), r.nBinning, bCfa) +
+               (r.bReverse ? r.nBinning - 1 - i : i) * GeometryAxis::stepOf(r.nBinning, bCfa);
+    }
 };
 
 /// Fixed pattern of one sensor, a function of seed and position on the sensor. Immutable. @threads any thread.

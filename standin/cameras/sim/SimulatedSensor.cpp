@@ -33,16 +33,6 @@ CameraSettings wholeSensor(uint64_t nWidth, uint64_t nHeight, const PixelFormat&
     return settings;
 }
 
-bool isWithin(uint64_t nSize, uint64_t nOffset, uint64_t nBinning, uint64_t nSensor) {
-    return isBinning(nBinning) && nSize >= 1 && nSize <= nSensor / nBinning && nOffset <= nSensor / nBinning - nSize;
-}
-
-// Sensor line or column that comes i-th where the image begins at nOffset.
-uint64_t sensorPlace(uint64_t i, uint64_t nOffset, uint64_t nBinning, bool bReverse, uint64_t nSensor) {
-    const uint64_t iPlace = nOffset * nBinning + i;
-    return bReverse ? nSensor / nBinning * nBinning - 1 - iPlace : iPlace;
-}
-
 }  // namespace
 
 CSimulatedSensor::CSimulatedSensor(uint64_t uSeed, uint64_t nWidth, uint64_t nHeight, const CameraSettings& rStart)
@@ -79,19 +69,20 @@ std::string CSimulatedSensor::frameName(eScene eWhat, uint64_t iFrame) const {
 }
 
 void CSimulatedSensor::checkSettings(const CameraSettings& r) const {
-    if (r.pFormat == nullptr || !isWithin(r.nWidth, r.nOffsetX, r.nBinningX, m_nWidth) ||
-        !isWithin(r.nHeight, r.nOffsetY, r.nBinningY, m_nHeight)) {
+    const ImageGeometry geometry = geometryOf(r, m_nWidth, m_nHeight);
+    if (r.pFormat == nullptr || !isBinning(r.nBinningX) || !isBinning(r.nBinningY) ||
+        !geometry.x.holds(r.nWidth, r.pFormat->isCfa()) || !geometry.y.holds(r.nHeight, r.pFormat->isCfa())) {
         throw std::runtime_error(description() + ": the image does not lie within the sensor");
     }
 }
 
 SensorRun CSimulatedSensor::runOf(const CameraSettings& r, uint64_t iLine) const {
+    const ImageGeometry geometry = geometryOf(r, m_nWidth, m_nHeight);
     SensorRun run;
-    run.bReverse = r.iReverseX != 0;
-    run.iX = sensorPlace(0, r.nOffsetX, r.nBinningX, run.bReverse, m_nWidth);
-    run.iY = sensorPlace(iLine, r.nOffsetY, r.nBinningY, r.iReverseY != 0, m_nHeight);
+    run.axis = geometry.x;
+    run.bCfa = r.pFormat->isCfa();
+    run.iY = SensorRun::place(geometry.y, iLine / r.nBinningY, iLine % r.nBinningY, run.bCfa);
     run.nPixels = r.nWidth * r.nBinningX;
-    run.nBinning = r.nBinningX;
     run.iPhaseY = iLine / r.nBinningY;
     return run;
 }
@@ -130,7 +121,7 @@ void CSimulatedSensor::expose(const CameraSettings& rSettings, const CCounterRan
                                  static_cast<double>(rPattern.vecDarkCurrent[i]) * dSeconds;
             const double dElectrons = std::min(rRandom.poisson(dMean, 4 * iSample), m_model.dFullWell);
             const double dRead = m_model.dReadNoise * rRandom.normal(4 * iSample + 2);
-            pElectrons[iPixel / rRun.nBinning * rFormat.nChannels + iChannel] +=
+            pElectrons[iPixel / rRun.binning() * rFormat.nChannels + iChannel] +=
                 dElectrons + static_cast<double>(rPattern.vecDsnu[i]) + dRead;
         }
     }
@@ -139,7 +130,7 @@ void CSimulatedSensor::expose(const CameraSettings& rSettings, const CCounterRan
 void CSimulatedSensor::quantise(const CameraSettings& rSettings, const std::vector<double>& rElectrons,
                                 uint16_t* pSamples) const {
     const double dGain = m_model.systemGain(rSettings);
-    const double dOffset = m_model.offset(*rSettings.pFormat);
+    const double dOffset = m_model.offset(rSettings);
     const double dFullScale = rSettings.pFormat->fullScale();
     for (std::size_t i = 0; i < rElectrons.size(); ++i) {
         const double dValue = dGain * rElectrons[i] + dOffset;
@@ -175,7 +166,7 @@ double CSimulatedSensor::sumOf(std::vector<float> PatternRow::*pPart, const Came
     double dSum = 0.0;
     for (uint64_t iLine = iY * rSettings.nBinningY; iLine < (iY + 1) * rSettings.nBinningY; ++iLine) {
         SensorRun run = runOf(rSettings, iLine);
-        run.iX = run.column(iX * rSettings.nBinningX);
+        run.iFirst = iX;
         run.nPixels = rSettings.nBinningX;
         run.iPhaseX = iX;
         PatternRow row;

@@ -19,8 +19,8 @@ namespace StandIn {
 /// Frames of a simulated sensor after SensorModel. A frame is a function of seed, sensor size, settings, scene and
 /// frame index: the same arguments give the same bytes on every machine, whatever was filled before. A region of
 /// interest shows exactly that part of the full frame, a mirrored image the mirrored sensor, and offsets count within
-/// the binned and mirrored image. The colour filter array begins with the first pixel of the image whatever offset,
-/// binning and mirror are, so that the name of a Bayer format stays true; it lies over the binned pixels. Dark: the
+/// the binned and mirrored image. The colour filter array begins with the first pixel of the image as the format names
+/// it, so that a format is always true: one that follows offset and mirror shows one and the same sensor. Dark: the
 /// lens is covered. Light: an even field, about 60 % of full scale at the centre with default settings. Objects: the
 /// same field on bars, discs and patches.
 class CSimulatedSensor : public IFrameSource {

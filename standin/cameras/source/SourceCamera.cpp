@@ -16,6 +16,7 @@ namespace StandIn {
 namespace {
 
 const std::array<const char*, 3> SCENES = {"Dark", "Light", "Scene"};  // in the order of eScene
+const std::array<const char*, 2> BINNING_MODES = {"Average", "Sum"};   // by CameraSettings::iSumX
 
 }  // namespace
 
@@ -23,6 +24,8 @@ CSourceCamera::CSourceCamera(std::unique_ptr<IFrameSource> pSource)
     : m_pSource(std::move(pSource)),
       m_vecFormats(m_pSource->formats()),
       m_bCanResize(m_pSource->canResize()),
+      m_x{&CameraSettings::nWidth, &CameraSettings::nOffsetX, &CameraSettings::nBinningX, &ImageGeometry::x},
+      m_y{&CameraSettings::nHeight, &CameraSettings::nOffsetY, &CameraSettings::nBinningY, &ImageGeometry::y},
       m_settings(m_pSource->defaultSettings()) {
     for (std::size_t i = 0; i < m_aFrameCounts.size(); ++i) {
         m_aFrameCounts[i] = m_pSource->frameCount(static_cast<eScene>(i));
@@ -40,20 +43,47 @@ CSourceCamera::CSourceCamera(std::unique_ptr<IFrameSource> pSource)
 }
 
 void CSourceCamera::addAxes() {
-    const Axis x = {&CameraSettings::nWidth, &CameraSettings::nOffsetX, &CameraSettings::nBinningX,
-                    m_pSource->sensorWidth()};
-    const Axis y = {&CameraSettings::nHeight, &CameraSettings::nOffsetY, &CameraSettings::nBinningY,
-                    m_pSource->sensorHeight()};
-    addSize("Width", x, x.pSize, x.pOffset, 1);
-    addSize("Height", y, y.pSize, y.pOffset, 1);
-    addSize("OffsetX", x, x.pOffset, x.pSize, 0);
-    addSize("OffsetY", y, y.pOffset, y.pSize, 0);
+    addSize("Width", m_x, m_x.pSize, m_x.pOffset, 1);
+    addSize("Height", m_y, m_y.pSize, m_y.pOffset, 1);
+    addSize("OffsetX", m_x, m_x.pOffset, m_x.pSize, 0);
+    addSize("OffsetY", m_y, m_y.pOffset, m_y.pSize, 0);
     if (m_bCanResize) {
-        addBinning("BinningHorizontal", x);
-        addBinning("BinningVertical", y);
-        addNumber("ReverseX", m_settings.iReverseX, {0, 1}, false);
-        addNumber("ReverseY", m_settings.iReverseY, {0, 1}, false);
+        addSensorSide("SensorWidth", m_pSource->sensorWidth());
+        addSensorSide("SensorHeight", m_pSource->sensorHeight());
+        addBinning("BinningHorizontal", m_x);
+        addBinning("BinningVertical", m_y);
+        addBinningMode("BinningHorizontalMode", m_settings.iSumX);
+        addBinningMode("BinningVerticalMode", m_settings.iSumY);
+        addMirror("ReverseX", m_settings.iReverseX);
+        addMirror("ReverseY", m_settings.iReverseY);
     }
+}
+
+ImageGeometry CSourceCamera::geometryOf(const CameraSettings& rSettings) const {
+    return m_bCanResize ? StandIn::geometryOf(rSettings, m_pSource->sensorWidth(), m_pSource->sensorHeight())
+                        : ImageGeometry{};
+}
+
+uint64_t CSourceCamera::binned(const Axis& rAxis) const {
+    // Recorded frames are their own sensor.
+    return m_bCanResize ? (geometryOf(m_settings).*rAxis.pAxis).binned(m_settings.pFormat->isCfa())
+                        : m_settings.*rAxis.pSize;
+}
+
+void CSourceCamera::useWhole(const Axis& rAxis) {
+    m_settings.*rAxis.pSize = binned(rAxis);
+    m_settings.*rAxis.pOffset = 0;
+}
+
+// The filter array stays where it is on the sensor: the format goes with the pixel that the image begins with.
+void CSourceCamera::change(const std::function<void()>& fnChange) {
+    const auto fnFirst = [this](const Axis& rAxis) {
+        return (geometryOf(m_settings).*rAxis.pAxis).unmirrored(0, m_settings.pFormat->isCfa());
+    };
+    const uint64_t iX = fnFirst(m_x);
+    const uint64_t iY = fnFirst(m_y);
+    fnChange();
+    m_settings.pFormat = shiftedFormat(*m_settings.pFormat, (fnFirst(m_x) ^ iX) % 2, (fnFirst(m_y) ^ iY) % 2);
 }
 
 // A node with a number, its limits and setter still to come.
@@ -86,27 +116,27 @@ void CSourceCamera::addNumber(const char* pName, uint64_t& rMember, IntLimits li
     add(std::move(spec));
 }
 
-// A side or an offset: together with its partner it stays on the sensor.
+// A side or an offset: together with its partner it stays on the sensor. A region moves while the camera streams.
 void CSourceCamera::addSize(const char* pName, const Axis& rAxis, uint64_t CameraSettings::*pMember,
                             uint64_t CameraSettings::*pOther, int64_t iMin) {
     NodeSpec spec = numberNode(pName, m_settings.*pMember);
     spec.fnMin = [this, iMin, fnGet = spec.fnGetInt] { return m_bCanResize ? iMin : fnGet(); };
-    spec.fnMax = [this, rAxis, pOther, fnGet = spec.fnGetInt] {
+    spec.fnMax = [this, &rAxis, pOther, fnGet = spec.fnGetInt] {
         if (!m_bCanResize) {
             return fnGet();
         }
         std::lock_guard<std::mutex> lock(m_mtx);
-        return static_cast<int64_t>(rAxis.binned(m_settings) - m_settings.*pOther);
+        return static_cast<int64_t>(binned(rAxis) - m_settings.*pOther);
     };
-    spec.fnSetInt = [this, rAxis, pMember, pOther, iMin](int64_t iValue) {
+    spec.fnSetInt = [this, &rAxis, pMember, pOther, iMin](int64_t iValue) {
         std::lock_guard<std::mutex> lock(m_mtx);
-        if (m_bStreaming || !m_bCanResize) {
+        if ((m_bStreaming && pMember != rAxis.pOffset) || !m_bCanResize) {
             return eNodeDenied;
         }
-        if (iValue < iMin || static_cast<uint64_t>(iValue) > rAxis.binned(m_settings) - m_settings.*pOther) {
+        if (iValue < iMin || static_cast<uint64_t>(iValue) > binned(rAxis) - m_settings.*pOther) {
             return eNodeInvalid;
         }
-        m_settings.*pMember = static_cast<uint64_t>(iValue);
+        change([&] { m_settings.*pMember = static_cast<uint64_t>(iValue); });
         return eNodeDone;
     };
     add(std::move(spec));
@@ -115,9 +145,14 @@ void CSourceCamera::addSize(const char* pName, const Axis& rAxis, uint64_t Camer
 // Another binning begins with the whole sensor: a region in other pixels has no natural successor.
 void CSourceCamera::addBinning(const char* pName, const Axis& rAxis) {
     NodeSpec spec = numberNode(pName, m_settings.*rAxis.pBinning);
+    const uint64_t nSensor = (geometryOf(m_settings).*rAxis.pAxis).nSensor;
     spec.fnMin = [] { return int64_t{1}; };
-    spec.fnMax = [rAxis] { return int64_t{rAxis.nSensor >= 4 ? 4 : rAxis.nSensor >= 2 ? 2 : 1}; };
-    spec.fnSetInt = [this, rAxis, fnMax = spec.fnMax](int64_t iValue) {
+    spec.fnMax = [this, nSensor] {
+        std::lock_guard<std::mutex> lock(m_mtx);
+        const uint64_t nLeast = m_settings.pFormat->isCfa() ? 2 : 1;
+        return int64_t{nSensor >= 4 * nLeast ? 4 : nSensor >= 2 * nLeast ? 2 : 1};
+    };
+    spec.fnSetInt = [this, &rAxis, fnMax = spec.fnMax](int64_t iValue) {
         if (iValue < 1 || iValue > fnMax() || !isBinning(static_cast<uint64_t>(iValue))) {
             return eNodeInvalid;
         }
@@ -126,12 +161,62 @@ void CSourceCamera::addBinning(const char* pName, const Axis& rAxis) {
             return eNodeDenied;
         }
         if (m_settings.*rAxis.pBinning != static_cast<uint64_t>(iValue)) {
-            m_settings.*rAxis.pBinning = static_cast<uint64_t>(iValue);
-            m_settings.*rAxis.pSize = rAxis.binned(m_settings);
-            m_settings.*rAxis.pOffset = 0;
+            change([&] {
+                m_settings.*rAxis.pBinning = static_cast<uint64_t>(iValue);
+                useWhole(rAxis);
+            });
         }
         return eNodeDone;
     };
+    add(std::move(spec));
+}
+
+void CSourceCamera::addBinningMode(const char* pName, uint64_t& rSum) {
+    NodeSpec spec;
+    spec.strName = pName;
+    spec.eKind = eEnumNode;
+    spec.fnGetText = [this, &rSum] {
+        std::lock_guard<std::mutex> lock(m_mtx);
+        return std::string(BINNING_MODES[rSum]);
+    };
+    spec.fnSetText = [this, &rSum](const char* pEntry) {
+        for (uint64_t i = 0; i < BINNING_MODES.size(); ++i) {
+            if (std::strcmp(BINNING_MODES[i], pEntry) == 0) {
+                std::lock_guard<std::mutex> lock(m_mtx);
+                if (m_bStreaming) {
+                    return eNodeDenied;
+                }
+                rSum = i;
+                return eNodeDone;
+            }
+        }
+        return eNodeInvalid;
+    };
+    add(std::move(spec));
+}
+
+void CSourceCamera::addMirror(const char* pName, uint64_t& rReverse) {
+    NodeSpec spec = numberNode(pName, rReverse);
+    spec.fnMin = [] { return int64_t{0}; };
+    spec.fnMax = [] { return int64_t{1}; };
+    spec.fnSetInt = [this, &rReverse](int64_t iValue) {
+        if (iValue != 0 && iValue != 1) {
+            return eNodeInvalid;
+        }
+        std::lock_guard<std::mutex> lock(m_mtx);
+        if (m_bStreaming) {
+            return eNodeDenied;
+        }
+        change([&] { rReverse = static_cast<uint64_t>(iValue); });
+        return eNodeDone;
+    };
+    add(std::move(spec));
+}
+
+void CSourceCamera::addSensorSide(const char* pName, uint64_t nPixels) {
+    NodeSpec spec;
+    spec.strName = pName;
+    spec.fnGetInt = spec.fnMin = spec.fnMax = [nPixels] { return static_cast<int64_t>(nPixels); };
     add(std::move(spec));
 }
 
@@ -155,7 +240,16 @@ void CSourceCamera::addFormat() {
                 if (m_bStreaming) {
                     return eNodeDenied;
                 }
-                m_settings.pFormat = pFormat;
+                const PixelFormat* const pBefore = std::exchange(m_settings.pFormat, pFormat);
+                if (binned(m_x) == 0 || binned(m_y) == 0) {
+                    m_settings.pFormat = pBefore;  // too few pixels to bin those of one colour
+                    return eNodeInvalid;
+                }
+                for (const Axis* pAxis : {&m_x, &m_y}) {
+                    if (m_settings.*pAxis->pOffset + m_settings.*pAxis->pSize > binned(*pAxis)) {
+                        useWhole(*pAxis);
+                    }
+                }
                 return eNodeDone;
             }
         }

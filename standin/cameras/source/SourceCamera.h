@@ -5,6 +5,7 @@
 #pragma once
 
 #include <array>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -30,11 +31,14 @@ public:
 
     const NodeTable& nodes() const override { return m_vecTable; }
     std::size_t payloadSize() const override;
+    ImageGeometry geometry() const override { return geometryOf(settings()); }
     /// Locks the image settings for the life of the stream.
     std::unique_ptr<ICameraStream> makeStream(ICameraBuffers& rBuffers) override;
 
     // What the stream asks.
     IFrameSource& source() { return *m_pSource; }
+    /// Of recorded frames nobody knows it.
+    ImageGeometry geometryOf(const CameraSettings& rSettings) const;
     /// Hz; 0 paces nothing.
     uint64_t frameRate() const;
     /// The settings of the next frame; counts it.
@@ -51,15 +55,20 @@ private:
         uint64_t CameraSettings::*pSize;
         uint64_t CameraSettings::*pOffset;
         uint64_t CameraSettings::*pBinning;
-        uint64_t nSensor;  // pixels
-
-        uint64_t binned(const CameraSettings& r) const { return nSensor / r.*pBinning; }
+        GeometryAxis ImageGeometry::*pAxis;
     };
 
     void addAxes();
     void addSize(const char* pName, const Axis& rAxis, uint64_t CameraSettings::*pMember,
                  uint64_t CameraSettings::*pOther, int64_t iMin);
     void addBinning(const char* pName, const Axis& rAxis);
+    void addBinningMode(const char* pName, uint64_t& rSum);
+    void addMirror(const char* pName, uint64_t& rReverse);
+    void addSensorSide(const char* pName, uint64_t nPixels);
+    // The caller holds the lock.
+    uint64_t binned(const Axis& rAxis) const;
+    void change(const std::function<void()>& fnChange);
+    void useWhole(const Axis& rAxis);
     NodeSpec numberNode(const char* pName, const uint64_t& rMember);
     void addNumber(const char* pName, uint64_t& rMember, IntLimits limits, bool bWhileStreaming);
     void addModelName();
@@ -70,6 +79,7 @@ private:
     const std::vector<const PixelFormat*> m_vecFormats;
     std::array<uint64_t, 3> m_aFrameCounts{};  // by scene; fixed
     const bool m_bCanResize = false;
+    const Axis m_x, m_y;
     NodeTable m_vecTable;
 
     mutable std::mutex m_mtx;  // guards the members below

@@ -113,8 +113,7 @@ void CSourceStream::fill(const CameraBuffer& rBuffer, CameraFrame& rFrame) {
     rInfo.bImage = true;
     rInfo.nWidth = request.settings.nWidth;
     rInfo.nHeight = request.settings.nHeight;
-    rInfo.nOffsetX = request.settings.nOffsetX;
-    rInfo.nOffsetY = request.settings.nOffsetY;
+    rInfo.geometry = m_rCamera.geometryOf(request.settings);
     rInfo.pFormat = request.settings.pFormat;
     rInfo.iTimestamp = nowNs();
     rInfo.iFrameId = m_nFrames++ + m_nMissed;

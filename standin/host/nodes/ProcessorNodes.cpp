@@ -11,6 +11,7 @@
 #include <mutex>
 
 #include "standin/host/objects/Answers.h"
+#include "standin/host/objects/DeviceOperations.h"
 #include "standin/host/objects/Trace.h"
 #include "standin/host/stream/BufferTable.h"
 #include "standin/processor/ShadingProcessor.h"
@@ -23,9 +24,20 @@ namespace {
 
 constexpr const auto& PARAMETERS = CShadingProcessor::PARAMETERS;
 
+class CHostPlaces : public IImagePlaces {
+public:
+    bool placeOf(const void* pImage, ImageGeometry& rGeometry) const override {
+        return CBufferTable::instance().geometryOf(pImage, rGeometry);
+    }
+    bool presentPlace(const ImageLayout& rLayout, ImageGeometry& rGeometry) const override {
+        return geometryOfAsked(rGeometry) && rLayout.liesOn(rGeometry);
+    }
+};
+
 class CProcessorNodes {
 public:
-    CProcessorNodes() : m_processor([](int32_t iLevel, const std::string& strText) { trace(iLevel, strText); }) {
+    CProcessorNodes()
+        : m_processor([](int32_t iLevel, const std::string& strText) { trace(iLevel, strText); }, &m_places) {
         addText(SHADING_NODE_PIXEL_FORMAT, &ShadingInputs::strPixelFormat);
         addInput(SHADING_NODE_WIDTH, &ShadingInputs::iWidth);
         addInput(SHADING_NODE_HEIGHT, &ShadingInputs::iHeight);
@@ -168,6 +180,7 @@ private:
         m_pSpareInputs = std::move(pInputs);
     }
 
+    const CHostPlaces m_places;
     CShadingProcessor m_processor;
     NodeTable m_vecTable;
 

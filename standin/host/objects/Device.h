@@ -25,6 +25,9 @@ public:
     DataStreamList* listShell() const { return m_pListShell; }
     CHooks& hooks() { return m_hooks; }
 
+    /// Where an image lies that the camera takes now.
+    ImageGeometry geometry() const { return m_pCamera->geometry(); }
+
     /// Borrowed for the life of the process; refuses everything once the device is gone.
     const CNodeMapShell& nodes() const { return *m_pNodes; }
 

@@ -11,6 +11,12 @@
 namespace XAPEL2 {
 namespace StandIn {
 
+namespace {
+
+thread_local const Device* t_pAsked = nullptr;  // looked up, never followed
+
+}  // namespace
+
 bool isOpen(const DataStream& rStream) {
     const auto pStream = Registry::findStream(&rStream);
     return pStream != nullptr && pStream->isOpen();
@@ -42,7 +48,17 @@ Node& remoteNode(const Device& rDevice, const char* pName) {
     if (pNode == nullptr) {
         raiseNoNode("GetRemoteNode", pName);
     }
+    t_pAsked = &rDevice;
     return *pNode;
+}
+
+bool geometryOfAsked(ImageGeometry& rGeometry) {
+    const auto pDevice = t_pAsked == nullptr ? nullptr : Registry::findDevice(t_pAsked);
+    if (pDevice == nullptr) {
+        return false;
+    }
+    rGeometry = pDevice->geometry();
+    return rGeometry.isKnown();
 }
 
 }  // namespace StandIn

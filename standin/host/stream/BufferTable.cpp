@@ -24,9 +24,9 @@ int queryImage(const FrameInfo& rInfo, int32_t iInfoCmd, const InfoSlot& rSlot) 
         case BUFFER_INFO_HEIGHT:
             return writeSize(rSlot, rInfo.nHeight);
         case BUFFER_INFO_XOFFSET:
-            return writeSize(rSlot, rInfo.nOffsetX);
+            return writeSize(rSlot, rInfo.geometry.x.nOffset);
         case BUFFER_INFO_YOFFSET:
-            return writeSize(rSlot, rInfo.nOffsetY);
+            return writeSize(rSlot, rInfo.geometry.y.nOffset);
         case BUFFER_INFO_XPADDING:
             return writeSize(rSlot, 0);
         case BUFFER_INFO_IMAGEOFFSET:
@@ -82,6 +82,15 @@ std::string reasonOf(const CCorrectionState& rState, const NamedFrameInfo& rInfo
 
 const void* imageOf(const Buffer& rBuffer, const FrameInfo& rInfo) {
     return static_cast<const std::byte*>(rBuffer.pBase) + rInfo.nImageOffset;
+}
+
+// The call of this thread that fetched the image; null when there is none.
+const CCallFrame* frameWith(const void* pImage) {
+    const CCallFrame* pFrame = CCallFrame::innermost();
+    while (pFrame != nullptr && !(pFrame->hasFetched() && imageOf(pFrame->fetched(), pFrame->info()) == pImage)) {
+        pFrame = pFrame->outer();
+    }
+    return pFrame;
 }
 
 // What is not in the copy that a fetch has of its frame.
@@ -164,14 +173,8 @@ int CBufferTable::query(BufferHandle hBuffer, int32_t iInfoCmd, const InfoSlot& 
     return bOwn ? queryOwn(rBuffer, iInfoCmd, rSlot) : queryBuffer(rBuffer, rBuffer.info, iInfoCmd, rSlot);
 }
 
-void CBufferTable::noteCorrection(const void* pImage, eCorrection eCode, const char* pReason) noexcept {
-    for (const CCallFrame* pFrame = CCallFrame::innermost(); pFrame != nullptr; pFrame = pFrame->outer()) {
-        if (pFrame->hasFetched() && imageOf(pFrame->fetched(), pFrame->info()) == pImage) {
-            pFrame->fetched().correction.add(eCode, pReason);
-            return;
-        }
-    }
-    std::lock_guard<std::mutex> lock(m_mtx);
+template <class F>
+void CBufferTable::forEachWith(const void* pImage, F fnTake) {
     // The image lies in the memory that begins next before it.
     const void* pBase = nullptr;
     for (auto itMemory = m_mapMemory.upper_bound(pImage); itMemory != m_mapMemory.begin();) {
@@ -182,9 +185,32 @@ void CBufferTable::noteCorrection(const void* pImage, eCorrection eCode, const c
         pBase = rBuffer.pBase;
         // What is queued is the camera's.
         if (imageOf(rBuffer, rBuffer.info) == pImage && rBuffer.eState.load(std::memory_order_relaxed) == eBufferIdle) {
-            rBuffer.correction.add(eCode, pReason);
+            fnTake(rBuffer);
         }
     }
+}
+
+bool CBufferTable::geometryOf(const void* pImage, ImageGeometry& rGeometry) {
+    if (const CCallFrame* pFrame = frameWith(pImage)) {
+        rGeometry = pFrame->info().geometry;
+        return pFrame->info().bImage;
+    }
+    std::lock_guard<std::mutex> lock(m_mtx);
+    unsigned nFound = 0;
+    forEachWith(pImage, [&](const Buffer& rBuffer) {
+        rGeometry = rBuffer.info.geometry;
+        nFound += rBuffer.info.bImage ? 1 : 2;
+    });
+    return nFound == 1;
+}
+
+void CBufferTable::noteCorrection(const void* pImage, eCorrection eCode, const char* pReason) noexcept {
+    if (const CCallFrame* pFrame = frameWith(pImage)) {
+        pFrame->fetched().correction.add(eCode, pReason);
+        return;
+    }
+    std::lock_guard<std::mutex> lock(m_mtx);
+    forEachWith(pImage, [&](Buffer& rBuffer) { rBuffer.correction.add(eCode, pReason); });
 }
 
 const PixelFormat* CBufferTable::imageFormat(BufferHandle hBuffer, bool& rAlive) {

@@ -87,12 +87,21 @@ public:
     /// Null when the buffer is dead or holds no image.
     const PixelFormat* imageFormat(BufferHandle hBuffer, bool& rAlive);
 
+    /// Where the image at this address lay on its sensor when the camera wrote it: of the buffer that a fetch of this
+    /// thread is about, else of one that the application has. False where no buffer holds it, or several do.
+    bool geometryOf(const void* pImage, ImageGeometry& rGeometry);
+
     /// Keeps what a processor made of the image at this address with the buffer that holds it: the one that a fetch of
     /// this thread is about, else those that the application has. An address in no buffer is none of the host's.
     void noteCorrection(const void* pImage, eCorrection eCode, const char* pReason) noexcept;
 
 private:
     CBufferTable() = default;
+
+    /// Calls fnTake(buffer) for those that hold the image at this address and are the application's. The caller holds
+    /// the lock.
+    template <class F>
+    void forEachWith(const void* pImage, F fnTake);
 
     std::mutex m_mtx;  // guards all members and the info of all buffers
     std::unordered_map<BufferHandle, std::shared_ptr<Buffer>> m_mapBuffers;

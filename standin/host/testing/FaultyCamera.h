@@ -20,6 +20,7 @@ public:
 
     const NodeTable& nodes() const override { return m_pCamera->nodes(); }
     std::size_t payloadSize() const override;
+    ImageGeometry geometry() const override { return m_pCamera->geometry(); }
     std::unique_ptr<ICameraStream> makeStream(ICameraBuffers& rBuffers) override;
 
     void streamEnds() { m_bStreaming = false; }

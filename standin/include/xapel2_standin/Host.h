@@ -99,9 +99,11 @@ XAPEL2_HOST_API int closeDevice(Device* pDevice);
 
 /// The remote nodes of the device, borrowed until it is closed: DeviceModelName (read-only), PixelFormat, Width,
 /// Height, OffsetX, OffsetY, AcquisitionFrameRate (Hz, 0 = as fast as buffers come);
-/// of a simulated camera ExposureTime (us), Gain (percent), BinningHorizontal, BinningVertical (1, 2 or 4 pixels
-/// averaged; another value sets size and offset to the whole sensor), ReverseX, ReverseY (0 or 1; offsets count within
-/// the mirrored image; a filter array keeps its phase); StandInScene (Dark, Light, Scene), StandInFrame (index of the
+/// of a simulated camera SensorWidth, SensorHeight (read-only), ExposureTime (us), Gain (percent), BinningHorizontal,
+/// BinningVertical (1, 2 or 4 pixels; another value sets size and offset to the whole sensor), BinningHorizontalMode,
+/// BinningVerticalMode (Average, Sum), ReverseX, ReverseY (0 or 1; offsets count within the mirrored image). Its filter
+/// array stays where it is on the sensor, so that an odd offset or a mirror changes PixelFormat. Offsets can be changed
+/// while it streams. StandInScene (Dark, Light, Scene), StandInFrame (index of the
 /// next frame of the scene; writing the scene sets it to 0) and StandInFrameCount (frames of the scene, 0 = without
 /// end). Null when the device is not open.
 ///
@@ -142,9 +144,10 @@ XAPEL2_HOST_API int revokeBuffer(DataStream* pStream, BufferHandle hBuffer);
 XAPEL2_HOST_API int queueBuffer(DataStream* pStream, BufferHandle hBuffer);
 
 /// Starts the camera. It fills queued buffers in order until the acquisition is stopped or nFrames are produced. The
-/// image settings of the camera are locked meanwhile. A paced camera that finds no buffer queued skips its turn, which
-/// counts as an underrun; no frame of the scene is lost by it. A frame that cannot be produced is traced and delivered
-/// incomplete, with nothing filled. GC_ERR_RESOURCE_IN_USE while an acquisition of the device runs.
+/// image settings of the camera are locked meanwhile, all but the offsets of a simulated one. A paced camera that finds
+/// no buffer queued skips its turn, which counts as an underrun; no frame of the scene is lost by it. A frame that
+/// cannot be produced is traced and delivered incomplete, with nothing filled. GC_ERR_RESOURCE_IN_USE while an
+/// acquisition of the device runs.
 ///
 /// A real camera writes its frames straight into the queued buffers. Where it cannot start, a trace says why:
 /// GC_ERR_NOT_AVAILABLE for a pixel format that the stand-in does not know, GC_ERR_IO, GC_ERR_ACCESS_DENIED. A camera

@@ -46,6 +46,10 @@ XAPEL2_HOST_API const std::vector<PixelFormat>& pixelFormats();
 /// The format of this PFNC name, null when it is not known. Never freed. @threads any thread.
 XAPEL2_HOST_API const PixelFormat* findPixelFormat(const std::string& strName);
 
+/// The format that differs only in how its filter array begins: so many columns further right and rows further down.
+/// The format itself where it has none. Never freed. @threads any thread.
+XAPEL2_HOST_API const PixelFormat* shiftedFormat(const PixelFormat& rFormat, uint64_t nColumns, uint64_t nRows);
+
 /// Bytes of an image of this many pixels without padding; packed samples run on over line ends and the last byte
 /// is filled up. Width and height must not exceed IMAGE_SIDE_MAX. @threads any thread.
 XAPEL2_HOST_API std::size_t imageBytes(const PixelFormat& rFormat, uint64_t nWidth, uint64_t nHeight);

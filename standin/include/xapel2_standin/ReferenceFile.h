@@ -17,8 +17,9 @@ namespace StandIn {
 /// where it is one, but not a read-only one. The temporary file of a killed process (.xapel2-*.tmp) is taken away by
 /// the next write into the folder.
 /// The description is a JSON object: kind ("dark", "light"), pixelFormat (PFNC name), images, saturatedShare (0 to 1),
-/// mean and temporalNoise (DN), camera (object) where rReference.strCamera is not empty, and output (object) where
-/// rReference.sOutput says something. A defect map is a second page with 8 bits for each pixel.
+/// mean and temporalNoise (DN), camera (object) where rReference.strCamera is not empty, geometry
+/// (object with the SFNC names of sensor size, offset, binning, its mode, and mirror) where it is known, and output
+/// (object) where rReference.sOutput says something. A defect map is a second page with 8 bits for each pixel.
 /// @throws std::runtime_error   nothing was written; or only the folder could not be flushed, and the file is there.
 /// @throws std::bad_alloc       nothing was written.
 /// @threads any.
@@ -27,9 +28,10 @@ XAPEL2_HOST_API void writeReferenceFile(const std::string& strFile, const Refere
 /// Reads a reference and checks all of it: every field counts as hostile. Refused are compressed, tiled or planar data,
 /// samples other than 32-bit float, NaN, infinity, values outside 0 to full scale, impossible sizes (before memory
 /// is taken for them), data beyond the end of the file, and a description that is too long (64 KiB), too deep (8
-/// levels), or lacks a field; so are, in a light reference, a second page that is no defect map, one that marks more
-/// pixels than ReferenceImage::defectsMax, and an output out of range; in a dark one both. Unknown fields of the
-/// description are ignored.
+/// levels), or lacks a field; so are a geometry that lacks a member or
+/// has one out of range or of another type, or on whose sensor the image does not lie; in a light reference a second
+/// page that is no defect map, one that marks more pixels than ReferenceImage::defectsMax, and an output out of range;
+/// in a dark one both. Unknown fields of the description are ignored.
 /// @throws std::runtime_error   says what is wrong.
 /// @throws std::bad_alloc
 /// @threads any.

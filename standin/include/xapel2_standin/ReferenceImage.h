@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "xapel2_standin/ImageGeometry.h"
 #include "xapel2_standin/PixelFormat.h"
 
 namespace XAPEL2 {
@@ -34,6 +35,10 @@ struct ImageLayout {
     }
     /// True when format or size differ.
     bool operator!=(const ImageLayout& r) const { return !(*this == r); }
+    /// True where the image lies on the sensor that the geometry tells of.
+    bool liesOn(const ImageGeometry& r) const {
+        return r.x.holds(nWidth, pFormat->isCfa()) && r.y.holds(nHeight, pFormat->isCfa());
+    }
 
     /// Samples of a row, all channels.
     std::size_t samplesPerRow() const { return static_cast<std::size_t>(nWidth) * pFormat->nChannels; }
@@ -136,9 +141,13 @@ struct ReferenceImage {
     FrameMeans means{};     ///< how the light went
     uint32_t uLargest = 0;  ///< the largest sample of all images; 0: not known, or black
 
+    ImageGeometry geometry{};  ///< where on the sensor the images lay; not known of older files
     ReferenceOutput output{};  ///< of a light reference
     /// Of a light reference: a byte for each pixel, row by row, 0 or bits of eDefectBit; empty: no defects.
     std::vector<uint8_t> vecDefects{};
+
+    /// True for one of a line-scan camera, which applies to images of any height.
+    bool isLine() const { return layout.nHeight == 1 && !layout.pFormat->isCfa(); }
 
     /// Most pixels that a map may mark: 1 of 32, and always 64.
     static uint64_t defectsMax(const ImageLayout& rLayout) {

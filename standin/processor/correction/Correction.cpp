@@ -76,6 +76,11 @@ std::unique_ptr<ICorrection> makeCorrection(const ImageLayout& rLayout, const st
                                               rOutput.output);
 }
 
+ClassTargets classTargets(const ImageLayout& rLayout, const std::vector<float>* pDark, const std::vector<float>* pLight,
+                          const CorrectionOutput& rOutput) {
+    return CFormula(rLayout, pDark, pLight, rOutput).targets();
+}
+
 std::vector<const char*> correctionTargets() {
     std::vector<const char*> vecNames;
     for (const KernelTarget& rTarget : kernelTargets()) {

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -27,10 +28,15 @@ public:
     virtual std::string description() const = 0;
 };
 
+/// T_c of each colour class (ImageLayout::classOf()).
+typedef std::array<double, 4> ClassTargets;
+
 /// How corrected images come out.
 struct CorrectionOutput {
     ReferenceOutput output;
     const std::vector<uint8_t>* pDefects = nullptr;  ///< as ReferenceImage::vecDefects, borrowed; null: none
+    /// T_c by class, DN, where they are not those of this image, borrowed for the call; null: as the output says.
+    const ClassTargets* pTargets = nullptr;
 };
 
 /// Builds the correction for a layout: result = clamp(round((in - D) * G + P), 0, full scale), where a sample at full
@@ -47,6 +53,7 @@ struct CorrectionOutput {
 /// subtracted, then multiplied by the normalised gain). Against this formula in double precision a result is off by at
 /// most 1 DN up to 12 bits, by at most 1 + G/2 DN at 14 and 16 bits.
 /// @param[in] pDark   D in DN, sLayout.samples() values of 0 to full scale, borrowed; null: D = 0.
+///                    Of binned pixels that are added up D and L may lie above full scale.
 /// @param[in] pLight  L in DN, as pDark; null: G = 1.
 /// At last each pixel that the output marks is replaced: see defectNeighbours(). Its neighbours are all corrected
 /// before, also those of the rows below. A marked pixel counts in the mean, so that marking it changes no other.
@@ -55,6 +62,10 @@ struct CorrectionOutput {
 std::unique_ptr<ICorrection> makeCorrection(const ImageLayout& rLayout, const std::vector<float>* pDark,
                                             const std::vector<float>* pLight, const char* pTarget = nullptr,
                                             const CorrectionOutput& rOutput = {});
+
+/// T_c that makeCorrection() takes for this pair; of no meaning without a light reference. @throws std::bad_alloc
+ClassTargets classTargets(const ImageLayout& rLayout, const std::vector<float>* pDark, const std::vector<float>* pLight,
+                          const CorrectionOutput& rOutput);
 
 /// Names of the kinds of vectors that this processor can correct with, fastest first; the last is "scalar", the
 /// definition itself. All give the same bytes. @throws std::bad_alloc  @threads any.

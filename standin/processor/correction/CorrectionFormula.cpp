@@ -27,6 +27,10 @@ CFormula::CFormula(const ImageLayout& rLayout, const std::vector<float>* pDark, 
     if (!m_pLight) {
         return;
     }
+    if (rOutput.pTargets) {
+        m_aTargets = *rOutput.pTargets;
+        return;
+    }
     switch (rOutput.output.eTarget) {
         case eTargetValue:
             m_aTargets.fill(rOutput.output.dTarget);

@@ -34,6 +34,8 @@ public:
     /// Bit i: sample iFirst + i, of BLOCK, is one of a marked pixel.
     uint64_t defectsOf(std::size_t iFirst) const;
 
+    const ClassTargets& targets() const { return m_aTargets; }
+
     const ImageLayout& layout() const { return m_rLayout; }
 
 private:
@@ -46,7 +48,7 @@ private:
     const float* m_pDark;
     const float* m_pLight;
     CorrectionOutput m_output;
-    std::array<double, 4> m_aTargets = {};  // by colour class
+    ClassTargets m_aTargets = {};  // by colour class
 };
 
 }  // namespace StandIn

@@ -50,10 +50,19 @@ public:
     }
     const std::string& camera() const { return m_strCamera; }
     bool hasOutput() const { return m_bHasOutput; }
+    /// Passes over what is no geometry inside its object.
+    void takeOthers() { m_bOthers = true; }
     ReferenceOutput output(double dFull) const;
+    ImageGeometry geometry(const ImageLayout& rLayout) const;
 
     bool null() override { return value("null"); }
-    bool boolean(bool bValue) override { return value(bValue ? "true" : "false"); }
+    bool boolean(bool bValue) override {
+        if (isGeometryMember()) {
+            m_geometryNumbers[m_strInnerKey] = bValue ? 1.0 : 0.0;
+            return true;
+        }
+        return value(bValue ? "true" : "false");
+    }
     bool number_integer(number_integer_t iValue) override {
         return number(static_cast<double>(iValue), std::to_string(iValue));
     }
@@ -65,9 +74,13 @@ public:
         if (m_nDepth == 1) {
             m_texts[m_strKey] = strValue;
         }
-        if (isOutputMember() && m_strOutputKey == "target") {
+        if (isOutputMember() && m_strInnerKey == "target") {
             require(strValue == "mean" || strValue == "max", "unknown target of the output");
             m_output.eTarget = strValue == "max" ? eTargetMax : eTargetMean;
+            return true;
+        }
+        if (isGeometryMember()) {
+            m_geometryTexts[m_strInnerKey] = strValue;
             return true;
         }
         return value(Json(strValue).dump());
@@ -78,13 +91,15 @@ public:
             m_strKey = strKey;
             m_bCamera = strKey == "camera";
             m_bOutput = strKey == "output";
+            m_bGeometry = strKey == "geometry";
+            m_bHasGeometry = m_bHasGeometry || m_bGeometry;
             m_bHasOutput = m_bHasOutput || m_bOutput;
             if (m_bCamera) {
                 m_strCamera.clear();
             }
             m_bComma = false;
-        } else if (m_nDepth == 2 && m_bOutput) {
-            m_strOutputKey = strKey;
+        } else if (m_nDepth == 2 && (m_bOutput || m_bGeometry)) {
+            m_strInnerKey = strKey;
         } else if (m_bCamera) {
             append(Json(strKey).dump() + ':');
             m_bComma = false;
@@ -97,6 +112,7 @@ public:
         require(m_nDepth != 0, "the description is no JSON object");
         require(m_nDepth != 1 || !m_bCamera, "the camera settings are no JSON object");
         require(m_nDepth != 1 || !m_bOutput, "the output is no JSON object");
+        require(m_nDepth != 1 || !m_bGeometry, "the geometry is no JSON object");
         return open('[');
     }
     bool end_array() override { return close(']'); }
@@ -109,13 +125,17 @@ private:
         if (m_nDepth == 1) {
             m_numbers[m_strKey] = dValue;
         }
-        if (isOutputMember() && m_strOutputKey == "target") {
+        if (isOutputMember() && m_strInnerKey == "target") {
             m_output.eTarget = eTargetValue;
             m_output.dTarget = dValue;
             return true;
         }
-        if (isOutputMember() && m_strOutputKey == "pedestal") {
+        if (isOutputMember() && m_strInnerKey == "pedestal") {
             m_output.dPedestal = dValue;
+            return true;
+        }
+        if (isGeometryMember()) {
+            m_geometryNumbers[m_strInnerKey] = dValue;
             return true;
         }
         return value(strText);
@@ -124,15 +144,19 @@ private:
         require(m_nDepth != 0, "the description is no JSON object");
         require(m_nDepth != 1 || !m_bCamera, "the camera settings are no JSON object");
         require(m_nDepth != 1 || !m_bOutput, "the output is no JSON object");
-        require(!isOutputMember() || (m_strOutputKey != "target" && m_strOutputKey != "pedestal"),
+        require(m_nDepth != 1 || !m_bGeometry, "the geometry is no JSON object");
+        require(m_bOthers || !isGeometryMember(), "a member of the geometry has a wrong type");
+        require(!isOutputMember() || (m_strInnerKey != "target" && m_strInnerKey != "pedestal"),
                 "a member of the output has a wrong type");
         append(strText);
         m_bComma = true;
         return true;
     }
     bool isOutputMember() const { return m_nDepth == 2 && m_bOutput; }
+    bool isGeometryMember() const { return m_nDepth == 2 && m_bGeometry; }
     bool open(char cBracket) {
-        require(!isOutputMember() || (m_strOutputKey != "target" && m_strOutputKey != "pedestal"),
+        require(m_bOthers || !isGeometryMember(), "a member of the geometry has a wrong type");
+        require(!isOutputMember() || (m_strInnerKey != "target" && m_strInnerKey != "pedestal"),
                 "a member of the output has a wrong type");
         require(++m_nDepth <= DEPTH_MAX, "the description is nested too deeply");
         append(std::string(1, cBracket));
@@ -163,7 +187,12 @@ private:
     std::string m_strKey;      // of the outer object
     std::size_t m_nDepth = 0;  // open brackets
     ReferenceOutput m_output;
-    std::string m_strOutputKey;
+    std::string m_strInnerKey;  // inside the output or the geometry
+    std::map<std::string, double> m_geometryNumbers;
+    std::map<std::string, std::string> m_geometryTexts;
+    bool m_bGeometry = false;  // inside the member "geometry"
+    bool m_bHasGeometry = false;
+    bool m_bOthers = false;
     bool m_bOutput = false;  // inside the member "output"
     bool m_bHasOutput = false;
     bool m_bCamera = false;  // inside the member "camera"
@@ -186,6 +215,64 @@ void readNewer(const CDescriptionReader& rReader, double dFull, ReferenceImage& 
     if (rReader.has("largest")) {
         rReference.uLargest = static_cast<uint32_t>(rReader.number("largest", dFull));
     }
+}
+
+// The members of one direction; the mode of its binning may be missing, and the mirror, but nothing else.
+struct AxisNames {
+    const char* pSensor;
+    const char* pOffset;
+    const char* pBinning;
+    const char* pMode;
+    const char* pReverse;
+};
+constexpr AxisNames NAMES_X = {"SensorWidth", "OffsetX", "BinningHorizontal", "BinningHorizontalMode", "ReverseX"};
+constexpr AxisNames NAMES_Y = {"SensorHeight", "OffsetY", "BinningVertical", "BinningVerticalMode", "ReverseY"};
+
+ImageGeometry CDescriptionReader::geometry(const ImageLayout& rLayout) const {
+    const auto fnNumber = [this](const char* pName, double dLeast, double dMost) {
+        const auto iNumber = m_geometryNumbers.find(pName);
+        require(iNumber != m_geometryNumbers.end() && iNumber->second >= dLeast && iNumber->second <= dMost &&
+                    iNumber->second == std::floor(iNumber->second),
+                std::string("the geometry has no ") + pName + ", or one out of range");
+        return static_cast<uint64_t>(iNumber->second);
+    };
+    const auto fnAxis = [&](const AxisNames& rNames) {
+        constexpr double SIDE_MAX = IMAGE_SIDE_MAX;
+        GeometryAxis axis;
+        axis.nSensor = fnNumber(rNames.pSensor, 1.0, SIDE_MAX);
+        axis.nOffset = fnNumber(rNames.pOffset, 0.0, SIDE_MAX);
+        axis.nBinning = fnNumber(rNames.pBinning, 1.0, BINNING_MAX);
+        const bool bMirror = m_geometryNumbers.count(rNames.pReverse) != 0;
+        axis.bReverse = bMirror && fnNumber(rNames.pReverse, 0.0, 1.0) != 0;
+        const auto iMode = m_geometryTexts.find(rNames.pMode);
+        if (iMode != m_geometryTexts.end()) {
+            require(iMode->second == "Sum" || iMode->second == "Average", "the geometry has an unknown binning mode");
+            axis.eMode = iMode->second == "Sum" ? eBinningSum : eBinningAverage;
+        }
+        return axis;
+    };
+    if (!m_bHasGeometry) {
+        return {};
+    }
+    const ImageGeometry geometry = {fnAxis(NAMES_X), fnAxis(NAMES_Y)};
+    require(rLayout.liesOn(geometry), "the image does not lie on the sensor of its geometry");
+    return geometry;
+}
+
+std::string geometryText(const ImageGeometry& rGeometry) {
+    const auto fnAxis = [](const AxisNames& rNames, const GeometryAxis& rAxis) {
+        const auto fnMember = [](const char* pName, const std::string& strValue) {
+            return std::string("\"") + pName + "\":" + strValue;
+        };
+        return fnMember(rNames.pSensor, std::to_string(rAxis.nSensor)) + "," +
+               fnMember(rNames.pOffset, std::to_string(rAxis.nOffset)) + "," +
+               fnMember(rNames.pBinning, std::to_string(rAxis.nBinning)) + "," +
+               (rAxis.eMode == eBinningUnknown
+                    ? ""
+                    : fnMember(rNames.pMode, rAxis.eMode == eBinningSum ? "\"Sum\"" : "\"Average\"") + ",") +
+               fnMember(rNames.pReverse, rAxis.bReverse ? "true" : "false");
+    };
+    return "{" + fnAxis(NAMES_X, rGeometry.x) + "," + fnAxis(NAMES_Y, rGeometry.y) + "}";
 }
 
 ReferenceOutput CDescriptionReader::output(double dFull) const {
@@ -220,6 +307,9 @@ std::string makeDescription(const ReferenceImage& rReference) {
         require(Json::accept(rReference.strCamera), "the camera settings are no JSON object");
         strText += R"(,"camera":)" + rReference.strCamera;
     }
+    if (rReference.geometry.isKnown()) {
+        strText += R"(,"geometry":)" + geometryText(rReference.geometry);
+    }
     if (!rReference.output.isDefault()) {
         const ReferenceOutput& rOutput = rReference.output;
         strText += R"(,"output":{"target":)" + (rOutput.eTarget == eTargetValue ? fnNumber(rOutput.dTarget)
@@ -239,6 +329,19 @@ void checkNote(const std::string& strJson) {
     reference.nImages = 1;
     reference.strCamera = strJson;
     makeDescription(reference);
+}
+
+ImageGeometry geometryOfNote(const std::string& strJson, const ImageLayout& rLayout) {
+    // As if the settings were the member "geometry"; they have the same names.
+    const std::string strText = R"({"geometry":)" + strJson + "}";
+    try {
+        CDescriptionReader oReader;
+        oReader.takeOthers();
+        Json::sax_parse(strText, &oReader);
+        return oReader.geometry(rLayout);
+    } catch (const CFileError&) {
+        return {};
+    }
 }
 
 ReferenceImage parseDescription(const char* strText, uint64_t nWidth, uint64_t nHeight) {
@@ -263,6 +366,7 @@ ReferenceImage parseDescription(const char* strText, uint64_t nWidth, uint64_t n
     reference.dTemporalNoise = oReader.number("temporalNoise", dFull);
     readNewer(oReader, dFull, reference);
     reference.strCamera = oReader.camera();
+    reference.geometry = oReader.geometry(reference.layout);
     require(!oReader.hasOutput() || reference.eKind == eReferenceLight,
             "only a light reference tells how the output is scaled");
     reference.output = oReader.output(dFull);

@@ -21,6 +21,10 @@ std::string makeDescription(const ReferenceImage& rReference);
 /// @throws CFileError  no JSON object, or too long or deep.
 void checkNote(const std::string& strJson);
 
+/// What the camera's settings tell of where an image of this layout lies; not known where they do not tell all of it,
+/// or what cannot be. @throws std::bad_alloc
+ImageGeometry geometryOfNote(const std::string& strJson, const ImageLayout& rLayout);
+
 /// A reference without samples from its description, with every field checked. Reads 64 KiB and 8 levels at most.
 /// @throws CFileError  says what is wrong.
 ReferenceImage parseDescription(const char* strText, uint64_t nWidth, uint64_t nHeight);

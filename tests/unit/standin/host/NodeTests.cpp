@@ -67,10 +67,11 @@ TEST_F(Nodes, ImageSettingsAreLockedWhileTheCameraRuns) {
     node("StandInScene").SetValue("Scene");
     startStream(1, 2);
     for (const char* pName :
-         {"Width", "Height", "OffsetX", "OffsetY", "PixelFormat", "BinningHorizontal", "ReverseY"}) {
+         {"Width", "Height", "PixelFormat", "BinningHorizontal", "BinningVerticalMode", "ReverseY"}) {
         EXPECT_THROW(node(pName).SetValue(node(pName).GetString()), Xapel_AccessDeniedException) << pName;
     }
-    for (const char* pName : {"ExposureTime", "Gain", "AcquisitionFrameRate", "StandInScene", "StandInFrame"}) {
+    for (const char* pName :
+         {"OffsetX", "OffsetY", "ExposureTime", "Gain", "AcquisitionFrameRate", "StandInScene", "StandInFrame"}) {
         EXPECT_NO_THROW(node(pName).SetValue(node(pName).GetString())) << pName;
     }
     DataStream* pSecond = Control::addFirstStream(m_pDevice);
@@ -110,6 +111,28 @@ TEST_F(Nodes, BinningTakesTheWholeSensorAndLimitsTheRegion) {
     EXPECT_EQ(1, node("BinningVertical").GetInt());
     EXPECT_STREQ("simulated camera, seed",
                  std::string(node("DeviceModelName").GetString().get()).substr(0, 22).c_str());
+}
+
+// One sensor has one filter array: the format goes with the pixel of it that the image begins with.
+TEST_F(Nodes, FormatFollowsTheFilterArrayOfTheSensor) {
+    const struct {
+        const char* pNode;
+        int iValue;
+        const char* pFormat;
+    } STEPS[] = {{"Width", 32, "BayerRG12p"},   {"OffsetX", 1, "BayerGR12p"},           {"OffsetY", 1, "BayerBG12p"},
+                 {"OffsetX", 2, "BayerGB12p"},  {"ReverseX", 1, "BayerBG12p"},          {"OffsetX", 3, "BayerGB12p"},
+                 {"ReverseX", 0, "BayerBG12p"}, {"BinningHorizontal", 2, "BayerGB12p"}, {"OffsetY", 0, "BayerRG12p"}};
+    node("PixelFormat").SetValue("BayerRG12p");
+    node("Height").SetInt(16);
+    for (const auto& rStep : STEPS) {
+        node(rStep.pNode).SetInt(rStep.iValue);
+        EXPECT_STREQ(rStep.pFormat, node("PixelFormat").GetString().get()) << rStep.pNode << rStep.iValue;
+    }
+    EXPECT_EQ(64, node("SensorWidth").GetInt());
+    EXPECT_THROW(node("SensorWidth").SetInt(64), Xapel_AccessDeniedException);
+    node("BinningHorizontalMode").SetValue("Sum");
+    EXPECT_STREQ("Sum", node("BinningHorizontalMode").GetString().get());
+    EXPECT_THROW(node("BinningHorizontalMode").SetValue("Mean"), Xapel_InvalidParameterException);
 }
 
 // The processor traces once when it leaves an image as it is. While that command stands still in the trace observer,

@@ -297,33 +297,54 @@ TEST(SimulatedSensor, RegionOfInterestShowsThatPartOfTheFullFrame) {
     }
 }
 
-// With odd sides a filter array looks the same from either end, so that mirrored pixels can be found in the full frame.
+// Counted out pixel by pixel, apart from the functions that the sensor uses.
 TEST(SimulatedSensor, MirroredAndBinnedImagesShowTheSensorsOwnPixels) {
     for (const char* pFormat : {"Mono12", "BayerRG12", "RGB8"}) {
-        CSimulatedSensor sensor = makeSensor(81, 61, pFormat);
-        const CameraSettings full = sensor.defaultSettings();
+        CSimulatedSensor sensor = makeSensor(82, 61, pFormat);
+        CameraSettings full = sensor.defaultSettings();
+        full.iGainPercent = 10;  // sums stay below full scale
+        const bool bCfa = full.pFormat->isCfa();
         const Samples vecFull = fillSamples(sensor, full, eSceneObjects, 5);
-        for (unsigned i = 0; i < 16; ++i) {
+        for (unsigned i = 0; i < 32; ++i) {
             CameraSettings settings = full;
             settings.iReverseX = i & 1;
             settings.iReverseY = i >> 1 & 1;
-            // Pixels of one colour do not lie side by side in a filter array, whose colours binning lays anew.
-            settings.nBinningX = full.pFormat->isCfa() || (i & 4) == 0 ? 1 : 4;
-            settings.nBinningY = full.pFormat->isCfa() || (i & 8) == 0 ? 1 : 2;
-            settings.nOffsetX = 4, settings.nOffsetY = 2;
+            settings.nBinningX = (i & 4) == 0 ? 1 : 4;
+            settings.nBinningY = (i & 8) == 0 ? 1 : 2;
+            settings.iSumX = i >> 4 & 1;
+            settings.nOffsetX = 4, settings.nOffsetY = 3;
             settings.nWidth = 13, settings.nHeight = 9;
-            const Samples vecShown = fillSamples(sensor, settings, eSceneObjects, 5);
             const std::size_t nChannels = full.pFormat->nChannels, nX = settings.nBinningX, nY = settings.nBinningY;
+            const auto fnPlace = [bCfa](std::size_t iAt, std::size_t n, bool bReverse, std::size_t nSensor) {
+                std::vector<std::vector<std::size_t>> vecBinned;
+                const std::size_t nArray = bCfa ? 2 : 1;
+                for (std::size_t iFirst = 0; iFirst + nArray * n <= nSensor || (n == 1 && iFirst < nSensor);
+                     iFirst += nArray * n) {
+                    for (std::size_t iSite = 0; iSite < nArray; ++iSite) {
+                        vecBinned.emplace_back();
+                        for (std::size_t k = 0; k < n; ++k) {
+                            vecBinned.back().push_back(iFirst + iSite + k * nArray);
+                        }
+                    }
+                }
+                vecBinned.resize(n == 1 ? nSensor : vecBinned.size());
+                return bReverse ? vecBinned[vecBinned.size() - 1 - iAt] : vecBinned[iAt];
+            };
+            const auto vecX0 = fnPlace(4, nX, settings.iReverseX != 0, 82);
+            const auto vecY0 = fnPlace(3, nY, settings.iReverseY != 0, 61);
+            settings.pFormat = shiftedFormat(*full.pFormat, vecX0[0], vecY0[0]);
+            const Samples vecShown = fillSamples(sensor, settings, eSceneObjects, 5);
+            const double dSum = settings.iSumX != 0 ? double(nX) : 1.0;
             for (std::size_t iSample = 0; iSample < vecShown.size(); ++iSample) {
                 const std::size_t iPixel = iSample / nChannels;
                 double dMean = 0.0;
-                for (std::size_t iPart = 0; iPart < nX * nY; ++iPart) {
-                    std::size_t iX = (iPixel % 13 + 4) * nX + iPart % nX, iY = (iPixel / 13 + 2) * nY + iPart / nX;
-                    iX = settings.iReverseX ? 81 / nX * nX - 1 - iX : iX;
-                    iY = settings.iReverseY ? 61 / nY * nY - 1 - iY : iY;
-                    dMean += vecFull[(iY * 81 + iX) * nChannels + iSample % nChannels] / double(nX * nY);
+                for (const std::size_t iX : fnPlace(iPixel % 13 + 4, nX, settings.iReverseX != 0, 82)) {
+                    for (const std::size_t iY : fnPlace(iPixel / 13 + 3, nY, settings.iReverseY != 0, 61)) {
+                        dMean += vecFull[(iY * 82 + iX) * nChannels + iSample % nChannels] / double(nX * nY);
+                    }
                 }
-                ASSERT_NEAR(vecShown[iSample], dMean, nX * nY == 1 ? 0.0 : 1.0) << pFormat << i << " " << iSample;
+                ASSERT_NEAR(vecShown[iSample], dMean * dSum, nX * nY == 1 ? 0.0 : 0.5 + 0.5 * dSum)
+                    << pFormat << i << " " << iSample;
             }
         }
     }

@@ -1,0 +1,218 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// References that have been applied, and what corrects an image with them, wherever on the sensor it lies.
+
+#include "standin/processor/AppliedReferences.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "standin/processor/LineCorrection.h"
+
+namespace XAPEL2 {
+namespace StandIn {
+
+namespace {
+
+constexpr std::array<eReferenceKind, 2> KINDS = {eReferenceDark, eReferenceLight};
+
+// Those that are added up can be darker than the format has room for; then all of the image is.
+void limitDark(const PixelFormat& rFormat, std::vector<float>& rSamples) {
+    const auto fFull = static_cast<float>(rFormat.fullScale());
+    for (float& rSample : rSamples) {
+        rSample = std::min(rSample, fFull);
+    }
+}
+
+}  // namespace
+
+CAppliedReferences::CAppliedReferences(const ReferencePair& rPair) : m_pair(rPair) {
+    m_bPlaced = true;
+    for (const eReferenceKind eKind : KINDS) {
+        m_bPlaced = m_bPlaced && (!m_pair[eKind] || m_pair[eKind]->geometry.isKnown());
+    }
+    const auto& rpDark = m_pair[eReferenceDark];
+    const auto& rpLight = m_pair[eReferenceLight];
+    if (!rpDark || !rpLight) {
+        return;
+    }
+    if (!hasSamplesLike(*rpLight->layout.pFormat) || rpDark->isLine() != rpLight->isLine() ||
+        (!m_bPlaced && !rpDark->layout.hasSamplesLike(rpLight->layout))) {
+        throw CUnfitPair("the dark reference has another format or size than the light one");
+    }
+    const ePlaceObstacle eWhy = obstacle(rpLight->layout, rpLight->geometry);
+    if (eWhy != eNoObstacle) {
+        throw CUnfitPair(std::string("the dark reference does not fit the light one: as an image, ") +
+                         PLACE_OBSTACLES[eWhy]);
+    }
+}
+
+void CAppliedReferences::prepare(const std::array<FilterRadii, 2>& rRadii) {
+    for (const eReferenceKind eKind : KINDS) {
+        // As it is where nothing is filtered: a copy would take as long as the tables.
+        if (m_pair[eKind] && (rRadii[eKind].nMedian != 0 || rRadii[eKind].nBox != 0)) {
+            m_aFiltered[eKind] = m_pair[eKind]->vecSamples;
+            filterReference(m_pair[eKind]->layout, rRadii[eKind], m_aFiltered[eKind]);
+        }
+    }
+    setTargets();
+}
+
+const std::vector<float>& CAppliedReferences::samplesOf(eReferenceKind eKind) const {
+    return m_aFiltered[eKind].empty() ? m_pair[eKind]->vecSamples : m_aFiltered[eKind];
+}
+
+CorrectionOutput CAppliedReferences::output() const {
+    const auto& rpLight = m_pair[eReferenceLight];
+    return rpLight ? CorrectionOutput{rpLight->output, &rpLight->vecDefects} : CorrectionOutput{};
+}
+
+void CAppliedReferences::setTargets() {
+    const auto& rpLight = m_pair[eReferenceLight];
+    if (!rpLight) {
+        return;
+    }
+    const std::vector<float>* pDark = nullptr;
+    std::vector<float> vecDark;
+    if (m_pair[eReferenceDark]) {
+        pDark = &samplesOf(eReferenceDark);
+        if (m_bPlaced) {
+            const CDerivation way = derivation(eReferenceDark, rpLight->layout, rpLight->geometry);
+            if (!way.isSame()) {
+                vecDark = way.samples(*pDark);
+                pDark = &vecDark;
+            }
+        }
+    }
+    m_aTargets = classTargets(rpLight->layout, pDark, &samplesOf(eReferenceLight), output());
+}
+
+bool CAppliedReferences::hasSamplesLike(const PixelFormat& rFormat) const {
+    return std::all_of(m_pair.begin(), m_pair.end(), [&](const auto& rpReference) {
+        if (!rpReference) {
+            return true;
+        }
+        ImageLayout layout = rpReference->layout;
+        if (!m_bPlaced || !layout.pFormat->isCfa() || !rFormat.isCfa()) {
+            layout.pFormat = &rFormat;
+            return rpReference->layout.hasSamplesLike(layout);
+        }
+        return layout.pFormat->nBits == rFormat.nBits;
+    });
+}
+
+bool CAppliedReferences::isOwnSize(const ImageLayout& rLayout) const {
+    const ReferenceImage& rMain = main();
+    return rLayout.nWidth == rMain.layout.nWidth && (rMain.isLine() || rLayout.nHeight == rMain.layout.nHeight);
+}
+
+bool CAppliedReferences::takesSize(const ImageLayout& rLayout) const {
+    const ReferenceImage& rMain = main();
+    return rLayout.nWidth <= rMain.layout.nWidth && (rMain.isLine() || rLayout.nHeight <= rMain.layout.nHeight);
+}
+
+bool CAppliedReferences::isWindow() const {
+    const ReferenceImage& rMain = main();
+    const bool bCfa = rMain.layout.pFormat->isCfa();
+    const uint64_t nHeight = rMain.isLine() ? rMain.geometry.y.binned(bCfa) : rMain.layout.nHeight;
+    return m_bPlaced && !rMain.geometry.isWhole(rMain.layout.nWidth, nHeight, bCfa);
+}
+
+CDerivation CAppliedReferences::derivation(eReferenceKind eKind, const ImageLayout& rLayout,
+                                           const ImageGeometry& rGeometry) const {
+    return {m_pair[eKind]->layout, m_pair[eKind]->geometry, rLayout, rGeometry};
+}
+
+ePlaceObstacle CAppliedReferences::obstacle(const ImageLayout& rLayout, const ImageGeometry& rGeometry) const {
+    if (!m_bPlaced) {
+        return eNoObstacle;
+    }
+    const ImageGeometry& rPlace = rGeometry.isKnown() ? rGeometry : main().geometry;
+    ePlaceObstacle eWorst = eNoObstacle;
+    for (const eReferenceKind eKind : KINDS) {
+        if (m_pair[eKind] && eWorst == eNoObstacle) {
+            eWorst = derivation(eKind, rLayout, rPlace).obstacle();
+        }
+    }
+    return eWorst;
+}
+
+const CorrectionInUse* CAppliedReferences::find(const ImageLayout& rLayout, const ImageGeometry& rGeometry) {
+    ++m_nUses;
+    for (Kept& rKept : m_vecKept) {
+        if (rKept.layout == rLayout && (!m_bPlaced || rKept.geometry == rGeometry)) {
+            rKept.iLastUse = m_nUses;
+            return &rKept;
+        }
+    }
+    return nullptr;
+}
+
+void CAppliedReferences::derive(const ImageLayout& rLayout, const ImageGeometry& rGeometry, Derived& rDerived) const {
+    rDerived.aTargets = m_aTargets;
+    for (const eReferenceKind eKind : KINDS) {
+        if (!m_pair[eKind]) {
+            continue;
+        }
+        const bool bLight = eKind == eReferenceLight;
+        rDerived.apSamples[eKind] = &samplesOf(eKind);
+        if (bLight) {
+            rDerived.vecDefects = m_pair[eKind]->vecDefects;
+        }
+        if (!m_bPlaced) {
+            continue;
+        }
+        const CDerivation way = derivation(eKind, rLayout, rGeometry);
+        if (way.isSame()) {
+            continue;
+        }
+        rDerived.aOwned[eKind] = way.samples(samplesOf(eKind));
+        rDerived.apSamples[eKind] = &rDerived.aOwned[eKind];
+        if (!bLight && way.scale() > 1.0) {
+            limitDark(*rLayout.pFormat, rDerived.aOwned[eKind]);
+        }
+        if (bLight) {
+            rDerived.vecDefects = way.defects(m_pair[eKind]->vecDefects);
+            for (unsigned k = 0; k < rLayout.classes(); ++k) {
+                rDerived.aTargets[k] = m_aTargets[way.classOf(k)] * way.scale();
+            }
+        }
+    }
+}
+
+const CorrectionInUse& CAppliedReferences::build(const ImageLayout& rLayout, const ImageGeometry& rGeometry) {
+    const ImageGeometry& rPlace = m_bPlaced && !rGeometry.isKnown() ? main().geometry : rGeometry;
+    Derived derived;
+    derive(rLayout, rPlace, derived);
+    CorrectionOutput out = output();
+    out.pDefects = &derived.vecDefects;
+    out.pTargets = &derived.aTargets;
+    const auto fnMake = [&] {
+        const auto& rapSamples = derived.apSamples;
+        return main().isLine()
+                   ? makeLineCorrection(rLayout, rapSamples[eReferenceDark], rapSamples[eReferenceLight], out)
+                   : makeCorrection(rLayout, rapSamples[eReferenceDark], rapSamples[eReferenceLight], nullptr, out);
+    };
+    Kept kept;
+    kept.pCorrection = fnMake();
+    std::string strText = kept.pCorrection->description();
+    if (m_bPlaced) {
+        strText += ", " + inWords(rPlace, rLayout.nWidth, rLayout.nHeight, rLayout.pFormat->isCfa());
+    }
+    kept.pDescription = std::make_shared<const std::string>(std::move(strText));
+    kept.layout = rLayout;
+    kept.geometry = rGeometry;
+    kept.iLastUse = ++m_nUses;
+    m_vecKept.reserve(KEPT);
+    if (m_vecKept.size() < KEPT) {
+        m_vecKept.push_back(std::move(kept));
+        return m_vecKept.back();
+    }
+    Kept& rOldest = *std::min_element(m_vecKept.begin(), m_vecKept.end(),
+                                      [](const Kept& r1, const Kept& r2) { return r1.iLastUse < r2.iLastUse; });
+    rOldest = std::move(kept);
+    return rOldest;
+}
+
+}  // namespace StandIn
+}  // namespace XAPEL2
