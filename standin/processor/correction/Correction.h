@@ -50,14 +50,17 @@ struct CorrectionOutput {
 /// @param[in] pLight  L in DN, as pDark; null: G = 1.
 /// At last each pixel that the output marks is replaced: see defectNeighbours(). Its neighbours are all corrected
 /// before, also those of the rows below. A marked pixel counts in the mean, so that marking it changes no other.
-/// @param[in] pTarget  one of correctionTargets(), for tests and benches; null: the fastest. Another text acts as null.
+/// @param[in] pTarget  one of correctionTargets(), for tests and benches; null: the fastest, which is found out once
+/// for
+///                     each width and size class by measuring for at most 3 ms. Another text acts as null.
 /// @throws std::bad_alloc
 std::unique_ptr<ICorrection> makeCorrection(const ImageLayout& rLayout, const std::vector<float>* pDark,
                                             const std::vector<float>* pLight, const char* pTarget = nullptr,
                                             const CorrectionOutput& rOutput = {});
 
-/// Names of the kinds of vectors that this processor can correct with, fastest first; the last is "scalar", the
-/// definition itself. All give the same bytes. @throws std::bad_alloc  @threads any.
+/// Names of the ways to correct on this processor: kind of vectors, their steps, how far ahead memory is asked for. The
+/// first have the widest vectors, the last is "scalar", the definition itself. All give the same bytes. @throws
+/// std::bad_alloc  @threads any.
 std::vector<const char*> correctionTargets();
 
 /// Fraction bits of a table.

@@ -37,6 +37,7 @@ HWY_INLINE Words<D> splat(D d16, unsigned uValue) {
 template <class D>
 struct Unpacked {
     using V = Words<D>;
+    static constexpr std::size_t BLOCK_BYTES = BLOCK * 2;
     static constexpr std::size_t VECTORS = BLOCK / hn::MaxLanes(D());
     V m_vFull;
     int m_nUp;
@@ -70,6 +71,7 @@ struct Unpacked {
 template <class D, unsigned BITS, bool SPLIT>
 struct Packed {
     static constexpr unsigned WIRE = SPLIT ? 12 : BITS;  // bits of a sample in the image
+    static constexpr std::size_t BLOCK_BYTES = BLOCK / 8 * WIRE;
     using V = Words<D>;
     using D32 = hn::Repartition<uint32_t, D>;
     using D8 = hn::Repartition<uint8_t, D>;
