@@ -56,6 +56,9 @@ public:
     /// @return  number of the next.
     std::size_t repair(uint8_t* pImage, std::size_t i, std::size_t nDone) const noexcept;
 
+    /// Asks for what the list has from sample i on, before a part is corrected: it was last read an image ago.
+    void fetchPlaces(std::size_t i) const noexcept;
+
 private:
     struct Place {
         uint32_t uSample;
@@ -65,10 +68,15 @@ private:
     };
     void fetchAround(const uint8_t* pImage, const Place& rPlace) const noexcept;
     template <class READER>
+    uint32_t sumOf(const READER& rRead, const uint8_t* pImage, const Place& rPlace) const noexcept;
+    template <class READER>
     std::size_t repairBy(const READER& rRead, uint8_t* pImage, std::size_t i, std::size_t nDone) const noexcept;
 
     const PixelFormat* m_pFormat = nullptr;
+    std::size_t m_nRowSamples = 0;
     std::size_t m_nDefects = 0;
+    static constexpr uint32_t NO_WHOLE = ~0U;
+    uint32_t m_uWhole = NO_WHOLE;  // uFirst of those whose 5 x 5 pixels are all good, unless of a colour filter array
     std::vector<Place> m_vecPlaces;
     std::vector<DefectNeighbour> m_vecNeighbours;
 };

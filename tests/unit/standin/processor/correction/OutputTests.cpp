@@ -212,6 +212,7 @@ std::vector<std::pair<std::string, Map>> maps(std::size_t nWidth, std::size_t nH
     const std::size_t nRight = nWidth - 1, nBottom = nHeight - 1;
     add("single", {{7, 9, 1, 1}, {20, 12, 1, 1}});
     add("corners", {{0, 0, 1, 1}, {nRight, 0, 1, 1}, {0, nBottom, 1, 1}, {nRight, nBottom, 1, 1}});
+    add("whole windows to the ends", {{2, 2, 1, 1}, {nRight - 2, nBottom - 2, 1, 1}, {2, nBottom - 2, 1, 1}});
     add("edges", {{9, 0, 2, 1}, {0, 9, 1, 2}, {nRight, 14, 1, 2}, {13, nBottom, 2, 1}});
     add("clusters", {{4, 4, 2, 2}, {12, 5, 3, 3}, {20, 14, 3, 1}, {nRight - 2, nBottom - 2, 3, 3}, {0, 0, 3, 3}});
     add("columns", {{9, 0, 1, nHeight}, {15, 3, 2, 17}, {nRight, 0, 1, nHeight}});
