@@ -70,15 +70,15 @@ struct FixedPoint {
 };
 
 /// The definition of a corrected sample; every kernel gives its result exactly. A product half way between two values
-/// is rounded up. Offset and input stay below 2^28, the gain below 2^30, so 64 bits hold the product.
-/// @param[in] uOffset  D in 2^-nOffsetBits DN.   @param[in] uGain  G in 2^-nGainBits.
+/// is rounded up. Offset and input stay within 2^28, the gain below 2^30, so 64 bits hold the product.
+/// @param[in] iOffset  D in 2^-nOffsetBits DN.   @param[in] uGain  G in 2^-nGainBits.
 /// @param[in] uPedestal  P in the unit of the product, at most full scale.
-inline uint16_t correctSample(uint32_t uIn, uint32_t uOffset, uint32_t uGain, const FixedPoint& rPoint, uint32_t uFull,
+inline uint16_t correctSample(uint32_t uIn, int32_t iOffset, uint32_t uGain, const FixedPoint& rPoint, uint32_t uFull,
                               uint64_t uPedestal = 0) noexcept {
     if (uIn >= uFull) {
         return static_cast<uint16_t>(uFull);
     }
-    const int64_t iSignal = int64_t{uIn << rPoint.nOffsetBits} - int64_t{uOffset};
+    const int64_t iSignal = int64_t{uIn << rPoint.nOffsetBits} - int64_t{iOffset};
     const unsigned nBits = rPoint.nOffsetBits + rPoint.nGainBits;
     const auto iRaise = static_cast<int64_t>(uPedestal + (1ULL << nBits >> 1));
     const int64_t iResult = std::max<int64_t>(iSignal * int64_t{uGain} + iRaise, 0) >> nBits;

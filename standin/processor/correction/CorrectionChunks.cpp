@@ -54,7 +54,7 @@ void CChunks::readExceptions() noexcept {
     for (const TableException* p = m_pException; p != pAll && p->iSample < m_iEnd * BLOCK; ++p) {
         uint16_t& rResult = m_aResults[m_nResults++];
         unpackSamples(rFormat, m_pImage, p->iSample, 1, &rResult);
-        rResult = correctSample(rResult, p->entry.uOffset, p->entry.uGain, WIDE_POINT, rFormat.fullScale(),
+        rResult = correctSample(rResult, p->entry.iOffset, p->entry.uGain, WIDE_POINT, rFormat.fullScale(),
                                 m_rTable.uPedestal);
     }
 }

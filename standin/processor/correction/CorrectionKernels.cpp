@@ -35,8 +35,8 @@ HWY_INLINE void askFor(const uint8_t* pMemory) {
 }
 
 /// 8-bit samples: the bytes at even and odd places are two vectors of words, each sample in the high byte of its word.
-/// AHEAD: asks for memory ahead of the arithmetic.
-template <class D8, bool BYTE_FIELDS, bool AHEAD>
+/// AHEAD: asks for memory ahead of the arithmetic. LIFT: the layout has one, and a bit less for the fractions.
+template <class D8, bool BYTE_FIELDS, bool AHEAD, bool LIFT>
 void correct8(CChunks& rChunks) {
     const TableLayout& rLayout = rChunks.layout();
     const D8 d8;
@@ -48,6 +48,7 @@ void correct8(CChunks& rChunks) {
     // the eight bits of the result as they are.
     const auto vRaise = splat(d16, 0x10000U - (0x100U << nDown) + (1U << nDown >> 1));
     const auto vHighByte = splat(d16, 0xFF00);
+    const auto vLift = splat(d16, rLayout.uLift);
     constexpr std::size_t nGains = BYTE_FIELDS ? BLOCK : BLOCK * 2;
     constexpr std::size_t nBytes = nGains + BLOCK * 2;
     const std::size_t nAhead = rChunks.ahead();
@@ -72,8 +73,14 @@ void correct8(CChunks& rChunks) {
                 } else {
                     vOddDark = loadWords(d16, pTable + BLOCK + i);
                 }
-                const auto vEven = hn::SaturatedSub(hn::ShiftLeft<8>(vIn), vEvenDark);
-                const auto vOdd = hn::SaturatedSub(hn::And(vIn, vHighByte), vOddDark);
+                auto vEvenIn = hn::ShiftLeft<8>(vIn);
+                auto vOddIn = hn::And(vIn, vHighByte);
+                if (LIFT) {
+                    vEvenIn = hn::Add(hn::ShiftRight<1>(vEvenIn), vLift);
+                    vOddIn = hn::Add(hn::ShiftRight<1>(vOddIn), vLift);
+                }
+                const auto vEven = hn::SaturatedSub(vEvenIn, vEvenDark);
+                const auto vOdd = hn::SaturatedSub(vOddIn, vOddDark);
                 const auto vEvenHigh = hn::MulHigh(vEven, loadWords(d16, pTable + nGains + i));
                 const auto vOddHigh = hn::MulHigh(vOdd, loadWords(d16, pTable + nGains + BLOCK + i));
                 const auto vEvenOut = hn::ShiftRightSame(hn::SaturatedAdd(vEvenHigh, vRaise), nDown);
@@ -90,19 +97,22 @@ void correct8(CChunks& rChunks) {
 /// What the gains have above their 16-bit words.
 enum eWhole { eWholeNone, eWholeBit, eWholeBits };
 
-/// Samples of 10 to 16 bits. AHEAD: as of correct8. ROUND_LOW: the product is shifted by 16 bits, else by more.
-template <class D, bool AHEAD, template <class> class IO, bool BYTE_FIELDS, eWhole WHOLE, bool ROUND_LOW>
+/// Samples of 10 to 16 bits. AHEAD, LIFT: as of correct8, LIFT without WHOLE. ROUND_LOW: the product is shifted by 16
+/// bits, else by more.
+template <class D, bool AHEAD, template <class> class IO, bool BYTE_FIELDS, eWhole WHOLE, bool ROUND_LOW,
+          bool LIFT = false>
 struct Words16 {
     using V = Words<D>;
     static constexpr std::size_t VECTORS = BLOCK / hn::MaxLanes(D());
 
     IO<D> m_oImage;
-    V m_vBase, m_vDarkMask, m_vRound, m_vFull;
+    V m_vBase, m_vLift, m_vDarkMask, m_vRound, m_vFull;
     int m_nDarkShift, m_nDarkBits, m_nDown;
 
     explicit Words16(const TableLayout& rLayout)
         : m_oImage(rLayout),
           m_vBase(splat(D(), rLayout.uDarkBase)),
+          m_vLift(splat(D(), rLayout.uLift)),
           m_vDarkMask(splat(D(), (1U << rLayout.nDarkBits) - 1)),
           m_vRound(splat(D(), 1U << (rLayout.productBits() - 16) >> 1)),
           m_vFull(splat(D(), rLayout.pFormat->fullScale())),
@@ -132,7 +142,13 @@ struct Words16 {
     }
     HWY_INLINE V correct(V vIn, V vField, V vGain) const {
         constexpr bool ALL_BITS = WHOLE != eWholeNone;  // then samples fill their words, and so does full scale
-        const auto vSignal = hn::SaturatedSub(ALL_BITS ? vIn : m_oImage.scaled(vIn), dark(vField));
+        auto vScaled = vIn;
+        if (LIFT) {
+            vScaled = hn::Add(m_oImage.scaledForLift(vIn), m_vLift);
+        } else if (!ALL_BITS) {
+            vScaled = m_oImage.scaled(vIn);
+        }
+        const auto vSignal = hn::SaturatedSub(vScaled, dark(vField));
         auto vOut = hn::MulHigh(vSignal, vGain);
         if (ROUND_LOW) {
             vOut = hn::Add(vOut, hn::ShiftRight<15>(hn::Mul(vSignal, vGain)));
@@ -259,15 +275,26 @@ void correctWideAny(CChunks& rChunks) {
     }
 }
 
+template <class D, bool AHEAD, template <class> class IO, bool BYTE_FIELDS>
+Kernel kernelOfFields(const TableLayout& rLayout) {
+    const bool bRoundLow = rLayout.productBits() == 16;
+    if (rLayout.uLift != 0) {
+        return bRoundLow ? Words16<D, AHEAD, IO, BYTE_FIELDS, eWholeNone, true, true>::run
+                         : Words16<D, AHEAD, IO, BYTE_FIELDS, eWholeNone, false, true>::run;
+    }
+    return bRoundLow ? Words16<D, AHEAD, IO, BYTE_FIELDS, eWholeNone, true>::run
+                     : Words16<D, AHEAD, IO, BYTE_FIELDS, eWholeNone, false>::run;
+}
+
 template <class D, bool AHEAD, template <class> class IO>
 Kernel kernelWithoutWhole(const TableLayout& rLayout) {
-    const bool bRoundLow = rLayout.productBits() == 16;
-    if (rLayout.nFieldBytes == 1) {
-        return bRoundLow ? Words16<D, AHEAD, IO, true, eWholeNone, true>::run
-                         : Words16<D, AHEAD, IO, true, eWholeNone, false>::run;
-    }
-    return bRoundLow ? Words16<D, AHEAD, IO, false, eWholeNone, true>::run
-                     : Words16<D, AHEAD, IO, false, eWholeNone, false>::run;
+    return rLayout.nFieldBytes == 1 ? kernelOfFields<D, AHEAD, IO, true>(rLayout)
+                                    : kernelOfFields<D, AHEAD, IO, false>(rLayout);
+}
+
+template <class D8, bool AHEAD, bool LIFT>
+Kernel kernel8(const TableLayout& rLayout) {
+    return rLayout.nFieldBytes == 1 ? correct8<D8, true, AHEAD, LIFT> : correct8<D8, false, AHEAD, LIFT>;
 }
 
 /// D has 16-bit lanes, in whole blocks of 128 bits.
@@ -285,7 +312,7 @@ Kernel unpackedKernel(const TableLayout& rLayout) {
     const bool bByteFields = rLayout.nFieldBytes == 1;
     if (rLayout.pFormat->nWireBits == 8) {
         using D8 = hn::Repartition<uint8_t, D>;
-        return bByteFields ? correct8<D8, true, AHEAD> : correct8<D8, false, AHEAD>;
+        return rLayout.uLift != 0 ? kernel8<D8, AHEAD, true>(rLayout) : kernel8<D8, AHEAD, false>(rLayout);
     }
     if (rLayout.wholeBits() == 0) {
         return kernelWithoutWhole<D, AHEAD, Unpacked>(rLayout);
@@ -349,7 +376,7 @@ void correctScalar(CChunks& rChunks) {
             for (std::size_t i = 0; i < BLOCK; ++i) {
                 const TableEntry entry = tableEntry(rLayout, pTable, i);
                 aSamples[i] =
-                    correctSample(aSamples[i], entry.uOffset, entry.uGain, rLayout.point, uFull, rChunks.pedestal());
+                    correctSample(aSamples[i], entry.iOffset, entry.uGain, rLayout.point, uFull, rChunks.pedestal());
             }
             packSamples(*rLayout.pFormat, aSamples.data(), iBlock * BLOCK, BLOCK, rChunks.image());
         }

@@ -53,6 +53,10 @@ struct Unpacked {
     HWY_INLINE V scaled(V vIn) const {
         return hn::ShiftLeftSame(vIn, m_nUp);
     }
+    // The same where offsets have a bit less, and so the signal has a bit more.
+    HWY_INLINE V scaledForLift(V vIn) const {
+        return scaled(vIn);
+    }
     HWY_INLINE hn::Mask<D> saturated(V vIn) const {
         return hn::Eq(hn::SaturatedSub(m_vFull, vIn), hn::Zero(D()));
     }
@@ -146,6 +150,9 @@ struct Packed {
     }
     HWY_INLINE V scaled(V vIn) const {
         return vIn;
+    }
+    HWY_INLINE V scaledForLift(V vIn) const {
+        return hn::ShiftRight<1>(vIn);
     }
     HWY_INLINE hn::Mask<D> saturated(V vIn) const {
         return hn::Eq(vIn, m_vMask);

@@ -123,6 +123,67 @@ TEST(Output, KeepsTheFormulasBoundForEveryTargetAndPedestalInEveryFormat) {
     }
 }
 
+/// A pedestal above the darks, all in DN, and what tables hold it.
+struct PedestalCase {
+    const char* pFormat;
+    double dDark, dRange, dGains, dPedestal;
+    const char* pTable;  // in the description
+};
+
+// Where D - P / G is negative the layouts lend an offset a sign, and need not be four times as large.
+TEST(Output, UsualPedestalsKeepSmallTables) {
+    constexpr std::array<PedestalCase, 14> CASES = {{
+        {"Mono8", 3, 2, 1.5, 16, "dark u3.5-13, gain u1.15, 3 B"},
+        {"BayerRG8", 0, 1, 3, 16, "gain u2.14, 3 B"},
+        {"RGB8", 3, 2, 6, 16, "gain u3.13, 3 B"},
+        {"Mono8", 3, 30, 12, 40, "gain u4.12, 4 B"},
+        {"Mono8", 3, 2, 1, 255, "B/sample, 0 exceptions"},
+        {"Mono10", 10, 3, 1.3, 16, "gain u1.15, 3 B"},
+        {"BayerGR10", 4, 300, 1.5, 16, "gain u1.15, 4 B"},
+        {"Mono12", 12, 3, 1.2, 16, "gain u1.15, 3 B"},
+        {"Mono12", 2, 600, 3, 16, "gain u2.14, 4 B"},
+        {"Mono14", 10, 5, 1.5, 64, "gain u1.15, 3 B"},
+        {"Mono10p", 10, 3, 1.3, 16, "gain u1.15, 3 B"},
+        {"BayerGB12p", 2, 600, 1.5, 16, "gain u1.15, 4 B"},
+        {"Mono10Packed", 4, 300, 1.5, 16, "gain u1.15, 4 B"},
+        {"Mono12Packed", 12, 3, 1.2, 16, "gain u1.15, 3 B"},
+    }};
+    std::mt19937 random(3);
+    for (const PedestalCase& rCase : CASES) {
+        const ImageLayout layout = layoutOf(rCase.pFormat, 67, 35);
+        const double dFull = layout.pFormat->fullScale();
+        References references;
+        std::uniform_real_distribution<double> d01(0.0, 1.0);
+        for (std::size_t i = 0; i < layout.samples(); ++i) {
+            const double dDark = rCase.dDark + rCase.dRange * d01(random);
+            const double dSignal = dFull * 0.6 / (1.0 + (rCase.dGains - 1.0) * d01(random));
+            references.vecDark.push_back(static_cast<float>(dDark));
+            references.vecLight.push_back(static_cast<float>(dDark + dSignal));
+        }
+        const CorrectionOutput out{{eTargetValue, dFull * 0.6, rCase.dPedestal}, nullptr};
+        EXPECT_THAT(makeCorrection(layout, &references.vecDark, &references.vecLight, "scalar", out)->description(),
+                    testing::HasSubstr(rCase.pTable))
+            << rCase.pFormat;
+        for (unsigned iImage = 0; iImage < 8; ++iImage) {
+            std::vector<uint16_t> vecIn = randomImage(layout, random);
+            for (std::size_t i = 0; i < vecIn.size(); i += 3) {
+                vecIn[i] = static_cast<uint16_t>(iImage * 3 + i % 7);  // around black
+            }
+            const std::vector<uint16_t> vecOut = corrected(layout, references, out, vecIn, "scalar");
+            for (std::size_t i = 0; i < vecIn.size(); ++i) {
+                const double dGain = dFull * 0.6 / (double{references.vecLight[i]} - double{references.vecDark[i]});
+                const double dResult = (vecIn[i] - double{references.vecDark[i]}) * dGain + rCase.dPedestal;
+                const double dWanted = vecIn[i] >= dFull ? dFull : std::clamp(dResult, 0.0, dFull);
+                ASSERT_LE(std::abs(vecOut[i] - dWanted), layout.pFormat->nBits <= 12 ? 1.0 : 1.0 + dGain / 2)
+                    << rCase.pFormat << ", " << vecIn[i] << ", " << dGain;
+            }
+            for (const char* pTarget : targetsWithout({" far"})) {
+                ASSERT_EQ(vecOut, corrected(layout, references, out, vecIn, pTarget)) << rCase.pFormat << pTarget;
+            }
+        }
+    }
+}
+
 // Few pixels that a small table cannot hold: their pedestal is added, not part of the offset.
 TEST(Output, LiftsExceptionsAndPixelsWithoutGainByThePedestal) {
     for (const char* pFormat : {"Mono8", "Mono12", "Mono16", "Mono12p", "BayerRG10p"}) {
