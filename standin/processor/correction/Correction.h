@@ -57,7 +57,9 @@ struct CorrectionOutput {
 /// @param[in] pLight  L in DN, as pDark; null: G = 1.
 /// At last each pixel that the output marks is replaced: see defectNeighbours(). Its neighbours are all corrected
 /// before, also those of the rows below. A marked pixel counts in the mean, so that marking it changes no other.
-/// @param[in] pTarget  one of correctionTargets(), for tests and benches; null: the fastest. Another text acts as null.
+/// @param[in] pTarget  one of correctionTargets(), for tests and benches; null: the fastest, which is found out once
+/// for
+///                     each width and size class by measuring for at most 3 ms. Another text acts as null.
 /// @throws std::bad_alloc
 std::unique_ptr<ICorrection> makeCorrection(const ImageLayout& rLayout, const std::vector<float>* pDark,
                                             const std::vector<float>* pLight, const char* pTarget = nullptr,
@@ -67,8 +69,9 @@ std::unique_ptr<ICorrection> makeCorrection(const ImageLayout& rLayout, const st
 ClassTargets classTargets(const ImageLayout& rLayout, const std::vector<float>* pDark, const std::vector<float>* pLight,
                           const CorrectionOutput& rOutput);
 
-/// Names of the kinds of vectors that this processor can correct with, fastest first; the last is "scalar", the
-/// definition itself. All give the same bytes. @throws std::bad_alloc  @threads any.
+/// Names of the ways to correct on this processor: kind of vectors, their steps, how far ahead memory is asked for. The
+/// first have the widest vectors, the last is "scalar", the definition itself. All give the same bytes. @throws
+/// std::bad_alloc  @threads any.
 std::vector<const char*> correctionTargets();
 
 /// Fraction bits of a table.
@@ -78,15 +81,15 @@ struct FixedPoint {
 };
 
 /// The definition of a corrected sample; every kernel gives its result exactly. A product half way between two values
-/// is rounded up. Offset and input stay below 2^28, the gain below 2^30, so 64 bits hold the product.
-/// @param[in] uOffset  D in 2^-nOffsetBits DN.   @param[in] uGain  G in 2^-nGainBits.
+/// is rounded up. Offset and input stay within 2^28, the gain below 2^30, so 64 bits hold the product.
+/// @param[in] iOffset  D in 2^-nOffsetBits DN.   @param[in] uGain  G in 2^-nGainBits.
 /// @param[in] uPedestal  P in the unit of the product, at most full scale.
-inline uint16_t correctSample(uint32_t uIn, uint32_t uOffset, uint32_t uGain, const FixedPoint& rPoint, uint32_t uFull,
+inline uint16_t correctSample(uint32_t uIn, int32_t iOffset, uint32_t uGain, const FixedPoint& rPoint, uint32_t uFull,
                               uint64_t uPedestal = 0) noexcept {
     if (uIn >= uFull) {
         return static_cast<uint16_t>(uFull);
     }
-    const int64_t iSignal = int64_t{uIn << rPoint.nOffsetBits} - int64_t{uOffset};
+    const int64_t iSignal = int64_t{uIn << rPoint.nOffsetBits} - int64_t{iOffset};
     const unsigned nBits = rPoint.nOffsetBits + rPoint.nGainBits;
     const auto iRaise = static_cast<int64_t>(uPedestal + (1ULL << nBits >> 1));
     const int64_t iResult = std::max<int64_t>(iSignal * int64_t{uGain} + iRaise, 0) >> nBits;

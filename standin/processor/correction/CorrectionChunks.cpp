@@ -17,6 +17,9 @@ bool CChunks::next() noexcept {
         return false;
     }
     m_iEnd = chunkEnd();
+    if (m_iDefect != m_rTable.oDefects.size()) {
+        m_rTable.oDefects.fetchPlaces(m_iDefect);
+    }
     readExceptions();
     if (isTail()) {
         m_aTail.fill(0);
@@ -35,7 +38,8 @@ std::size_t CChunks::chunkEnd() const noexcept {
     std::size_t nWhole = m_nSamples / BLOCK;
     const CDefectRepair& rDefects = m_rTable.oDefects;
     if (m_iDefect != rDefects.size()) {
-        nWhole = std::min(nWhole, std::max(m_iFirst + DEFECT_BLOCKS, (rDefects.need(m_iDefect) - 1) / BLOCK + 1));
+        const std::size_t nPart = std::max(DEFECT_BLOCKS, nWhole / DEFECT_PARTS);
+        nWhole = std::min(nWhole, std::max(m_iFirst + nPart, (rDefects.need(m_iDefect) - 1) / BLOCK + 1));
     }
     if (m_pException == m_rTable.vecExceptions.data() + m_rTable.vecExceptions.size()) {
         return nWhole;
@@ -50,8 +54,21 @@ void CChunks::readExceptions() noexcept {
     for (const TableException* p = m_pException; p != pAll && p->iSample < m_iEnd * BLOCK; ++p) {
         uint16_t& rResult = m_aResults[m_nResults++];
         unpackSamples(rFormat, m_pImage, p->iSample, 1, &rResult);
-        rResult = correctSample(rResult, p->entry.uOffset, p->entry.uGain, WIDE_POINT, rFormat.fullScale(),
+        rResult = correctSample(rResult, p->entry.iOffset, p->entry.uGain, WIDE_POINT, rFormat.fullScale(),
                                 m_rTable.uPedestal);
+    }
+}
+
+/// The beginning of the next chunk comes from memory while defects are replaced.
+void CChunks::askForNext() const noexcept {
+    constexpr std::size_t LINE = 64;
+    const std::size_t nTable = BLOCKS_AHEAD * layout().blockBytes();
+    for (std::size_t i = 0; i < nTable; i += LINE) {
+        __builtin_prefetch(m_pBlocks + m_iEnd * layout().blockBytes() + i);
+    }
+    const std::size_t nImage = BLOCKS_AHEAD * layout().imageBlockBytes();
+    for (std::size_t i = 0; i < nImage; i += LINE) {
+        __builtin_prefetch(place(m_iEnd) + i);
     }
 }
 
@@ -70,6 +87,7 @@ void CChunks::finish() noexcept {
     }
     m_nResults = 0;
     if (m_iDefect != m_rTable.oDefects.size()) {
+        askForNext();
         m_iDefect = m_rTable.oDefects.repair(m_pImage, m_iDefect, std::min(m_iEnd * BLOCK, m_nSamples));
     }
 }

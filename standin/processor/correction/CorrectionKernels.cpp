@@ -8,6 +8,7 @@
 
 #include "standin/processor/correction/CorrectionKernels.h"
 
+#include <algorithm>
 #include <array>
 
 #undef HWY_TARGET_INCLUDE
@@ -25,10 +26,17 @@ namespace HWY_NAMESPACE {
 // The targets that stand for "no vectors" lack operations; the definition takes their place.
 #if HWY_TARGET != HWY_SCALAR && HWY_TARGET != HWY_EMU128
 
+template <std::size_t BYTES>
+HWY_INLINE void askFor(const uint8_t* pMemory) {
+#pragma GCC unroll 4
+    for (std::size_t i = 0; i < BYTES; i += 64) {
+        __builtin_prefetch(pMemory + i);
+    }
+}
+
 /// 8-bit samples: the bytes at even and odd places are two vectors of words, each sample in the high byte of its word.
-/// AHEAD: how many blocks ahead of the arithmetic memory is asked for, 0 where the processor does so well by itself;
-/// past the ends of image and table, too, where that asks for nothing.
-template <class D8, bool BYTE_FIELDS, std::size_t AHEAD>
+/// AHEAD: asks for memory ahead of the arithmetic. LIFT: the layout has one, and a bit less for the fractions.
+template <class D8, bool BYTE_FIELDS, bool AHEAD, bool LIFT>
 void correct8(CChunks& rChunks) {
     const TableLayout& rLayout = rChunks.layout();
     const D8 d8;
@@ -40,19 +48,18 @@ void correct8(CChunks& rChunks) {
     // the eight bits of the result as they are.
     const auto vRaise = splat(d16, 0x10000U - (0x100U << nDown) + (1U << nDown >> 1));
     const auto vHighByte = splat(d16, 0xFF00);
+    const auto vLift = splat(d16, rLayout.uLift);
     constexpr std::size_t nGains = BYTE_FIELDS ? BLOCK : BLOCK * 2;
     constexpr std::size_t nBytes = nGains + BLOCK * 2;
+    const std::size_t nAhead = rChunks.ahead();
     while (rChunks.next()) {
         const uint8_t* pTable = rChunks.table();
         uint8_t* pImage = rChunks.image();
         const uint8_t* const pEnd = pImage + rChunks.blocks() * BLOCK;
         for (; pImage != pEnd; pTable += nBytes, pImage += BLOCK) {
-            if (AHEAD != 0) {
-                __builtin_prefetch(pImage + AHEAD * BLOCK);
-#pragma GCC unroll 4
-                for (std::size_t i = 0; i < nBytes; i += BLOCK) {
-                    __builtin_prefetch(pTable + AHEAD * nBytes + i);
-                }
+            if (AHEAD) {
+                askFor<BLOCK>(pImage + nAhead * BLOCK);
+                askFor<nBytes>(pTable + nAhead * nBytes);
             }
 #pragma GCC unroll 4
             for (std::size_t i = 0; i < BLOCK; i += BYTES) {
@@ -66,8 +73,14 @@ void correct8(CChunks& rChunks) {
                 } else {
                     vOddDark = loadWords(d16, pTable + BLOCK + i);
                 }
-                const auto vEven = hn::SaturatedSub(hn::ShiftLeft<8>(vIn), vEvenDark);
-                const auto vOdd = hn::SaturatedSub(hn::And(vIn, vHighByte), vOddDark);
+                auto vEvenIn = hn::ShiftLeft<8>(vIn);
+                auto vOddIn = hn::And(vIn, vHighByte);
+                if (LIFT) {
+                    vEvenIn = hn::Add(hn::ShiftRight<1>(vEvenIn), vLift);
+                    vOddIn = hn::Add(hn::ShiftRight<1>(vOddIn), vLift);
+                }
+                const auto vEven = hn::SaturatedSub(vEvenIn, vEvenDark);
+                const auto vOdd = hn::SaturatedSub(vOddIn, vOddDark);
                 const auto vEvenHigh = hn::MulHigh(vEven, loadWords(d16, pTable + nGains + i));
                 const auto vOddHigh = hn::MulHigh(vOdd, loadWords(d16, pTable + nGains + BLOCK + i));
                 const auto vEvenOut = hn::ShiftRightSame(hn::SaturatedAdd(vEvenHigh, vRaise), nDown);
@@ -81,41 +94,25 @@ void correct8(CChunks& rChunks) {
     }
 }
 
-/// Images with fewer samples of 8 bits, and those with more, are corrected fastest in another way than those between,
-/// by measurement: roughly where image and table, 4 or 5 bytes a sample, leave a core's cache, and where they leave
-/// all.
-constexpr std::size_t CORE_SAMPLES = std::size_t{1} << 20;
-constexpr std::size_t MEMORY_SAMPLES = std::size_t{1} << 23;
-
-/// Each is the fastest that was found for its place; bench/CorrectionBench.cpp shows them beside the limit.
-template <bool BYTE_FIELDS>
-Kernel findKernel8(std::size_t nSamples) {
-    using D8 = hn::ScalableTag<uint8_t>;
-    if (nSamples < CORE_SAMPLES) {
-        return correct8<D8, BYTE_FIELDS, 0>;
-    }
-    if (nSamples < MEMORY_SAMPLES) {
-        return correct8<hn::CappedTag<uint8_t, 32>, BYTE_FIELDS, 0>;
-    }
-    return correct8<D8, BYTE_FIELDS, 36>;
-}
-
 /// What the gains have above their 16-bit words.
 enum eWhole { eWholeNone, eWholeBit, eWholeBits };
 
-/// Samples of 10 to 16 bits. ROUND_LOW: the product is shifted by 16 bits, else by more.
-template <class D, template <class> class IO, bool BYTE_FIELDS, eWhole WHOLE, bool ROUND_LOW>
+/// Samples of 10 to 16 bits. AHEAD, LIFT: as of correct8, LIFT without WHOLE. ROUND_LOW: the product is shifted by 16
+/// bits, else by more.
+template <class D, bool AHEAD, template <class> class IO, bool BYTE_FIELDS, eWhole WHOLE, bool ROUND_LOW,
+          bool LIFT = false>
 struct Words16 {
     using V = Words<D>;
     static constexpr std::size_t VECTORS = BLOCK / hn::MaxLanes(D());
 
     IO<D> m_oImage;
-    V m_vBase, m_vDarkMask, m_vRound, m_vFull;
+    V m_vBase, m_vLift, m_vDarkMask, m_vRound, m_vFull;
     int m_nDarkShift, m_nDarkBits, m_nDown;
 
     explicit Words16(const TableLayout& rLayout)
         : m_oImage(rLayout),
           m_vBase(splat(D(), rLayout.uDarkBase)),
+          m_vLift(splat(D(), rLayout.uLift)),
           m_vDarkMask(splat(D(), (1U << rLayout.nDarkBits) - 1)),
           m_vRound(splat(D(), 1U << (rLayout.productBits() - 16) >> 1)),
           m_vFull(splat(D(), rLayout.pFormat->fullScale())),
@@ -145,7 +142,13 @@ struct Words16 {
     }
     HWY_INLINE V correct(V vIn, V vField, V vGain) const {
         constexpr bool ALL_BITS = WHOLE != eWholeNone;  // then samples fill their words, and so does full scale
-        const auto vSignal = hn::SaturatedSub(ALL_BITS ? vIn : m_oImage.scaled(vIn), dark(vField));
+        auto vScaled = vIn;
+        if (LIFT) {
+            vScaled = hn::Add(m_oImage.scaledForLift(vIn), m_vLift);
+        } else if (!ALL_BITS) {
+            vScaled = m_oImage.scaled(vIn);
+        }
+        const auto vSignal = hn::SaturatedSub(vScaled, dark(vField));
         auto vOut = hn::MulHigh(vSignal, vGain);
         if (ROUND_LOW) {
             vOut = hn::Add(vOut, hn::ShiftRight<15>(hn::Mul(vSignal, vGain)));
@@ -166,12 +169,17 @@ struct Words16 {
         }
     }
     HWY_INLINE void correctBlocks(CChunks& rChunks) const {
-        const std::size_t nBytes = rChunks.layout().blockBytes();
-        const std::size_t nImageBytes = rChunks.layout().imageBlockBytes();
+        constexpr std::size_t nBytes = BLOCK * (BYTE_FIELDS ? 3 : 4);
+        constexpr std::size_t nImageBytes = IO<D>::BLOCK_BYTES;
+        const std::size_t nAhead = rChunks.ahead();
         const uint8_t* pTable = rChunks.table();
         uint8_t* pImage = rChunks.image();
         const uint8_t* const pEnd = pImage + rChunks.blocks() * nImageBytes;
         for (; pImage != pEnd; pTable += nBytes, pImage += nImageBytes) {
+            if (AHEAD) {
+                askFor<nImageBytes>(pImage + nAhead * nImageBytes);
+                askFor<nBytes>(pTable + nAhead * nBytes);
+            }
             V aSamples[VECTORS];
             m_oImage.load(pImage, aSamples);
             const uint8_t* pGains = pTable + (BYTE_FIELDS ? BLOCK : BLOCK * 2);
@@ -259,15 +267,6 @@ using Split10 = Packed<D, 10, true>;
 template <class D>
 using Split12 = Packed<D, 12, true>;
 
-template <class D, template <class> class IO>
-Kernel kernelWithoutWhole(const TableLayout& rLayout) {
-    const bool bRoundLow = rLayout.productBits() == 16;
-    if (rLayout.nFieldBytes == 1) {
-        return bRoundLow ? Words16<D, IO, true, eWholeNone, true>::run : Words16<D, IO, true, eWholeNone, false>::run;
-    }
-    return bRoundLow ? Words16<D, IO, false, eWholeNone, true>::run : Words16<D, IO, false, eWholeNone, false>::run;
-}
-
 void correctWideAny(CChunks& rChunks) {
     if (rChunks.pedestal() != 0) {
         correctWide<true>(rChunks);
@@ -276,34 +275,81 @@ void correctWideAny(CChunks& rChunks) {
     }
 }
 
-Kernel findKernel(const TableLayout& rLayout, std::size_t nSamples) {
-    using D = hn::ScalableTag<uint16_t>;
-    if (rLayout.isWide()) {
-        return correctWideAny;
+template <class D, bool AHEAD, template <class> class IO, bool BYTE_FIELDS>
+Kernel kernelOfFields(const TableLayout& rLayout) {
+    const bool bRoundLow = rLayout.productBits() == 16;
+    if (rLayout.uLift != 0) {
+        return bRoundLow ? Words16<D, AHEAD, IO, BYTE_FIELDS, eWholeNone, true, true>::run
+                         : Words16<D, AHEAD, IO, BYTE_FIELDS, eWholeNone, false, true>::run;
     }
+    return bRoundLow ? Words16<D, AHEAD, IO, BYTE_FIELDS, eWholeNone, true>::run
+                     : Words16<D, AHEAD, IO, BYTE_FIELDS, eWholeNone, false>::run;
+}
+
+template <class D, bool AHEAD, template <class> class IO>
+Kernel kernelWithoutWhole(const TableLayout& rLayout) {
+    return rLayout.nFieldBytes == 1 ? kernelOfFields<D, AHEAD, IO, true>(rLayout)
+                                    : kernelOfFields<D, AHEAD, IO, false>(rLayout);
+}
+
+template <class D8, bool AHEAD, bool LIFT>
+Kernel kernel8(const TableLayout& rLayout) {
+    return rLayout.nFieldBytes == 1 ? correct8<D8, true, AHEAD, LIFT> : correct8<D8, false, AHEAD, LIFT>;
+}
+
+/// D has 16-bit lanes, in whole blocks of 128 bits.
+template <class D, bool AHEAD>
+Kernel packedKernel(const TableLayout& rLayout) {
+    if (rLayout.pFormat->bSplit) {
+        return rLayout.pFormat->nBits == 10 ? kernelWithoutWhole<D, AHEAD, Split10>(rLayout)
+                                            : kernelWithoutWhole<D, AHEAD, Split12>(rLayout);
+    }
+    return kernelWithoutWhole<D, AHEAD, Dense12>(rLayout);
+}
+
+template <class D, bool AHEAD>
+Kernel unpackedKernel(const TableLayout& rLayout) {
     const bool bByteFields = rLayout.nFieldBytes == 1;
     if (rLayout.pFormat->nWireBits == 8) {
-        return bByteFields ? findKernel8<true>(nSamples) : findKernel8<false>(nSamples);
-    }
-    if (rLayout.pFormat->bSplit) {
-        return rLayout.pFormat->nBits == 10 ? kernelWithoutWhole<D, Split10>(rLayout)
-                                            : kernelWithoutWhole<D, Split12>(rLayout);
-    }
-    if (rLayout.pFormat->nWireBits == 10) {
-        return kernelWithoutWhole<hn::Full128<uint16_t>, Dense10>(rLayout);
-    }
-    if (rLayout.pFormat->nWireBits == 12) {
-        return kernelWithoutWhole<D, Dense12>(rLayout);
+        using D8 = hn::Repartition<uint8_t, D>;
+        return rLayout.uLift != 0 ? kernel8<D8, AHEAD, true>(rLayout) : kernel8<D8, AHEAD, false>(rLayout);
     }
     if (rLayout.wholeBits() == 0) {
-        return kernelWithoutWhole<D, Unpacked>(rLayout);
+        return kernelWithoutWhole<D, AHEAD, Unpacked>(rLayout);
     }
     if (rLayout.wholeBits() == 1) {
-        return bByteFields ? Words16<D, Unpacked, true, eWholeBit, true>::run
-                           : Words16<D, Unpacked, false, eWholeBit, true>::run;
+        return bByteFields ? Words16<D, AHEAD, Unpacked, true, eWholeBit, true>::run
+                           : Words16<D, AHEAD, Unpacked, false, eWholeBit, true>::run;
     }
-    return bByteFields ? Words16<D, Unpacked, true, eWholeBits, true>::run
-                       : Words16<D, Unpacked, false, eWholeBits, true>::run;
+    return bByteFields ? Words16<D, AHEAD, Unpacked, true, eWholeBits, true>::run
+                       : Words16<D, AHEAD, Unpacked, false, eWholeBits, true>::run;
+}
+
+template <bool AHEAD>
+KernelVariant variant(const TableLayout& rLayout, KernelWay way) {
+    using D = hn::ScalableTag<uint16_t>;
+    using D32 = hn::CappedTag<uint16_t, 16>;
+    using D16 = hn::Full128<uint16_t>;
+    constexpr std::size_t ALL = hn::MaxLanes(D()) * 2;
+    const bool bWide = way.nStepBytes >= ALL;
+    const bool bPacked = rLayout.pFormat->isPacked();
+    if (bPacked && (way.nStepBytes < 32 || rLayout.pFormat->nWireBits == 10)) {
+        way.nStepBytes = 16;
+        return {way, rLayout.pFormat->nWireBits == 10 ? kernelWithoutWhole<D16, AHEAD, Dense10>(rLayout)
+                                                      : packedKernel<D16, AHEAD>(rLayout)};
+    }
+    way.nStepBytes = bWide ? ALL : hn::MaxLanes(D32()) * 2;
+    if (bPacked) {
+        return {way, bWide ? packedKernel<D, AHEAD>(rLayout) : packedKernel<D32, AHEAD>(rLayout)};
+    }
+    return {way, bWide ? unpackedKernel<D, AHEAD>(rLayout) : unpackedKernel<D32, AHEAD>(rLayout)};
+}
+
+KernelVariant findKernel(const TableLayout& rLayout, const KernelWay& rWay) {
+    if (rLayout.isWide()) {
+        return {{hn::MaxLanes(hn::ScalableTag<uint8_t>()), eAheadNone}, correctWideAny};
+    }
+    return rWay.eDistance == eAheadNone ? variant<false>(rLayout, rWay) : variant<true>(rLayout, rWay);
 }
 
 #endif
@@ -330,26 +376,58 @@ void correctScalar(CChunks& rChunks) {
             for (std::size_t i = 0; i < BLOCK; ++i) {
                 const TableEntry entry = tableEntry(rLayout, pTable, i);
                 aSamples[i] =
-                    correctSample(aSamples[i], entry.uOffset, entry.uGain, rLayout.point, uFull, rChunks.pedestal());
+                    correctSample(aSamples[i], entry.iOffset, entry.uGain, rLayout.point, uFull, rChunks.pedestal());
             }
             packSamples(*rLayout.pFormat, aSamples.data(), iBlock * BLOCK, BLOCK, rChunks.image());
         }
     }
 }
 
-Kernel scalarKernel(const TableLayout&, std::size_t) {
-    return correctScalar;
+KernelVariant scalarKernel(const TableLayout&, const KernelWay&) {
+    return {{}, correctScalar};
 }
 
 }  // namespace
+
+std::size_t KernelWay::blocksAhead(const TableLayout& rLayout) const {
+    // Of image and table together. A fetch from memory takes about as long as a few KiB take to come on any machine.
+    constexpr std::size_t NEAR = 4096;
+    constexpr std::size_t FAR = 16384;
+    const std::size_t nBytes = eDistance == eAheadNone ? 0 : eDistance == eAheadNear ? NEAR : FAR;
+    return nBytes / (rLayout.blockBytes() + rLayout.imageBlockBytes());
+}
+
+std::vector<KernelVariant> KernelTarget::variants(const TableLayout& rLayout) const {
+    std::vector<KernelVariant> vecVariants;
+    for (const eAhead eDistance : {eAheadNone, eAheadNear, eAheadFar}) {
+        for (const std::size_t nStepBytes : {64U, 32U, 16U}) {
+            const KernelVariant variant = fnVariant(rLayout, {nStepBytes, eDistance});
+            const bool bKnown = std::any_of(vecVariants.begin(), vecVariants.end(), [&](const KernelVariant& rOther) {
+                return rOther.fnKernel == variant.fnKernel && rOther.way.eDistance == variant.way.eDistance;
+            });
+            if (!bKnown) {
+                vecVariants.push_back(variant);
+            }
+        }
+    }
+    return vecVariants;
+}
+
+std::string KernelTarget::name(const KernelWay& rWay) const {
+    if (rWay.nStepBytes == 0) {
+        return pName;
+    }
+    static constexpr std::array<const char*, 3> AHEAD = {"", " near", " far"};
+    return std::string(pName) + " " + std::to_string(rWay.nStepBytes) + " B" + AHEAD[rWay.eDistance];
+}
 
 const std::vector<KernelTarget>& kernelTargets() {
     static const std::vector<KernelTarget> s_vecTargets = [] {
         const int64_t uTargets = hwy::SupportedTargets();
         std::vector<KernelTarget> vecTargets;
-        const auto add = [&](int64_t uTarget, Kernel (*fnKernel)(const TableLayout&, std::size_t)) {
+        const auto add = [&](int64_t uTarget, KernelVariant (*fnVariant)(const TableLayout&, const KernelWay&)) {
             if ((uTargets & uTarget) != 0) {
-                vecTargets.push_back({hwy::TargetName(uTarget), fnKernel});
+                vecTargets.push_back({hwy::TargetName(uTarget), fnVariant});
             }
         };
 #if HWY_TARGETS & HWY_AVX3

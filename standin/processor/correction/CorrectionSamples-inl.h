@@ -37,6 +37,7 @@ HWY_INLINE Words<D> splat(D d16, unsigned uValue) {
 template <class D>
 struct Unpacked {
     using V = Words<D>;
+    static constexpr std::size_t BLOCK_BYTES = BLOCK * 2;
     static constexpr std::size_t VECTORS = BLOCK / hn::MaxLanes(D());
     V m_vFull;
     int m_nUp;
@@ -51,6 +52,10 @@ struct Unpacked {
     }
     HWY_INLINE V scaled(V vIn) const {
         return hn::ShiftLeftSame(vIn, m_nUp);
+    }
+    // The same where offsets have a bit less, and so the signal has a bit more.
+    HWY_INLINE V scaledForLift(V vIn) const {
+        return scaled(vIn);
     }
     HWY_INLINE hn::Mask<D> saturated(V vIn) const {
         return hn::Eq(hn::SaturatedSub(m_vFull, vIn), hn::Zero(D()));
@@ -70,6 +75,7 @@ struct Unpacked {
 template <class D, unsigned BITS, bool SPLIT>
 struct Packed {
     static constexpr unsigned WIRE = SPLIT ? 12 : BITS;  // bits of a sample in the image
+    static constexpr std::size_t BLOCK_BYTES = BLOCK / 8 * WIRE;
     using V = Words<D>;
     using D32 = hn::Repartition<uint32_t, D>;
     using D8 = hn::Repartition<uint8_t, D>;
@@ -144,6 +150,9 @@ struct Packed {
     }
     HWY_INLINE V scaled(V vIn) const {
         return vIn;
+    }
+    HWY_INLINE V scaledForLift(V vIn) const {
+        return hn::ShiftRight<1>(vIn);
     }
     HWY_INLINE hn::Mask<D> saturated(V vIn) const {
         return hn::Eq(vIn, m_vMask);

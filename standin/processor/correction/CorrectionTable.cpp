@@ -14,9 +14,10 @@
 // Wide tables (32 bit; 12 fraction bits of offset, 26 of gain) keep it for every reference: |d| <= 2^-13,
 // |g| <= 2^-26 (at the limit of 16; else 2^-27), F < 2^16 and G < 16 make (1) less than 2^-10 + 2^-9 < 0.003.
 //
-// A pedestal P is part of the offset, as (in - D) G + P = (in - (D - P / G)) G, and costs nothing, where that is not
-// negative and the layout's darks reach it. (1) then holds for D - P / G in place of D; where it is negative, D' is
-// not, so d is above 0, and x' <= F in x' g - d G gives (1) again. Wide tables and exceptions keep D and add P to the
+// A pedestal P is part of the offset, as (in - D) G + P = (in - (D - P / G)) G, and costs nothing, where the layout's
+// darks reach it. (1) then holds for D - P / G in place of D; where it is negative and D' is not, d is above 0, and
+// x' <= F in x' g - d G gives (1) again. Layouts with a lift L have offsets from -L on, at the price of a fraction bit:
+// there x, x' <= F + L, which takes the place of the first F in (1). Wide tables and exceptions keep D and add P to the
 // product: P has 38 fraction bits there, and with x down to -F (1) holds as P <= F.
 //
 // The other layouts are tried from the smallest on. (1) is computed for each sample; the few for which it fails, hot
@@ -44,7 +45,8 @@ double power(int iExponent) {
 /// try, so it need not be complete.
 class CSurvey {
 public:
-    explicit CSurvey(const CFormula& rFormula) : m_vecDarks(BINS) {
+    /// @param[in] dLift  is added to all offsets, DN.
+    explicit CSurvey(const CFormula& rFormula, double dLift = 0.0) : m_vecDarks(BINS), m_vecBelow(BINS) {
         const ImageLayout& rLayout = rFormula.layout();
         const std::size_t nBlocks = (rLayout.samples() + BLOCK - 1) / BLOCK;
         const std::size_t nStride = nBlocks > 4096 ? 17 : 1;
@@ -55,7 +57,10 @@ public:
             rFormula.foldPedestal(block);
             const std::size_t nUsed = std::min(BLOCK, rLayout.samples() - iBlock * BLOCK);
             for (std::size_t i = 0; i < nUsed; ++i) {
-                ++m_vecDarks[static_cast<std::size_t>(std::clamp(block.aOffsets[i] * dToBin, 0.0, BINS - 1.0))];
+                // Infinite where a pedestal meets a gain of 0.
+                const double dOffset = (block.aOffsets[i] + dLift) * dToBin;
+                ++m_vecDarks[static_cast<std::size_t>(std::clamp(dOffset, 0.0, BINS - 1.0))];
+                m_vecBelow[static_cast<std::size_t>(std::clamp(std::ceil(-dOffset), 0.0, BINS - 1.0))] += dOffset < 0.0;
                 for (unsigned k = 0; k < m_aGains.size(); ++k) {
                     m_aGains[k] += block.aGains[i] >= (2 << k);
                 }
@@ -71,6 +76,19 @@ public:
             ++k;
         }
         return k;
+    }
+
+    /// Bins below 0 that nearly all offsets stay above.
+    std::size_t lift() const {
+        std::size_t nBelow = 0;
+        std::size_t iBin = BINS - 1;
+        for (; iBin != 0; --iBin) {
+            nBelow += m_vecBelow[iBin];
+            if (nBelow > m_nSamples / (EXCEPTION_SHARE * 8)) {
+                break;
+            }
+        }
+        return iBin;
     }
 
     /// First bin of the window of nBins bins that holds the most darks, the middle one of several; how many it lacks
@@ -110,6 +128,7 @@ public:
 
 private:
     std::vector<std::size_t> m_vecDarks;
+    std::vector<std::size_t> m_vecBelow;       // offsets below 0, by their distance from it
     std::array<std::size_t, 3> m_aGains = {};  // gains from 2, 4 and 8 on
     std::size_t m_nSamples = 0;
 };
@@ -117,6 +136,7 @@ private:
 /// Gives the layout the base and shift of its darks; the smallest shift whose range holds nearly all.
 bool placeDarks(const CSurvey& rSurvey, TableLayout& rLayout) {
     const unsigned nBits = rLayout.pFormat->nBits;
+    const std::size_t nUnits = std::size_t{1} << (rLayout.point.nOffsetBits + nBits - 12);  // of a bin
     const unsigned nMost = nBits <= 12 ? rLayout.point.nOffsetBits - 1 : rLayout.point.nOffsetBits;
     for (const std::size_t nShare : {EXCEPTION_SHARE * 8, EXCEPTION_SHARE}) {
         for (unsigned nShift = 0; nShift <= nMost; ++nShift) {
@@ -127,30 +147,30 @@ bool placeDarks(const CSurvey& rSurvey, TableLayout& rLayout) {
             std::size_t nMissing = 0;
             std::size_t iFirst = 0;
             if (nBits == 8) {  // these kernels have no base
-                nMissing = rSurvey.above(nRange / 16);
+                nMissing = rSurvey.above(nRange / nUnits);
             } else {
-                iFirst = rSurvey.window(nRange / 16, nMissing);
+                iFirst = rSurvey.window(nRange / nUnits, nMissing);
             }
             if (nMissing > rSurvey.samples() / nShare) {
                 continue;
             }
             rLayout.nDarkShift = nShift;
-            rLayout.uDarkBase = static_cast<uint32_t>(std::min(iFirst * 16, 0x10000 - nRange));
+            rLayout.uDarkBase = static_cast<uint32_t>(std::min(iFirst * nUnits, 0x10000 - nRange));
             return true;
         }
     }
     return false;
 }
 
-/// Layouts to try, smallest first.
-std::vector<TableLayout> candidates(const CFormula& rFormula) {
+/// Adds the small layouts to try, smallest first. @param[in] uLift  DN; needs a format below 16 bits.
+void addCandidates(const CFormula& rFormula, const CSurvey& rSurvey, uint32_t uLift,
+                   std::vector<TableLayout>& rLayouts) {
     const PixelFormat& rFormat = *rFormula.layout().pFormat;
-    const CSurvey oSurvey(rFormula);
-    const unsigned nExponent = oSurvey.gainExponent();
-    std::vector<TableLayout> vecLayouts;
+    const unsigned nExponent = rSurvey.gainExponent();
     TableLayout layout;
     layout.pFormat = &rFormat;
-    layout.point = {16 - rFormat.nBits, 16};
+    layout.point = {16 - rFormat.nBits - (uLift != 0 ? 1 : 0), 16};
+    layout.uLift = uLift << layout.point.nOffsetBits;
     for (const unsigned nBytes : {1U, 2U}) {
         layout.nFieldBytes = nBytes;
         for (unsigned k = nExponent; k < 4; ++k) {
@@ -163,12 +183,28 @@ std::vector<TableLayout> candidates(const CFormula& rFormula) {
             const bool bKernel = layout.productBits() >= 16 && layout.nDarkBits >= 6;
             layout.nDarkShift = 0;
             layout.uDarkBase = 0;
-            if (bKernel && ((nBytes == 2 && rFormat.nBits != 16) || placeDarks(oSurvey, layout))) {
-                vecLayouts.push_back(layout);
+            if (bKernel && ((nBytes == 2 && rFormat.nBits != 16) || placeDarks(rSurvey, layout))) {
+                rLayouts.push_back(layout);
             }
         }
     }
-    layout = {};
+}
+
+/// Layouts to try, smallest first.
+std::vector<TableLayout> candidates(const CFormula& rFormula) {
+    const PixelFormat& rFormat = *rFormula.layout().pFormat;
+    std::vector<TableLayout> vecLayouts;
+    const CSurvey survey(rFormula);
+    const std::size_t nLift = survey.lift();
+    if (nLift == 0 || rFormat.nBits > 14) {
+        addCandidates(rFormula, survey, 0, vecLayouts);
+    } else {
+        // A bin is a part of a DN, or some: the lift is in whole ones.
+        const double dLift = std::ceil(static_cast<double>(nLift) * power(static_cast<int>(rFormat.nBits) - 12));
+        const auto uLift = std::min(static_cast<uint32_t>(dLift), rFormat.fullScale());
+        addCandidates(rFormula, CSurvey(rFormula, uLift), uLift, vecLayouts);
+    }
+    TableLayout layout;
     layout.pFormat = &rFormat;
     vecLayouts.push_back(layout);
     return vecLayouts;
@@ -178,14 +214,14 @@ EncodeRule encodeRule(const TableLayout& rLayout) {
     constexpr double MARGIN = 1e-6;  // far above the rounding of the check itself
     const int nOffsetBits = static_cast<int>(rLayout.point.nOffsetBits);
     EncodeRule rule;
-    rule.dBase = rLayout.uDarkBase * power(-nOffsetBits);
+    rule.dBase = rLayout.lowest();
     rule.dPerUnit = power(static_cast<int>(rLayout.nDarkShift) - nOffsetBits);
     rule.dDarkLast = power(std::min(static_cast<int>(rLayout.nDarkBits), 31)) - 1;
     rule.dPerGain = power(-static_cast<int>(rLayout.point.nGainBits));
     rule.dGainLast =
         std::min(power(static_cast<int>(rLayout.gainBytes() * 8 + rLayout.wholeBits())), GAIN_LIMIT / rule.dPerGain) -
         1;
-    rule.dFull = rLayout.pFormat->fullScale();
+    rule.dFull = rLayout.pFormat->fullScale() + rLayout.uLift * power(-nOffsetBits);
     rule.dBound = 0.5 - MARGIN;
     rule.dBoundPerGain = rLayout.pFormat->nBits > 12 ? 0.5 : 0.0;
     return rule;
@@ -262,7 +298,8 @@ bool build(const CFormula& rFormula, CorrectionTable& rTable) {
         encodeBlock(wideRule, block, codes);
         for (std::size_t i = 0; i < BLOCK && iBlock * BLOCK + i < nSamples; ++i) {
             if ((uMisfits >> i & 1) != 0) {
-                rTable.vecExceptions.push_back({iBlock * BLOCK + i, {codes.aDarks[i], codes.aGains[i]}});
+                rTable.vecExceptions.push_back(
+                    {iBlock * BLOCK + i, {static_cast<int32_t>(codes.aDarks[i]), codes.aGains[i]}});
             }
         }
         if (rTable.vecExceptions.size() > nSamples / EXCEPTION_SHARE) {
@@ -277,8 +314,8 @@ bool build(const CFormula& rFormula, CorrectionTable& rTable) {
 std::string TableLayout::description() const {
     const unsigned nUnit = point.nOffsetBits - nDarkShift;
     std::array<char, 128> aText;
-    std::snprintf(aText.data(), aText.size(), "%u bit, dark u%u.%u+%.5g, gain u%u.%u, %zu B/sample", pFormat->nBits,
-                  nDarkBits - nUnit, nUnit, std::ldexp(uDarkBase, -static_cast<int>(point.nOffsetBits)),
+    std::snprintf(aText.data(), aText.size(), "%u bit, dark u%u.%u%+.5g, gain u%u.%u, %zu B/sample", pFormat->nBits,
+                  nDarkBits - nUnit, nUnit, lowest(),
                   static_cast<unsigned>(gainBytes() * 8) + wholeBits() - point.nGainBits, point.nGainBits,
                   nFieldBytes + gainBytes());
     return aText.data();

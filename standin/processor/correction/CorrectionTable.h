@@ -21,8 +21,8 @@ namespace StandIn {
 constexpr FixedPoint WIDE_POINT = {12, 26};
 
 /// How a table holds offsets and gains. It is one stream of blocks of 64 samples, each the fields with the darks, then
-/// the words with the gains. The offset of a sample is uDarkBase + (low nDarkBits of its field << nDarkShift); bits
-/// of the field above these are the bits 16 and up of its gain, the gain's word holds the rest.
+/// the words with the gains. The offset of a sample is uDarkBase + (low nDarkBits of its field << nDarkShift) - uLift;
+/// bits of the field above these are the bits 16 and up of its gain, the gain's word holds the rest.
 ///
 /// So that vectors of any width meet their samples without moving them across lanes, samples are placed so:
 ///   8-bit images    byte fields in order; words and 16-bit fields first of the even samples, then of the odd ones
@@ -33,9 +33,14 @@ struct TableLayout {
     unsigned nDarkBits = 32;
     unsigned nDarkShift = 0;
     uint32_t uDarkBase = 0;
+    uint32_t uLift = 0;  ///< lets offsets be negative, as a pedestal makes those of dim darks; at most full scale
     FixedPoint point = WIDE_POINT;
 
     bool isWide() const { return nFieldBytes == 4; }
+    /// What is added to every offset, DN.
+    double lowest() const {
+        return (static_cast<double>(uDarkBase) - static_cast<double>(uLift)) / (1U << point.nOffsetBits);
+    }
     unsigned wholeBits() const { return nFieldBytes * 8 - nDarkBits; }
     std::size_t gainBytes() const { return isWide() ? 4 : 2; }
     std::size_t blockBytes() const { return BLOCK * (nFieldBytes + gainBytes()); }
@@ -56,7 +61,7 @@ struct TableLayout {
 
 /// Offset and gain of a sample in the fixed point of its table.
 struct TableEntry {
-    uint32_t uOffset;
+    int32_t iOffset;
     uint32_t uGain;
 };
 
@@ -70,8 +75,9 @@ inline TableEntry tableEntry(const TableLayout& rLayout, const uint8_t* pBlock, 
     std::memcpy(&uWord, pBlock + BLOCK * nBytes + rLayout.gainPlace(i) * nGainBytes, nGainBytes);
     const uint64_t uWhole = uint64_t{uField} >> rLayout.nDarkBits;
     const uint64_t uDark = uField - (uWhole << rLayout.nDarkBits);
-    return {rLayout.uDarkBase + static_cast<uint32_t>(uDark << rLayout.nDarkShift),
-            static_cast<uint32_t>(uWhole << 16) | uWord};
+    return {
+        static_cast<int32_t>(rLayout.uDarkBase + static_cast<uint32_t>(uDark << rLayout.nDarkShift) - rLayout.uLift),
+        static_cast<uint32_t>(uWhole << 16) | uWord};
 }
 
 /// A sample that the layout of its table cannot hold closely enough, in the fixed point of wide tables.

@@ -5,9 +5,11 @@
 #include "standin/processor/correction/DefectRepair.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <map>
+#include <numeric>
 #include <utility>
 
 namespace XAPEL2 {
@@ -18,7 +20,8 @@ namespace {
 constexpr std::size_t RADIUS = 2;
 constexpr std::size_t ENOUGH = 3;
 constexpr uint32_t UNIT = 1U << 16;
-constexpr std::size_t AHEAD = 8;  // defects whose rows are asked for before they are read
+constexpr std::size_t AHEAD = 8;         // defects whose rows are asked for before they are read
+constexpr std::size_t WHOLE_COUNT = 24;  // neighbours of a defect that lacks none
 
 bool isOfColumn(const ImageLayout& rLayout, const std::vector<uint8_t>& rMap, std::size_t iX, std::size_t iY) {
     const auto nWidth = static_cast<std::size_t>(rLayout.nWidth);
@@ -96,8 +99,20 @@ uint16_t rounded(uint32_t uSum) {
     return static_cast<uint16_t>((uSum + UNIT / 2) >> 16);
 }
 
+// Readers: a sample, and five of them at a distance of nStep, which all lie in the image.
+
+template <class READER>
+void readFive(const READER& rRead, const uint8_t* pImage, std::size_t i, std::size_t nStep, uint32_t* pFive) {
+    for (std::size_t k = 0; k < 5; ++k) {
+        pFive[k] = rRead(pImage, i + k * nStep);
+    }
+}
+
 struct Read8 {
     uint32_t operator()(const uint8_t* pImage, std::size_t i) const { return pImage[i]; }
+    void five(const uint8_t* pImage, std::size_t i, std::size_t nStep, uint32_t* pFive) const {
+        readFive(*this, pImage, i, nStep, pFive);
+    }
     void write(const PixelFormat&, uint8_t* pImage, std::size_t i, uint16_t uSample) const {
         pImage[i] = static_cast<uint8_t>(uSample);
     }
@@ -108,6 +123,9 @@ struct Read16 {
         uint16_t uSample = 0;  // little endian, as every processor that the stand-in runs on
         std::memcpy(&uSample, pImage + i * 2, sizeof uSample);
         return uSample;
+    }
+    void five(const uint8_t* pImage, std::size_t i, std::size_t nStep, uint32_t* pFive) const {
+        readFive(*this, pImage, i, nStep, pFive);
     }
     void write(const PixelFormat&, uint8_t* pImage, std::size_t i, uint16_t uSample) const {
         std::memcpy(pImage + i * 2, &uSample, sizeof uSample);
@@ -121,14 +139,26 @@ struct WritePacked {
 };
 
 /// Samples of 10 or 12 bits one behind the other: each lies in two bytes.
+template <std::size_t BITS>
 struct ReadDense : WritePacked {
-    explicit ReadDense(std::size_t n) : nBits(n) {}
-    std::size_t nBits;
     uint32_t operator()(const uint8_t* pImage, std::size_t i) const {
-        const std::size_t iBit = i * nBits;
+        const std::size_t iBit = i * BITS;
         uint16_t uBytes = 0;
         std::memcpy(&uBytes, pImage + iBit / 8, sizeof uBytes);
-        return uBytes >> iBit % 8 & ((1U << nBits) - 1);
+        return uBytes >> iBit % 8 & ((1U << BITS) - 1);
+    }
+    // These formats have one channel: the five are neighbours and lie in as many bytes as they reach into at most.
+    void five(const uint8_t* pImage, std::size_t i, std::size_t, uint32_t* pFive) const {
+        constexpr std::size_t BYTES = (BITS * 5 + 8 - std::gcd(BITS, std::size_t{8}) + 7) / 8;
+        const uint8_t* const pBytes = pImage + i * BITS / 8;
+        uint32_t uFirst = 0;
+        uint32_t uLast = 0;
+        std::memcpy(&uFirst, pBytes, sizeof uFirst);
+        std::memcpy(&uLast, pBytes + BYTES - sizeof uLast, sizeof uLast);
+        const uint64_t uAll = (uFirst | uint64_t{uLast} << (BYTES * 8 - 32)) >> i * BITS % 8;
+        for (std::size_t k = 0; k < 5; ++k) {
+            pFive[k] = uAll >> k * BITS & ((1U << BITS) - 1);
+        }
     }
 };
 
@@ -142,7 +172,46 @@ struct ReadSplit : WritePacked {
         const uint32_t uLow = pPair[1] >> i % 2 * 4 & ((1U << nLow) - 1);
         return static_cast<uint32_t>(pPair[i % 2 * 2]) << nLow | uLow;
     }
+    void five(const uint8_t* pImage, std::size_t i, std::size_t nStep, uint32_t* pFive) const {
+        readFive(*this, pImage, i, nStep, pFive);
+    }
 };
+
+/// The weighted sum of all pixels around one in 5 x 5. Weights by the place of a neighbour differ by its distance
+/// alone, but for the one above, which has what rounding left: so samples are added first.
+template <class READER>
+uint32_t sumOfWhole(const READER& rRead, const uint8_t* pImage, std::size_t iSample, std::size_t nStep,
+                    std::size_t nRowSamples, const DefectNeighbour* pWeights) {
+    std::array<std::array<uint32_t, 5>, 5> a;
+    const std::size_t iFirst = iSample - 2 * nRowSamples - 2 * nStep;
+    for (std::size_t iRow = 0; iRow < 5; ++iRow) {
+        rRead.five(pImage, iFirst + iRow * nRowSamples, nStep, a[iRow].data());
+    }
+    const uint32_t uOf1 = (a[1][2] + a[3][2]) + (a[2][1] + a[2][3]);
+    const uint32_t uOf2 = (a[1][1] + a[1][3]) + (a[3][1] + a[3][3]);
+    const uint32_t uOf4 = (a[0][2] + a[4][2]) + (a[2][0] + a[2][4]);
+    const uint32_t uOf5 = ((a[0][1] + a[0][3]) + (a[4][1] + a[4][3])) + ((a[1][0] + a[1][4]) + (a[3][0] + a[3][4]));
+    const uint32_t uOf8 = (a[0][0] + a[0][4]) + (a[4][0] + a[4][4]);
+    const auto weight = [pWeights](std::size_t i) { return pWeights[i].uWeight; };
+    return uOf1 * weight(11) + uOf2 * weight(6) + uOf4 * weight(10) + uOf5 * weight(1) + uOf8 * weight(0) +
+           a[1][2] * (weight(7) - weight(11));
+}
+
+/// What sumOfWhole takes for granted.
+bool hasWholeWindow(const std::vector<DefectNeighbour>& rNeighbours) {
+    if (rNeighbours.size() != WHOLE_COUNT) {
+        return false;
+    }
+    // By square of the distance: 8 5 4 5 8, 5 2 1 2 5, 4 1 . 1 4 and so on.
+    constexpr std::array<std::size_t, WHOLE_COUNT> LIKE = {0,  1,  10, 1, 0,  1, 6, 7, 6, 1,  10, 11,
+                                                           11, 10, 1,  6, 11, 6, 1, 0, 1, 10, 1,  0};
+    for (std::size_t i = 0; i < WHOLE_COUNT; ++i) {
+        if (rNeighbours[i].uWeight != rNeighbours[LIKE[i]].uWeight) {
+            return false;
+        }
+    }
+    return rNeighbours[7].uWeight >= rNeighbours[11].uWeight;
+}
 
 }  // namespace
 
@@ -175,7 +244,7 @@ void repairDefects(const ImageLayout& rLayout, const std::vector<uint8_t>& rMap,
 }
 
 CDefectRepair::CDefectRepair(const ImageLayout& rLayout, const std::vector<uint8_t>& rMap)
-    : m_pFormat(rLayout.pFormat) {
+    : m_pFormat(rLayout.pFormat), m_nRowSamples(rLayout.samplesPerRow()) {
     std::map<std::vector<std::pair<int32_t, uint32_t>>, uint32_t> mapPatterns;
     const std::size_t nChannels = rLayout.pFormat->nChannels;
     for (std::size_t iPixel = 0; iPixel < rMap.size(); ++iPixel) {
@@ -194,6 +263,9 @@ CDefectRepair::CDefectRepair(const ImageLayout& rLayout, const std::vector<uint8
         }
         const auto [itPattern, bNew] =
             mapPatterns.emplace(std::move(vecPattern), static_cast<uint32_t>(m_vecNeighbours.size()));
+        if (bNew && !rLayout.pFormat->isCfa() && hasWholeWindow(vecNeighbours)) {
+            m_uWhole = itPattern->second;
+        }
         if (bNew) {
             m_vecNeighbours.insert(m_vecNeighbours.end(), vecNeighbours.begin(), vecNeighbours.end());
         }
@@ -219,6 +291,33 @@ void CDefectRepair::fetchAround(const uint8_t* pImage, const Place& rPlace) cons
     }
 }
 
+void CDefectRepair::fetchPlaces(std::size_t i) const noexcept {
+    constexpr std::size_t PLACES = 32;
+    constexpr std::size_t LINE = 64;
+    const std::size_t iEnd = std::min(i + PLACES, m_vecPlaces.size());
+    for (; i < iEnd; i += LINE / sizeof(Place)) {
+        __builtin_prefetch(m_vecPlaces.data() + i);
+    }
+    for (std::size_t k = 0; k < WHOLE_COUNT && m_uWhole != NO_WHOLE; k += LINE / sizeof(DefectNeighbour)) {
+        __builtin_prefetch(m_vecNeighbours.data() + m_uWhole + k);
+    }
+}
+
+template <class READER>
+uint32_t CDefectRepair::sumOf(const READER& rRead, const uint8_t* pImage, const Place& rPlace) const noexcept {
+    const std::size_t uSample = rPlace.uSample;
+    const DefectNeighbour* const pFirst = m_vecNeighbours.data() + rPlace.uFirst;
+    if (rPlace.uFirst == m_uWhole) {
+        return sumOfWhole(rRead, pImage, uSample, m_pFormat->nChannels, m_nRowSamples, pFirst);
+    }
+    uint32_t uSum = 0;
+    for (uint32_t k = 0; k < rPlace.nCount; ++k) {
+        const auto iFrom = static_cast<std::ptrdiff_t>(uSample) + pFirst[k].iDistance;
+        uSum += pFirst[k].uWeight * rRead(pImage, static_cast<std::size_t>(iFrom));
+    }
+    return uSum;
+}
+
 template <class READER>
 std::size_t CDefectRepair::repairBy(const READER& rRead, uint8_t* pImage, std::size_t i,
                                     std::size_t nDone) const noexcept {
@@ -228,24 +327,7 @@ std::size_t CDefectRepair::repairBy(const READER& rRead, uint8_t* pImage, std::s
              ++iFetched) {
             fetchAround(pImage, m_vecPlaces[iFetched]);
         }
-        const Place& rPlace = m_vecPlaces[i];
-        const auto* const pCentre = m_vecNeighbours.data() + rPlace.uFirst;
-        const uint32_t nCount = rPlace.nCount;
-        const std::size_t uSample = rPlace.uSample;
-        const auto term = [&](uint32_t k) {
-            const auto iFrom = static_cast<std::ptrdiff_t>(uSample) + pCentre[k].iDistance;
-            return pCentre[k].uWeight * rRead(pImage, static_cast<std::size_t>(iFrom));
-        };
-        uint32_t uSum = 0;
-        uint32_t k = 0;
-        for (; k + 8 <= nCount; k += 8) {
-            uSum += ((term(k) + term(k + 1)) + (term(k + 2) + term(k + 3))) +
-                    ((term(k + 4) + term(k + 5)) + (term(k + 6) + term(k + 7)));
-        }
-        for (; k < nCount; ++k) {
-            uSum += term(k);
-        }
-        rRead.write(*m_pFormat, pImage, uSample, rounded(uSum));
+        rRead.write(*m_pFormat, pImage, m_vecPlaces[i].uSample, rounded(sumOf(rRead, pImage, m_vecPlaces[i])));
     }
     return i;
 }
@@ -260,7 +342,8 @@ std::size_t CDefectRepair::repair(uint8_t* pImage, std::size_t i, std::size_t nD
     if (m_pFormat->bSplit) {
         return repairBy(ReadSplit(m_pFormat->nBits), pImage, i, nDone);
     }
-    return repairBy(ReadDense(m_pFormat->nBits), pImage, i, nDone);
+    return m_pFormat->nBits == 10 ? repairBy(ReadDense<10>(), pImage, i, nDone)
+                                  : repairBy(ReadDense<12>(), pImage, i, nDone);
 }
 
 }  // namespace StandIn

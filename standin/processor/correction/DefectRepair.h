@@ -27,8 +27,8 @@ constexpr std::size_t DEFECT_COLUMN_ROWS = 16;
 /// The neighbours of a marked pixel: all unmarked pixels of its colour site in the 5 x 5 pixels around it. Where they
 /// are fewer than three, the window grows by a pixel on each side until it holds three, or has grown to
 /// DEFECT_RADIUS_MAX. For a pixel of a bad column the window is its row alone. Beyond the edges nothing is assumed.
-/// Weights go with the inverse square of the distance (Shepard 1968): of the powers 2, 3, 4 and 6 the one that came
-/// nearest to the truth on recorded frames, by more than a median or the four next neighbours (docs/defects.md).
+/// Weights go with the inverse square of the distance (Shepard 1968). On recorded frames that comes nearer to the truth
+/// than the powers 3, 4 and 6, a median or the four next neighbours; power 1 is as near where there is little detail.
 /// @param[in] rMap  of the layout's pixels, row by row; marked are those that are not 0.
 /// @return  in the order of the image; empty where there is no good neighbour: then the pixel keeps its own value.
 std::vector<DefectNeighbour> defectNeighbours(const ImageLayout& rLayout, const std::vector<uint8_t>& rMap,
@@ -56,6 +56,9 @@ public:
     /// @return  number of the next.
     std::size_t repair(uint8_t* pImage, std::size_t i, std::size_t nDone) const noexcept;
 
+    /// Asks for what the list has from sample i on, before a part is corrected: it was last read an image ago.
+    void fetchPlaces(std::size_t i) const noexcept;
+
 private:
     struct Place {
         uint32_t uSample;
@@ -65,10 +68,15 @@ private:
     };
     void fetchAround(const uint8_t* pImage, const Place& rPlace) const noexcept;
     template <class READER>
+    uint32_t sumOf(const READER& rRead, const uint8_t* pImage, const Place& rPlace) const noexcept;
+    template <class READER>
     std::size_t repairBy(const READER& rRead, uint8_t* pImage, std::size_t i, std::size_t nDone) const noexcept;
 
     const PixelFormat* m_pFormat = nullptr;
+    std::size_t m_nRowSamples = 0;
     std::size_t m_nDefects = 0;
+    static constexpr uint32_t NO_WHOLE = ~0U;
+    uint32_t m_uWhole = NO_WHOLE;  // uFirst of those whose 5 x 5 pixels are all good, unless of a colour filter array
     std::vector<Place> m_vecPlaces;
     std::vector<DefectNeighbour> m_vecNeighbours;
 };

@@ -4,10 +4,12 @@
 
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <vector>
 
+#include "standin/processor/correction/Correction.h"
 #include "xapel2_standin/ReferenceImage.h"
 
 namespace XAPEL2 {
@@ -38,6 +40,22 @@ inline unsigned classOf(const ImageLayout& rLayout, std::size_t iSample) {
         return static_cast<unsigned>((iY & 1) << 1 | (iX & 1));
     }
     return static_cast<unsigned>(iSample - iPixel * rLayout.pFormat->nChannels);
+}
+
+/// correctionTargets() without those whose names end so.
+inline std::vector<const char*> targetsWithout(const std::vector<std::string>& rEnds) {
+    std::vector<const char*> vecTargets;
+    for (const char* pTarget : correctionTargets()) {
+        const std::string strName = pTarget;
+        const bool bLeftOut = std::any_of(rEnds.begin(), rEnds.end(), [&](const std::string& rEnd) {
+            return strName.size() >= rEnd.size() &&
+                   strName.compare(strName.size() - rEnd.size(), rEnd.size(), rEnd) == 0;
+        });
+        if (!bLeftOut) {
+            vecTargets.push_back(pTarget);
+        }
+    }
+    return vecTargets;
 }
 
 }  // namespace StandIn
