@@ -203,7 +203,11 @@ void CCommandLine::addRun() {
 }
 
 void CCommandLine::addCorrect() {
-    CLI::App* pCorrect = addCommand("correct", "Correct image files", [this] { return runCorrect(m_correct); });
+    CLI::App* pCorrect = addCommand(
+        "correct",
+        "Correct image files. Reading, correction and writing overlap; 4 frames are in memory at any time, and the "
+        "references",
+        [this] { return runCorrect(m_correct); });
     pCorrect->add_option("FILES", m_correct.vecFiles, "Image files (PGM, PPM, TIFF)")->required();
     addPair(pCorrect, m_correct.pair);
     pCorrect->add_option("-o,--out", m_correct.strOut, "Folder to write to; a source is never overwritten")

@@ -91,7 +91,7 @@ TEST_F(Command, EveryRoadOfAFrameGivesTheSameBytes) {
             const json Json = run(withPair({"run", "-d", strDevice, "-n", "3", "-o", file(strFolder + strOut)}, rMore));
             EXPECT_EQ(Json.at("corrected"), 3);
             EXPECT_EQ(Json.at("written"), 3);
-            EXPECT_EQ(Json.at("addedMs").at("frames"), 3);
+            EXPECT_EQ(Json.contains("addedMs"), !rMore.empty()) << "frames that are written are not waited for";
         };
         fnRun("stream", {});
         fnRun("handed-in", {"--raw"});
@@ -101,7 +101,7 @@ TEST_F(Command, EveryRoadOfAFrameGivesTheSameBytes) {
         for (const char* pRaw : {"handed-in/raw", "tiff/raw"}) {
             const Words astrFiles = filesIn(strFolder + pRaw);
             const json Json = run(withPair({"correct", "--overwrite", "-o", file(strFolder + "files")}, astrFiles));
-            EXPECT_EQ(Json.at("addedMs").at("frames"), astrFiles.size());
+            EXPECT_EQ(Json.at("written"), astrFiles.size());
             EXPECT_EQ(contents(strFolder + "files"), contents(strFolder + "stream")) << pRaw;
         }
     }

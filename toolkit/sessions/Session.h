@@ -91,7 +91,7 @@ public:
     StandIn::BufferHandle fetch();
     /// Time that the host took for the last fetch(), ms.
     double lastFetchMs() const { return m_dLastFetchMs; }
-    /// Hands the buffer to the camera to be filled again.
+    /// Hands the buffer to the camera to be filled again. @threads any, while the session lives and is not stopped.
     void giveBack(StandIn::BufferHandle hBuffer);
 
     /// False for a frame that came incomplete or without an image.

@@ -20,7 +20,7 @@ namespace App {
 namespace {
 
 FrameOutput outputOf(const CorrectOptions& rOptions) {
-    FrameOutput output{rOptions.strOut, rOptions.strFormat, false, rOptions.bOverwrite, {}};
+    FrameOutput output{rOptions.strOut, rOptions.strFormat, false, rOptions.bOverwrite, {}, true};
     output.sources.add(rOptions.pair.strDark);
     output.sources.add(rOptions.pair.strLight);
     for (const std::string& rFile : rOptions.vecFiles) {
@@ -39,11 +39,9 @@ void requireFree(const CorrectOptions& rOptions, const StandIn::PixelFormat& rFo
     const CFrameWriter writer(output.strFolder, output.strFormat, output.bOverwrite, output.sources);
     std::set<std::string> names;
     for (const std::string& rFile : rOptions.vecFiles) {
-        Frame named;
-        named.strName = std::filesystem::path(rFile).stem().string();
-        named.pFormat = &rFormat;
-        writer.requireFree(named);
-        if (!names.insert(named.strName).second) {
+        const std::string strName = std::filesystem::path(rFile).stem().string();
+        writer.requireFree(strName, rFormat);
+        if (!names.insert(strName).second) {
             throw CUsageError(rFile + ": another file has this name but for folder and suffix; correct it by itself");
         }
     }

@@ -39,7 +39,7 @@ uint64_t selectFrames(CSession& rSession, const RunOptions& rOptions) {
 }
 
 FrameOutput outputOf(const RunOptions& rOptions) {
-    FrameOutput output{rOptions.strOut, rOptions.strFormat, rOptions.bRaw, rOptions.bOverwrite, {}};
+    FrameOutput output{rOptions.strOut, rOptions.strFormat, rOptions.bRaw, rOptions.bOverwrite, {}, false};
     output.sources.add(rOptions.pair.strDark);
     output.sources.add(rOptions.pair.strLight);
     output.sources.addDevice(rOptions.strDevice);
