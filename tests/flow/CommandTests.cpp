@@ -137,6 +137,14 @@ TEST_F(Command, ReferencesAreJudgedAgainstTheCamera) {
         EXPECT_EQ(Json.at("judgement").at("verdict") == "good", rRow.pSaid[0] == '\0');
         run(withForce(astrWords), rRow.iForcedExit, rRow.pSaid);
     }
+    const json other = run(withPair({"run", "-n", "2", "-d", "sim:8?width=64&height=48"}), 0,
+                           "taken with the camera with serial number 7, this is the camera with serial number 8");
+    EXPECT_EQ(other.at("judgement").at("camera").at(0).at("id"), "other-camera");
+    run({"record", "light", "-d", "sim:8?width=64&height=48", "-n", "16", "-o", file("other.tif")});
+    const json pair = run({"check", file("dark.tif"), file("other.tif")});
+    EXPECT_EQ(pair.at("pair").at("findings").at(0).at("id"), "other-camera");
+    EXPECT_EQ(pair.at("light").at("camera").at("DeviceSerialNumber"), "8");
+    EXPECT_EQ(pair.at("light").at("camera").at("Recorded").get<std::string>().size(), 20U);
     // What the library writes by itself tells nothing of the camera.
     for (const char* pName : {"dark.tif", "light.tif"}) {
         XAPEL2::StandIn::ReferenceImage Image = XAPEL2::StandIn::readReferenceFile(file(pName));

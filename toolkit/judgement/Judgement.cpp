@@ -33,6 +33,8 @@ constexpr double GAIN_MOST = 16.0;         // of the image processor
 
 const char* const RECORD_AGAIN = "Record both references again with the same settings of the camera.";
 
+const char* const THE_LIGHT_ONE = "the light one with";
+
 double meanOfSamples(const std::vector<float>& rSamples) {
     double dSum = 0.0;
     for (const float fSample : rSamples) {
@@ -241,10 +243,32 @@ void judgeNoiseOfPair(const PairFigures& rFigures, const MeanImage& rLight, Find
     }
 }
 
+std::string cameraText(const CameraSettings& rSettings, bool bModel) {
+    return (bModel ? "a " + rSettings.strModel : std::string("the camera")) +
+           (rSettings.strSerial.empty() ? "" : " with serial number " + rSettings.strSerial);
+}
+
+/// Pixels differ from one camera to the next, so a reference of another one corrects nothing of them. Where one of the
+/// two does not tell, nothing is said. @param[in] strFirst,strSecond  as of compareSettings().
+void compareCameras(const CameraSettings& rFirst, const CameraSettings& rSecond, const std::string& strFirst,
+                    const std::string& strSecond, Findings& rFindings) {
+    const auto fnDiffer = [](const std::string& a, const std::string& b) { return !a.empty() && !b.empty() && a != b; };
+    const bool bModel = fnDiffer(rFirst.strModel, rSecond.strModel);
+    if (!bModel && !fnDiffer(rFirst.strSerial, rSecond.strSerial)) {
+        return;
+    }
+    const bool bPair = strSecond == THE_LIGHT_ONE;
+    rFindings.push_back({eWarning, "other-camera",
+                         strFirst + " " + cameraText(rFirst, bModel) + ", " +
+                             (bPair ? strSecond + " " : std::string("this is ")) + cameraText(rSecond, bModel) + ".",
+                         "Take references of this very camera: the pixels of another one differ."});
+}
+
 /// @param[in] strFirst,strSecond  say whose settings they are: "The dark reference was taken with", "the camera is set
 /// to".
 void compareSettings(const CameraSettings& rFirst, const CameraSettings& rSecond, const std::string& strFirst,
                      const std::string& strSecond, const char* pAdvice, Findings& rFindings) {
+    compareCameras(rFirst, rSecond, strFirst, strSecond, rFindings);
     std::string strUntold;
     for (const std::string& rName : cameraSettingNames()) {
         if (!rFirst.has(rName) || !rSecond.has(rName)) {
@@ -337,7 +361,7 @@ PairJudgement judgePair(const StandIn::ReferenceImage& rDark, const StandIn::Ref
                                       "Take a larger region to judge by."});
     }
     compareSettings(cameraSettingsFromJson(rDark.strCamera), cameraSettingsFromJson(rLight.strCamera),
-                    "The dark reference was taken with", "the light one with", RECORD_AGAIN, result.vecFindings);
+                    "The dark reference was taken with", THE_LIGHT_ONE, RECORD_AGAIN, result.vecFindings);
     judgeNoiseOfPair(rFigures, light, result.vecFindings);
     const double dFlat = selfTestLimit(rDark, rLight, rFigures.unevenness);
     if (dSelfTestDn > dFlat) {
