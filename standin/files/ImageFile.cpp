@@ -4,10 +4,68 @@
 
 #include "standin/files/ImageFile.h"
 
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <stdexcept>
 
 namespace XAPEL2 {
 namespace StandIn {
+
+namespace {
+
+enum eKind { ePixmap, eTiff, ePng };
+
+std::string suffixOf(const std::string& strPath) {
+    std::string strSuffix = std::filesystem::path(strPath).extension().string();
+    std::transform(strSuffix.begin(), strSuffix.end(), strSuffix.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return strSuffix;
+}
+
+eKind kindOf(const std::string& strPath) {
+    std::error_code ignored;
+    std::array<char, 4> aBytes{};
+    // A pipe would wait for its writer.
+    if (std::filesystem::is_regular_file(strPath, ignored)) {
+        std::ifstream(strPath, std::ios::binary).read(aBytes.data(), aBytes.size());
+    }
+    const std::string strSuffix = suffixOf(strPath);
+    if (aBytes[0] == 'P' && (aBytes[1] == '5' || aBytes[1] == '6')) {
+        return ePixmap;
+    }
+    if (std::memcmp(aBytes.data(), "II", 2) == 0 || std::memcmp(aBytes.data(), "MM", 2) == 0) {
+        return eTiff;
+    }
+    if (std::memcmp(aBytes.data(), "\x89PNG", 4) == 0) {
+        return ePng;
+    }
+    return strSuffix == ".pgm" || strSuffix == ".ppm" ? ePixmap : strSuffix == ".png" ? ePng : eTiff;
+}
+
+}  // namespace
+
+bool hasImageSuffix(const std::string& strPath) {
+    const std::string strSuffix = suffixOf(strPath);
+    const auto fnIs = [&](const char* p) { return strSuffix == p; };
+    return fnIs(".pgm") || fnIs(".ppm") || fnIs(".tif") || fnIs(".tiff") || fnIs(".png");
+}
+
+ImageFileLayout imageLayout(const std::string& strPath) {
+    const eKind eWhat = kindOf(strPath);
+    return (eWhat == ePixmap ? pgmLayout : eWhat == ePng ? pngLayout : tiffLayout)(strPath);
+}
+
+void readImageFile(const std::string& strPath, const ImageFileLayout& rLayout, std::size_t iPage, void* pImage) {
+    const eKind eWhat = kindOf(strPath);
+    if (eWhat == eTiff) {
+        return readTiff(strPath, rLayout, pImage, iPage);
+    }
+    (eWhat == ePng ? readPng : readPgm)(strPath, rLayout, pImage);
+}
 
 void failImageFile(const std::string& strPath, const std::string& strText) {
     throw std::runtime_error(strPath + ": " + strText);

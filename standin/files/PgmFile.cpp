@@ -158,10 +158,8 @@ CPgmInput::CPgmInput(const std::string& strPath) : m_strPath(strPath), m_file(op
     m_layout.nWidth = header.number("width", IMAGE_SIDE_MAX);
     m_layout.nHeight = header.number("height", IMAGE_SIDE_MAX);
     m_layout.uMaxval = header.number("maxval", 65535);
-    m_layout.pFormat = bColour ? findPixelFormat("RGB8") : formatOfMaxval(m_layout.uMaxval);
-    if (m_layout.uMaxval > m_layout.pFormat->fullScale()) {
-        failImageFile(strPath, "three channels of more than 8 bits");
-    }
+    m_layout.pFormat =
+        bColour ? findPixelFormat(m_layout.uMaxval > 255 ? "RGB16" : "RGB8") : formatOfMaxval(m_layout.uMaxval);
     m_uPosition = header.end();
     const uint64_t nExpected = m_uPosition + imageBytes(*m_layout.pFormat, m_layout.nWidth, m_layout.nHeight);
     if (nFileBytes != nExpected) {
