@@ -12,12 +12,17 @@
 #include <fstream>
 #include <stdexcept>
 
+#include "standin/files/PngOutput.h"
+#include "standin/files/TiffInput.h"
+
 namespace XAPEL2 {
 namespace StandIn {
 
 namespace {
 
 enum eKind { ePixmap, eTiff, ePng };
+
+constexpr std::size_t DESCRIPTION_MAX = 1024;
 
 std::string suffixOf(const std::string& strPath) {
     std::string strSuffix = std::filesystem::path(strPath).extension().string();
@@ -47,6 +52,46 @@ eKind kindOf(const std::string& strPath) {
 }
 
 }  // namespace
+
+namespace {
+
+std::string pixmapComment(const std::string& strPath) {
+    std::ifstream file(strPath, std::ios::binary);
+    std::string strHead(DESCRIPTION_MAX, '\0');
+    file.read(strHead.data(), static_cast<std::streamsize>(strHead.size()));
+    strHead.resize(static_cast<std::size_t>(file.gcount()));
+    // Behind the header there are samples.
+    const std::size_t iBegin = strHead.find('#'), iEnd = std::min(strHead.find('\n', iBegin), strHead.size());
+    const bool bComment = iBegin != std::string::npos && strHead.find_first_not_of(" \t\r\nP56") == iBegin;
+    return bComment ? strHead.substr(iBegin + 1, iEnd - iBegin - 1) : "";
+}
+
+std::string tiffDescription(const std::string& strPath) {
+    const CTiffInput tiff(strPath);
+    const char* pText = nullptr;
+    return TIFFGetField(tiff.get(), TIFFTAG_IMAGEDESCRIPTION, &pText) == 1 && pText != nullptr
+               ? std::string(pText).substr(0, DESCRIPTION_MAX)
+               : "";
+}
+
+}  // namespace
+
+std::string imageDescription(const std::string& strPath) {
+    const eKind eWhat = kindOf(strPath);
+    try {
+        return eWhat == ePixmap ? pixmapComment(strPath)
+               : eWhat == ePng  ? pngDescription(strPath)
+                                : tiffDescription(strPath);
+    } catch (const CFileError&) {
+        return "";
+    }
+}
+
+std::string imageName(const std::string& strPath, std::size_t iPage, std::size_t nPages) {
+    const std::string strStem = std::filesystem::path(strPath).stem().string(), strNumber = std::to_string(iPage);
+    return nPages == 1 ? strStem
+                       : strStem + '_' + std::string(4 - std::min<std::size_t>(4, strNumber.size()), '0') + strNumber;
+}
 
 bool hasImageSuffix(const std::string& strPath) {
     const std::string strSuffix = suffixOf(strPath);

@@ -24,6 +24,10 @@ struct ImageFileLayout {
     std::size_t pages() const { return vecPages.empty() ? 1 : vecPages.size(); }
 };
 
+/// The name of image iPage of a file: that of the file without folder and suffix, with "_0003" behind it where there
+/// are several.
+std::string imageName(const std::string& strPath, std::size_t iPage, std::size_t nPages);
+
 /// True for a name that ends as those of image files do, in capitals or not: .pgm, .ppm, .tif, .tiff, .png.
 bool hasImageSuffix(const std::string& strPath);
 
@@ -50,6 +54,11 @@ ImageFileLayout pngLayout(const std::string& strPath);
 void readPgm(const std::string& strPath, const ImageFileLayout& rLayout, void* pImage);
 void readTiff(const std::string& strPath, const ImageFileLayout& rLayout, void* pImage, std::size_t iPage = 0);
 void readPng(const std::string& strPath, const ImageFileLayout& rLayout, void* pImage);
+
+/// What the file says of its image: the first comment of a pixmap, the image description of a TIFF, the Description of
+/// a PNG, up to a kilobyte of it. Empty where there is none, or the file cannot be read. @throws std::bad_alloc
+/// @threads any thread.
+std::string imageDescription(const std::string& strPath);
 
 /// Most bytes of an image from a packed file of nFileBytes bytes.
 constexpr uint64_t unpackedMax(uint64_t nFileBytes) {

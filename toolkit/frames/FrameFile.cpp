@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "standin/files/PngOutput.h"
 #include "standin/files/SafeFile.h"
 #include "standin/files/SampleBytes.h"
 #include "standin/files/TiffOutput.h"
@@ -87,44 +88,67 @@ void forEachBlock(CFileSamples& rSamples, std::size_t nSamples, Use fnUse) {
     }
 }
 
-void writePixmap(const StandIn::CSafeFile& rOut, const StandIn::ImageLayout& rLayout, const void* pImage) {
+void writePixmap(const StandIn::CSafeFile& rOut, const StandIn::ImageLayout& rLayout, const void* pImage,
+                 const std::string& strDescription) {
     CFileSamples samples(rLayout, pImage, true);
-    rOut.write((rLayout.pFormat->nChannels == 3 ? "P6\n" : "P5\n") + std::to_string(rLayout.nWidth) + ' ' +
+    rOut.write((rLayout.pFormat->nChannels == 3 ? "P6\n" : "P5\n") +
+               (strDescription.empty() ? "" : "# " + strDescription + "\n") + std::to_string(rLayout.nWidth) + ' ' +
                std::to_string(rLayout.nHeight) + '\n' + std::to_string(rLayout.pFormat->fullScale()) + '\n');
     forEachBlock(samples, rLayout.samples(),
                  [&](const uint8_t* pBytes, std::size_t nBytes) { rOut.write(pBytes, nBytes); });
 }
 
-void writeTiff(const StandIn::CSafeFile& rOut, const StandIn::ImageLayout& rLayout, const void* pImage) {
+/// All of it, where it does not look like that in memory.
+std::vector<uint8_t> allBytes(CFileSamples& rSamples, const StandIn::ImageLayout& rLayout) {
+    std::vector<uint8_t> vecBytes;
+    vecBytes.reserve(rLayout.samples() * rSamples.sampleBytes());
+    forEachBlock(rSamples, rLayout.samples(), [&](const uint8_t* pBytes, std::size_t nBytes) {
+        vecBytes.insert(vecBytes.end(), pBytes, pBytes + nBytes);
+    });
+    return vecBytes;
+}
+
+void writePng(const StandIn::CSafeFile& rOut, const StandIn::ImageLayout& rLayout, const void* pImage,
+              const std::string& strDescription) {
+    CFileSamples samples(rLayout, pImage, true);
+    const std::vector<uint8_t> vecBytes = samples.isImage() ? std::vector<uint8_t>() : allBytes(samples, rLayout);
+    StandIn::writePng(rOut.get(), {rLayout.nWidth, rLayout.nHeight, rLayout.pFormat->nChannels,
+                                   static_cast<unsigned>(8 * samples.sampleBytes()),
+                                   samples.isImage() ? static_cast<const uint8_t*>(pImage) : vecBytes.data(),
+                                   strDescription.empty() ? nullptr : strDescription.c_str()});
+}
+
+void writeTiff(const StandIn::CSafeFile& rOut, const StandIn::ImageLayout& rLayout, const void* pImage,
+               const std::string& strDescription) {
     StandIn::TiffImage image;
     image.nWidth = rLayout.nWidth;
     image.nHeight = rLayout.nHeight;
     image.nChannels = static_cast<uint16_t>(rLayout.pFormat->nChannels);
     image.nBits = takesTwoBytes(*rLayout.pFormat) ? 16 : 8;
     image.uLargest = static_cast<uint16_t>(rLayout.pFormat->fullScale());
+    image.pDescription = strDescription.empty() ? nullptr : strDescription.c_str();
     CFileSamples samples(rLayout, pImage, false);
     if (samples.isImage()) {
         return StandIn::writeTiff(rOut.get(), {{image, pImage}});
     }
-    std::vector<uint8_t> vecBytes;
-    vecBytes.reserve(rLayout.samples() * samples.sampleBytes());
-    forEachBlock(samples, rLayout.samples(), [&](const uint8_t* pBytes, std::size_t nBytes) {
-        vecBytes.insert(vecBytes.end(), pBytes, pBytes + nBytes);
-    });
-    StandIn::writeTiff(rOut.get(), {{image, vecBytes.data()}});
+    StandIn::writeTiff(rOut.get(), {{image, allBytes(samples, rLayout).data()}});
 }
 
 }  // namespace
 
 fs::path frameFile(const fs::path& rFolder, const std::string& strName, const StandIn::PixelFormat& rFormat,
                    eFrameFile eKind) {
-    return rFolder / (strName + (eKind == eTiff ? ".tif" : rFormat.nChannels == 3 ? ".ppm" : ".pgm"));
+    return rFolder / (strName + (eKind == eTiff           ? ".tif"
+                                 : eKind == ePng          ? ".png"
+                                 : rFormat.nChannels == 3 ? ".ppm"
+                                                          : ".pgm"));
 }
 
-void writeImage(const fs::path& rFile, const StandIn::ImageLayout& rLayout, const void* pImage, eFrameFile eKind) {
+void writeImage(const fs::path& rFile, const StandIn::ImageLayout& rLayout, const void* pImage, eFrameFile eKind,
+                const std::string& strDescription) {
     try {
         StandIn::CSafeFile out(rFile, StandIn::eSaveQuick);
-        (eKind == eTiff ? writeTiff : writePixmap)(out, rLayout, pImage);
+        (eKind == eTiff ? writeTiff : eKind == ePng ? writePng : writePixmap)(out, rLayout, pImage, strDescription);
         out.finish();
     } catch (const StandIn::CFileError& rError) {
         throw std::runtime_error(rFile.string() + " cannot be written: " + rError.what());

@@ -18,7 +18,9 @@ namespace fs = std::filesystem;
 CFrameWriter::CFrameWriter(const fs::path& rFolder, const std::string& strFormat, bool bOverwrite,
                            const CSourceFiles& rSources)
     : m_folder(rFolder),
-      m_eKind(strFormat == "tiff" ? eTiff : ePixmap),
+      m_eKind(strFormat == "tiff"  ? eTiff
+              : strFormat == "png" ? ePng
+                                   : ePixmap),
       m_bOverwrite(bOverwrite),
       m_sources(rSources) {}
 

@@ -19,7 +19,7 @@ namespace Toolkit {
 /// @threads one object per thread.
 class CFrameWriter {
 public:
-    /// @param[in] strFormat  "pgm" or "tiff".
+    /// @param[in] strFormat  "pgm", "tiff" or "png".
     CFrameWriter(const std::filesystem::path& rFolder, const std::string& strFormat, bool bOverwrite,
                  const CSourceFiles& rSources);
 

@@ -244,8 +244,10 @@ void judgeNoiseOfPair(const PairFigures& rFigures, const MeanImage& rLight, Find
 }
 
 std::string cameraText(const CameraSettings& rSettings, bool bModel) {
-    return (bModel ? "a " + rSettings.strModel : std::string("the camera")) +
-           (rSettings.strSerial.empty() ? "" : " with serial number " + rSettings.strSerial);
+    if (!bModel) {
+        return "the camera with serial number " + rSettings.strSerial;
+    }
+    return rSettings.strModel + (rSettings.strSerial.empty() ? "" : " (serial number " + rSettings.strSerial + ")");
 }
 
 /// Pixels differ from one camera to the next, so a reference of another one corrects nothing of them. Where one of the

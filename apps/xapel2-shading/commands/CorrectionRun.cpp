@@ -64,7 +64,7 @@ void CCorrectionRun::write(CCorrectedStream::Fetched& rFetched) {
     const std::filesystem::path raw = m_raw ? m_raw->reserve(strName, *layout.pFormat) : "";
     m_workers->add(
         [=] {
-            writeImage(corrected, layout, pImage, m_corrected->kind());
+            writeImage(corrected, layout, pImage, m_corrected->kind(), m_frames.strMark);
             if (pRaw) {
                 writeFrame(raw.parent_path(), *pRaw, m_raw->kind());
             }

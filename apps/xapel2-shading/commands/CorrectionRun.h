@@ -27,6 +27,7 @@ struct FrameOutput {
     bool bRaw = false;      ///< the uncorrected ones too, to FOLDER/raw
     bool bOverwrite = false;
     CSourceFiles sources;     ///< never written over
+    std::string strMark;      ///< what each corrected one says of itself
     bool bFromFiles = false;  ///< the frames come from files, and no one waits for them
 };
 

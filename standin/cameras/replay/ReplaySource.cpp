@@ -176,11 +176,7 @@ std::string CReplaySource::frameName(eScene eWhat, uint64_t iFrame) const {
     }
     const Place place = placeOf(eWhat, iFrame);
     const File& rFile = m_vecFiles[eWhat][place.iFile];
-    if (rFile.layout.pages() == 1) {
-        return rFile.strStem;
-    }
-    const std::string strNumber = std::to_string(place.iPage);
-    return rFile.strStem + '_' + std::string(4 - std::min<std::size_t>(4, strNumber.size()), '0') + strNumber;
+    return imageName(rFile.strPath, place.iPage, rFile.layout.pages());
 }
 
 void CReplaySource::fill(const CameraSettings& rSettings, eScene eWhat, uint64_t iFrame, void* pImage) {

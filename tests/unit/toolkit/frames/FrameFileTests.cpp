@@ -37,11 +37,10 @@ Samples redFirst(const StandIn::PixelFormat& rFormat, Samples vecSamples) {
     return vecSamples;
 }
 
-Samples readBack(const std::filesystem::path& rFile, eFrameFile eKind, uint32_t& rMaxval) {
-    const StandIn::ImageFileLayout layout =
-        eKind == eTiff ? StandIn::tiffLayout(rFile.string()) : StandIn::pgmLayout(rFile.string());
+Samples readBack(const std::filesystem::path& rFile, uint32_t& rMaxval) {
+    const StandIn::ImageFileLayout layout = StandIn::imageLayout(rFile.string());
     std::vector<uint8_t> vecImage(imageBytes(*layout.pFormat, layout.nWidth, layout.nHeight));
-    (eKind == eTiff ? StandIn::readTiff : StandIn::readPgm)(rFile.string(), layout, vecImage.data());
+    StandIn::readImageFile(rFile.string(), layout, 0, vecImage.data());
     Samples vecSamples(layout.nWidth * layout.nHeight * layout.pFormat->nChannels);
     StandIn::unpackSamples(*layout.pFormat, vecImage.data(), 0, vecSamples.size(), vecSamples.data());
     rMaxval = layout.uMaxval;
@@ -59,16 +58,17 @@ TEST(FrameFile, EveryFormatComesBackSampleBySample) {
             const Samples vecSamples = someSamples(layout);
             std::vector<uint8_t> vecImage(layout.bytes());
             StandIn::packSamples(rFormat, vecSamples.data(), 0, vecSamples.size(), vecImage.data());
-            for (const eFrameFile eKind : {ePixmap, eTiff}) {
+            for (const eFrameFile eKind : {ePixmap, eTiff, ePng}) {
                 const auto file = frameFile(folder.path(), "image", rFormat, eKind);
-                writeImage(file, layout, vecImage.data(), eKind);
+                const std::string strSaid = nWidth == 5 ? "" : "what it is";
+                writeImage(file, layout, vecImage.data(), eKind, strSaid);
+                EXPECT_NE(StandIn::imageDescription(file).find(strSaid), std::string::npos) << file;
                 uint32_t uMaxval = 0;
-                EXPECT_TRUE(readBack(file, eKind, uMaxval) == redFirst(rFormat, vecSamples))
+                EXPECT_TRUE(readBack(file, uMaxval) == redFirst(rFormat, vecSamples))
                     << rFormat.pName << ' ' << nWidth << ' ' << file;
-                EXPECT_TRUE(eKind == eTiff || uMaxval == rFormat.fullScale()) << rFormat.pName;
+                EXPECT_TRUE(eKind != ePixmap || uMaxval == rFormat.fullScale()) << rFormat.pName;
                 const Frame frame{"frame", &rFormat, nWidth, nHeight, vecSamples};
-                EXPECT_TRUE(readBack(writeFrame(folder.path(), frame, eKind), eKind, uMaxval) ==
-                            redFirst(rFormat, vecSamples))
+                EXPECT_TRUE(readBack(writeFrame(folder.path(), frame, eKind), uMaxval) == redFirst(rFormat, vecSamples))
                     << rFormat.pName << " as a frame";
             }
         }
