@@ -3,11 +3,13 @@
 // Writes the seeds of the fuzz targets: FOLDER/TARGET/* small and mostly sound, FOLDER/TARGET-limits/* large and
 // hostile.
 
-#include <tiff.h>
+#include <tiffio.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 
+#include "standin/files/PngOutput.h"
 #include "xapel2_standin/ReferenceFile.h"
 
 using namespace XAPEL2::StandIn;
@@ -127,6 +129,47 @@ void writeTiffs() {
     }
 }
 
+/// Frames as the libraries write them: packed, in tiles, two to a file.
+void writeFrames() {
+    const std::vector<uint8_t> vecBytes(16 * 16 * 6, 77);
+    for (const uint16_t uPacking :
+         {COMPRESSION_NONE, COMPRESSION_LZW, COMPRESSION_ADOBE_DEFLATE, COMPRESSION_PACKBITS}) {
+        for (const bool bTiled : {false, true}) {
+            const std::string strName = "packed-" + std::to_string(uPacking) + (bTiled ? "-tiles" : "");
+            TIFF* const pTiff = TIFFOpen(path("replay-frame", strName).c_str(), "w");
+            for (int iPage = 0; iPage < 2; ++iPage) {
+                TIFFSetField(pTiff, TIFFTAG_IMAGEWIDTH, 11U);
+                TIFFSetField(pTiff, TIFFTAG_IMAGELENGTH, 7U);
+                TIFFSetField(pTiff, TIFFTAG_BITSPERSAMPLE, bTiled ? 8 : 16);
+                TIFFSetField(pTiff, TIFFTAG_SAMPLESPERPIXEL, bTiled ? 3 : 1);
+                TIFFSetField(pTiff, TIFFTAG_PHOTOMETRIC, bTiled ? PHOTOMETRIC_RGB : PHOTOMETRIC_MINISBLACK);
+                TIFFSetField(pTiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+                TIFFSetField(pTiff, TIFFTAG_COMPRESSION, static_cast<int>(uPacking));
+                auto* const pBytes = const_cast<uint8_t*>(vecBytes.data());
+                if (bTiled) {
+                    TIFFSetField(pTiff, TIFFTAG_TILEWIDTH, 16U);
+                    TIFFSetField(pTiff, TIFFTAG_TILELENGTH, 16U);
+                    TIFFWriteTile(pTiff, pBytes, 0, 0, 0, 0);
+                } else {
+                    TIFFSetField(pTiff, TIFFTAG_ROWSPERSTRIP, 7U);
+                    TIFFWriteEncodedStrip(pTiff, 0, pBytes, 11 * 7 * 2);
+                }
+                TIFFWriteDirectory(pTiff);
+            }
+            TIFFClose(pTiff);
+        }
+    }
+    for (const unsigned nChannels : {1U, 3U}) {
+        for (const unsigned nBits : {8U, 16U}) {
+            const std::string strFile =
+                path("replay-frame", "png-" + std::to_string(nChannels) + "-" + std::to_string(nBits));
+            std::FILE* const pFile = std::fopen(strFile.c_str(), "wb");
+            writePng(fileno(pFile), {11, 7, nChannels, nBits, vecBytes.data(), "description"});
+            std::fclose(pFile);
+        }
+    }
+}
+
 void writeTexts() {
     write("replay-frame", "8.pgm", "P5\n# text\n3 2\n250\nabcdef");
     write("replay-frame", "12.pgm", "P5 2 1 4095 \x0F\xFF\x01\x02");
@@ -175,6 +218,7 @@ void writeSequences() {
 int main(int, char** pArguments) {
     g_strFolder = pArguments[1];
     writeTiffs();
+    writeFrames();
     writeTexts();
     writeSequences();
     return 0;

@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 the xapel2_ext_sc authors
-// Reads any bytes as a recorded frame, PGM, PPM or TIFF, into memory of exactly the size that the header asks for.
+// Reads any bytes as recorded frames, PGM, PPM, TIFF or PNG, into memory of exactly the size that the header asks for.
 
 #include <memory>
 #include <stdexcept>
 
 #include "FuzzTarget.h"
 #include "standin/files/ImageFile.h"
+#include "standin/files/PngOutput.h"
 
 using namespace XAPEL2::StandIn;
 using XAPEL2::Fuzz::require;
@@ -15,15 +16,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, std::size_t nBytes) 
     static XAPEL2::Fuzz::CInputFile s_oFile;
     const XAPEL2::Fuzz::CBudget oBudget;
     const std::string& strPath = s_oFile.hold(pData, nBytes);
-    const bool bPgm = nBytes != 0 && pData[0] == 'P';
     try {
-        const ImageFileLayout layout = (bPgm ? pgmLayout : tiffLayout)(strPath);
+        const ImageFileLayout layout = imageLayout(strPath);
         const auto isSide = [](uint64_t n) { return n >= 1 && n <= IMAGE_SIDE_MAX; };
         require(isSide(layout.nWidth) && isSide(layout.nHeight), "a frame has a possible size");
         require(layout.uMaxval >= 1 && layout.uMaxval <= layout.pFormat->fullScale(), "its values fit its format");
         const std::size_t nImage = imageBytes(*layout.pFormat, layout.nWidth, layout.nHeight);
         const std::unique_ptr<uint8_t[]> pImage(new uint8_t[nImage]);
-        (bPgm ? readPgm : readTiff)(strPath, layout, pImage.get());
+        readImageFile(strPath, layout, layout.pages() - 1, pImage.get());
+        pngDescription(strPath);
         const std::size_t nLimited = layout.uMaxval < layout.pFormat->fullScale()
                                          ? layout.nWidth * layout.nHeight * layout.pFormat->nChannels
                                          : 0;

@@ -100,8 +100,8 @@ void addPair(CLI::App* pCommand, PairOptions& rPair) {
 }
 
 void addFileFormat(CLI::App* pCommand, std::string& rFormat, bool& rOverwrite) {
-    pCommand->add_option("--format", rFormat, "Files to write: pgm (ppm for colour) or tiff")
-        ->transform(oneOf({"pgm", "tiff"}))
+    pCommand->add_option("--format", rFormat, "Files to write: pgm (ppm for colour), tiff or png")
+        ->transform(oneOf({"pgm", "tiff", "png"}))
         ->capture_default_str();
     pCommand->add_flag("--overwrite", rOverwrite, "Replace files that exist");
 }
@@ -208,8 +208,13 @@ void CCommandLine::addRun() {
 }
 
 void CCommandLine::addCorrect() {
-    CLI::App* pCorrect = addCommand("correct", "Correct image files", [this] { return runCorrect(m_correct); });
-    pCorrect->add_option("FILES", m_correct.vecFiles, "Image files (PGM, PPM, TIFF)")->required();
+    CLI::App* pCorrect = addCommand(
+        "correct",
+        "Correct image files. Reading, correction and writing overlap; 4 frames are in memory at any time, and the "
+        "references",
+        [this] { return runCorrect(m_correct); });
+    pCorrect->add_option("FILES", m_correct.vecFiles, "Image files (PGM, PPM, TIFF, PNG), folders of them, or patterns")
+        ->required();
     addPair(pCorrect, m_correct.pair);
     pCorrect->add_option("-o,--out", m_correct.strOut, "Folder to write to; a source is never overwritten")
         ->required()

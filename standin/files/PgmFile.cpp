@@ -2,20 +2,24 @@
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // Reads binary PGM and PPM files.
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
-#include <fstream>
-#include <stdexcept>
-#include <vector>
+#include <cerrno>
 
 #include "standin/files/ImageFile.h"
+#include "standin/files/SampleBytes.h"
+#include "standin/files/TiffHandle.h"
 
 namespace XAPEL2 {
 namespace StandIn {
 
 namespace {
 
-// Comments included; no writer makes a header anywhere near this.
-constexpr std::size_t HEADER_BYTES_MAX = 65536;
+// Comments included; no writer makes a header anywhere near the longest.
+constexpr std::size_t HEADER_BYTES = 512, HEADER_BYTES_MAX = 65536;
 
 bool isSpace(char c) {
     return c == ' ' || (c >= '\t' && c <= '\r');
@@ -84,72 +88,115 @@ const PixelFormat* formatOfMaxval(uint32_t uMaxval) {
     return findPixelFormat("Mono16");
 }
 
-// Opens the file, leaves the stream at the first sample and checks that exactly the samples follow.
-ImageFileLayout openPgm(const std::string& strPath, std::ifstream& rFile) {
-    rFile.open(strPath, std::ios::binary);
-    if (!rFile) {
-        failImageFile(strPath, "cannot be opened");
+// Opens the file and checks that exactly the samples follow the header. What is read comes from one open file, whatever
+// takes its name meanwhile.
+class CPgmInput {
+public:
+    explicit CPgmInput(const std::string& strPath);
+
+    const ImageFileLayout& layout() const { return m_layout; }
+    void read(void* pBytes, std::size_t nBytes);
+
+private:
+    static int openFile(const std::string& strPath);
+    uint64_t sizeOfFile() const;
+
+    const std::string& m_strPath;
+    CFileDescriptor m_file;
+    uint64_t m_uPosition = 0;
+    ImageFileLayout m_layout;
+};
+
+int CPgmInput::openFile(const std::string& strPath) {
+    // Without O_NONBLOCK opening a pipe would wait for a writer.
+    const int iFile = open(strPath.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (iFile < 0) {
+        failImageFile(strPath, "cannot be opened: " + systemError());
     }
-    rFile.seekg(0, std::ios::end);
-    const auto nFileBytes = static_cast<uint64_t>(std::max<std::streamoff>(0, rFile.tellg()));
-    rFile.seekg(0);
-    std::string strText(static_cast<std::size_t>(std::min<uint64_t>(nFileBytes, HEADER_BYTES_MAX)), '\0');
-    rFile.read(&strText[0], static_cast<std::streamsize>(strText.size()));
-    if (!rFile) {
-        failImageFile(strPath, "cannot be read");
+    return iFile;
+}
+
+uint64_t CPgmInput::sizeOfFile() const {
+    struct stat status = {};
+    if (fstat(m_file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        failImageFile(m_strPath, "not a regular file");
     }
+    return static_cast<uint64_t>(status.st_size);
+}
+
+void CPgmInput::read(void* pBytes, std::size_t nBytes) {
+    for (std::size_t i = 0; i < nBytes;) {
+        const ssize_t nRead =
+            pread(m_file.get(), static_cast<char*>(pBytes) + i, nBytes - i, static_cast<off_t>(m_uPosition));
+        if (nRead < 0 && errno == EINTR) {
+            continue;
+        }
+        if (nRead <= 0) {
+            failImageFile(m_strPath, nRead < 0 ? "cannot be read: " + systemError() : "became shorter");
+        }
+        i += static_cast<std::size_t>(nRead);
+        m_uPosition += static_cast<uint64_t>(nRead);
+    }
+}
+
+CPgmInput::CPgmInput(const std::string& strPath) : m_strPath(strPath), m_file(openFile(strPath)) {
+    const uint64_t nFileBytes = sizeOfFile();
+    // Most headers are short, and a long one is read again as a whole.
+    std::string strText(static_cast<std::size_t>(std::min<uint64_t>(nFileBytes, HEADER_BYTES)), '\0');
+    read(strText.data(), strText.size());
     const bool bColour = strText.compare(0, 2, "P6") == 0;
     if (!bColour && strText.compare(0, 2, "P5") != 0) {
         failImageFile(strPath, "not a binary PGM (P5) or PPM (P6)");
     }
+    if (strText.find('#') != std::string::npos && nFileBytes > HEADER_BYTES) {
+        m_uPosition = 0;
+        strText.resize(static_cast<std::size_t>(std::min<uint64_t>(nFileBytes, HEADER_BYTES_MAX)));
+        read(strText.data(), strText.size());
+    }
 
     CPgmHeader header(strPath, strText);
-    ImageFileLayout layout;
-    layout.nWidth = header.number("width", IMAGE_SIDE_MAX);
-    layout.nHeight = header.number("height", IMAGE_SIDE_MAX);
-    layout.uMaxval = header.number("maxval", 65535);
-    layout.pFormat = bColour ? findPixelFormat("RGB8") : formatOfMaxval(layout.uMaxval);
-    if (layout.uMaxval > layout.pFormat->fullScale()) {
-        failImageFile(strPath, "three channels of more than 8 bits");
-    }
-    const uint64_t nExpected = header.end() + imageBytes(*layout.pFormat, layout.nWidth, layout.nHeight);
+    m_layout.nWidth = header.number("width", IMAGE_SIDE_MAX);
+    m_layout.nHeight = header.number("height", IMAGE_SIDE_MAX);
+    m_layout.uMaxval = header.number("maxval", 65535);
+    m_layout.pFormat =
+        bColour ? findPixelFormat(m_layout.uMaxval > 255 ? "RGB16" : "RGB8") : formatOfMaxval(m_layout.uMaxval);
+    m_uPosition = header.end();
+    const uint64_t nExpected = m_uPosition + imageBytes(*m_layout.pFormat, m_layout.nWidth, m_layout.nHeight);
     if (nFileBytes != nExpected) {
         failImageFile(strPath, std::string("PGM is ") + (nFileBytes < nExpected ? "truncated" : "too long") + ": " +
                                    std::to_string(nFileBytes) + " bytes instead of " + std::to_string(nExpected));
     }
-    rFile.seekg(static_cast<std::streamoff>(header.end()));
-    return layout;
 }
 
 }  // namespace
 
 ImageFileLayout pgmLayout(const std::string& strPath) {
-    std::ifstream file;
-    return openPgm(strPath, file);
+    return CPgmInput(strPath).layout();
 }
 
 void readPgm(const std::string& strPath, const ImageFileLayout& rLayout, void* pImage) {
-    std::ifstream file;
-    const std::string strDifference = layoutDifference(rLayout, openPgm(strPath, file));
+    CPgmInput input(strPath);
+    const std::string strDifference = layoutDifference(rLayout, input.layout());
     if (!strDifference.empty()) {
         failImageFile(strPath, "changed since it was opened: " + strDifference);
     }
-    file.read(static_cast<char*>(pImage),
-              static_cast<std::streamsize>(imageBytes(*rLayout.pFormat, rLayout.nWidth, rLayout.nHeight)));
-    if (!file) {
-        failImageFile(strPath, "cannot be read");
-    }
-
-    auto* pBytes = static_cast<uint8_t*>(pImage);
+    const bool bTwoBytes = rLayout.pFormat->nWireBits == 16;
+    const bool bLimited = rLayout.uMaxval < (bTwoBytes ? 65535U : 255U);
     const auto nSamples = static_cast<std::size_t>(rLayout.nWidth * rLayout.nHeight * rLayout.pFormat->nChannels);
+    const std::size_t nSampleBytes = bTwoBytes ? 2 : 1;
     uint32_t uLargest = 0;
-    if (rLayout.pFormat->nWireBits == 8) {
-        uLargest = *std::max_element(pBytes, pBytes + nSamples);
-    } else {
-        // The file has the high byte first, an image in memory the low one.
-        for (std::size_t i = 0; i < nSamples; ++i) {
-            std::swap(pBytes[2 * i], pBytes[2 * i + 1]);
-            uLargest = std::max(uLargest, static_cast<uint32_t>(pBytes[2 * i] | pBytes[2 * i + 1] << 8));
+    // Block by block, while the caches have it.
+    for (std::size_t i = 0; i < nSamples; i += SAMPLE_BLOCK) {
+        const std::size_t nBlock = std::min(SAMPLE_BLOCK, nSamples - i);
+        uint8_t* const pBlock = static_cast<uint8_t*>(pImage) + i * nSampleBytes;
+        input.read(pBlock, nBlock * nSampleBytes);
+        if (bTwoBytes) {
+            // The file has the high byte first, an image in memory the low one.
+            swapSamples(pBlock, nBlock, pBlock);
+        }
+        if (bLimited) {
+            uLargest = std::max<uint32_t>(uLargest,
+                                          bTwoBytes ? largestSample16(pBlock, nBlock) : largestSample(pBlock, nBlock));
         }
     }
     if (uLargest > rLayout.uMaxval) {

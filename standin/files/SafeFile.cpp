@@ -160,9 +160,10 @@ CSafeFile::~CSafeFile() {
     }
 }
 
-void CSafeFile::write(const std::string& strBytes) const {
-    for (std::size_t i = 0; i < strBytes.size();) {
-        const ssize_t nWritten = repeated([&] { return ::write(get(), strBytes.data() + i, strBytes.size() - i); });
+void CSafeFile::write(const void* pBytes, std::size_t nBytes) const {
+    for (std::size_t i = 0; i < nBytes;) {
+        const ssize_t nWritten =
+            repeated([&] { return ::write(get(), static_cast<const char*>(pBytes) + i, nBytes - i); });
         if (nWritten < 0) {
             failWithSystemError("cannot write");
         }

@@ -4,6 +4,7 @@
 
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 #include "standin/files/TiffHandle.h"
@@ -35,7 +36,8 @@ public:
     int get() const { return m_file.get(); }
 
     /// Appends. @throws CFileError
-    void write(const std::string& strBytes) const;
+    void write(const std::string& strBytes) const { write(strBytes.data(), strBytes.size()); }
+    void write(const void* pBytes, std::size_t nBytes) const;
 
     /// Gives the file its name; flushes the file before and the folder after it. The last call.
     /// @throws CFileError  nothing was saved; or only the folder could not be flushed, and the file is there.

@@ -2,6 +2,10 @@
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // Reads TIFF files.
 
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
 #include "standin/files/ImageFile.h"
 #include "standin/files/TiffInput.h"
 
@@ -9,6 +13,8 @@ namespace XAPEL2 {
 namespace StandIn {
 
 namespace {
+
+constexpr std::size_t PAGES_MAX = 10000;
 
 void require(bool bFine, const std::string& strText) {
     if (!bFine) {
@@ -19,21 +25,20 @@ void require(bool bFine, const std::string& strText) {
 const PixelFormat* formatOfTags(const CTiffInput& rTiff) {
     const uint16_t uBits = rTiff.tag(TIFFTAG_BITSPERSAMPLE);
     const uint16_t uSamples = rTiff.tag(TIFFTAG_SAMPLESPERPIXEL);
-    const bool bColour = uSamples == 3 && uBits == 8;
-    require(bColour || (uSamples == 1 && (uBits == 8 || uBits == 16)),
-            std::to_string(uSamples) + " samples of " + std::to_string(uBits) +
-                " bits; 1 of 8 or 16, or 3 of 8, can be replayed");
+    require((uSamples == 1 || uSamples == 3) && (uBits == 8 || uBits == 16),
+            std::to_string(uSamples) + " samples of " + std::to_string(uBits) + " bits; 1 or 3 of 8 or 16 can be used");
     require(rTiff.tag(TIFFTAG_SAMPLEFORMAT) == SAMPLEFORMAT_UINT, "the samples are not unsigned integers");
-    require(rTiff.tag(TIFFTAG_PHOTOMETRIC) == (bColour ? PHOTOMETRIC_RGB : PHOTOMETRIC_MINISBLACK),
-            bColour ? "three channels that are not RGB" : "not grey with black as 0");
-    return findPixelFormat(bColour ? "RGB8" : uBits == 8 ? "Mono8" : "Mono16");
+    require(rTiff.tag(TIFFTAG_PHOTOMETRIC) == (uSamples == 3 ? PHOTOMETRIC_RGB : PHOTOMETRIC_MINISBLACK),
+            uSamples == 3 ? "three channels that are not RGB" : "not grey with black as 0");
+    return findPixelFormat(std::string(uSamples == 3 ? "RGB" : "Mono") + (uBits == 8 ? "8" : "16"));
 }
 
-uint64_t rowBytes(const ImageFileLayout& rLayout) {
-    return imageBytes(*rLayout.pFormat, rLayout.nWidth, 1);
+uint64_t pixelBytes(const ImageFileLayout& rLayout) {
+    return imageBytes(*rLayout.pFormat, 1, 1);
 }
 
-ImageFileLayout layoutOf(const CTiffInput& rTiff) {
+// Of the present page.
+ImageFileLayout pageLayout(const CTiffInput& rTiff) {
     uint32_t nWidth = 0;
     uint32_t nHeight = 0;
     TIFFGetField(rTiff.get(), TIFFTAG_IMAGEWIDTH, &nWidth);
@@ -46,8 +51,47 @@ ImageFileLayout layoutOf(const CTiffInput& rTiff) {
     layout.nHeight = nHeight;
     layout.pFormat = formatOfTags(rTiff);
     layout.uMaxval = layout.pFormat->fullScale();
-    rTiff.checkStrips(layout.nHeight, rowBytes(layout));
-    require(TIFFLastDirectory(rTiff.get()) != 0, "more than one image");
+    rTiff.checkImage(layout.nWidth, layout.nHeight, pixelBytes(layout));
+    return layout;
+}
+
+// A small picture of another page, or a mask for it.
+bool isSideImage(const CTiffInput& rTiff) {
+    uint32_t uKind = 0;
+    TIFFGetFieldDefaulted(rTiff.get(), TIFFTAG_SUBFILETYPE, &uKind);
+    return (uKind & (FILETYPE_REDUCEDIMAGE | FILETYPE_MASK)) != 0;
+}
+
+// ImageJ writes stacks above 4 GB as one page and tells in words how many images follow it.
+void refuseHiddenImages(const CTiffInput& rTiff) {
+    const char* pText = nullptr;
+    if (TIFFGetField(rTiff.get(), TIFFTAG_IMAGEDESCRIPTION, &pText) != 1 || pText == nullptr) {
+        return;
+    }
+    const char* const pCount = std::strncmp(pText, "ImageJ=", 7) == 0 ? std::strstr(pText, "\nimages=") : nullptr;
+    require(pCount == nullptr || std::strtol(pCount + 8, nullptr, 10) <= 1,
+            "a stack above 4 GB, of which only the first image can be found; save it in parts");
+}
+
+ImageFileLayout layoutOf(CTiffInput& rTiff) {
+    ImageFileLayout layout = pageLayout(rTiff);
+    std::vector<uint64_t> vecPages = {rTiff.place()};
+    while (rTiff.nextPage()) {
+        if (isSideImage(rTiff)) {
+            continue;
+        }
+        require(vecPages.size() < PAGES_MAX, "more than " + std::to_string(PAGES_MAX) + " pages");
+        const std::string strDifference = layoutDifference(layout, pageLayout(rTiff));
+        require(strDifference.empty(),
+                "page " + std::to_string(vecPages.size() + 1) + " differs from the first one: " + strDifference);
+        vecPages.push_back(rTiff.place());
+    }
+    if (vecPages.size() > 1) {
+        layout.vecPages = std::move(vecPages);
+    } else {
+        rTiff.goTo(vecPages[0]);
+        refuseHiddenImages(rTiff);
+    }
     return layout;
 }
 
@@ -55,7 +99,8 @@ ImageFileLayout layoutOf(const CTiffInput& rTiff) {
 template <typename Use>
 auto withTiff(const std::string& strPath, Use fnUse) {
     try {
-        return fnUse(CTiffInput(strPath));
+        CTiffInput tiff(strPath);
+        return fnUse(tiff);
     } catch (const CFileError& rError) {
         failImageFile(strPath, std::string("TIFF cannot be used: ") + rError.what());
     }
@@ -67,11 +112,14 @@ ImageFileLayout tiffLayout(const std::string& strPath) {
     return withTiff(strPath, layoutOf);
 }
 
-void readTiff(const std::string& strPath, const ImageFileLayout& rLayout, void* pImage) {
-    withTiff(strPath, [&](const CTiffInput& rTiff) {
-        const std::string strDifference = layoutDifference(rLayout, layoutOf(rTiff));
+void readTiff(const std::string& strPath, const ImageFileLayout& rLayout, void* pImage, std::size_t iPage) {
+    withTiff(strPath, [&](CTiffInput& rTiff) {
+        if (iPage < rLayout.vecPages.size()) {
+            rTiff.goTo(rLayout.vecPages[iPage]);
+        }
+        const std::string strDifference = layoutDifference(rLayout, pageLayout(rTiff));
         require(strDifference.empty(), "changed since it was opened: " + strDifference);
-        rTiff.read(rLayout.nHeight, rowBytes(rLayout), pImage);
+        rTiff.readImage(rLayout.nWidth, rLayout.nHeight, pixelBytes(rLayout), pImage);
     });
 }
 

@@ -30,7 +30,8 @@ CTiffHandle::CTiffHandle(int iFile, const char* strMode, uint64_t nBytes) : m_iF
     if (!pOptions) {
         throw std::bad_alloc();
     }
-    TIFFOpenOptionsSetMaxSingleMemAlloc(pOptions, ALLOCATION_MAX);
+    constexpr uint64_t ROUNDED = 65536;  // the library takes whole kilobytes
+    TIFFOpenOptionsSetMaxSingleMemAlloc(pOptions, static_cast<tmsize_t>(std::max(ALLOCATION_MAX, nBytes + ROUNDED)));
     TIFFOpenOptionsSetErrorHandlerExtR(pOptions, onError, this);
     TIFFOpenOptionsSetWarningHandlerExtR(pOptions, onWarning, this);
     m_pTiff.reset(

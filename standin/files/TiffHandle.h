@@ -66,9 +66,10 @@ private:
     static int onClose(thandle_t) { return 0; }
     static toff_t onSize(thandle_t pThis) { return static_cast<CTiffHandle*>(pThis)->m_nBytes; }
 
-    // Most memory of one allocation by the TIFF library: tag arrays, and strips that are written. Version 4.5.0 has no
-    // limit for all of them together: what a file can make it keep is bounded by CTiffInput.
-    static constexpr tmsize_t ALLOCATION_MAX = 4 << 20;
+    // Most memory of one allocation by the TIFF library: tag arrays, strips that are written, and packed strips that
+    // are read, which may be the whole file. Version 4.5.0 has no limit for all of them together: what a file can make
+    // it keep is bounded by CTiffInput.
+    static constexpr uint64_t ALLOCATION_MAX = 4U << 20;
 
     const int m_iFile;
     uint64_t m_nBytes;

@@ -11,7 +11,10 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <vector>
+
+#include "standin/files/ImageFile.h"
 
 namespace XAPEL2 {
 namespace StandIn {
@@ -19,6 +22,8 @@ namespace StandIn {
 namespace {
 
 constexpr uint64_t DIRECTORY_ENTRIES_MAX = 64;
+constexpr uint32_t TILE_SIDE_MAX = 8192;
+constexpr uint64_t TILE_BYTES_MAX = 16U << 20;
 
 void require(bool bGood, const char* strElse) {
     if (!bGood) {
@@ -111,6 +116,11 @@ bool CTiffInput::nextPage() {
     return true;
 }
 
+void CTiffInput::goTo(uint64_t uPlace) {
+    m_uNextPage = checkDirectory(m_file.get(), m_nFileBytes, uPlace);
+    m_tiff.check(TIFFSetSubDirectory(get(), uPlace) == 1, "the page cannot be read");
+}
+
 uint16_t CTiffInput::tag(uint32_t uTag) const {
     uint16_t uValue = 0;
     TIFFGetFieldDefaulted(get(), uTag, &uValue);
@@ -123,12 +133,83 @@ uint64_t CTiffInput::rowsPerStrip(uint64_t nHeight) const {
     return std::min<uint64_t>(nRows, nHeight);
 }
 
-void CTiffInput::checkStrips(uint64_t nHeight, uint64_t nRowBytes) const {
-    require(tag(TIFFTAG_COMPRESSION) == COMPRESSION_NONE, "the samples are compressed");
-    require(!TIFFIsTiled(get()), "the samples are in tiles");
+void CTiffInput::checkOrder() const {
     require(tag(TIFFTAG_PLANARCONFIG) == PLANARCONFIG_CONTIG, "the samples are in planes");
     require(tag(TIFFTAG_ORIENTATION) == ORIENTATION_TOPLEFT, "the image does not begin at the top left");
     require(tag(TIFFTAG_FILLORDER) == FILLORDER_MSB2LSB, "the bits are in reverse order");
+}
+
+void CTiffInput::checkPlaces(uint64_t nCount) const {
+    for (uint64_t i = 0; i < nCount; ++i) {
+        const uint64_t uOffset = TIFFGetStrileOffset(get(), static_cast<uint32_t>(i));
+        const uint64_t nFound = TIFFGetStrileByteCount(get(), static_cast<uint32_t>(i));
+        require(nFound != 0 && uOffset <= m_nFileBytes && nFound <= m_nFileBytes - uOffset,
+                "a part of the image lies outside the file");
+    }
+}
+
+std::array<uint32_t, 2> CTiffInput::tileSize() const {
+    std::array<uint32_t, 2> aSides{};
+    TIFFGetField(get(), TIFFTAG_TILEWIDTH, &aSides[0]);
+    TIFFGetField(get(), TIFFTAG_TILELENGTH, &aSides[1]);
+    return aSides;
+}
+
+void CTiffInput::checkImage(uint64_t nWidth, uint64_t nHeight, uint64_t nPixelBytes) const {
+    const uint16_t uPacking = tag(TIFFTAG_COMPRESSION);
+    const bool bTiled = TIFFIsTiled(get()) != 0;
+    if (uPacking == COMPRESSION_NONE && !bTiled) {
+        return checkStrips(nHeight, nWidth * nPixelBytes);
+    }
+    require(uPacking == COMPRESSION_NONE || uPacking == COMPRESSION_LZW || uPacking == COMPRESSION_ADOBE_DEFLATE ||
+                uPacking == COMPRESSION_DEFLATE || uPacking == COMPRESSION_PACKBITS,
+            "the samples are packed by another way than LZW, Deflate and PackBits");
+    checkOrder();
+    require(nWidth * nHeight * nPixelBytes <= unpackedMax(m_nFileBytes),
+            "the image is too large for such a small file");
+    if (!bTiled) {
+        const uint64_t nRows = rowsPerStrip(nHeight);
+        require(nRows != 0, "the strips have no rows");
+        require(TIFFScanlineSize64(get()) == nWidth * nPixelBytes, "the rows have a wrong size");
+        require(TIFFNumberOfStrips(get()) == (nHeight + nRows - 1) / nRows, "wrong number of strips");
+        return checkPlaces(TIFFNumberOfStrips(get()));
+    }
+    const auto [nTileWidth, nTileHeight] = tileSize();
+    require(nTileWidth != 0 && nTileHeight != 0 && nTileWidth <= TILE_SIDE_MAX && nTileHeight <= TILE_SIDE_MAX,
+            "the tiles have an impossible size");
+    const uint64_t nTileBytes = nTileWidth * nPixelBytes * nTileHeight;
+    require(nTileBytes <= TILE_BYTES_MAX && TIFFTileSize64(get()) == nTileBytes, "the tiles have a wrong size");
+    const uint64_t nTiles = ((nWidth + nTileWidth - 1) / nTileWidth) * ((nHeight + nTileHeight - 1) / nTileHeight);
+    require(TIFFNumberOfTiles(get()) == nTiles, "wrong number of tiles");
+    require(nTiles * nTileBytes <= unpackedMax(m_nFileBytes), "the tiles are too large for such a small file");
+    checkPlaces(nTiles);
+}
+
+void CTiffInput::readImage(uint64_t nWidth, uint64_t nHeight, uint64_t nPixelBytes, void* pImage) const {
+    const uint64_t nRowBytes = nWidth * nPixelBytes;
+    if (!TIFFIsTiled(get())) {
+        return read(nHeight, nRowBytes, pImage);
+    }
+    const auto [nTileWidth, nTileHeight] = tileSize();
+    std::vector<uint8_t> vecTile(nTileWidth * nPixelBytes * nTileHeight);
+    uint32_t iTile = 0;
+    for (uint64_t iY = 0; iY < nHeight; iY += nTileHeight) {
+        for (uint64_t iX = 0; iX < nWidth; iX += nTileWidth, ++iTile) {
+            const auto nBytes = static_cast<tmsize_t>(vecTile.size());
+            m_tiff.check(TIFFReadEncodedTile(get(), iTile, vecTile.data(), nBytes) == nBytes, "cannot read a tile");
+            const uint64_t nCopied = std::min<uint64_t>(nTileWidth, nWidth - iX) * nPixelBytes;
+            for (uint64_t iRow = 0; iRow < std::min<uint64_t>(nTileHeight, nHeight - iY); ++iRow) {
+                std::memcpy(static_cast<uint8_t*>(pImage) + (iY + iRow) * nRowBytes + iX * nPixelBytes,
+                            vecTile.data() + iRow * nTileWidth * nPixelBytes, nCopied);
+            }
+        }
+    }
+}
+
+void CTiffInput::checkStrips(uint64_t nHeight, uint64_t nRowBytes) const {
+    require(tag(TIFFTAG_COMPRESSION) == COMPRESSION_NONE, "the samples are compressed");
+    require(!TIFFIsTiled(get()), "the samples are in tiles");
+    checkOrder();
     require(nHeight != 0 && nRowBytes != 0 && nHeight <= m_nFileBytes / nRowBytes,
             "the file is too short for its samples");
     require(TIFFScanlineSize64(get()) == nRowBytes, "the rows have a wrong size");
@@ -151,7 +232,7 @@ void CTiffInput::read(uint64_t nHeight, uint64_t nRowBytes, void* pImage) const 
     auto* pBytes = static_cast<uint8_t*>(pImage);
     uint32_t iStrip = 0;
     for (uint64_t iY = 0; iY < nHeight; iY += nRows, ++iStrip) {
-        // Straight to its place, since nothing is compressed: the library keeps no copy of the strip.
+        // Straight to its place: where nothing is packed the library keeps no copy of the strip.
         const auto nBytes = static_cast<tmsize_t>(std::min(nRows, nHeight - iY) * nRowBytes);
         m_tiff.check(TIFFReadEncodedStrip(get(), iStrip, pBytes, nBytes) == nBytes, "cannot read the samples");
         pBytes += nBytes;

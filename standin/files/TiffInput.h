@@ -4,6 +4,7 @@
 
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
 
@@ -25,6 +26,11 @@ public:
     /// @throws CFileError
     bool nextPage();
 
+    /// The place of the present directory in the file; and goes to the one that stands there, checked as the first one
+    /// was. @throws CFileError
+    uint64_t place() const { return TIFFCurrentDirOffset(get()); }
+    void goTo(uint64_t uPlace);
+
     TIFF* get() const { return m_tiff.get(); }
 
     /// The value of a tag with a 16-bit value, its default where the file has none, 0 where there is neither.
@@ -39,8 +45,17 @@ public:
     /// @throws CFileError  the memory at pImage may be written in part.
     void read(uint64_t nHeight, uint64_t nRowBytes, void* pImage) const;
 
+    /// The same for images in tiles, or packed by LZW, Deflate or PackBits: an image takes unpackedMax() bytes at most.
+    /// @throws CFileError
+    void checkImage(uint64_t nWidth, uint64_t nHeight, uint64_t nPixelBytes) const;
+    /// @throws CFileError  the memory at pImage may be written in part.
+    void readImage(uint64_t nWidth, uint64_t nHeight, uint64_t nPixelBytes, void* pImage) const;
+
 private:
     uint64_t rowsPerStrip(uint64_t nHeight) const;
+    void checkOrder() const;
+    void checkPlaces(uint64_t nCount) const;
+    std::array<uint32_t, 2> tileSize() const;
 
     CFileDescriptor m_file;
     uint64_t m_nFileBytes;

@@ -54,6 +54,7 @@ const std::vector<PixelFormat>& pixelFormats() {
         {"BayerBG12Packed", 0x010C002D, 12, 12, 1, "BGGR", true},
         {"RGB8", 0x02180014, 8, 8, 3, ""},
         {"BGR8", 0x02180015, 8, 8, 3, ""},
+        {"RGB16", 0x02300033, 16, 16, 3, ""},
     };
     return s_vecFormats;
 }

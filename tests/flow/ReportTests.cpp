@@ -94,6 +94,27 @@ TEST_F(Report, FiguresAreOfFramesOutsideTheReference) {
     EXPECT_THAT(strPage, Not(HasSubstr("://"))) << "an address";
 }
 
+// By content: once the first ones of any folder were taken for those of the reference.
+TEST_F(Report, FramesOfTheReferenceAreKnownWhereverTheyStand) {
+    const std::string strDevice = writeFrames();
+    recordPair(strDevice, FRAMES / 2);
+    const fs::path frames = strDevice.substr(strDevice.find(':') + 1), other = m_Folder / "other";
+    fs::create_directories(other);
+    for (unsigned i = 0; i < FRAMES; ++i) {
+        const std::string strName = "_" + std::to_string(i) + ".pgm";
+        fs::copy(frames / ("dark" + strName), other / ("dark" + strName));
+        if (i >= FRAMES / 2) {  // of the light ones those that the reference did not take
+            fs::copy(frames / ("light" + strName), other / ("light" + strName));
+        }
+    }
+    const json others = report("replay:" + other.string());
+    EXPECT_EQ(others.at("frames"), json({{"dark", 4}, {"light", 4}}));
+    EXPECT_EQ(others.at("selfTest"), false);
+    fs::copy(frames / "light_0.pgm", other / "light_9.pgm");
+    EXPECT_EQ(report("replay:" + other.string()).at("before").at("classes"), others.at("before").at("classes"))
+        << "a frame of the reference is left out, last as it is";
+}
+
 TEST_F(Report, TellsTheFramesRecordedNotThoseAskedFor) {
     const std::string strDevice = writeFrames();
     for (const char* pKind : {"dark", "light"}) {
@@ -165,5 +186,6 @@ TEST_F(Report, ReferencesOfAnotherCameraMissTheirPrediction) {
     for (const json& rFinding : other.at("findings")) {
         vecIds.push_back(rFinding.at("id"));
     }
-    EXPECT_THAT(vecIds, ElementsAre("few-frames", "measured-missed", "measured-dark-worse"));
+    EXPECT_THAT(vecIds,
+                ElementsAre("few-frames", "other-camera", "other-camera", "measured-missed", "measured-dark-worse"));
 }

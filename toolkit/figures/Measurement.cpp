@@ -5,8 +5,11 @@
 #include "toolkit/figures/Measurement.h"
 
 #include <algorithm>
+#include <numeric>
+#include <set>
 #include <stdexcept>
 
+#include "toolkit/frames/ContentHash.h"
 #include "toolkit/sessions/Recording.h"
 
 namespace XAPEL2 {
@@ -14,11 +17,20 @@ namespace Toolkit {
 
 namespace {
 
+std::vector<uint64_t> firstFrames(uint64_t iFirst, uint64_t nFrames) {
+    std::vector<uint64_t> vecFrames(nFrames);
+    std::iota(vecFrames.begin(), vecFrames.end(), iFirst);
+    return vecFrames;
+}
+
 class CMeasurement {
 public:
     CMeasurement(CSession& rSession, IProgress& rProgress) : m_rSession(rSession), m_rProgress(rProgress) {}
 
-    SceneFrames measure(const char* pScene, uint64_t iFirst, uint64_t nFrames, const PairSink& fnPair = {});
+    SceneFrames measure(const char* pScene, const std::vector<uint64_t>& rFrames, const PairSink& fnPair = {});
+    /// The frames of a scene with nFrames that this reference was not made of, nTest at most.
+    std::vector<uint64_t> framesBeside(const char* pScene, uint64_t nFrames,
+                                       const std::optional<StandIn::ReferenceImage>& rReference, uint64_t nTest);
 
     MeasuredFrames m_result;
 
@@ -43,17 +55,42 @@ FramePair CMeasurement::fetchPair(uint64_t iFrame) {
     return {std::move(raw), std::move(corrected)};
 }
 
-SceneFrames CMeasurement::measure(const char* pScene, uint64_t iFirst, uint64_t nFrames, const PairSink& fnPair) {
+std::vector<uint64_t> CMeasurement::framesBeside(const char* pScene, uint64_t nFrames,
+                                                 const std::optional<StandIn::ReferenceImage>& rReference,
+                                                 uint64_t nTest) {
+    std::multiset<std::string> setKnown = rReference ? frameHashes(*rReference) : std::multiset<std::string>();
+    if (setKnown.empty() || nFrames == SceneCounts::ENDLESS) {
+        const uint64_t nTaken = rReference ? framesTaken(*rReference) : 0;
+        return firstFrames(nTaken, framesLeft(nFrames, nTaken, nTest));
+    }
+    m_rSession.selectScene(pScene);
+    m_rSession.shading().SetEnable(false);
+    std::vector<uint64_t> vecFrames;
+    for (uint64_t i = 0; i < nFrames && vecFrames.size() < nTest; ++i) {
+        const Frame frame = m_rSession.fetchFrame(i);
+        const StandIn::ImageLayout layout{frame.pFormat, frame.nWidth, frame.nHeight};
+        // Of two frames that are the same to the last bit the reference has but one.
+        const auto it = setKnown.find(frameHash(layout, frame.vecSamples.data()));
+        if (it != setKnown.end()) {
+            setKnown.erase(it);
+        } else {
+            vecFrames.push_back(i);
+        }
+    }
+    return vecFrames;
+}
+
+SceneFrames CMeasurement::measure(const char* pScene, const std::vector<uint64_t>& rFrames, const PairSink& fnPair) {
     SceneFrames result;
-    if (nFrames == 0) {
+    if (rFrames.empty()) {
         return result;
     }
     if (m_rSession.hasScenes()) {
         m_rSession.selectScene(pScene);
     }
     std::optional<CFrameStack> before, after;
-    for (uint64_t i = 0; i < nFrames; ++i) {
-        result.shown = fetchPair(iFirst + i);
+    for (std::size_t i = 0; i < rFrames.size(); ++i) {
+        result.shown = fetchPair(rFrames[i]);
         const Frame& rRaw = result.shown->raw;
         if (!before) {
             const StandIn::ImageLayout layout{rRaw.pFormat, rRaw.nWidth, rRaw.nHeight};
@@ -65,7 +102,7 @@ SceneFrames CMeasurement::measure(const char* pScene, uint64_t iFirst, uint64_t 
         if (fnPair) {
             fnPair(*result.shown);
         }
-        m_rProgress.show("measuring, frames without and with correction", i + 1, nFrames);
+        m_rProgress.show("measuring, frames without and with correction", i + 1, rFrames.size());
     }
     result.before = before->mean();
     result.after = after->mean();
@@ -119,15 +156,14 @@ MeasuredFrames measureFrames(CSession& rSession, const JudgedPair& rPair, uint64
     CMeasurement measurement(rSession, rProgress);
     MeasuredFrames& rResult = measurement.m_result;
     if (!rSession.hasScenes()) {
-        rResult.light = measurement.measure("Light", 0, nTest, fnPair);
+        rResult.light = measurement.measure("Light", firstFrames(0, nTest), fnPair);
         return rResult;
     }
     const SceneCounts counts = countFrames(rSession);
-    const uint64_t nDark = rPair.dark ? framesTaken(*rPair.dark) : 0;
-    const uint64_t nLight = rPair.light ? framesTaken(*rPair.light) : 0;
-    rResult.dark = measurement.measure("Dark", nDark, framesLeft(counts.nDark, nDark, nTest));
-    rResult.light = measurement.measure("Light", nLight, framesLeft(counts.nLight, nLight, nTest), fnPair);
-    rResult.scene = measurement.measure("Scene", 0, framesLeft(counts.nScene, 0, nScene), fnPair);
+    rResult.dark = measurement.measure("Dark", measurement.framesBeside("Dark", counts.nDark, rPair.dark, nTest));
+    rResult.light =
+        measurement.measure("Light", measurement.framesBeside("Light", counts.nLight, rPair.light, nTest), fnPair);
+    rResult.scene = measurement.measure("Scene", firstFrames(0, framesLeft(counts.nScene, 0, nScene)), fnPair);
     return rResult;
 }
 

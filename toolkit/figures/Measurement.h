@@ -68,7 +68,9 @@ PairOptions recordPair(CSession& rSession, uint64_t nReference, uint64_t nTest, 
 /// What else is done with each pair of frames of the light and the scene.
 using PairSink = std::function<void(const FramePair&)>;
 
-/// Fetches the dark and the light frames that are not in the references, nTest at most, and the first nScene of the
+/// Fetches the dark and the light frames that are not in the references, nTest at most: of recorded frames those that
+/// no reference tells of by their content (a reference that tells of none took the first ones), of an endless camera
+/// later ones; and the first nScene of the
 /// scene, each twice: a camera with scenes delivers the same frame again, another one the next two. A camera without
 /// scenes shows what it is pointed at, an even target.
 /// @param[in] rPair  applied to the session.

@@ -18,12 +18,14 @@ namespace fs = std::filesystem;
 CFrameWriter::CFrameWriter(const fs::path& rFolder, const std::string& strFormat, bool bOverwrite,
                            const CSourceFiles& rSources)
     : m_folder(rFolder),
-      m_eKind(strFormat == "tiff" ? eTiff : ePixmap),
+      m_eKind(strFormat == "tiff"  ? eTiff
+              : strFormat == "png" ? ePng
+                                   : ePixmap),
       m_bOverwrite(bOverwrite),
       m_sources(rSources) {}
 
-void CFrameWriter::requireFree(const Frame& rFrame) const {
-    const fs::path file = frameFile(m_folder, rFrame, m_eKind);
+void CFrameWriter::requireFree(const std::string& strName, const StandIn::PixelFormat& rFormat) const {
+    const fs::path file = frameFile(m_folder, strName, rFormat, m_eKind);
     m_sources.requireOther(file);
     if (m_written.count(file) != 0) {
         throw CUsageError(file.string() + " would be written twice; two sources have this name");
@@ -34,19 +36,22 @@ void CFrameWriter::requireFree(const Frame& rFrame) const {
     }
 }
 
-fs::path CFrameWriter::write(const Frame& rFrame) {
-    requireFree(rFrame);
-    try {
-        fs::create_directories(m_folder);
-    } catch (const fs::filesystem_error& rError) {
-        throw std::runtime_error("folder " + m_folder.string() + " cannot be made: " + rError.code().message());
-    }
+fs::path CFrameWriter::reserve(const std::string& strName, const StandIn::PixelFormat& rFormat) {
+    requireFree(strName, rFormat);
     if (m_written.empty()) {
+        try {
+            fs::create_directories(m_folder);
+        } catch (const fs::filesystem_error& rError) {
+            throw std::runtime_error("folder " + m_folder.string() + " cannot be made: " + rError.code().message());
+        }
         StandIn::takeAwayLeftOvers(m_folder);
     }
-    fs::path file = writeFrame(m_folder, rFrame, m_eKind);
-    m_written.insert(file);
-    return file;
+    return *m_written.insert(frameFile(m_folder, strName, rFormat, m_eKind)).first;
+}
+
+fs::path CFrameWriter::write(const Frame& rFrame) {
+    reserve(rFrame.strName, *rFrame.pFormat);
+    return writeFrame(m_folder, rFrame, m_eKind);
 }
 
 }  // namespace Toolkit

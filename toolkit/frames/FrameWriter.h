@@ -19,16 +19,22 @@ namespace Toolkit {
 /// @threads one object per thread.
 class CFrameWriter {
 public:
-    /// @param[in] strFormat  "pgm" or "tiff".
+    /// @param[in] strFormat  "pgm", "tiff" or "png".
     CFrameWriter(const std::filesystem::path& rFolder, const std::string& strFormat, bool bOverwrite,
                  const CSourceFiles& rSources);
 
-    /// Throws when this frame may not be written.
-    /// @throws CUsageError  says which file is in the way; CFileExistsError where it could be replaced.
-    void requireFree(const Frame& rFrame) const;
+    eFrameFile kind() const { return m_eKind; }
 
-    /// Writes a frame, making the folder where it is missing.
+    /// Throws when a frame of this name may not be written.
+    /// @throws CUsageError  says which file is in the way; CFileExistsError where it could be replaced.
+    void requireFree(const std::string& strName, const StandIn::PixelFormat& rFormat) const;
+
+    /// The file for a frame of this name, which is taken from now on; makes the folder where it is missing.
     /// @throws CUsageError         as requireFree().
+    /// @throws std::runtime_error  the folder cannot be made; names it.
+    std::filesystem::path reserve(const std::string& strName, const StandIn::PixelFormat& rFormat);
+
+    /// Reserves a file and writes the frame.
     /// @throws std::runtime_error  it cannot be written; names the file.
     std::filesystem::path write(const Frame& rFrame);
 

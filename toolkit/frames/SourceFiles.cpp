@@ -48,9 +48,13 @@ void CSourceFiles::addDevice(const std::string& strDevice) {
     }
 }
 
-void CSourceFiles::requireOther(const fs::path& rFile) const {
+bool CSourceFiles::contains(const fs::path& rFile) const {
     FileId id;
-    if (identify(rFile, id) && m_files.count(id) != 0) {
+    return identify(rFile, id) && m_files.count(id) != 0;
+}
+
+void CSourceFiles::requireOther(const fs::path& rFile) const {
+    if (contains(rFile)) {
         throw CUsageError(rFile.string() +
                           " is a source and is not overwritten; choose another place for what is written");
     }

@@ -23,6 +23,8 @@ public:
     /// Adds the files that this device replays; none for any other device.
     void addDevice(const std::string& strDevice);
 
+    bool contains(const std::filesystem::path& rFile) const;
+
     /// @throws CUsageError  the file is one of them; names it.
     void requireOther(const std::filesystem::path& rFile) const;
 

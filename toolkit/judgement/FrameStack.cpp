@@ -159,8 +159,12 @@ ColourPlane colourPlane(const StandIn::ImageLayout& rLayout, const std::vector<f
     ColourPlane plane;
     plane.vecSamples.reserve(vecSamples.size() / colourClasses(*rLayout.pFormat) + nPerRow);
     for (std::size_t iRow = iFirstRow; iRow < rLayout.nHeight; iRow += nRowStep) {
-        for (std::size_t iColumn = iFirstColumn; iColumn < nPerRow; iColumn += nColumnStep) {
-            plane.vecSamples.push_back(vecSamples[iRow * nPerRow + iColumn]);
+        const float* const pRow = vecSamples.data() + iRow * nPerRow;
+        if (nColumnStep == 1) {
+            plane.vecSamples.insert(plane.vecSamples.end(), pRow, pRow + nPerRow);
+        }
+        for (std::size_t i = iFirstColumn; nColumnStep > 1 && i < nPerRow; i += nColumnStep) {
+            plane.vecSamples.push_back(pRow[i]);
         }
         ++plane.nRows;
     }

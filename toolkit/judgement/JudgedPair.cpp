@@ -4,6 +4,7 @@
 
 #include "toolkit/judgement/JudgedPair.h"
 
+#include <future>
 #include <stdexcept>
 
 #include "toolkit/text/Errors.h"
@@ -47,18 +48,26 @@ StandIn::ReferenceImage readReference(const std::string& strFile) {
 }
 
 JudgedPair judge(const PairOptions& rPair) {
+    using StandIn::ReferenceImage;
     JudgedPair result;
-    if (!rPair.strDark.empty()) {
-        result.dark = readKind(rPair.strDark, StandIn::eReferenceDark);
-        result.darkJudgement = judgeReference(*result.dark);
-    }
-    if (!rPair.strLight.empty()) {
-        result.light = readKind(rPair.strLight, StandIn::eReferenceLight);
-        result.lightJudgement = judgeReference(*result.light, result.dark ? &*result.dark : nullptr);
+    const auto fnRead = [](const std::string& strFile, StandIn::eReferenceKind eKind) {
+        return strFile.empty() ? std::optional<ReferenceImage>() : readKind(strFile, eKind);
+    };
+    // Dark and light do not wait for each other, nor the pair for either: each takes its share of a second.
+    auto later = std::async(fnRead, rPair.strLight, StandIn::eReferenceLight);
+    result.dark = fnRead(rPair.strDark, StandIn::eReferenceDark);
+    result.light = later.get();
+    const ReferenceImage* const pDark = result.dark ? &*result.dark : nullptr;
+    auto light = std::async([&] {
+        return result.light ? std::optional<ReferenceJudgement>(judgeReference(*result.light, pDark)) : std::nullopt;
+    });
+    if (pDark != nullptr) {
+        result.darkJudgement = judgeReference(*pDark);
     }
     if (result.dark && result.light) {
         result.pair = judgePair(*result.dark, *result.light);
     }
+    result.lightJudgement = light.get();
     return result;
 }
 

@@ -42,6 +42,7 @@ double meanOf(const std::vector<double>& rValues) {
     }
     return dSum / static_cast<double>(rValues.size());
 }
+const char* const THE_LIGHT_ONE = "the light one with";
 
 double meanOfSamples(const std::vector<float>& rSamples) {
     double dSum = 0.0;
@@ -260,10 +261,34 @@ void judgeNoiseOfPair(const PairFigures& rFigures, const MeanImage& rLight, Find
     }
 }
 
+std::string cameraText(const CameraSettings& rSettings, bool bModel) {
+    if (!bModel) {
+        return "the camera with serial number " + rSettings.strSerial;
+    }
+    return rSettings.strModel + (rSettings.strSerial.empty() ? "" : " (serial number " + rSettings.strSerial + ")");
+}
+
+/// Pixels differ from one camera to the next, so a reference of another one corrects nothing of them. Where one of the
+/// two does not tell, nothing is said. @param[in] strFirst,strSecond  as of compareSettings().
+void compareCameras(const CameraSettings& rFirst, const CameraSettings& rSecond, const std::string& strFirst,
+                    const std::string& strSecond, Findings& rFindings) {
+    const auto fnDiffer = [](const std::string& a, const std::string& b) { return !a.empty() && !b.empty() && a != b; };
+    const bool bModel = fnDiffer(rFirst.strModel, rSecond.strModel);
+    if (!bModel && !fnDiffer(rFirst.strSerial, rSecond.strSerial)) {
+        return;
+    }
+    const bool bPair = strSecond == THE_LIGHT_ONE;
+    rFindings.push_back({eWarning, "other-camera",
+                         strFirst + " " + cameraText(rFirst, bModel) + ", " +
+                             (bPair ? strSecond + " " : std::string("this is ")) + cameraText(rSecond, bModel) + ".",
+                         "Take references of this very camera: the pixels of another one differ."});
+}
+
 /// @param[in] strFirst,strSecond  say whose settings they are: "The dark reference was taken with", "the camera is set
 /// to".
 void compareSettings(const CameraSettings& rFirst, const CameraSettings& rSecond, const std::string& strFirst,
                      const std::string& strSecond, const char* pAdvice, Findings& rFindings) {
+    compareCameras(rFirst, rSecond, strFirst, strSecond, rFindings);
     std::string strUntold;
     for (const std::string& rName : cameraSettingNames()) {
         if (!rFirst.has(rName) || !rSecond.has(rName)) {
@@ -357,7 +382,7 @@ PairJudgement judgePair(const StandIn::ReferenceImage& rDark, const StandIn::Ref
                                       "Take a larger region to judge by."});
     }
     compareSettings(cameraSettingsFromJson(rDark.strCamera), cameraSettingsFromJson(rLight.strCamera),
-                    "The dark reference was taken with", "the light one with", RECORD_AGAIN, result.vecFindings);
+                    "The dark reference was taken with", THE_LIGHT_ONE, RECORD_AGAIN, result.vecFindings);
     judgeNoiseOfPair(rFigures, light, result.vecFindings);
     const Findings vecDark = judgeDarkPattern(rDark);
     result.vecFindings.insert(result.vecFindings.end(), vecDark.begin(), vecDark.end());

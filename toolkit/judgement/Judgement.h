@@ -91,8 +91,8 @@ PairJudgement judgePair(const StandIn::ReferenceImage& rDark, const StandIn::Ref
                         const std::vector<double>& rGains = {});
 
 /// Compares a reference with the camera that is to be corrected: another size or layout is refused for good, another
-/// offset, binning or mirror is refused, another exposure or gain is warned about. Of settings that one of the two does
-/// not tell nothing is said but one note.
+/// offset, binning or mirror is refused, another exposure, gain or camera is warned about. Of settings that one of the
+/// two does not tell nothing is said but one note.
 /// @param[in] strWhat  how the texts name the reference, such as "the dark reference".
 /// @param[in] bFiles   the frames come from image files, and the texts say so.
 Findings compareWithCamera(const std::string& strWhat, const StandIn::ReferenceImage& rReference,

@@ -32,6 +32,14 @@ std::string settingsText(const CameraSettings& rSettings) {
     return strText.empty() ? "unknown" : strText;
 }
 
+std::string cameraText(const CameraSettings& rSettings) {
+    std::string strText = rSettings.strModel;
+    if (!rSettings.strSerial.empty()) {
+        strText += (strText.empty() ? "serial number " : ", serial number ") + rSettings.strSerial;
+    }
+    return strText;
+}
+
 std::string resolvedText(double dValue, double dLimit, int nDigits) {
     return std::isnan(dValue) && std::isnan(dLimit) ? "unknown"
            : std::isnan(dValue)                     ? "not resolved, below " + fixed(dLimit, nDigits)
@@ -115,6 +123,13 @@ std::string describe(const ReferenceJudgement& rJudgement) {
     } else {
         strText += line("dead pixels", std::to_string(countDefects(rFigures.vecDefects, eDead))) +
                    line("bright pixels", std::to_string(countDefects(rFigures.vecDefects, eBright)));
+    }
+    const std::string strCamera = cameraText(rFigures.settings);
+    if (!strCamera.empty()) {
+        strText += line("taken by", strCamera);
+    }
+    if (!rFigures.settings.strDate.empty()) {
+        strText += line("recorded", rFigures.settings.strDate);
     }
     return strText + line("camera", settingsText(rFigures.settings)) + describe(rJudgement.vecFindings);
 }

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 #include "xapel2/XapelExceptions.h"
 
@@ -42,6 +43,15 @@ bool toNumber(const std::string& strText, double& rValue) {
     return !strText.empty() && *pEnd == '\0' && std::isfinite(rValue);
 }
 
+/// The texts of the settings by the names of their members in JSON.
+constexpr std::pair<const char*, std::string CameraSettings::*> TEXTS[] = {
+    {"DeviceModelName", &CameraSettings::strModel},
+    {"DeviceSerialNumber", &CameraSettings::strSerial},
+    {"Recorded", &CameraSettings::strDate},
+};
+
+constexpr std::size_t TEXT_MAX = 256;  // bytes
+
 uint64_t toSide(double dValue) {
     constexpr double SIDE_MAX = 1e9;
     return dValue >= 1.0 && dValue <= SIDE_MAX ? static_cast<uint64_t>(dValue) : 0;
@@ -65,6 +75,14 @@ CameraSettings readCameraSettings(NodeMap& rNodes) {
     readNode(rNodes, "PixelFormat", result.strPixelFormat);
     result.nWidth = fnNumber("Width") ? toSide(dValue) : 0;
     result.nHeight = fnNumber("Height") ? toSide(dValue) : 0;
+    if (readNode(rNodes, "DeviceSerialNumber", strText)) {
+        result.strSerial = strText.substr(0, TEXT_MAX);
+    }
+    // Recorded frames do not tell what camera they are of; the name is that of their folder.
+    if ((!result.strSerial.empty() || !rNodes.GetNodePresent("StandInScene")) &&
+        readNode(rNodes, "DeviceModelName", strText)) {
+        result.strModel = strText.substr(0, TEXT_MAX);
+    }
     for (const std::string& rName : cameraSettingNames()) {
         if (fnNumber(rName)) {
             result.mapValues[rName] = dValue;
@@ -81,6 +99,11 @@ nlohmann::ordered_json toJson(const CameraSettings& rSettings) {
     if (rSettings.nWidth != 0 && rSettings.nHeight != 0) {
         result["Width"] = rSettings.nWidth;
         result["Height"] = rSettings.nHeight;
+    }
+    for (const auto& [pName, pMember] : TEXTS) {
+        if (!(rSettings.*pMember).empty()) {
+            result[pName] = rSettings.*pMember;
+        }
     }
     for (const std::string& rName : cameraSettingNames()) {
         const auto iValue = rSettings.mapValues.find(rName);
@@ -112,6 +135,12 @@ CameraSettings cameraSettingsFromJson(const std::string& strJson) {
     }
     result.nWidth = toSide(fnNumber("Width"));
     result.nHeight = toSide(fnNumber("Height"));
+    for (const auto& [pName, pMember] : TEXTS) {
+        const auto iMember = json.find(pName);
+        if (iMember != json.end() && iMember->is_string()) {
+            result.*pMember = iMember->get<std::string>().substr(0, TEXT_MAX);
+        }
+    }
     for (const std::string& rName : cameraSettingNames()) {
         const auto iMember = json.find(rName);
         if (iMember == json.end()) {

@@ -20,13 +20,19 @@ struct CameraSettings {
     std::string strPixelFormat;  ///< PFNC name; empty: unknown
     uint64_t nWidth = 0;         ///< pixels; 0: unknown
     uint64_t nHeight = 0;        ///< pixels; 0: unknown
+    std::string strModel;        ///< of the camera; empty: unknown, as it is for recorded frames
+    std::string strSerial;       ///< tells it from others of its model; empty: unknown
+    std::string strDate;         ///< of a reference: when it was recorded, ISO 8601 in UTC; empty: unknown
     /// By node name: ExposureTime (us), Gain (unit of the camera), OffsetX, OffsetY (pixels), BinningHorizontal,
     /// BinningVertical (pixels), ReverseX, ReverseY (0 or 1).
     std::map<std::string, double> mapValues;
 
     bool has(const std::string& strName) const { return mapValues.count(strName) != 0; }
     /// True when nothing at all is known.
-    bool empty() const { return strPixelFormat.empty() && nWidth == 0 && nHeight == 0 && mapValues.empty(); }
+    bool empty() const {
+        return strPixelFormat.empty() && nWidth == 0 && nHeight == 0 && strModel.empty() && strSerial.empty() &&
+               strDate.empty() && mapValues.empty();
+    }
 };
 
 /// Names of mapValues in the order in which they are shown.
@@ -35,7 +41,7 @@ const std::vector<std::string>& cameraSettingNames();
 /// Reads the settings from the camera's nodes. A node that is missing, cannot be read or holds no number is left out.
 CameraSettings readCameraSettings(NodeMap& rNodes);
 
-/// A JSON object with the node names as members; ReverseX and ReverseY are booleans.
+/// A JSON object with the node names as members and the date as "Recorded"; ReverseX and ReverseY are booleans.
 nlohmann::ordered_json toJson(const CameraSettings& rSettings);
 
 /// From the "camera" object of a reference file. An empty text, another type of JSON, unknown members and members of

@@ -41,7 +41,7 @@ void CCorrectedStream::measureUncorrected() {
     m_tally.nUncorrected = times.count();
 }
 
-void CCorrectedStream::start(uint64_t iFirst, bool bTimed) {
+void CCorrectedStream::start(uint64_t iFirst, bool bTimed, uint64_t nFrames) {
     m_rSession.attempt("switching correction off", [&] { m_rSession.shading().SetEnable(false); });
     if (!m_bKeepRaw) {
         m_bTimed = bTimed;
@@ -52,7 +52,7 @@ void CCorrectedStream::start(uint64_t iFirst, bool bTimed) {
     }
     m_rSession.seekFrame(iFirst);
     m_tBegin = Clock::now();
-    m_rSession.start();
+    m_rSession.start(nFrames);
 }
 
 // Frames that a camera could not deliver whole count as one reason, whatever was wrong with each.

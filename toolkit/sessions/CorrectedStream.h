@@ -41,7 +41,8 @@ public:
     /// Starts the camera at frame iFirst of its scene with correction on.
     /// @param[in] bTimed  measure what correction adds. Where no uncorrected frames are kept, up to 32 frames are
     ///                    fetched without correction first, for a second or as long as one takes.
-    void start(uint64_t iFirst, bool bTimed);
+    /// @param[in] nFrames  so many are wanted; the camera gives no more.
+    void start(uint64_t iFirst, bool bTimed, uint64_t nFrames = ~0ULL);
 
     /// One fetched frame.
     struct Fetched {

@@ -6,11 +6,13 @@
 
 #include <algorithm>
 #include <chrono>
+#include <ctime>
 #include <stdexcept>
 #include <vector>
 
 #include <nlohmann/json.hpp>
 
+#include "toolkit/frames/ContentHash.h"
 #include "toolkit/sessions/CameraSettings.h"
 #include "toolkit/sessions/Interrupt.h"
 #include "toolkit/text/Texts.h"
@@ -28,6 +30,19 @@ using Clock = std::chrono::steady_clock;
 constexpr uint64_t BAD_IN_A_ROW_MAX = 50;
 constexpr std::size_t BLOCK = 65536;
 constexpr const char* FRAMES_TAKEN = "FramesTaken";
+constexpr const char* FRAME_HASHES = "FrameHashes";
+// What the settings in a file have room for.
+constexpr std::size_t HASHES_MAX = 2000;
+
+std::string dateText() {
+    const std::time_t tNow = std::time(nullptr);
+    std::tm parts{};
+    char acText[40] = "";
+    if (gmtime_r(&tNow, &parts) != nullptr) {
+        std::strftime(acText, sizeof acText, "%Y-%m-%dT%H:%M:%SZ", &parts);
+    }
+    return acText;
+}
 
 class CRecorder {
 public:
@@ -40,6 +55,7 @@ private:
     void stream(uint64_t nFrames);
     void take(StandIn::BufferHandle hBuffer);
     uint64_t countSaturated(StandIn::BufferHandle hBuffer, const StandIn::ImageLayout& rLayout);
+    void noteContent(StandIn::BufferHandle hBuffer);
     void noteSettings();
 
     CSession& m_rSession;
@@ -49,6 +65,8 @@ private:
     uint64_t m_nBadInARow = 0;
     double m_dSaturated = 0.0, m_dSamples = 0.0;
     std::vector<uint16_t> m_vecBlock = std::vector<uint16_t>(BLOCK);
+    bool m_bFinite = false;  // the camera has only so many frames, which may come again
+    std::vector<std::string> m_vecHashes;
 };
 
 uint64_t CRecorder::countSaturated(StandIn::BufferHandle hBuffer, const StandIn::ImageLayout& rLayout) {
@@ -62,6 +80,13 @@ uint64_t CRecorder::countSaturated(StandIn::BufferHandle hBuffer, const StandIn:
             std::count(m_vecBlock.begin(), m_vecBlock.begin() + static_cast<std::ptrdiff_t>(nSamples), uFull));
     }
     return nSaturated;
+}
+
+void CRecorder::noteContent(StandIn::BufferHandle hBuffer) {
+    if (m_bFinite && m_vecHashes.size() <= HASHES_MAX) {
+        const Frame frame = m_rSession.copyFrame(hBuffer);
+        m_vecHashes.push_back(frameHash(m_rSession.layoutOf(hBuffer), frame.vecSamples.data()));
+    }
 }
 
 void CRecorder::take(StandIn::BufferHandle hBuffer) {
@@ -79,6 +104,7 @@ void CRecorder::take(StandIn::BufferHandle hBuffer) {
     const StandIn::ImageLayout layout = m_rSession.layoutOf(hBuffer);
     m_dSaturated += static_cast<double>(countSaturated(hBuffer, layout));
     m_dSamples += static_cast<double>(layout.samples());
+    noteContent(hBuffer);
     m_result.dSaturatedShare = m_dSaturated / m_dSamples;
     ++m_result.nFrames;
 }
@@ -86,6 +112,7 @@ void CRecorder::take(StandIn::BufferHandle hBuffer) {
 void CRecorder::stream(uint64_t nFrames) {
     const uint64_t nHas = m_rSession.frameCount();
     const uint64_t nWanted = nHas == 0 ? nFrames : std::min(nFrames, nHas);
+    m_bFinite = nHas != 0;
     const std::string strStep = m_bLight ? "recording the light reference" : "recording the dark reference";
     m_rSession.seekFrame(0);
     const Clock::time_point tBegin = Clock::now();
@@ -120,8 +147,13 @@ public:
 void CRecorder::noteSettings() {
     try {
         nlohmann::ordered_json json = toJson(readCameraSettings(m_rSession.nodes()));
+        json["Recorded"] = dateText();
         json[FRAMES_TAKEN] = m_result.nFrames + m_result.nLeftOut;
-        StandIn::setReferenceNote(json.dump());
+        if (!m_vecHashes.empty() && m_vecHashes.size() <= HASHES_MAX) {
+            json[FRAME_HASHES] = m_vecHashes;
+        }
+        // The name of a camera need not be UTF-8.
+        StandIn::setReferenceNote(json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
     } catch (const std::exception& rError) {
         m_result.strNoSettings = rError.what();
     }
@@ -156,6 +188,19 @@ uint64_t framesTaken(const StandIn::ReferenceImage& rReference) {
     const nlohmann::json json = nlohmann::json::parse(rReference.strCamera, nullptr, false);
     const bool bTold = json.is_object() && json.contains(FRAMES_TAKEN) && json[FRAMES_TAKEN].is_number_unsigned();
     return bTold ? std::max(rReference.nImages, json[FRAMES_TAKEN].get<uint64_t>()) : rReference.nImages;
+}
+
+std::multiset<std::string> frameHashes(const StandIn::ReferenceImage& rReference) {
+    std::multiset<std::string> setHashes;
+    const nlohmann::json json = nlohmann::json::parse(rReference.strCamera, nullptr, false);
+    if (json.is_object() && json.contains(FRAME_HASHES) && json[FRAME_HASHES].is_array()) {
+        for (const auto& rHash : json[FRAME_HASHES]) {
+            if (rHash.is_string()) {
+                setHashes.insert(rHash.get<std::string>());
+            }
+        }
+    }
+    return setHashes;
 }
 
 }  // namespace Toolkit

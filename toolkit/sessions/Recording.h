@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <set>
 #include <string>
 
 #include "toolkit/sessions/Progress.h"
@@ -30,13 +31,18 @@ struct Recording {
 /// those that it has. The file appears whole or not at all. It tells the camera's settings, where they can be read.
 /// @throws std::runtime_error  the camera or the file cannot be used; an older file of this name is as it was.
 /// @throws CInterruptedError   the same.
-/// With its settings the file tells how many frames the recording took, those that were left out included.
+/// With its settings the file tells when it was recorded, how many frames the recording took, those that were left out
+/// included, and of a camera that has only so many frames which these were.
 Recording recordReference(CSession& rSession, bool bLight, uint64_t nFrames, const std::string& strFile,
                           IProgress& rProgress);
 
 /// How many frames of its scene, from the first one on, a recording took for this reference; where the file does not
 /// tell, as many as it is the mean of.
 uint64_t framesTaken(const StandIn::ReferenceImage& rReference);
+
+/// The hashes of the frames that the reference is made of, see frameHash(); none where the file does not tell. Then
+/// only framesTaken() does.
+std::multiset<std::string> frameHashes(const StandIn::ReferenceImage& rReference);
 
 }  // namespace Toolkit
 }  // namespace XAPEL2

@@ -4,15 +4,17 @@
 
 #include "commands/Correct.h"
 
-#include <filesystem>
 #include <optional>
 #include <set>
 
 #include "commands/CorrectionRun.h"
 #include "commands/Uncertainty.h"
+#include "standin/files/ImageFile.h"
 #include "terminal/Exit.h"
 #include "terminal/Toolkit.h"
 #include "terminal/Warnings.h"
+#include "toolkit/frames/CorrectionMark.h"
+#include "toolkit/frames/FileList.h"
 #include "toolkit/judgement/JudgedPair.h"
 #include "toolkit/text/Texts.h"
 
@@ -21,8 +23,9 @@ namespace App {
 
 namespace {
 
-FrameOutput outputOf(const CorrectOptions& rOptions) {
-    FrameOutput output{rOptions.strOut, rOptions.strFormat, false, rOptions.bOverwrite, {}};
+FrameOutput outputOf(const CorrectOptions& rOptions, const JudgedPair& rPair) {
+    FrameOutput output{rOptions.strOut, rOptions.strFormat, false, rOptions.bOverwrite, {}, "", true, {}};
+    output.strMark = correctionMark(rPair.dark ? &*rPair.dark : nullptr, rPair.light ? &*rPair.light : nullptr);
     output.sources.add(rOptions.pair.strDark);
     output.sources.add(rOptions.pair.strLight);
     for (const std::string& rFile : rOptions.vecFiles) {
@@ -36,19 +39,37 @@ const StandIn::PixelFormat& formatOf(const JudgedPair& rPair) {
 }
 
 // Before the first file is written: all can be, or none is.
-void requireFree(const CorrectOptions& rOptions, const StandIn::PixelFormat& rFormat) {
-    const FrameOutput output = outputOf(rOptions);
-    const CFrameWriter writer(output.strFolder, output.strFormat, output.bOverwrite, output.sources);
+void requireFree(const CorrectOptions& rOptions, const FrameOutput& rOutput, const StandIn::PixelFormat& rFormat,
+                 const std::optional<CUncertaintyWriter>& rUncertainty) {
+    const CFrameWriter writer(rOutput.strFolder, rOutput.strFormat, rOutput.bOverwrite, rOutput.sources);
     std::set<std::string> names;
     for (const std::string& rFile : rOptions.vecFiles) {
-        Frame named;
-        named.strName = std::filesystem::path(rFile).stem().string();
-        named.pFormat = &rFormat;
-        writer.requireFree(named);
-        if (!names.insert(named.strName).second) {
-            throw CUsageError(rFile + ": another file has this name but for folder and suffix; correct it by itself");
+        const std::size_t nPages = StandIn::imageLayout(rFile).pages();
+        for (std::size_t i = 0; i < nPages; ++i) {
+            const std::string strName = StandIn::imageName(rFile, i, nPages);
+            writer.requireFree(strName, rFormat);
+            if (rUncertainty) {
+                rUncertainty->requireFree(strName);
+            }
+            if (!names.insert(strName).second) {
+                throw CUsageError(rFile +
+                                  ": another file has this name but for folder and suffix; correct it by itself");
+            }
         }
     }
+}
+
+// What is corrected twice is wrong, and looks right. False where that is refused.
+bool areUncorrected(const CorrectOptions& rOptions) {
+    for (const std::string& rFile : rOptions.vecFiles) {
+        const std::string strMark = markOf(rFile);
+        if (!strMark.empty()) {
+            complain((rOptions.bForce ? "warning: " : "refused: ") + rFile + " is corrected already (" + strMark + ")" +
+                     (rOptions.bForce ? "" : "; --force corrects it again"));
+            return rOptions.bForce;
+        }
+    }
+    return true;
 }
 
 // A file has size and format, but what else the camera was set to it does not say.
@@ -62,42 +83,43 @@ CameraSettings settingsOf(const CSession& rSession) {
 
 }  // namespace
 
-int runCorrect(const CorrectOptions& rOptions) {
-    if (rOptions.pair.empty()) {
+int runCorrect(const CorrectOptions& rGiven) {
+    if (rGiven.pair.empty()) {
         throw CUsageError("correct takes a reference: give --dark, --light or both");
     }
-    COutput output("correct", rOptions.bJson);
-    JudgedPair pair = judge(rOptions.pair);
+    CorrectOptions options = rGiven;
+    CSourceFiles references;
+    references.add(options.pair.strDark);
+    references.add(options.pair.strLight);
+    options.vecFiles = listFiles(options.vecFiles, references);
+    COutput output("correct", options.bJson);
+    JudgedPair pair = judge(options.pair);
     const StandIn::PixelFormat& rFormat = formatOf(pair);
-    requireFree(rOptions, rFormat);
+    FrameOutput frames = outputOf(options, pair);
     std::optional<CUncertaintyWriter> uncertainty;
-    if (rOptions.bUncertainty) {
-        uncertainty.emplace(pair, rOptions.pair, rOptions.strOut, rOptions.bOverwrite, outputOf(rOptions).sources);
-        for (const std::string& rFile : rOptions.vecFiles) {
-            uncertainty->requireFree(std::filesystem::path(rFile).stem().string());
-        }
+    if (options.bUncertainty) {
+        uncertainty.emplace(pair, options.pair, options.strOut, options.bOverwrite, frames.sources);
+        frames.fnCorrected = [&](const Frame& rFrame) { uncertainty->write(rFrame); };
     }
+    requireFree(options, frames, rFormat, uncertainty);
     // A file cannot say that its samples are those of a filter array, or have fewer bits than it has room for.
-    CSession session("the files", [&] { return StandIn::openFiles(rOptions.vecFiles, rFormat.pName); });
+    CSession session("the files", [&] { return StandIn::openFiles(options.vecFiles, rFormat.pName); });
     pair.compareWith(settingsOf(session), true);
     output.json()["judgement"] = toJson(pair);
-    if (!isUsable(pair, rOptions.bForce)) {
+    if (!isUsable(pair, options.bForce) || !areUncorrected(options)) {
         return output.finish(eExitRefused);
     }
     session.selectScene("Scene");
-    applyPair(session, rOptions.pair);
-    FrameOutput frames = outputOf(rOptions);
-    if (uncertainty) {
-        frames.fnCorrected = [&](const Frame& rFrame) { uncertainty->write(rFrame); };
-    }
+    const uint64_t nFrames = session.frameCount();
+    applyPair(session, options.pair);
     CCorrectionRun run(session, frames);
-    run.run(rOptions.vecFiles.size());
+    run.run(nFrames);
     run.describe(output);
-    if (run.tally().nFrames < rOptions.vecFiles.size()) {
+    if (run.tally().nFrames < nFrames) {
         return output.finish(eExitInterrupted);
     }
     if (run.tally().untouched() != 0) {
-        complain(counted(run.tally().untouched(), "file") + " could not be corrected; look at what is said above");
+        complain(counted(run.tally().untouched(), "frame") + " could not be corrected; look at what is said above");
         return output.finish(eExitFailure);
     }
     return output.finish(eExitDone);

@@ -6,7 +6,9 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <memory>
 #include <ostream>
+#include <utility>
 
 #include "terminal/Toolkit.h"
 #include "toolkit/sessions/Interrupt.h"
@@ -29,28 +31,46 @@ CCorrectionRun::CCorrectionRun(CSession& rSession, const FrameOutput& rFrames)
     if (m_frames.bRaw) {
         m_raw.emplace(folder / "raw", m_frames.strFormat, m_frames.bOverwrite, m_frames.sources);
     }
+    m_workers.emplace();
 }
 
+// A camera need not name its frames, and its names need not be those of files.
+std::string CCorrectionRun::nameOf(const CCorrectedStream::Fetched& rFetched) const {
+    const std::string strName = std::filesystem::path(m_rSession.frameName(rFetched.hBuffer)).filename().string();
+    if (!strName.empty()) {
+        return strName;
+    }
+    const std::string strNumber = std::to_string(tally().nFrames - 1);
+    return "frame_" + std::string(6 - std::min<std::size_t>(6, strNumber.size()), '0') + strNumber;
+}
+
+// The buffer goes back to the camera from where it was written.
 void CCorrectionRun::write(CCorrectedStream::Fetched& rFetched) {
+    const StandIn::BufferHandle hBuffer = rFetched.hBuffer;
     if (!m_corrected || !rFetched.strUntouched.empty()) {
+        m_rSession.giveBack(hBuffer);
         return;
     }
-    Frame corrected = m_rSession.copyFrame(rFetched.hBuffer);
-    // A camera need not name its frames, and its names need not be those of files.
-    corrected.strName = std::filesystem::path(corrected.strName).filename().string();
-    if (corrected.strName.empty()) {
-        const std::string strNumber = std::to_string(tally().nFrames - 1);
-        corrected.strName = "frame_" + std::string(6 - std::min<std::size_t>(6, strNumber.size()), '0') + strNumber;
-    }
+    const StandIn::ImageLayout layout = m_rSession.layoutOf(hBuffer);
+    const void* const pImage = m_rSession.imageOf(hBuffer);
+    const std::string strName = nameOf(rFetched);
+    std::shared_ptr<Frame> pRaw;
     if (m_raw) {
-        rFetched.raw->strName = corrected.strName;
-        m_raw->requireFree(*rFetched.raw);
+        m_raw->requireFree(strName, *layout.pFormat);
+        pRaw = std::make_shared<Frame>(std::move(*rFetched.raw));
+        pRaw->strName = strName;
     }
-    m_corrected->write(corrected);
-    if (m_raw) {
-        m_raw->write(*rFetched.raw);
-    }
-    ++m_nWritten;
+    const std::filesystem::path corrected = m_corrected->reserve(strName, *layout.pFormat);
+    const std::filesystem::path raw = m_raw ? m_raw->reserve(strName, *layout.pFormat) : "";
+    m_workers->add(
+        [=] {
+            writeImage(corrected, layout, pImage, m_corrected->kind(), m_frames.strMark);
+            if (pRaw) {
+                writeFrame(raw.parent_path(), *pRaw, m_raw->kind());
+            }
+            ++m_nWritten;
+        },
+        [=] { m_rSession.giveBack(hBuffer); });
 }
 
 void CCorrectionRun::tellTroubles(const CCorrectedStream::Fetched& rFetched) {
@@ -69,8 +89,8 @@ void CCorrectionRun::tellTroubles(const CCorrectedStream::Fetched& rFetched) {
 }
 
 void CCorrectionRun::fetchFrames(uint64_t nFrames) {
-    // The frames of a camera without scenes come but once: of those that are to be written none is used up.
-    m_stream.start(0, m_rSession.hasScenes() || !m_corrected);
+    // Of frames that are to be written none is used up, and none waited for longer than need be.
+    m_stream.start(0, !m_corrected, nFrames == 0 ? ~0ULL : nFrames);
     while (nFrames == 0 || tally().nFrames < nFrames) {
         CCorrectedStream::Fetched fetched = m_stream.next();
         tellTroubles(fetched);
@@ -78,9 +98,11 @@ void CCorrectionRun::fetchFrames(uint64_t nFrames) {
             m_frames.fnCorrected(m_rSession.copyFrame(fetched.hBuffer));
         }
         write(fetched);
-        m_rSession.giveBack(fetched.hBuffer);
         m_progress.show("correcting", tally().nFrames, nFrames,
                         tally().untouched() == 0 ? "" : std::to_string(tally().untouched()) + " left untouched");
+    }
+    if (m_workers) {
+        m_workers->finish();
     }
     m_stream.stop();
 }
@@ -90,6 +112,9 @@ void CCorrectionRun::run(uint64_t nFrames) {
         fetchFrames(nFrames);
     } catch (const CInterruptedError&) {
         // What there is by then is told.
+        if (m_workers) {
+            m_workers->finish();
+        }
     }
     m_nUnderruns = m_rSession.underruns();
     m_progress.clear();
@@ -98,7 +123,7 @@ void CCorrectionRun::run(uint64_t nFrames) {
 void CCorrectionRun::describeTime(COutput& rOutput) const {
     const CTimes& rAdded = tally().added;
     if (rAdded.count() == 0) {
-        if (tally().nCorrected != 0) {
+        if (tally().nCorrected != 0 && !m_frames.bFromFiles) {
             rOutput.text() << "What correction adds to a frame is told without -o, or with --raw\n";
         }
         return;
@@ -139,7 +164,7 @@ void CCorrectionRun::describe(COutput& rOutput) const {
     describeTime(rOutput);
     if (m_corrected) {
         rText << counted(m_nWritten, "corrected frame") << " written to " << shown(m_frames.strFolder) << '\n';
-        rJson["written"] = m_nWritten;
+        rJson["written"] = m_nWritten.load();
         rJson["folder"] = m_frames.strFolder;
     }
 }

@@ -4,6 +4,7 @@
 
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -13,6 +14,7 @@
 #include "terminal/Output.h"
 #include "terminal/Progress.h"
 #include "terminal/Toolkit.h"
+#include "toolkit/frames/FrameWorkers.h"
 #include "toolkit/frames/FrameWriter.h"
 #include "toolkit/sessions/CorrectedStream.h"
 
@@ -26,6 +28,8 @@ struct FrameOutput {
     bool bRaw = false;      ///< the uncorrected ones too, to FOLDER/raw
     bool bOverwrite = false;
     CSourceFiles sources;                             ///< never written over
+    std::string strMark;                              ///< what each corrected one says of itself
+    bool bFromFiles = false;                          ///< the frames come from files, and no one waits for them
     std::function<void(const Frame&)> fnCorrected{};  ///< what else is done with each corrected frame, by its name
 };
 
@@ -39,8 +43,8 @@ public:
     /// Fetches this many frames of the scene, from the first one on; 0: until the user ends it. Each reason why frames
     /// are left as they are, and each trouble of the camera, is said once on stderr. Ends early, and without an
     /// exception, when the user wants to. Other frames, fetched before them, tell how long a fetch takes without
-    /// correction; where the uncorrected frames are written too, that takes none, and where those of a camera without
-    /// scenes are written, it is left out.
+    /// correction; where the uncorrected frames are written too, that takes none, and where only corrected ones are, it
+    /// is left out. Frames are written beside this thread, out of the session's own buffers.
     void run(uint64_t nFrames);
 
     const CorrectionTally& tally() const { return m_stream.tally(); }
@@ -51,6 +55,7 @@ public:
 private:
     void fetchFrames(uint64_t nFrames);
     void tellTroubles(const CCorrectedStream::Fetched& rFetched);
+    std::string nameOf(const CCorrectedStream::Fetched& rFetched) const;
     void write(CCorrectedStream::Fetched& rFetched);
     void describeTime(COutput& rOutput) const;
 
@@ -60,8 +65,9 @@ private:
     CProgress m_progress;
     std::optional<CFrameWriter> m_corrected, m_raw;
     std::set<std::string> m_said;  // traces of the camera
-    uint64_t m_nWritten = 0;
+    std::atomic<uint64_t> m_nWritten{0};
     uint64_t m_nUnderruns = 0;
+    std::optional<CFrameWorkers> m_workers;  // last: its work is on the members above
 };
 
 }  // namespace App

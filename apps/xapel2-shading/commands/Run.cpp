@@ -11,6 +11,7 @@
 #include "terminal/Toolkit.h"
 #include "terminal/Warnings.h"
 #include "toolkit/figures/Measurement.h"
+#include "toolkit/frames/CorrectionMark.h"
 #include "toolkit/judgement/JudgedPair.h"
 #include "toolkit/text/Texts.h"
 
@@ -38,8 +39,9 @@ uint64_t selectFrames(CSession& rSession, const RunOptions& rOptions) {
     return nHas != 0 && bAll ? nHas : rOptions.nFrames;
 }
 
-FrameOutput outputOf(const RunOptions& rOptions) {
-    FrameOutput output{rOptions.strOut, rOptions.strFormat, rOptions.bRaw, rOptions.bOverwrite, {}};
+FrameOutput outputOf(const RunOptions& rOptions, const JudgedPair& rPair) {
+    FrameOutput output{rOptions.strOut, rOptions.strFormat, rOptions.bRaw, rOptions.bOverwrite, {}, "", false, {}};
+    output.strMark = correctionMark(rPair.dark ? &*rPair.dark : nullptr, rPair.light ? &*rPair.light : nullptr);
     output.sources.add(rOptions.pair.strDark);
     output.sources.add(rOptions.pair.strLight);
     output.sources.addDevice(rOptions.strDevice);
@@ -69,7 +71,7 @@ int runRun(const RunOptions& rOptions) {
                   << shown(rOptions.strDevice) << ", " << session.pixelFormat() << ", " << session.width() << " x "
                   << session.height() << std::endl;
     applyPair(session, rOptions.pair);
-    CCorrectionRun run(session, outputOf(rOptions));
+    CCorrectionRun run(session, outputOf(rOptions, pair));
     run.run(nFrames);
     run.describe(output);
     // Without a number of frames Ctrl-C is how a run ends.

@@ -19,7 +19,7 @@ struct RunOptions {
     std::string strScene = "Scene";  ///< what a camera with selectable scenes shows: Dark, Light, Scene
     uint64_t nFrames = 0;            ///< frames to fetch; 0: those that the camera has, else until Ctrl-C
     std::string strOut;              ///< folder to write frames to; empty: none are written
-    std::string strFormat = "pgm";   ///< pgm (ppm for colour) or tiff
+    std::string strFormat = "pgm";   ///< pgm (ppm for colour), tiff or png
     bool bRaw = false;               ///< write the uncorrected frames too
     bool bOverwrite = false;         ///< replace files that exist
     double dTimeoutS = 10.0;         ///< longest wait for a frame beyond its exposure, seconds

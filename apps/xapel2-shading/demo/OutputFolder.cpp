@@ -104,8 +104,8 @@ void COutputFolder::write(const char* pName, const std::string& strBytes) {
 }
 
 void COutputFolder::writePair(const FramePair& rPair) {
-    claim(frameFile(RAW, rPair.raw));
-    const fs::path corrected = claim(frameFile(CORRECTED, rPair.corrected));
+    claim(frameFile(RAW, rPair.raw.strName, *rPair.raw.pFormat));
+    const fs::path corrected = claim(frameFile(CORRECTED, rPair.corrected.strName, *rPair.corrected.pFormat));
     writeFrame(m_folder / RAW, rPair.raw);
     writeFrame(m_folder / CORRECTED, rPair.corrected);
     m_vecFrames.push_back(corrected.filename().string());

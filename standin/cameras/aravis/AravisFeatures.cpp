@@ -195,12 +195,11 @@ NodeSpec decimalNode(CAravisCamera& rCamera, const Decimal& rDecimal) {
     return spec;
 }
 
-NodeSpec modelNode(const CAravisCamera& rCamera) {
-    const char* pModel = arv_camera_get_model_name(rCamera.arv(), nullptr);
+NodeSpec textNode(const char* pName, const char* pText) {
     NodeSpec spec;
-    spec.strName = "DeviceModelName";
+    spec.strName = pName;
     spec.eKind = eTextNode;
-    spec.fnGetText = [strModel = std::string(pModel == nullptr ? "" : pModel)] { return strModel; };
+    spec.fnGetText = [strText = std::string(pText == nullptr ? "" : pText)] { return strText; };
     return spec;
 }
 
@@ -239,7 +238,8 @@ NodeTable aravisNodes(CAravisCamera& rCamera) {
     const auto fnHas = [&rCamera](const char* pName) {
         return arv_camera_is_feature_available(rCamera.arv(), pName, nullptr) != FALSE;
     };
-    vecTable.push_back(modelNode(rCamera));
+    vecTable.push_back(textNode("DeviceModelName", arv_camera_get_model_name(rCamera.arv(), nullptr)));
+    vecTable.push_back(textNode("DeviceSerialNumber", arv_camera_get_device_serial_number(rCamera.arv(), nullptr)));
     vecTable.push_back(formatNode(rCamera));
     for (const char* pName : LAYOUT_FEATURES) {
         if (fnHas(pName)) {

@@ -57,6 +57,9 @@ public:
     /// One line that says what this source is, for people and figures ("simulated camera, seed 1").
     virtual std::string description() const = 0;
 
+    /// What tells one camera from others of its kind; empty where nobody knows.
+    virtual std::string serialNumber() const { return ""; }
+
     /// Settings that the camera starts with.
     virtual CameraSettings defaultSettings() const = 0;
     /// Formats that it can deliver.

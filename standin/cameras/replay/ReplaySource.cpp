@@ -19,15 +19,9 @@ namespace fs = std::filesystem;
 
 const char* const PREFIXES[3] = {"dark_", "light_", "scene_"};
 
-bool isPixmap(const std::string& strName) {
-    const std::string strSuffix = fs::path(strName).extension().string();
-    return strSuffix == ".pgm" || strSuffix == ".ppm";
-}
-
 // The scene that the name belongs to, -1 for a file that is not replayed.
 int sceneOf(const std::string& strName) {
-    const std::string strSuffix = fs::path(strName).extension().string();
-    if (!isPixmap(strName) && strSuffix != ".tif" && strSuffix != ".tiff") {
+    if (!hasImageSuffix(strName)) {
         return -1;
     }
     for (int i = 0; i < 3; ++i) {
@@ -79,7 +73,7 @@ void CReplaySource::listFolder() {
         failImageFile(m_strWhat, "the folder cannot be read: " + error.message());
     }
     if (vecNames.empty()) {
-        failImageFile(m_strWhat, "the folder has no image dark_*, light_* or scene_* (.pgm, .ppm, .tif, .tiff)");
+        failImageFile(m_strWhat, "the folder has no image dark_*, light_* or scene_* (.pgm, .ppm, .tif, .tiff, .png)");
     }
     std::sort(vecNames.begin(), vecNames.end());
     for (const std::string& strName : vecNames) {
@@ -93,13 +87,12 @@ void CReplaySource::addFile(const std::string& strPath, eScene eWhat) {
     File file;
     file.strPath = strPath;
     file.strStem = fs::path(strPath).stem().string();
-    file.bTiff = !isPixmap(strPath);
     std::error_code error;
     // A pipe would block the reader for ever.
     if (!fs::is_regular_file(strPath, error)) {
         failImageFile(strPath, "not a regular file");
     }
-    file.layout = file.bTiff ? tiffLayout(strPath) : pgmLayout(strPath);
+    file.layout = imageLayout(strPath);
     checkFormat(file);
 
     ImageFileLayout delivered = file.layout;
@@ -112,6 +105,9 @@ void CReplaySource::addFile(const std::string& strPath, eScene eWhat) {
     if (!strDifference.empty()) {
         failImageFile(strPath, "differs from the files before it: " + strDifference + " (" + describe(delivered) +
                                    "; " + m_strFirst + " is " + describe(m_layout) + ")");
+    }
+    for (std::size_t i = 0; i < file.layout.pages(); ++i) {
+        m_vecPlaces[eWhat].push_back({m_vecFiles[eWhat].size(), i});
     }
     m_vecFiles[eWhat].push_back(file);
 }
@@ -165,30 +161,35 @@ CameraSettings CReplaySource::defaultSettings() const {
     return settings;
 }
 
-const std::vector<CReplaySource::File>& CReplaySource::filesOf(eScene eWhat) const {
-    return m_vecFiles[eWhat];
+uint64_t CReplaySource::frameCount(eScene eWhat) const {
+    return m_vecPlaces[eWhat].size();
 }
 
-uint64_t CReplaySource::frameCount(eScene eWhat) const {
-    return filesOf(eWhat).size();
+CReplaySource::Place CReplaySource::placeOf(eScene eWhat, uint64_t iFrame) const {
+    const std::vector<Place>& rPlaces = m_vecPlaces[eWhat];
+    return rPlaces[static_cast<std::size_t>(iFrame % rPlaces.size())];
 }
 
 std::string CReplaySource::frameName(eScene eWhat, uint64_t iFrame) const {
-    const std::vector<File>& rFiles = filesOf(eWhat);
-    return rFiles.empty() ? "" : rFiles[static_cast<std::size_t>(iFrame % rFiles.size())].strStem;
+    if (m_vecPlaces[eWhat].empty()) {
+        return "";
+    }
+    const Place place = placeOf(eWhat, iFrame);
+    const File& rFile = m_vecFiles[eWhat][place.iFile];
+    return imageName(rFile.strPath, place.iPage, rFile.layout.pages());
 }
 
 void CReplaySource::fill(const CameraSettings& rSettings, eScene eWhat, uint64_t iFrame, void* pImage) {
-    const std::vector<File>& rFiles = filesOf(eWhat);
-    if (rFiles.empty()) {
+    if (m_vecPlaces[eWhat].empty()) {
         failImageFile(m_strWhat, std::string("there is no image ") + PREFIXES[eWhat] + "*");
     }
     if (rSettings.pFormat != m_layout.pFormat || rSettings.nWidth != m_layout.nWidth ||
         rSettings.nHeight != m_layout.nHeight || rSettings.nOffsetX != 0 || rSettings.nOffsetY != 0) {
         failImageFile(m_strWhat, "size and format of recorded frames cannot be changed");
     }
-    const File& rFile = rFiles[static_cast<std::size_t>(iFrame % rFiles.size())];
-    (rFile.bTiff ? readTiff : readPgm)(rFile.strPath, rFile.layout, pImage);
+    const Place place = placeOf(eWhat, iFrame);
+    const File& rFile = m_vecFiles[eWhat][place.iFile];
+    readImageFile(rFile.strPath, rFile.layout, place.iPage, pImage);
     checkSamples(rFile, pImage);
     if (m_layout.pFormat->nChannels == 3 && m_layout.pFormat != rFile.layout.pFormat) {
         // The file has red first, the image blue.

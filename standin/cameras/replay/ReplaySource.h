@@ -14,10 +14,10 @@
 namespace XAPEL2 {
 namespace StandIn {
 
-/// Delivers the files dark_*, light_* and scene_* with the suffix .pgm, .ppm, .tif or .tiff of one folder, each scene
-/// in the order of the names, other files being ignored; or listed files of any name as the scene of objects, in the
-/// order of the list. All must have one size and format, which is the camera's; its settings cannot be changed,
-/// exposure and gain have no effect.
+/// Delivers the files dark_*, light_* and scene_* with the suffix .pgm, .ppm, .tif, .tiff or .png of one folder, each
+/// scene in the order of the names, other files being ignored; or listed files of any name as the scene of objects, in
+/// the order of the list. All must have one size and format, which is the camera's; its settings cannot be changed,
+/// exposure and gain have no effect. Each image of a file is a frame.
 ///
 /// A format may be given where the files cannot say it, for a filter array, for blue first, or for fewer significant
 /// bits than a file has room for: a name whose unpacked samples are stored as those of the files are. No sample may
@@ -38,7 +38,8 @@ public:
     uint64_t sensorHeight() const override { return m_layout.nHeight; }
     bool canResize() const override { return false; }
     uint64_t frameCount(eScene eWhat) const override;
-    /// The file's name without suffix; empty for a scene without files.
+    /// The file's name without suffix, with the number of the image behind it ("NAME_0003") where the file has several;
+    /// empty for a scene without files.
     std::string frameName(eScene eWhat, uint64_t iFrame) const override;
     void fill(const CameraSettings& rSettings, eScene eWhat, uint64_t iFrame, void* pImage) override;
 
@@ -46,8 +47,11 @@ private:
     struct File {
         std::string strPath;
         std::string strStem;
-        bool bTiff = false;
         ImageFileLayout layout;
+    };
+    /// One image of a file.
+    struct Place {
+        std::size_t iFile = 0, iPage = 0;
     };
 
     void listFolder();
@@ -55,13 +59,14 @@ private:
     void refuseSameStem(const File& rFile, eScene eWhat) const;
     void checkFormat(const File& rFile) const;
     void checkSamples(const File& rFile, const void* pImage) const;
-    const std::vector<File>& filesOf(eScene eWhat) const;
+    Place placeOf(eScene eWhat, uint64_t iFrame) const;
 
-    std::string m_strWhat;            // the folder, or how many files
-    const PixelFormat* m_pGiven;      // null: none
-    ImageFileLayout m_layout;         // that of the first file, with the format that is delivered
-    std::string m_strFirst;           // the first file
-    std::vector<File> m_vecFiles[3];  // by scene
+    std::string m_strWhat;              // the folder, or how many files
+    const PixelFormat* m_pGiven;        // null: none
+    ImageFileLayout m_layout;           // that of the first file, with the format that is delivered
+    std::string m_strFirst;             // the first file
+    std::vector<File> m_vecFiles[3];    // by scene
+    std::vector<Place> m_vecPlaces[3];  // by scene, in the order of the frames
 };
 
 }  // namespace StandIn

@@ -45,6 +45,10 @@ CSimulatedSensor::CSimulatedSensor(uint64_t uSeed, uint64_t nWidth, uint64_t nHe
 CSimulatedSensor::CSimulatedSensor(uint64_t uSeed, uint64_t nWidth, uint64_t nHeight, const PixelFormat& rFormat)
     : CSimulatedSensor(uSeed, nWidth, nHeight, wholeSensor(nWidth, nHeight, rFormat)) {}
 
+std::string CSimulatedSensor::serialNumber() const {
+    return std::to_string(m_uSeed);
+}
+
 std::string CSimulatedSensor::description() const {
     return "simulated camera, seed " + std::to_string(m_uSeed);
 }

@@ -32,6 +32,8 @@ public:
     CSimulatedSensor(uint64_t uSeed, uint64_t nWidth, uint64_t nHeight, const PixelFormat& rFormat);
 
     std::string description() const override;
+    /// By the seed, which makes the sensor what it is.
+    std::string serialNumber() const override;
     CameraSettings defaultSettings() const override { return m_start; }
     std::vector<const PixelFormat*> formats() const override;
     uint64_t sensorWidth() const override { return m_nWidth; }

@@ -30,7 +30,10 @@ CSourceCamera::CSourceCamera(std::unique_ptr<IFrameSource> pSource)
     for (std::size_t i = 0; i < m_aFrameCounts.size(); ++i) {
         m_aFrameCounts[i] = m_pSource->frameCount(static_cast<eScene>(i));
     }
-    addModelName();
+    addText("DeviceModelName", m_pSource->description());
+    if (!m_pSource->serialNumber().empty()) {
+        addText("DeviceSerialNumber", m_pSource->serialNumber());
+    }
     addFormat();
     addAxes();
     // Recorded frames are as they were taken, and nobody told with what.
@@ -220,11 +223,11 @@ void CSourceCamera::addSensorSide(const char* pName, uint64_t nPixels) {
     add(std::move(spec));
 }
 
-void CSourceCamera::addModelName() {
+void CSourceCamera::addText(const char* pName, const std::string& strText) {
     NodeSpec spec;
-    spec.strName = "DeviceModelName";
+    spec.strName = pName;
     spec.eKind = eTextNode;
-    spec.fnGetText = [strName = m_pSource->description()] { return strName; };
+    spec.fnGetText = [strText] { return strText; };
     add(std::move(spec));
 }
 

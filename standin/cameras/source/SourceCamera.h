@@ -71,7 +71,7 @@ private:
     void useWhole(const Axis& rAxis);
     NodeSpec numberNode(const char* pName, const uint64_t& rMember);
     void addNumber(const char* pName, uint64_t& rMember, IntLimits limits, bool bWhileStreaming);
-    void addModelName();
+    void addText(const char* pName, const std::string& strText);
     void addFormat();
     void addScene();
 

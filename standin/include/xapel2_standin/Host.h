@@ -99,18 +99,19 @@ XAPEL2_HOST_API int closeDevice(Device* pDevice);
 
 /// The remote nodes of the device, borrowed until it is closed: DeviceModelName (read-only), PixelFormat, Width,
 /// Height, OffsetX, OffsetY, AcquisitionFrameRate (Hz, 0 = as fast as buffers come);
-/// of a simulated camera SensorWidth, SensorHeight (read-only), ExposureTime (us), Gain (percent), BinningHorizontal,
-/// BinningVertical (1, 2 or 4 pixels; another value sets size and offset to the whole sensor), BinningHorizontalMode,
-/// BinningVerticalMode (Average, Sum), ReverseX, ReverseY (0 or 1; offsets count within the mirrored image). Its filter
-/// array stays where it is on the sensor, so that an odd offset or a mirror changes PixelFormat. Offsets can be changed
-/// while it streams. StandInScene (Dark, Light, Scene), StandInFrame (index of the
-/// next frame of the scene; writing the scene sets it to 0) and StandInFrameCount (frames of the scene, 0 = without
-/// end). Null when the device is not open.
+/// of a simulated camera DeviceSerialNumber (read-only, by its seed), SensorWidth, SensorHeight (read-only),
+/// ExposureTime (us), Gain (percent), BinningHorizontal, BinningVertical (1, 2 or 4 pixels; another value sets size and
+/// offset to the whole sensor), BinningHorizontalMode, BinningVerticalMode (Average, Sum), ReverseX, ReverseY (0 or 1;
+/// offsets count within the mirrored image). Its filter array stays where it is on the sensor, so that an odd offset or
+/// a mirror changes PixelFormat. Offsets can be changed while it streams. StandInScene (Dark, Light, Scene),
+/// StandInFrame (index of the next frame of the scene; writing the scene sets it to 0) and StandInFrameCount (frames of
+/// the scene, 0 = without end). Null when the device is not open.
 ///
-/// A real camera has DeviceModelName and those that it knows of PixelFormat, Width, Height, OffsetX, OffsetY,
-/// BinningHorizontal, BinningVertical, ReverseX, ReverseY (0 or 1), ExposureTime (us), Gain (in its own unit, often dB)
-/// and AcquisitionFrameRate. The last three are read as integers rounded, as texts in full; SetValue takes decimals. An
-/// access may take seconds when the camera does not answer, and then throws Xapel_ErrorException.
+/// A real camera has DeviceModelName, DeviceSerialNumber and those that it knows of PixelFormat, Width, Height,
+/// OffsetX, OffsetY, BinningHorizontal, BinningVertical, ReverseX, ReverseY (0 or 1), ExposureTime (us), Gain (in its
+/// own unit, often dB) and AcquisitionFrameRate. The last three are read as integers rounded, as texts in full;
+/// SetValue takes decimals. An access may take seconds when the camera does not answer, and then throws
+/// Xapel_ErrorException.
 XAPEL2_HOST_API NodeMap* remoteNodes(Device* pDevice);
 
 /// The device's first data stream, null when the device is not open.

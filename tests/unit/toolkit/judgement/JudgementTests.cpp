@@ -19,7 +19,7 @@ using ::testing::HasSubstr;
 typedef std::function<void(ReferenceImage& rDark, ReferenceImage& rLight)> Change;
 
 const char* const SETTINGS =
-    R"({"ExposureTime":10000,"Gain":100,"OffsetX":0,"OffsetY":0,"BinningHorizontal":1,"BinningVertical":1,"ReverseX":false,"ReverseY":false})";
+    R"({"DeviceModelName":"Model 1","DeviceSerialNumber":"A-1","ExposureTime":10000,"Gain":100,"OffsetX":0,"OffsetY":0,"BinningHorizontal":1,"BinningVertical":1,"ReverseX":false,"ReverseY":false})";
 
 StandIn::ImageLayout layoutOf(const char* pFormat, uint64_t nWidth = 64, uint64_t nHeight = 48) {
     return {StandIn::findPixelFormat(pFormat), nWidth, nHeight};
@@ -216,6 +216,9 @@ TEST(Judgement, CameraIsComparedWithTheReference) {
         {"warning other-exposure", [](auto& r) { r.mapValues["ExposureTime"] = 20000; }},
         {"warning other-gain", [](auto& r) { r.mapValues["Gain"] = 120; }},
         {"note settings-unknown", [](auto& r) { r.mapValues.erase("ReverseX"); }},
+        {"warning other-camera", [](auto& r) { r.strSerial = "B-2"; }},
+        {"warning other-camera", [](auto& r) { r.strModel = "Model 2"; }},
+        {"", [](auto& r) { r.strSerial = r.strModel = ""; }},
     };
     for (const auto& rCase : aCases) {
         CameraSettings Camera = cameraSettingsFromJson(SETTINGS);

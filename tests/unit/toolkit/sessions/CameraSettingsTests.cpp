@@ -27,6 +27,8 @@ TEST_F(CameraSettingsTest, NodesAreReadAndSurviveTheFile) {
         EXPECT_EQ(rSettings.mapValues.at("OffsetX"), 16.0);
         EXPECT_EQ(rSettings.mapValues.at("ExposureTime"), 12345.0);
         EXPECT_EQ(rSettings.mapValues, read.mapValues);
+        EXPECT_EQ(rSettings.strModel.substr(0, 16), "simulated camera");
+        EXPECT_FALSE(rSettings.strSerial.empty());
     }
 }
 

@@ -7,6 +7,7 @@
 #include <tiffio.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -17,6 +18,7 @@
 
 #include "TemporaryFolder.h"
 #include "standin/cameras/DeviceId.h"
+#include "standin/files/PngOutput.h"
 
 namespace XAPEL2 {
 namespace StandIn {
@@ -183,7 +185,7 @@ TEST_F(ReplaySource, FilesThatCannotBeUsedAreNamed) {
     const std::string strGood = pgm(3, 2, 4095, vecSix);
     const std::pair<const char*, std::string> CASES[] = {
         {"not a binary PGM", "P2\n3 2\n4095\n1 2 3 4 5 6"},
-        {"three channels of more than 8 bits", "P6\n1 1\n256\n123456"},
+        {"format RGB16 instead of Mono12", "P6\n3 2\n256\n" + std::string(36, 0)},
         {"format RGB8 instead of Mono12", "P6\n3 2\n255\n123456789012345678"},
         {"header is damaged", "P53 2 255 123456"},
         {"without a width", "P5\n# 3 2 255"},
@@ -216,8 +218,7 @@ TEST_F(ReplaySource, TiffsThatCannotBeUsedAreNamed) {
         {"not grey with black as 0", [](TiffShape& r) { r.uPhotometric = PHOTOMETRIC_MINISWHITE; }},
         {"three channels that are not RGB",
          [](TiffShape& r) { r.uBits = 8, r.uSamples = 3, r.uPhotometric = PHOTOMETRIC_YCBCR; }},
-        {"more than one image", [](TiffShape& r) { r.nImages = 2; }},
-        {"compressed", [](TiffShape& r) { r.uCompression = COMPRESSION_LZW; }},
+        {"packed by another way", [](TiffShape& r) { r.uCompression = COMPRESSION_LZMA; }},
         {"32769 x 2", [](TiffShape& r) { r.nWidth = 32769; }},
     };
     for (const auto& [pSaid, fnSpoil] : CASES) {
@@ -297,6 +298,158 @@ TEST_F(ReplaySource, ListedFilesAreTheSceneInTheirOrderAndFormat) {
     write("light_1.pgm", pgm(2, 1, 255, {1, 2}));
     EXPECT_STREQ(makeFrameSource("replay:" + m_strFolder + "?format=BayerGB8")->defaultSettings().pFormat->pName,
                  "BayerGB8");
+}
+
+struct Layout {
+    uint32_t nWidth, nHeight;
+    const PixelFormat& rFormat;
+    std::size_t samples() const { return std::size_t{nWidth} * nHeight * rFormat.nChannels; }
+};
+
+Samples someSamples(const Layout& rLayout, unsigned uSeed) {
+    Samples vecSamples(rLayout.samples());
+    for (std::size_t i = 0; i < vecSamples.size(); ++i) {
+        vecSamples[i] = static_cast<uint16_t>((i * 7919 + uSeed * 31 + i / 7) & rLayout.rFormat.fullScale());
+    }
+    return vecSamples;
+}
+
+std::vector<uint8_t> asBytes(const Layout& rLayout, const Samples& vecSamples) {
+    std::vector<uint8_t> vecBytes(vecSamples.size() * rLayout.rFormat.nWireBits / 8);
+    packSamples(rLayout.rFormat, vecSamples.data(), 0, vecSamples.size(), vecBytes.data());
+    return vecBytes;
+}
+
+// One page, in strips of some rows or in tiles of 16 x 32 pixels.
+void writePage(TIFF* pTiff, const Layout& rLayout, unsigned uPacking, bool bTiled, const Samples& vecSamples) {
+    const unsigned nChannels = rLayout.rFormat.nChannels, nBits = rLayout.rFormat.nBits;
+    TIFFSetField(pTiff, TIFFTAG_IMAGEWIDTH, rLayout.nWidth);
+    TIFFSetField(pTiff, TIFFTAG_IMAGELENGTH, rLayout.nHeight);
+    TIFFSetField(pTiff, TIFFTAG_BITSPERSAMPLE, nBits);
+    TIFFSetField(pTiff, TIFFTAG_SAMPLESPERPIXEL, nChannels);
+    TIFFSetField(pTiff, TIFFTAG_COMPRESSION, uPacking);
+    TIFFSetField(pTiff, TIFFTAG_PHOTOMETRIC, nChannels == 3 ? PHOTOMETRIC_RGB : PHOTOMETRIC_MINISBLACK);
+    TIFFSetField(pTiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+    if (uPacking == COMPRESSION_LZW || uPacking == COMPRESSION_ADOBE_DEFLATE) {
+        TIFFSetField(pTiff, TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
+    }
+    std::vector<uint8_t> vecBytes = asBytes(rLayout, vecSamples);
+    const std::size_t nPixel = nChannels * nBits / 8, nRow = rLayout.nWidth * nPixel;
+    if (!bTiled) {
+        TIFFSetField(pTiff, TIFFTAG_ROWSPERSTRIP, 5U);
+        for (uint32_t iY = 0; iY < rLayout.nHeight; ++iY) {
+            ASSERT_EQ(TIFFWriteScanline(pTiff, &vecBytes[iY * nRow], iY), 1);
+        }
+        return;
+    }
+    constexpr uint32_t TILE_WIDTH = 16, TILE_HEIGHT = 32;
+    TIFFSetField(pTiff, TIFFTAG_TILEWIDTH, TILE_WIDTH);
+    TIFFSetField(pTiff, TIFFTAG_TILELENGTH, TILE_HEIGHT);
+    for (uint32_t iY = 0; iY < rLayout.nHeight; iY += TILE_HEIGHT) {
+        for (uint32_t iX = 0; iX < rLayout.nWidth; iX += TILE_WIDTH) {
+            std::vector<uint8_t> vecTile(TILE_WIDTH * TILE_HEIGHT * nPixel, 0xEE);  // filled up with nonsense
+            for (uint32_t i = 0; i < TILE_HEIGHT && iY + i < rLayout.nHeight; ++i) {
+                std::copy_n(&vecBytes[(iY + i) * nRow + iX * nPixel],
+                            std::min(TILE_WIDTH, rLayout.nWidth - iX) * nPixel, &vecTile[i * TILE_WIDTH * nPixel]);
+            }
+            ASSERT_GT(TIFFWriteTile(pTiff, vecTile.data(), iX, iY, 0, 0), 0);
+        }
+    }
+}
+
+TEST_F(ReplaySource, PackedTiledAndManyPagesComeBack) {
+    for (const char* pFormat : {"Mono8", "Mono16", "RGB8", "RGB16"}) {
+        for (const unsigned uPacking :
+             {COMPRESSION_NONE, COMPRESSION_LZW, COMPRESSION_ADOBE_DEFLATE, COMPRESSION_PACKBITS}) {
+            for (const bool bTiled : {false, true}) {
+                SCOPED_TRACE(std::string(pFormat) + " " + std::to_string(uPacking) + (bTiled ? " tiled" : ""));
+                const Layout layout{37, 41, *findPixelFormat(pFormat)};
+                TIFF* pTiff = TIFFOpen(path("SCENE.TIF").c_str(), bTiled ? "wb" : "wl8");
+                for (unsigned iPage = 0; iPage < 3; ++iPage) {
+                    writePage(pTiff, layout, uPacking, bTiled, someSamples(layout, iPage));
+                    ASSERT_EQ(TIFFWriteDirectory(pTiff), 1);
+                }
+                // A small picture of them, which is no frame.
+                TIFFSetField(pTiff, TIFFTAG_SUBFILETYPE, FILETYPE_REDUCEDIMAGE);
+                writePage(pTiff, {2, 2, layout.rFormat}, COMPRESSION_NONE, false,
+                          someSamples({2, 2, layout.rFormat}, 0));
+                TIFFClose(pTiff);
+                CReplaySource source(std::vector<std::string>{path("SCENE.TIF")});
+                ASSERT_EQ(source.frameCount(eSceneObjects), 3U);
+                EXPECT_EQ(source.frameName(eSceneObjects, 2), "SCENE_0002");
+                for (const unsigned iFrame : {2U, 0U, 1U}) {
+                    EXPECT_TRUE(frame(source, eSceneObjects, iFrame) == someSamples(layout, iFrame)) << iFrame;
+                }
+            }
+        }
+    }
+}
+
+TEST_F(ReplaySource, SmallFilesDoNotBecomeHugeImages) {
+    const Layout layout{8192, 6000, *findPixelFormat("Mono8")};
+    for (const bool bPng : {false, true}) {
+        const Samples vecBlack(layout.samples());
+        const std::vector<uint8_t> vecBytes(vecBlack.size());
+        if (bPng) {
+            std::FILE* const pFile = std::fopen(path("a.png").c_str(), "wb");
+            writePng(fileno(pFile), {layout.nWidth, layout.nHeight, 1, 8, vecBytes.data(), nullptr});
+            std::fclose(pFile);
+        } else {
+            TIFF* pTiff = TIFFOpen(path("a.tif").c_str(), "w");
+            writePage(pTiff, layout, COMPRESSION_ADOBE_DEFLATE, false, vecBlack);
+            TIFFClose(pTiff);
+        }
+        try {
+            imageLayout(path(bPng ? "a.png" : "a.tif"));
+            ADD_FAILURE() << bPng;
+        } catch (const std::runtime_error& rError) {
+            EXPECT_NE(std::string(rError.what()).find("too large for such a small file"), std::string::npos)
+                << rError.what();
+        }
+    }
+}
+
+TEST_F(ReplaySource, PngComesBackAndDamageIsTold) {
+    for (const char* pFormat : {"Mono8", "Mono16", "RGB8", "RGB16"}) {
+        const Layout layout{37, 41, *findPixelFormat(pFormat)};
+        const Samples vecSamples = someSamples(layout, 5);
+        std::vector<uint8_t> vecBytes = asBytes(layout, vecSamples);
+        if (layout.rFormat.nWireBits == 16) {
+            for (std::size_t i = 0; i < vecBytes.size(); i += 2) {
+                std::swap(vecBytes[i], vecBytes[i + 1]);  // the high byte first
+            }
+        }
+        std::FILE* const pFile = std::fopen(path("light_1.PNG").c_str(), "wb");
+        writePng(fileno(pFile), {layout.nWidth, layout.nHeight, layout.rFormat.nChannels, layout.rFormat.nBits,
+                                 vecBytes.data(), "who and what"});
+        std::fclose(pFile);
+        {
+            CReplaySource source(m_strFolder);
+            EXPECT_STREQ(source.defaultSettings().pFormat->pName, pFormat);
+            EXPECT_TRUE(frame(source, eSceneLight, 0) == vecSamples) << pFormat;
+        }
+        EXPECT_EQ(pngDescription(path("light_1.PNG")), "who and what");
+    }
+    std::ifstream file(path("light_1.PNG"), std::ios::binary);
+    const std::string strGood((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    const auto fnSpoilt = [&](std::size_t iAt, char c) {
+        std::string strBytes = strGood;
+        strBytes[iAt] = c;
+        return strBytes;
+    };
+    const std::pair<const char*, std::string> aCases[] = {{"ends too early", strGood.substr(0, strGood.size() / 2)},
+                                                          {"begin", strGood.substr(0, 20)},
+                                                          {"palette", fnSpoilt(25, 3)},
+                                                          {"transparency", fnSpoilt(25, 6)},
+                                                          {"16 bits", fnSpoilt(24, 4)},
+                                                          {"0 x 41", fnSpoilt(19, 0)},
+                                                          {"PNG cannot be used", fnSpoilt(strGood.size() / 2, 'x')},
+                                                          {"PNG cannot be used", fnSpoilt(19, 36)}};
+    for (const auto& [pSaid, strBytes] : aCases) {
+        write("light_1.PNG", strBytes);
+        EXPECT_EQ(complaint().rfind(path("light_1.PNG") + ": ", 0), 0U) << complaint();
+        EXPECT_NE(complaint().find(pSaid), std::string::npos) << pSaid << "\n" << complaint();
+    }
 }
 
 TEST_F(ReplaySource, AFileThatChangedAfterOpeningIsRefused) {
