@@ -345,7 +345,7 @@ Kernel scalarKernel(const TableLayout&, std::size_t) {
 
 const std::vector<KernelTarget>& kernelTargets() {
     static const std::vector<KernelTarget> s_vecTargets = [] {
-        const int64_t uTargets = hwy::SupportedTargets();
+        const int64_t uTargets = hwy::SupportedTargets() | HWY_STATIC_TARGET;
         std::vector<KernelTarget> vecTargets;
         const auto add = [&](int64_t uTarget, Kernel (*fnKernel)(const TableLayout&, std::size_t)) {
             if ((uTargets & uTarget) != 0) {
@@ -363,6 +363,9 @@ const std::vector<KernelTarget>& kernelTargets() {
 #endif
 #if HWY_TARGETS & HWY_SSSE3
         add(HWY_SSSE3, N_SSSE3::findKernel);
+#endif
+#if HWY_TARGETS & HWY_NEON
+        add(HWY_NEON, N_NEON::findKernel);
 #endif
         vecTargets.push_back({"scalar", scalarKernel});
         return vecTargets;
