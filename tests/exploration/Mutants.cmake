@@ -5,10 +5,10 @@ set(GATE XapelAccessControl.cpp)
 set(PIN XapelBypassSlot.h)
 set(LIFE XapelBypassSlot.cpp)
 set(CALLS XapelCallCount.h)
-set(EQUAL_${GATE} rw fc cw ef:1:4 eb:1:3 ffc:1:3 rrw:1:3 fbc:1:2 wwr:1:2)
-set(EQUAL_${PIN} lh llh ln lln)
+set(EQUAL_${GATE} rw fc cw ef:1:4 eb:1:3 ffc:1:3 rrw:1:3 fbc:1:2 wwr:1:2 is igs:1:2 id:1:4 rrw:2:~20000 ffc:2:~20000)
+set(EQUAL_${PIN} lh llh ln lln is id:1:4 igs:1:2 lln:2:~20000)
 set(EQUAL_${LIFE} ${EQUAL_${PIN}})
-set(EQUAL_${CALLS} op oq ooq opq:1:3 oop:1:3)
+set(EQUAL_${CALLS} op oq ooq opq:1:3 oop:1:3 opq:1:~20000)
 
 set(SOURCE_NAMES ${GATE} XapelAccessControl.h ${PIN} ${LIFE} ${CALLS} XapelThreading.h)
 list(TRANSFORM SOURCE_NAMES PREPEND ${LIBRARY_FOLDER}/ OUTPUT_VARIABLE SOURCE_FILES)
@@ -57,6 +57,21 @@ endfunction()
 # weaker(NAME FILE VERDICT CALL FROM TO): a weaker memory order in the call that begins so.
 function(weaker NAME FILE VERDICT CALL FROM TO)
   mutant(${NAME} ${FILE} "${VERDICT}" "${CALL}std::memory_order_${FROM}" "${CALL}std::memory_order_${TO}")
+  set_property(DIRECTORY APPEND PROPERTY "WEAKENED_${FILE}" "${CALL}std::memory_order_${FROM}")
+endfunction()
+
+# all_weakened(FILE...): stops where a file has an order that no wrong build above weakens.
+function(all_weakened)
+  foreach(FILE ${ARGN})
+    file(READ ${LIBRARY_FOLDER}/${FILE} TEXT)
+    get_property(WEAKENED DIRECTORY PROPERTY "WEAKENED_${FILE}")
+    foreach(ORDER ${WEAKENED})
+      string(REPLACE "${ORDER}" "" TEXT "${TEXT}")
+    endforeach()
+    if(TEXT MATCHES "[^\n]*memory_order_(consume|acquire|release|acq_rel|seq_cst)[^\n]*")
+      message(FATAL_ERROR "no wrong build weakens this order of ${FILE}: ${CMAKE_MATCH_0}")
+    endif()
+  endforeach()
 endfunction()
 
 # The gate
@@ -65,6 +80,8 @@ weaker(gate-reopen ${GATE} rw [[m_bExclusive.store(false, ]] seq_cst relaxed)
 weaker(gate-reopen-release ${GATE} "equal: a load that acquires is all that looks at it" [[m_bExclusive.store(false, ]]
   seq_cst release)
 weaker(gate-close ${GATE} "equal: whoever looks holds the mutex" [[m_bExclusive.store(true, ]] seq_cst relaxed)
+weaker(gate-empty-read ${GATE} igs:1:3 [[::IsEmpty() const {
+    return m_nUsers.load(]] acquire relaxed)
 weaker(gate-alone-read ${GATE} rw [[::IsExclusive() const {
     return m_nUsers.load(]] acquire relaxed)
 weaker(gate-users-leave ${GATE} rw [[m_nUsers.fetch_sub(1, ]] release relaxed)
@@ -163,3 +180,5 @@ mutant(calls-no-wait ${CALLS} op [[while (m_uWord.load(std::memory_order_acquire
 mutant(calls-one-is-none ${CALLS} op [[>= 2]] [[> 2]])
 mutant(calls-close-forgets ${CALLS} oq [[m_uWord.fetch_or(1, std::memory_order_acq_rel)]]
   [[m_uWord.store(1, std::memory_order_seq_cst)]])
+
+all_weakened(${GATE} XapelAccessControl.h ${PIN} ${LIFE} ${CALLS})
