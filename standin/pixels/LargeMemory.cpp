@@ -14,6 +14,8 @@ namespace StandIn {
 
 namespace {
 
+// With pages of 4 KiB. Where pages have 16 or 64 KiB, huge ones have 32 or 512 MiB: then this is whole pages still, and
+// only what is larger gets huge ones.
 constexpr std::size_t HUGE_PAGE = std::size_t{1} << 21;
 
 }  // namespace

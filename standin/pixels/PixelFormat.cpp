@@ -6,6 +6,9 @@
 
 #include <cstring>
 
+// Samples of several bytes stand in an image with the lowest byte first, and are read as words of the processor.
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the stand-in host is for little-endian processors");
+
 namespace XAPEL2 {
 namespace StandIn {
 

@@ -16,15 +16,22 @@ struct Suite : rl::test_suite<Suite<nThreads>, nThreads> {
     void after() { endWorld(); }
 };
 
-/// Explores one scenario, ROLES[:ROUNDS[:BOUND]], and tells whether nothing was found. BOUND limits how often threads
-/// lose their turn without giving it away; 0: no limit.
+/// Explores one scenario, ROLES[:ROUNDS[:BOUND]] or ROLES:ROUNDS:~EXECUTIONS, and tells whether nothing was found.
+/// BOUND limits how often threads lose their turn without giving it away; 0: no limit. Every order is tried then, and
+/// each load sees the newest value or the one before it. EXECUTIONS are so many drawn at random, from the same seed
+/// each time, in which a load may also see the value before that.
 bool explore(const std::string& strScenario) {
     unsigned uBound = 0;
+    bool bDrawn = false;
     std::istringstream scenario(strScenario);
     std::getline(scenario, g_scenario.strRoles, ':');
     g_scenario.nRounds = 1;
     scenario >> g_scenario.nRounds;
     scenario.ignore(1);
+    if (scenario.peek() == '~') {
+        bDrawn = true;
+        scenario.ignore(1);
+    }
     scenario >> uBound;
     if (g_scenario.strRoles.size() < 2 || g_scenario.strRoles.size() > 3) {
         throw std::invalid_argument(strScenario);
@@ -32,8 +39,12 @@ bool explore(const std::string& strScenario) {
 
     std::ostream silence(nullptr);
     rl::test_params params;
-    params.search_type = uBound == 0 ? rl::sched_full : rl::sched_bound;
-    params.context_bound = uBound;
+    params.search_type = bDrawn ? rl::sched_random : uBound == 0 ? rl::sched_full : rl::sched_bound;
+    if (bDrawn) {
+        params.iteration_count = uBound;
+    } else {
+        params.context_bound = uBound;
+    }
     params.progress_stream = &silence;
     const bool bClean =
         g_scenario.strRoles.size() == 2 ? rl::simulate<Suite<2>>(params) : rl::simulate<Suite<3>>(params);

@@ -5,10 +5,10 @@ set(GATE XapelAccessControl.cpp)
 set(PIN XapelBypassSlot.h)
 set(LIFE XapelBypassSlot.cpp)
 set(CALLS XapelCallCount.h)
-set(EQUAL_${GATE} rw fc cw ef:1:4 eb:1:3 ffc:1:3 rrw:1:3 fbc:1:2 wwr:1:2)
-set(EQUAL_${PIN} lh llh ln lln)
+set(EQUAL_${GATE} rw fc cw ef:1:4 eb:1:3 ffc:1:3 rrw:1:3 fbc:1:2 wwr:1:2 is igs:1:2 id:1:4 rrw:2:~20000 ffc:2:~20000)
+set(EQUAL_${PIN} lh llh ln lln is id:1:4 igs:1:2 lln:2:~20000)
 set(EQUAL_${LIFE} ${EQUAL_${PIN}})
-set(EQUAL_${CALLS} op oq ooq opq:1:3 oop:1:3)
+set(EQUAL_${CALLS} op oq ooq opq:1:3 oop:1:3 opq:1:~20000)
 
 set(SOURCE_NAMES ${GATE} XapelAccessControl.h ${PIN} ${LIFE} ${CALLS} XapelThreading.h)
 list(TRANSFORM SOURCE_NAMES PREPEND ${LIBRARY_FOLDER}/ OUTPUT_VARIABLE SOURCE_FILES)
@@ -57,6 +57,21 @@ endfunction()
 # weaker(NAME FILE VERDICT CALL FROM TO): a weaker memory order in the call that begins so.
 function(weaker NAME FILE VERDICT CALL FROM TO)
   mutant(${NAME} ${FILE} "${VERDICT}" "${CALL}std::memory_order_${FROM}" "${CALL}std::memory_order_${TO}")
+  set_property(DIRECTORY APPEND PROPERTY "WEAKENED_${FILE}" "${CALL}std::memory_order_${FROM}")
+endfunction()
+
+# all_weakened(FILE...): stops where a file has an order that no wrong build above weakens.
+function(all_weakened)
+  foreach(FILE ${ARGN})
+    file(READ ${LIBRARY_FOLDER}/${FILE} TEXT)
+    get_property(WEAKENED DIRECTORY PROPERTY "WEAKENED_${FILE}")
+    foreach(ORDER ${WEAKENED})
+      string(REPLACE "${ORDER}" "" TEXT "${TEXT}")
+    endforeach()
+    if(TEXT MATCHES "[^\n]*memory_order_(consume|acquire|release|acq_rel|seq_cst)[^\n]*")
+      message(FATAL_ERROR "no wrong build weakens this order of ${FILE}: ${CMAKE_MATCH_0}")
+    endif()
+  endforeach()
 endfunction()
 
 # The gate
@@ -65,7 +80,10 @@ weaker(gate-reopen ${GATE} rw [[m_bExclusive.store(false, ]] seq_cst relaxed)
 weaker(gate-reopen-release ${GATE} "equal: a load that acquires is all that looks at it" [[m_bExclusive.store(false, ]]
   seq_cst release)
 weaker(gate-close ${GATE} "equal: whoever looks holds the mutex" [[m_bExclusive.store(true, ]] seq_cst relaxed)
-weaker(gate-users-read ${GATE} rw [[m_nUsers.load(]] acquire relaxed)
+weaker(gate-empty-read ${GATE} igs:1:3 [[::IsEmpty() const {
+    return m_nUsers.load(]] acquire relaxed)
+weaker(gate-alone-read ${GATE} rw [[::IsExclusive() const {
+    return m_nUsers.load(]] acquire relaxed)
 weaker(gate-users-leave ${GATE} rw [[m_nUsers.fetch_sub(1, ]] release relaxed)
 weaker(gate-users-enter ${GATE} "equal: the mutex orders it before whoever waits" [[m_nUsers.fetch_add(1, ]]
   acq_rel relaxed)
@@ -77,21 +95,25 @@ weaker(gate-flags-leave ${GATE} "equal: no data comes with a flag, and lowering 
 mutant(gate-no-mutex ${GATE} ww [[const XapelLock lock(mtx);]] [[static_cast<void>(mtx);]])
 mutant(gate-no-check ${GATE} rw [[if (m_rData.m_bExclusive.load(std::memory_order_acquire))]] [[if (false)]])
 mutant(gate-no-close ${GATE} rw [[m_rData.m_bExclusive.store(true, std::memory_order_seq_cst);]] [[{}]])
-mutant(gate-readers-close ${GATE} rr [[if (m_bExclusive)
-        m_rData.m_bExclusive.store(true,]] [[m_rData.m_bExclusive.store(true,]])
+mutant(gate-readers-close ${GATE} rr [[if (m_bExclusive) {
+        m_rData.m_bExclusive.store(true,]] [[{
+        m_rData.m_bExclusive.store(true,]])
 mutant(gate-no-reopen ${GATE} rw [[m_rData.m_bExclusive.store(false, std::memory_order_seq_cst);]] [[{}]])
-mutant(gate-readers-reopen ${GATE} "rw:2:3 rrw:1:3" [[if (m_bExclusive)
-        m_rData.m_bExclusive.store(false]] [[m_rData.m_bExclusive.store(false]])
+mutant(gate-readers-reopen ${GATE} "rw:2:3 rrw:1:3" [[if (m_bExclusive) {
+        m_rData.m_bExclusive.store(false]] [[{
+        m_rData.m_bExclusive.store(false]])
 mutant(gate-wait-not-exclusive ${GATE} rw [[mode == eExclusive || mode == eExclusiveWait]] [[mode == eExclusive]])
 mutant(gate-exclusive-is-shared ${GATE} rc [[mode == eExclusive || mode == eExclusiveWait]] [[mode == eExclusiveWait]])
 mutant(gate-enter-no-wait ${GATE} rw [[if (mode == eExclusiveWait)]] [[if (false)]])
-mutant(gate-no-wait ${GATE} rw [[while (!IsExclusive()) xapelSpinPause();]] "")
-mutant(gate-guard-no-wait ${GATE} rc [[if (m_bExclusive)
-        m_rData.WaitExclusive();]] "")
-mutant(gate-readers-wait ${GATE} rr [[if (m_bExclusive)
-        m_rData.WaitExclusive();]] [[m_rData.WaitExclusive();]])
+mutant(gate-no-wait ${GATE} rw [[while (!IsExclusive()) {]] [[while (false) {]])
+mutant(gate-guard-no-wait ${GATE} rc [[if (m_bExclusive) {
+        m_rData.WaitExclusive();]] [[{]])
+mutant(gate-readers-wait ${GATE} rr [[if (m_bExclusive) {
+        m_rData.WaitExclusive();]] [[{
+        m_rData.WaitExclusive();]])
 mutant(gate-spin-no-pause ${GATE} rw
-  [[while (m_rData.m_bExclusive.load(std::memory_order_relaxed)) xapelSpinPause();]] "")
+  [[while (m_rData.m_bExclusive.load(std::memory_order_relaxed)) {
+            xapelSpinPause();]] [[{]])
 mutant(gate-two-are-alone ${GATE} rw [[<= 1;]] [[<= 2;]])
 mutant(gate-one-is-not-alone ${GATE} rw [[<= 1;]] [[< 1;]])
 mutant(gate-users-not-raised ${GATE} rw [[m_rData.m_nUsers.fetch_add(1, std::memory_order_acq_rel);]] "")
@@ -100,9 +122,9 @@ mutant(gate-users-after-unlock ${GATE} rw [[m_rData.m_nUsers.fetch_add(1, std::m
   [[    if (mode == eExclusiveWait)]] [[    m_rData.m_nUsers.fetch_add(1, std::memory_order_acq_rel);
     if (mode == eExclusiveWait)]])
 mutant(gate-users-lowered-first ${GATE} ef:1:4 [[    m_rData.m_nUsers.fetch_sub(1, std::memory_order_release);]] ""
-  [[    if (m_bExclusive)
+  [[    if (m_bExclusive) {
         m_rData.m_bExclusive.store(false]] [[    m_rData.m_nUsers.fetch_sub(1, std::memory_order_release);
-    if (m_bExclusive)
+    if (m_bExclusive) {
         m_rData.m_bExclusive.store(false]])
 mutant(gate-flags-after-unlock ${GATE} bc:1:3
   [[forEachBit(m_uFlags, [this](unsigned i) { m_rData.m_uFlags[i].fetch_add(1, std::memory_order_acq_rel); });]] ""
@@ -129,10 +151,12 @@ mutant(pin-check-first ${PIN} lh [[m_rWord.fetch_add(2, std::memory_order_acq_re
   [[m_rWord.load(std::memory_order_acquire) & 1) != 0) { m_rWord.fetch_add(2, std::memory_order_acq_rel); }]])
 mutant(pin-stays ${PIN} lh [[m_rWord.fetch_sub(2, std::memory_order_release);]] "")
 mutant(pin-no-end ${LIFE} lh [[m_rWord.fetch_and(~uint64_t{1}, std::memory_order_acq_rel);]] "")
-mutant(pin-no-wait ${LIFE} lh [[while (m_rWord.load(std::memory_order_acquire) >= 2) xapelSpinPause();]] "")
+mutant(pin-no-wait ${LIFE} lh [[while (m_rWord.load(std::memory_order_acquire) >= 2) {]] [[while (false) {]])
 mutant(pin-wait-first ${LIFE} lh [[m_rWord.fetch_and(~uint64_t{1}, std::memory_order_acq_rel);]] ""
   [[xapelSpinPause();
+    }
 }]] [[xapelSpinPause();
+    }
     m_rWord.fetch_and(~uint64_t{1}, std::memory_order_acq_rel);
 }]])
 mutant(pin-one-is-none ${LIFE} lh [[>= 2]] [[> 2]])
@@ -152,7 +176,9 @@ mutant(calls-check-first ${CALLS} oq [[m_uWord.fetch_add(2, std::memory_order_ac
   [[m_uWord.load(std::memory_order_acquire) & 1) != 0) { m_rCount.m_uWord.fetch_add(2, std::memory_order_acq_rel); }]])
 mutant(calls-stay ${CALLS} op [[m_rCount.m_uWord.fetch_sub(2, std::memory_order_release);]] "")
 mutant(calls-no-close ${CALLS} oq [[m_uWord.fetch_or(1, std::memory_order_acq_rel);]] "")
-mutant(calls-no-wait ${CALLS} op [[while (m_uWord.load(std::memory_order_acquire) >= 2) xapelSpinPause();]] "")
+mutant(calls-no-wait ${CALLS} op [[while (m_uWord.load(std::memory_order_acquire) >= 2) {]] [[while (false) {]])
 mutant(calls-one-is-none ${CALLS} op [[>= 2]] [[> 2]])
 mutant(calls-close-forgets ${CALLS} oq [[m_uWord.fetch_or(1, std::memory_order_acq_rel)]]
   [[m_uWord.store(1, std::memory_order_seq_cst)]])
+
+all_weakened(${GATE} XapelAccessControl.h ${PIN} ${LIFE} ${CALLS})

@@ -20,7 +20,7 @@ constexpr unsigned EXPLORE_ALL = ~0U;
 /// that it must not run beside: the model checker reports every race on them.
 class World {
 public:
-    World() : m_Data(1), m_Hub(1) {
+    World() : m_Data(1), m_Hub(1), m_List(1) {
         g_uExploredAtomics = 3;  // the gate's first three: exclusive, users, the count of FETCH
         m_Gate.emplace();
         g_uExploredAtomics = EXPLORE_ALL;
@@ -65,6 +65,11 @@ private:
             {'l', &World::callLate},    // pins the hub and looks at it when it is alive
             {'h', &World::endHub},      // ends the hub
             {'n', &World::replaceHub},  // the same, then a new hub begins and ends in the same slot
+            // Hub, pin word and gate together
+            {'i', &World::intercept},   // pins the hub, publishes a flag at its gate, looks at hub and participant
+            {'g', &World::changeList},  // exclusive, asks the participant to cancel when the flag tells it to
+            {'s', &World::endService},  // turns all calls away, waits, destroys the participant
+            {'d', &World::destroyHub},  // alone at the gate once, then ends the hub and destroys the gate
             // The call count
             {'o', &World::callOpenClose},      // counts itself and calls the participant that it finds on the list
             {'p', &World::removeParticipant},  // takes the participant off the list, waits, destroys it
@@ -119,6 +124,47 @@ private:
             xapelSpinPause();
         }
         cancelAndWrite();
+        m_Gate.reset();
+    }
+
+    void intercept() {
+        const CXapelHubPin pin(hub());
+        if (!pin.isAlive()) {
+            return;
+        }
+        const CXapelAccessControl guard(m_Gate->mtx, m_Gate->data, CXapelAccessControl::eShared, FETCH);
+        RL_ASSERT(m_Hub(RL_INFO).load() != 0);
+        RL_ASSERT(m_List(RL_INFO).load() != 0);
+        RL_ASSERT(m_Data(RL_INFO).load() != 0);
+    }
+
+    void changeList() {
+        const CXapelAccessControl guard(m_Gate->mtx, m_Gate->data, CXapelAccessControl::eExclusive, 0);
+        if (!m_Gate->data.IsExclusive()) {
+            if ((m_Gate->data.Flags() & FETCH) != 0) {
+                RL_ASSERT(m_Data(RL_INFO).load() != 0);
+            }
+            guard.WaitExclusive();
+        }
+        m_List(RL_INFO).store(2);
+    }
+
+    void endService() {
+        m_Life->refuseCalls();
+        m_Life->waitForCalls();
+        while (!m_Gate->data.IsEmpty()) {
+            xapelSpinPause();
+        }
+        m_Data(RL_INFO).store(0);
+    }
+
+    void destroyHub() {
+        {
+            const CXapelAccessControl guard(m_Gate->mtx, m_Gate->data, CXapelAccessControl::eExclusiveWait, 0);
+            m_List(RL_INFO).store(2);
+        }
+        m_Life.reset();
+        m_Hub(RL_INFO).store(0);
         m_Gate.reset();
     }
 
@@ -181,6 +227,7 @@ private:
 
     rl::var<int> m_Data;  // what the gate guards, or the participant; 0: destroyed
     rl::var<int> m_Hub;   // 0: destroyed
+    rl::var<int> m_List;  // of participants, guarded by the gate
 
     // Between the roles alone. Relaxed, so that they order nothing that the explored sources leave unordered.
     std::optional<XapelAtomic<bool>> m_bHold;  // blocked readers stay inside

@@ -4,6 +4,7 @@
 
 #pragma once
 
+#include <algorithm>
 #include <csignal>
 #include <fstream>
 #include <iterator>
@@ -38,6 +39,15 @@ public:
     /// @throws std::runtime_error  it cannot be started.
     CProgram(const std::string& strProgram, std::vector<std::string> vecArguments) {
         vecArguments.insert(vecArguments.begin(), strProgram);
+#ifdef XAPEL2_EMULATOR
+        // Ours, by itself or behind a command of the system.
+        const auto itOurs = std::find_if(vecArguments.begin(), vecArguments.end(), [](const std::string& rWord) {
+            return rWord.rfind(XAPEL2_EMULATED_FOLDER, 0) == 0;
+        });
+        if (itOurs != vecArguments.end()) {
+            vecArguments.insert(itOurs, XAPEL2_EMULATOR);
+        }
+#endif
         std::vector<char*> vecApArguments;
         for (std::string& rArgument : vecArguments) {
             vecApArguments.push_back(rArgument.data());
@@ -51,7 +61,7 @@ public:
         posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, (m_folder / "out").c_str(), iFlags, 0600);
         posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, (m_folder / "err").c_str(), iFlags, 0600);
         const int iError =
-            posix_spawn(&m_iProcess, strProgram.c_str(), &actions, nullptr, vecApArguments.data(), environ);
+            posix_spawn(&m_iProcess, vecApArguments[0], &actions, nullptr, vecApArguments.data(), environ);
         posix_spawn_file_actions_destroy(&actions);
         if (iError != 0) {
             throw std::runtime_error(strProgram + " cannot be run");
@@ -66,9 +76,13 @@ public:
     CProgram(const CProgram&) = delete;
     CProgram& operator=(const CProgram&) = delete;
 
-    void signal(int iSignal) const { kill(m_iProcess, iSignal); }
+    void signal(int iSignal) const {
+        kill(m_iProcess, iSignal);
+    }
     /// What it has printed so far.
-    std::string out() const { return content(m_folder / "out"); }
+    std::string out() const {
+        return content(m_folder / "out");
+    }
 
     /// Waits for its end. Only once.
     ProgramResult wait() {

@@ -139,7 +139,8 @@ private:
     ParticipantList m_lstParticipants;
     ParticipantList m_lstParticipantsForCalling;
 
-    alignas(64) XapelMutex m_mtxAccess;  // entry mutex of the gate, on one cache line with the words that it guards
+    /// Entry mutex of the gate, on one cache line with the words that it guards.
+    alignas(XAPEL_CACHE_LINE) XapelMutex m_mtxAccess;
     XapelAccessControlData m_AccessData;
 
     /// The leaf lock: copy out, release, call.

@@ -11,7 +11,7 @@
 
 namespace {
 
-struct alignas(64) Slot {
+struct alignas(XAPEL_CACHE_LINE) Slot {
     XapelPinWord m_uPins{0};
     Slot* m_pNextRetired = nullptr;    // guarded by SlotPool::m_mtx
     std::atomic<bool> m_bKept{false};  // set by calls of the hub, whose end waits for them: no order of its own

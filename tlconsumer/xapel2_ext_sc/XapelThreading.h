@@ -4,6 +4,16 @@
 
 #pragma once
 
+#include <cstddef>
+
+/// Bytes that one processor takes from another at a time. A number, because the standard's own constant changes with
+/// the compiler's options. Of ARM processors some have 128, the others lose only the room.
+#if defined(__aarch64__)
+constexpr std::size_t XAPEL_CACHE_LINE = 128;
+#else
+constexpr std::size_t XAPEL_CACHE_LINE = 64;
+#endif
+
 // A program that explores their executions names a header of its own here, with the same names over its own primitives.
 #ifdef XAPEL_THREADING_HEADER
 #include XAPEL_THREADING_HEADER
@@ -22,6 +32,9 @@ typedef std::lock_guard<XapelMutex> XapelLock;
 inline void xapelSpinPause() {
 #if defined(__x86_64__) || defined(__i386__)
     __builtin_ia32_pause();
+#elif defined(__aarch64__)
+    // The instruction that is meant for this does nothing on most of these processors; this one empties the pipeline.
+    __asm__ volatile("isb");
 #endif
 }
 

@@ -39,8 +39,6 @@ int CWaiters::fetch(BufferHandle* phBuffer, unsigned long long iTimeoutMs, uint6
     if (phBuffer == nullptr) {
         return GC_ERR_INVALID_PARAMETER;
     }
-    const auto tDeadline =
-        std::chrono::steady_clock::now() + std::chrono::milliseconds(std::min(iTimeoutMs, TIMEOUT_LONGEST_MS));
     Waiter waiter;
     BufferHandle hBuffer = nullptr;
     std::unique_lock<std::mutex> lock(m_mtx);
@@ -64,6 +62,9 @@ int CWaiters::fetch(BufferHandle* phBuffer, unsigned long long iTimeoutMs, uint6
             m_cvChange.wait(lock, fnReady);
             bReady = true;
         } else {
+            // Only who waits looks at the clock, which takes as long as several locks.
+            const auto tDeadline =
+                std::chrono::steady_clock::now() + std::chrono::milliseconds(std::min(iTimeoutMs, TIMEOUT_LONGEST_MS));
             bReady = m_cvChange.wait_until(lock, tDeadline, fnReady);
         }
         m_vecWaiters.erase(std::find(m_vecWaiters.begin(), m_vecWaiters.end(), &waiter));

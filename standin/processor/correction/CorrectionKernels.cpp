@@ -423,7 +423,7 @@ std::string KernelTarget::name(const KernelWay& rWay) const {
 
 const std::vector<KernelTarget>& kernelTargets() {
     static const std::vector<KernelTarget> s_vecTargets = [] {
-        const int64_t uTargets = hwy::SupportedTargets();
+        const int64_t uTargets = hwy::SupportedTargets() | HWY_STATIC_TARGET;
         std::vector<KernelTarget> vecTargets;
         const auto add = [&](int64_t uTarget, KernelVariant (*fnVariant)(const TableLayout&, const KernelWay&)) {
             if ((uTargets & uTarget) != 0) {
@@ -441,6 +441,9 @@ const std::vector<KernelTarget>& kernelTargets() {
 #endif
 #if HWY_TARGETS & HWY_SSSE3
         add(HWY_SSSE3, N_SSSE3::findKernel);
+#endif
+#if HWY_TARGETS & HWY_NEON
+        add(HWY_NEON, N_NEON::findKernel);
 #endif
         vecTargets.push_back({"scalar", scalarKernel});
         return vecTargets;

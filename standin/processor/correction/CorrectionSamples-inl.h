@@ -33,6 +33,25 @@ HWY_INLINE Words<D> splat(D d16, unsigned uValue) {
     return hn::Set(d16, static_cast<uint16_t>(uValue));
 }
 
+/// For each pair of words, neither above 12 bits, the sum of the first times 2^EVEN and the second times 2^ODD.
+template <int EVEN, int ODD, class D>
+HWY_INLINE hn::Vec<hn::Repartition<uint32_t, D>> pairSums(D, Words<D> vWords) {
+    const hn::Repartition<uint32_t, D> d32;
+#if HWY_ARCH_X86
+    // One instruction, whose pairs are neighbours here and nowhere else.
+    const hn::Repartition<int16_t, D> di16;
+    const hn::Repartition<int32_t, D> di32;
+    auto vNone = hn::Zero(di32);
+    const auto vFactors = hn::BitCast(di16, hn::Set(d32, 1U << EVEN | 1U << (16 + ODD)));
+    return hn::BitCast(d32,
+                       hn::ReorderWidenMulAccumulate(di32, hn::BitCast(di16, vWords), vFactors, hn::Zero(di32), vNone));
+#else
+    const auto vPairs = hn::BitCast(d32, vWords);
+    return hn::Add(hn::ShiftLeft<EVEN>(hn::And(vPairs, hn::Set(d32, 0xFFFFU))),
+                   hn::ShiftLeft<ODD>(hn::ShiftRight<16>(vPairs)));
+#endif
+}
+
 /// Samples in words of their own.
 template <class D>
 struct Unpacked {
@@ -160,10 +179,7 @@ struct Packed {
 
     // Two samples of 12 bits in the image to each dword, or four of 10 to each qword, without a gap.
     static HWY_INLINE V close(V vOut) {
-        const hn::Repartition<int16_t, D> di16;
-        const hn::Repartition<int32_t, D> di32;
         const hn::Repartition<uint64_t, D> d64;
-        auto vNone = hn::Zero(di32);
         if (SPLIT && BITS == 12) {
             const auto vPair =
                 hn::BitCast(D32(), vOut);  // its fourth nibble is 0, and the place of the first one's last
@@ -171,13 +187,10 @@ struct Packed {
                                hn::OrAnd(hn::ShiftRight<4>(vPair), hn::ShiftLeft<8>(vPair), hn::Set(D32(), 0xF00U)));
         }
         if (SPLIT) {
-            const auto vBelow = hn::BitCast(di16, hn::And(vOut, splat(D(), (1U << (BITS - 8)) - 1)));
-            const auto vFactors = hn::BitCast(di16, hn::Set(D32(), 1U << 8 | 1U << (16 + 12)));
-            const auto vMiddle = hn::ReorderWidenMulAccumulate(di32, vBelow, vFactors, hn::Zero(di32), vNone);
+            const auto vMiddle = pairSums<8, 12>(D(), hn::And(vOut, splat(D(), (1U << (BITS - 8)) - 1)));
             return hn::Or(hn::ShiftRight<BITS - 8>(vOut), hn::BitCast(D(), vMiddle));
         }
-        const auto vFactors = hn::BitCast(di16, hn::Set(D32(), 1U | 1U << (16 + BITS)));
-        const auto vTwo = hn::ReorderWidenMulAccumulate(di32, hn::BitCast(di16, vOut), vFactors, hn::Zero(di32), vNone);
+        const auto vTwo = pairSums<0, BITS>(D(), vOut);
         if (BITS == 12) {
             return hn::BitCast(D(), vTwo);
         }
