@@ -238,7 +238,7 @@ def test_live_correction_is_that_of_arrays(camera):
     camera.StandInScene = "Scene"
     raw = next(camera.frames(1)).array.copy()
     camera.StandInFrame = 0
-    for filters in ({}, {"box_light": 1}):
+    for filters in ({}, {"box_light": 1}, {"median_light": 1}, {"box_dark": 3}, {"median_dark": 1}):
         camera.correct(dark, light, **filters)
         assert camera.correcting
         camera.StandInFrame = 0

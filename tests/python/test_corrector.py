@@ -70,6 +70,23 @@ def test_references_come_as_files_or_objects_with_filters(files):
     assert len({result.tobytes() for result in results}) == 5
 
 
+def test_each_filter_is_on_its_reference():
+    spot = np.full((9, 9), 10.0)
+    spot[4, 4] = 100.0
+    frame = np.full((9, 9), 110, np.uint8)
+    for kind, other in (("dark", "light"), ("light", "dark")):
+        reference = {kind: xs.Reference(spot, kind, "Mono8")}
+
+        def corrected(**filters):
+            return xs.Corrector(**reference, **filters)(frame.copy())
+
+        # Only the median takes a spot away whole; only the box spreads it.
+        assert len(np.unique(corrected(**{f"median_{kind}": 1}))) == 1
+        assert corrected(**{f"box_{kind}": 1})[3, 3] != corrected()[3, 3]
+        for name in (f"median_{other}", f"box_{other}"):
+            np.testing.assert_array_equal(corrected(**{name: 1}), corrected())
+
+
 def readonly(array):
     array.flags.writeable = False
     return array

@@ -81,9 +81,20 @@ print('done')""",
 }
 
 
+# What is registered before the package is imported runs behind what that has registered.
+ATEXIT = "import atexit; atexit.register(lambda: print('done' if not camera.is_open else 'still open'))\n"
+
+
 @pytest.mark.parametrize("name", PROGRAMS)
 def test_ends_in_order(name):
-    program = OPEN + PROGRAMS[name].strip() + "\n"
+    ends_in_order(OPEN + PROGRAMS[name].strip() + "\n")
+
+
+def test_cameras_are_closed_at_exit():
+    ends_in_order(ATEXIT + OPEN + "camera.start()\n")
+
+
+def ends_in_order(program):
     ended = subprocess.run([sys.executable, "-X", "faulthandler", "-c", program], capture_output=True, text=True, timeout=60)
     # What the daemon threads of a test have to say when their camera is closed is theirs.
     assert ended.returncode == 0 and "done" in ended.stdout, ended.stderr
