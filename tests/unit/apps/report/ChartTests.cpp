@@ -16,6 +16,7 @@ using namespace XAPEL2;
 using namespace XAPEL2::App;
 using ::testing::DoubleNear;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::Pointwise;
 
 TEST(Chart, TicksAreRound) {
@@ -24,6 +25,13 @@ TEST(Chart, TicksAreRound) {
     EXPECT_THAT(niceTicks(7.0, 7.0, 5), ElementsAre(7.0));
     EXPECT_EQ(tickDigits({0.0, 200.0}), 0);
     EXPECT_EQ(tickDigits({0.9, 0.95}), 2);
+}
+
+TEST(Chart, LinesRiseWhereValuesDo) {
+    EXPECT_THAT(chartHtml({"T", "x", "y", false, {{"a", "before", {0.0, 10.0}, {0.0, 100.0}}}}),
+                HasSubstr(" 179.8L350.0 16.2\""));
+    EXPECT_THAT(chartHtml({"T", "x", "y", true, {{"a", "after", {0.0, 5.0, 10.0}, {1.0, 100.0}}}}),
+                HasSubstr("V50.0H350.0V188.0\""));
 }
 
 namespace {
