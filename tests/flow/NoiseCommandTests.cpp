@@ -101,8 +101,26 @@ TEST_F(NoiseCommand, UncertaintyStandsBesideEachFrameAndHolds) {
     EXPECT_NEAR(std::sqrt(dSquares / dCount), 1.0, 0.03);
     EXPECT_GT(dCount, 0.999 * 2.0 * 160.0 * 120.0);
 
+    // A dark frame has no shot noise: read noise of 1.8 DN, times the gain, and what the references and the rounding
+    // add.
+    run({"run", "-d", strDevice, "--scene", "Dark", "--dark", file("dark.tif"), "--light", file("light.tif"), "-n", "1",
+         "--raw", "--format", "tiff", "-o", file("dark")});
+    run({"correct", "--dark", file("dark.tif"), "--light", file("light.tif"), "--uncertainty", "-o", file("black"),
+         file("dark/raw/dark_0000.tif")});
+    const std::vector<double> vecBlack = samples<float>("black/dark_0000.uncertainty.tif");
+    ASSERT_EQ(vecBlack.size(), 160U * 120U);
+    double dBlack = 0.0, dTold = 0.0;
+    for (const double dDeviation : vecBlack) {
+        dBlack += std::isnan(dDeviation) ? 0.0 : dDeviation;
+        dTold += std::isnan(dDeviation) ? 0.0 : 1.0;
+    }
+    EXPECT_NEAR(dBlack / dTold, 2.5, 0.5);
+
     // What stands there is not written over, and what cannot be told is not told.
-    run(vecCorrect, 2, "exists");
+    fs::remove(file("out/even_0006.tif"));
+    fs::remove(file("out/even_0007.tif"));
+    run(vecCorrect, 2, "uncertainty.tif exists");
+    EXPECT_FALSE(fs::exists(file("out/even_0006.tif")));
     vecCorrect.insert(vecCorrect.end(), {"--overwrite", "--box-light", "2"});
     run(vecCorrect, 2, "filter");
     run({"correct", "--light", file("light.tif"), "--uncertainty", "-o", file("two"), file("run/raw/even_0006.tif")}, 2,

@@ -58,34 +58,54 @@ double noiseOf(const StandIn::ReferenceImage& rDark, unsigned iClass) {
     return rDark.vecClassNoise.empty() ? rDark.dTemporalNoise : rDark.vecClassNoise[iClass];
 }
 
-}  // namespace
-
-DarkPattern darkPattern(const StandIn::ReferenceImage& rDark) {
+/// All but what a filter would do, which takes longer.
+DarkPattern patternUnfiltered(const StandIn::ReferenceImage& rDark) {
     DarkPattern result;
     if (rDark.nImages < 2 || rDark.layout.samples() < SAMPLES_LEAST) {
         return result;
     }
-    const auto dFrames = static_cast<double>(rDark.nImages);
+    const unsigned nClasses = rDark.layout.classes();
+    double dBefore = 0.0, dNoise = 0.0;
+    for (unsigned i = 0; i < nClasses; ++i) {
+        const double dVariance = noiseOf(rDark, i) * noiseOf(rDark, i);
+        const ColourPlane plane = colourPlane(rDark.layout, rDark.vecSamples, i);
+        dBefore += spatialVariances(plane, rDark.nImages, dVariance).dTotal / nClasses;
+        dNoise += dVariance / nClasses;
+    }
+    result.dBefore = dBefore > 0.0 ? std::sqrt(dBefore) : std::numeric_limits<double>::quiet_NaN();
+    result.dAfter = result.dFiltered = std::sqrt(dNoise / static_cast<double>(rDark.nImages));
+    const double dFrames = dBefore > 0.0 ? std::ceil(4.0 * dNoise / dBefore) : FRAMES_MOST;
+    result.nFrames = dFrames < FRAMES_MOST ? static_cast<uint64_t>(dFrames) : 0;
+    return result;
+}
+
+bool isWorse(const DarkPattern& rPattern) {
+    return rPattern.dAfter > 0.0 && !(rPattern.dAfter <= WORSE_BY * rPattern.dBefore);
+}
+
+}  // namespace
+
+DarkPattern darkPattern(const StandIn::ReferenceImage& rDark) {
+    DarkPattern result = patternUnfiltered(rDark);
+    if (std::isnan(result.dAfter)) {
+        return result;
+    }
     const unsigned nClasses = rDark.layout.classes();
     std::vector<double> vecFiltered(std::size(RADII), 0.0);
-    double dBefore = 0.0, dAfter = 0.0;
     for (unsigned i = 0; i < nClasses; ++i) {
         const ColourPlane plane = colourPlane(rDark.layout, rDark.vecSamples, i);
-        const double dVariance = noiseOf(rDark, i) * noiseOf(rDark, i), dMean = dVariance / dFrames;
-        dBefore += spatialVariances(plane, rDark.nImages, dVariance).dTotal / nClasses;
-        dAfter += dMean / nClasses;
+        const double dMean = noiseOf(rDark, i) * noiseOf(rDark, i) / static_cast<double>(rDark.nImages);
         const std::vector<double> vecSums = integralOf(plane);
         for (std::size_t k = 0; k < std::size(RADII); ++k) {
             const std::size_t nSide = 2 * RADII[k] + 1;
             const bool bFits = 2 * nSide <= plane.nRows && 2 * nSide <= plane.nColumns;
             const double dShare = 1.0 / static_cast<double>(nSide * nSide);
-            const double dLost = bFits ? squareDifference(plane, vecSums, RADII[k]) - dMean * (1.0 - dShare) : INFINITY;
+            const double dLost = bFits ? squareDifference(plane, vecSums, RADII[k]) - dMean * (1.0 - dShare)
+                                       : std::numeric_limits<double>::infinity();
             // What is lost can come out a little below 0.
             vecFiltered[k] += (std::fmax(0.0, dLost) + dMean * dShare) / nClasses;
         }
     }
-    result.dBefore = dBefore > 0.0 ? std::sqrt(dBefore) : std::numeric_limits<double>::quiet_NaN();
-    result.dAfter = result.dFiltered = std::sqrt(dAfter);
     for (std::size_t k = 0; k < std::size(RADII); ++k) {
         const double dLeft = std::sqrt(vecFiltered[k]);
         if (dLeft < result.dFiltered && dLeft < FILTER_GAINS * result.dAfter) {
@@ -93,17 +113,14 @@ DarkPattern darkPattern(const StandIn::ReferenceImage& rDark) {
             result.dFiltered = dLeft;
         }
     }
-    result.nFrames = dBefore > 0.0 && dAfter * dFrames * 4.0 / dBefore < FRAMES_MOST
-                         ? static_cast<uint64_t>(std::ceil(dAfter * dFrames * 4.0 / dBefore))
-                         : 0;
     return result;
 }
 
 Findings judgeDarkPattern(const StandIn::ReferenceImage& rDark) {
-    const DarkPattern pattern = darkPattern(rDark);
-    if (std::isnan(pattern.dAfter) || pattern.dAfter <= 0.0 || pattern.dAfter <= WORSE_BY * pattern.dBefore) {
+    if (!isWorse(patternUnfiltered(rDark))) {
         return {};
     }
+    const DarkPattern pattern = darkPattern(rDark);
     std::string strText = "Correction makes the pattern in the dark worse: the noise of the dark reference leaves " +
                           fixed(pattern.dAfter, 2) + " DN, ";
     strText += std::isnan(pattern.dBefore) ? "where noise hides what there is without it."

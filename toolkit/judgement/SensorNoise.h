@@ -29,7 +29,7 @@ double fixedRounding(double dVariance);
 
 /// Temporal variance before rounding, from that of rounded samples: t = s^2 + 1/12 - fixedRounding(s^2), solved for
 /// s^2. Below s = 0.4 DN that takes values that are evenly spread between two DN; a dark image whose values lie close
-/// together tells less, and up to 0.1 DN^2 may be missing.
+/// together tells less: up to 0.1 DN^2 may be missing then, or 0.16 DN^2 too many where they lie between two DN.
 double varianceBeforeRounding(double dTemporalVariance);
 
 /// The noise of the camera that both references were recorded with; empty where one of them has a single frame or the

@@ -110,6 +110,28 @@ TEST(PhotonTransfer, UnusableLevelsAreRefusedByName) {
     EXPECT_THAT(fnSays(), HasSubstr("second has another format"));
 }
 
+TEST(PhotonTransfer, LevelsGoWithTheDarkOfTheirExposure) {
+    const XAPEL2::Test::CTemporaryFolder folder;
+    const auto fnWrite = [&](const char* pName, StandIn::eReferenceKind eKind, double dValue, const char* pSettings) {
+        StandIn::ReferenceImage image =
+            makeReference(eKind, {StandIn::findPixelFormat("Mono12"), 8, 8}, [&](std::size_t) { return dValue; });
+        image.strCamera = pSettings;
+        StandIn::writeReferenceFile(folder / pName, image);
+        return image;
+    };
+    fnWrite("l1", StandIn::eReferenceLight, 1000.0, R"({"ExposureTime":1000})");
+    fnWrite("l2", StandIn::eReferenceLight, 2000.0, R"({"ExposureTime":2000})");
+    fnWrite("l3", StandIn::eReferenceLight, 3000.0, "");
+    fnWrite("d2", StandIn::eReferenceDark, 60.0, R"({"ExposureTime":2000})");
+    const auto dark = fnWrite("d1", StandIn::eReferenceDark, 50.0, R"({"ExposureTime":1000})");
+    const std::vector<LightLevel> vecLevels =
+        readLevels({folder / "l1", folder / "d2", folder / "l2", folder / "l3"}, dark);
+    ASSERT_EQ(vecLevels.size(), 3U);
+    EXPECT_EQ(vecLevels[0].dark.vecSamples[0], 50.0F);
+    EXPECT_EQ(vecLevels[1].dark.vecSamples[0], 60.0F);
+    EXPECT_EQ(vecLevels[2].dark.vecSamples[0], 50.0F);
+}
+
 // 100,000 samples of 8 frames at each of seven levels tell K to 0.1 %.
 TEST(PhotonTransfer, SimulatedLevelsGiveTheGainOfTheModel) {
     const XAPEL2::Test::CTemporaryFolder folder;
