@@ -10,6 +10,7 @@
 #include "XapelAccessControl.cpp"
 #include "XapelBypassSlot.cpp"
 #include "XapelCallCount.h"
+#include "XapelSharedCopy.h"
 
 namespace {
 
@@ -27,6 +28,8 @@ public:
         m_Slot.emplace();
         m_Life.emplace(hub());
         m_Calls.emplace();
+        m_Copy.emplace();
+        m_Copy->write(m_Pair);
         m_bHold.emplace(true);
         m_nInside.emplace(0U);
     }
@@ -44,6 +47,12 @@ private:
     struct Gate {
         XapelMutex mtx;
         XapelAccessControlData data;
+    };
+
+    /// Two words that are always alike, at first null.
+    struct Pair {
+        void* pOne = nullptr;
+        void* pOther = nullptr;
     };
 
     static bool has(char cWho) { return g_scenario.strRoles.find(cWho) != std::string::npos; }
@@ -74,6 +83,9 @@ private:
             {'o', &World::callOpenClose},      // counts itself and calls the participant that it finds on the list
             {'p', &World::removeParticipant},  // takes the participant off the list, waits, destroys it
             {'q', &World::closeCalls},         // closes the count, waits, ends the hub
+            // The copy of the host functions
+            {'v', &World::readPair},     // reads both words, under the lock where the copy is being replaced
+            {'u', &World::replacePair},  // replaces both, and what the new ones lead to
         };
         for (const auto& rRole : ROLES) {
             if (rRole.cWho == cWho) {
@@ -218,10 +230,33 @@ private:
         m_Hub(RL_INFO).store(0);
     }
 
+    void readPair() {
+        Pair pair;
+        if (!m_Copy->tryRead(pair, &Pair::pOne, &Pair::pOther)) {
+            const XapelLock lock(m_mtxLeaf);
+            pair = m_Pair;
+        }
+        RL_ASSERT(pair.pOne == pair.pOther);
+        if (pair.pOne != nullptr) {
+            RL_ASSERT(m_Data(RL_INFO).load() == 2);
+        }
+    }
+
+    void replacePair() {
+        const XapelLock lock(m_mtxLeaf);
+        if (m_Pair.pOne == nullptr) {
+            m_Data(RL_INFO).store(2);
+        }
+        m_Pair.pOne = m_Pair.pOther = reinterpret_cast<void*>(reinterpret_cast<uintptr_t>(m_Pair.pOne) + 1);
+        m_Copy->write(m_Pair);
+    }
+
     std::optional<Gate> m_Gate;
     std::optional<Slot> m_Slot;
     std::optional<CXapelHubLife> m_Life;
     std::optional<CXapelCallCount> m_Calls;
+    std::optional<CXapelSharedCopy<Pair>> m_Copy;  // written with m_mtxLeaf
+    Pair m_Pair;                                   // guarded by m_mtxLeaf
     XapelMutex m_mtxLeaf;
     bool m_bListed = true;  // guarded by m_mtxLeaf
 

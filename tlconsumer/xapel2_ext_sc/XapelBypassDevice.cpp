@@ -99,7 +99,9 @@ CXapelBypassDevice::CXapelBypassDevice(XAPEL2::Device* pDevice)
         if (!pDataStream->IsOpen()) {
             pDataStream->Open();
         }
-        m_pDataStream = pDataStream;
+        XapelHostFunctions host;
+        host.pDataStream = pDataStream;
+        storeHostFunctions(host);
     } catch (const IException& rException) {
         xapelTraceException("XapelBypass; ctor;", rException);
         throw;
@@ -183,6 +185,7 @@ XapelHostFunctions CXapelBypassDevice::storeHostFunctions(const XapelHostFunctio
     m_pfnCancelGetFilledBuffer = rHost.pfnCancelGetFilledBuffer;
     m_pfnGetInfo = rHost.pfnGetInfo;
     m_pfnCloseDataStream = rHost.pfnCloseDataStream;
+    m_HostCopy.write(rHost);
     return before;
 }
 

@@ -16,6 +16,7 @@
 #include "XapelBypassSlot.h"
 #include "XapelCallCount.h"
 #include "XapelHostFunctions.h"
+#include "XapelSharedCopy.h"
 
 class CXapelBypass;
 
@@ -99,12 +100,18 @@ public:
     int consumer_DeviceOpenDataStream();
 
     XAPEL2::Device* getXapelDevice() const { return m_pDevice; }
-    XAPEL2::DataStream* getXapelDataStream() const { return hostFunctions().pDataStream; }
+    XAPEL2::DataStream* getXapelDataStream() const { return hostFields(&XapelHostFunctions::pDataStream).pDataStream; }
 
 private:
     typedef std::list<CXapelBypass*> ParticipantList;
 
     XapelHostFunctions hostFunctions() const;
+    /// These fields, all of one set; the others may be null. Takes the leaf lock only while the set is replaced.
+    template <typename... Fields>
+    XapelHostFunctions hostFields(Fields XapelHostFunctions::*... pFields) const {
+        XapelHostFunctions host;
+        return m_HostCopy.tryRead(host, pFields...) ? host : hostFunctions();
+    }
     XapelHostFunctions hostFunctionsLocked() const;  // caller holds m_mtxLeaf
     /// Replaces the set as a whole and returns the one before. bUnlessMoved: where the hub stands on another stream by
     /// now, it keeps its set and rHost comes back.
@@ -139,11 +146,14 @@ private:
     ParticipantList m_lstParticipants;
     ParticipantList m_lstParticipantsForCalling;
 
+    // The set of the fields from m_pDataStream on, for calls, which take no lock for it. Written with m_mtxLeaf.
+    alignas(XAPEL_CACHE_LINE) CXapelSharedCopy<XapelHostFunctions> m_HostCopy;
+
     /// Entry mutex of the gate, on one cache line with the words that it guards.
     alignas(XAPEL_CACHE_LINE) XapelMutex m_mtxAccess;
     XapelAccessControlData m_AccessData;
 
-    /// The leaf lock: copy out, release, call.
+    /// The leaf lock: copy out or change, release, call.
     mutable std::mutex m_mtxLeaf;
 
     CXapelCallCount m_OpenClose;  // open and close calls, which take no gate

@@ -42,7 +42,8 @@ int CXapelBypassDevice::getFilledBuffer_Callback(void** ppBuffer, unsigned long 
 }
 
 int CXapelBypassDevice::consumer_getFilledBuffer(void** ppBuffer, unsigned long long iTimeout) {
-    const XapelHostFunctions host = hostFunctions();
+    const XapelHostFunctions host =
+        hostFields(&XapelHostFunctions::pfnGetFilledBuffer, &XapelHostFunctions::hDataStream);
     if (host.pfnGetFilledBuffer == nullptr) {
         return GC_ERR_NOT_INITIALIZED;
     }
@@ -82,7 +83,7 @@ int CXapelBypassDevice::getInfo_Callback(int iInfoCmd, int* piType, void* pValue
 }
 
 int CXapelBypassDevice::consumer_getStreamInfo(int iInfoCmd, int* piType, void* pValue, unsigned long long* piSize) {
-    const XapelHostFunctions host = hostFunctions();
+    const XapelHostFunctions host = hostFields(&XapelHostFunctions::pfnGetInfo, &XapelHostFunctions::hDataStream);
     return host.pfnGetInfo == nullptr ? GC_ERR_NOT_INITIALIZED
                                       : host.pfnGetInfo(iInfoCmd, piType, pValue, piSize, host.hDataStream);
 }
@@ -102,7 +103,8 @@ int CXapelBypassDevice::cancelGetFilledBuffer() {
 }
 
 int CXapelBypassDevice::consumer_cancelGetFilledBuffer() {
-    const XapelHostFunctions host = hostFunctions();
+    const XapelHostFunctions host =
+        hostFields(&XapelHostFunctions::pfnCancelGetFilledBuffer, &XapelHostFunctions::hDataStream);
     return host.pfnCancelGetFilledBuffer == nullptr ? GC_ERR_NOT_INITIALIZED
                                                     : host.pfnCancelGetFilledBuffer(host.hDataStream);
 }
@@ -128,7 +130,7 @@ int CXapelBypassDevice::deviceCloseDataStream_Callback(void* pStream) {
 }
 
 int CXapelBypassDevice::consumer_DeviceCloseDataStream(void* pStream) {
-    const XapelHostFunctions host = hostFunctions();
+    const XapelHostFunctions host = hostFields(&XapelHostFunctions::pfnCloseDataStream, &XapelHostFunctions::hDevice);
     return host.pfnCloseDataStream == nullptr ? GC_ERR_NOT_INITIALIZED : host.pfnCloseDataStream(pStream, host.hDevice);
 }
 
