@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "xapel2/XapelNodes.h"
+#include "xapel2_standin/ImageGeometry.h"
 
 namespace XAPEL2 {
 namespace Toolkit {
@@ -21,16 +22,29 @@ struct CameraSettings {
     uint64_t nWidth = 0;         ///< pixels; 0: unknown
     uint64_t nHeight = 0;        ///< pixels; 0: unknown
     /// By node name: ExposureTime (us), Gain (unit of the camera), OffsetX, OffsetY (pixels), BinningHorizontal,
-    /// BinningVertical (pixels), ReverseX, ReverseY (0 or 1).
+    /// BinningVertical (pixels), ReverseX, ReverseY (0 or 1), SensorWidth, SensorHeight (pixels).
     std::map<std::string, double> mapValues;
+    /// By node name: BinningHorizontalMode, BinningVerticalMode ("Sum", "Average").
+    std::map<std::string, std::string> mapModes{};
 
     bool has(const std::string& strName) const { return mapValues.count(strName) != 0; }
     /// True when nothing at all is known.
     bool empty() const { return strPixelFormat.empty() && nWidth == 0 && nHeight == 0 && mapValues.empty(); }
 };
 
-/// Names of mapValues in the order in which they are shown.
+/// Names of mapValues in the order in which they are shown and compared; the sensor's size is neither.
 const std::vector<std::string>& cameraSettingNames();
+
+/// Where on its sensor the camera's image lies; not known where the settings do not tell all of it, or what cannot be.
+StandIn::ImageGeometry geometryOf(const CameraSettings& rSettings);
+
+class CSession;
+/// "window 640 x 480 at 1200, 900, binned 2 x 2 (mean)", of the image that the camera takes now; its size alone where
+/// nothing more is known.
+std::string placeInWords(const CSession& rSession);
+/// {"sensorWidth", "sensorHeight", "offsetX", "offsetY", "width", "height", "binningX", "binningY", "modeX", "modeY"
+/// ("sum", "mean"), "mirrorX", "mirrorY"} of the same; null where it is not known.
+nlohmann::ordered_json geometryJson(const CSession& rSession);
 
 /// Reads the settings from the camera's nodes. A node that is missing, cannot be read or holds no number is left out.
 CameraSettings readCameraSettings(NodeMap& rNodes);
