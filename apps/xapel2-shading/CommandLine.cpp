@@ -171,6 +171,8 @@ void CCommandLine::addDevicesAndRecord() {
         ->check(within(1, 1e6, "1 to 1000000"))
         ->capture_default_str();
     pRecord->add_option("-o,--out", m_record.strFile, "Reference file to write; replaced when it exists")->required();
+    pRecord->add_flag("--line", m_record.bLine,
+                      "Average over rows, too: the reference of a line-scan camera, for images of any height");
     addTimeout(pRecord, m_record.dTimeoutS);
     addForce(pRecord, m_record.bForce);
     addOutput(pRecord, m_record.bJson);

@@ -286,18 +286,22 @@ void compareCameras(const CameraSettings& rFirst, const CameraSettings& rSecond,
 
 /// @param[in] strFirst,strSecond  say whose settings they are: "The dark reference was taken with", "the camera is set
 /// to".
+/// @param[in] bPlaced  where the image lies on the sensor has been compared.
 void compareSettings(const CameraSettings& rFirst, const CameraSettings& rSecond, const std::string& strFirst,
-                     const std::string& strSecond, const char* pAdvice, Findings& rFindings) {
+                     const std::string& strSecond, const char* pAdvice, Findings& rFindings, bool bPlaced = false) {
     compareCameras(rFirst, rSecond, strFirst, strSecond, rFindings);
     std::string strUntold;
     for (const std::string& rName : cameraSettingNames()) {
+        const bool bStrength = rName == "ExposureTime" || rName == "Gain";
+        if (bPlaced && !bStrength) {
+            continue;
+        }
         if (!rFirst.has(rName) || !rSecond.has(rName)) {
             // What neither tells, the camera does not have.
             strUntold += rFirst.has(rName) == rSecond.has(rName) ? "" : (strUntold.empty() ? "" : ", ") + rName;
             continue;
         }
         const double dFirst = rFirst.mapValues.at(rName), dSecond = rSecond.mapValues.at(rName);
-        const bool bStrength = rName == "ExposureTime" || rName == "Gain";
         const double dTolerance = bStrength ? SETTING_TOLERANCE * std::max(std::abs(dFirst), std::abs(dSecond)) : 0.0;
         if (std::abs(dFirst - dSecond) > dTolerance) {
             std::string strText = strFirst;
@@ -332,6 +336,7 @@ ReferenceJudgement judgeReference(const StandIn::ReferenceImage& rReference, con
     ReferenceFigures& rFigures = result.figures;
     rFigures.eKind = rReference.eKind;
     rFigures.layout = rReference.layout;
+    rFigures.geometry = rReference.geometry;
     rFigures.nFrames = rReference.nImages;
     rFigures.vecClassMeans = classMeans(rReference);
     rFigures.dMean = meanOfSamples(rReference.vecSamples);
@@ -396,6 +401,37 @@ PairJudgement judgePair(const StandIn::ReferenceImage& rDark, const StandIn::Ref
     return result;
 }
 
+namespace {
+
+/// True where of both is known where they lie, and one is derived from the other; it then says where that fails.
+bool comparePlaces(const std::string& strWhat, const StandIn::ReferenceImage& rReference,
+                   const StandIn::ImageLayout& rCamera, const StandIn::ImageGeometry& rPlace,
+                   const std::string& strAdvice, Findings& rFindings) {
+    const StandIn::PixelFormat& rFormat = *rReference.layout.pFormat;
+    const bool bAlike = rFormat.nBits == rCamera.pFormat->nBits && rFormat.nChannels == rCamera.pFormat->nChannels &&
+                        (rFormat.nChannels == 1 || rFormat.uPfnc == rCamera.pFormat->uPfnc) &&
+                        rFormat.isCfa() == rCamera.pFormat->isCfa();
+    if (!bAlike || !rReference.geometry.isKnown() || !rPlace.isKnown()) {
+        return false;
+    }
+    const std::string strObstacle = StandIn::placeObstacle(rReference, rCamera, rPlace);
+    if (!strObstacle.empty()) {
+        const auto fnWords = [](const StandIn::ImageLayout& r, const StandIn::ImageGeometry& rWhere) {
+            return StandIn::inWords(rWhere, r.nWidth, r.nHeight, r.pFormat->isCfa()) + " of a sensor of " +
+                   std::to_string(rWhere.x.nSensor) + " x " + std::to_string(rWhere.y.nSensor) + ", " +
+                   r.pFormat->pName;
+        };
+        rFindings.push_back({eRefusal, "other-place",
+                             capital(strWhat) + " does not serve the camera's image, as " + strObstacle +
+                                 ": the image is " + fnWords(rCamera, rPlace) + ", the reference " +
+                                 fnWords(rReference.layout, rReference.geometry) + ".",
+                             strAdvice, true});
+    }
+    return true;
+}
+
+}  // namespace
+
 Findings compareWithCamera(const std::string& strWhat, const StandIn::ReferenceImage& rReference,
                            const CameraSettings& rCamera, bool bFiles) {
     Findings vecFindings;
@@ -403,12 +439,18 @@ Findings compareWithCamera(const std::string& strWhat, const StandIn::ReferenceI
                                          rCamera.nHeight};
     const std::string strAdvice = bFiles ? "Take the references that were recorded with the frames."
                                          : "Set the camera as it was, or record the references again as it is.";
-    if (!camera.isPossible()) {
+    const bool bPlaced =
+        camera.isPossible() && comparePlaces(strWhat, rReference, camera, geometryOf(rCamera), strAdvice, vecFindings);
+    const bool bLine = rReference.isLine() && camera.nWidth == rReference.layout.nWidth;
+    const StandIn::ImageLayout compared = {camera.pFormat, camera.nWidth, bLine ? 1 : camera.nHeight};
+    if (bPlaced) {
+        // All is said.
+    } else if (!camera.isPossible()) {
         vecFindings.push_back({eRefusal, "other-format",
                                (bFiles ? "The files are " : "The camera delivers ") + rCamera.strPixelFormat +
                                    ", which cannot be corrected.",
                                "Choose one of the formats Mono, Bayer, RGB8 and BGR8.", true});
-    } else if (!rReference.layout.hasSamplesLike(camera)) {
+    } else if (!rReference.layout.hasSamplesLike(compared)) {
         const bool bSize = camera.nWidth != rReference.layout.nWidth || camera.nHeight != rReference.layout.nHeight;
         vecFindings.push_back({eRefusal, bSize ? "other-size" : "other-format",
                                capital(strWhat) + " is " + layoutText(rReference.layout) +
@@ -416,7 +458,7 @@ Findings compareWithCamera(const std::string& strWhat, const StandIn::ReferenceI
                                strAdvice, true});
     }
     compareSettings(cameraSettingsFromJson(rReference.strCamera), rCamera, capital(strWhat) + " was taken with",
-                    "the camera is set to", strAdvice.c_str(), vecFindings);
+                    "the camera is set to", strAdvice.c_str(), vecFindings, bPlaced);
     return vecFindings;
 }
 

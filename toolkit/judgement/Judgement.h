@@ -47,8 +47,9 @@ struct ReferenceFigures {
     double dTemporalNoise = std::numeric_limits<double>::quiet_NaN();  ///< of one frame, DN
     StandIn::FrameMeans means;                                         ///< how the light went
     std::vector<double> vecClassMeans;                                 ///< DN, in the order of colourClassNames()
-    std::vector<Defect> vecDefects;  ///< hot pixels of a dark reference, dead and bright ones of a light reference
-    CameraSettings settings;         ///< from the file
+    std::vector<Defect> vecDefects;   ///< hot pixels of a dark reference, dead and bright ones of a light reference
+    StandIn::ImageGeometry geometry;  ///< where on the sensor it lies
+    CameraSettings settings;          ///< from the file
 };
 
 struct ReferenceJudgement {
@@ -90,9 +91,10 @@ PairJudgement judgePair(const StandIn::ReferenceImage& rDark, const StandIn::Ref
                         double dSelfTestDn = std::numeric_limits<double>::quiet_NaN(),
                         const std::vector<double>& rGains = {});
 
-/// Compares a reference with the camera that is to be corrected: another size or layout is refused for good, another
-/// offset, binning or mirror is refused, another exposure, gain or camera is warned about. Of settings that one of the
-/// two does not tell nothing is said but one note.
+/// Compares a reference with the camera that is to be corrected. Where of both is known where on the sensor they lie, a
+/// place that cannot be derived from that of the reference is refused for good, and any other one is right. Else
+/// another size or layout is refused for good, another offset, binning or mirror is refused, another exposure, gain
+/// or camera is warned about. Of settings that one of the two does not tell nothing is said but one note.
 /// @param[in] strWhat  how the texts name the reference, such as "the dark reference".
 /// @param[in] bFiles   the frames come from image files, and the texts say so.
 Findings compareWithCamera(const std::string& strWhat, const StandIn::ReferenceImage& rReference,

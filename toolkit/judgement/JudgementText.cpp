@@ -110,7 +110,10 @@ std::string describe(const Findings& rFindings) {
 std::string describe(const ReferenceJudgement& rJudgement) {
     const ReferenceFigures& rFigures = rJudgement.figures;
     std::string strText =
-        line("image", layoutText(rFigures.layout)) + line("frames averaged", std::to_string(rFigures.nFrames)) +
+        line("image", layoutText(rFigures.layout)) +
+        line("place", StandIn::inWords(rFigures.geometry, rFigures.layout.nWidth, rFigures.layout.nHeight,
+                                       rFigures.layout.pFormat->isCfa())) +
+        line("frames averaged", std::to_string(rFigures.nFrames)) +
         line("mean", fixed(rFigures.dMean, 1) + " DN, " + fixed(rFigures.dMeanPercent, 1) + " % of full scale");
     const std::vector<std::string> vecNames = colourClassNames(*rFigures.layout.pFormat);
     for (std::size_t i = 0; i < vecNames.size() && vecNames.size() > 1; ++i) {

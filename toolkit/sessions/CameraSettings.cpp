@@ -4,12 +4,15 @@
 
 #include "toolkit/sessions/CameraSettings.h"
 
+#include <array>
 #include <cmath>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "toolkit/sessions/Session.h"
 #include "xapel2/XapelExceptions.h"
+#include "xapel2_standin/PixelFormat.h"
 
 namespace XAPEL2 {
 namespace Toolkit {
@@ -65,6 +68,86 @@ const std::vector<std::string>& cameraSettingNames() {
     return vecNames;
 }
 
+namespace {
+
+const std::vector<std::string>& allNumbers() {
+    static const std::vector<std::string> vecNames = [] {
+        std::vector<std::string> vecAll = cameraSettingNames();
+        vecAll.insert(vecAll.end(), {"SensorWidth", "SensorHeight"});
+        return vecAll;
+    }();
+    return vecNames;
+}
+
+constexpr std::array<const char*, 2> MODES = {"BinningHorizontalMode", "BinningVerticalMode"};
+
+}  // namespace
+
+StandIn::ImageGeometry geometryOf(const CameraSettings& rSettings) {
+    bool bTold = true;
+    const auto fnNumber = [&](const char* pName, uint64_t nElse, bool bMust) {
+        const auto iValue = rSettings.mapValues.find(pName);
+        if (iValue == rSettings.mapValues.end()) {
+            bTold = bTold && !bMust;
+            return nElse;
+        }
+        const bool bSane = iValue->second >= 0.0 && iValue->second <= 1e9;
+        bTold = bTold && bSane;
+        return bSane ? static_cast<uint64_t>(iValue->second) : 0;
+    };
+    const auto fnAxis = [&](bool bX) {
+        StandIn::GeometryAxis axis;
+        axis.nSensor = fnNumber(bX ? "SensorWidth" : "SensorHeight", 0, true);
+        axis.nOffset = fnNumber(bX ? "OffsetX" : "OffsetY", 0, false);
+        axis.nBinning = fnNumber(bX ? "BinningHorizontal" : "BinningVertical", 1, false);
+        axis.bReverse = fnNumber(bX ? "ReverseX" : "ReverseY", 0, false) != 0;
+        const auto iMode = rSettings.mapModes.find(MODES[bX ? 0 : 1]);
+        if (iMode != rSettings.mapModes.end()) {
+            axis.eMode = iMode->second == "Sum"       ? StandIn::eBinningSum
+                         : iMode->second == "Average" ? StandIn::eBinningAverage
+                                                      : StandIn::eBinningUnknown;
+        }
+        return axis;
+    };
+    const StandIn::ImageGeometry geometry = {fnAxis(true), fnAxis(false)};
+    return bTold ? geometry : StandIn::ImageGeometry{};
+}
+
+namespace {
+
+bool isCfa(const CameraSettings& r) {
+    const StandIn::PixelFormat* const pFormat = StandIn::findPixelFormat(r.strPixelFormat);
+    return pFormat != nullptr && pFormat->isCfa();
+}
+
+}  // namespace
+
+std::string placeInWords(const CSession& rSession) {
+    const CameraSettings settings = readCameraSettings(rSession.nodes());
+    const StandIn::ImageGeometry geometry = geometryOf(settings);
+    return geometry.isKnown() ? StandIn::inWords(geometry, settings.nWidth, settings.nHeight, isCfa(settings))
+                              : std::to_string(rSession.width()) + " x " + std::to_string(rSession.height());
+}
+
+nlohmann::ordered_json geometryJson(const CSession& rSession) {
+    const CameraSettings settings = readCameraSettings(rSession.nodes());
+    const StandIn::ImageGeometry geometry = geometryOf(settings);
+    if (!geometry.isKnown()) {
+        return nullptr;
+    }
+    const auto fnMode = [](const StandIn::GeometryAxis& r) -> nlohmann::ordered_json {
+        if (r.eMode == StandIn::eBinningUnknown) {
+            return nullptr;
+        }
+        return r.eMode == StandIn::eBinningSum ? "sum" : "mean";
+    };
+    return {
+        {"sensorWidth", geometry.x.nSensor}, {"sensorHeight", geometry.y.nSensor}, {"offsetX", geometry.x.nOffset},
+        {"offsetY", geometry.y.nOffset},     {"width", settings.nWidth},           {"height", settings.nHeight},
+        {"binningX", geometry.x.nBinning},   {"binningY", geometry.y.nBinning},    {"modeX", fnMode(geometry.x)},
+        {"modeY", fnMode(geometry.y)},       {"mirrorX", geometry.x.bReverse},     {"mirrorY", geometry.y.bReverse}};
+}
+
 CameraSettings readCameraSettings(NodeMap& rNodes) {
     CameraSettings result;
     std::string strText;
@@ -83,9 +166,14 @@ CameraSettings readCameraSettings(NodeMap& rNodes) {
         readNode(rNodes, "DeviceModelName", strText)) {
         result.strModel = strText.substr(0, TEXT_MAX);
     }
-    for (const std::string& rName : cameraSettingNames()) {
+    for (const std::string& rName : allNumbers()) {
         if (fnNumber(rName)) {
             result.mapValues[rName] = dValue;
+        }
+    }
+    for (const char* pName : MODES) {
+        if (readNode(rNodes, pName, strText)) {
+            result.mapModes[pName] = strText;
         }
     }
     return result;
@@ -105,7 +193,7 @@ nlohmann::ordered_json toJson(const CameraSettings& rSettings) {
             result[pName] = rSettings.*pMember;
         }
     }
-    for (const std::string& rName : cameraSettingNames()) {
+    for (const std::string& rName : allNumbers()) {
         const auto iValue = rSettings.mapValues.find(rName);
         if (iValue == rSettings.mapValues.end()) {
             continue;
@@ -115,6 +203,9 @@ nlohmann::ordered_json toJson(const CameraSettings& rSettings) {
         } else {
             result[rName] = iValue->second;
         }
+    }
+    for (const auto& [strName, strMode] : rSettings.mapModes) {
+        result[strName] = strMode;
     }
     return result;
 }
@@ -141,7 +232,13 @@ CameraSettings cameraSettingsFromJson(const std::string& strJson) {
             result.*pMember = iMember->get<std::string>().substr(0, TEXT_MAX);
         }
     }
-    for (const std::string& rName : cameraSettingNames()) {
+    for (const char* pName : MODES) {
+        const auto iMember = json.find(pName);
+        if (iMember != json.end() && iMember->is_string()) {
+            result.mapModes[pName] = iMember->get<std::string>();
+        }
+    }
+    for (const std::string& rName : allNumbers()) {
         const auto iMember = json.find(rName);
         if (iMember == json.end()) {
             continue;

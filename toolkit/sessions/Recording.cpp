@@ -184,6 +184,26 @@ Recording recordReference(CSession& rSession, bool bLight, uint64_t nFrames, con
     return CRecorder(rSession, bLight, rProgress).record(nFrames, strFile);
 }
 
+void foldToLine(const std::string& strFile) {
+    StandIn::ReferenceImage reference = StandIn::readReferenceFile(strFile);
+    if (reference.layout.pFormat->isCfa()) {
+        throw std::runtime_error(strFile + ": rows of a filter array differ in colour, so there is no mean of them; " +
+                                 "record without --line");
+    }
+    const std::size_t nRow = reference.layout.samplesPerRow();
+    std::vector<double> vecSums(nRow);
+    for (std::size_t i = 0; i < reference.vecSamples.size(); ++i) {
+        vecSums[i % nRow] += static_cast<double>(reference.vecSamples[i]);
+    }
+    reference.vecSamples.resize(nRow);
+    for (std::size_t i = 0; i < nRow; ++i) {
+        reference.vecSamples[i] = static_cast<float>(vecSums[i] / static_cast<double>(reference.layout.nHeight));
+    }
+    reference.nImages *= reference.layout.nHeight;
+    reference.layout.nHeight = 1;
+    StandIn::writeReferenceFile(strFile, reference);
+}
+
 uint64_t framesTaken(const StandIn::ReferenceImage& rReference) {
     const nlohmann::json json = nlohmann::json::parse(rReference.strCamera, nullptr, false);
     const bool bTold = json.is_object() && json.contains(FRAMES_TAKEN) && json[FRAMES_TAKEN].is_number_unsigned();

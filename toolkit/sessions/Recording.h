@@ -36,6 +36,10 @@ struct Recording {
 Recording recordReference(CSession& rSession, bool bLight, uint64_t nFrames, const std::string& strFile,
                           IProgress& rProgress);
 
+/// Makes a reference of one row of a reference: the mean of its rows, which counts as so many frames more.
+/// @throws std::runtime_error  it is of a filter array, or the file cannot be used.
+void foldToLine(const std::string& strFile);
+
 /// How many frames of its scene, from the first one on, a recording took for this reference; where the file does not
 /// tell, as many as it is the mean of.
 uint64_t framesTaken(const StandIn::ReferenceImage& rReference);

@@ -110,21 +110,30 @@ int runRecord(const RecordOptions& rOptions) {
     sources.addDevice(rOptions.strDevice);
     requireWritable(rOptions.strFile, sources);
     CSession session(rOptions.strDevice, rOptions.dTimeoutS);
+    const StandIn::PixelFormat* const pFormat = StandIn::findPixelFormat(session.pixelFormat());
+    if (rOptions.bLine && pFormat != nullptr && pFormat->isCfa()) {
+        throw CUsageError("rows of a filter array differ in colour; record " + session.pixelFormat() +
+                          " without --line");
+    }
     output.json()["device"] = rOptions.strDevice;
     output.json()["kind"] = rOptions.bLight ? "light" : "dark";
     output.json()["file"] = rOptions.strFile;
+    output.json()["geometry"] = geometryJson(session);
     if (!session.hasScenes()) {
         askForScene(rOptions.bLight);
     }
     output.text() << "Recording "
                   << counted(framesToTake(session, rOptions), rOptions.bLight ? "light frame" : "dark frame")
-                  << " from " << shown(rOptions.strDevice) << ", " << session.pixelFormat() << ", " << session.width()
-                  << " x " << session.height() << std::endl;
+                  << " from " << shown(rOptions.strDevice) << ", " << session.pixelFormat() << ", "
+                  << placeInWords(session) << std::endl;
     CPendingFile file(rOptions.strFile);
     Recording result;
     try {
         CProgress progress;
         result = recordReference(session, rOptions.bLight, rOptions.nFrames, file.path(), progress);
+        if (rOptions.bLine) {
+            foldToLine(file.path());
+        }
     } catch (const CInterruptedError&) {
         throw CInterruptedError("interrupted; " + rOptions.strFile + " is not written");
     }

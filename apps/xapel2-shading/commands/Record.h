@@ -16,6 +16,7 @@ struct RecordOptions {
     uint64_t nFrames = 16;    ///< frames to average
     std::string strFile;      ///< reference file to write
     double dTimeoutS = 10.0;  ///< longest wait for a frame beyond its exposure, seconds
+    bool bLine = false;       ///< average over rows too, for line-scan cameras
     bool bForce = false;
     bool bJson = false;
 };

@@ -62,14 +62,15 @@ int runRun(const RunOptions& rOptions) {
     CSession session(rOptions.strDevice, rOptions.dTimeoutS);
     pair.compareWith(readCameraSettings(session.nodes()));
     output.json()["device"] = rOptions.strDevice;
+    output.json()["geometry"] = geometryJson(session);
     output.json()["judgement"] = toJson(pair);
     if (!isUsable(pair, rOptions.bForce)) {
         return output.finish(eExitRefused);
     }
     const uint64_t nFrames = selectFrames(session, rOptions);
     output.text() << "Correcting " << (nFrames == 0 ? "frames until Ctrl-C" : counted(nFrames, "frame")) << " from "
-                  << shown(rOptions.strDevice) << ", " << session.pixelFormat() << ", " << session.width() << " x "
-                  << session.height() << std::endl;
+                  << shown(rOptions.strDevice) << ", " << session.pixelFormat() << ", " << placeInWords(session)
+                  << std::endl;
     applyPair(session, rOptions.pair);
     CCorrectionRun run(session, outputOf(rOptions, pair));
     run.run(nFrames);

@@ -155,5 +155,12 @@ struct ReferenceImage {
     }
 };
 
+/// Why a reference says nothing about an image of the same kind of samples, in a few words that follow the image's name
+/// ("it lies partly outside the reference"); empty where it does, or where of one of the two is not known where it
+/// lies.
+/// @throws std::bad_alloc  @threads any.
+XAPEL2_HOST_API std::string placeObstacle(const ReferenceImage& rReference, const ImageLayout& rImage,
+                                          const ImageGeometry& rPlace);
+
 }  // namespace StandIn
 }  // namespace XAPEL2

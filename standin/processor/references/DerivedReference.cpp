@@ -102,6 +102,13 @@ void CDerivation::examine(const ImageLayout& rReference, const ImageGeometry& rF
               (bLine || (rFrom.y == rTo.y && rReference.nHeight == rImage.nHeight));
 }
 
+std::string placeObstacle(const ReferenceImage& rReference, const ImageLayout& rImage, const ImageGeometry& rPlace) {
+    if (!rReference.geometry.isKnown() || !rPlace.isKnown()) {
+        return "";
+    }
+    return PLACE_OBSTACLES[CDerivation(rReference.layout, rReference.geometry, rImage, rPlace).obstacle()];
+}
+
 unsigned CDerivation::classOf(unsigned iClass) const {
     if (!m_bCfa) {
         return iClass;
