@@ -4,8 +4,10 @@
 
 #include "commands/Correct.h"
 
+#include <algorithm>
 #include <set>
 
+#include "commands/CorrectPipe.h"
 #include "commands/CorrectionRun.h"
 #include "standin/files/ImageFile.h"
 #include "terminal/Exit.h"
@@ -80,6 +82,9 @@ CameraSettings settingsOf(const CSession& rSession) {
 int runCorrect(const CorrectOptions& rGiven) {
     if (rGiven.pair.empty()) {
         throw CUsageError("correct takes a reference: give --dark, --light or both");
+    }
+    if (rGiven.strOut == PIPE || std::count(rGiven.vecFiles.begin(), rGiven.vecFiles.end(), PIPE) != 0) {
+        return runCorrectPipe(rGiven);
     }
     CorrectOptions options = rGiven;
     CSourceFiles references;
