@@ -215,14 +215,24 @@ void CCommandLine::addCorrect() {
         "Correct image files. Reading, correction and writing overlap; 4 frames are in memory at any time, and the "
         "references",
         [this] { return runCorrect(m_correct); });
-    pCorrect->add_option("FILES", m_correct.vecFiles, "Image files (PGM, PPM, TIFF, PNG), folders of them, or patterns")
+    pCorrect
+        ->add_option(
+            "FILES", m_correct.vecFiles,
+            "Image files (PGM, PPM, TIFF, PNG), folders of them, or patterns; - for raw frames from standard input")
         ->required();
     addPair(pCorrect, m_correct.pair);
-    pCorrect->add_option("-o,--out", m_correct.strOut, "Folder to write to; a source is never overwritten")
+    pCorrect
+        ->add_option("-o,--out", m_correct.strOut,
+                     "Folder to write to; a source is never overwritten; - for raw frames to standard output")
         ->required()
         ->check(folderName());
     pCorrect->add_flag("--uncertainty", m_correct.bUncertainty,
                        "Write the standard deviation of each sample too, in DN, to NAME.uncertainty.tif");
+    pCorrect
+        ->add_option("--stream", m_correct.strStream,
+                     "What raw frames are, such as Mono16:1920x1080 (gray16le of ffmpeg); 16-bit samples have the "
+                     "low byte first")
+        ->type_name("FORMAT:WIDTHxHEIGHT");
     addFileFormat(pCorrect, m_correct.strFormat, m_correct.bOverwrite);
     addForce(pCorrect, m_correct.bForce);
     addOutput(pCorrect, m_correct.bJson);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -188,6 +189,48 @@ TEST_F(Command, CorrectedFramesSayThatTheyAre) {
         run(withPair({"correct", "-o", strAgain, strFolder}, {"--force"}), 0, "is corrected already");
         run(withPair({"correct", "-o", file(pFormat + std::string("-raw")), strFolder + "/raw"}));
     }
+}
+
+// As between two programs: byte by byte what the files give.
+TEST_F(Command, RawFramesPassThroughAPipe) {
+    const std::string strDevice = "sim:7?width=66&height=34&format=Mono12";
+    recordPair(strDevice);
+    run(withPair({"run", "-d", strDevice, "-n", "9", "--raw", "-o", file("made")}));
+    const auto fnRaw = [&](const std::string& strFolder) {
+        std::string strAll;
+        for (std::string strFile : contents(strFolder)) {
+            strFile = strFile.substr(strFile.size() - 2 * 66 * 34);
+            for (std::size_t i = 0; i < strFile.size(); i += 2) {
+                std::swap(strFile[i], strFile[i + 1]);
+            }
+            strAll += strFile;
+        }
+        return strAll;
+    };
+    const auto fnShell = [&](const std::string& strWords, const std::string& strMore = "") {
+        return runProgram("/bin/sh",
+                          {"-c", "exec " XAPEL2_SHADING_PROGRAM " correct - --dark " + file("dark.tif") + " --light " +
+                                     file("light.tif") + " " + strWords + " <" + file("raw") + strMore});
+    };
+    std::ofstream(file("raw"), std::ios::binary) << fnRaw("made/raw");
+    EXPECT_EQ(fnShell("--stream Mono12:66x34 -o -", " >" + file("out")).iExit, 0);
+    EXPECT_TRUE(content(file("out")) == fnRaw("made"));
+    EXPECT_EQ(fnShell("--stream Mono12:66x34 -o " + file("folder")).iExit, 0);
+    EXPECT_TRUE(fnRaw("folder") == fnRaw("made"));
+    const std::pair<const char*, int> aCases[] = {{"--stream Mono12:66x35 -o -", 1},
+                                                  {"--stream Mono12:66 -o -", 2},
+                                                  {"--stream Mono9:66x34 -o -", 2},
+                                                  {"-o -", 2},
+                                                  {"-o - --json", 2},
+                                                  {"x.pgm --stream Mono12:66x34 -o -", 2}};
+    for (const auto& [pWords, iExit] : aCases) {
+        EXPECT_EQ(fnShell(pWords, " >" + file("out")).iExit, iExit) << pWords;
+    }
+    std::ofstream(file("raw"), std::ios::binary | std::ios::app) << "half";
+    const ProgramResult cut = fnShell("--stream Mono12:66x34 -o -", " >" + file("out"));
+    EXPECT_EQ(cut.iExit, 3);
+    EXPECT_THAT(cut.strErr, HasSubstr("ends within a frame: 4 of 4488 bytes"));
+    EXPECT_TRUE(content(file("out")) == fnRaw("made")) << "the whole ones before it are there";
 }
 
 // The references lie beside the frames, as they often do.

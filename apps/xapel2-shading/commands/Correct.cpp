@@ -4,9 +4,11 @@
 
 #include "commands/Correct.h"
 
+#include <algorithm>
 #include <optional>
 #include <set>
 
+#include "commands/CorrectPipe.h"
 #include "commands/CorrectionRun.h"
 #include "commands/Uncertainty.h"
 #include "standin/files/ImageFile.h"
@@ -86,6 +88,9 @@ CameraSettings settingsOf(const CSession& rSession) {
 int runCorrect(const CorrectOptions& rGiven) {
     if (rGiven.pair.empty()) {
         throw CUsageError("correct takes a reference: give --dark, --light or both");
+    }
+    if (rGiven.strOut == PIPE || std::count(rGiven.vecFiles.begin(), rGiven.vecFiles.end(), PIPE) != 0) {
+        return runCorrectPipe(rGiven);
     }
     CorrectOptions options = rGiven;
     CSourceFiles references;
