@@ -8,6 +8,7 @@
 #include <cmath>
 
 #include "toolkit/judgement/JudgementText.h"
+#include "toolkit/judgement/Outliers.h"
 #include "toolkit/text/Texts.h"
 
 namespace XAPEL2 {
@@ -301,6 +302,8 @@ ReferenceJudgement judgeReference(const StandIn::ReferenceImage& rReference, con
     rFigures.vecDefects = findDefects(rReference, bWithDark ? pDark : nullptr);
     rFigures.settings = cameraSettingsFromJson(rReference.strCamera);
 
+    rFigures.outliers = rReference.outliers;
+
     judgeSaturation(rFigures, result.vecFindings);
     if (rReference.eKind == StandIn::eReferenceLight) {
         judgeLight(rFigures, result.vecFindings);
@@ -309,6 +312,8 @@ ReferenceJudgement judgeReference(const StandIn::ReferenceImage& rReference, con
     }
     judgeNoise(rFigures, result.vecFindings);
     judgeDrift(rFigures, result.vecFindings);
+    const Findings vecOutliers = judgeOutliers(rReference.outliers);
+    result.vecFindings.insert(result.vecFindings.end(), vecOutliers.begin(), vecOutliers.end());
     return result;
 }
 

@@ -34,7 +34,7 @@ public:
     CRecorder(CSession& rSession, bool bLight, IProgress& rProgress)
         : m_rSession(rSession), m_bLight(bLight), m_rProgress(rProgress) {}
 
-    Recording record(uint64_t nFrames, const std::string& strFile);
+    Recording record(uint64_t nFrames, const std::string& strFile, bool bKeepOutliers);
 
 private:
     void stream(uint64_t nFrames);
@@ -107,11 +107,14 @@ void CRecorder::stream(uint64_t nFrames) {
     }
 }
 
-/// What the references that this thread ends tell of the camera, as long as it lives.
+/// How the references that this thread ends are made, and what they tell of the camera, as long as it lives.
 class CNote {
 public:
-    CNote() = default;
-    ~CNote() { StandIn::setReferenceNote(""); }
+    explicit CNote(bool bKeepOutliers) { StandIn::setOutliersKept(bKeepOutliers); }
+    ~CNote() {
+        StandIn::setReferenceNote("");
+        StandIn::setOutliersKept(false);
+    }
     CNote(const CNote&) = delete;
     CNote& operator=(const CNote&) = delete;
 };
@@ -127,7 +130,7 @@ void CRecorder::noteSettings() {
     }
 }
 
-Recording CRecorder::record(uint64_t nFrames, const std::string& strFile) {
+Recording CRecorder::record(uint64_t nFrames, const std::string& strFile, bool bKeepOutliers) {
     if (m_rSession.hasScenes()) {
         m_rSession.selectScene(m_bLight ? "Light" : "Dark");
     }
@@ -139,7 +142,7 @@ Recording CRecorder::record(uint64_t nFrames, const std::string& strFile) {
     stream(nFrames);
     m_rProgress.clear();
     Interrupt::check();
-    const CNote note;
+    const CNote note(bKeepOutliers);
     noteSettings();
     m_rSession.attempt(strFile, [&] { rShading.ReferenceEnd(strFile.c_str()); });
     return m_result;
@@ -148,8 +151,8 @@ Recording CRecorder::record(uint64_t nFrames, const std::string& strFile) {
 }  // namespace
 
 Recording recordReference(CSession& rSession, bool bLight, uint64_t nFrames, const std::string& strFile,
-                          IProgress& rProgress) {
-    return CRecorder(rSession, bLight, rProgress).record(nFrames, strFile);
+                          IProgress& rProgress, bool bKeepOutliers) {
+    return CRecorder(rSession, bLight, rProgress).record(nFrames, strFile, bKeepOutliers);
 }
 
 uint64_t framesTaken(const StandIn::ReferenceImage& rReference) {

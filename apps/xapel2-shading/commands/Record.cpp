@@ -124,7 +124,8 @@ int runRecord(const RecordOptions& rOptions) {
     Recording result;
     try {
         CProgress progress;
-        result = recordReference(session, rOptions.bLight, rOptions.nFrames, file.path(), progress);
+        result =
+            recordReference(session, rOptions.bLight, rOptions.nFrames, file.path(), progress, rOptions.bKeepOutliers);
     } catch (const CInterruptedError&) {
         throw CInterruptedError("interrupted; " + rOptions.strFile + " is not written");
     }

@@ -11,11 +11,12 @@ namespace XAPEL2 {
 namespace App {
 
 struct RecordOptions {
-    bool bLight = false;      ///< a light reference, otherwise a dark one
-    std::string strDevice;    ///< device identifier
-    uint64_t nFrames = 16;    ///< frames to average
-    std::string strFile;      ///< reference file to write
-    double dTimeoutS = 10.0;  ///< longest wait for a frame beyond its exposure, seconds
+    bool bLight = false;         ///< a light reference, otherwise a dark one
+    std::string strDevice;       ///< device identifier
+    uint64_t nFrames = 16;       ///< frames to average
+    std::string strFile;         ///< reference file to write
+    double dTimeoutS = 10.0;     ///< longest wait for a frame beyond its exposure, seconds
+    bool bKeepOutliers = false;  ///< what left the other frames stays in the mean
     bool bForce = false;
     bool bJson = false;
 };
