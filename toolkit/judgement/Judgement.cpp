@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "toolkit/judgement/Bits.h"
 #include "toolkit/judgement/JudgementText.h"
 #include "toolkit/judgement/Outliers.h"
 #include "toolkit/text/Texts.h"
@@ -305,6 +306,8 @@ ReferenceJudgement judgeReference(const StandIn::ReferenceImage& rReference, con
     rFigures.outliers = rReference.outliers;
 
     judgeSaturation(rFigures, result.vecFindings);
+    const Findings vecBits = judgeBits(rReference);
+    result.vecFindings.insert(result.vecFindings.end(), vecBits.begin(), vecBits.end());
     if (rReference.eKind == StandIn::eReferenceLight) {
         judgeLight(rFigures, result.vecFindings);
     } else {
