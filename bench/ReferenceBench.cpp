@@ -19,7 +19,10 @@
 #include "Scene.h"
 #include "ShadingNodes.h"
 #include "TemporaryFolder.h"
+#include "standin/pixels/LargeMemory.h"
 #include "standin/processor/filters/ReferenceFilter.h"
+#include "standin/processor/references/FrameSums.h"
+#include "standin/processor/references/ReferenceRecorder.h"
 #include "xapel2_standin/ReferenceFile.h"
 
 namespace {
@@ -183,10 +186,41 @@ public:
     void addTo(CReferenceRounds& rRounds, const std::string& strGroup) {
         rRounds.add(
             strGroup + "/ours", [this] { m_nodes.process(m_rLayout, m_frames.frame(m_iNext++)); }, {}, CFrames::COUNT);
+        // The sums without a look at what is added, as recordings were made before they were watched.
+        rRounds.add(
+            strGroup + "/sums-alone", [this] { addAlone(m_rLayout, m_frames.frame(m_iNext++), m_sums.data()); }, {},
+            CFrames::COUNT);
         rRounds.addLimit(strGroup + "/limit", m_limit, m_sums.data(), m_frames.all());
     }
 
+    /// A recording of 16 images from its first one on: the noise is measured during the first nine.
+    void addWholeTo(CReferenceRounds& rRounds, const std::string& strGroup) {
+        const auto fnEach = [this](const std::function<void(const uint8_t*)>& fnAdd) {
+            for (std::size_t i = 0; i < 16; ++i) {
+                fnAdd(m_frames.frame(i));
+            }
+        };
+        rRounds.add(strGroup + "/ours", [this, fnEach] {
+            CReferenceRecorder recorder(eReferenceLight);
+            fnEach([&](const uint8_t* pFrame) { recorder.add(m_rLayout, pFrame); });
+        });
+        rRounds.add(strGroup + "/sums-alone", [this, fnEach] {
+            std::vector<uint8_t, LargeAllocator<uint8_t>> vecSums(2 * m_rLayout.bytes());
+            fnEach([&](const uint8_t* pFrame) { addAlone(m_rLayout, pFrame, vecSums.data()); });
+        });
+    }
+
 private:
+    // Of as many images as the sums hold, whatever they hold then.
+    static void addAlone(const ImageLayout& rLayout, const uint8_t* pFrame, uint8_t* pSums) {
+        if (rLayout.pFormat->nWireBits == 8) {
+            addFrame(1, pFrame, rLayout.samples(), reinterpret_cast<uint16_t*>(pSums));
+        } else {
+            addFrame(1, reinterpret_cast<const uint16_t*>(pFrame), rLayout.samples(), rLayout.pFormat->fullScale(),
+                     reinterpret_cast<uint32_t*>(pSums));
+        }
+    }
+
     void check() {
         constexpr std::size_t IMAGES = 300;  // more than 16-bit sums of 8-bit samples can hold
         const XAPEL2::Test::CTemporaryFolder folder;
@@ -271,12 +305,17 @@ void bench(const Options& rOptions) {
     std::unique_ptr<CAccumulateBench> apAccumulate[2];
     const CScene* const apScenes[] = {&scene8, &scene16};
     const char* const apGroups[] = {"accumulate-u8", "accumulate-u16"};
+    const char* const apWholes[] = {"record-16-u8", "record-16-u16"};
     for (std::size_t i = 0; i < 2; ++i) {
-        if (!rounds.wants(apGroups[i])) {
-            continue;
+        if (rounds.wants(apGroups[i]) || rounds.wants(apWholes[i])) {
+            apAccumulate[i] = std::make_unique<CAccumulateBench>(*apScenes[i]);
         }
-        apAccumulate[i] = std::make_unique<CAccumulateBench>(*apScenes[i]);
-        apAccumulate[i]->addTo(rounds, apGroups[i]);
+        if (rounds.wants(apGroups[i])) {
+            apAccumulate[i]->addTo(rounds, apGroups[i]);
+        }
+        if (rounds.wants(apWholes[i])) {
+            apAccumulate[i]->addWholeTo(rounds, apWholes[i]);
+        }
     }
 
     CShadingNodes nodes8;

@@ -173,6 +173,9 @@ void CCommandLine::addDevicesAndRecord() {
     pRecord->add_option("-o,--out", m_record.strFile, "Reference file to write; replaced when it exists")->required();
     pRecord->add_flag("--line", m_record.bLine,
                       "Average over rows, too: the reference of a line-scan camera, for images of any height");
+    pRecord->add_flag("--keep-outliers", m_record.bKeepOutliers,
+                      "Keep in the mean what left the other frames: frames that are unlike them, and samples far from "
+                      "those of their pixel; it is told all the same");
     addTimeout(pRecord, m_record.dTimeoutS);
     addForce(pRecord, m_record.bForce);
     addOutput(pRecord, m_record.bJson);

@@ -372,12 +372,20 @@ int64_t CShadingProcessor::Impl::end(const ShadingInputs& rInputs, ShadingAnswer
         rAnswer.pReason = m_pRecorder ? "the recording has no image" : "no recording is running";
         return GC_ERR_NO_DATA;
     }
-    auto pReference = std::make_shared<ReferenceImage>(m_pRecorder->reference());
+    auto pReference = std::make_shared<ReferenceImage>(m_pRecorder->reference(rInputs.bKeepOutliers));
     pReference->strCamera = rInputs.strNote;
     pReference->geometry = m_recorded.isKnown() || rInputs.strNote.empty()
                                ? m_recorded
                                : geometryOfNote(rInputs.strNote, pReference->layout);
     writeReferenceFile(rInputs.strFilename, *pReference);
+    const RecordingOutliers& rOutliers = pReference->outliers;
+    if (!rOutliers.isEmpty()) {
+        m_strTrace = "recording " + rInputs.strFilename + "; left the others: " + std::to_string(rOutliers.nFrames) +
+                     " of " + std::to_string(m_pRecorder->images()) + " images, of the others " +
+                     std::to_string(rOutliers.nSamples) +
+                     " samples; left out of the mean: " + std::to_string(rOutliers.nFramesLeftOut) + " and " +
+                     std::to_string(rOutliers.nSamplesLeftOut);
+    }
     m_aReferences[m_pRecorder->kind()] = std::move(pReference);
     m_pRecorder.reset();
     return GC_ERR_SUCCESS;

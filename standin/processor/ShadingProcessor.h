@@ -25,7 +25,8 @@ struct ShadingInputs {
     int64_t iBufferSize = 0;  ///< bytes at iBuffer
     int64_t iBuffer = 0;      ///< address of the image
     std::string strFilename;
-    std::string strNote;  ///< filed with a reference that is written, as its camera settings
+    bool bKeepOutliers = false;  ///< what left the other images of a recording stays in its mean
+    std::string strNote;         ///< filed with a reference that is written, as its camera settings
 };
 
 /// What a command says beside its status.

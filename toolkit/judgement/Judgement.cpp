@@ -7,9 +7,11 @@
 #include <algorithm>
 #include <cmath>
 
+#include "toolkit/judgement/Bits.h"
 #include "toolkit/judgement/CorrectedNoise.h"
 #include "toolkit/judgement/DarkPattern.h"
 #include "toolkit/judgement/JudgementText.h"
+#include "toolkit/judgement/Outliers.h"
 #include "toolkit/text/Texts.h"
 
 namespace XAPEL2 {
@@ -350,7 +352,11 @@ ReferenceJudgement judgeReference(const StandIn::ReferenceImage& rReference, con
     rFigures.vecDefects = findDefects(rReference, bWithDark ? pDark : nullptr);
     rFigures.settings = cameraSettingsFromJson(rReference.strCamera);
 
+    rFigures.outliers = rReference.outliers;
+
     judgeSaturation(rFigures, result.vecFindings);
+    const Findings vecBits = judgeBits(rReference);
+    result.vecFindings.insert(result.vecFindings.end(), vecBits.begin(), vecBits.end());
     if (rReference.eKind == StandIn::eReferenceLight) {
         judgeLight(rFigures, result.vecFindings);
     } else {
@@ -358,6 +364,8 @@ ReferenceJudgement judgeReference(const StandIn::ReferenceImage& rReference, con
     }
     judgeNoise(rFigures, result.vecFindings);
     judgeDrift(rFigures, result.vecFindings);
+    const Findings vecOutliers = judgeOutliers(rReference.outliers);
+    result.vecFindings.insert(result.vecFindings.end(), vecOutliers.begin(), vecOutliers.end());
     return result;
 }
 

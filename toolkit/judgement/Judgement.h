@@ -46,6 +46,7 @@ struct ReferenceFigures {
     double dSaturatedShare = 0.0;                                      ///< of all samples of all frames, 0 to 1
     double dTemporalNoise = std::numeric_limits<double>::quiet_NaN();  ///< of one frame, DN
     StandIn::FrameMeans means;                                         ///< how the light went
+    StandIn::RecordingOutliers outliers;                               ///< what left the other frames
     std::vector<double> vecClassMeans;                                 ///< DN, in the order of colourClassNames()
     std::vector<Defect> vecDefects;   ///< hot pixels of a dark reference, dead and bright ones of a light reference
     StandIn::ImageGeometry geometry;  ///< where on the sensor it lies
@@ -110,7 +111,7 @@ std::string describe(const PairJudgement& rJudgement);
 nlohmann::ordered_json toJson(const Findings& rFindings);
 /// {"kind", "pixelFormat", "width", "height", "frames", "mean", "meanPercent", "saturatedShare", "temporalNoise",
 /// "frameMeans": {"first", "last", "least", "most"}, "classes": [{"class", "mean"}], "hotPixels", "deadPixels",
-/// "brightPixels", "camera", "verdict", "findings"}
+/// "brightPixels", "outliers": see outliersJson(), "camera", "verdict", "findings"}
 nlohmann::ordered_json toJson(const ReferenceJudgement& rJudgement);
 /// {"conversionGain", "electrons", "predictedResidualPercent", "predictedResidualPercentOfClasses", "selfTestDn",
 /// "nonUniformity", "verdict", "findings"}

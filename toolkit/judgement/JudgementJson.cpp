@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "toolkit/judgement/Judgement.h"
+#include "toolkit/judgement/Outliers.h"
 
 namespace XAPEL2 {
 namespace Toolkit {
@@ -50,6 +51,7 @@ nlohmann::ordered_json toJson(const ReferenceJudgement& rJudgement) {
         result["deadPixels"] = countDefects(rFigures.vecDefects, eDead);
         result["brightPixels"] = countDefects(rFigures.vecDefects, eBright);
     }
+    result["outliers"] = outliersJson(rFigures.outliers);
     result["camera"] = toJson(rFigures.settings);
     result["verdict"] = verdict(rJudgement.vecFindings);
     result["findings"] = toJson(rJudgement.vecFindings);

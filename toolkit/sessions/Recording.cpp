@@ -49,7 +49,7 @@ public:
     CRecorder(CSession& rSession, bool bLight, IProgress& rProgress)
         : m_rSession(rSession), m_bLight(bLight), m_rProgress(rProgress) {}
 
-    Recording record(uint64_t nFrames, const std::string& strFile);
+    Recording record(uint64_t nFrames, const std::string& strFile, bool bKeepOutliers);
 
 private:
     void stream(uint64_t nFrames);
@@ -134,11 +134,14 @@ void CRecorder::stream(uint64_t nFrames) {
     }
 }
 
-/// What the references that this thread ends tell of the camera, as long as it lives.
+/// How the references that this thread ends are made, and what they tell of the camera, as long as it lives.
 class CNote {
 public:
-    CNote() = default;
-    ~CNote() { StandIn::setReferenceNote(""); }
+    explicit CNote(bool bKeepOutliers) { StandIn::setOutliersKept(bKeepOutliers); }
+    ~CNote() {
+        StandIn::setReferenceNote("");
+        StandIn::setOutliersKept(false);
+    }
     CNote(const CNote&) = delete;
     CNote& operator=(const CNote&) = delete;
 };
@@ -159,7 +162,7 @@ void CRecorder::noteSettings() {
     }
 }
 
-Recording CRecorder::record(uint64_t nFrames, const std::string& strFile) {
+Recording CRecorder::record(uint64_t nFrames, const std::string& strFile, bool bKeepOutliers) {
     if (m_rSession.hasScenes()) {
         m_rSession.selectScene(m_bLight ? "Light" : "Dark");
     }
@@ -171,7 +174,7 @@ Recording CRecorder::record(uint64_t nFrames, const std::string& strFile) {
     stream(nFrames);
     m_rProgress.clear();
     Interrupt::check();
-    const CNote note;
+    const CNote note(bKeepOutliers);
     noteSettings();
     m_rSession.attempt(strFile, [&] { rShading.ReferenceEnd(strFile.c_str()); });
     return m_result;
@@ -180,8 +183,8 @@ Recording CRecorder::record(uint64_t nFrames, const std::string& strFile) {
 }  // namespace
 
 Recording recordReference(CSession& rSession, bool bLight, uint64_t nFrames, const std::string& strFile,
-                          IProgress& rProgress) {
-    return CRecorder(rSession, bLight, rProgress).record(nFrames, strFile);
+                          IProgress& rProgress, bool bKeepOutliers) {
+    return CRecorder(rSession, bLight, rProgress).record(nFrames, strFile, bKeepOutliers);
 }
 
 void foldToLine(const std::string& strFile) {
@@ -201,6 +204,10 @@ void foldToLine(const std::string& strFile) {
     }
     reference.nImages *= reference.layout.nHeight;
     reference.layout.nHeight = 1;
+    for (StandIn::FrameOutlier& rPlace : reference.outliers.vecPlaces) {
+        rPlace.nY = 0;
+        rPlace.nHeight = 1;
+    }
     StandIn::writeReferenceFile(strFile, reference);
 }
 

@@ -31,10 +31,13 @@ struct Recording {
 /// those that it has. The file appears whole or not at all. It tells the camera's settings, where they can be read.
 /// @throws std::runtime_error  the camera or the file cannot be used; an older file of this name is as it was.
 /// @throws CInterruptedError   the same.
+/// What left the other frames stays out of the mean of 8 frames or more, and is told in the file, see
+/// StandIn::RecordingOutliers.
 /// With its settings the file tells when it was recorded, how many frames the recording took, those that were left out
 /// included, and of a camera that has only so many frames which these were.
+/// @param[in] bKeepOutliers  what left the others stays in.
 Recording recordReference(CSession& rSession, bool bLight, uint64_t nFrames, const std::string& strFile,
-                          IProgress& rProgress);
+                          IProgress& rProgress, bool bKeepOutliers = false);
 
 /// Makes a reference of one row of a reference: the mean of its rows, which counts as so many frames more.
 /// @throws std::runtime_error  it is of a filter array, or the file cannot be used.

@@ -130,7 +130,8 @@ int runRecord(const RecordOptions& rOptions) {
     Recording result;
     try {
         CProgress progress;
-        result = recordReference(session, rOptions.bLight, rOptions.nFrames, file.path(), progress);
+        result =
+            recordReference(session, rOptions.bLight, rOptions.nFrames, file.path(), progress, rOptions.bKeepOutliers);
         if (rOptions.bLine) {
             foldToLine(file.path());
         }

@@ -11,12 +11,13 @@ namespace XAPEL2 {
 namespace App {
 
 struct RecordOptions {
-    bool bLight = false;      ///< a light reference, otherwise a dark one
-    std::string strDevice;    ///< device identifier
-    uint64_t nFrames = 16;    ///< frames to average
-    std::string strFile;      ///< reference file to write
-    double dTimeoutS = 10.0;  ///< longest wait for a frame beyond its exposure, seconds
-    bool bLine = false;       ///< average over rows too, for line-scan cameras
+    bool bLight = false;         ///< a light reference, otherwise a dark one
+    std::string strDevice;       ///< device identifier
+    uint64_t nFrames = 16;       ///< frames to average
+    std::string strFile;         ///< reference file to write
+    double dTimeoutS = 10.0;     ///< longest wait for a frame beyond its exposure, seconds
+    bool bKeepOutliers = false;  ///< what left the other frames stays in the mean
+    bool bLine = false;          ///< average over rows too, for line-scan cameras
     bool bForce = false;
     bool bJson = false;
 };

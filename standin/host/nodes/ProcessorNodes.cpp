@@ -165,6 +165,7 @@ private:
         }
         if (iCommand == eCommandEnd) {
             pInputs->strNote = referenceNote();
+            pInputs->bKeepOutliers = areOutliersKept();
         }
         ShadingAnswer answer;
         const int64_t iStatus = m_processor.execute(iCommand, *pInputs, answer);

@@ -23,6 +23,7 @@ struct Failure {
     char acText[TEXT_BYTES];
 };
 thread_local Failure t_failure{};
+thread_local bool t_bOutliersKept = false;
 
 std::string& noteOfThread() {
     thread_local std::string t_strNote;
@@ -64,6 +65,14 @@ void setReferenceNote(const std::string& strJson) {
     }
     std::string strNote = strJson;
     noteOfThread().swap(strNote);
+}
+
+void setOutliersKept(bool bKept) {
+    t_bOutliersKept = bKept;
+}
+
+bool areOutliersKept() {
+    return t_bOutliersKept;
 }
 
 const std::string& referenceNote() {

@@ -21,5 +21,8 @@ std::string joined(const char* pText, const char* pDetail) noexcept;
 /// The note that setReferenceNote() left for the calling thread.
 const std::string& referenceNote();
 
+/// What setOutliersKept() said for the calling thread.
+bool areOutliersKept();
+
 }  // namespace StandIn
 }  // namespace XAPEL2

@@ -45,5 +45,10 @@ XAPEL2_HOST_API ReferenceImage readReferenceFile(const std::string& strFile);
 /// @threads any; each has its own.
 XAPEL2_HOST_API void setReferenceNote(const std::string& strJson);
 
+/// Whether the recordings that this thread ends from now on (ReferenceEnd) keep in their mean what left the other
+/// images: whole images, and single samples. By default recordings of eight images or more do not; either way the
+/// reference tells it. @threads any; each has its own.
+XAPEL2_HOST_API void setOutliersKept(bool bKept);
+
 }  // namespace StandIn
 }  // namespace XAPEL2

@@ -83,6 +83,36 @@ struct FrameMeans {
     double dMost = std::numeric_limits<double>::quiet_NaN();   ///< of the brightest image
 };
 
+/// What of a frame left the other frames of its recording.
+enum eOutlier {
+    eOutlierBrightness = 0,  ///< its mean
+    eOutlierShape = 1,       ///< how its light is spread
+    eOutlierSamples = 2,     ///< some samples, of pixels that lie together
+};
+
+/// Something that left the other frames of a recording.
+struct FrameOutlier {
+    eOutlier eWhat = eOutlierSamples;
+    uint64_t iFrame = 0;                               ///< number in the recording, from 1 on
+    uint64_t nX = 0, nY = 0, nWidth = 0, nHeight = 0;  ///< where, pixels; of a shape roughly; of a brightness all 0
+    uint64_t nSamples = 0;                             ///< of eOutlierSamples: how many
+    double dDeviation = 0.0;                           ///< from the other frames, mean, DN
+    bool bLeftOut = false;                             ///< it is not in the mean
+};
+
+/// What left the others in a recording. Nothing in one that is steady.
+struct RecordingOutliers {
+    static constexpr std::size_t PLACES_MAX = 16;
+
+    uint64_t nFrames = 0;                   ///< frames that left the others as a whole
+    uint64_t nFramesLeftOut = 0;            ///< of these, not in the mean
+    uint64_t nSamples = 0;                  ///< single samples that left their pixel's others
+    uint64_t nSamplesLeftOut = 0;           ///< of these, not in the mean
+    std::vector<FrameOutlier> vecPlaces{};  ///< the gravest of them, frames first, PLACES_MAX at most
+
+    bool isEmpty() const { return nFrames == 0 && nSamples == 0; }
+};
+
 /// Temporal variance of a sample without what all samples do together. A light that changes by some part changes each
 /// sample by this part of its signal, so that the variance of the frame means v adds shape * v to the variance of the
 /// samples, shape = mean(m^2) / mean(m)^2 of the mean image m. EMVA 1288 takes
@@ -142,6 +172,10 @@ struct ReferenceImage {
     uint32_t uLargest = 0;  ///< the largest sample of all images; 0: not known, or black
 
     ImageGeometry geometry{};  ///< where on the sensor the images lay; not known of older files
+    /// What left the others while it was recorded. What is told as left out is neither in the samples nor in the
+    /// figures, nImages included.
+    RecordingOutliers outliers{};
+
     ReferenceOutput output{};  ///< of a light reference
     /// Of a light reference: a byte for each pixel, row by row, 0 or bits of eDefectBit; empty: no defects.
     std::vector<uint8_t> vecDefects{};

@@ -5,6 +5,7 @@
 #include "standin/processor/references/FrameSums.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 
 #include "standin/pixels/PlaneVectors.h"
@@ -25,6 +26,9 @@ namespace hn = hwy::HWY_NAMESPACE;
 /// After so many steps of up to three vectors the lanes are emptied: a vector adds at most 4 * 255^2 or 2^16 to a
 /// 32-bit lane of squares, 2^16 to one of sums, and 1 to a 16-bit lane that counts.
 constexpr std::size_t STEPS = 4096;
+
+/// Steps between two looks at what the screen found: looking takes longer than finding.
+constexpr std::size_t GROUP = 8;
 
 using D16 = hn::ScalableTag<uint16_t>;
 using D32 = hn::ScalableTag<uint32_t>;
@@ -83,30 +87,100 @@ HWY_INLINE void emptyLanes(FrameFigures& rFigures, std::size_t iClass, V32 vSums
                                   (static_cast<uint64_t>(sumLanes<uint32_t>(D32(), vHigh)) << 16);
 }
 
+/// What a step needs of the screen, spread over the lanes of its vectors.
+template <class TSample>
+struct Lanes;
+template <>
+struct Lanes<uint8_t> {
+    // In units of the sums: 8-bit samples have at most 16 bits of them.
+    HWY_ALIGN uint16_t aMost[3 * hn::MaxLanes(D16())];
+    uint16_t uFactor;  // of 256
+    void set(std::size_t i, float fMost) { aMost[i] = static_cast<uint16_t>(std::min(fMost, 32767.0F)); }
+    void setFactor(float f) { uFactor = static_cast<uint16_t>(std::min(f * 256.0F + 0.5F, 65535.0F)); }
+};
+template <>
+struct Lanes<uint16_t> {
+    HWY_ALIGN float aMost[3 * hn::MaxLanes(D16())];
+    float fFactor;
+    void set(std::size_t i, float fMost) { aMost[i] = 0.5F * fMost; }
+    void setFactor(float f) { fFactor = f; }
+};
+
+// In registers for 8-bit samples, of which the rest of the loop takes hardly longer.
+HWY_INLINE V16 lanesFactor(const Lanes<uint8_t>& r) {
+    return hn::Set(D16(), r.uFactor);
+}
+HWY_INLINE V16 lanesMost(const Lanes<uint8_t>& r, std::size_t i) {
+    return hn::Load(D16(), r.aMost + i);
+}
+HWY_INLINE V16 lanesFactor(const Lanes<uint16_t>&) {
+    return hn::Zero(D16());
+}
+HWY_INLINE V16 lanesMost(const Lanes<uint16_t>&, std::size_t) {
+    return hn::Zero(D16());
+}
+
+/// Above 0 in a lane that has seen a sample which is too far from its sum.
+HWY_INLINE V16 noneFar(const uint8_t*) {
+    return hn::Zero(D16());
+}
+HWY_INLINE auto noneFar(const uint16_t*) {
+    return hn::Zero(hn::Rebind<float, D32>());
+}
+HWY_INLINE bool isFar(V16 vFar) {
+    return !hn::AllTrue(D16(), hn::Eq(vFar, hn::Zero(D16())));
+}
+HWY_INLINE bool isFar(hn::Vec<hn::Rebind<float, D32>> vFar) {
+    const hn::Rebind<float, D32> dFloat;
+    return !hn::AllFalse(dFloat, hn::Gt(vFar, hn::Zero(dFloat)));
+}
+
 /// Loads a vector of samples and adds them to their sums. @return the samples, none above uFull.
-HWY_INLINE V16 addToSums(const uint8_t* pSamples, V16 vFull, uint16_t* pSums) {
+/// @param[in] iLane     with SCREEN: place within the step, whose lanes of 8-bit samples are in vMost.
+/// @param[in,out] rFar  with SCREEN: see noneFar().
+template <bool SCREEN>
+HWY_INLINE V16 addToSums(const uint8_t* pSamples, V16, uint16_t* pSums, const Lanes<uint8_t>&, std::size_t, V16 vFactor,
+                         V16 vMost, V16& rFar) {
     const D16 d16;
     const hn::Rebind<uint8_t, D16> d8;
-    (void)vFull;
     const V16 v = hn::PromoteTo(d16, hn::LoadU(d8, pSamples));
-    hn::StoreU(hn::Add(hn::LoadU(d16, pSums), v), d16, pSums);
+    const V16 vSums = hn::LoadU(d16, pSums);
+    if (SCREEN) {
+        // Beyond either side of the limit is beyond twice the limit from one of them.
+        const V16 vScaled = hn::MulHigh(hn::ShiftLeft<8>(v), vFactor);
+        const V16 vApart = hn::Add(hn::Sub(vSums, vScaled), vMost);
+        rFar = hn::Or(rFar, hn::SaturatedSub(vApart, hn::Add(vMost, vMost)));
+    }
+    hn::StoreU(hn::Add(vSums, v), d16, pSums);
     return v;
 }
-HWY_INLINE V16 addToSums(const uint16_t* pSamples, V16 vFull, uint32_t* pSums) {
+template <bool SCREEN>
+HWY_INLINE V16 addToSums(const uint16_t* pSamples, V16 vFull, uint32_t* pSums, const Lanes<uint16_t>& rLanes,
+                         std::size_t iLane, V16, V16, hn::Vec<hn::Rebind<float, D32>>& rFar) {
     const D16 d16;
     const D32 d32;
+    const hn::Rebind<float, D32> dFloat;
+    const hn::RebindToSigned<D32> di32;
     const hn::Rebind<uint16_t, D32> dHalf;
     const auto vFullHalf = hn::Set(dHalf, hn::GetLane(vFull));
     for (std::size_t k = 0; k < hn::Lanes(d16); k += hn::Lanes(d32)) {
-        const auto vHalf = hn::Min(hn::LoadU(dHalf, pSamples + k), vFullHalf);
-        hn::StoreU(hn::Add(hn::LoadU(d32, pSums + k), hn::PromoteTo(d32, vHalf)), d32, pSums + k);
+        const V32 v = hn::PromoteTo(d32, hn::Min(hn::LoadU(dHalf, pSamples + k), vFullHalf));
+        const V32 vSums = hn::LoadU(d32, pSums + k);
+        if (SCREEN) {
+            // Of sums from 2^31 on the conversion would make negative numbers: half of them does as well.
+            const auto vHalf = hn::ConvertTo(dFloat, hn::BitCast(di32, hn::ShiftRight<1>(vSums)));
+            const auto vScaled = hn::ConvertTo(dFloat, hn::BitCast(di32, v));
+            const auto vApart = hn::Abs(hn::MulSub(vScaled, hn::Set(dFloat, 0.5F * rLanes.fFactor), vHalf));
+            rFar = hn::Max(rFar, hn::Sub(vApart, hn::Load(dFloat, rLanes.aMost + iLane + k)));
+        }
+        hn::StoreU(hn::Add(vSums, v), d32, pSums + k);
     }
     return hn::Min(hn::LoadU(d16, pSamples), vFull);
 }
 
 /// The samples of each class in turn: the last one gets what the others leave of the whole.
-template <std::size_t CLASSES, class TSample, class TSum>
-FrameFigures addRun(const TSample* pSamples, std::size_t nSamples, uint32_t uFull, TSum* pSums) {
+template <std::size_t CLASSES, bool SCREEN, class TSample, class TSum>
+FrameFigures addRun(const TSample* pSamples, std::size_t nSamples, uint32_t uFull, TSum* pSums, FrameScreen* pScreen) {
     constexpr bool WIDE = sizeof(TSample) == 2;
     constexpr std::size_t VECTORS = CLASSES == 3 ? 3 : 1;
     const D16 d16;
@@ -118,6 +192,17 @@ FrameFigures addRun(const TSample* pSamples, std::size_t nSamples, uint32_t uFul
     const V16 vFirst0 = lanesOf(CLASSES, 0, 0), vSecond0 = lanesOf(CLASSES, 1, 0);
     const V16 vFirst1 = lanesOf(CLASSES, 0, 1), vSecond1 = lanesOf(CLASSES, 1, 1);
     const V16 vFirst2 = lanesOf(CLASSES, 0, 2), vSecond2 = lanesOf(CLASSES, 1, 2);
+    Lanes<TSample> lanes{};
+    if (SCREEN) {
+        for (std::size_t k = 0; k < nStep; ++k) {
+            lanes.set(k, pScreen->afMost[k % CLASSES]);
+        }
+        lanes.setFactor(pScreen->fFactor);
+        pScreen->nGroup = GROUP * nStep;
+    }
+    const V16 vFactor = lanesFactor(lanes);
+    const V16 vMost0 = lanesMost(lanes, 0), vMost1 = lanesMost(lanes, L * (VECTORS > 1)),
+              vMost2 = lanesMost(lanes, 2 * L * (VECTORS > 1));
     FrameFigures figures;
     V16 vLargest = hn::Zero(d16);
     std::size_t i = 0;
@@ -128,8 +213,10 @@ FrameFigures addRun(const TSample* pSamples, std::size_t nSamples, uint32_t uFul
         V32 vSumsFirst = vSums, vLowFirst = vSums, vHighFirst = vSums;
         V32 vSumsSecond = vSums, vLowSecond = vSums, vHighSecond = vSums;
         V16 vSaturated = hn::Zero(d16);
-        const auto fnAdd = [&](std::size_t iFirst, V16 vFirst, V16 vSecond) HWY_ATTR {
-            const V16 v = addToSums(pSamples + iFirst, vFull, pSums + iFirst);
+        auto vFar = noneFar(pSamples);
+        const auto fnAdd = [&](std::size_t iFirst, std::size_t iLane, V16 vMost, V16 vFirst, V16 vSecond) HWY_ATTR {
+            const V16 v =
+                addToSums<SCREEN>(pSamples + iFirst, vFull, pSums + iFirst, lanes, iLane, vFactor, vMost, vFar);
             vSaturated = hn::Sub(vSaturated, hn::VecFromMask(d16, hn::Eq(v, vFull)));
             vLargest = hn::Max(vLargest, v);
             const V16 vCentred = hn::Xor(v, vCentre);
@@ -141,11 +228,20 @@ FrameFigures addRun(const TSample* pSamples, std::size_t nSamples, uint32_t uFul
                 addLanes<WIDE>(hn::And(vCentred, vSecond), vSumsSecond, vLowSecond, vHighSecond);
             }
         };
-        for (; i < nEnd; i += nStep) {
-            fnAdd(i, vFirst0, vSecond0);
+        std::size_t iGroup = i;
+        while (i < nEnd) {
+            fnAdd(i, 0, vMost0, vFirst0, vSecond0);
             if (VECTORS > 1) {
-                fnAdd(i + L, vFirst1, vSecond1);
-                fnAdd(i + 2 * L, vFirst2, vSecond2);
+                fnAdd(i + L, L, vMost1, vFirst1, vSecond1);
+                fnAdd(i + 2 * L, 2 * L, vMost2, vFirst2, vSecond2);
+            }
+            i += nStep;
+            if (SCREEN && (i - iGroup == GROUP * nStep || i == nEnd)) {
+                if (isFar(vFar)) {
+                    pScreen->pHits[pScreen->nHits++] = static_cast<uint32_t>(iGroup);
+                    vFar = noneFar(pSamples);
+                }
+                iGroup = i;
             }
         }
         FrameFigures part;
@@ -177,6 +273,10 @@ FrameFigures addRun(const TSample* pSamples, std::size_t nSamples, uint32_t uFul
         std::memcpy(&tRead, reinterpret_cast<const uint8_t*>(pSamples) + sizeof(TSample) * i, sizeof(TSample));
         const uint32_t uSample = std::min<uint32_t>(tRead, uFull);
         const int64_t iCentred = static_cast<int64_t>(uSample) - static_cast<int64_t>(WIDE ? FRAME_CENTRE : 0);
+        if (SCREEN && std::abs(static_cast<float>(uSample) * pScreen->fFactor - static_cast<float>(pSums[i])) >
+                          pScreen->afMost[i % CLASSES]) {
+            pScreen->pHits[pScreen->nHits++] = static_cast<uint32_t>(i);
+        }
         pSums[i] = static_cast<TSum>(pSums[i] + uSample);
         figures.aiSums[i % CLASSES] += iCentred;
         figures.auSquares[i % CLASSES] += static_cast<uint64_t>(iCentred * iCentred);
@@ -186,17 +286,24 @@ FrameFigures addRun(const TSample* pSamples, std::size_t nSamples, uint32_t uFul
     return figures;
 }
 
-FrameFigures addU8(std::size_t nClasses, const uint8_t* pSamples, std::size_t nSamples, uint16_t* pSums) {
-    return nClasses == 1   ? addRun<1>(pSamples, nSamples, 255, pSums)
-           : nClasses == 2 ? addRun<2>(pSamples, nSamples, 255, pSums)
-                           : addRun<3>(pSamples, nSamples, 255, pSums);
+template <bool SCREEN, class TSample, class TSum>
+FrameFigures addClasses(std::size_t nClasses, const TSample* pSamples, std::size_t nSamples, uint32_t uFull,
+                        TSum* pSums, FrameScreen* pScreen) {
+    return nClasses == 1   ? addRun<1, SCREEN>(pSamples, nSamples, uFull, pSums, pScreen)
+           : nClasses == 2 ? addRun<2, SCREEN>(pSamples, nSamples, uFull, pSums, pScreen)
+                           : addRun<3, SCREEN>(pSamples, nSamples, uFull, pSums, pScreen);
+}
+
+FrameFigures addU8(std::size_t nClasses, const uint8_t* pSamples, std::size_t nSamples, uint16_t* pSums,
+                   FrameScreen* pScreen) {
+    return pScreen ? addClasses<true>(nClasses, pSamples, nSamples, 255, pSums, pScreen)
+                   : addClasses<false>(nClasses, pSamples, nSamples, 255, pSums, pScreen);
 }
 
 FrameFigures addU16(std::size_t nClasses, const uint16_t* pSamples, std::size_t nSamples, uint32_t uFull,
-                    uint32_t* pSums) {
-    return nClasses == 1   ? addRun<1>(pSamples, nSamples, uFull, pSums)
-           : nClasses == 2 ? addRun<2>(pSamples, nSamples, uFull, pSums)
-                           : addRun<3>(pSamples, nSamples, uFull, pSums);
+                    uint32_t* pSums, FrameScreen* pScreen) {
+    return pScreen ? addClasses<true>(nClasses, pSamples, nSamples, uFull, pSums, pScreen)
+                   : addClasses<false>(nClasses, pSamples, nSamples, uFull, pSums, pScreen);
 }
 
 }  // namespace
@@ -212,12 +319,13 @@ namespace StandIn {
 HWY_EXPORT(addU8);
 HWY_EXPORT(addU16);
 
-FrameFigures addFrame(std::size_t nClasses, const uint8_t* pSamples, std::size_t nSamples, uint16_t* pSums) {
-    return HWY_DYNAMIC_DISPATCH(addU8)(nClasses, pSamples, nSamples, pSums);
+FrameFigures addFrame(std::size_t nClasses, const uint8_t* pSamples, std::size_t nSamples, uint16_t* pSums,
+                      FrameScreen* pScreen) {
+    return HWY_DYNAMIC_DISPATCH(addU8)(nClasses, pSamples, nSamples, pSums, pScreen);
 }
 FrameFigures addFrame(std::size_t nClasses, const uint16_t* pSamples, std::size_t nSamples, uint32_t uFull,
-                      uint32_t* pSums) {
-    return HWY_DYNAMIC_DISPATCH(addU16)(nClasses, pSamples, nSamples, uFull, pSums);
+                      uint32_t* pSums, FrameScreen* pScreen) {
+    return HWY_DYNAMIC_DISPATCH(addU16)(nClasses, pSamples, nSamples, uFull, pSums, pScreen);
 }
 
 }  // namespace StandIn

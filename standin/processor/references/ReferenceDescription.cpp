@@ -7,8 +7,10 @@
 
 #include "standin/processor/references/ReferenceDescription.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <iterator>
 #include <map>
 #include <nlohmann/json.hpp>
 
@@ -25,6 +27,8 @@ constexpr std::size_t BYTES_MAX = 64 << 10;
 constexpr std::size_t NOTE_BYTES_MAX = 63 << 10;  // the rest of a description takes a few hundred bytes
 constexpr std::size_t DEPTH_MAX = 8;
 constexpr double IMAGES_MAX = 9007199254740992.0;  // 2^53, exact as a double
+
+constexpr const char* OUTLIERS[] = {"brightness", "shape", "samples"};  // by eOutlier
 
 void require(bool bGood, const std::string& strElse) {
     if (!bGood) {
@@ -52,6 +56,7 @@ public:
     bool hasOutput() const { return m_bHasOutput; }
     /// Passes over what is no geometry inside its object.
     void takeOthers() { m_bOthers = true; }
+    RecordingOutliers outliers(const ImageLayout& rLayout) const;
     ReferenceOutput output(double dFull) const;
     ImageGeometry geometry(const ImageLayout& rLayout) const;
 
@@ -60,6 +65,9 @@ public:
         if (isGeometryMember()) {
             m_geometryNumbers[m_strInnerKey] = bValue ? 1.0 : 0.0;
             return true;
+        }
+        if (isPlaceMember() && m_strPlaceKey == "leftOut") {
+            m_outliers.vecPlaces.back().bLeftOut = bValue;
         }
         return value(bValue ? "true" : "false");
     }
@@ -73,6 +81,11 @@ public:
     bool string(string_t& strValue) override {
         if (m_nDepth == 1) {
             m_texts[m_strKey] = strValue;
+        }
+        if (isPlaceMember() && m_strPlaceKey == "what") {
+            const auto iWhat = std::find(std::begin(OUTLIERS), std::end(OUTLIERS), strValue) - std::begin(OUTLIERS);
+            require(iWhat <= eOutlierSamples, "unknown kind of outlier");
+            m_outliers.vecPlaces.back().eWhat = static_cast<eOutlier>(iWhat);
         }
         if (isOutputMember() && m_strInnerKey == "target") {
             require(strValue == "mean" || strValue == "max", "unknown target of the output");
@@ -93,6 +106,8 @@ public:
             m_bOutput = strKey == "output";
             m_bGeometry = strKey == "geometry";
             m_bHasGeometry = m_bHasGeometry || m_bGeometry;
+            m_bOutliers = strKey == "outliers";
+            m_outliers = m_bOutliers ? RecordingOutliers() : m_outliers;
             m_bHasOutput = m_bHasOutput || m_bOutput;
             if (m_bCamera) {
                 m_strCamera.clear();
@@ -100,6 +115,8 @@ public:
             m_bComma = false;
         } else if (m_nDepth == 2 && (m_bOutput || m_bGeometry)) {
             m_strInnerKey = strKey;
+        } else if (m_bOutliers && (m_nDepth == 2 || m_nDepth == 4)) {
+            (m_nDepth == 2 ? m_strOutliersKey : m_strPlaceKey) = strKey;
         } else if (m_bCamera) {
             append(Json(strKey).dump() + ':');
             m_bComma = false;
@@ -121,7 +138,29 @@ public:
     }
 
 private:
+    /// A member of the outliers, or of one of their places. They are checked once all is read.
+    void outlierNumber(double dValue) {
+        if (m_bOutliers && m_nDepth == 2) {
+            m_mapOutliers[m_strOutliersKey] = dValue;
+        }
+        if (!isPlaceMember()) {
+            return;
+        }
+        FrameOutlier& rPlace = m_outliers.vecPlaces.back();
+        const std::map<std::string, uint64_t*> mapMembers = {
+            {"frame", &rPlace.iFrame}, {"x", &rPlace.nX},           {"y", &rPlace.nY},
+            {"width", &rPlace.nWidth}, {"height", &rPlace.nHeight}, {"samples", &rPlace.nSamples}};
+        const auto itMember = mapMembers.find(m_strPlaceKey);
+        if (itMember != mapMembers.end()) {
+            require(dValue >= 0.0 && dValue <= IMAGES_MAX, "a number of an outlier is out of range");
+            *itMember->second = static_cast<uint64_t>(dValue);
+        } else if (m_strPlaceKey == "deviation") {
+            rPlace.dDeviation = dValue;
+        }
+    }
+    bool isPlaceMember() const { return m_bOutliers && m_nDepth == 4 && m_bPlaces; }
     bool number(double dValue, const std::string& strText) {
+        outlierNumber(dValue);
         if (m_nDepth == 1) {
             m_numbers[m_strKey] = dValue;
         }
@@ -159,6 +198,15 @@ private:
         require(!isOutputMember() || (m_strInnerKey != "target" && m_strInnerKey != "pedestal"),
                 "a member of the output has a wrong type");
         require(++m_nDepth <= DEPTH_MAX, "the description is nested too deeply");
+        if (m_bOutliers && m_nDepth == 3) {
+            m_bPlaces = cBracket == '[' && m_strOutliersKey == "places";
+        }
+        if (isPlaceMember()) {
+            require(cBracket == '{' && m_outliers.vecPlaces.size() < RecordingOutliers::PLACES_MAX,
+                    "the places of the outliers are no list, or too many");
+            m_outliers.vecPlaces.emplace_back();
+            m_strPlaceKey.clear();
+        }
         append(std::string(1, cBracket));
         m_bComma = false;
         return true;
@@ -193,11 +241,38 @@ private:
     bool m_bGeometry = false;  // inside the member "geometry"
     bool m_bHasGeometry = false;
     bool m_bOthers = false;
-    bool m_bOutput = false;  // inside the member "output"
+    RecordingOutliers m_outliers;
+    std::map<std::string, double> m_mapOutliers;
+    std::string m_strOutliersKey, m_strPlaceKey;
+    bool m_bOutliers = false;  // inside the member "outliers"
+    bool m_bPlaces = false;    // inside its member "places"
+    bool m_bOutput = false;    // inside the member "output"
     bool m_bHasOutput = false;
     bool m_bCamera = false;  // inside the member "camera"
     bool m_bComma = false;   // a value stands before in the same brackets
 };
+
+// Nothing of a steady recording. The places are left away where there is no room for them.
+std::string outliersText(const RecordingOutliers& rOutliers, std::size_t nRoom) {
+    if (rOutliers.isEmpty()) {
+        return {};
+    }
+    const std::string strCounts = R"(,"outliers":{"frames":)" + std::to_string(rOutliers.nFrames) +
+                                  R"(,"framesLeftOut":)" + std::to_string(rOutliers.nFramesLeftOut) + R"(,"samples":)" +
+                                  std::to_string(rOutliers.nSamples) + R"(,"samplesLeftOut":)" +
+                                  std::to_string(rOutliers.nSamplesLeftOut);
+    std::string strPlaces;
+    for (const FrameOutlier& rPlace : rOutliers.vecPlaces) {
+        strPlaces += std::string(strPlaces.empty() ? "" : ",") + R"({"what":")" + OUTLIERS[rPlace.eWhat] +
+                     R"(","frame":)" + std::to_string(rPlace.iFrame) + R"(,"x":)" + std::to_string(rPlace.nX) +
+                     R"(,"y":)" + std::to_string(rPlace.nY) + R"(,"width":)" + std::to_string(rPlace.nWidth) +
+                     R"(,"height":)" + std::to_string(rPlace.nHeight) + R"(,"samples":)" +
+                     std::to_string(rPlace.nSamples) + R"(,"deviation":)" + Json(rPlace.dDeviation).dump() +
+                     R"(,"leftOut":)" + (rPlace.bLeftOut ? "true}" : "false}");
+    }
+    strPlaces = R"(,"places":[)" + strPlaces + "]";
+    return strCounts + (strCounts.size() + strPlaces.size() + 2 < nRoom ? strPlaces : "") + "}";
+}
 
 std::string classNoiseName(std::size_t iClass) {
     return "temporalNoise" + std::to_string(iClass);
@@ -275,6 +350,27 @@ std::string geometryText(const ImageGeometry& rGeometry) {
     return "{" + fnAxis(NAMES_X, rGeometry.x) + "," + fnAxis(NAMES_Y, rGeometry.y) + "}";
 }
 
+RecordingOutliers CDescriptionReader::outliers(const ImageLayout& rLayout) const {
+    RecordingOutliers result = m_outliers;
+    const std::map<std::string, uint64_t*> mapMembers = {{"frames", &result.nFrames},
+                                                         {"framesLeftOut", &result.nFramesLeftOut},
+                                                         {"samples", &result.nSamples},
+                                                         {"samplesLeftOut", &result.nSamplesLeftOut}};
+    for (const auto& rNumber : m_mapOutliers) {
+        const auto itMember = mapMembers.find(rNumber.first);
+        if (itMember != mapMembers.end()) {
+            require(rNumber.second >= 0.0 && rNumber.second <= IMAGES_MAX, "a number of outliers is out of range");
+            *itMember->second = static_cast<uint64_t>(rNumber.second);
+        }
+    }
+    for (const FrameOutlier& rPlace : result.vecPlaces) {
+        require(rPlace.nX + rPlace.nWidth <= rLayout.nWidth && rPlace.nY + rPlace.nHeight <= rLayout.nHeight,
+                "an outlier is outside the image");
+        require(std::abs(rPlace.dDeviation) <= rLayout.pFormat->fullScale(), "an outlier is out of range");
+    }
+    return result;
+}
+
 ReferenceOutput CDescriptionReader::output(double dFull) const {
     require(m_output.eTarget != eTargetValue || (m_output.dTarget > 0.0 && m_output.dTarget <= dFull),
             "the target of the output is not above 0 and up to full scale");
@@ -317,6 +413,7 @@ std::string makeDescription(const ReferenceImage& rReference) {
                                                                                 : R"("mean")");
         strText += R"(,"pedestal":)" + fnNumber(rOutput.dPedestal) + '}';
     }
+    strText += outliersText(rReference.outliers, BYTES_MAX - std::min(BYTES_MAX, strText.size()));
     strText += '}';
     parseDescription(strText.c_str(), rReference.layout.nWidth, rReference.layout.nHeight);
     return strText;
@@ -365,6 +462,7 @@ ReferenceImage parseDescription(const char* strText, uint64_t nWidth, uint64_t n
     reference.dMean = oReader.number("mean", dFull);
     reference.dTemporalNoise = oReader.number("temporalNoise", dFull);
     readNewer(oReader, dFull, reference);
+    reference.outliers = oReader.outliers(reference.layout);
     reference.strCamera = oReader.camera();
     reference.geometry = oReader.geometry(reference.layout);
     require(!oReader.hasOutput() || reference.eKind == eReferenceLight,

@@ -5,154 +5,218 @@
 #include "standin/processor/references/ReferenceRecorder.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <limits>
+
+#include "standin/processor/references/OutlierSearch.h"
+#include "standin/processor/references/ReferenceSums.h"
+
 namespace XAPEL2 {
 namespace StandIn {
 
+namespace {
+
+constexpr std::size_t KINDS_MAX = 2;
+constexpr double BRIGHTNESS_OTHER = 0.06;  // of the level, beyond the others': less is a lamp that is not steady
+constexpr double BRIGHTNESS_NOISE = 3.0;   // standard deviations of a sample that it is at least
+constexpr double BRIGHTNESS_TOLD = 0.01;   // of the level, from the middle of the others
+constexpr double SPREADS_TOLD = 10.0;      // of the other frames' brightness
+constexpr double SHAPE_OTHER = 0.25;       // of the image: less is told sample by sample
+constexpr uint64_t FRAMES_TOLD = 3;        // of two nobody knows which one is odd
+constexpr uint64_t FRAMES_LEFT_OUT = 8;
+
+// How far a frame may be from the brightness of the others and be one of them, relative.
+double tolerance(const FrameDifference& r) {
+    return std::max({BRIGHTNESS_OTHER * r.dLevel, BRIGHTNESS_NOISE * r.dNoise, 0.5}) / (r.dLevel + 1.0 / 64.0);
+}
+
+bool hasBrightness(const CFrameGroup& rGroup, const FrameDifference& rDifference) {
+    const GainRange& rRange = rGroup.gains();
+    const double dGain = rDifference.dGain * rRange.dMean;
+    const double dMore = tolerance(rDifference) * rRange.dMean;
+    return dGain >= rRange.dLeast - dMore && dGain <= rRange.dMost + dMore;
+}
+
+double meanOf(const FrameRecord& rFrame, const ImageLayout& rLayout) {
+    double dSum = 0.0;
+    for (const int64_t iSum : rFrame.aiSums) {
+        dSum += static_cast<double>(iSum);
+    }
+    return dSum / static_cast<double>(rLayout.samples());
+}
+
+double middleOf(std::vector<double> vecValues) {
+    const auto itMiddle = vecValues.begin() + static_cast<std::ptrdiff_t>(vecValues.size() / 2);
+    std::nth_element(vecValues.begin(), itMiddle, vecValues.end());
+    return *itMiddle;
+}
+
+}  // namespace
+
 void CReferenceRecorder::add(const ImageLayout& rLayout, const void* pImage) {
-    const PixelFormat& rFormat = *rLayout.pFormat;
-    const bool bBytes = rFormat.nWireBits == 8;
-    const std::size_t nSamples = rLayout.samples();
-    const uint32_t uFull = rFormat.fullScale();
     if (m_nImages == 0) {
-        m_vecSums16.assign(bBytes ? nSamples : 0, 0);
-        m_vecSums32.assign(bBytes ? 0 : nSamples, 0);
+        m_pLook = std::make_unique<CFrameLook>(rLayout);
+        m_vecGroups.clear();
+        m_vecGroups.push_back(std::make_unique<CFrameGroup>(rLayout, *m_pLook));
+        m_vecGroups.back()->add(0, pImage, nullptr);
         m_layout = rLayout;
+        m_nImages = 1;
+        return;
     }
-    const uint32_t uLargest = bBytes ? std::numeric_limits<uint16_t>::max() : std::numeric_limits<uint32_t>::max();
-    if (m_nNarrow == uLargest / uFull) {
-        widen();
-    }
-
-    // Rows of a filter array have their own classes; anything else is one run.
-    const bool bCfa = rFormat.isCfa();
-    const std::size_t nRow = bCfa ? rLayout.samplesPerRow() : nSamples;
-    std::array<int64_t, CLASSES_MAX> aiSums{};
-    std::array<uint16_t, 4096> aSamples;
-    const auto fnRun = [&](const void* pSamples, std::size_t iFirst, std::size_t nRun) {
-        const FrameFigures figures = addRun(pSamples, iFirst, nRun);
-        const std::size_t iClass = bCfa ? iFirst / nRow % 2 * 2 : 0;
-        for (std::size_t k = 0; k < (bCfa ? 2U : rFormat.nChannels); ++k) {
-            aiSums[iClass + k] += figures.aiSums[k];
-            m_aClasses[iClass + k].uSquares += figures.auSquares[k];
+    std::vector<float> vecLook;
+    m_pLook->take(pImage, vecLook);
+    FrameDifference difference;
+    const CFrameGroup* pMost = &mostFrequent();
+    for (std::size_t i = 0; i < std::min(KINDS_MAX, m_vecGroups.size()); ++i) {
+        CFrameGroup& rGroup = *m_vecGroups[i];
+        const FrameView view = rGroup.compare(vecLook);
+        if (hasBrightness(rGroup, view) && view.dOther <= SHAPE_OTHER) {
+            rGroup.add(m_nImages++, pImage, &view);
+            return;
         }
-        m_nSaturated += figures.nSaturated;
-        m_uLargest = std::max(m_uLargest, figures.uLargest);
-    };
-    for (std::size_t iRow = 0; iRow < nSamples; iRow += nRow) {
-        if (!rFormat.isPacked()) {
-            fnRun(static_cast<const uint8_t*>(pImage) + iRow * (bBytes ? 1 : 2), iRow, nRow);
-            continue;
-        }
-        for (std::size_t i = iRow; i < iRow + nRow; i += aSamples.size()) {
-            const std::size_t nBlock = std::min(aSamples.size(), iRow + nRow - i);
-            unpackSamples(rFormat, pImage, i, nBlock, aSamples.data());
-            fnRun(aSamples.data(), i, nBlock);
+        if (&rGroup == pMost) {
+            difference = view;
         }
     }
-    ++m_nNarrow;
+    if (m_vecGroups.size() <= KINDS_MAX) {
+        m_vecGroups.reserve(KINDS_MAX + 1);
+        auto pGroup = std::make_unique<CFrameGroup>(m_layout, *m_pLook);
+        pGroup->add(m_nImages, pImage, nullptr);
+        m_vecGroups.push_back(std::move(pGroup));
+    } else {
+        m_vecGroups.back()->add(m_nImages, pImage, nullptr);
+    }
+    m_vecGroups.back()->lastFrame().difference = difference;
     ++m_nImages;
-    closeFrame(aiSums);
 }
 
-// Bits above the significant ones cannot occur in a sound image; they count as full scale.
-FrameFigures CReferenceRecorder::addRun(const void* pSamples, std::size_t iFirst, std::size_t nSamples) {
-    const PixelFormat& rFormat = *m_layout.pFormat;
-    const std::size_t nClasses = rFormat.isCfa() ? 2 : rFormat.nChannels;
-    return m_vecSums32.empty()
-               ? addFrame(nClasses, static_cast<const uint8_t*>(pSamples), nSamples, &m_vecSums16[iFirst])
-               : addFrame(nClasses, static_cast<const uint16_t*>(pSamples), nSamples, rFormat.fullScale(),
-                          &m_vecSums32[iFirst]);
-}
-
-void CReferenceRecorder::closeFrame(const std::array<int64_t, CLASSES_MAX>& rSums) {
-    const auto iCentre = static_cast<int64_t>(m_vecSums16.empty() ? FRAME_CENTRE : 0);
-    int64_t iAll = 0;
-    for (std::size_t k = 0; k < CLASSES_MAX; ++k) {
-        const int64_t iSum = rSums[k] + iCentre * static_cast<int64_t>(m_layout.samplesOf(static_cast<unsigned>(k)));
-        m_aClasses[k].uFrameSquares += static_cast<UInt128>(iSum) * static_cast<UInt128>(iSum);
-        iAll += iSum;
+const CFrameGroup& CReferenceRecorder::mostFrequent() const {
+    const CFrameGroup* pMost = m_vecGroups.front().get();
+    for (std::size_t i = 1; i < std::min(KINDS_MAX, m_vecGroups.size()); ++i) {
+        pMost = m_vecGroups[i]->images() > pMost->images() ? m_vecGroups[i].get() : pMost;
     }
-    const double dMean = static_cast<double>(iAll) / static_cast<double>(m_layout.samples());
-    m_means.dFirst = m_nImages == 1 ? dMean : m_means.dFirst;
-    m_means.dLast = dMean;
-    // Not a number before the first frame, which these take for missing.
-    m_means.dLeast = std::fmin(m_means.dLeast, dMean);
-    m_means.dMost = std::fmax(m_means.dMost, dMean);
+    return *pMost;
 }
 
-void CReferenceRecorder::widen() {
-    const auto spill = [this](auto& rNarrow) {
-        for (std::size_t i = 0; i < rNarrow.size(); ++i) {
-            m_vecSums64[i] += rNarrow[i];
+// True of frames that were put apart for a brightness which others have come near to since.
+bool CReferenceRecorder::belongsTo(const CFrameGroup& rGroup, const CFrameGroup& rTo) const {
+    return std::all_of(rGroup.frames().begin(), rGroup.frames().end(), [&](const FrameRecord& rFrame) {
+        return rFrame.difference.dLevel > 0.0 && rFrame.difference.dOther <= SHAPE_OTHER &&
+               hasBrightness(rTo, rFrame.difference);
+    });
+}
+
+void CReferenceRecorder::tellFrames(const CFrameGroup& rGroup, const CFrameGroup& rOthers, bool bLeftOut,
+                                    std::vector<FrameOutlier>& rPlaces) const {
+    double dOthers = 0.0;
+    for (const FrameRecord& rFrame : rOthers.frames()) {
+        dOthers += meanOf(rFrame, m_layout) / static_cast<double>(rOthers.images());
+    }
+    for (const FrameRecord& rFrame : rGroup.frames()) {
+        // The frames that came first were held against nothing: the first of the others was held against them.
+        const bool bFirst = rFrame.iFrame < rOthers.frames().front().iFrame;
+        const FrameDifference& rDifference = bFirst ? rOthers.frames().front().difference : rFrame.difference;
+        FrameOutlier outlier;
+        outlier.iFrame = rFrame.iFrame + 1;
+        outlier.bLeftOut = bLeftOut;
+        if (std::abs(rDifference.dGain - 1.0) > tolerance(rDifference)) {
+            outlier.eWhat = eOutlierBrightness;
+            outlier.dDeviation = meanOf(rFrame, m_layout) - dOthers;
+        } else {
+            outlier.eWhat = eOutlierShape;
+            outlier.nX = rDifference.nX;
+            outlier.nY = rDifference.nY;
+            outlier.nWidth = rDifference.nWidth;
+            outlier.nHeight = rDifference.nHeight;
+            outlier.dDeviation = bFirst ? -rDifference.dDeviation : rDifference.dDeviation;
         }
-        std::fill(rNarrow.begin(), rNarrow.end(), 0);
-    };
-    m_vecSums64.resize(m_layout.samples());
-    spill(m_vecSums16);
-    spill(m_vecSums32);
-    m_nNarrow = 0;
+        rPlaces.push_back(outlier);
+    }
 }
 
-uint64_t CReferenceRecorder::sum(std::size_t iSample) const {
-    const uint64_t uNarrow = m_vecSums16.empty() ? m_vecSums32[iSample] : m_vecSums16[iSample];
-    return m_vecSums64.empty() ? uNarrow : m_vecSums64[iSample] + uNarrow;
+// Of a frame that is but brighter or dimmer the shape is right, which is what a reference is for: it stays in.
+void CReferenceRecorder::tellBrightness(const CFrameGroup& rGroup, std::vector<FrameOutlier>& rPlaces) const {
+    if (rGroup.images() < FRAMES_TOLD) {
+        return;
+    }
+    // By the places that are looked at, which no object changes, and by all samples, which tell it exactly.
+    std::vector<double> vecMeans, vecGains, vecSpreads, vecGainSpreads;
+    for (const FrameRecord& rFrame : rGroup.frames()) {
+        vecMeans.push_back(meanOf(rFrame, m_layout));
+        vecGains.push_back(rFrame.dGain);
+    }
+    const double dMiddle = middleOf(vecMeans), dMiddleGain = middleOf(vecGains);
+    double dNoise = 0.0;
+    for (unsigned k = 0; k < m_layout.classes(); ++k) {
+        dNoise = std::max(dNoise, std::sqrt(rGroup.law().variance(k, dMiddle)));
+    }
+    dNoise /= std::sqrt(static_cast<double>(m_layout.samples()));
+    for (std::size_t i = 0; i < vecMeans.size(); ++i) {
+        vecSpreads.push_back(std::abs(vecMeans[i] - dMiddle));
+        vecGainSpreads.push_back(std::abs(vecGains[i] - dMiddleGain));
+    }
+    const double dMost = std::max({BRIGHTNESS_TOLD * dMiddle, SPREADS_TOLD * middleOf(vecSpreads), 10.0 * dNoise});
+    const double dMostGain = std::max(BRIGHTNESS_TOLD, SPREADS_TOLD * middleOf(vecGainSpreads));
+    std::vector<FrameOutlier> vecTold;
+    std::size_t nHalfway = 0;
+    for (std::size_t i = 0; i < vecMeans.size(); ++i) {
+        nHalfway += 2.0 * vecSpreads[i] > dMost ? 1U : 0U;
+        if (vecSpreads[i] > dMost && vecGainSpreads[i] > dMostGain) {
+            FrameOutlier outlier;
+            outlier.eWhat = eOutlierBrightness;
+            outlier.iFrame = rGroup.frames()[i].iFrame + 1;
+            outlier.dDeviation = vecMeans[i] - dMiddle;
+            vecTold.push_back(outlier);
+        }
+    }
+    // Where many do, or nearly, it is the lamp and no frame.
+    if (4 * nHalfway <= vecMeans.size() || vecMeans.size() < FRAMES_LEFT_OUT) {
+        rPlaces.insert(rPlaces.end(), vecTold.begin(), vecTold.end());
+    }
 }
 
-ReferenceImage CReferenceRecorder::reference() const {
+ReferenceImage CReferenceRecorder::reference(bool bKeepOutliers) const {
+    const CFrameGroup& rMost = mostFrequent();
+    std::vector<const CFrameGroup*> vecGood = {&rMost}, vecOdd;
+    uint64_t nOdd = 0;
+    for (const auto& rpGroup : m_vecGroups) {
+        if (rpGroup.get() != &rMost) {
+            const bool bBelongs = belongsTo(*rpGroup, rMost);
+            (bBelongs ? vecGood : vecOdd).push_back(rpGroup.get());
+            nOdd += bBelongs ? 0 : rpGroup->images();
+        }
+    }
+    // Frames of too many kinds are no reason to prefer one of them.
+    const bool bMany = m_nImages >= FRAMES_LEFT_OUT;
+    const bool bFramesOut = bMany && !bKeepOutliers && 4 * nOdd <= m_nImages;
+    const bool bSamplesOut = bMany && !bKeepOutliers && vecGood.size() == 1 && (bFramesOut || vecOdd.empty());
+
     ReferenceImage reference;
     reference.eKind = m_eKind;
     reference.layout = m_layout;
-    reference.nImages = m_nImages;
-    reference.vecSamples.resize(m_layout.samples());
-    struct Sums {
-        UInt128 uSum = 0, uSquares = 0;  // of the sums of the pixels
-    };
-    std::array<Sums, CLASSES_MAX> aSums;
-    for (std::size_t i = 0; i < reference.vecSamples.size(); ++i) {
-        const uint64_t uSample = sum(i);
-        reference.vecSamples[i] = static_cast<float>(static_cast<double>(uSample) / static_cast<double>(m_nImages));
-        Sums& rSums = aSums[m_layout.classOf(i)];
-        rSums.uSum += uSample;
-        rSums.uSquares += static_cast<UInt128>(uSample) * uSample;
-    }
-    const double dImages = static_cast<double>(m_nImages);
-    const double dSamples = static_cast<double>(reference.vecSamples.size());
-    reference.dSaturatedShare = static_cast<double>(m_nSaturated) / dSamples / dImages;
-    reference.uLargest = m_uLargest;
-    reference.means = m_means;
-    UInt128 uSum = 0;
-    double dVariances = 0.0;
-    for (unsigned k = 0; k < m_layout.classes(); ++k) {
-        uSum += aSums[k].uSum;
-        const uint64_t nClass = m_layout.samplesOf(k);
-        if (m_nImages == 1 || nClass == 0) {
-            continue;
+    RecordingOutliers& rOutliers = reference.outliers;
+    OutlyingSamples samples;
+    if (m_nImages >= FRAMES_TOLD) {
+        for (const CFrameGroup* pGroup : vecOdd) {
+            tellFrames(*pGroup, rMost, bFramesOut, rOutliers.vecPlaces);
         }
-        // n * sum(x^2) - sum(x)^2 over the pixels is n (n - 1) times their variances: an exact difference. With the
-        // centre c, x^2 = (x - c)^2 + 2 c x - c^2. The same over the sums of the frames.
-        const UInt128 uCentre = m_vecSums16.empty() ? FRAME_CENTRE : 0;
-        const UInt128 uSquares = m_aClasses[k].uSquares + 2 * uCentre * aSums[k].uSum -
-                                 uCentre * uCentre * (static_cast<UInt128>(m_nImages) * nClass);
-        const double dClass = static_cast<double>(nClass);
-        const double dAll = dImages * (dImages - 1.0);
-        const double dPixels = static_cast<double>(uSquares * m_nImages - aSums[k].uSquares) / dAll / dClass;
-        const long double dSum = static_cast<long double>(aSums[k].uSum);
-        const double dFrames = static_cast<double>(
-            (static_cast<long double>(m_aClasses[k].uFrameSquares) * dImages - dSum * dSum) / dAll / dClass / dClass);
-        const double dShape =
-            dSum > 0.0L ? static_cast<double>(static_cast<long double>(aSums[k].uSquares) / dSum / dSum) * dClass : 1.0;
-        const double dVariance = steadyVariance(dPixels, dFrames, dShape, dClass);
-        dVariances += dVariance * dClass / dSamples;
-        reference.vecClassNoise.push_back(std::sqrt(dVariance));
+        tellBrightness(rMost, rOutliers.vecPlaces);
+        samples = findOutlyingSamples(m_layout, rMost);
     }
-    reference.dMean = static_cast<double>(uSum) / dImages / dSamples;
-    reference.dTemporalNoise = std::sqrt(dVariances);
-    if (reference.vecClassNoise.size() != m_layout.classes()) {
-        reference.vecClassNoise.clear();
+    rOutliers.nFrames = rOutliers.vecPlaces.size();
+    rOutliers.nFramesLeftOut = bFramesOut ? nOdd : 0;
+    rOutliers.nSamples = samples.vecOut.size();
+    rOutliers.nSamplesLeftOut = bSamplesOut ? rOutliers.nSamples : 0;
+    for (FrameOutlier& rPlace : outlierPlaces(m_layout, rMost, samples)) {
+        rPlace.bLeftOut = bSamplesOut;
+        rOutliers.vecPlaces.push_back(rPlace);
     }
+    if (rOutliers.vecPlaces.size() > RecordingOutliers::PLACES_MAX) {
+        rOutliers.vecPlaces.resize(RecordingOutliers::PLACES_MAX);
+    }
+    if (!bFramesOut) {
+        vecGood.insert(vecGood.end(), vecOdd.begin(), vecOdd.end());
+    }
+    fillReference(vecGood, bSamplesOut && !samples.vecOut.empty() ? &samples : nullptr, reference);
     return reference;
 }
 

@@ -66,6 +66,43 @@ TEST(ReferenceFile, GivesBackWhatWasWritten) {
     }
 }
 
+TEST(ReferenceFile, CarriesWhatLeftTheOtherFrames) {
+    const XAPEL2::Test::CTemporaryFolder folder;
+    ReferenceImage written = sampleReference(layoutOf("Mono12", 40, 30), eReferenceDark);
+    written.outliers = {2, 1, 101, 100, {}};
+    written.outliers.vecPlaces = {{eOutlierBrightness, 7, 0, 0, 0, 0, 0, -200.5, true},
+                                  {eOutlierShape, 9, 3, 4, 20, 10, 0, 11.25, false},
+                                  {eOutlierSamples, 16, 30, 20, 10, 10, 100, 350.0, true}};
+    // Behind a note as long as it may be there is room for the numbers alone.
+    for (const std::size_t nNote : {20U, 63U << 10}) {
+        written.strCamera = R"({"note":")" + std::string(nNote - 11, 'x') + R"("})";
+        writeReferenceFile(folder / "a.tif", written);
+        const RecordingOutliers read = readReferenceFile(folder / "a.tif").outliers;
+        EXPECT_EQ(read.nFrames, 2U);
+        EXPECT_EQ(read.nFramesLeftOut, 1U);
+        EXPECT_EQ(read.nSamples, 101U);
+        EXPECT_EQ(read.nSamplesLeftOut, 100U);
+        ASSERT_EQ(read.vecPlaces.size(), nNote == 20 ? 3U : read.vecPlaces.size());
+        for (std::size_t i = 0; i < read.vecPlaces.size(); ++i) {
+            const FrameOutlier &rRead = read.vecPlaces[i], &rWritten = written.outliers.vecPlaces[i];
+            EXPECT_EQ(rRead.eWhat, rWritten.eWhat);
+            EXPECT_EQ(rRead.iFrame, rWritten.iFrame);
+            EXPECT_EQ(rRead.nX, rWritten.nX);
+            EXPECT_EQ(rRead.nY, rWritten.nY);
+            EXPECT_EQ(rRead.nWidth, rWritten.nWidth);
+            EXPECT_EQ(rRead.nHeight, rWritten.nHeight);
+            EXPECT_EQ(rRead.nSamples, rWritten.nSamples);
+            EXPECT_EQ(rRead.dDeviation, rWritten.dDeviation);
+            EXPECT_EQ(rRead.bLeftOut, rWritten.bLeftOut);
+        }
+    }
+    written.strCamera.clear();
+    written.outliers.vecPlaces[2].nX = 31;
+    EXPECT_THROW(writeReferenceFile(folder / "a.tif", written), CFileError) << "outside the image";
+    written.outliers.vecPlaces.assign(17, {});
+    EXPECT_THROW(writeReferenceFile(folder / "a.tif", written), CFileError) << "too many";
+}
+
 TEST(ReferenceFile, CarriesOutputAndDefectsOfALightReference) {
     const XAPEL2::Test::CTemporaryFolder folder;
     for (const ReferenceOutput& rOutput :

@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Samples with fewer bits than their format.
+
+#include "toolkit/judgement/Bits.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+namespace XAPEL2 {
+namespace Toolkit {
+namespace {
+
+TEST(Bits, MissingOnesAreNoticedAndTheirFullScaleIsSaturated) {
+    struct Case {
+        const char* pFormat;
+        StandIn::eReferenceKind eKind;
+        uint32_t uLargest;
+        double dAtTop;  // share of the samples
+        const char* pNamed;
+        const char* pSaturated;
+    };
+    for (const Case& r : {Case{"Mono16", StandIn::eReferenceLight, 4000, 0.0, "Mono12", ""},
+                          Case{"Mono16", StandIn::eReferenceLight, 1000, 0.0, "Mono10", ""},
+                          Case{"BayerGB16", StandIn::eReferenceLight, 4095, 0.05, "BayerGB12", "refusal"},
+                          Case{"Mono16", StandIn::eReferenceLight, 16383, 0.005, "Mono14", "warning"},
+                          Case{"Mono16", StandIn::eReferenceLight, 16384, 0.5, "", ""},
+                          Case{"Mono16", StandIn::eReferenceLight, 0, 0.5, "", ""},
+                          Case{"Mono16", StandIn::eReferenceDark, 300, 0.0, "", ""},
+                          Case{"Mono16", StandIn::eReferenceDark, 1023, 0.2, "", "refusal"},
+                          Case{"Mono12", StandIn::eReferenceLight, 1023, 0.2, "", "refusal"},
+                          Case{"Mono12", StandIn::eReferenceLight, 1000, 0.0, "", ""},
+                          Case{"Mono8", StandIn::eReferenceLight, 255, 0.5, "", ""}}) {
+        SCOPED_TRACE(std::string(r.pFormat) + " " + std::to_string(r.uLargest));
+        StandIn::ReferenceImage reference;
+        reference.eKind = r.eKind;
+        reference.layout = {StandIn::findPixelFormat(r.pFormat), 100, 100};
+        reference.nImages = 16;
+        reference.uLargest = r.uLargest;
+        reference.vecSamples.assign(10000, static_cast<float>(r.uLargest) * 0.8F);
+        std::fill_n(reference.vecSamples.begin(), static_cast<std::size_t>(r.dAtTop * 10000.0),
+                    static_cast<float>(r.uLargest));
+        std::string strNamed, strSaturated;
+        for (const Finding& rFinding : judgeBits(reference)) {
+            if (rFinding.strId == "fewer-bits") {
+                EXPECT_NE(rFinding.strText.find("No sample is above"), std::string::npos);
+                strNamed = rFinding.strAdvice;
+            } else {
+                strSaturated = rFinding.eLevel == eRefusal ? "refusal" : "warning";
+            }
+        }
+        EXPECT_EQ(strNamed.empty(), *r.pNamed == '\0') << strNamed;
+        EXPECT_NE(strNamed.find(*r.pNamed == '\0' ? "" : std::string("?format=") + r.pNamed + " "), std::string::npos);
+        EXPECT_EQ(strSaturated, r.pSaturated);
+    }
+}
+
+}  // namespace
+}  // namespace Toolkit
+}  // namespace XAPEL2
