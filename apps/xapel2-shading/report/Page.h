@@ -15,8 +15,8 @@ namespace App {
 struct ReportPictures {
     std::string strEvenBefore, strEvenAfter;    ///< the even target
     std::string strSceneBefore, strSceneAfter;  ///< something else
-    std::string strGain;
-    std::string strNoise;  ///< empty where the noise is not known                        ///< map of the gain
+    std::string strGain;                        ///< map of the gain
+    std::string strNoise{};                     ///< map of the noise; empty where that is not known
 };
 
 /// The page: style, script, pictures and charts are all in it; nothing is fetched from anywhere. Every number on it is
