@@ -22,6 +22,16 @@ struct SimSettings : CameraSettings {
     uint64_t uSeed = 1;
     uint64_t nSensorWidth = 0, nSensorHeight = 0;  // 0: as large as the image wants
     uint64_t nBinning = 1;
+    uint64_t nClusters = 0, nBadColumns = 0, nSpikes = 0, iUnsteadyPermille = 0;
+
+    SensorModel model() const {
+        SensorModel result;
+        result.nClusters = nClusters;
+        result.nBadColumns = nBadColumns;
+        result.nSpikes = nSpikes;
+        result.dUnsteady = static_cast<double>(iUnsteadyPermille) / 1000.0;
+        return result;
+    }
 };
 
 // What identifiers of real cameras begin with, as the module's file name ends.
@@ -94,6 +104,10 @@ const struct {
     {"fps", &SimSettings::iFrameRateHz, 0, FRAME_RATE_HZ_MAX},
     {"sensorwidth", &SimSettings::nSensorWidth, 1, IMAGE_SIDE_MAX},
     {"sensorheight", &SimSettings::nSensorHeight, 1, IMAGE_SIDE_MAX},
+    {"clusters", &SimSettings::nClusters, 0, 1000},
+    {"badcolumns", &SimSettings::nBadColumns, 0, 100},
+    {"spikes", &SimSettings::nSpikes, 0, 1000},
+    {"unsteady", &SimSettings::iUnsteadyPermille, 0, 1000},
 };
 
 void parseSetting(const std::string& strId, const NodeSetting& rSetting, SimSettings& rSettings,
@@ -180,7 +194,7 @@ std::unique_ptr<IFrameSource> makeFrameSource(const std::string& strId) {
     if (strId == "sim" || strId.rfind("sim:", 0) == 0 || strId.rfind("sim?", 0) == 0) {
         const SimSettings settings = parseSim(strId, strId.substr(3));
         return std::make_unique<CSimulatedSensor>(settings.uSeed, settings.nSensorWidth, settings.nSensorHeight,
-                                                  settings);
+                                                  settings, settings.model());
     }
     if (strId.rfind("replay:", 0) == 0) {
         return makeReplay(strId, strId.substr(7));

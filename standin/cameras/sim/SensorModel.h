@@ -36,6 +36,12 @@ struct SensorModel {
     unsigned nDust = 8;                          ///< dust shadows on the whole sensor
     double dDustDepthMin = 0.06;                 ///< share of the light that a shadow takes at its centre ...
     double dDustDepthMax = 0.20;                 ///< ... up to this
+    uint64_t nClusters = 0;                      ///< clusters of 3 x 3 dead pixels on the whole sensor
+    uint64_t nBadColumns = 0;                    ///< columns on the whole sensor that answer to light badly
+    double dBadColumnResponse = 0.5;             ///< of their light that these turn into electrons all the same
+    uint64_t nSpikes = 0;                        ///< pixels of each frame that a particle hits, anew in each frame
+    double dSpike = 5000.0;                      ///< electrons that it leaves
+    double dUnsteady = 0.0;                      ///< standard deviation of the lamp from frame to frame, 1 = 100 %
     double dGain12 = 0.3;                        ///< system gain of 12-bit formats at 100 percent, DN per electron
     double dOffset12 = 64.0;                     ///< offset of 12-bit formats, DN; no gain acts on it
 

@@ -12,7 +12,14 @@ namespace StandIn {
 
 namespace {
 
-enum eFamily : uint64_t { eFamilyPrnu = 1, eFamilyDsnu = 2, eFamilyHot = 3, eFamilyDust = 4, eFamilyDead = 5 };
+enum eFamily : uint64_t {
+    eFamilyPrnu = 1,
+    eFamilyDsnu = 2,
+    eFamilyHot = 3,
+    eFamilyDust = 4,
+    eFamilyDead = 5,
+    eFamilyPlaces = 6
+};
 
 CCounterRandom family(uint64_t uSeed, eFamily eWhat) {
     return CCounterRandom(CCounterRandom::deriveKey(uSeed, eWhat));
@@ -95,6 +102,28 @@ CSensorPattern::CSensorPattern(const SensorModel& rModel, uint64_t uSeed, uint64
         dust.dDepth = rModel.dDustDepthMin + (rModel.dDustDepthMax - rModel.dDustDepthMin) * random.uniform(4 * i + 3);
         m_vecDust.push_back(dust);
     }
+    const CCounterRandom places = family(uSeed, eFamilyPlaces);
+    const auto fnPlace = [&places](uint64_t uCounter, uint64_t nSize, uint64_t nSpared) {
+        return static_cast<uint64_t>(places.uniform(uCounter) *
+                                     static_cast<double>(nSize > nSpared ? nSize - nSpared : 1));
+    };
+    for (uint64_t i = 0; i < rModel.nClusters; ++i) {
+        m_vecClusters.push_back({fnPlace(3 * i, nSensorWidth, 2), fnPlace(3 * i + 1, nSensorHeight, 2)});
+    }
+    for (uint64_t i = 0; i < rModel.nBadColumns; ++i) {
+        m_vecBadColumns.push_back(fnPlace(3 * i + 2, nSensorWidth, 0));
+    }
+}
+
+// Share of its light that a pixel of a cluster or of a bad column turns into electrons; 1 of others.
+double CSensorPattern::defectResponse(uint64_t iX, uint64_t iY) const {
+    for (const auto& [iLeft, iTop] : m_vecClusters) {
+        if (iX - iLeft < 3 && iY - iTop < 3) {
+            return m_model.dDeadResponse;
+        }
+    }
+    const bool bColumn = std::find(m_vecBadColumns.begin(), m_vecBadColumns.end(), iX) != m_vecBadColumns.end();
+    return bColumn ? m_model.dBadColumnResponse : 1.0;
 }
 
 int CSensorPattern::colourOf(const PixelFormat& rFormat, unsigned iChannel, uint64_t iPhaseX, uint64_t iPhaseY) {
@@ -176,6 +205,7 @@ void CSensorPattern::row(const PixelFormat& rFormat, bool bObjects, const Sensor
         if (m_dead.uniform(iSample) < m_model.dDeadShare) {
             dResponse *= m_model.dDeadResponse;
         }
+        dResponse *= defectResponse(iColumn, rRun.iY);
         rRow.vecResponse[i] = static_cast<float>(dResponse);
         rRow.vecDsnu[i] = static_cast<float>(m_model.dDsnu * m_dsnu.normal(2 * iSample));
 

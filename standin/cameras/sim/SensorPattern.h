@@ -4,6 +4,7 @@
 
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <vector>
 
@@ -62,6 +63,7 @@ private:
     };
 
     std::vector<double> lensRow(const SensorRun& rRun) const;
+    double defectResponse(uint64_t iX, uint64_t iY) const;
     double reflectance(uint64_t iX, uint64_t iY, int iColour) const;
 
     SensorModel m_model;
@@ -72,6 +74,8 @@ private:
     CCounterRandom m_hot;
     CCounterRandom m_dead;
     std::vector<Dust> m_vecDust;
+    std::vector<std::array<uint64_t, 2>> m_vecClusters;  // first column and line of each
+    std::vector<uint64_t> m_vecBadColumns;
 };
 
 }  // namespace StandIn

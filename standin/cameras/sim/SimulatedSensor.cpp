@@ -20,6 +20,8 @@ constexpr uint64_t KEPT_SAMPLES_MAX = 8U << 20;
 
 // Key of everything that changes from frame to frame; the fixed patterns use small numbers in the same place.
 constexpr uint64_t FAMILY_FRAMES = 1000;
+constexpr uint64_t FAMILY_SPIKES = 1001;
+constexpr uint64_t FAMILY_LAMP = 1002;
 
 double exposureSeconds(const CameraSettings& rSettings) {
     return static_cast<double>(rSettings.iExposureUs) * 1e-6;
@@ -35,8 +37,10 @@ CameraSettings wholeSensor(uint64_t nWidth, uint64_t nHeight, const PixelFormat&
 
 }  // namespace
 
-CSimulatedSensor::CSimulatedSensor(uint64_t uSeed, uint64_t nWidth, uint64_t nHeight, const CameraSettings& rStart)
-    : m_uSeed(uSeed),
+CSimulatedSensor::CSimulatedSensor(uint64_t uSeed, uint64_t nWidth, uint64_t nHeight, const CameraSettings& rStart,
+                                   const SensorModel& rModel)
+    : m_model(rModel),
+      m_uSeed(uSeed),
       m_nWidth(nWidth),
       m_nHeight(nHeight),
       m_start(rStart),
@@ -109,11 +113,11 @@ const PatternRow& CSimulatedSensor::patternRow(const CameraSettings& r, bool bOb
 }
 
 // Adds what the pixels of one sensor line hold at the end of the exposure, DSNU and read noise included.
-void CSimulatedSensor::expose(const CameraSettings& rSettings, const CCounterRandom& rRandom, bool bLight,
+void CSimulatedSensor::expose(const CameraSettings& rSettings, const CCounterRandom& rRandom, double dLamp,
                               const SensorRun& rRun, const PatternRow& rPattern, double* pElectrons) const {
     const PixelFormat& rFormat = *rSettings.pFormat;
     const double dSeconds = exposureSeconds(rSettings);
-    const double dLight = bLight ? m_model.dLightRate * dSeconds : 0.0;
+    const double dLight = m_model.dLightRate * dLamp * dSeconds;
     std::size_t i = 0;
     for (uint64_t iPixel = 0; iPixel < rRun.nPixels; ++iPixel) {
         for (unsigned iChannel = 0; iChannel < rFormat.nChannels; ++iChannel, ++i) {
@@ -142,6 +146,37 @@ void CSimulatedSensor::quantise(const CameraSettings& rSettings, const std::vect
     }
 }
 
+double CSimulatedSensor::lamp(eScene eWhat, uint64_t iFrame) const {
+    if (eWhat == eSceneDark) {
+        return 0.0;
+    }
+    const uint64_t uLamp = CCounterRandom::deriveKey(CCounterRandom::deriveKey(m_uSeed, FAMILY_LAMP), eWhat);
+    return m_model.dUnsteady == 0.0 ? 1.0
+                                    : std::max(0.0, 1.0 + m_model.dUnsteady * CCounterRandom(uLamp).normal(2 * iFrame));
+}
+
+std::vector<std::array<uint64_t, 2>> CSimulatedSensor::spikes(eScene eWhat, uint64_t iFrame) const {
+    const uint64_t uSpikes = CCounterRandom::deriveKey(CCounterRandom::deriveKey(m_uSeed, FAMILY_SPIKES), eWhat);
+    const CCounterRandom random(CCounterRandom::deriveKey(uSpikes, iFrame));
+    std::vector<std::array<uint64_t, 2>> vecSpikes;
+    for (uint64_t i = 0; i < m_model.nSpikes; ++i) {
+        vecSpikes.push_back({static_cast<uint64_t>(random.uniform(2 * i) * static_cast<double>(m_nWidth)),
+                             static_cast<uint64_t>(random.uniform(2 * i + 1) * static_cast<double>(m_nHeight))});
+    }
+    return vecSpikes;
+}
+
+// All channels of a pixel are hit.
+void CSimulatedSensor::hit(const std::vector<std::array<uint64_t, 2>>& rSpikes, const SensorRun& rRun,
+                           unsigned nChannels, double* pElectrons) const {
+    for (const auto& [iX, iY] : rSpikes) {
+        const uint64_t iPixel = rRun.bReverse ? rRun.iX - iX : iX - rRun.iX;
+        for (unsigned k = 0; iY == rRun.iY && iPixel < rRun.nPixels && k < nChannels; ++k) {
+            pElectrons[iPixel / rRun.nBinning * nChannels + k] += m_model.dSpike;
+        }
+    }
+}
+
 void CSimulatedSensor::fill(const CameraSettings& rSettings, eScene eWhat, uint64_t iFrame, void* pImage) {
     checkSettings(rSettings);
     const PixelFormat& rFormat = *rSettings.pFormat;
@@ -152,13 +187,17 @@ void CSimulatedSensor::fill(const CameraSettings& rSettings, eScene eWhat, uint6
     const std::size_t nRowSamples = static_cast<std::size_t>(rSettings.nWidth * rFormat.nChannels);
     std::vector<uint16_t> vecSamples(nRowSamples);
     std::vector<double> vecElectrons(nRowSamples);
+    const double dLamp = lamp(eWhat, iFrame);
+    const std::vector<std::array<uint64_t, 2>> vecSpikes = spikes(eWhat, iFrame);
     // Packing leaves the bits behind the last sample alone.
     static_cast<uint8_t*>(pImage)[imageBytes(rFormat, rSettings.nWidth, rSettings.nHeight) - 1] = 0;
     for (uint64_t iRow = 0; iRow < rSettings.nHeight; ++iRow) {
         std::fill(vecElectrons.begin(), vecElectrons.end(), 0.0);
         for (uint64_t iLine = iRow * rSettings.nBinningY; iLine < (iRow + 1) * rSettings.nBinningY; ++iLine) {
             const PatternRow& rPattern = patternRow(rSettings, eWhat == eSceneObjects, iLine);
-            expose(rSettings, random, eWhat != eSceneDark, runOf(rSettings, iLine), rPattern, vecElectrons.data());
+            const SensorRun run = runOf(rSettings, iLine);
+            expose(rSettings, random, dLamp, run, rPattern, vecElectrons.data());
+            hit(vecSpikes, run, rFormat.nChannels, vecElectrons.data());
         }
         quantise(rSettings, vecElectrons, vecSamples.data());
         packSamples(rFormat, vecSamples.data(), static_cast<std::size_t>(iRow) * nRowSamples, nRowSamples, pImage);

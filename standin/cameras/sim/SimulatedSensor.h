@@ -27,7 +27,8 @@ class CSimulatedSensor : public IFrameSource {
 public:
     /// @param[in] nWidth,nHeight  sensor size in pixels, 1 to IMAGE_SIDE_MAX.
     /// @param[in] rStart  settings that the camera starts with; they must fit the sensor.
-    CSimulatedSensor(uint64_t uSeed, uint64_t nWidth, uint64_t nHeight, const CameraSettings& rStart);
+    CSimulatedSensor(uint64_t uSeed, uint64_t nWidth, uint64_t nHeight, const CameraSettings& rStart,
+                     const SensorModel& rModel = {});
     /// The same with the whole sensor and default settings. @param[in] rFormat  must stay.
     CSimulatedSensor(uint64_t uSeed, uint64_t nWidth, uint64_t nHeight, const PixelFormat& rFormat);
 
@@ -63,12 +64,19 @@ private:
     // Sensor line iLine of those that the image takes, counted in the order of the image.
     SensorRun runOf(const CameraSettings& rSettings, uint64_t iLine) const;
     const PatternRow& patternRow(const CameraSettings& rSettings, bool bObjects, uint64_t iLine);
-    void expose(const CameraSettings& rSettings, const CCounterRandom& rRandom, bool bLight, const SensorRun& rRun,
+    void expose(const CameraSettings& rSettings, const CCounterRandom& rRandom, double dLamp, const SensorRun& rRun,
                 const PatternRow& rPattern, double* pElectrons) const;
     void quantise(const CameraSettings& rSettings, const std::vector<double>& rElectrons, uint16_t* pSamples) const;
     // Sum over the sensor pixels of a sample of the image.
     double sumOf(std::vector<float> PatternRow::*pPart, const CameraSettings& rSettings, bool bObjects, uint64_t iX,
                  uint64_t iY, unsigned iChannel) const;
+
+    // Brightness of the lamp, relative to the mean.
+    double lamp(eScene eWhat, uint64_t iFrame) const;
+    void hit(const std::vector<std::array<uint64_t, 2>>& rSpikes, const SensorRun& rRun, unsigned nChannels,
+             double* pElectrons) const;
+    // Where particles hit the sensor, column and line.
+    std::vector<std::array<uint64_t, 2>> spikes(eScene eWhat, uint64_t iFrame) const;
 
     SensorModel m_model;
     uint64_t m_uSeed;

@@ -4,6 +4,8 @@
 
 #include "standin/cameras/sim/SimulatedSensor.h"
 
+#include "standin/cameras/DeviceId.h"
+
 #include <cmath>
 #include <cstring>
 #include <set>
@@ -409,6 +411,49 @@ TEST(SimulatedSensor, EveryFormatFillsItsImageWithPlausibleValues) {
             }
         }
     }
+}
+
+// Clusters and columns by the mean light, spikes frame by frame, the lamp by the means of the frames.
+TEST(SimulatedSensor, HasClustersColumnsSpikesAndAnUnsteadyLampOnDemand) {
+    const auto pPlain = makeFrameSource("sim:3?width=200&height=150");
+    const auto pFaulty = makeFrameSource("sim:3?width=200&height=150&clusters=4&badcolumns=1&spikes=5&unsteady=30");
+    const CameraSettings settings = pPlain->defaultSettings();
+    std::vector<double> vecPlain(30000), vecFaulty(30000);
+    std::vector<double> vecLamp;
+    for (uint64_t iFrame = 0; iFrame < 32; ++iFrame) {
+        const Samples plain = fillSamples(*pPlain, settings, eSceneLight, iFrame);
+        const Samples faulty = fillSamples(*pFaulty, settings, eSceneLight, iFrame);
+        vecLamp.push_back(meanOf(faulty) / meanOf(plain));
+        for (std::size_t i = 0; i < plain.size(); ++i) {
+            vecPlain[i] += plain[i];
+            vecFaulty[i] += faulty[i] / vecLamp.back();
+        }
+        const Samples dark = fillSamples(*pPlain, settings, eSceneDark, iFrame);
+        const Samples hit = fillSamples(*pFaulty, settings, eSceneDark, iFrame);
+        std::size_t nHit = 0;
+        for (std::size_t i = 0; i < dark.size(); ++i) {
+            nHit += dark[i] != hit[i] ? 1U : 0U;
+            EXPECT_TRUE(dark[i] == hit[i] || hit[i] - dark[i] > 1490) << "5000 electrons";
+        }
+        EXPECT_GE(nHit, 4U);  // two may have hit one pixel
+        EXPECT_LE(nHit, 5U);
+    }
+    std::size_t nDead = 0, nDim = 0;
+    for (std::size_t i = 0; i < vecPlain.size(); ++i) {
+        const double dRatio = vecFaulty[i] / vecPlain[i];
+        nDead += dRatio < 0.3 ? 1U : 0U;
+        nDim += dRatio > 0.4 && dRatio < 0.6 ? 1U : 0U;
+    }
+    EXPECT_EQ(nDead, 4U * 9U);
+    EXPECT_NEAR(static_cast<double>(nDim), 150.0, 9.0);
+    double dMean = 0.0, dSquares = 0.0;
+    for (const double dLamp : vecLamp) {
+        dMean += dLamp / 32.0;
+    }
+    for (const double dLamp : vecLamp) {
+        dSquares += (dLamp - dMean) * (dLamp - dMean) / 31.0;
+    }
+    EXPECT_NEAR(std::sqrt(dSquares), 0.03, 0.01);
 }
 
 }  // namespace
