@@ -6,9 +6,11 @@
 // stream never delivers the same buffer twice in a row, so the rings are what a user sees; a hot group whose frame and
 // tables fit into a cache shows what the kernel itself takes.
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <random>
+#include <utility>
 
 #include "Limit.h"
 #include "OpenCvCorrection.h"
@@ -16,6 +18,7 @@
 #include "Scene.h"
 #include "ShadingNodes.h"
 #include "standin/processor/correction/Correction.h"
+#include "standin/processor/correction/KernelChoice.h"
 
 namespace {
 
@@ -124,42 +127,69 @@ std::vector<std::size_t> addOpenCv(CRounds& rRounds, CRing& rRing, const CScene&
     return vecCandidates;
 }
 
-/// The same correction of its own, with defects at places drawn by chance or with a pedestal.
+/// The same correction with defects at places drawn by chance, or with a pedestal.
 struct OutputWay {
     std::string strName;
-    std::unique_ptr<ICorrection> pCorrection;
+    CorrectionTable table;  // its memory is lent to it
+    LargeMemory pContent;
+    std::size_t nBytes;
+    KernelVariant variant;
 };
 
 std::vector<OutputWay> outputWays(const CScene& rScene) {
     const ImageLayout& rLayout = rScene.layout();
+    const KernelTarget& rTarget = kernelTargets().front();
     std::vector<OutputWay> vecWays;
+    const auto add = [&](const std::string& strName, const CorrectionOutput& rOutput) {
+        CorrectionTable table = makeTable(CFormula(rLayout, &rScene.dark(), &rScene.light(), rOutput));
+        const std::size_t nBytes = (rLayout.samples() + BLOCK - 1) / BLOCK * table.layout.blockBytes();
+        const KernelVariant variant = CKernelChoice::ofProcess().choose(rTarget, table, rLayout.samples()).variant;
+        LargeMemory pContent = std::move(table.pBlocks);
+        vecWays.push_back({strName, std::move(table), std::move(pContent), nBytes, variant});
+    };
     for (const std::size_t nDefects : {std::size_t{0}, std::size_t{250}, std::size_t{1000}}) {
         std::vector<uint8_t> vecMap(static_cast<std::size_t>(rLayout.nWidth * rLayout.nHeight), 0);
         std::mt19937 random(7);
         for (std::size_t i = 0; i < nDefects; ++i) {
             vecMap[random() % vecMap.size()] = eDefectHot;
         }
-        vecWays.push_back({std::to_string(nDefects) + " defects",
-                           makeCorrection(rLayout, &rScene.dark(), &rScene.light(), nullptr, {{}, &vecMap})});
+        add(std::to_string(nDefects) + " defects", {{}, &vecMap});
     }
-    vecWays.push_back({"a pedestal of 16 DN", makeCorrection(rLayout, &rScene.dark(), &rScene.light(), nullptr,
-                                                             {{eTargetMean, 0, 16}, nullptr})});
+    add("a pedestal of 16 DN", {{eTargetMean, 0, 16}, nullptr});
     return vecWays;
 }
 
-/// In rounds of their own, as they differ by little.
+/// In rounds of their own, as they differ by little, and with tables in the same memory: two tables of the same content
+/// differ by more than what is measured, by the pages that they happen to get.
 void measureOutputs(const Options& rOptions, CRing& rRing, const CScene& rScene) {
-    const std::vector<OutputWay> vecWays = outputWays(rScene);
-    CRounds rounds(rOptions);
+    std::vector<OutputWay> vecWays = outputWays(rScene);
+    std::size_t nBytes = 0;
     for (const OutputWay& rWay : vecWays) {
-        const ICorrection* const pCorrection = rWay.pCorrection.get();
+        nBytes = std::max(nBytes, rWay.nBytes);
+    }
+    LargeMemory pShared = allocateLarge(nBytes);
+    OutputWay* pOwner = nullptr;
+    CRounds rounds(rOptions);
+    for (OutputWay& rWay : vecWays) {
+        OutputWay* const pWay = &rWay;
         rounds.add({rWay.strName,
-                    [pCorrection, &rRing](uint64_t nTimes) {
+                    [pWay, &rRing, &rScene](uint64_t nTimes) {
                         for (uint64_t i = 0; i < nTimes; ++i) {
-                            pCorrection->correct(rRing.next());
+                            CChunks chunks(pWay->table, rRing.next(), rScene.layout().samples(),
+                                           pWay->variant.way.blocksAhead(pWay->table.layout));
+                            pWay->variant.fnKernel(chunks);
                         }
                     },
-                    [&] { rRing.refill(); }, rRing.buffers().size()});
+                    [pWay, &pOwner, &pShared, &rRing] {
+                        if (pOwner) {
+                            pShared = std::move(pOwner->table.pBlocks);
+                        }
+                        std::memcpy(pShared.get(), pWay->pContent.get(), pWay->nBytes);
+                        pWay->table.pBlocks = std::move(pShared);
+                        pOwner = pWay;
+                        rRing.refill();
+                    },
+                    rRing.buffers().size()});
     }
     rounds.run();
     for (std::size_t i = 1; i < vecWays.size(); ++i) {
