@@ -6,9 +6,11 @@
 // stream never delivers the same buffer twice in a row, so the rings are what a user sees; a hot group whose frame and
 // tables fit into a cache shows what the kernel itself takes.
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <random>
+#include <utility>
 
 #include "Limit.h"
 #include "OpenCvCorrection.h"
@@ -16,6 +18,7 @@
 #include "Scene.h"
 #include "ShadingNodes.h"
 #include "standin/processor/correction/Correction.h"
+#include "standin/processor/correction/KernelChoice.h"
 
 namespace {
 
@@ -27,19 +30,22 @@ struct Group {
     uint64_t nWidth;
     uint64_t nHeight;
     std::size_t nBuffers;
-    bool bQuick;  // part of a quick run
+    bool bQuick;      // part of a quick run
+    bool bLargeRing;  // of images larger than caches
 };
 
 // Groups of one size stand together: they share references and tables.
-constexpr Group GROUPS[] = {{"qvga-hot", 320, 240, 1, true},    {"vga-hot", 640, 480, 1, false},
-                            {"vga-ring", 640, 480, 16, true},   {"5mp-hot", 2448, 2048, 1, false},
-                            {"5mp-ring", 2448, 2048, 8, false}, {"26mp-ring", 5120, 5120, 4, false}};
+constexpr Group GROUPS[] = {{"qvga-hot", 320, 240, 1, true, false},   {"vga-hot", 640, 480, 1, false, false},
+                            {"vga-ring", 640, 480, 16, true, false},  {"5mp-hot", 2448, 2048, 1, false, false},
+                            {"5mp-ring", 2448, 2048, 8, false, true}, {"26mp-ring", 5120, 5120, 4, false, true}};
 
 struct Format {
     const char* pName;
     const char* pPfnc;
     eTraffic eKind;
     bool bOpenCv;
+    CameraKind camera = WORN_CAMERA;
+    bool bLarge = false;  // in rings of large images alone, and in quick runs
 };
 constexpr Format FORMATS[] = {{"mono8", "Mono8", eSamples8, true},
                               {"mono12", "Mono12", eSamples16, false},
@@ -47,7 +53,12 @@ constexpr Format FORMATS[] = {{"mono8", "Mono8", eSamples8, true},
                               {"mono12p", "Mono12p", ePacked12, false},
                               {"mono12packed", "Mono12Packed", ePacked12, false},
                               {"bayerrg8", "BayerRG8", eSamples8, false},
-                              {"rgb8", "RGB8", eSamples8, false}};
+                              {"rgb8", "RGB8", eSamples8, false},
+                              {"mono8-sensor", "Mono8", eSamples8, false, SIMULATED_CAMERA, true},
+                              {"mono10-sensor", "Mono10", eSamples16, false, SIMULATED_CAMERA, true},
+                              {"mono12-sensor", "Mono12", eSamples16, false, SIMULATED_CAMERA, true},
+                              {"mono12p-sensor", "Mono12p", ePacked12, false, SIMULATED_CAMERA, true},
+                              {"mono16-recorded", "Mono16", eSamples16, false, RECORDED_CAMERA, true}};
 
 /// Buffers of a stream, in one block on huge pages, each at a cache line of its own place within a page.
 class CRing {
@@ -116,35 +127,74 @@ std::vector<std::size_t> addOpenCv(CRounds& rRounds, CRing& rRing, const CScene&
     return vecCandidates;
 }
 
-/// The same correction of its own, with so many defects at places drawn by chance.
-struct DefectWay {
-    std::size_t nDefects;
-    std::unique_ptr<ICorrection> pCorrection;
-    std::size_t iCandidate = 0;
+/// The same correction with defects at places drawn by chance, or with a pedestal.
+struct OutputWay {
+    std::string strName;
+    CorrectionTable table;  // its memory is lent to it
+    LargeMemory pContent;
+    std::size_t nBytes;
+    KernelVariant variant;
 };
 
-std::vector<DefectWay> addDefects(CRounds& rRounds, CRing& rRing, const CScene& rScene) {
-    std::vector<DefectWay> vecWays;
+std::vector<OutputWay> outputWays(const CScene& rScene) {
+    const ImageLayout& rLayout = rScene.layout();
+    const KernelTarget& rTarget = kernelTargets().front();
+    std::vector<OutputWay> vecWays;
+    const auto add = [&](const std::string& strName, const CorrectionOutput& rOutput) {
+        CorrectionTable table = makeTable(CFormula(rLayout, &rScene.dark(), &rScene.light(), rOutput));
+        const std::size_t nBytes = (rLayout.samples() + BLOCK - 1) / BLOCK * table.layout.blockBytes();
+        const KernelVariant variant = CKernelChoice::ofProcess().choose(rTarget, table, rLayout.samples()).variant;
+        LargeMemory pContent = std::move(table.pBlocks);
+        vecWays.push_back({strName, std::move(table), std::move(pContent), nBytes, variant});
+    };
     for (const std::size_t nDefects : {std::size_t{0}, std::size_t{250}, std::size_t{1000}}) {
-        std::vector<uint8_t> vecMap(static_cast<std::size_t>(rScene.layout().nWidth * rScene.layout().nHeight), 0);
+        std::vector<uint8_t> vecMap(static_cast<std::size_t>(rLayout.nWidth * rLayout.nHeight), 0);
         std::mt19937 random(7);
         for (std::size_t i = 0; i < nDefects; ++i) {
             vecMap[random() % vecMap.size()] = eDefectHot;
         }
-        vecWays.push_back(
-            {nDefects, makeCorrection(rScene.layout(), &rScene.dark(), &rScene.light(), nullptr, {{}, &vecMap})});
+        add(std::to_string(nDefects) + " defects", {{}, &vecMap});
     }
-    for (DefectWay& rWay : vecWays) {
-        const ICorrection* const pCorrection = rWay.pCorrection.get();
-        rWay.iCandidate = rRounds.add({std::to_string(rWay.nDefects) + " defects",
-                                       [pCorrection, &rRing](uint64_t nTimes) {
-                                           for (uint64_t i = 0; i < nTimes; ++i) {
-                                               pCorrection->correct(rRing.next());
-                                           }
-                                       },
-                                       [&] { rRing.refill(); }, rRing.buffers().size()});
-    }
+    add("a pedestal of 16 DN", {{eTargetMean, 0, 16}, nullptr});
     return vecWays;
+}
+
+/// In rounds of their own, as they differ by little, and with tables in the same memory: two tables of the same content
+/// differ by more than what is measured, by the pages that they happen to get.
+void measureOutputs(const Options& rOptions, CRing& rRing, const CScene& rScene) {
+    std::vector<OutputWay> vecWays = outputWays(rScene);
+    std::size_t nBytes = 0;
+    for (const OutputWay& rWay : vecWays) {
+        nBytes = std::max(nBytes, rWay.nBytes);
+    }
+    LargeMemory pShared = allocateLarge(nBytes);
+    OutputWay* pOwner = nullptr;
+    CRounds rounds(rOptions);
+    for (OutputWay& rWay : vecWays) {
+        OutputWay* const pWay = &rWay;
+        rounds.add({rWay.strName,
+                    [pWay, &rRing, &rScene](uint64_t nTimes) {
+                        for (uint64_t i = 0; i < nTimes; ++i) {
+                            CChunks chunks(pWay->table, rRing.next(), rScene.layout().samples(),
+                                           pWay->variant.way.blocksAhead(pWay->table.layout));
+                            pWay->variant.fnKernel(chunks);
+                        }
+                    },
+                    [pWay, &pOwner, &pShared, &rRing] {
+                        if (pOwner) {
+                            pShared = std::move(pOwner->table.pBlocks);
+                        }
+                        std::memcpy(pShared.get(), pWay->pContent.get(), pWay->nBytes);
+                        pWay->table.pBlocks = std::move(pShared);
+                        pOwner = pWay;
+                        rRing.refill();
+                    },
+                    rRing.buffers().size()});
+    }
+    rounds.run();
+    for (std::size_t i = 1; i < vecWays.size(); ++i) {
+        note(rOptions, "    %s by none %.3f", vecWays[i].strName.c_str(), rounds.ratio(i, 0));
+    }
 }
 
 void measure(const Options& rOptions, const Group& rGroup, const Format& rFormat, const CScene& rScene,
@@ -157,10 +207,6 @@ void measure(const Options& rOptions, const Group& rGroup, const Format& rFormat
     std::vector<std::size_t> vecOpenCv;
     if (rFormat.bOpenCv && (rOptions.bQuick || rGroup.pName == std::string("5mp-ring"))) {
         vecOpenCv = addOpenCv(rounds, ring, rScene);
-    }
-    std::vector<DefectWay> vecDefects;
-    if (rGroup.pName == std::string(rOptions.bQuick ? "vga-ring" : "5mp-ring")) {
-        vecDefects = addDefects(rounds, ring, rScene);
     }
     rounds.run();
 
@@ -177,12 +223,11 @@ void measure(const Options& rOptions, const Group& rGroup, const Format& rFormat
         note(rOptions, "    limit, %-28s %6.1f GB/s%s", rounds.name(i).c_str(), limit.traffic() / rounds.ns(i),
              i == iLimit ? " *" : "");
     }
-    for (std::size_t i = 1; i < vecDefects.size(); ++i) {
-        note(rOptions, "    %zu defects by none %.3f", vecDefects[i].nDefects,
-             rounds.ratio(vecDefects[i].iCandidate, vecDefects[0].iCandidate));
-    }
     for (const std::size_t i : vecOpenCv) {
         note(rOptions, "    %s by ours %.2f", rounds.name(i).c_str(), rounds.ratio(i, iOurs));
+    }
+    if (rGroup.pName == std::string(rOptions.bQuick ? "vga-ring" : "5mp-ring")) {
+        measureOutputs(rOptions, ring, rScene);
     }
 }
 
@@ -194,13 +239,14 @@ void bench(const Options& rOptions) {
         std::unique_ptr<CScene> pScene;
         std::unique_ptr<CShadingNodes> pNodes;
         for (const Group& rGroup : GROUPS) {
-            if (!isListed(rOptions.strGroups, rGroup.pName) || (rOptions.bQuick && !rGroup.bQuick)) {
+            if (!isListed(rOptions.strGroups, rGroup.pName) || (rOptions.bQuick && !rGroup.bQuick) ||
+                (rFormat.bLarge && !rOptions.bQuick && !rGroup.bLargeRing)) {
                 continue;
             }
             const ImageLayout layout{findPixelFormat(rFormat.pPfnc), rGroup.nWidth, rGroup.nHeight};
             if (!pScene || pScene->layout() != layout) {
                 pNodes = std::make_unique<CShadingNodes>();
-                pScene = std::make_unique<CScene>(layout);
+                pScene = std::make_unique<CScene>(layout, rFormat.camera);
                 pScene->apply(*pNodes);
             }
             measure(rOptions, rGroup, rFormat, *pScene, *pNodes);

@@ -51,7 +51,7 @@ std::vector<uint16_t> unpack(const ImageLayout& rLayout, const uint8_t* pImage) 
     return vecSamples;
 }
 
-CScene::CScene(const ImageLayout& rLayout)
+CScene::CScene(const ImageLayout& rLayout, const CameraKind& rCamera)
     : m_layout(rLayout), m_vecDark(rLayout.samples()), m_vecLight(rLayout.samples()), m_vecImage(rLayout.bytes()) {
     const double dFull = rLayout.pFormat->fullScale();
     const double dUnit = dFull / 4095.0;  // a DN of 12 bits
@@ -62,17 +62,19 @@ CScene::CScene(const ImageLayout& rLayout)
         const std::size_t iPixel = i / rLayout.pFormat->nChannels;
         const double dX = 2.0 * static_cast<double>(iPixel % rLayout.nWidth) / static_cast<double>(rLayout.nWidth) - 1;
         const double dY = 2.0 * static_cast<double>(iPixel / rLayout.nWidth) / static_cast<double>(rLayout.nHeight) - 1;
-        const double dLens = 1.0 - 0.3 * (dX * dX + dY * dY) / 2.0;
-        const double dPixel = dLens * (1.0 + 0.01 * random.normal());
-        const bool bHot = random.even() < 0.003;
-        const double dDark = 64.0 * dUnit + 1.5 * dUnit * random.normal() + (bHot ? 0.2 * dFull * random.even() : 0.0);
+        const double dLens = (1.0 - rCamera.dFallOff * (dX * dX + dY * dY) / 2.0) *
+                             (1.0 + rCamera.dFringes * std::sin(40.0 * dX + 9.0 * dY));
+        const double dPixel = dLens * (1.0 + rCamera.dPixelSpread * random.normal());
+        const bool bHot = random.even() < rCamera.dHotShare;
+        const double dHot = rCamera.dHotMin + (rCamera.dHotMax - rCamera.dHotMin) * (bHot ? random.even() : 0.0);
+        const double dDark = dFull * (rCamera.dDark + rCamera.dDarkSpread * random.normal() + (bHot ? dHot : 0.0));
         m_vecDark[i] = meanOf16(dDark, dFull);
         // Colours differ in how much they see, so that a gain of another colour shows.
-        const double dColour = 0.6 - 0.1 * colourClass(i);
+        const double dColour = rCamera.dLight * (1.0 - colourClass(i) / 6.0);
         m_vecLight[i] = meanOf16(dDark + dColour * dFull * dPixel, dFull);
         // Objects from black to overexposed.
         const double dObject = 0.6 + 0.6 * std::sin(17.0 * dX) * std::cos(11.0 * dY);
-        const double dIn = dDark + dFull * dObject * dColour / 0.6 * dPixel + 4.0 * dUnit * random.normal();
+        const double dIn = dDark + dFull * dObject * dColour / rCamera.dLight * dPixel + 4.0 * dUnit * random.normal();
         vecSamples[i] = static_cast<uint16_t>(std::clamp(std::round(dIn), 0.0, dFull));
         m_aTargets[colourClass(i)] += static_cast<double>(m_vecLight[i]) - static_cast<double>(m_vecDark[i]);
         ++aCounts[colourClass(i)];
@@ -120,7 +122,7 @@ void CScene::check(const uint8_t* pCorrected, double dSlack) const {
         if (bSaturated && dSlack > 0.0) {
             continue;
         }
-        const double dExpected = bSaturated ? dFull : std::clamp(std::round((vecIn[i] - dDark) * dGain), 0.0, dFull);
+        const double dExpected = bSaturated ? dFull : std::clamp((vecIn[i] - dDark) * dGain, 0.0, dFull);
         if (std::abs(vecOut[i] - dExpected) > (bSaturated ? 0.0 : dBound)) {
             throw std::runtime_error("wrong result: sample " + std::to_string(i) + " of " + std::to_string(vecIn[i]) +
                                      " becomes " + std::to_string(vecOut[i]) + ", not " + std::to_string(dExpected));

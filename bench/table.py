@@ -16,15 +16,21 @@ import sys
 SAMPLES = {"qvga": 320 * 240, "vga": 640 * 480, "5mp": 2448 * 2048, "26mp": 5120 * 5120}
 # Bytes that a correction moves per sample, and samples per pixel.
 FORMATS = {"mono8": (5, 1), "mono12": (8, 1), "mono16": (8, 1), "mono12p": (7, 1), "mono12packed": (7, 1),
-           "bayerrg8": (5, 1), "rgb8": (5, 3)}
+           "bayerrg8": (5, 1), "rgb8": (5, 3), "mono8-sensor": (5, 1), "mono10-sensor": (8, 1), "mono12-sensor": (8, 1),
+           "mono12p-sensor": (7, 1), "mono16-recorded": (8, 1)}
 # Most that ours may take, in multiples of the limit: goal, and what a fast machine reaches.
 EIGHT = {"vga-ring": (1.5, 1.15), "5mp-ring": (1.18, 1.05), "26mp-ring": (1.16, 1.02)}
+COMPACT = {"5mp-ring": (0.95, None), "26mp-ring": (0.95, None)}
 CORRECTION_GOALS = {
     "mono8": EIGHT, "bayerrg8": EIGHT, "rgb8": EIGHT,
     "mono12": {"vga-ring": (1.25, None), "5mp-ring": (1.08, 0.95), "26mp-ring": (1.08, 0.95)},
     "mono16": {"vga-ring": (1.3, None), "5mp-ring": (1.13, 1.05), "26mp-ring": (1.10, None)},
     "mono12p": {"vga-ring": (1.25, None), "5mp-ring": (1.2, None), "26mp-ring": (1.2, None)},
     "mono12packed": {},
+    # Tables of 3 bytes a sample, beside the limit of 4.
+    "mono8-sensor": EIGHT,
+    "mono10-sensor": COMPACT, "mono12-sensor": COMPACT, "mono12p-sensor": {},
+    "mono16-recorded": {},
 }
 # Ratio of two figures, its goal, in words. OpenCV by ours is how many times faster ours is.
 REFERENCE_RATIOS = (

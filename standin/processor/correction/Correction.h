@@ -50,8 +50,8 @@ struct CorrectionOutput {
 ///   and those cut off at the right and bottom edges do not count; where no cell does, the mean stands in;
 /// - the value in DN (eTargetValue).
 /// G = T_c / (L - D), limited to [0, 16); G = 1 where L - D is not above 0 (flat-field correction: dark frame
-/// subtracted, then multiplied by the normalised gain). Against this formula in double precision a result is off by at
-/// most 1 DN up to 12 bits, by at most 1 + G/2 DN at 14 and 16 bits.
+/// subtracted, then multiplied by the normalised gain). Against this formula in double precision, not rounded, a result
+/// is off by at most 1 DN up to 12 bits, by at most 1 + G/2 DN at 14 and 16 bits.
 /// @param[in] pDark   D in DN, sLayout.samples() values of 0 to full scale, borrowed; null: D = 0.
 ///                    Of binned pixels that are added up D and L may lie above full scale.
 /// @param[in] pLight  L in DN, as pDark; null: G = 1.
