@@ -11,6 +11,7 @@
 #include <random>
 
 #include "Limit.h"
+#include "MovingWindow.h"
 #include "OpenCvCorrection.h"
 #include "Rounds.h"
 #include "Scene.h"
@@ -187,6 +188,9 @@ void measure(const Options& rOptions, const Group& rGroup, const Format& rFormat
 }
 
 void bench(const Options& rOptions) {
+    if (isListed(rOptions.strGroups, "move")) {
+        benchMove(rOptions);
+    }
     for (const Format& rFormat : FORMATS) {
         if (!isListed(rOptions.strFormats, rFormat.pName)) {
             continue;
