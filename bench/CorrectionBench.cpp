@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "Limit.h"
+#include "MovingWindow.h"
 #include "OpenCvCorrection.h"
 #include "Rounds.h"
 #include "Scene.h"
@@ -232,6 +233,9 @@ void measure(const Options& rOptions, const Group& rGroup, const Format& rFormat
 }
 
 void bench(const Options& rOptions) {
+    if (isListed(rOptions.strGroups, "move")) {
+        benchMove(rOptions);
+    }
     for (const Format& rFormat : FORMATS) {
         if (!isListed(rOptions.strFormats, rFormat.pName)) {
             continue;

@@ -184,6 +184,13 @@ void writeTexts() {
     write("reference-description", "too-deep", camera(R"({"a":[{"a":[{"a":[[[]]]}]}]})"));
     write("reference-description", "output", description(R"(,"output":{"target":"max","pedestal":16})"));
     write("reference-description", "output-number", description(R"(,"output":{"target":300.5,"pedestal":0})"));
+    const std::string strAxis = R"("OffsetX":0,"OffsetY":1,"BinningHorizontal":2,"BinningVertical":1,)";
+    const std::string strSensor = R"("SensorWidth":12,"SensorHeight":5,)";
+    write("reference-description", "geometry",
+          description(R"(,"geometry":{)" + strSensor + strAxis +
+                      R"("BinningHorizontalMode":"Sum","ReverseX":true,"ReverseY":false})"));
+    write("reference-description", "geometry-outside",
+          description(R"(,"geometry":{"SensorWidth":12,"SensorHeight":4,)" + strAxis + R"("ReverseX":1})"));
     write("reference-description", "negative", description(R"(,"mean":-1)"));
     write("reference-description-limits", "deep", camera(std::string(900000, '[')));
     write("reference-description-limits", "deep-short", camera(R"({"a":)" + std::string(60000, '[')));

@@ -45,6 +45,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, std::size_t nBytes) 
             "every figure is in its range");
     require(isWithin(sFirst.output.dTarget, dFull) && isWithin(sFirst.output.dPedestal, dFull / 2),
             "the output is in its range");
+    require(!sFirst.geometry.isKnown() || sFirst.layout.liesOn(sFirst.geometry), "the image lies on its sensor");
     if (strText.size() > 60000) {
         return 0;  // written anew it may be longer than a description can be
     }
@@ -55,8 +56,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, std::size_t nBytes) 
     require(sFirst.eKind == sSecond.eKind && sFirst.layout == sSecond.layout && sFirst.nImages == sSecond.nImages &&
                 sFirst.dSaturatedShare == sSecond.dSaturatedShare && sFirst.dMean == sSecond.dMean &&
                 sFirst.dTemporalNoise == sSecond.dTemporalNoise && sFirst.strCamera == sSecond.strCamera &&
-                sFirst.output.eTarget == sSecond.output.eTarget && sFirst.output.dTarget == sSecond.output.dTarget &&
-                sFirst.output.dPedestal == sSecond.output.dPedestal,
+                sFirst.geometry == sSecond.geometry && sFirst.output.eTarget == sSecond.output.eTarget &&
+                sFirst.output.dTarget == sSecond.output.dTarget && sFirst.output.dPedestal == sSecond.output.dPedestal,
             "what was written is read again");
     return 0;
 }

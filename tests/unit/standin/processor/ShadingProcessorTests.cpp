@@ -250,6 +250,126 @@ TEST_F(ShadingProcessor, RefusesASecondCommandButNotAParameter) {
     EXPECT_TRUE(bSeen);
 }
 
+/// A host that says what it is told to.
+class CToldPlaces : public IImagePlaces {
+public:
+    bool placeOf(const void*, ImageGeometry& rGeometry) const override { return answer(rGeometry); }
+    bool presentPlace(const ImageLayout&, ImageGeometry& rGeometry) const override { return answer(rGeometry); }
+
+    ImageGeometry place{};
+    bool bThrows = false;
+
+private:
+    bool answer(ImageGeometry& rGeometry) const {
+        if (bThrows) {
+            throw std::runtime_error("no answer");
+        }
+        rGeometry = place;
+        return place.isKnown();
+    }
+};
+
+class PlacedProcessor : public ShadingProcessor {
+protected:
+    PlacedProcessor() {
+        m_places.place = at(4);
+        EXPECT_EQ(command(eCommandStartDark, 0), 0);
+        EXPECT_EQ(command(eCommandProcess, 10), 1);
+        m_inputs.strFilename = m_oFolder / "dark";
+        EXPECT_EQ(m_placed.execute(eCommandEnd, m_inputs), 0);
+    }
+    static ImageGeometry at(uint64_t nOffset) {
+        return {{32, nOffset, 1, eBinningAverage, false}, {4, 0, 1, eBinningAverage, false}};
+    }
+    int64_t command(int64_t iCommand, uint16_t uValue, int64_t iWidth = 16) {
+        setImage("Mono12", iWidth, 4, uValue);
+        return m_placed.execute(iCommand, m_inputs);
+    }
+    void setImage(const std::string& strFormat, int64_t iWidth, int64_t iHeight, uint16_t uValue) {
+        const ImageLayout layout = layoutOf(strFormat, static_cast<uint64_t>(iWidth), static_cast<uint64_t>(iHeight));
+        m_vecImage = pack(layout, std::vector<uint16_t>(layout.samples(), uValue));
+        m_inputs.strPixelFormat = strFormat;
+        m_inputs.iWidth = iWidth;
+        m_inputs.iHeight = iHeight;
+        m_inputs.iBufferSize = static_cast<int64_t>(m_vecImage.size());
+        m_inputs.iBuffer = static_cast<int64_t>(reinterpret_cast<uintptr_t>(m_vecImage.data()));
+    }
+
+    CToldPlaces m_places;
+    CShadingProcessor m_placed{[this](int32_t, const std::string& strText) { m_vecTraces.push_back(strText); },
+                               &m_places};
+};
+
+TEST_F(PlacedProcessor, FilesThePlaceOfItsImagesAndRecordsNoOther) {
+    EXPECT_EQ(readReferenceFile(m_oFolder / "dark").geometry, at(4));
+    ASSERT_EQ(command(eCommandStartDark, 0), 0);
+    ASSERT_EQ(command(eCommandProcess, 10), 1);
+    m_places.place = at(5);
+    EXPECT_EQ(command(eCommandProcess, 10), GC_ERR_INVALID_PARAMETER);
+    m_places.place = at(4);
+    EXPECT_EQ(command(eCommandProcess, 10), 2);
+    ASSERT_EQ(command(eCommandClear, 0), 0);
+
+    // A place that cannot be is none: it would spoil the file.
+    m_places.place = at(20);
+    ASSERT_EQ(command(eCommandStartDark, 0), 0);
+    ASSERT_EQ(command(eCommandProcess, 10), 1);
+    m_inputs.strFilename = m_oFolder / "none";
+    m_inputs.strNote = "{}";
+    ASSERT_EQ(m_placed.execute(eCommandEnd, m_inputs), 0);
+    EXPECT_FALSE(readReferenceFile(m_oFolder / "none").geometry.isKnown());
+
+    // Where no image tells, the camera's settings do.
+    m_places.place = {};
+    ASSERT_EQ(command(eCommandStartDark, 0), 0);
+    ASSERT_EQ(command(eCommandProcess, 10), 1);
+    m_inputs.strNote = R"({"Gain":1.5,"SensorWidth":32,"SensorHeight":4,"OffsetX":4.0,"OffsetY":0,)"
+                       R"("BinningHorizontal":1,"BinningHorizontalMode":"Average","BinningVertical":1,)"
+                       R"("BinningVerticalMode":"Average","ReverseX":false,"Other":null})";
+    ASSERT_EQ(m_placed.execute(eCommandEnd, m_inputs), 0);
+    EXPECT_EQ(readReferenceFile(m_oFolder / "none").geometry, at(4));
+}
+
+TEST_F(PlacedProcessor, WhatCannotBeDerivedIsLeftUntouchedAndTracedOnce) {
+    ASSERT_EQ(command(eCommandApply, 0), 0);
+    m_places.place = at(9);
+    EXPECT_EQ(command(eCommandProcess, 100, 8), 0);
+    EXPECT_EQ(unpack(layoutOf("Mono12", 8, 4), m_vecImage)[5], 90);
+    EXPECT_NE(m_placed.correction().find("window 8 x 4 at 9, 0"), std::string::npos) << m_placed.correction();
+    constexpr uint64_t MOST = ~uint64_t{0};
+    const GeometryAxis y = at(0).y;
+    const struct {
+        const char* pTrace;
+        ImageGeometry place;
+    } CASES[] = {{"outside the reference", at(3)},
+                 {"outside the reference", at(MOST - 3)},
+                 {"outside the reference", {{32, 8, 0, eBinningSum, true}, y}},
+                 {"a sensor of another size", {{MOST, MOST, MOST, eBinningSum, true}, y}},
+                 {"binned pixels are made is not known", {{32, 2, 2, eBinningUnknown, false}, y}}};
+    for (const auto& rCase : CASES) {
+        m_places.place = rCase.place;
+        for (int i = 0; i < 3; ++i) {
+            EXPECT_EQ(command(eCommandProcess, 100, 8), 1);
+            EXPECT_EQ(unpack(layoutOf("Mono12", 8, 4), m_vecImage)[5], 100);
+        }
+        EXPECT_EQ(traces(rCase.pTrace), 1U) << rCase.pTrace;
+    }
+    EXPECT_EQ(traces("; reference: window 16 x 4 at 4, 0 of a sensor of 32 x 4"), 3U) << "with the numbers";
+    EXPECT_NE(command(eCommandApply, 0, 8), 0) << "the present place has no table";
+}
+
+TEST_F(PlacedProcessor, UnknownPlacesTakeTheReferenceAsItIs) {
+    ASSERT_EQ(command(eCommandApply, 0, 8), 0) << "a size that fits";
+    for (const bool bThrows : {false, true}) {
+        m_places.bThrows = bThrows;
+        m_places.place = bThrows ? at(4) : ImageGeometry{};
+        EXPECT_EQ(command(eCommandProcess, 100), 0) << "the size of the reference";
+        EXPECT_EQ(command(eCommandProcess, 100, 8), 1);
+    }
+    EXPECT_EQ(traces("nobody knows where it lies"), 1U) << "the reference is a window";
+    EXPECT_EQ(traces("another size"), 1U);
+}
+
 }  // namespace
 }  // namespace StandIn
 }  // namespace XAPEL2

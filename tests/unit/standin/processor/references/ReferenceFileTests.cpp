@@ -15,6 +15,7 @@
 
 #include "TemporaryFolder.h"
 #include "TestImages.h"
+#include "standin/processor/references/ReferenceDescription.h"
 
 namespace XAPEL2 {
 namespace StandIn {
@@ -48,6 +49,8 @@ TEST(ReferenceFile, GivesBackWhatWasWritten) {
         written.vecClassNoise.assign(rLayout.classes(), 2.5);
         written.vecClassNoise.back() = 3.5;
         written.uLargest = 250;
+        written.geometry = {{rLayout.nWidth * 4 + 20, 3, 2, eBinningSum, true},
+                            {rLayout.nHeight * 8 + 33, 2, 4, eBinningUnknown, false}};
         writeReferenceFile(oFolder / "a.tif", written);
         const ReferenceImage read = readReferenceFile(oFolder / "a.tif");
         EXPECT_EQ(read.eKind, eReferenceLight);
@@ -60,6 +63,7 @@ TEST(ReferenceFile, GivesBackWhatWasWritten) {
         EXPECT_TRUE(read.means.dFirst == 10.25 && read.means.dLast == 11.5 && read.means.dLeast == 9.0 &&
                     read.means.dMost == 12.125);
         EXPECT_EQ(read.uLargest, 250U);
+        EXPECT_EQ(read.geometry, written.geometry);
         EXPECT_EQ(read.strCamera, written.strCamera);
         EXPECT_EQ(read.vecSamples, written.vecSamples);
         EXPECT_EQ(oFolder.names(), std::vector<std::string>{"a.tif"});
@@ -101,6 +105,42 @@ TEST(ReferenceFile, CarriesWhatLeftTheOtherFrames) {
     EXPECT_THROW(writeReferenceFile(folder / "a.tif", written), CFileError) << "outside the image";
     written.outliers.vecPlaces.assign(17, {});
     EXPECT_THROW(writeReferenceFile(folder / "a.tif", written), CFileError) << "too many";
+}
+
+TEST(ReferenceFile, GeometryIsCheckedMemberByMember) {
+    const std::string strBefore =
+        R"({"kind":"dark","pixelFormat":"Mono8","images":1,"saturatedShare":0,"mean":1,"temporalNoise":0,"geometry":)";
+    const std::string strGood =
+        R"({"SensorWidth":20,"SensorHeight":20,"OffsetX":4,"OffsetY":0,"BinningHorizontal":1,"BinningVertical":2,)"
+        R"("BinningVerticalMode":"Sum","ReverseX":false,"ReverseY":true})";
+    const auto fnParse = [&](const std::string& strGeometry) {
+        return parseDescription((strBefore + strGeometry + "}").c_str(), 8, 8).geometry;
+    };
+    EXPECT_EQ(fnParse(strGood), (ImageGeometry{{20, 4, 1, eBinningUnknown, false}, {20, 0, 2, eBinningSum, true}}));
+    const std::pair<const char*, const char*> CASES[] = {{"\"OffsetX\":4", "\"OffsetX\":13"},
+                                                         {"\"OffsetX\":4", "\"OffsetX\":-1"},
+                                                         {"\"OffsetX\":4", "\"OffsetX\":0.5"},
+                                                         {"\"OffsetX\":4", "\"OffsetX\":18446744073709551615"},
+                                                         {"\"OffsetX\":4", "\"OffsetX\":\"4\""},
+                                                         {"\"OffsetX\":4", "\"OffsetX\":null"},
+                                                         {"\"OffsetX\":4", "\"OffsetX\":[4]"},
+                                                         {"\"OffsetX\":4", "\"OffsetX\":{}"},
+                                                         {"\"OffsetX\":4,", ""},
+                                                         {"\"SensorWidth\":20", "\"SensorWidth\":0"},
+                                                         {"\"SensorWidth\":20", "\"SensorWidth\":11"},
+                                                         {"\"SensorWidth\":20", "\"SensorWidth\":32769"},
+                                                         {"\"SensorHeight\":20", "\"SensorHeight\":15"},
+                                                         {"\"BinningHorizontal\":1", "\"BinningHorizontal\":0"},
+                                                         {"\"BinningHorizontal\":1", "\"BinningHorizontal\":65"},
+                                                         {"\"Sum\"", "\"Most\""},
+                                                         {"\"ReverseY\":true", "\"ReverseY\":2"}};
+    for (const auto& [pOld, pNew] : CASES) {
+        std::string strBad = strGood;
+        strBad.replace(strBad.find(pOld), std::string(pOld).size(), pNew);
+        EXPECT_THROW(fnParse(strBad), CFileError) << strBad;
+    }
+    EXPECT_THROW(fnParse("[1]"), CFileError);
+    EXPECT_THROW(fnParse("7"), CFileError);
 }
 
 TEST(ReferenceFile, CarriesOutputAndDefectsOfALightReference) {
