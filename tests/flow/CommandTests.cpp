@@ -159,11 +159,35 @@ TEST_F(Command, RawFramesPassThroughAPipe) {
     for (const auto& [pWords, iExit] : aCases) {
         EXPECT_EQ(fnShell(pWords, " >" + file("out")).iExit, iExit) << pWords;
     }
+    // A closed input was waited for without end, and samples above full scale came out as saturated ones.
+    EXPECT_THAT(fnShell("--stream Mono12:66x34 -o -", " <&- >" + file("out")).strErr, HasSubstr("cannot be read"));
+    std::ofstream(file("high"), std::ios::binary) << std::string(2 * 66 * 34, '\x10');
+    EXPECT_THAT(fnShell("--stream Mono12:66x34 -o -", " <" + file("high") + " >" + file("out")).strErr,
+                HasSubstr("frame 0 has a sample of 4112, above the full scale of Mono12"));
     std::ofstream(file("raw"), std::ios::binary | std::ios::app) << "half";
     const ProgramResult cut = fnShell("--stream Mono12:66x34 -o -", " >" + file("out"));
     EXPECT_EQ(cut.iExit, 3);
     EXPECT_THAT(cut.strErr, HasSubstr("ends within a frame: 4 of 4488 bytes"));
     EXPECT_TRUE(content(file("out")) == fnRaw("made")) << "the whole ones before it are there";
+}
+
+// Once a limit of size ended the program and left half a file behind, and with closed streams warnings could end up in
+// frames.
+TEST_F(Command, LimitsAreToldAndClosedStreamsHarmNoFrame) {
+    const std::string strDevice = "sim:7?width=64&height=48";
+    recordPair(strDevice);
+    run(withPair({"run", "-d", strDevice, "-n", "4", "--raw", "-o", file("made")}));
+    const auto fnShell = [&](const std::string& strBefore, const std::string& strOut, const std::string& strAfter) {
+        return runProgram("/bin/sh", {"-c", strBefore + " exec " XAPEL2_SHADING_PROGRAM " correct --dark " +
+                                                file("dark.tif") + " --light " + file("light.tif") + " -o " +
+                                                file(strOut) + " " + file("made/raw") + strAfter});
+    };
+    const ProgramResult limited = fnShell("ulimit -f 4;", "limited", "");
+    EXPECT_EQ(limited.iExit, 3);
+    EXPECT_THAT(limited.strErr, HasSubstr("cannot write: File too large"));
+    EXPECT_TRUE(fs::is_empty(file("limited")));
+    EXPECT_EQ(fnShell("", "closed", " <&- >&- 2>&-").iExit, 3) << "the summary cannot be told";
+    EXPECT_TRUE(contents("closed") == contents("made"));
 }
 
 // The references lie beside the frames, as they often do.
