@@ -2,6 +2,10 @@
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // xapel2-shading: runs a sub-command, and tells what went wrong.
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <csignal>
 #include <exception>
 #include <filesystem>
 #include <iostream>
@@ -70,9 +74,22 @@ int runCommand(CCommandLine& rLine, const std::vector<std::string>& rWords) {
     }
 }
 
+// A standard stream that is closed must not become a frame's file, into which a warning would be written. What stands
+// in for it fails as the closed one would. A file that grows too large is an error that can be told, not an end.
+void prepareProcess() {
+    for (const int iStream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(iStream, F_GETFD) < 0) {
+            // The lowest number that is free is this one.
+            static_cast<void>(open("/dev/null", iStream == STDIN_FILENO ? O_WRONLY : O_RDONLY));
+        }
+    }
+    std::signal(SIGXFSZ, SIG_IGN);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    prepareProcess();
     try {
         // Results, the last error and the frames themselves tell what traces do.
         XAPEL2::StandIn::setTraceSink([](int32_t, const std::string&) {});

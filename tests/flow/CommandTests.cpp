@@ -109,6 +109,106 @@ TEST_F(Command, EveryRoadOfAFrameGivesTheSameBytes) {
     }
 }
 
+// What was corrected looks as what was not, and once was corrected again.
+TEST_F(Command, CorrectedFramesSayThatTheyAre) {
+    const std::string strDevice = "sim:7?width=64&height=48";
+    recordPair(strDevice);
+    for (const char* pFormat : {"pgm", "tiff", "png"}) {
+        SCOPED_TRACE(pFormat);
+        const std::string strFolder = file(pFormat), strAgain = file(pFormat + std::string("-again"));
+        run(withPair({"run", "-d", strDevice, "-n", "2", "--raw", "-o", strFolder, "--format", pFormat}));
+        run(withPair({"correct", "-o", strAgain, strFolder}), 1, "is corrected already (Shading corrected, dark ");
+        EXPECT_FALSE(fs::exists(strAgain));
+        run(withPair({"correct", "-o", strAgain, strFolder}, {"--force"}), 0, "is corrected already");
+        run(withPair({"correct", "-o", file(pFormat + std::string("-raw")), strFolder + "/raw"}));
+    }
+}
+
+// As between two programs: byte by byte what the files give.
+TEST_F(Command, RawFramesPassThroughAPipe) {
+    const std::string strDevice = "sim:7?width=66&height=34&format=Mono12";
+    recordPair(strDevice);
+    run(withPair({"run", "-d", strDevice, "-n", "9", "--raw", "-o", file("made")}));
+    const auto fnRaw = [&](const std::string& strFolder) {
+        std::string strAll;
+        for (std::string strFile : contents(strFolder)) {
+            strFile = strFile.substr(strFile.size() - 2 * 66 * 34);
+            for (std::size_t i = 0; i < strFile.size(); i += 2) {
+                std::swap(strFile[i], strFile[i + 1]);
+            }
+            strAll += strFile;
+        }
+        return strAll;
+    };
+    const auto fnShell = [&](const std::string& strWords, const std::string& strMore = "") {
+        return runProgram("/bin/sh",
+                          {"-c", "exec " XAPEL2_SHADING_PROGRAM " correct - --dark " + file("dark.tif") + " --light " +
+                                     file("light.tif") + " " + strWords + " <" + file("raw") + strMore});
+    };
+    std::ofstream(file("raw"), std::ios::binary) << fnRaw("made/raw");
+    EXPECT_EQ(fnShell("--stream Mono12:66x34 -o -", " >" + file("out")).iExit, 0);
+    EXPECT_TRUE(content(file("out")) == fnRaw("made"));
+    EXPECT_EQ(fnShell("--stream Mono12:66x34 -o " + file("folder")).iExit, 0);
+    EXPECT_TRUE(fnRaw("folder") == fnRaw("made"));
+    const std::pair<const char*, int> aCases[] = {{"--stream Mono12:66x35 -o -", 1},
+                                                  {"--stream Mono12:66 -o -", 2},
+                                                  {"--stream Mono9:66x34 -o -", 2},
+                                                  {"-o -", 2},
+                                                  {"-o - --json", 2},
+                                                  {"x.pgm --stream Mono12:66x34 -o -", 2}};
+    for (const auto& [pWords, iExit] : aCases) {
+        EXPECT_EQ(fnShell(pWords, " >" + file("out")).iExit, iExit) << pWords;
+    }
+    // A closed input was waited for without end, and samples above full scale came out as saturated ones.
+    EXPECT_THAT(fnShell("--stream Mono12:66x34 -o -", " <&- >" + file("out")).strErr, HasSubstr("cannot be read"));
+    std::ofstream(file("high"), std::ios::binary) << std::string(2 * 66 * 34, '\x10');
+    EXPECT_THAT(fnShell("--stream Mono12:66x34 -o -", " <" + file("high") + " >" + file("out")).strErr,
+                HasSubstr("frame 0 has a sample of 4112, above the full scale of Mono12"));
+    std::ofstream(file("raw"), std::ios::binary | std::ios::app) << "half";
+    const ProgramResult cut = fnShell("--stream Mono12:66x34 -o -", " >" + file("out"));
+    EXPECT_EQ(cut.iExit, 3);
+    EXPECT_THAT(cut.strErr, HasSubstr("ends within a frame: 4 of 4488 bytes"));
+    EXPECT_TRUE(content(file("out")) == fnRaw("made")) << "the whole ones before it are there";
+}
+
+// Once a limit of size ended the program and left half a file behind, and with closed streams warnings could end up in
+// frames.
+TEST_F(Command, LimitsAreToldAndClosedStreamsHarmNoFrame) {
+    const std::string strDevice = "sim:7?width=64&height=48";
+    recordPair(strDevice);
+    run(withPair({"run", "-d", strDevice, "-n", "4", "--raw", "-o", file("made")}));
+    const auto fnShell = [&](const std::string& strBefore, const std::string& strOut, const std::string& strAfter) {
+        return runProgram("/bin/sh", {"-c", strBefore + " exec " XAPEL2_SHADING_PROGRAM " correct --dark " +
+                                                file("dark.tif") + " --light " + file("light.tif") + " -o " +
+                                                file(strOut) + " " + file("made/raw") + strAfter});
+    };
+    const ProgramResult limited = fnShell("ulimit -f 4;", "limited", "");
+    EXPECT_EQ(limited.iExit, 3);
+    EXPECT_THAT(limited.strErr, HasSubstr("cannot write: File too large"));
+    EXPECT_TRUE(fs::is_empty(file("limited")));
+    EXPECT_EQ(fnShell("", "closed", " <&- >&- 2>&-").iExit, 3) << "the summary cannot be told";
+    EXPECT_TRUE(contents("closed") == contents("made"));
+}
+
+// The references lie beside the frames, as they often do.
+TEST_F(Command, FoldersAndPatternsStandForTheirFiles) {
+    const std::string strDevice = "sim:7?width=64&height=48";
+    recordPair(strDevice);
+    run(withPair({"run", "-d", strDevice, "-n", "12", "--raw", "-o", file("made")}));
+    fs::rename(file("made/raw/scene_0003.pgm"), file("THREE.PGM"));
+    for (const char* pName : {"scene_0010.pgm", "scene_0011.pgm", "scene_0001.pgm"}) {
+        fs::rename(file("made/raw/") + pName, file(pName));
+    }
+    EXPECT_EQ(run(withPair({"correct", "-o", file("folder"), m_Folder.path().string()})).at("written"), 4);
+    EXPECT_EQ(run(withPair({"correct", "-o", file("pattern"), file("scene_001?.pgm")})).at("written"), 2);
+    EXPECT_THAT(filesIn("pattern"),
+                ::testing::ElementsAre(file("pattern/scene_0010.pgm"), file("pattern/scene_0011.pgm")));
+    run(withPair({"correct", "-o", file("none"), file("x*.pgm")}), 2, "no file matches");
+    fs::create_directory(file("empty"));
+    run(withPair({"correct", "-o", file("none"), file("empty")}), 2, "has no image file");
+    EXPECT_FALSE(fs::exists(file("none")));
+}
+
 // What correction adds is told in milliseconds, and the slowest frames are not the median.
 TEST_F(Command, TimeThatCorrectionAddsIsPartOfTheRun) {
     const std::string strDevice = "sim:7?width=1000&height=800";
@@ -174,82 +274,6 @@ TEST_F(Command, OutputOfAReferenceIsSetAndTold) {
         run(astrWords, 2, pSaid);
     }
     run({"output", file("dark.tif"), "--target", "max"}, 2, "is a dark reference");
-}
-
-// What was corrected looks as what was not, and once was corrected again.
-TEST_F(Command, CorrectedFramesSayThatTheyAre) {
-    const std::string strDevice = "sim:7?width=64&height=48";
-    recordPair(strDevice);
-    for (const char* pFormat : {"pgm", "tiff", "png"}) {
-        SCOPED_TRACE(pFormat);
-        const std::string strFolder = file(pFormat), strAgain = file(pFormat + std::string("-again"));
-        run(withPair({"run", "-d", strDevice, "-n", "2", "--raw", "-o", strFolder, "--format", pFormat}));
-        run(withPair({"correct", "-o", strAgain, strFolder}), 1, "is corrected already (Shading corrected, dark ");
-        EXPECT_FALSE(fs::exists(strAgain));
-        run(withPair({"correct", "-o", strAgain, strFolder}, {"--force"}), 0, "is corrected already");
-        run(withPair({"correct", "-o", file(pFormat + std::string("-raw")), strFolder + "/raw"}));
-    }
-}
-
-// As between two programs: byte by byte what the files give.
-TEST_F(Command, RawFramesPassThroughAPipe) {
-    const std::string strDevice = "sim:7?width=66&height=34&format=Mono12";
-    recordPair(strDevice);
-    run(withPair({"run", "-d", strDevice, "-n", "9", "--raw", "-o", file("made")}));
-    const auto fnRaw = [&](const std::string& strFolder) {
-        std::string strAll;
-        for (std::string strFile : contents(strFolder)) {
-            strFile = strFile.substr(strFile.size() - 2 * 66 * 34);
-            for (std::size_t i = 0; i < strFile.size(); i += 2) {
-                std::swap(strFile[i], strFile[i + 1]);
-            }
-            strAll += strFile;
-        }
-        return strAll;
-    };
-    const auto fnShell = [&](const std::string& strWords, const std::string& strMore = "") {
-        return runProgram("/bin/sh",
-                          {"-c", "exec " XAPEL2_SHADING_PROGRAM " correct - --dark " + file("dark.tif") + " --light " +
-                                     file("light.tif") + " " + strWords + " <" + file("raw") + strMore});
-    };
-    std::ofstream(file("raw"), std::ios::binary) << fnRaw("made/raw");
-    EXPECT_EQ(fnShell("--stream Mono12:66x34 -o -", " >" + file("out")).iExit, 0);
-    EXPECT_TRUE(content(file("out")) == fnRaw("made"));
-    EXPECT_EQ(fnShell("--stream Mono12:66x34 -o " + file("folder")).iExit, 0);
-    EXPECT_TRUE(fnRaw("folder") == fnRaw("made"));
-    const std::pair<const char*, int> aCases[] = {{"--stream Mono12:66x35 -o -", 1},
-                                                  {"--stream Mono12:66 -o -", 2},
-                                                  {"--stream Mono9:66x34 -o -", 2},
-                                                  {"-o -", 2},
-                                                  {"-o - --json", 2},
-                                                  {"x.pgm --stream Mono12:66x34 -o -", 2}};
-    for (const auto& [pWords, iExit] : aCases) {
-        EXPECT_EQ(fnShell(pWords, " >" + file("out")).iExit, iExit) << pWords;
-    }
-    std::ofstream(file("raw"), std::ios::binary | std::ios::app) << "half";
-    const ProgramResult cut = fnShell("--stream Mono12:66x34 -o -", " >" + file("out"));
-    EXPECT_EQ(cut.iExit, 3);
-    EXPECT_THAT(cut.strErr, HasSubstr("ends within a frame: 4 of 4488 bytes"));
-    EXPECT_TRUE(content(file("out")) == fnRaw("made")) << "the whole ones before it are there";
-}
-
-// The references lie beside the frames, as they often do.
-TEST_F(Command, FoldersAndPatternsStandForTheirFiles) {
-    const std::string strDevice = "sim:7?width=64&height=48";
-    recordPair(strDevice);
-    run(withPair({"run", "-d", strDevice, "-n", "12", "--raw", "-o", file("made")}));
-    fs::rename(file("made/raw/scene_0003.pgm"), file("THREE.PGM"));
-    for (const char* pName : {"scene_0010.pgm", "scene_0011.pgm", "scene_0001.pgm"}) {
-        fs::rename(file("made/raw/") + pName, file(pName));
-    }
-    EXPECT_EQ(run(withPair({"correct", "-o", file("folder"), m_Folder.path().string()})).at("written"), 4);
-    EXPECT_EQ(run(withPair({"correct", "-o", file("pattern"), file("scene_001?.pgm")})).at("written"), 2);
-    EXPECT_THAT(filesIn("pattern"),
-                ::testing::ElementsAre(file("pattern/scene_0010.pgm"), file("pattern/scene_0011.pgm")));
-    run(withPair({"correct", "-o", file("none"), file("x*.pgm")}), 2, "no file matches");
-    fs::create_directory(file("empty"));
-    run(withPair({"correct", "-o", file("none"), file("empty")}), 2, "has no image file");
-    EXPECT_FALSE(fs::exists(file("none")));
 }
 
 TEST_F(Command, RecordingTellsWhatIsInTheFile) {

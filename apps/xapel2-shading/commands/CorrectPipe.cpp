@@ -17,6 +17,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include "standin/files/SampleBytes.h"
 #include "terminal/Exit.h"
 #include "terminal/Output.h"
 #include "terminal/Toolkit.h"
@@ -157,6 +158,7 @@ public:
             if (!readFrame(rBuffer)) {
                 break;
             }
+            checkSamples(rBuffer, nFrames);
             const std::filesystem::path file = m_writer ? m_writer->reserve(nameOf(nFrames), *m_layout.pFormat) : "";
             m_worker.add([this, &rBuffer, file] { work(rBuffer, file); },
                          [this, &rBuffer] { m_ring.giveBack(rBuffer); });
@@ -170,6 +172,19 @@ private:
         std::array<char, 40> acName{};
         std::snprintf(acName.data(), acName.size(), "frame_%06llu", static_cast<unsigned long long>(iFrame));
         return acName.data();
+    }
+
+    // As of files: they would all be saturated, and that looks like an image.
+    void checkSamples(const Buffer& rBuffer, uint64_t iFrame) const {
+        const StandIn::PixelFormat& rFormat = *m_layout.pFormat;
+        if (rFormat.nWireBits != 16 || rFormat.nBits == 16) {
+            return;
+        }
+        const uint32_t uLargest = StandIn::largestSample16(rBuffer.data(), m_layout.samples());
+        if (uLargest > rFormat.fullScale()) {
+            throw std::runtime_error("standard input: frame " + std::to_string(iFrame) + " has a sample of " +
+                                     std::to_string(uLargest) + ", above the full scale of " + rFormat.pName);
+        }
     }
 
     void work(Buffer& rBuffer, const std::filesystem::path& rFile) {
