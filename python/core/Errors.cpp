@@ -3,6 +3,7 @@
 // C++ exceptions as those of xapel2_shading._errors.
 
 #include <exception>
+#include <stdexcept>
 #include <string>
 
 #include "python/core/Parts.h"
@@ -54,6 +55,10 @@ void translate(std::exception_ptr pError) {
         raise(GC_ERR_TIMEOUT, rError.what());
     } catch (const Toolkit::CUsageError& rError) {
         raise(GC_ERR_INVALID_PARAMETER, rError.what());
+    } catch (const py::builtin_exception&) {
+        throw;  // Python's own
+    } catch (const std::runtime_error& rError) {
+        raise(GC_ERR_ERROR, rError.what());
     }
 }
 

@@ -8,6 +8,7 @@ import atexit
 import contextlib
 import os
 import tempfile
+import warnings
 import weakref
 from typing import Any, Callable, Iterator, Optional, Union
 
@@ -311,6 +312,18 @@ def devices() -> list[tuple[str, str]]:
     return core.devices()
 
 
+def _warn(recording: dict[str, Any], wanted: int) -> None:
+    """What a recording could do all the same, but not as it was asked to."""
+    if recording["left_out"]:
+        warnings.warn(f"{recording['left_out']} frames left out, the first: {recording['why_left_out']}", stacklevel=3)
+    if recording["frames"] < wanted:
+        warnings.warn(f"the reference is made of {recording['frames']} frames, all that there are", stacklevel=3)
+    if recording["underruns"]:
+        warnings.warn(f"{recording['underruns']} frames found no buffer free", stacklevel=3)
+    if recording["why_no_settings"]:
+        warnings.warn(f"without the settings of the camera: {recording['why_no_settings']}", stacklevel=3)
+
+
 def record(
     camera: Camera, kind: str, frames: int = 16, progress: Optional[Callable[[int, int], object]] = None
 ) -> Reference:
@@ -334,10 +347,13 @@ def record(
 
     Raises
     ------
-    OSError
-        The camera cannot be used.
     RuntimeError
-        The camera runs.
+        The camera runs, or delivers no complete frame.
+
+    Warns
+    -----
+    UserWarning
+        Frames were left out or lost, there are fewer than were asked for, or the camera does not tell its settings.
 
     Examples
     --------
@@ -351,5 +367,6 @@ def record(
         raise ValueError(f"expected 1 frame or more, got {frames}")
     with tempfile.TemporaryDirectory(prefix="xapel2-shading-") as folder:
         file = os.path.join(folder, "reference.tif")
-        camera._core.record(kind == "light", frames, file, progress)
+        recording = camera._core.record(kind == "light", frames, file, progress)
+        _warn(recording, frames)
         return read_reference(file)

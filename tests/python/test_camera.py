@@ -291,6 +291,20 @@ def test_progress_counts_the_frames(camera):
             xs.record(camera, *arguments)
 
 
+def test_a_folder_gives_what_it_has_and_says_so(tmp_path):
+    for i in range(3):
+        (tmp_path / f"dark_{i}.pgm").write_bytes(b"P5 8 4 255\n" + bytes([10 + i] * 32))
+    with xs.open_camera(f"replay:{tmp_path}") as camera:
+        with pytest.warns(UserWarning, match="made of 3 frames"):
+            dark = xs.record(camera, "dark")
+        assert dark.images == 3 and (dark.samples == 11.0).all()
+        camera.StandInScene = "Dark"
+        assert [frame.name for frame in camera.frames(2)] == ["dark_0", "dark_1"]
+        with pytest.raises(xs.StreamError, match="no complete frame|no frame came complete") as failed:
+            xs.record(camera, "light")
+        assert failed.value.code == -1001
+
+
 def test_two_cameras_stream_in_two_threads():
     counts = {}
 
