@@ -185,7 +185,7 @@ XapelHostFunctions CXapelBypassDevice::storeHostFunctions(const XapelHostFunctio
     m_pfnCancelGetFilledBuffer = rHost.pfnCancelGetFilledBuffer;
     m_pfnGetInfo = rHost.pfnGetInfo;
     m_pfnCloseDataStream = rHost.pfnCloseDataStream;
-    m_HostCopy.write(rHost);
+    m_hostCopy.write(rHost);
     return before;
 }
 

@@ -110,7 +110,7 @@ private:
     template <typename... Fields>
     XapelHostFunctions hostFields(Fields XapelHostFunctions::*... pFields) const {
         XapelHostFunctions host;
-        return m_HostCopy.tryRead(host, pFields...) ? host : hostFunctions();
+        return m_hostCopy.tryRead(host, pFields...) ? host : hostFunctions();
     }
     XapelHostFunctions hostFunctionsLocked() const;  // caller holds m_mtxLeaf
     /// Replaces the set as a whole and returns the one before. bUnlessMoved: where the hub stands on another stream by
@@ -147,7 +147,7 @@ private:
     ParticipantList m_lstParticipantsForCalling;
 
     // The set of the fields from m_pDataStream on, for calls, which take no lock for it. Written with m_mtxLeaf.
-    alignas(XAPEL_CACHE_LINE) CXapelSharedCopy<XapelHostFunctions> m_HostCopy;
+    alignas(XAPEL_CACHE_LINE) CXapelSharedCopy<XapelHostFunctions> m_hostCopy;
 
     /// Entry mutex of the gate, on one cache line with the words that it guards.
     alignas(XAPEL_CACHE_LINE) XapelMutex m_mtxAccess;
