@@ -170,9 +170,10 @@ std::vector<std::array<uint64_t, 2>> CSimulatedSensor::spikes(eScene eWhat, uint
 void CSimulatedSensor::hit(const std::vector<std::array<uint64_t, 2>>& rSpikes, const SensorRun& rRun,
                            unsigned nChannels, double* pElectrons) const {
     for (const auto& [iX, iY] : rSpikes) {
-        const uint64_t iPixel = rRun.bReverse ? rRun.iX - iX : iX - rRun.iX;
-        for (unsigned k = 0; iY == rRun.iY && iPixel < rRun.nPixels && k < nChannels; ++k) {
-            pElectrons[iPixel / rRun.nBinning * nChannels + k] += m_model.dSpike;
+        for (uint64_t i = 0; iY == rRun.iY && i < rRun.nPixels; ++i) {
+            for (unsigned k = 0; rRun.column(i) == iX && k < nChannels; ++k) {
+                pElectrons[i / rRun.binning() * nChannels + k] += m_model.dSpike;
+            }
         }
     }
 }
