@@ -37,7 +37,11 @@ REFERENCE_RATIOS = (
     [(f"box-r{r}/ours", f"box-r{r}/opencv", 1.0, "of OpenCV") for r in (1, 2, 3, 5, 15, 31)]
     + [(f"median-r{r}/ours", "memcpy/limit", goal, "of memcpy")
        for r, goal in ((1, 8), (2, 13), (3, 25), (5, 60), (15, 800), (31, 1300))]
-    + [(f"accumulate-{t}/ours", f"accumulate-{t}/limit", goal, "of the limit") for t, goal in (("u8", 1.15), ("u16", 1.05))])
+    + [(f"accumulate-{t}/sums-alone", f"accumulate-{t}/limit", goal, "of the limit")
+       for t, goal in (("u8", 1.15), ("u16", 1.05))]
+    # What it costs to watch for frames and samples that leave the others.
+    + [(f"{what}-{t}/ours", f"{what}-{t}/sums-alone", 1.6, "of the sums alone")
+       for what in ("accumulate", "record-16") for t in ("u8", "u16")])
 FLAGS_GOAL = 2.8
 
 

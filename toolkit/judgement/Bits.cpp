@@ -59,8 +59,8 @@ Findings judgeBits(const StandIn::ReferenceImage& rReference) {
         // A dark frame of 16 bits needs no more; a light one of fewer may be but dim.
         const StandIn::PixelFormat* pFormat = formatWithBits(rFormat, nBits);
         if (rFormat.nBits == 16 && rReference.eKind == StandIn::eReferenceLight && pFormat) {
-            vecFindings.push_back({eWarning, "fewer-bits",
-                                   "No sample is above " + std::to_string(uTop) + ": the images seem to have " +
+            vecFindings.push_back({eNote, "fewer-bits",
+                                   "No sample is above " + std::to_string(uTop) + ": the images may have " +
                                        std::to_string(nBits) + " bits in samples of 16.",
                                    std::string("Name the format: ?format=") + pFormat->pName +
                                        " behind the name of the device, and record again."});

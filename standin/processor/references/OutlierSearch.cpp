@@ -15,8 +15,10 @@ namespace StandIn {
 
 namespace {
 
-constexpr double FALSE_ALARMS = 1e-4;     // of a recording
-constexpr double TAILS = 1.05;            // noise is not quite normal, and not known exactly
+constexpr double FALSE_ALARMS = 1e-4;  // of a recording
+constexpr double TAILS = 1.05;         // noise is not quite normal, and not known exactly
+constexpr double TAIL_MOST = 16.0;     // standard deviations that a sensor's own noise reaches at most
+constexpr double TAIL_STEP = 1.25;
 constexpr double OWN_NOISE = 5.0;         // of the pixel's other samples, at least
 constexpr double OWN_NOISE_ALONE = 10.0;  // where nothing else is known, and more the fewer they are
 constexpr double OWN_LEAST = 0.5;         // DN, then
@@ -61,6 +63,11 @@ public:
         }
     }
     void judge(std::size_t iWatched, OutlyingSamples& rResult);
+    /// Takes the noise for one with longer tails. @return false where it has as long ones as noise can have.
+    bool lengthenTails() {
+        m_dMost *= TAIL_STEP;
+        return m_dMost <= TAIL_MOST;
+    }
 
 private:
     double gain(std::size_t iFrame) const { return m_vecGains[iFrame + 1] - m_vecGains[iFrame]; }
@@ -191,6 +198,16 @@ void CPixelJudge::judge(std::size_t iWatched, OutlyingSamples& rResult) {
     report(rWatched.iSample, rWatched.nBefore, dMiddle, rResult);
 }
 
+// Whether every other frame has single samples that are far: then it is the sensor's noise, which has long tails (some
+// pixels are noisier than others), and no event.
+bool isOrdinary(const CFrameGroup& rGroup, const OutlyingSamples& rSamples) {
+    std::vector<bool> vecHas(rGroup.images(), false);
+    for (const OutlyingSample& rSample : rSamples.vecOut) {
+        vecHas[rSample.iFrame] = true;
+    }
+    return 2 * std::count(vecHas.begin(), vecHas.end(), true) > static_cast<std::ptrdiff_t>(rGroup.images());
+}
+
 }  // namespace
 
 OutlyingSamples findOutlyingSamples(const ImageLayout& rLayout, const CFrameGroup& rGroup) {
@@ -199,9 +216,12 @@ OutlyingSamples findOutlyingSamples(const ImageLayout& rLayout, const CFrameGrou
         return result;
     }
     CPixelJudge judge(rLayout, rGroup);
-    for (std::size_t i = 0; i < rGroup.watched().size(); ++i) {
-        judge.judge(i, result);
-    }
+    do {
+        result = {};
+        for (std::size_t i = 0; i < rGroup.watched().size(); ++i) {
+            judge.judge(i, result);
+        }
+    } while (isOrdinary(rGroup, result) && judge.lengthenTails());
     std::sort(result.vecOut.begin(), result.vecOut.end(), [](const OutlyingSample& a, const OutlyingSample& b) {
         return std::tie(a.iSample, a.iFrame) < std::tie(b.iSample, b.iFrame);
     });

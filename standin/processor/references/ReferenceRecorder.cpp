@@ -16,7 +16,7 @@ namespace StandIn {
 namespace {
 
 constexpr std::size_t KINDS_MAX = 2;
-constexpr double BRIGHTNESS_OTHER = 0.06;  // of the level, beyond the others': less is a lamp that is not steady
+constexpr double BRIGHTNESS_OTHER = 0.10;  // of the level, beyond the others': less is a lamp that is not steady
 constexpr double BRIGHTNESS_NOISE = 3.0;   // standard deviations of a sample that it is at least
 constexpr double BRIGHTNESS_TOLD = 0.01;   // of the level, from the middle of the others
 constexpr double SPREADS_TOLD = 10.0;      // of the other frames' brightness
@@ -118,7 +118,7 @@ void CReferenceRecorder::tellFrames(const CFrameGroup& rGroup, const CFrameGroup
         FrameOutlier outlier;
         outlier.iFrame = rFrame.iFrame + 1;
         outlier.bLeftOut = bLeftOut;
-        if (std::abs(rDifference.dGain - 1.0) > tolerance(rDifference)) {
+        if (rDifference.dOther <= SHAPE_OTHER || std::abs(rDifference.dGain - 1.0) > tolerance(rDifference)) {
             outlier.eWhat = eOutlierBrightness;
             outlier.dDeviation = meanOf(rFrame, m_layout) - dOthers;
         } else {

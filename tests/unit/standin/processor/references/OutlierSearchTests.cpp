@@ -140,7 +140,7 @@ TEST(OutlierSearch, WhatLeavesTheOthersIsNamedAndNotInTheMean) {
         CField field(layout, 0.55, 5);
         const Frames vecFrames = framesOf(field, 16);
         for (const Case& rCase : cases()) {
-            for (const uint64_t iOdd : {0U, 1U, 6U, 15U}) {
+            for (const uint64_t iOdd : {0U, 6U}) {
                 SCOPED_TRACE(std::string(pFormat) + " " + rCase.pName + " in frame " + std::to_string(iOdd + 1));
                 const ReferenceImage reference = record(layout, field, vecFrames, 16, iOdd, &rCase);
                 const bool bSamples = rCase.eWhat == eOutlierSamples;
