@@ -79,7 +79,7 @@ void CAppliedReferences::setTargets() {
         if (m_bPlaced) {
             const CDerivation way = derivation(eReferenceDark, rpLight->layout, rpLight->geometry);
             if (!way.isSame()) {
-                vecDark = way.samples(*pDark);
+                way.samples(*pDark, vecDark);
                 pDark = &vecDark;
             }
         }
@@ -148,7 +148,8 @@ const CorrectionInUse* CAppliedReferences::find(const ImageLayout& rLayout, cons
     return nullptr;
 }
 
-void CAppliedReferences::derive(const ImageLayout& rLayout, const ImageGeometry& rGeometry, Derived& rDerived) const {
+void CAppliedReferences::derive(const ImageLayout& rLayout, const ImageGeometry& rGeometry) {
+    Derived& rDerived = m_derived;
     rDerived.aTargets = m_aTargets;
     for (const eReferenceKind eKind : KINDS) {
         if (!m_pair[eKind]) {
@@ -166,7 +167,7 @@ void CAppliedReferences::derive(const ImageLayout& rLayout, const ImageGeometry&
         if (way.isSame()) {
             continue;
         }
-        rDerived.aOwned[eKind] = way.samples(samplesOf(eKind));
+        way.samples(samplesOf(eKind), rDerived.aOwned[eKind]);
         rDerived.apSamples[eKind] = &rDerived.aOwned[eKind];
         if (!bLight && way.scale() > 1.0) {
             limitDark(*rLayout.pFormat, rDerived.aOwned[eKind]);
@@ -182,13 +183,13 @@ void CAppliedReferences::derive(const ImageLayout& rLayout, const ImageGeometry&
 
 const CorrectionInUse& CAppliedReferences::build(const ImageLayout& rLayout, const ImageGeometry& rGeometry) {
     const ImageGeometry& rPlace = m_bPlaced && !rGeometry.isKnown() ? main().geometry : rGeometry;
-    Derived derived;
-    derive(rLayout, rPlace, derived);
+    derive(rLayout, rPlace);
+    const Derived& rDerived = m_derived;
     CorrectionOutput out = output();
-    out.pDefects = &derived.vecDefects;
-    out.pTargets = &derived.aTargets;
+    out.pDefects = &rDerived.vecDefects;
+    out.pTargets = &rDerived.aTargets;
     const auto fnMake = [&] {
-        const auto& rapSamples = derived.apSamples;
+        const auto& rapSamples = rDerived.apSamples;
         return main().isLine()
                    ? makeLineCorrection(rLayout, rapSamples[eReferenceDark], rapSamples[eReferenceLight], out)
                    : makeCorrection(rLayout, rapSamples[eReferenceDark], rapSamples[eReferenceLight], nullptr, out);

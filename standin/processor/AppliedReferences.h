@@ -86,12 +86,13 @@ private:
     const std::vector<float>& samplesOf(eReferenceKind eKind) const;
     CorrectionOutput output() const;
     void setTargets();
-    void derive(const ImageLayout& rLayout, const ImageGeometry& rGeometry, Derived& rDerived) const;
+    void derive(const ImageLayout& rLayout, const ImageGeometry& rGeometry);
 
     const ReferencePair m_pair;
     std::array<std::vector<float>, 2> m_aFiltered;  // empty: not filtered
     bool m_bPlaced = false;
     ClassTargets m_aTargets{};  // of the light reference
+    Derived m_derived;  // of the image that was built for last; its memory is used again
     std::vector<Kept> m_vecKept;
     uint64_t m_nUses = 0;
 };

@@ -140,23 +140,22 @@ void CDerivation::derive(const std::vector<T>& rFrom, unsigned nChannels, FADD f
     }
 }
 
-std::vector<float> CDerivation::samples(const std::vector<float>& rSamples) const {
+void CDerivation::samples(const std::vector<float>& rSamples, std::vector<float>& rDerived) const {
     const std::size_t nColumns = m_vecColumns.size() / m_nPartsX;
-    std::vector<float> vecDerived(nColumns * m_nChannels * static_cast<std::size_t>(m_nRows));
+    rDerived.resize(nColumns * m_nChannels * static_cast<std::size_t>(m_nRows));
     const bool bInOrder = m_vecColumns.back() - m_vecColumns.front() + 1 == m_vecColumns.size() &&
                           m_vecColumns.back() >= m_vecColumns.front();
     if (m_nPartsX * m_nPartsY == 1 && m_dScale == 1.0 && bInOrder) {
         for (std::size_t iRow = 0; iRow < m_nRows; ++iRow) {
             std::copy_n(rSamples.data() + (m_vecRows[iRow] * m_nWidth + m_vecColumns[0]) * m_nChannels,
-                        nColumns * m_nChannels, vecDerived.data() + iRow * nColumns * m_nChannels);
+                        nColumns * m_nChannels, rDerived.data() + iRow * nColumns * m_nChannels);
         }
-        return vecDerived;
+        return;
     }
     const double dScale = m_dScale / static_cast<double>(m_nPartsX * m_nPartsY);
     derive<float, double>(
         rSamples, m_nChannels, [](double& rSum, float f) { rSum += static_cast<double>(f); },
-        [&](std::size_t i, double dSum) { vecDerived[i] = static_cast<float>(dSum * dScale); });
-    return vecDerived;
+        [&](std::size_t i, double dSum) { rDerived[i] = static_cast<float>(dSum * dScale); });
 }
 
 std::vector<uint8_t> CDerivation::defects(const std::vector<uint8_t>& rMap) const {

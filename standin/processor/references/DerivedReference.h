@@ -50,7 +50,8 @@ public:
     unsigned classOf(unsigned iClass) const;
 
     /// Mean of the pixels that make each of the image, times the scale. @throws std::bad_alloc
-    std::vector<float> samples(const std::vector<float>& rSamples) const;
+    /// @param[out] rDerived  its memory is used again: to have new memory costs more than to derive.
+    void samples(const std::vector<float>& rSamples, std::vector<float>& rDerived) const;
     /// A pixel of the image is marked as all together that make it. @throws std::bad_alloc
     std::vector<uint8_t> defects(const std::vector<uint8_t>& rMap) const;
     /// Rows of both results: those of the image, 1 for a line reference.
