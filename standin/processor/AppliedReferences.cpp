@@ -148,9 +148,21 @@ const CorrectionInUse* CAppliedReferences::find(const ImageLayout& rLayout, cons
     return nullptr;
 }
 
+// Where all references are of one place, and the image is a part of it.
+bool CAppliedReferences::isPlainCrop(const ImageLayout& rLayout, const ImageGeometry& rGeometry) const {
+    const ReferenceImage& rMain = main();
+    return std::all_of(m_pair.begin(), m_pair.end(), [&](const auto& rpReference) {
+        return !rpReference ||
+               (rpReference->geometry == rMain.geometry && rpReference->layout.nWidth == rMain.layout.nWidth &&
+                CDerivation(rpReference->layout, rpReference->geometry, rLayout, rGeometry).isCrop());
+    });
+}
+
 void CAppliedReferences::derive(const ImageLayout& rLayout, const ImageGeometry& rGeometry) {
     Derived& rDerived = m_derived;
     rDerived.aTargets = m_aTargets;
+    rDerived.crop = {};
+    const bool bPlainCrop = m_bPlaced && isPlainCrop(rLayout, rGeometry);
     for (const eReferenceKind eKind : KINDS) {
         if (!m_pair[eKind]) {
             continue;
@@ -167,8 +179,12 @@ void CAppliedReferences::derive(const ImageLayout& rLayout, const ImageGeometry&
         if (way.isSame()) {
             continue;
         }
-        way.samples(samplesOf(eKind), rDerived.aOwned[eKind]);
-        rDerived.apSamples[eKind] = &rDerived.aOwned[eKind];
+        if (bPlainCrop) {
+            rDerived.crop = {way.origin(), m_pair[eKind]->layout.samplesPerRow()};
+        } else {
+            way.samples(samplesOf(eKind), rDerived.aOwned[eKind]);
+            rDerived.apSamples[eKind] = &rDerived.aOwned[eKind];
+        }
         if (!bLight && way.scale() > 1.0) {
             limitDark(*rLayout.pFormat, rDerived.aOwned[eKind]);
         }
@@ -188,6 +204,7 @@ const CorrectionInUse& CAppliedReferences::build(const ImageLayout& rLayout, con
     CorrectionOutput out = output();
     out.pDefects = &rDerived.vecDefects;
     out.pTargets = &rDerived.aTargets;
+    out.crop = rDerived.crop;
     const auto fnMake = [&] {
         const auto& rapSamples = rDerived.apSamples;
         return main().isLine()

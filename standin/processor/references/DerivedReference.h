@@ -43,6 +43,10 @@ public:
 
     /// True where the image takes the reference as it is.
     bool isSame() const { return m_bSame; }
+    /// True where the image is a part of the reference, neither binned nor mirrored against it: its first sample is
+    /// sample origin() of the reference.
+    bool isCrop() const { return m_bCrop; }
+    std::size_t origin() const { return (m_vecRows[0] * m_nWidth + m_vecColumns[0]) * m_nChannels; }
     /// What a value of the image is to the mean of those of the reference that make it: 1, but for binned pixels that
     /// are added up.
     double scale() const { return m_dScale; }
@@ -65,6 +69,7 @@ private:
 
     ePlaceObstacle m_eObstacle = eNoObstacle;
     bool m_bSame = false;
+    bool m_bCrop = false;
     bool m_bCfa = false;
     unsigned m_nChannels = 1;
     double m_dScale = 1.0;
