@@ -10,6 +10,8 @@
 #include <iterator>
 #include <sstream>
 
+#include <nlohmann/json.hpp>
+
 #include "Program.h"
 #include "Rig.h"
 #include "xapel2/XapelExceptions.h"
@@ -98,12 +100,30 @@ TEST(CameraCommands, BearLostPacketsAndTellThatTheCameraIsGone) {
         return result.strErr;
     };
     rig.scene.cover(true);
-    EXPECT_NE(fnRun({"record", "dark", "-d", strCamera, "-n", "16", "-o", strDark}).find("incomplete"),
-              std::string::npos);
+    const auto recorded = XAPEL2::Test::runProgram(
+        XAPEL2_SHADING_PROGRAM, {"record", "dark", "-d", strCamera, "-n", "16", "-o", strDark, "--json"});
+    EXPECT_NE(recorded.strErr.find("incomplete"), std::string::npos);
+    const auto record = nlohmann::json::parse(recorded.strOut);
+    EXPECT_EQ(record.at("frames"), 16);
+    EXPECT_NE(recorded.strErr.find("left out of the reference: " + record.at("leftOut").dump() + " frame"),
+              std::string::npos)
+        << recorded.strErr << recorded.strOut;
     rig.scene.cover(false);
     fnRun({"record", "light", "-d", strCamera, "-n", "16", "-o", strLight});
     fnRun({"report", "-n", "8", "-d", strCamera, "--dark", strDark, "--light", strLight, "-o",
            rig.folder / "report.html"});
+
+    // Each frame is either corrected or named as untouched.
+    const auto lossy = XAPEL2::Test::runProgram(
+        XAPEL2_SHADING_PROGRAM, {"run", "-d", strCamera, "--dark", strDark, "--light", strLight, "-n", "40", "--raw",
+                                 "-o", rig.folder / "out", "--json"});
+    const auto json = nlohmann::json::parse(lossy.strOut);
+    ASSERT_EQ(json.at("untouched").size(), 1U) << lossy.strOut;
+    const auto nUntouched = json.at("untouched").at(0).at("frames").get<uint64_t>();
+    EXPECT_GT(nUntouched, 0U);
+    EXPECT_EQ(json.at("corrected").get<uint64_t>(), 40 - nUntouched);
+    EXPECT_EQ(json.at("written").get<uint64_t>(), 40 - nUntouched);
+    EXPECT_EQ(json.at("frames"), 40);
 
     rig.pCamera->losePackets(0);
     CProgram run(XAPEL2_SHADING_PROGRAM,

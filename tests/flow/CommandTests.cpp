@@ -107,9 +107,79 @@ TEST_F(Command, EveryRoadOfAFrameGivesTheSameBytes) {
     }
 }
 
+// What correction adds is told in milliseconds, and the slowest frames are not the median.
+TEST_F(Command, TimeThatCorrectionAddsIsPartOfTheRun) {
+    const std::string strDevice = "sim:7?width=1000&height=800";
+    for (const char* pKind : {"dark", "light"}) {
+        run({"record", pKind, "-d", strDevice, "-n", "2", "-o", file(pKind + std::string(".tif"))});
+    }
+    run(withPair({"run", "-d", strDevice, "-n", "8", "--raw", "-o", file("frames")}));
+    const json Json =
+        run(withPair({"run", "-d", "replay:" + file("frames/raw"), "-n", "8", "--raw", "-o", file("again")}));
+    const double dMedianMs = Json.at("addedMs").at("median"), dP99Ms = Json.at("addedMs").at("p99");
+    EXPECT_GT(dMedianMs, 0.0);
+    EXPECT_GT(dP99Ms, dMedianMs);
+    // Half of the frames took as long or longer.
+    EXPECT_LT(4.0 * dMedianMs, 1e3 * 8.0 / Json.at("rate").get<double>());
+    EXPECT_EQ(Json.at("addedMs").at("method"), "correction alone");
+}
+
+// The command output says what was before and what is now, and writes what it says.
+TEST_F(Command, OutputOfAReferenceIsSetAndTold) {
+    recordPair("sim:7?width=96&height=64&sensorwidth=128&sensorheight=80&offsetx=16&offsety=8");
+    std::ofstream(file("list.csv")) << "16,8\n20,9,2,1\n0,0\n";
+    const Words astrSet = {"output", file("light.tif")};
+    const auto fnSet = [&](Words astrMore, bool bWritten) {
+        astrMore.insert(astrMore.begin(), astrSet.begin(), astrSet.end());
+        const json Json = run(astrMore);
+        EXPECT_EQ(Json.at("written"), bWritten) << ::testing::PrintToString(astrMore);
+        return Json;
+    };
+    const auto fnChange = [](const char* pBefore, const char* pAfter) {
+        return json({{"before", pBefore}, {"after", pAfter}});
+    };
+    json Json = fnSet({"--target", "1500.5", "--pedestal", "16", "--defects", file("list.csv")}, true);
+    EXPECT_EQ(Json.at("target"), fnChange("mean", "1500.50 DN"));
+    EXPECT_EQ(Json.at("pedestal"), fnChange("0.00 DN", "16.00 DN"));
+    EXPECT_EQ(Json.at("defects"), fnChange("0", "3"));
+    EXPECT_EQ(Json.at("outside"), 1);
+    auto Reference = XAPEL2::StandIn::readReferenceFile(file("light.tif"));
+    EXPECT_EQ(Reference.output.eTarget, XAPEL2::StandIn::eTargetValue);
+    EXPECT_EQ(Reference.output.dTarget, 1500.5);
+    EXPECT_EQ(Reference.output.dPedestal, 16.0);
+    ASSERT_EQ(Reference.vecDefects.size(), 96U * 64U);
+    EXPECT_TRUE(Reference.vecDefects[0] && Reference.vecDefects[96 + 4] && Reference.vecDefects[96 + 5]);
+
+    Json = fnSet({"--export", file("out.csv")}, false);
+    EXPECT_EQ(Json.at("target"), fnChange("1500.50 DN", "1500.50 DN"));
+    EXPECT_EQ(content(file("out.csv")), "x,y\n16,8\n20,9\n21,9\n");
+    const ProgramResult Result =
+        runProgram(XAPEL2_SHADING_PROGRAM, {"output", file("light.tif"), "--target", "max", "--defects", "none"});
+    EXPECT_EQ(Result.strOut, "Target: max (was 1500.50 DN)\nPedestal: 16.00 DN, unchanged\nDefects: 0 (was 3)\n" +
+                                 file("light.tif") + ": written\n");
+    Json = fnSet({"--target", "mean", "--pedestal", "0"}, true);
+    EXPECT_EQ(Json.at("target"), fnChange("max", "mean"));
+    Reference = XAPEL2::StandIn::readReferenceFile(file("light.tif"));
+    EXPECT_TRUE(Reference.output.isDefault() && Reference.vecDefects.empty());
+
+    const std::pair<Words, const char*> aRefused[] = {{{"--target", "0"}, "up to 4095 DN"},
+                                                      {{"--target", "4095.5"}, "up to 4095 DN"},
+                                                      {{"--pedestal", "2048"}, "half of full scale, 2047.5 DN"},
+                                                      {{"--defects", "find", "--dark", file("light.tif")}, "no dark"}};
+    for (const auto& [rWords, pSaid] : aRefused) {
+        Words astrWords = astrSet;
+        astrWords.insert(astrWords.end(), rWords.begin(), rWords.end());
+        run(astrWords, 2, pSaid);
+    }
+    run({"output", file("dark.tif"), "--target", "max"}, 2, "is a dark reference");
+}
+
 TEST_F(Command, RecordingTellsWhatIsInTheFile) {
-    const json Json = run({"record", "light", "-d", "sim:3?width=64&height=48", "-n", "5", "-o", file("light.tif")});
+    const json Json =
+        run({"record", "light", "-d", "sim:3?width=64&height=48&fps=50", "-n", "5", "-o", file("light.tif")});
     EXPECT_EQ(Json.at("frames"), 5);
+    EXPECT_LE(Json.at("rate").get<double>(), 65.0);
+    EXPECT_GE(Json.at("rate").get<double>(), 1.0);
     EXPECT_EQ(Json.at("settingsFiled"), true);
     const auto Reference = XAPEL2::StandIn::readReferenceFile(file("light.tif"));
     EXPECT_EQ(Reference.nImages, 5U);
@@ -229,6 +299,8 @@ TEST_F(Command, DevicesListsWhatCanBeOpened) {
     EXPECT_EQ(rFirst.at("id"), "sim");
     EXPECT_EQ(rFirst.at("pixelFormat"), "Mono12");
     EXPECT_EQ(rFirst.at("width"), 1024);
+    EXPECT_EQ(rFirst.at("height"), 768);
+    EXPECT_THAT(runProgram(XAPEL2_SHADING_PROGRAM, {"devices"}).strOut, HasSubstr(", Mono12, 1024 x 768\n"));
 }
 
 // One frame a second: the signal meets a fetch that waits.

@@ -230,7 +230,13 @@ TEST(Demo, SimulatedCameraIsFlatToItsNoise) {
 
     EXPECT_GT(spreadPercent(run.layout, readGreyPng(out.path() / "before.png")),
               4.0 * spreadPercent(run.layout, readGreyPng(out.path() / "after.png")));
-    EXPECT_THAT(content(out.path() / "report.html"), HasSubstr("</html>"));
+    const std::string strReport = content(out.path() / "report.html");
+    EXPECT_THAT(strReport, HasSubstr("</html>"));
+    for (const auto& [pName, pFigure] :
+         {std::pair("fetch_median_ms", "plain"), {"fetch_corrected_median_ms", "corrected"}}) {
+        EXPECT_THAT(strReport, HasSubstr("<data value=\"" + run.figures.at(pName).dump() + "\" data-figure=\"/time/" +
+                                         pFigure + "MedianMs\">"));
+    }
 }
 
 TEST(Demo, EveryKindOfFormatFollowsTheFormula) {

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <vector>
 
+#include "xapel2_ext_sc.h"
 #include "xapel2_standin/Host.h"
 
 namespace StandIn = XAPEL2::StandIn;
@@ -47,13 +48,24 @@ void fetchFrames(XAPEL2::Device* pDevice, int nFrames) {
     StandIn::revokeBuffer(pStream, hBuffer);
 }
 
+// What no command of the application asks the shipped host for.
+static bool filtersWork(XAPEL2::Device* pDevice) {
+    using XAPEL2::Ext::Sc::Shading;
+    Shading shading(pDevice);
+    shading.SetFilter(Shading::eBoxFilter, false, 3);
+    return shading.GetFilter(Shading::eBoxFilter, false) == 3 && shading.GetFilter(Shading::eBoxFilter, true) == 0 &&
+           shading.GetFilterMin(Shading::eBoxFilter, false) == 0 &&
+           shading.GetFilterMax(Shading::eBoxFilter, false) == 31;
+}
+
 int main() {
     XAPEL2::Device* pDevice = StandIn::openDevice("sim:1?width=256&height=192&format=Mono12");
     StandIn::remoteNodes(pDevice)->GetNode("StandInScene")->SetValue("Light");
     correctStream(pDevice);
     const double dCentre = patchMean(g_vecLastFrame, 256, 112, 80);
     const double dCorner = patchMean(g_vecLastFrame, 256, 0, 0);
+    const bool bFilters = filtersWork(pDevice);
     StandIn::closeDevice(pDevice);
     std::printf("centre %.1f DN, corner %.1f DN\n", dCentre, dCorner);
-    return dCentre > 0.0 && std::abs(dCorner / dCentre - 1.0) < 0.01 ? 0 : 1;
+    return bFilters && dCentre > 0.0 && std::abs(dCorner / dCentre - 1.0) < 0.01 ? 0 : 1;
 }

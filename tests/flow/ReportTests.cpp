@@ -105,6 +105,16 @@ TEST_F(Report, TellsTheFramesRecordedNotThoseAskedFor) {
     }
 }
 
+TEST_F(Report, FiltersAreThoseAskedFor) {
+    recordPair("sim:3?width=64&height=48", 4);
+    const json Json =
+        run({"report", "--dark", m_Folder / "dark.tif", "--light", m_Folder / "light.tif", "--median-dark", "1",
+             "--box-dark", "2", "--median-light", "3", "--box-light", "4", "-o", m_Folder / "report.html"});
+    EXPECT_EQ(Json.at("filters"),
+              "median on the dark reference, radius 1, box on the dark reference, radius 2, median "
+              "on the light reference, radius 3, box on the light reference, radius 4");
+}
+
 TEST_F(Report, WithoutFramesLeftThereAreNoFiguresAfterCorrection) {
     const std::string strDevice = writeFrames();
     recordPair(strDevice, FRAMES - 1);

@@ -17,7 +17,10 @@ namespace {
 
 // In units of the view box. It is small, so that its texts can be read where a narrow screen scales it down.
 constexpr double WIDTH = 360.0, HEIGHT = 240.0;
-constexpr double LEFT = 54.0, RIGHT = 350.0, TOP = 8.0, BOTTOM = 188.0;
+constexpr double RIGHT = 350.0, TOP = 8.0, BOTTOM = 188.0;
+constexpr double TITLE = 20.0;     // the upright title of the left axis
+constexpr double LABEL_GAP = 6.0;  // from a label to what stands beside it
+constexpr double DIGIT = 7.6;      // width of a digit, in the widest of the fonts that the page may get
 constexpr unsigned X_TICKS = 5, Y_TICKS = 5;
 
 struct Range {
@@ -44,6 +47,7 @@ public:
             const double dMargin = std::max(0.05 * (m_y.dHigh - m_y.dLow), 1e-3);
             m_y = {m_y.dLow - dMargin, m_y.dHigh + dMargin};
         }
+        prepareYTicks();
     }
 
     std::string svg() const {
@@ -64,7 +68,7 @@ private:
     double level(double dValue) const {
         return m_rChart.bCounts ? (dValue > 0.0 ? std::log10(dValue) + 0.3 : 0.0) : dValue;
     }
-    double x(double dValue) const { return LEFT + (RIGHT - LEFT) * m_x.share(dValue); }
+    double x(double dValue) const { return m_dLeft + (RIGHT - m_dLeft) * m_x.share(dValue); }
     double y(double dValue) const { return BOTTOM - (BOTTOM - TOP) * m_y.share(level(dValue)); }
 
     std::string polyline(const ChartLine& rLine) const {
@@ -95,30 +99,46 @@ private:
                "</text>";
     }
 
+    static double width(const std::string& strText) { return DIGIT * static_cast<double>(strText.size()); }
+
+    // Labels of the left axis, and room for the longest of them beside the title.
+    void prepareYTicks() {
+        m_vecYTicks = niceTicks(m_y.dLow, m_y.dHigh, Y_TICKS);
+        if (m_rChart.bCounts) {
+            m_vecYTicks.clear();
+            for (double dCount = 1.0; level(dCount) <= m_y.dHigh; dCount *= 10.0) {
+                m_vecYTicks.push_back(dCount);
+            }
+        }
+        double dWidest = 0.0;
+        for (const double dTick : m_vecYTicks) {
+            dWidest = std::max(dWidest, width(yLabel(dTick)));
+        }
+        m_dLeft = TITLE + dWidest + 2.0 * LABEL_GAP;
+    }
+
+    std::string yLabel(double dTick) const {
+        return m_rChart.bCounts ? countText(dTick) : rounded(dTick, tickDigits(m_vecYTicks));
+    }
+
     std::string xAxis() const {
         std::string strAxis;
         const std::vector<double> vecTicks = niceTicks(m_x.dLow, m_x.dHigh, X_TICKS);
         for (const double dTick : vecTicks) {
+            const std::string strLabel = rounded(dTick, tickDigits(vecTicks));
+            const double dPlace = std::min(x(dTick), WIDTH - width(strLabel) / 2.0);
             strAxis += "<path class=\"axis\" d=\"M" + at(x(dTick)) + ' ' + at(BOTTOM) + "v5\"/>" +
-                       text(x(dTick), BOTTOM + 20.0, "middle", rounded(dTick, tickDigits(vecTicks)));
+                       text(dPlace, BOTTOM + 20.0, "middle", strLabel);
         }
-        return strAxis + "<path class=\"axis\" d=\"M" + at(LEFT) + ' ' + at(BOTTOM) + 'H' + at(RIGHT) + "\"/>" +
-               text((LEFT + RIGHT) / 2.0, HEIGHT - 8.0, "middle", m_rChart.strXLabel);
+        return strAxis + "<path class=\"axis\" d=\"M" + at(m_dLeft) + ' ' + at(BOTTOM) + 'H' + at(RIGHT) + "\"/>" +
+               text((m_dLeft + RIGHT) / 2.0, HEIGHT - 8.0, "middle", m_rChart.strXLabel);
     }
 
     std::string yAxis() const {
         std::string strAxis;
-        std::vector<double> vecTicks = niceTicks(m_y.dLow, m_y.dHigh, Y_TICKS);
-        if (m_rChart.bCounts) {
-            vecTicks.clear();
-            for (double dCount = 1.0; level(dCount) <= m_y.dHigh; dCount *= 10.0) {
-                vecTicks.push_back(dCount);
-            }
-        }
-        for (const double dTick : vecTicks) {
-            strAxis += "<path class=\"grid\" d=\"M" + at(LEFT) + ' ' + at(y(dTick)) + 'H' + at(RIGHT) + "\"/>" +
-                       text(LEFT - 6.0, y(dTick) + 4.5, "end",
-                            m_rChart.bCounts ? countText(dTick) : rounded(dTick, tickDigits(vecTicks)));
+        for (const double dTick : m_vecYTicks) {
+            strAxis += "<path class=\"grid\" d=\"M" + at(m_dLeft) + ' ' + at(y(dTick)) + 'H' + at(RIGHT) + "\"/>" +
+                       text(m_dLeft - LABEL_GAP, y(dTick) + 4.5, "end", yLabel(dTick));
         }
         const std::string strMiddle = at((TOP + BOTTOM) / 2.0);
         return strAxis + "<text transform=\"translate(13 " + strMiddle + ") rotate(-90)\" text-anchor=\"middle\">" +
@@ -127,6 +147,8 @@ private:
 
     const Chart& m_rChart;
     Range m_x, m_y;
+    std::vector<double> m_vecYTicks;
+    double m_dLeft = 0.0;
 };
 
 }  // namespace

@@ -217,6 +217,7 @@ private:
             strLegend += "<span><svg class=\"mark\" viewBox=\"-7 -7 14 14\" aria-hidden=\"true\">" + mark(pKind) +
                          "</svg>" + m_figures.number(std::string("/defects/") + pKind, 0) + ' ' + pKind + "</span>";
         }
+        const std::string strMarked = defectsHtml(m_figures);
         return "<h2>Gain</h2><div class=\"cards wide\"><figure class=\"card\"><div class=\"map\">" +
                image(m_rPictures.strGain, "Map of the gain", m_figures, "/pictures/gain") + marks() + "</div>" +
                gainBar() + "<figcaption class=\"legend\">" + strLegend + "</figcaption></figure><div class=\"card\">" +
@@ -224,8 +225,8 @@ private:
                m_figures.number("/gain/min", 3) + " to " + m_figures.number("/gain/max", 3) +
                ", 98 % of the pixels between " + m_figures.number("/gain/p1", 3) + " and " +
                m_figures.number("/gain/p99", 3) + ". " + m_figures.text("/gain/text") + "</p><p class=\"muted\">" +
-               scaleText(m_figures, "/pictures/gain") + ' ' + m_figures.text("/defects/text") + "</p>" +
-               defectsHtml(m_figures) + "</div></div>\n";
+               scaleText(m_figures, "/pictures/gain") + ' ' + m_figures.text("/defects/text") + "</p></div>" +
+               (strMarked.empty() ? "" : "<div class=\"card whole\">" + strMarked + "</div>") + "</div>\n";
     }
 
     std::string tables() const {

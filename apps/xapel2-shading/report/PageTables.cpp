@@ -160,7 +160,7 @@ std::string setUpHtml(const CFigures& rFigures) {
     fnText("Program", "xapel2-shading " + rFigures.text("/version"));
     fnText("Command", "<span class=\"mono\">" + rFigures.text("/commandLine") + "</span>");
     fnText("Made", rFigures.text("/made"));
-    return "<div class=\"card\">" + table("", {}, strRows) + "</div>";
+    return "<div class=\"card setup\">" + table("", {}, strRows) + "</div>";
 }
 
 std::string defectsHtml(const CFigures& rFigures) {

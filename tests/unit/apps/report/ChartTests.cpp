@@ -2,6 +2,11 @@
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // The axes of a chart.
 
+#include <regex>
+#include <string>
+#include <utility>
+#include <vector>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -11,6 +16,7 @@ using namespace XAPEL2;
 using namespace XAPEL2::App;
 using ::testing::DoubleNear;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::Pointwise;
 
 TEST(Chart, TicksAreRound) {
@@ -19,4 +25,41 @@ TEST(Chart, TicksAreRound) {
     EXPECT_THAT(niceTicks(7.0, 7.0, 5), ElementsAre(7.0));
     EXPECT_EQ(tickDigits({0.0, 200.0}), 0);
     EXPECT_EQ(tickDigits({0.9, 0.95}), 2);
+}
+
+TEST(Chart, LinesRiseWhereValuesDo) {
+    EXPECT_THAT(chartHtml({"T", "x", "y", false, {{"a", "before", {0.0, 10.0}, {0.0, 100.0}}}}),
+                HasSubstr(" 179.8L350.0 16.2\""));
+    EXPECT_THAT(chartHtml({"T", "x", "y", true, {{"a", "after", {0.0, 5.0, 10.0}, {1.0, 100.0}}}}),
+                HasSubstr("V50.0H350.0V188.0\""));
+}
+
+namespace {
+
+// The places of the texts with this anchor, and their lengths.
+std::vector<std::pair<double, std::size_t>> textsWith(const std::string& strSvg, const std::string& strAnchor) {
+    const std::regex text("<text x=\"([-0-9.]+)\" y=\"[-0-9.]+\" text-anchor=\"" + strAnchor + "\">([^<]*)<");
+    std::vector<std::pair<double, std::size_t>> vecTexts;
+    for (std::sregex_iterator it(strSvg.begin(), strSvg.end(), text), itEnd; it != itEnd; ++it) {
+        vecTexts.emplace_back(std::stod((*it)[1]), (*it)[2].length());
+    }
+    return vecTexts;
+}
+
+}  // namespace
+
+// In fonts whose digits are 7 units wide; the upright title ends at 17.
+TEST(Chart, LabelsOfAnyLengthStandClearOfTheTitleAndInsideThePicture) {
+    for (const double dScale : {1.0, 65535.0, 1e9, 1e-4}) {
+        const std::string strHtml =
+            chartHtml({"", "x", "y", false, {{"", "before", {0.0, 100.0 * dScale}, {dScale, 1.001 * dScale}}}});
+        const auto vecY = textsWith(strHtml, "end");
+        ASSERT_GE(vecY.size(), 2U);
+        for (const auto& [dPlace, nLength] : vecY) {
+            EXPECT_GT(dPlace - 7.0 * static_cast<double>(nLength), 17.0) << "scale " << dScale;
+        }
+        for (const auto& [dPlace, nLength] : textsWith(strHtml, "middle")) {
+            EXPECT_LE(dPlace + 3.5 * static_cast<double>(nLength), 360.0) << "scale " << dScale;
+        }
+    }
 }

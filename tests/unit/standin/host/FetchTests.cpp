@@ -34,6 +34,8 @@ TEST_F(Fetch, FramesComeInTheOrderOfTheQueueAndAreCounted) {
     }
     EXPECT_EQ(GC_ERR_SUCCESS, startAcquisition(m_pStream)) << "a finished acquisition needs no stop";
     EXPECT_EQ(GC_ERR_SUCCESS, fetch());
+    EXPECT_EQ(1U, streamNumber(STREAM_INFO_NUM_DELIVERED)) << "counted from the start on";
+    EXPECT_EQ(1U, streamNumber(STREAM_INFO_NUM_STARTED));
 }
 
 TEST_F(Fetch, TimeOutsExpireAndZeroPolls) {

@@ -161,7 +161,9 @@ TEST_F(Hooks, ExceptionsReachTheApplication) {
 // A lock held around a hook would block the other thread, on which the hook waits.
 TEST_F(Hooks, HookMayWaitForAnotherThreadThatUsesTheHost) {
     m_side.putAll(m_pDevice, m_pStream);
+    unsigned nCalls = 0;
     const auto fnElsewhere = [&] {
+        ++nCalls;
         HookSide other;
         std::async(std::launch::async, [&] {
             Control::liveHooks();
@@ -185,6 +187,7 @@ TEST_F(Hooks, HookMayWaitForAnotherThreadThatUsesTheHost) {
     getStreamInfo(m_pStream, STREAM_INFO_ID, nullptr, nullptr, nullptr);
     closeDataStream(m_pDevice, m_pStream);
     Control::addFirstStream(m_pDevice)->Open();
+    EXPECT_EQ(nCalls, 5U) << "each hook once";
 }
 
 }  // namespace

@@ -164,6 +164,12 @@ TEST_F(ShadingProcessor, TracesOnceWhyAnImageIsLeftUntouched) {
     ASSERT_EQ(run(eCommandApply), 0);
     processAll();
     EXPECT_EQ(m_vecTraces.size(), 6U) << "new tables, new reasons";
+    for (const eShadingCommand eNew : {eCommandStartLight, eCommandClear}) {
+        run(eNew);
+        run(eCommandProcess, "Mono12", 0, 4);
+        run(eCommandProcess, "Mono12", 0, 4);
+        EXPECT_EQ(m_vecTraces.size(), eNew == eCommandClear ? 8U : 7U) << "a new recording, a new beginning";
+    }
     // An offset into a buffer whose base nobody knows.
     run(eCommandProcess);
     m_inputs.iBuffer = 128;

@@ -70,3 +70,88 @@ TEST(ReportFigures, DarkSignalAfterCorrectionFollowsFromTheRawFrames) {
     }
     EXPECT_TRUE(json.at("summary").at("dsnuPredicted").is_null());
 }
+
+// Of three colours the worst after correction is told, with its own figures before and after.
+TEST(ReportFigures, SummaryIsThatOfTheWorstColour) {
+    const StandIn::ImageLayout layout{StandIn::findPixelFormat("RGB8"), 32, 32};
+    const auto fnImage = [&](float fMean, float fRed, float fGreen, float fBlue) {
+        MeanImage image{layout, 16, {}, 1.0, {1.0, 1.0, 1.0}};
+        for (std::size_t i = 0; i < layout.samples(); ++i) {
+            const float fOff = i % 3 == 0 ? fRed : i % 3 == 1 ? fGreen : fBlue;
+            image.vecSamples.push_back(fMean + (i / 3 * 2654435761U % 1024U < 512U ? fOff : -fOff));
+        }
+        return image;
+    };
+    ReportInput input;
+    input.dark.before = input.dark.after = fnImage(20.0F, 2.0F, 3.0F, 4.0F);
+    input.light.before = fnImage(120.0F, 30.0F, 20.0F, 10.0F);
+    input.light.after = fnImage(120.0F, 4.0F, 8.0F, 6.0F);
+    input.pair.light.emplace();
+    input.pair.light->layout = layout;
+    input.pair.light->vecSamples = input.light.before->vecSamples;
+    const nlohmann::ordered_json json = reportFigures(input);
+    const nlohmann::ordered_json& rSummary = json.at("summary");
+    EXPECT_EQ(rSummary.at("class"), "G");
+    const auto &rBefore = json.at("before").at("classes").at(1), &rAfter = json.at("after").at("classes").at(1);
+    const struct { const char *pFigure, *pFrom; } aRows[] = {{"prnu", "prnuPercent"}, {"dsnu", "dsnu"}};
+    for (const auto& rRow : aRows) {
+        const std::string strFigure = rRow.pFigure, strUncertainty = std::string(rRow.pFrom) + "Uncertainty";
+        EXPECT_EQ(rSummary.at(strFigure + "Before"), rBefore.at(rRow.pFrom).at("total"));
+        EXPECT_EQ(rSummary.at(strFigure + "After"), rAfter.at(rRow.pFrom).at("total"));
+        EXPECT_EQ(rSummary.at(strFigure + "BeforeUncertainty"), rBefore.at(strUncertainty).at("total"));
+        EXPECT_EQ(rSummary.at(strFigure + "AfterUncertainty"), rAfter.at(strUncertainty).at("total"));
+    }
+    EXPECT_NEAR(rSummary.at("prnuBefore").get<double>(), 20.0, 0.4);
+    EXPECT_NEAR(rSummary.at("prnuAfter").get<double>(), 8.0, 0.2);
+}
+
+TEST(ReportFigures, GainsMarksFiltersAndCurvesAreTheirOwn) {
+    const StandIn::ImageLayout layout{StandIn::findPixelFormat("Mono12"), 40, 25};
+    std::vector<float> vecColumns;
+    for (unsigned i = 0; i < 1000; ++i) {
+        vecColumns.push_back(500.0F + static_cast<float>(i % 40));
+    }
+    ReportInput input;
+    input.light.before = MeanImage{layout, 2, vecColumns};
+    input.light.after = MeanImage{layout, 2, std::vector<float>(1000, 519.5F)};
+    input.pair.light.emplace();
+    input.pair.light->layout = layout;
+    for (unsigned i = 0; i < 1000; ++i) {
+        input.pair.light->vecSamples.push_back(1000.0F + static_cast<float>(i * 7 % 1000));
+    }
+    input.pair.lightJudgement.emplace();
+    input.pair.lightJudgement->figures.layout = layout;
+    input.pair.lightJudgement->figures.vecClassMeans = {1499.5};
+    std::vector<Defect>& rDefects = input.pair.lightJudgement->figures.vecDefects;
+    for (unsigned i = 0; i < 250; ++i) {
+        rDefects.push_back({i % 5 == 0 ? eDead : eBright, i, 1, 0, 100.0 + (i % 2 == 0 ? 1.0 : -1.0) * i, 100.0});
+    }
+    input.files.nMedianDark = 1;
+    input.files.nBoxDark = 2;
+    input.files.nMedianLight = 3;
+    input.files.nBoxLight = 4;
+    const nlohmann::ordered_json json = reportFigures(input);
+    const double dMean = 1499.5;
+    const std::pair<const char*, double> aGains[] = {
+        {"min", dMean / 1999.0}, {"p1", dMean / 1989.0}, {"p99", dMean / 1010.0}, {"max", dMean / 1000.0}};
+    for (const auto& [pName, dGain] : aGains) {
+        EXPECT_NEAR(json.at("gain").at(pName).get<double>(), dGain, 1e-5) << pName;
+    }
+    const nlohmann::ordered_json& rMarks = json.at("defects").at("marks");
+    ASSERT_EQ(rMarks.size(), 200U);
+    EXPECT_EQ(rMarks.front().at("x"), 249);
+    EXPECT_EQ(rMarks.back().at("x"), 50);
+    EXPECT_EQ(json.at("defects").at("text"), "Marked are the 200 pixels that stand out most of 250.");
+    EXPECT_EQ(json.at("defects").at("dead"), 50);
+    EXPECT_EQ(json.at("defects").at("bright"), 200);
+    EXPECT_EQ(json.at("filters"),
+              "median on the dark reference, radius 1, box on the dark reference, radius 2, median on "
+              "the light reference, radius 3, box on the light reference, radius 4");
+    const auto &rAcross = json.at("profiles").at("columns"), &rDown = json.at("profiles").at("rows");
+    ASSERT_EQ(rAcross.at("before").size(), 40U);
+    ASSERT_EQ(rDown.at("before").size(), 25U);
+    EXPECT_NEAR(rAcross.at("before").at(0).get<double>(), 100.0 * 500.0 / 519.5, 1e-3);
+    EXPECT_NEAR(rAcross.at("before").at(39).get<double>(), 100.0 * 539.0 / 519.5, 1e-3);
+    EXPECT_EQ(rDown.at("before").at(24), 100.0);
+    EXPECT_EQ(rAcross.at("after").at(39), 100.0);
+}

@@ -66,6 +66,7 @@ TEST(JudgementJson, EveryFigureStandsUnderItsOwnName) {
     rFigures.dMeanPercent = 19.0;
     rFigures.dSaturatedShare = 0.2;
     rFigures.dTemporalNoise = 21.0;
+    rFigures.means = {31.0, 32.0, 33.0, 34.0};
     rFigures.vecClassMeans = {22.0, 23.0, 24.0};
     rFigures.vecDefects = {{eDead, 25, 26, 1, 27.0, 28.0}, {eBright, 1, 2, 0, 3.0, 4.0}, {eDead, 5, 6, 2, 7.0, 8.0}};
     const ordered_json told = toJson(light);
@@ -76,6 +77,7 @@ TEST(JudgementJson, EveryFigureStandsUnderItsOwnName) {
     for (const auto& [pName, rValue] : aLight) {
         EXPECT_EQ(told.at(pName), rValue) << pName;
     }
+    EXPECT_EQ(told.at("frameMeans"), ordered_json({{"first", 31.0}, {"last", 32.0}, {"least", 33.0}, {"most", 34.0}}));
     EXPECT_EQ(told.at("classes").at(2).at("mean"), 24.0);
     const ordered_json defects = toJson(rFigures.vecDefects, *rFigures.layout.pFormat);
     EXPECT_EQ(
