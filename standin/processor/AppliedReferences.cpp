@@ -79,7 +79,7 @@ void CAppliedReferences::setTargets() {
         if (m_bPlaced) {
             const CDerivation way = derivation(eReferenceDark, rpLight->layout, rpLight->geometry);
             if (!way.isSame()) {
-                vecDark = way.samples(*pDark);
+                way.samples(*pDark, vecDark);
                 pDark = &vecDark;
             }
         }
@@ -148,8 +148,21 @@ const CorrectionInUse* CAppliedReferences::find(const ImageLayout& rLayout, cons
     return nullptr;
 }
 
-void CAppliedReferences::derive(const ImageLayout& rLayout, const ImageGeometry& rGeometry, Derived& rDerived) const {
+// Where all references are of one place, and the image is a part of it.
+bool CAppliedReferences::isPlainCrop(const ImageLayout& rLayout, const ImageGeometry& rGeometry) const {
+    const ReferenceImage& rMain = main();
+    return std::all_of(m_pair.begin(), m_pair.end(), [&](const auto& rpReference) {
+        return !rpReference ||
+               (rpReference->geometry == rMain.geometry && rpReference->layout.nWidth == rMain.layout.nWidth &&
+                CDerivation(rpReference->layout, rpReference->geometry, rLayout, rGeometry).isCrop());
+    });
+}
+
+void CAppliedReferences::derive(const ImageLayout& rLayout, const ImageGeometry& rGeometry) {
+    Derived& rDerived = m_derived;
     rDerived.aTargets = m_aTargets;
+    rDerived.crop = {};
+    const bool bPlainCrop = m_bPlaced && isPlainCrop(rLayout, rGeometry);
     for (const eReferenceKind eKind : KINDS) {
         if (!m_pair[eKind]) {
             continue;
@@ -166,8 +179,12 @@ void CAppliedReferences::derive(const ImageLayout& rLayout, const ImageGeometry&
         if (way.isSame()) {
             continue;
         }
-        rDerived.aOwned[eKind] = way.samples(samplesOf(eKind));
-        rDerived.apSamples[eKind] = &rDerived.aOwned[eKind];
+        if (bPlainCrop) {
+            rDerived.crop = {way.origin(), m_pair[eKind]->layout.samplesPerRow()};
+        } else {
+            way.samples(samplesOf(eKind), rDerived.aOwned[eKind]);
+            rDerived.apSamples[eKind] = &rDerived.aOwned[eKind];
+        }
         if (!bLight && way.scale() > 1.0) {
             limitDark(*rLayout.pFormat, rDerived.aOwned[eKind]);
         }
@@ -182,13 +199,14 @@ void CAppliedReferences::derive(const ImageLayout& rLayout, const ImageGeometry&
 
 const CorrectionInUse& CAppliedReferences::build(const ImageLayout& rLayout, const ImageGeometry& rGeometry) {
     const ImageGeometry& rPlace = m_bPlaced && !rGeometry.isKnown() ? main().geometry : rGeometry;
-    Derived derived;
-    derive(rLayout, rPlace, derived);
+    derive(rLayout, rPlace);
+    const Derived& rDerived = m_derived;
     CorrectionOutput out = output();
-    out.pDefects = &derived.vecDefects;
-    out.pTargets = &derived.aTargets;
+    out.pDefects = &rDerived.vecDefects;
+    out.pTargets = &rDerived.aTargets;
+    out.crop = rDerived.crop;
     const auto fnMake = [&] {
-        const auto& rapSamples = derived.apSamples;
+        const auto& rapSamples = rDerived.apSamples;
         return main().isLine()
                    ? makeLineCorrection(rLayout, rapSamples[eReferenceDark], rapSamples[eReferenceLight], out)
                    : makeCorrection(rLayout, rapSamples[eReferenceDark], rapSamples[eReferenceLight], nullptr, out);

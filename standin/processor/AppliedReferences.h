@@ -80,18 +80,21 @@ private:
         std::array<const std::vector<float>*, 2> apSamples = {};
         std::vector<uint8_t> vecDefects;
         ClassTargets aTargets{};
+        CorrectionOutput::Crop crop{};
     };
 
+    bool isPlainCrop(const ImageLayout& rLayout, const ImageGeometry& rGeometry) const;
     CDerivation derivation(eReferenceKind eKind, const ImageLayout& rLayout, const ImageGeometry& rGeometry) const;
     const std::vector<float>& samplesOf(eReferenceKind eKind) const;
     CorrectionOutput output() const;
     void setTargets();
-    void derive(const ImageLayout& rLayout, const ImageGeometry& rGeometry, Derived& rDerived) const;
+    void derive(const ImageLayout& rLayout, const ImageGeometry& rGeometry);
 
     const ReferencePair m_pair;
     std::array<std::vector<float>, 2> m_aFiltered;  // empty: not filtered
     bool m_bPlaced = false;
     ClassTargets m_aTargets{};  // of the light reference
+    Derived m_derived;          // of the image that was built for last; its memory is used again
     std::vector<Kept> m_vecKept;
     uint64_t m_nUses = 0;
 };

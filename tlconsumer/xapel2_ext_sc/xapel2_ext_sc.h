@@ -31,8 +31,9 @@ namespace Sc {
 /// 2. A fetch that waits while correction is switched on or off (also by load, start, clear and the destructor) returns
 ///    GC_ERR_ABORT (-1012). No frame is lost: repeat the fetch.
 /// 3. Two enabled objects on one device correct every buffer twice.
-/// 4. A reference is bound to pixel format and size, not to the position of a region of interest, binning or mirroring:
-///    record anew when these change. And ReferenceApply holds up fetches for as long as it takes.
+/// 4. A reference belongs to its sensor, where the host's image processor knows the place of each frame (the stand-in
+///    does): one of the whole sensor serves every region, binning and mirroring. With a processor that does not, record
+///    anew when these change. And ReferenceApply holds up fetches for as long as it takes.
 ///
 /// A buffer that cannot be corrected (incomplete, without an image, of another format or size than applied) is passed
 /// on as it is; the host's trace says so.

@@ -37,6 +37,11 @@ struct CorrectionOutput {
     const std::vector<uint8_t>* pDefects = nullptr;  ///< as ReferenceImage::vecDefects, borrowed; null: none
     /// T_c by class, DN, where they are not those of this image, borrowed for the call; null: as the output says.
     const ClassTargets* pTargets = nullptr;
+    /// Where the image is a part of the references, which then is taken from them without a copy; goes with pTargets.
+    struct Crop {
+        std::size_t iFirst = 0;    ///< sample of the references that is the image's first one
+        std::size_t nRowStep = 0;  ///< samples from a row of the references to the next; 0: the image is all of them
+    } crop{};
 };
 
 /// Builds the correction for a layout: result = clamp(round((in - D) * G + P), 0, full scale), where a sample at full

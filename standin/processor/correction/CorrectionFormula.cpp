@@ -175,13 +175,26 @@ void CFormula::block(std::size_t iFirst, FormulaBlock& rBlock) const {
     const std::size_t nSamples = std::min(BLOCK, m_rLayout.samples() - iFirst);
     std::array<float, BLOCK> aDark;
     std::array<float, BLOCK> aLight;
+    const std::size_t nRow = m_rLayout.samplesPerRow();
+    const CorrectionOutput::Crop& rCrop = m_output.crop;
     const auto whole = [&](const float* pSamples, std::array<float, BLOCK>& rBuffer) {
-        if (pSamples && nSamples == BLOCK) {
+        if (pSamples && nSamples == BLOCK && rCrop.nRowStep == 0) {
             return pSamples + iFirst;
         }
         rBuffer.fill(0.0F);  // D = 0 and, as there is no signal, G = 1
-        if (pSamples) {
+        if (pSamples && rCrop.nRowStep == 0) {
             std::copy_n(pSamples + iFirst, nSamples, rBuffer.begin());
+        } else if (pSamples) {
+            std::size_t iY = iFirst / nRow;
+            std::size_t iX = iFirst % nRow;
+            if (nSamples == BLOCK && iX + BLOCK <= nRow) {
+                return pSamples + rCrop.iFirst + iY * rCrop.nRowStep + iX;
+            }
+            for (std::size_t i = 0; i < nSamples; iX = 0, ++iY) {
+                const std::size_t nPart = std::min(nSamples - i, nRow - iX);
+                std::copy_n(pSamples + rCrop.iFirst + iY * rCrop.nRowStep + iX, nPart, rBuffer.data() + i);
+                i += nPart;
+            }
         }
         return static_cast<const float*>(rBuffer.data());
     };

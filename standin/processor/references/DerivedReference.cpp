@@ -57,6 +57,10 @@ std::vector<uint32_t> places(const GeometryAxis& rFrom, uint64_t nFrom, const Ge
     return vecPlaces;
 }
 
+bool isInOrder(const std::vector<uint32_t>& r) {
+    return r.back() >= r.front() && r.back() - r.front() + 1 == r.size();
+}
+
 }  // namespace
 
 CDerivation::CDerivation(const ImageLayout& rReference, const ImageGeometry& rFrom, const ImageLayout& rImage,
@@ -98,6 +102,8 @@ void CDerivation::examine(const ImageLayout& rReference, const ImageGeometry& rF
     m_nPartsX = static_cast<std::size_t>(rTo.x.nBinning / rFrom.x.nBinning);
     m_nPartsY = bLine ? 1 : static_cast<std::size_t>(rTo.y.nBinning / rFrom.y.nBinning);
     m_dScale = added(rTo.x) * added(rTo.y) / added(rFrom.x) / added(rFrom.y);
+    m_bCrop =
+        !bLine && m_nPartsX * m_nPartsY == 1 && m_dScale == 1.0 && isInOrder(m_vecColumns) && isInOrder(m_vecRows);
     m_bSame = rFrom.x == rTo.x && rReference.nWidth == rImage.nWidth && m_dScale == 1.0 &&
               (bLine || (rFrom.y == rTo.y && rReference.nHeight == rImage.nHeight));
 }
@@ -140,23 +146,20 @@ void CDerivation::derive(const std::vector<T>& rFrom, unsigned nChannels, FADD f
     }
 }
 
-std::vector<float> CDerivation::samples(const std::vector<float>& rSamples) const {
+void CDerivation::samples(const std::vector<float>& rSamples, std::vector<float>& rDerived) const {
     const std::size_t nColumns = m_vecColumns.size() / m_nPartsX;
-    std::vector<float> vecDerived(nColumns * m_nChannels * static_cast<std::size_t>(m_nRows));
-    const bool bInOrder = m_vecColumns.back() - m_vecColumns.front() + 1 == m_vecColumns.size() &&
-                          m_vecColumns.back() >= m_vecColumns.front();
-    if (m_nPartsX * m_nPartsY == 1 && m_dScale == 1.0 && bInOrder) {
+    rDerived.resize(nColumns * m_nChannels * static_cast<std::size_t>(m_nRows));
+    if (m_nPartsX * m_nPartsY == 1 && m_dScale == 1.0 && isInOrder(m_vecColumns)) {
         for (std::size_t iRow = 0; iRow < m_nRows; ++iRow) {
             std::copy_n(rSamples.data() + (m_vecRows[iRow] * m_nWidth + m_vecColumns[0]) * m_nChannels,
-                        nColumns * m_nChannels, vecDerived.data() + iRow * nColumns * m_nChannels);
+                        nColumns * m_nChannels, rDerived.data() + iRow * nColumns * m_nChannels);
         }
-        return vecDerived;
+        return;
     }
     const double dScale = m_dScale / static_cast<double>(m_nPartsX * m_nPartsY);
     derive<float, double>(
         rSamples, m_nChannels, [](double& rSum, float f) { rSum += static_cast<double>(f); },
-        [&](std::size_t i, double dSum) { vecDerived[i] = static_cast<float>(dSum * dScale); });
-    return vecDerived;
+        [&](std::size_t i, double dSum) { rDerived[i] = static_cast<float>(dSum * dScale); });
 }
 
 std::vector<uint8_t> CDerivation::defects(const std::vector<uint8_t>& rMap) const {

@@ -43,6 +43,10 @@ public:
 
     /// True where the image takes the reference as it is.
     bool isSame() const { return m_bSame; }
+    /// True where the image is a part of the reference, neither binned nor mirrored against it: its first sample is
+    /// sample origin() of the reference.
+    bool isCrop() const { return m_bCrop; }
+    std::size_t origin() const { return (m_vecRows[0] * m_nWidth + m_vecColumns[0]) * m_nChannels; }
     /// What a value of the image is to the mean of those of the reference that make it: 1, but for binned pixels that
     /// are added up.
     double scale() const { return m_dScale; }
@@ -50,7 +54,8 @@ public:
     unsigned classOf(unsigned iClass) const;
 
     /// Mean of the pixels that make each of the image, times the scale. @throws std::bad_alloc
-    std::vector<float> samples(const std::vector<float>& rSamples) const;
+    /// @param[out] rDerived  its memory is used again: to have new memory costs more than to derive.
+    void samples(const std::vector<float>& rSamples, std::vector<float>& rDerived) const;
     /// A pixel of the image is marked as all together that make it. @throws std::bad_alloc
     std::vector<uint8_t> defects(const std::vector<uint8_t>& rMap) const;
     /// Rows of both results: those of the image, 1 for a line reference.
@@ -64,6 +69,7 @@ private:
 
     ePlaceObstacle m_eObstacle = eNoObstacle;
     bool m_bSame = false;
+    bool m_bCrop = false;
     bool m_bCfa = false;
     unsigned m_nChannels = 1;
     double m_dScale = 1.0;
