@@ -166,7 +166,11 @@ void CCommandLine::addDevicesAndRecord() {
     pRecord->add_option("KIND", m_strKind, "dark (lens covered) or light (an even, evenly lit target)")
         ->required()
         ->transform(oneOf({"dark", "light"}));
-    addDevice(pRecord, m_record.strDevice)->required();
+    addDevice(pRecord, m_record.strDevice);
+    pRecord->add_option("--from", m_record.strFrom,
+                        "In place of a camera: the mean image that another program made of --frames frames, a TIFF of "
+                        "32-bit floating-point samples in DN");
+    pRecord->add_option("--pixel-format", m_record.strFormat, "What those frames were, such as Mono12");
     pRecord->add_option("-n,--frames", m_record.nFrames, "Frames to average")
         ->check(within(1, 1e6, "1 to 1000000"))
         ->capture_default_str();
@@ -272,6 +276,9 @@ void CCommandLine::addSetOutput() {
     pSet->add_option("--pedestal", m_setOutput.dPedestal,
                      "DN added after the correction, so that noise around black survives")
         ->check(within(0, 32767.5, "0 to 32767.5"));
+    pSet->add_option("--gain", m_setOutput.strGain,
+                     "Write the gain of each sample, at the target mean, as a TIFF of 32-bit floating-point samples")
+        ->type_name("FILE");
     pSet->add_option("--export", m_setOutput.strExport, "Write the defects as a list, CSV where the name ends in .csv")
         ->type_name("LIST");
     addOutput(pSet, m_setOutput.bJson);

@@ -276,6 +276,35 @@ TEST_F(Command, OutputOfAReferenceIsSetAndTold) {
     run({"output", file("dark.tif"), "--target", "max"}, 2, "is a dark reference");
 }
 
+// Out as floating-point images, as other programs take and make them, and back again.
+TEST_F(Command, MastersOfOtherProgramsBecomeReferences) {
+    using XAPEL2::StandIn::readReferenceFile;
+    recordPair("sim:7?width=64&height=48");
+    const Words astrFrom = {"record", "light", "--from", file("light.tif"), "-o", file("own.tif")};
+    const auto fnWith = [](Words astrWords, const Words& rMore) {
+        astrWords.insert(astrWords.end(), rMore.begin(), rMore.end());
+        return astrWords;
+    };
+    run(fnWith(astrFrom, {"--pixel-format", "Mono12", "-n", "16"}));
+    const auto own = readReferenceFile(file("own.tif")), made = readReferenceFile(file("light.tif"));
+    EXPECT_EQ(own.vecSamples, made.vecSamples);
+    EXPECT_NEAR(own.dMean, made.dMean, 1e-3);
+    EXPECT_EQ(own.nImages, 16U);
+    run({"run", "-d", "sim:7?width=64&height=48", "-n", "2", "--dark", file("dark.tif"), "--light", file("own.tif")});
+
+    run({"output", file("light.tif"), "--dark", file("dark.tif"), "--gain", file("gain.tif")});
+    run({"record", "light", "--from", file("gain.tif"), "--pixel-format", "Mono8", "--force", "-o", file("gains.tif")});
+    EXPECT_NEAR(readReferenceFile(file("gains.tif")).dMean, 1.0, 0.1) << "as many above as below";
+
+    run(astrFrom, 2, "--pixel-format Mono12");
+    run(fnWith(astrFrom, {"--pixel-format", "Mono9"}), 2, "no format Mono9");
+    run(fnWith(astrFrom, {"--pixel-format", "Mono12", "-d", "sim"}), 2, "two sources");
+    run(fnWith(astrFrom, {"--pixel-format", "RGB8"}), 3, "do not fit the pixel format");
+    run(fnWith(astrFrom, {"--pixel-format", "Mono8"}), 3, "no number from 0 to full scale");
+    run({"record", "light", "-o", file("own.tif")}, 2, "--from");
+    EXPECT_EQ(readReferenceFile(file("own.tif")).vecSamples, made.vecSamples) << "an older one stays";
+}
+
 TEST_F(Command, RecordingTellsWhatIsInTheFile) {
     const json Json =
         run({"record", "light", "-d", "sim:3?width=64&height=48&fps=50", "-n", "5", "-o", file("light.tif")});

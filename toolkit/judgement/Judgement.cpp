@@ -85,8 +85,9 @@ void judgeNoise(const ReferenceFigures& rFigures, Findings& rFindings) {
                              "Record 16 frames or more."});
     }
     if (rFigures.nFrames > 1 && rFigures.dTemporalNoise <= 0.0 && rFigures.eKind == StandIn::eReferenceLight) {
-        rFindings.push_back({eWarning, "no-noise", "All frames are the same, to the last bit.",
-                             "Make sure that the camera delivers live frames, not a test picture."});
+        rFindings.push_back({eWarning, "no-noise",
+                             "All frames are the same to the last bit, or nothing is known of their noise.",
+                             "Make sure that the camera delivered live frames, not a test picture."});
     }
 }
 

@@ -15,10 +15,14 @@
 #include "terminal/Output.h"
 #include "terminal/Progress.h"
 #include "terminal/Toolkit.h"
+#include "terminal/Warnings.h"
+#include "toolkit/frames/FloatImage.h"
 #include "toolkit/judgement/JudgedPair.h"
 #include "toolkit/sessions/Interrupt.h"
 #include "toolkit/sessions/Recording.h"
+#include "toolkit/text/Errors.h"
 #include "toolkit/text/Texts.h"
+#include "xapel2_standin/ReferenceFile.h"
 
 namespace XAPEL2 {
 namespace App {
@@ -102,9 +106,49 @@ uint64_t framesToTake(CSession& rSession, const RecordOptions& rOptions) {
     return nHas == 0 ? rOptions.nFrames : std::min(nHas, rOptions.nFrames);
 }
 
+// A mean image of somebody else's becomes a reference; judged before it takes the place of an older one.
+int importReference(const RecordOptions& rOptions) {
+    if (!rOptions.strDevice.empty()) {
+        throw CUsageError("--device and --from name two sources; record takes one of them");
+    }
+    const StandIn::PixelFormat* const pFormat = StandIn::findPixelFormat(rOptions.strFormat);
+    if (pFormat == nullptr) {
+        throw CUsageError(rOptions.strFormat.empty()
+                              ? "the image does not tell what its frames were: say so, such as --pixel-format Mono12"
+                              : "--pixel-format: there is no format " + rOptions.strFormat);
+    }
+    COutput output("record", rOptions.bJson);
+    CSourceFiles sources;
+    sources.add(rOptions.strFrom);
+    requireWritable(rOptions.strFile, sources);
+    const auto eKind = rOptions.bLight ? StandIn::eReferenceLight : StandIn::eReferenceDark;
+    const StandIn::ReferenceImage reference = referenceFromFloat(rOptions.strFrom, eKind, *pFormat, rOptions.nFrames);
+    const ReferenceJudgement judgement = judgeReference(reference);
+    output.text() << shown(rOptions.strFile) << ": " << verdict(judgement.vecFindings) << '\n'
+                  << App::describe(judgement);
+    output.json()["file"] = rOptions.strFile;
+    output.json()["judgement"] = toJson(judgement);
+    if (refused(judgement.vecFindings, rOptions.bForce)) {
+        warnAbout(judgement.vecFindings, eRefusal);
+        return output.finish(eExitRefused);
+    }
+    try {
+        StandIn::writeReferenceFile(rOptions.strFile, reference);
+    } catch (const std::runtime_error& rError) {
+        throw std::runtime_error(rOptions.strFile + ": " + rError.what());
+    }
+    return output.finish(eExitDone);
+}
+
 }  // namespace
 
 int runRecord(const RecordOptions& rOptions) {
+    if (!rOptions.strFrom.empty()) {
+        return importReference(rOptions);
+    }
+    if (rOptions.strDevice.empty()) {
+        throw CUsageError("record: name a camera with --device, or a mean image with --from");
+    }
     COutput output("record", rOptions.bJson);
     CSourceFiles sources;
     sources.addDevice(rOptions.strDevice);

@@ -13,6 +13,8 @@ namespace App {
 struct RecordOptions {
     bool bLight = false;         ///< a light reference, otherwise a dark one
     std::string strDevice;       ///< device identifier
+    std::string strFrom;         ///< in its place: a float TIFF, the mean of nFrames frames
+    std::string strFormat;       ///< pixel format of those frames
     uint64_t nFrames = 16;       ///< frames to average
     std::string strFile;         ///< reference file to write
     double dTimeoutS = 10.0;     ///< longest wait for a frame beyond its exposure, seconds

@@ -6,6 +6,7 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <optional>
 #include <ostream>
 #include <stdexcept>
 
@@ -13,6 +14,8 @@
 #include "terminal/Exit.h"
 #include "terminal/Output.h"
 #include "terminal/Toolkit.h"
+#include "toolkit/figures/Curves.h"
+#include "toolkit/frames/FloatImage.h"
 #include "toolkit/judgement/DefectList.h"
 #include "toolkit/judgement/JudgedPair.h"
 #include "toolkit/text/Errors.h"
@@ -44,20 +47,27 @@ void setTarget(const std::string& strTarget, double dFull, StandIn::ReferenceOut
     }
 }
 
+/// None where none was named.
+std::optional<StandIn::ReferenceImage> readDark(const SetOutputOptions& rOptions,
+                                                const StandIn::ReferenceImage& rLight) {
+    if (rOptions.strDark.empty()) {
+        return {};
+    }
+    StandIn::ReferenceImage dark = readReference(rOptions.strDark);
+    if (dark.eKind != StandIn::eReferenceDark || !dark.layout.hasSamplesLike(rLight.layout)) {
+        throw CUsageError(rOptions.strDark + " is no dark reference of the same format and size");
+    }
+    return dark;
+}
+
 /// Pixels of the list that lie beyond the image.
 uint64_t setDefects(const SetOutputOptions& rOptions, StandIn::ReferenceImage& rLight) {
     uint64_t nOutside = 0;
     if (rOptions.strDefects == "none") {
         rLight.vecDefects.clear();
     } else if (rOptions.strDefects == "find") {
-        StandIn::ReferenceImage dark;
-        if (!rOptions.strDark.empty()) {
-            dark = readReference(rOptions.strDark);
-            if (dark.eKind != StandIn::eReferenceDark || !dark.layout.hasSamplesLike(rLight.layout)) {
-                throw CUsageError(rOptions.strDark + " is no dark reference of the same format and size");
-            }
-        }
-        rLight.vecDefects = foundDefectMap(rLight, rOptions.strDark.empty() ? nullptr : &dark);
+        const auto dark = readDark(rOptions, rLight);
+        rLight.vecDefects = foundDefectMap(rLight, dark ? &*dark : nullptr);
     } else if (!rOptions.strDefects.empty()) {
         rLight.vecDefects = defectMap(readDefectList(rOptions.strDefects), rLight, nOutside);
     }
@@ -110,6 +120,10 @@ int runSetOutput(const SetOutputOptions& rOptions) {
     }
     if (!rOptions.strExport.empty()) {
         StandIn::saveFile(rOptions.strExport, defectListText(rOptions.strExport, light));
+    }
+    if (!rOptions.strGain.empty()) {
+        const auto dark = readDark(rOptions, light);
+        writeFloatImage(rOptions.strGain, light.layout, gainsOf(dark ? &*dark : nullptr, &light));
     }
     tellChange(output, "target", targetText(before), targetText(light.output));
     tellChange(output, "pedestal", fixed(before.dPedestal, 2) + " DN", fixed(light.output.dPedestal, 2) + " DN");

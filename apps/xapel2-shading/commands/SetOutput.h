@@ -15,6 +15,7 @@ struct SetOutputOptions {
     std::string strDefects;   ///< "find", "none" or the file of a list; empty: leave them
     std::string strTarget;    ///< "mean", "max" or a number of DN; empty: leave it
     double dPedestal = -1.0;  ///< DN; below 0: leave it
+    std::string strGain;      ///< file to write the gain to; empty: none
     std::string strExport;    ///< file to write the list of defects to; empty: none
     bool bJson = false;
 };
