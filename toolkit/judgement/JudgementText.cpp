@@ -111,8 +111,10 @@ std::string describe(const ReferenceJudgement& rJudgement) {
     const ReferenceFigures& rFigures = rJudgement.figures;
     std::string strText =
         line("image", layoutText(rFigures.layout)) +
-        line("place", StandIn::inWords(rFigures.geometry, rFigures.layout.nWidth, rFigures.layout.nHeight,
-                                       rFigures.layout.pFormat->isCfa())) +
+        (rFigures.geometry.isKnown()
+             ? line("place", StandIn::inWords(rFigures.geometry, rFigures.layout.nWidth, rFigures.layout.nHeight,
+                                              rFigures.layout.pFormat->isCfa()))
+             : std::string()) +
         line("frames averaged", std::to_string(rFigures.nFrames)) +
         line("mean", fixed(rFigures.dMean, 1) + " DN, " + fixed(rFigures.dMeanPercent, 1) + " % of full scale");
     const std::vector<std::string> vecNames = colourClassNames(*rFigures.layout.pFormat);
