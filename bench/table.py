@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
 # Copyright (c) 2026 the xapel2_ext_sc authors
-"""Turns the output of several rounds of the benches into one page of tables, in Markdown.
+"""Turns the output of several rounds of the benches into the section of a machine, in Markdown.
 
-Usage: table.py HEADING-LINE... -- FILE...
+Usage: table.py MACHINE HEADING-LINE... -- FILE...
 Files *.csv hold NAME,NANOSECONDS; from files *.log come the lines "tables of GROUP/FORMAT: TEXT". A figure is the median
 over the files. A ratio is taken inside each file first: two rounds never meet the same machine. The spread is the
 distance of the quartiles of that ratio, or of the figure where there is no ratio, as a share of its median.
@@ -161,13 +161,11 @@ def fetch(figures):
 def main(arguments):
     split = arguments.index("--")
     figures = Figures(arguments[split + 1:])
-    page = ["# Benchmarks", "", *[f"- {line}" for line in arguments[:split]], "",
-            "Times are medians over the runs; a ratio is taken inside each run, its median is given, and the spread is the "
-            "distance of its quartiles. What each bench measures stands at the top of its source in `bench/`.", ""]
+    page = ["## " + arguments[0], "", *[f"- {line}" for line in arguments[1:split]], ""]
     for heading, lines in (("Correction, one thread", correction(figures)), ("Beside OpenCV", opencv(figures)),
                            ("References, 2448 x 2048", references(figures)), ("Fetch and gate", fetch(figures))):
         if lines:
-            page += ["## " + heading, "", *lines]
+            page += ["### " + heading, "", *lines]
     print("\n".join(page).rstrip())
 
 
