@@ -277,7 +277,7 @@ def two_threads(rounds, calls):
 
 def section(quick, rounds):
     width, height = (320, 240) if quick else (2448, 2048)
-    print(f"## Python {platform.python_version()}, numpy {np.__version__}\n")
+    print(f"### Python {platform.python_version()}, numpy {np.__version__}\n")
     print(f"{width} x {height} pixels, one thread, {rounds} rounds. Times in ms, and as multiples of this package's.\n")
     with tempfile.TemporaryDirectory() as folder:
         formats = ("Mono8", "Mono16")

@@ -312,17 +312,24 @@ int64_t CShadingProcessor::Impl::apply(const ShadingInputs& rInputs, ShadingAnsw
     } catch (const CAppliedReferences::CUnfitPair& rError) {
         return failApply(strWanted + "; " + rError.what(), GC_ERR_NOT_AVAILABLE, rAnswer);
     }
-    const ImageGeometry place = pApplied->isPlaced() ? presentPlace(layout) : ImageGeometry{};
-    if (!pApplied->hasSamplesLike(*layout.pFormat) ||
-        !(place.isKnown() || (pApplied->isPlaced() ? pApplied->takesSize(layout) : pApplied->isOwnSize(layout)))) {
+    if (!pApplied->hasSamplesLike(*layout.pFormat)) {
         return failApply(strWanted + "; a reference is of " + otherThan(layout), GC_ERR_NOT_AVAILABLE, rAnswer);
     }
-    const bool bBuild = place.isKnown() || pApplied->isOwnSize(layout);
-    const ePlaceObstacle eWhy = bBuild ? pApplied->obstacle(layout, place) : eNoObstacle;
-    if (eWhy != eNoObstacle) {
+    // The camera that was asked for the format need not be the one that the images come from, and where an image lies
+    // is looked at again when it comes: a place that cannot be derived stands in the way of a size that does not fit
+    // alone.
+    ImageGeometry place = pApplied->isPlaced() ? presentPlace(layout) : ImageGeometry{};
+    const ePlaceObstacle eWhy = place.isKnown() ? pApplied->obstacle(layout, place) : eNoObstacle;
+    const bool bFits = pApplied->isPlaced() ? pApplied->takesSize(layout) : pApplied->isOwnSize(layout);
+    if (eWhy != eNoObstacle && !bFits) {
         return failApply(strWanted + "; " + PLACE_OBSTACLES[eWhy] + numbers(pApplied->main(), layout, place),
                          GC_ERR_NOT_AVAILABLE, rAnswer);
     }
+    if (!place.isKnown() && !bFits) {
+        return failApply(strWanted + "; a reference is of " + otherThan(layout), GC_ERR_NOT_AVAILABLE, rAnswer);
+    }
+    place = eWhy == eNoObstacle ? place : ImageGeometry{};
+    const bool bBuild = place.isKnown() || pApplied->isOwnSize(layout);
     pApplied->prepare({radii(eReferenceDark), radii(eReferenceLight)});
     const CorrectionInUse* const pInUse = bBuild ? &pApplied->build(layout, place) : nullptr;
     m_pApplied = std::move(pApplied);

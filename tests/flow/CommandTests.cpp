@@ -328,8 +328,9 @@ TEST_F(Command, ReferencesAreJudgedAgainstTheCamera) {
     } aRows[] = {
         {"", "", 0, 0},
         {"&exposure=20000", "warning: ", 0, 0},
-        {"&offsetx=16", "refused: ", 1, 0},
-        {"&reversex=1", "refused: ", 1, 0},
+        {"&offsetx=16", "refused: ", 1, 1},
+        {"&reversex=1", "refused: ", 1, 1},
+        {"&offsetx=32&reversex=1", "", 0, 0},  // the same pixels, mirrored
         {"&format=Mono8", "refused: ", 1, 1},
     };
     for (const auto& rRow : aRows) {
@@ -338,18 +339,22 @@ TEST_F(Command, ReferencesAreJudgedAgainstTheCamera) {
         EXPECT_EQ(Json.at("judgement").at("verdict") == "good", rRow.pSaid[0] == '\0');
         run(withForce(astrWords), rRow.iForcedExit, rRow.pSaid);
     }
-    const json other = run(withPair({"run", "-n", "2", "-d", "sim:8?width=64&height=48"}), 0,
+    run(withPair({"run", "-n", "2", "-d", "sim:7?width=32&height=40&offsetx=16&sensorwidth=96&sensorheight=48"}));
+    const json other = run(withPair({"run", "-n", "2", "-d", "sim:8?width=64&height=48&sensorwidth=96"}), 0,
                            "(serial number 7), this is simulated camera, seed 8 (serial number 8)");
     EXPECT_EQ(other.at("judgement").at("camera").at(0).at("id"), "other-camera");
-    run({"record", "light", "-d", "sim:8?width=64&height=48", "-n", "16", "-o", file("other.tif")});
+    run({"record", "light", "-d", "sim:8?width=64&height=48&sensorwidth=96", "-n", "16", "-o", file("other.tif")});
     const json pair = run({"check", file("dark.tif"), file("other.tif")});
     EXPECT_EQ(pair.at("pair").at("findings").at(0).at("id"), "other-camera");
     EXPECT_EQ(pair.at("light").at("camera").at("DeviceSerialNumber"), "8");
     EXPECT_EQ(pair.at("light").at("camera").at("Recorded").get<std::string>().size(), 20U);
+    run({"record", "light", "-d", "sim:8?width=64&height=48", "-n", "16", "-o", file("other.tif")});
+    run({"check", file("dark.tif"), file("other.tif")}, 1, "sensor of 64 x 48");
     // What the library writes by itself tells nothing of the camera.
     for (const char* pName : {"dark.tif", "light.tif"}) {
         XAPEL2::StandIn::ReferenceImage Image = XAPEL2::StandIn::readReferenceFile(file(pName));
         Image.strCamera.clear();
+        Image.geometry = {};
         XAPEL2::StandIn::writeReferenceFile(file(pName), Image);
     }
     run(withPair({"run", "-n", "2", "-d", strCamera + "&offsetx=16"}), 0, "note: Not compared");

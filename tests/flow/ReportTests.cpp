@@ -13,6 +13,7 @@
 
 #include "Program.h"
 #include "TemporaryFolder.h"
+#include "xapel2_standin/ReferenceFile.h"
 
 namespace fs = std::filesystem;
 using namespace XAPEL2::Test;
@@ -155,6 +156,12 @@ TEST_F(Report, TellsOfARefusalWhereThePairCanBeApplied) {
     recordPair(strDevice, 4);
     report("sim:3?width=32&height=48", 1, "32 x 48");
     EXPECT_FALSE(fs::exists(m_Folder / "report.html"));
+    // Files of older versions do not tell where on the sensor they lie.
+    for (const char* pName : {"dark.tif", "light.tif"}) {
+        XAPEL2::StandIn::ReferenceImage reference = XAPEL2::StandIn::readReferenceFile(m_Folder / pName);
+        reference.geometry = {};
+        XAPEL2::StandIn::writeReferenceFile(m_Folder / pName, reference);
+    }
     EXPECT_EQ(report(strDevice + "&offsetx=16", 1, "offset").at("verdict"), "refused");
     EXPECT_THAT(content(m_Folder / "report.html"), HasSubstr("The references are refused"));
     report(strDevice + "&offsetx=16", 0, "offset", "--force");

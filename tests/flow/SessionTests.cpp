@@ -120,7 +120,7 @@ TEST_F(Session, EachFrameTellsWhyItIsUntouched) {
     PairOptions dark;
     dark.strDark = m_folder / "dark.tif";
     applyPair(camera, dark);
-    camera.nodes().GetNode("Height")->SetInt(16);
+    camera.nodes().GetNode("PixelFormat")->SetValue("Mono10");
     Control::setBufferFaults([](uint64_t i) { return i % 2 == 0 ? Control::eGood : Control::eNoImage; });
     for (const bool bKeepRaw : {false, true}) {
         CCorrectedStream stream(camera, bKeepRaw);
@@ -129,7 +129,7 @@ TEST_F(Session, EachFrameTellsWhyItIsUntouched) {
             camera.giveBack(stream.next().hBuffer);
         }
         stream.stop();
-        EXPECT_THAT(stream.tally().mapUntouched, ElementsAre(Pair("a reference is applied for another size", 3U),
+        EXPECT_THAT(stream.tally().mapUntouched, ElementsAre(Pair("a reference is applied for another format", 3U),
                                                              Pair("incomplete, or without an image", 3U)));
     }
 }

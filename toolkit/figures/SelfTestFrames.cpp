@@ -43,7 +43,7 @@ SceneFrames selfTestFrames(const PairOptions& rPair, const StandIn::ReferenceIma
 
 JudgedPair judgeWithSelfTest(const PairOptions& rPair) {
     JudgedPair result = judge(rPair);
-    if (result.dark && result.light && result.dark->layout.hasSamplesLike(result.light->layout)) {
+    if (result.dark && result.light && isPair(*result.dark, *result.light)) {
         const double dSelfTest = selfTest(rPair.strDark, rPair.strLight, *result.dark, *result.light);
         result.pair = judgePair(*result.dark, *result.light, dSelfTest);
     }

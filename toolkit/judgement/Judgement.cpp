@@ -180,6 +180,11 @@ double selfTestLimit(const StandIn::ReferenceImage& rDark, const StandIn::Refere
     return SELF_TEST_MOST + std::min(dGain, GAIN_MOST) / 2.0;
 }
 
+std::string placeWords(const StandIn::ImageLayout& rLayout, const StandIn::ImageGeometry& rPlace) {
+    return StandIn::inWords(rPlace, rLayout.nWidth, rLayout.nHeight, rLayout.pFormat->isCfa()) + " of a sensor of " +
+           std::to_string(rPlace.x.nSensor) + " x " + std::to_string(rPlace.y.nSensor) + ", " + rLayout.pFormat->pName;
+}
+
 // False: a pair that cannot be compared has no further findings.
 bool judgeKinds(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight, Findings& rFindings) {
     if (rDark.eKind != StandIn::eReferenceDark || rLight.eKind != StandIn::eReferenceLight) {
@@ -193,6 +198,13 @@ bool judgeKinds(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceIm
             {eRefusal, bSize ? "other-size" : "other-format",
              "The dark reference is " + layoutText(rDark.layout) + ", the light one " + layoutText(rLight.layout) + ".",
              RECORD_AGAIN, true});
+    } else if (const std::string strObstacle = StandIn::placeObstacle(rDark, rLight.layout, rLight.geometry);
+               !strObstacle.empty()) {
+        rFindings.push_back({eRefusal, "other-place",
+                             "The dark reference does not serve the light one, as " + strObstacle +
+                                 ": the light one is " + placeWords(rLight.layout, rLight.geometry) +
+                                 ", the dark one " + placeWords(rDark.layout, rDark.geometry) + ".",
+                             RECORD_AGAIN, true});
     }
     return rFindings.empty();
 }
@@ -323,6 +335,11 @@ void compareSettings(const CameraSettings& rFirst, const CameraSettings& rSecond
 
 }  // namespace
 
+bool isPair(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight) {
+    Findings vecFindings;
+    return judgeKinds(rDark, rLight, vecFindings);
+}
+
 bool refused(const Findings& rFindings, bool bForce) {
     return std::any_of(rFindings.begin(), rFindings.end(),
                        [bForce](const Finding& r) { return r.eLevel == eRefusal && (!bForce || r.bFinal); });
@@ -425,15 +442,10 @@ bool comparePlaces(const std::string& strWhat, const StandIn::ReferenceImage& rR
     }
     const std::string strObstacle = StandIn::placeObstacle(rReference, rCamera, rPlace);
     if (!strObstacle.empty()) {
-        const auto fnWords = [](const StandIn::ImageLayout& r, const StandIn::ImageGeometry& rWhere) {
-            return StandIn::inWords(rWhere, r.nWidth, r.nHeight, r.pFormat->isCfa()) + " of a sensor of " +
-                   std::to_string(rWhere.x.nSensor) + " x " + std::to_string(rWhere.y.nSensor) + ", " +
-                   r.pFormat->pName;
-        };
         rFindings.push_back({eRefusal, "other-place",
                              capital(strWhat) + " does not serve the camera's image, as " + strObstacle +
-                                 ": the image is " + fnWords(rCamera, rPlace) + ", the reference " +
-                                 fnWords(rReference.layout, rReference.geometry) + ".",
+                                 ": the image is " + placeWords(rCamera, rPlace) + ", the reference " +
+                                 placeWords(rReference.layout, rReference.geometry) + ".",
                              strAdvice, true});
     }
     return true;

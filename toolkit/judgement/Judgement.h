@@ -83,6 +83,9 @@ struct PairJudgement {
 ReferenceJudgement judgeReference(const StandIn::ReferenceImage& rReference,
                                   const StandIn::ReferenceImage* pDark = nullptr);
 
+/// True for a dark and a light reference that can be applied together.
+bool isPair(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight);
+
 /// Judges whether the two belong together and what correction by them can reach. Does not repeat what
 /// judgeReference() says of each.
 /// @param[in] dSelfTestDn  what selfTest() yields; NaN: not done.

@@ -20,11 +20,6 @@ namespace Toolkit {
 
 namespace {
 
-bool isPair(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight) {
-    return rDark.eKind == StandIn::eReferenceDark && rLight.eKind == StandIn::eReferenceLight &&
-           rDark.layout.hasSamplesLike(rLight.layout);
-}
-
 void listDefects(std::ostream& rOut, const ReferenceFigures& rFigures) {
     const std::vector<std::string> vecNames = colourClassNames(*rFigures.layout.pFormat);
     for (const Defect& rDefect : rFigures.vecDefects) {
