@@ -355,7 +355,12 @@ TEST_F(PlacedProcessor, WhatCannotBeDerivedIsLeftUntouchedAndTracedOnce) {
         EXPECT_EQ(traces(rCase.pTrace), 1U) << rCase.pTrace;
     }
     EXPECT_EQ(traces("; reference: window 16 x 4 at 4, 0 of a sensor of 32 x 4"), 3U) << "with the numbers";
-    EXPECT_NE(command(eCommandApply, 0, 8), 0) << "the present place has no table";
+    // An apply needs no present place: each image tells its own.
+    EXPECT_EQ(command(eCommandApply, 0, 8), 0);
+    EXPECT_EQ(command(eCommandProcess, 100, 8), 1);
+    EXPECT_NE(command(eCommandApply, 0, 17), 0) << "a size that does not fit";
+    m_places.place = {};
+    EXPECT_EQ(command(eCommandProcess, 100), 0) << "the size of the reference, and nobody knows where";
 }
 
 TEST_F(PlacedProcessor, UnknownPlacesTakeTheReferenceAsItIs) {
