@@ -32,6 +32,7 @@ struct GeometryAxis {
     eBinningMode eMode = eBinningUnknown;  ///< of no meaning where nothing is binned
     bool bReverse = false;                 ///< mirrored
 
+    /// Alike in all of it.
     bool operator==(const GeometryAxis& r) const {
         return nSensor == r.nSensor && nOffset == r.nOffset && nBinning == r.nBinning && eMode == r.eMode &&
                bReverse == r.bReverse;
@@ -50,8 +51,9 @@ struct GeometryAxis {
     uint64_t unmirrored(uint64_t i, bool bCfa) const {
         return bReverse ? binned(bCfa) - 1 - (nOffset + i) : nOffset + i;
     }
-    /// First of the n pixels that make pixel u of a line that is binned by n, and how far it is from one to the next.
+    /// First of the n pixels that make pixel u of a line that is binned by n.
     static uint64_t firstOf(uint64_t u, uint64_t n, bool bCfa) { return bCfa ? u / 2 * 2 * n + u % 2 : u * n; }
+    /// How far it is from one of these to the next.
     static uint64_t stepOf(uint64_t n, bool bCfa) { return bCfa && n > 1 ? 2 : 1; }
 };
 
@@ -60,8 +62,11 @@ struct ImageGeometry {
     GeometryAxis x{};  ///< from left to right
     GeometryAxis y{};  ///< from top to bottom
 
+    /// True where the camera tells it.
     bool isKnown() const { return x.nSensor != 0 && y.nSensor != 0; }
+    /// Alike in both directions.
     bool operator==(const ImageGeometry& r) const { return x == r.x && y == r.y; }
+    /// Not alike.
     bool operator!=(const ImageGeometry& r) const { return !(*this == r); }
 
     /// True where an image of this size is all of the sensor.

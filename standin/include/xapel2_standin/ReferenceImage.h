@@ -92,17 +92,20 @@ enum eOutlier {
 
 /// Something that left the other frames of a recording.
 struct FrameOutlier {
-    eOutlier eWhat = eOutlierSamples;
-    uint64_t iFrame = 0;                               ///< number in the recording, from 1 on
-    uint64_t nX = 0, nY = 0, nWidth = 0, nHeight = 0;  ///< where, pixels; of a shape roughly; of a brightness all 0
-    uint64_t nSamples = 0;                             ///< of eOutlierSamples: how many
-    double dDeviation = 0.0;                           ///< from the other frames, mean, DN
-    bool bLeftOut = false;                             ///< it is not in the mean
+    eOutlier eWhat = eOutlierSamples;  ///< of this frame
+    uint64_t iFrame = 0;               ///< number in the recording, from 1 on
+    uint64_t nX = 0;                   ///< where it begins, pixels; of a shape roughly, of a brightness 0 like the next
+    uint64_t nY = 0;                   ///< the same
+    uint64_t nWidth = 0;               ///< how far it reaches, pixels
+    uint64_t nHeight = 0;              ///< the same
+    uint64_t nSamples = 0;             ///< of eOutlierSamples: how many
+    double dDeviation = 0.0;           ///< from the other frames, mean, DN
+    bool bLeftOut = false;             ///< it is not in the mean
 };
 
 /// What left the others in a recording. Nothing in one that is steady.
 struct RecordingOutliers {
-    static constexpr std::size_t PLACES_MAX = 16;
+    static constexpr std::size_t PLACES_MAX = 16;  ///< that are told one by one
 
     uint64_t nFrames = 0;                   ///< frames that left the others as a whole
     uint64_t nFramesLeftOut = 0;            ///< of these, not in the mean
@@ -110,6 +113,7 @@ struct RecordingOutliers {
     uint64_t nSamplesLeftOut = 0;           ///< of these, not in the mean
     std::vector<FrameOutlier> vecPlaces{};  ///< the gravest of them, frames first, PLACES_MAX at most
 
+    /// True of a steady recording.
     bool isEmpty() const { return nFrames == 0 && nSamples == 0; }
 };
 

@@ -47,7 +47,7 @@ class CMeasurement {
 public:
     CMeasurement(const std::vector<KernelVariant>& rVariants, const CorrectionTable& rTable, std::size_t nBlocks,
                  const std::function<uint64_t()>& fnNow)
-        : m_rVariants(rVariants), m_rTable(rTable), m_nBlocks(nBlocks), m_fnNow(fnNow), m_uBegin(fnNow()) {
+        : m_rVariants(rVariants), m_rTable(rTable), m_fnNow(fnNow), m_uBegin(fnNow()) {
         const TableLayout& rLayout = rTable.layout;
         const std::size_t nBytes = rLayout.imageBlockBytes();
         const std::size_t nOfSample = CKernelChoice::SAMPLE_BYTES / (rLayout.blockBytes() + nBytes);
@@ -139,7 +139,6 @@ private:
 
     const std::vector<KernelVariant>& m_rVariants;
     const CorrectionTable& m_rTable;
-    const std::size_t m_nBlocks;
     const std::function<uint64_t()>& m_fnNow;
     const uint64_t m_uBegin;
     std::size_t m_nPart = 0;   // blocks
