@@ -158,6 +158,10 @@ void CCommandLine::addOutput(CLI::App* pCommand, bool& rJson) {
 void CCommandLine::addDevicesAndRecord() {
     addOutput(addCommand("devices", "List what can be opened", [this] { return runDevices(m_devices); }),
               m_devices.bJson);
+    CLI::App* pSettings = addCommand("settings", "List what can be set on a camera, with limits",
+                                     [this] { return runSettings(m_settings); });
+    addDevice(pSettings, m_settings.strDevice)->required();
+    addOutput(pSettings, m_settings.bJson);
 
     CLI::App* pRecord = addCommand("record", "Record a dark or a light reference from a camera", [this] {
         m_record.bLight = m_strKind == "light";

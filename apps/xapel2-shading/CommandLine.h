@@ -18,6 +18,7 @@
 #include "commands/Report.h"
 #include "commands/Run.h"
 #include "commands/SetOutput.h"
+#include "commands/Settings.h"
 #include "demo/Demo.h"
 
 namespace XAPEL2 {
@@ -53,6 +54,7 @@ private:
 
     CLI::App m_cli;
     DevicesOptions m_devices;
+    SettingsOptions m_settings;
     RecordOptions m_record;
     CheckOptions m_check;
     RunOptions m_run;

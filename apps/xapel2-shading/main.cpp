@@ -43,7 +43,8 @@ int runCommand(CCommandLine& rLine, const std::vector<std::string>& rWords) {
             return eExitDone;
         }
         // What takes no frames can simply be killed.
-        if (rLine.command() != "check" && rLine.command() != "devices" && rLine.command() != "output") {
+        if (rLine.command() != "check" && rLine.command() != "devices" && rLine.command() != "settings" &&
+            rLine.command() != "output") {
             Interrupt::install();
         }
         return rLine.run();

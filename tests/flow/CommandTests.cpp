@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <map>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -207,6 +208,26 @@ TEST_F(Command, FoldersAndPatternsStandForTheirFiles) {
     fs::create_directory(file("empty"));
     run(withPair({"correct", "-o", file("none"), file("empty")}), 2, "has no image file");
     EXPECT_FALSE(fs::exists(file("none")));
+}
+
+TEST_F(Command, SettingsAreListedWithWhatTheyTake) {
+    const json listed = run({"settings", "-d", "sim:7?width=64&height=48&sensorwidth=96&exposure=1234"});
+    std::map<std::string, json> byName;
+    for (const json& rNode : listed.at("settings")) {
+        byName[rNode.at("name")] = rNode;
+    }
+    EXPECT_EQ(byName["ExposureTime"].at("value"), "1234");
+    EXPECT_EQ(byName["OffsetX"].at("max"), 32);
+    EXPECT_EQ(byName["Width"].at("min"), 1);
+    EXPECT_EQ(byName["StandInScene"].at("entries"), json({"Dark", "Light", "Scene"}));
+    EXPECT_THAT(byName["PixelFormat"].at("entries"), ::testing::Contains("BayerRG12p"));
+    EXPECT_EQ(byName["DeviceSerialNumber"].at("writable"), false);
+    EXPECT_EQ(byName["SensorWidth"].at("value"), "96");
+    const ProgramResult text = runProgram(XAPEL2_SHADING_PROGRAM, {"settings", "-d", "sim:7?width=64&height=48"});
+    EXPECT_THAT(text.strOut, HasSubstr("Width                   64                1 to 64\n"));
+    EXPECT_THAT(text.strOut, HasSubstr("DeviceSerialNumber      7                 read-only\n"));
+    run({"settings"}, 2, "--device is missing");
+    run({"settings", "-d", "nothing"}, 3, "nothing");
 }
 
 // What correction adds is told in milliseconds, and the slowest frames are not the median.

@@ -208,6 +208,7 @@ NodeSpec formatNode(CAravisCamera& rCamera) {
     spec.strName = "PixelFormat";
     spec.eKind = eEnumNode;
     spec.fnGetText = [&rCamera] { return rCamera.layout().strFormat; };
+    spec.fnEntries = [&rCamera] { return formatNames(rCamera.commonFormats()); };
     spec.fnSetText = [&rCamera](const char* pEntry) {
         return changeLayout(rCamera, [&](ArvCamera* p, GError** pp) {
             const auto vecCommon = rCamera.commonFormats();

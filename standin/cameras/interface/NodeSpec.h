@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "xapel2_standin/PixelFormat.h"
+
 namespace XAPEL2 {
 namespace StandIn {
 
@@ -21,14 +23,24 @@ enum eNodeResult { eNodeDone, eNodeInvalid, eNodeDenied };
 struct NodeSpec {
     std::string strName;
     eNodeKind eKind = eIntNode;
-    std::function<int64_t()> fnGetInt, fnMin, fnMax;    // integers
-    std::function<eNodeResult(int64_t)> fnSetInt;       // integers; checks the range
-    std::function<std::string()> fnGetText;             // texts and enumerations; integers whose text says more
-    std::function<eNodeResult(const char*)> fnSetText;  // as fnGetText; checks the entry
+    std::function<int64_t()> fnGetInt, fnMin, fnMax;      // integers
+    std::function<eNodeResult(int64_t)> fnSetInt;         // integers; checks the range
+    std::function<std::string()> fnGetText;               // texts and enumerations; integers whose text says more
+    std::function<eNodeResult(const char*)> fnSetText;    // as fnGetText; checks the entry
+    std::function<std::vector<std::string>()> fnEntries;  // enumerations; null: the owner does not tell
 };
 
 /// The nodes of one owner; fixed once the owner stands.
 using NodeTable = std::vector<NodeSpec>;
+
+/// Entries of a node PixelFormat.
+inline std::vector<std::string> formatNames(const std::vector<const PixelFormat*>& rFormats) {
+    std::vector<std::string> vecNames;
+    for (const PixelFormat* pFormat : rFormats) {
+        vecNames.emplace_back(pFormat->pName);
+    }
+    return vecNames;
+}
 
 }  // namespace StandIn
 }  // namespace XAPEL2

@@ -182,6 +182,7 @@ void CSourceCamera::addBinningMode(const char* pName, uint64_t& rSum) {
         std::lock_guard<std::mutex> lock(m_mtx);
         return std::string(BINNING_MODES[rSum]);
     };
+    spec.fnEntries = [] { return std::vector<std::string>(BINNING_MODES.begin(), BINNING_MODES.end()); };
     spec.fnSetText = [this, &rSum](const char* pEntry) {
         for (uint64_t i = 0; i < BINNING_MODES.size(); ++i) {
             if (std::strcmp(BINNING_MODES[i], pEntry) == 0) {
@@ -236,6 +237,7 @@ void CSourceCamera::addFormat() {
     spec.strName = "PixelFormat";
     spec.eKind = eEnumNode;
     spec.fnGetText = [this] { return std::string(settings().pFormat->pName); };
+    spec.fnEntries = [this] { return formatNames(m_vecFormats); };
     spec.fnSetText = [this](const char* pEntry) {
         for (const PixelFormat* pFormat : m_vecFormats) {
             if (std::strcmp(pFormat->pName, pEntry) == 0) {
@@ -269,6 +271,7 @@ void CSourceCamera::addScene() {
         std::lock_guard<std::mutex> lock(m_mtx);
         return std::string(SCENES[m_eScene]);
     };
+    scene.fnEntries = [] { return std::vector<std::string>(SCENES.begin(), SCENES.end()); };
     scene.fnSetText = [this](const char* pEntry) {
         for (std::size_t i = 0; i < SCENES.size(); ++i) {
             if (std::strcmp(SCENES[i], pEntry) == 0) {

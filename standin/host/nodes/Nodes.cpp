@@ -174,7 +174,38 @@ const CNodeMapShell& shellOf(const NodeMap& rMap) {
     return *static_cast<const CNodeMapShell*>(HostAccess::impl(rMap));
 }
 
+NodeInfo infoOf(const NodeSpec& rSpec) {
+    NodeInfo info;
+    info.strName = rSpec.strName;
+    info.bWritable = rSpec.fnSetInt != nullptr || rSpec.fnSetText != nullptr;
+    info.bNumber = rSpec.eKind == eIntNode;
+    try {
+        info.strValue = textOf(rSpec);
+        if (info.bNumber) {
+            info.iMin = rSpec.fnMin();
+            info.iMax = rSpec.fnMax();
+        }
+        if (rSpec.fnEntries) {
+            info.vecEntries = rSpec.fnEntries();
+        }
+    } catch (const std::runtime_error& rError) {
+        info.strValue.clear();
+        info.strError = rError.what();
+    }
+    return info;
+}
+
 }  // namespace
+
+std::vector<NodeInfo> describe(const NodeMap& rMap) {
+    std::vector<NodeInfo> vecInfos;
+    if (const std::shared_ptr<const NodeTable> pTable = shellOf(rMap).table()) {
+        for (const NodeSpec& rSpec : *pTable) {
+            vecInfos.push_back(infoOf(rSpec));
+        }
+    }
+    return vecInfos;
+}
 
 bool hasNode(const NodeMap& rMap, const char* pName) {
     return shellOf(rMap).find(pName) != nullptr;

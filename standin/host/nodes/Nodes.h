@@ -12,6 +12,7 @@
 
 #include "standin/cameras/interface/NodeSpec.h"
 #include "xapel2/XapelNodes.h"
+#include "xapel2_standin/Host.h"
 
 namespace XAPEL2 {
 namespace StandIn {
@@ -27,6 +28,8 @@ public:
 
     NodeMap* map() const { return m_pMap.get(); }
     bool isAlive() const { return !m_pTable.expired(); }
+    /// Null when there is no owner any more.
+    std::shared_ptr<const NodeTable> table() const { return m_pTable.lock(); }
     /// Null when there is no such node, or no owner any more.
     Node* find(const char* pName) const;
 
@@ -60,6 +63,8 @@ void setValue(const Node& rNode, const char* pValue);
 std::string getString(const Node& rNode);
 
 bool hasNode(const NodeMap& rMap, const char* pName);
+/// All of them, in the owner's order; none when the owner is gone.
+std::vector<NodeInfo> describe(const NodeMap& rMap);
 Node& nodeOf(const NodeMap& rMap, const char* pName);
 /// Throws Xapel_NotAvailableException.
 /// @param[in] pFunction  who looked for the node.

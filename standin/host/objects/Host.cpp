@@ -139,6 +139,11 @@ NodeMap* remoteNodes(Device* pShell) {
     return pDevice == nullptr ? nullptr : pDevice->nodes().map();
 }
 
+std::vector<NodeInfo> describeNodes(Device* pShell) {
+    const auto pDevice = Registry::findDevice(pShell);
+    return pDevice == nullptr ? std::vector<NodeInfo>() : describe(*pDevice->nodes().map());
+}
+
 DataStream* firstDataStream(Device* pShell) {
     const auto pDevice = Registry::findDevice(pShell);
     return pDevice == nullptr ? nullptr : pDevice->streams().front()->shell();

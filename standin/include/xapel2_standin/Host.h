@@ -114,6 +114,22 @@ XAPEL2_HOST_API int closeDevice(Device* pDevice);
 /// Xapel_ErrorException.
 XAPEL2_HOST_API NodeMap* remoteNodes(Device* pDevice);
 
+/// A node as it stands.
+struct NodeInfo {
+    std::string strName;                    ///< as GetNode takes it
+    std::string strValue;                   ///< as GetString gives it; empty where strError is not
+    bool bWritable = false;                 ///< it can be written, though perhaps not while the camera streams
+    bool bNumber = false;                   ///< it has limits
+    int64_t iMin = 0;                       ///< least value of a number, decimal ones rounded
+    int64_t iMax = 0;                       ///< greatest value of a number, decimal ones rounded
+    std::vector<std::string> vecEntries{};  ///< of an enumeration; empty where the camera does not tell
+    std::string strError{};                 ///< why it cannot be read; empty: it can
+};
+
+/// The remote nodes of the device one by one, in the camera's order. None when the device is not open. An access may
+/// take as long as with remoteNodes.
+XAPEL2_HOST_API std::vector<NodeInfo> describeNodes(Device* pDevice);
+
 /// The device's first data stream, null when the device is not open.
 XAPEL2_HOST_API DataStream* firstDataStream(Device* pDevice);
 
