@@ -70,7 +70,8 @@ void CReferenceRecorder::add(const ImageLayout& rLayout, const void* pImage) {
         CFrameGroup& rGroup = *m_vecGroups[i];
         const FrameView view = rGroup.compare(vecLook);
         if (hasBrightness(rGroup, view) && view.dOther <= SHAPE_OTHER) {
-            rGroup.add(m_nImages++, pImage, &view);
+            rGroup.add(m_nImages, pImage, &view);
+            ++m_nImages;
             return;
         }
         if (&rGroup == pMost) {
@@ -209,6 +210,11 @@ ReferenceImage CReferenceRecorder::reference(bool bKeepOutliers) const {
     for (FrameOutlier& rPlace : outlierPlaces(m_layout, rMost, samples)) {
         rPlace.bLeftOut = bSamplesOut;
         rOutliers.vecPlaces.push_back(rPlace);
+    }
+    // Shares of a frame that is brighter than the others may come out beyond what samples can have.
+    const double dFull = m_layout.pFormat->fullScale();
+    for (FrameOutlier& rPlace : rOutliers.vecPlaces) {
+        rPlace.dDeviation = std::clamp(rPlace.dDeviation, -dFull, dFull);
     }
     if (rOutliers.vecPlaces.size() > RecordingOutliers::PLACES_MAX) {
         rOutliers.vecPlaces.resize(RecordingOutliers::PLACES_MAX);

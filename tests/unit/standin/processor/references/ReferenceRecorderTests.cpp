@@ -13,6 +13,7 @@
 
 #include "Targets.h"
 #include "TestImages.h"
+#include "standin/processor/references/ReferenceDescription.h"
 
 namespace XAPEL2 {
 namespace StandIn {
@@ -163,6 +164,32 @@ TEST(ReferenceRecorder, NoiseIsThatOfASteadyLightWhateverTheLightDoes) {
             EXPECT_NEAR(reference.means.dLast / reference.means.dFirst - 1.0, dDrift, 0.0005);
         }
     }
+}
+
+// A spike to full scale in a frame that is brighter than the others once lay farther off than samples can, and the
+// recording could not be filed.
+TEST(ReferenceRecorder, OutliersLieWithinFullScale) {
+    const ImageLayout layout = layoutOf("Mono8", 128, 96);
+    std::size_t nTold = 0;
+    for (unsigned iSeed = 0; iSeed < 20; ++iSeed) {
+        std::mt19937 oRandom(iSeed);
+        CReferenceRecorder oRecorder(eReferenceLight);
+        std::vector<uint16_t> vecSamples(layout.samples());
+        for (unsigned n = 0; n < 10; ++n) {
+            const double dLight = 1.0 + 0.009 * static_cast<double>((n * 7 + iSeed) % 10) - 0.04;
+            std::normal_distribution<double> oNoise(100.0 * dLight, 2.0);
+            for (uint16_t& rSample : vecSamples) {
+                rSample = static_cast<uint16_t>(std::lround(oNoise(oRandom)));
+            }
+            vecSamples[777] = n == 9 ? 255 : 0;
+            vecSamples[5555] = n == 8 ? 0 : 254;
+            oRecorder.add(layout, pack(layout, vecSamples).data());
+        }
+        const ReferenceImage reference = oRecorder.reference();
+        nTold += reference.outliers.vecPlaces.size();
+        EXPECT_NO_THROW(makeDescription(reference)) << iSeed;
+    }
+    EXPECT_GE(nTold, 20U);
 }
 
 }  // namespace
