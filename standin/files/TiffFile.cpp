@@ -15,6 +15,7 @@ namespace StandIn {
 namespace {
 
 constexpr std::size_t PAGES_MAX = 10000;
+constexpr std::size_t BLOCKS_MAX = 1U << 22;  // strips or tiles of all pages, which may share one list
 
 void require(bool bFine, const std::string& strText) {
     if (!bFine) {
@@ -35,6 +36,10 @@ const PixelFormat* formatOfTags(const CTiffInput& rTiff) {
 
 uint64_t pixelBytes(const ImageFileLayout& rLayout) {
     return imageBytes(*rLayout.pFormat, 1, 1);
+}
+
+std::size_t blocks(const CTiffInput& rTiff) {
+    return TIFFIsTiled(rTiff.get()) != 0 ? TIFFNumberOfTiles(rTiff.get()) : TIFFNumberOfStrips(rTiff.get());
 }
 
 // Of the present page.
@@ -76,10 +81,13 @@ void refuseHiddenImages(const CTiffInput& rTiff) {
 ImageFileLayout layoutOf(CTiffInput& rTiff) {
     ImageFileLayout layout = pageLayout(rTiff);
     std::vector<uint64_t> vecPages = {rTiff.place()};
+    std::size_t nBlocks = blocks(rTiff);
     while (rTiff.nextPage()) {
         if (isSideImage(rTiff)) {
             continue;
         }
+        nBlocks += blocks(rTiff);
+        require(nBlocks <= BLOCKS_MAX, "more than " + std::to_string(BLOCKS_MAX) + " strips or tiles on its pages");
         require(vecPages.size() < PAGES_MAX, "more than " + std::to_string(PAGES_MAX) + " pages");
         const std::string strDifference = layoutDifference(layout, pageLayout(rTiff));
         require(strDifference.empty(),
