@@ -317,6 +317,8 @@ ImageGeometry CDescriptionReader::geometry(const ImageLayout& rLayout) const {
         axis.nSensor = fnNumber(rNames.pSensor, 1.0, SIDE_MAX);
         axis.nOffset = fnNumber(rNames.pOffset, 0.0, SIDE_MAX);
         axis.nBinning = fnNumber(rNames.pBinning, 1.0, BINNING_MAX);
+        require(m_geometryTexts.count(rNames.pReverse) == 0 && m_geometryNumbers.count(rNames.pMode) == 0,
+                "a member of the geometry has a wrong type");
         const bool bMirror = m_geometryNumbers.count(rNames.pReverse) != 0;
         axis.bReverse = bMirror && fnNumber(rNames.pReverse, 0.0, 1.0) != 0;
         const auto iMode = m_geometryTexts.find(rNames.pMode);

@@ -117,23 +117,26 @@ TEST(ReferenceFile, GeometryIsCheckedMemberByMember) {
         return parseDescription((strBefore + strGeometry + "}").c_str(), 8, 8).geometry;
     };
     EXPECT_EQ(fnParse(strGood), (ImageGeometry{{20, 4, 1, eBinningUnknown, false}, {20, 0, 2, eBinningSum, true}}));
-    const std::pair<const char*, const char*> CASES[] = {{"\"OffsetX\":4", "\"OffsetX\":13"},
-                                                         {"\"OffsetX\":4", "\"OffsetX\":-1"},
-                                                         {"\"OffsetX\":4", "\"OffsetX\":0.5"},
-                                                         {"\"OffsetX\":4", "\"OffsetX\":18446744073709551615"},
-                                                         {"\"OffsetX\":4", "\"OffsetX\":\"4\""},
-                                                         {"\"OffsetX\":4", "\"OffsetX\":null"},
-                                                         {"\"OffsetX\":4", "\"OffsetX\":[4]"},
-                                                         {"\"OffsetX\":4", "\"OffsetX\":{}"},
-                                                         {"\"OffsetX\":4,", ""},
-                                                         {"\"SensorWidth\":20", "\"SensorWidth\":0"},
-                                                         {"\"SensorWidth\":20", "\"SensorWidth\":11"},
-                                                         {"\"SensorWidth\":20", "\"SensorWidth\":32769"},
-                                                         {"\"SensorHeight\":20", "\"SensorHeight\":15"},
-                                                         {"\"BinningHorizontal\":1", "\"BinningHorizontal\":0"},
-                                                         {"\"BinningHorizontal\":1", "\"BinningHorizontal\":65"},
-                                                         {"\"Sum\"", "\"Most\""},
-                                                         {"\"ReverseY\":true", "\"ReverseY\":2"}};
+    const std::pair<const char*, const char*> CASES[] = {
+        {"\"OffsetX\":4", "\"OffsetX\":13"},
+        {"\"OffsetX\":4", "\"OffsetX\":-1"},
+        {"\"OffsetX\":4", "\"OffsetX\":0.5"},
+        {"\"OffsetX\":4", "\"OffsetX\":18446744073709551615"},
+        {"\"OffsetX\":4", "\"OffsetX\":\"4\""},
+        {"\"OffsetX\":4", "\"OffsetX\":null"},
+        {"\"OffsetX\":4", "\"OffsetX\":[4]"},
+        {"\"OffsetX\":4", "\"OffsetX\":{}"},
+        {"\"OffsetX\":4,", ""},
+        {"\"SensorWidth\":20", "\"SensorWidth\":0"},
+        {"\"SensorWidth\":20", "\"SensorWidth\":11"},
+        {"\"SensorWidth\":20", "\"SensorWidth\":32769"},
+        {"\"SensorHeight\":20", "\"SensorHeight\":15"},
+        {"\"BinningHorizontal\":1", "\"BinningHorizontal\":0"},
+        {"\"BinningHorizontal\":1", "\"BinningHorizontal\":65"},
+        {"\"Sum\"", "\"Most\""},
+        {"\"ReverseY\":true", "\"ReverseY\":2"},
+        {"\"ReverseY\":true", "\"ReverseY\":\"true\""},
+        {"\"BinningVerticalMode\":\"Sum\"", "\"BinningVerticalMode\":1"}};
     for (const auto& [pOld, pNew] : CASES) {
         std::string strBad = strGood;
         strBad.replace(strBad.find(pOld), std::string(pOld).size(), pNew);
