@@ -27,20 +27,29 @@ void limitDark(const PixelFormat& rFormat, std::vector<float>& rSamples) {
 }  // namespace
 
 CAppliedReferences::CAppliedReferences(const ReferencePair& rPair) : m_pair(rPair) {
-    m_bPlaced = true;
     for (const eReferenceKind eKind : KINDS) {
-        m_bPlaced = m_bPlaced && (!m_pair[eKind] || m_pair[eKind]->geometry.isKnown());
+        const bool bKnown = m_pair[eKind] && m_pair[eKind]->geometry.isKnown();
+        m_bPlaced = m_bPlaced || bKnown;
+        m_bHalfPlaced = m_bHalfPlaced || (m_pair[eKind] && !bKnown);
+        m_aPlaces[eKind] = bKnown ? m_pair[eKind]->geometry : ImageGeometry{};
     }
+    m_bHalfPlaced = m_bHalfPlaced && m_bPlaced;
     const auto& rpDark = m_pair[eReferenceDark];
     const auto& rpLight = m_pair[eReferenceLight];
     if (!rpDark || !rpLight) {
         return;
     }
     if (!hasSamplesLike(*rpLight->layout.pFormat) || rpDark->isLine() != rpLight->isLine() ||
-        (!m_bPlaced && !rpDark->layout.hasSamplesLike(rpLight->layout))) {
+        ((!m_bPlaced || m_bHalfPlaced) && !rpDark->layout.hasSamplesLike(rpLight->layout))) {
         throw CUnfitPair("the dark reference has another format or size than the light one");
     }
-    const ePlaceObstacle eWhy = obstacle(rpLight->layout, rpLight->geometry);
+    // One of an older file goes with the other one, but for images of that very place alone.
+    for (const eReferenceKind eKind : KINDS) {
+        if (m_bHalfPlaced && !m_aPlaces[eKind].isKnown()) {
+            m_aPlaces[eKind] = m_aPlaces[eKind == eReferenceDark ? eReferenceLight : eReferenceDark];
+        }
+    }
+    const ePlaceObstacle eWhy = obstacle(rpLight->layout, m_aPlaces[eReferenceLight]);
     if (eWhy != eNoObstacle) {
         throw CUnfitPair(std::string("the dark reference does not fit the light one: as an image, ") +
                          PLACE_OBSTACLES[eWhy]);
@@ -77,7 +86,7 @@ void CAppliedReferences::setTargets() {
     if (m_pair[eReferenceDark]) {
         pDark = &samplesOf(eReferenceDark);
         if (m_bPlaced) {
-            const CDerivation way = derivation(eReferenceDark, rpLight->layout, rpLight->geometry);
+            const CDerivation way = derivation(eReferenceDark, rpLight->layout, m_aPlaces[eReferenceLight]);
             if (!way.isSame()) {
                 way.samples(*pDark, vecDark);
                 pDark = &vecDark;
@@ -114,24 +123,25 @@ bool CAppliedReferences::takesSize(const ImageLayout& rLayout) const {
 bool CAppliedReferences::isWindow() const {
     const ReferenceImage& rMain = main();
     const bool bCfa = rMain.layout.pFormat->isCfa();
-    const uint64_t nHeight = rMain.isLine() ? rMain.geometry.y.binned(bCfa) : rMain.layout.nHeight;
-    return m_bPlaced && !rMain.geometry.isWhole(rMain.layout.nWidth, nHeight, bCfa);
+    const uint64_t nHeight = rMain.isLine() ? place().y.binned(bCfa) : rMain.layout.nHeight;
+    return m_bPlaced && !place().isWhole(rMain.layout.nWidth, nHeight, bCfa);
 }
 
 CDerivation CAppliedReferences::derivation(eReferenceKind eKind, const ImageLayout& rLayout,
                                            const ImageGeometry& rGeometry) const {
-    return {m_pair[eKind]->layout, m_pair[eKind]->geometry, rLayout, rGeometry};
+    return {m_pair[eKind]->layout, m_aPlaces[eKind], rLayout, rGeometry};
 }
 
 ePlaceObstacle CAppliedReferences::obstacle(const ImageLayout& rLayout, const ImageGeometry& rGeometry) const {
     if (!m_bPlaced) {
         return eNoObstacle;
     }
-    const ImageGeometry& rPlace = rGeometry.isKnown() ? rGeometry : main().geometry;
+    const ImageGeometry& rPlace = rGeometry.isKnown() ? rGeometry : place();
     ePlaceObstacle eWorst = eNoObstacle;
     for (const eReferenceKind eKind : KINDS) {
         if (m_pair[eKind] && eWorst == eNoObstacle) {
-            eWorst = derivation(eKind, rLayout, rPlace).obstacle();
+            const CDerivation way = derivation(eKind, rLayout, rPlace);
+            eWorst = way.obstacle() == eNoObstacle && m_bHalfPlaced && !way.isSame() ? eHalfPlaced : way.obstacle();
         }
     }
     return eWorst;
@@ -150,11 +160,9 @@ const CorrectionInUse* CAppliedReferences::find(const ImageLayout& rLayout, cons
 
 // Where all references are of one place, and the image is a part of it.
 bool CAppliedReferences::isPlainCrop(const ImageLayout& rLayout, const ImageGeometry& rGeometry) const {
-    const ReferenceImage& rMain = main();
-    return std::all_of(m_pair.begin(), m_pair.end(), [&](const auto& rpReference) {
-        return !rpReference ||
-               (rpReference->geometry == rMain.geometry && rpReference->layout.nWidth == rMain.layout.nWidth &&
-                CDerivation(rpReference->layout, rpReference->geometry, rLayout, rGeometry).isCrop());
+    return std::all_of(KINDS.begin(), KINDS.end(), [&](eReferenceKind eKind) {
+        return !m_pair[eKind] || (m_aPlaces[eKind] == place() && m_pair[eKind]->layout.nWidth == main().layout.nWidth &&
+                                  derivation(eKind, rLayout, rGeometry).isCrop());
     });
 }
 
@@ -198,7 +206,7 @@ void CAppliedReferences::derive(const ImageLayout& rLayout, const ImageGeometry&
 }
 
 const CorrectionInUse& CAppliedReferences::build(const ImageLayout& rLayout, const ImageGeometry& rGeometry) {
-    const ImageGeometry& rPlace = m_bPlaced && !rGeometry.isKnown() ? main().geometry : rGeometry;
+    const ImageGeometry& rPlace = m_bPlaced && !rGeometry.isKnown() ? place() : rGeometry;
     derive(rLayout, rPlace);
     const Derived& rDerived = m_derived;
     CorrectionOutput out = output();

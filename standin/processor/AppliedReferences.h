@@ -42,7 +42,8 @@ public:
         using std::runtime_error::runtime_error;
     };
 
-    /// True where both tell where they lie. Where they do not, images are taken as they come.
+    /// True where a reference tells where it lies. Where none does, images are taken as they come; where one of two
+    /// does, those that lie there.
     bool isPlaced() const { return m_bPlaced; }
     /// Whether the samples of the format are those of the references, whatever the colour phase.
     bool hasSamplesLike(const PixelFormat& rFormat) const;
@@ -90,9 +91,13 @@ private:
     void setTargets();
     void derive(const ImageLayout& rLayout, const ImageGeometry& rGeometry);
 
+    const ImageGeometry& place() const { return m_aPlaces[m_pair[eReferenceLight] ? eReferenceLight : eReferenceDark]; }
+
     const ReferencePair m_pair;
+    std::array<ImageGeometry, 2> m_aPlaces{};
     std::array<std::vector<float>, 2> m_aFiltered;  // empty: not filtered
     bool m_bPlaced = false;
+    bool m_bHalfPlaced = false;
     ClassTargets m_aTargets{};  // of the light reference
     Derived m_derived;          // of the image that was built for last; its memory is used again
     std::vector<Kept> m_vecKept;

@@ -49,7 +49,7 @@ enum eReason {
     eOtherThanRecording,
     eBusy,
     eMoved,  // the obstacles of ePlaceObstacle in their order, from the first that is one on
-    eGuessed = eMoved + eOtherFilterArray,
+    eGuessed = eMoved + eHalfPlaced,
 };
 
 const char* textOf(eReason eWhy) {
@@ -105,7 +105,7 @@ struct CShadingProcessor::Impl {
     int64_t end(const ShadingInputs& rInputs, ShadingAnswer& rAnswer);
 
     int64_t leaveUntouched(eReason eWhy, const ShadingInputs& rInputs, int64_t iStatus, ShadingAnswer& rAnswer,
-                           const std::string& strNumbers = {});
+                           const std::function<std::string()>& fnNumbers = nullptr);
     const CorrectionInUse* correctionFor(const ImageLayout& rLayout, const void* pImage, const ShadingInputs& rInputs,
                                          int64_t& rStatus, ShadingAnswer& rAnswer);
     ImageGeometry placeOf(const void* pImage) const;
@@ -157,13 +157,13 @@ void CShadingProcessor::Impl::emit(const std::string& strText) const noexcept {
 
 // The reason is told for each image, and traced once.
 int64_t CShadingProcessor::Impl::leaveUntouched(eReason eWhy, const ShadingInputs& rInputs, int64_t iStatus,
-                                                ShadingAnswer& rAnswer, const std::string& strNumbers) {
+                                                ShadingAnswer& rAnswer, const std::function<std::string()>& fnNumbers) {
     rAnswer.eOutcome = iStatus < 0 ? eRefused : eLeftUntouched;
     rAnswer.pReason = textOf(eWhy);
     if (firstTime(eWhy)) {
         m_strTrace = "image left untouched; " + std::string(textOf(eWhy)) + "; image " +
                      toText(rInputs.strPixelFormat, rInputs.iWidth, rInputs.iHeight) + ", " +
-                     std::to_string(rInputs.iBufferSize) + " bytes" + strNumbers;
+                     std::to_string(rInputs.iBufferSize) + " bytes" + (fnNumbers ? fnNumbers() : "");
     }
     return iStatus;
 }
@@ -246,7 +246,7 @@ const CorrectionInUse* CShadingProcessor::Impl::correctionFor(const ImageLayout&
     const ePlaceObstacle eWhy = rApplied.obstacle(rLayout, place);
     if (eWhy != eNoObstacle) {
         rStatus = leaveUntouched(static_cast<eReason>(eMoved + (eWhy - eOtherSensor)), rInputs, UNTOUCHED, rAnswer,
-                                 numbers(rApplied.main(), rLayout, place));
+                                 [&] { return numbers(rApplied.main(), rLayout, place); });
         return nullptr;
     }
     m_pInUse = nullptr;  // it may make way

@@ -204,6 +204,9 @@ void foldToLine(const std::string& strFile) {
     }
     reference.nImages *= reference.layout.nHeight;
     reference.layout.nHeight = 1;
+    if (reference.geometry.isKnown()) {
+        reference.geometry.y = {1, 0, 1, StandIn::eBinningUnknown, false};  // of a sensor of one line
+    }
     for (StandIn::FrameOutlier& rPlace : reference.outliers.vecPlaces) {
         rPlace.nY = 0;
         rPlace.nHeight = 1;

@@ -185,7 +185,9 @@ struct ReferenceImage {
     std::vector<uint8_t> vecDefects{};
 
     /// True for one of a line-scan camera, which applies to images of any height.
-    bool isLine() const { return layout.nHeight == 1 && !layout.pFormat->isCfa(); }
+    bool isLine() const {
+        return layout.nHeight == 1 && !layout.pFormat->isCfa() && (!geometry.isKnown() || geometry.y.nSensor == 1);
+    }
 
     /// Most pixels that a map may mark: 1 of 32, and always 64.
     static uint64_t defectsMax(const ImageLayout& rLayout) {

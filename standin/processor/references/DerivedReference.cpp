@@ -73,7 +73,7 @@ CDerivation::CDerivation(const ImageLayout& rReference, const ImageGeometry& rFr
 
 void CDerivation::examine(const ImageLayout& rReference, const ImageGeometry& rFrom, const ImageLayout& rImage,
                           const ImageGeometry& rTo) {
-    const bool bLine = rReference.nHeight == 1 && !m_bCfa;
+    const bool bLine = rReference.nHeight == 1 && !m_bCfa && rFrom.y.nSensor == 1;
     if (rFrom.x.nSensor != rTo.x.nSensor || (!bLine && rFrom.y.nSensor != rTo.y.nSensor)) {
         m_eObstacle = eOtherSensor;
         return;

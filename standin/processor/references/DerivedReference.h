@@ -21,14 +21,16 @@ enum ePlaceObstacle {
     eOtherBinning,     ///< it is binned by a number that is no multiple of the reference's
     eUnknownMode,      ///< nobody knows what binning makes of the pixels
     eOutside,          ///< it lies partly outside the reference, or outside the sensor
-    eOtherFilterArray  ///< the sensor's colours do not lie as its format says
+    eOtherFilterArray,  ///< the sensor's colours do not lie as its format says
+    eHalfPlaced         ///< it does not lie where the one reference does that tells where it lies
 };
 constexpr const char* PLACE_OBSTACLES[] = {"",
                                            "it is of a sensor of another size than the reference",
                                            "its binning cannot be derived from that of the reference",
                                            "how its binned pixels are made is not known",
                                            "it lies partly outside the reference",
-                                           "its pixel format contradicts the colours of the reference there"};
+                                           "its pixel format contradicts the colours of the reference there",
+                                           "it lies elsewhere than the one reference that tells where it lies"};
 
 /// The way from the pixels of an image to those of a reference, both of known geometry and of like samples but for the
 /// colour phase. A line reference is the same in every row. @threads any, as plain data.

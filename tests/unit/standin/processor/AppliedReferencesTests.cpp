@@ -291,6 +291,49 @@ TEST(AppliedReferences, WhatCannotBeDerivedHasAReason) {
     EXPECT_EQ(summed.obstacle(reference.layout, finer), eOtherBinning);
 }
 
+// A dark reference of an older file beside a light one that tells its place: once every place was corrected alike.
+TEST(AppliedReferences, OneThatTellsNoPlaceGoesWithTheOtherOneThere) {
+    for (const bool bLightTells : {true, false}) {
+        auto pDark = std::make_shared<ReferenceImage>();
+        auto pLight = std::make_shared<ReferenceImage>();
+        pDark->layout = pLight->layout = layoutOf("Mono12", 16, 8);
+        pDark->vecSamples.assign(128, 10.0F);
+        pLight->vecSamples.assign(128, 1000.0F);
+        const ImageGeometry place = {{64, 8, 1, eBinningUnknown, false}, {48, 6, 1, eBinningUnknown, false}};
+        (bLightTells ? pLight : pDark)->geometry = place;
+        CAppliedReferences applied({pDark, pLight});
+        applied.prepare({});
+        ImageGeometry moved = place, mirrored = place;
+        moved.x.nOffset = 9;
+        mirrored.x.bReverse = true;
+        EXPECT_TRUE(applied.isPlaced());
+        EXPECT_TRUE(applied.isWindow());
+        EXPECT_EQ(applied.obstacle(pLight->layout, place), eNoObstacle);
+        EXPECT_EQ(applied.obstacle(pLight->layout, {}), eNoObstacle);
+        EXPECT_EQ(applied.obstacle(layoutOf("Mono12", 8, 8), place), eHalfPlaced);
+        EXPECT_NE(applied.obstacle(pLight->layout, moved), eNoObstacle);
+        EXPECT_NE(applied.obstacle(pLight->layout, mirrored), eNoObstacle);
+        pDark->layout = layoutOf("Mono12", 16, 4);
+        EXPECT_THROW(CAppliedReferences({pDark, pLight}), CAppliedReferences::CUnfitPair);
+    }
+}
+
+// One row of an area sensor is no line.
+TEST(AppliedReferences, ARowOfAnAreaSensorServesThatRow) {
+    auto pLight = std::make_shared<ReferenceImage>();
+    pLight->layout = layoutOf("Mono12", 16, 1);
+    pLight->vecSamples.assign(16, 1000.0F);
+    pLight->geometry = {{16, 0, 1, eBinningUnknown, false}, {48, 6, 1, eBinningUnknown, false}};
+    const CAppliedReferences row({nullptr, pLight});
+    ImageGeometry whole = pLight->geometry;
+    whole.y.nOffset = 0;
+    EXPECT_EQ(row.obstacle(layoutOf("Mono12", 16, 48), whole), eOutside);
+    EXPECT_EQ(row.obstacle(pLight->layout, pLight->geometry), eNoObstacle);
+    pLight->geometry.y = {1, 0, 1, eBinningUnknown, false};
+    const CAppliedReferences line({nullptr, pLight});
+    EXPECT_EQ(line.obstacle(layoutOf("Mono12", 16, 48), whole), eNoObstacle);
+}
+
 // Rows of a packed format begin within a byte where the width is odd.
 TEST(AppliedReferences, ALineServesEveryRow) {
     for (const char* pFormat : {"Mono8", "Mono12", "Mono10p", "Mono12p", "Mono12Packed", "RGB8"}) {
