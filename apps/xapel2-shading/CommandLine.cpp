@@ -292,7 +292,7 @@ void CCommandLine::addDemo() {
     CLI::App* pDemo = m_cli.add_subcommand(
         "demo", "Record a dark and a light reference, correct frames with them, and write both for comparison");
     pDemo->add_option("--frames", m_strFrames,
-                      "Folder of recorded frames dark_*, light_*, scene_* (PGM, PPM or TIFF) in place of the "
+                      "Folder of recorded frames dark_*, light_*, scene_* (PGM, PPM, TIFF or PNG) in place of the "
                       "simulated camera");
     const CLI::Option* pCamera = pDemo
                                      ->add_option("--camera", m_demo.strCamera,

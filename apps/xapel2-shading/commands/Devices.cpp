@@ -27,7 +27,7 @@ constexpr Form FORMS[] = {
     {"aravis:ID?ExposureTime=T&Gain=G",
      "GigE Vision or USB3 Vision camera, by its identifier or network address; also PixelFormat, Width, Height, "
      "OffsetX, OffsetY, BinningHorizontal, BinningVertical, ReverseX, ReverseY, AcquisitionFrameRate"},
-    {"replay:DIR", "recorded frames dark_*, light_*, scene_* (PGM, PPM or TIFF)"},
+    {"replay:DIR", "recorded frames dark_*, light_*, scene_* (PGM, PPM, TIFF or PNG)"},
     {"replay:DIR?format=F", "the same, where the files cannot tell their pixel format, such as BayerRG12"},
 };
 
