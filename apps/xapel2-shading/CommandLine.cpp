@@ -150,7 +150,7 @@ CLI::App* CCommandLine::addCommand(const char* pName, const char* pWhat, std::fu
 void CCommandLine::addOutput(CLI::App* pCommand, bool& rJson) {
     pCommand->add_flag("--json", rJson, "Print one JSON object on standard output, nothing else");
     pCommand->add_flag_callback(
-        "-q,--quiet", [] { setVerbosity(eQuiet); }, "Print nothing but warnings and errors");
+        "-q,--quiet", [] { setVerbosity(eQuiet); }, "Print nothing but warnings and errors, on standard error");
     pCommand->add_flag_callback(
         "-v,--verbose", [] { setVerbosity(eVerbose); }, "Print the notes of judgement, too");
 }

@@ -408,6 +408,26 @@ TEST_F(Command, SaturatedReferenceIsRefusedWithTheNumber) {
     FAIL() << "no exposure saturates";
 }
 
+// Once -q left a warning nowhere.
+TEST_F(Command, QuietLeavesWarningsOnStderr) {
+    const std::string strDim = "sim:7?width=64&height=48&exposure=300";
+    recordPair("sim:7?width=64&height=48");
+    run({"record", "light", "-d", strDim, "-n", "16", "-o", file("dim.tif")});
+    const Words aCases[] = {
+        {"record", "light", "-d", strDim, "-n", "16", "-o", file("again.tif")},
+        {"record", "light", "--from", file("dim.tif"), "--pixel-format", "Mono12", "-n", "16", "-o", file("own.tif")},
+        {"check", file("dark.tif"), file("dim.tif")}};
+    for (Words astrWords : aCases) {
+        const ProgramResult usual = runProgram(XAPEL2_SHADING_PROGRAM, astrWords);
+        EXPECT_THAT(usual.strErr, ::testing::Not(HasSubstr("warning: "))) << "standard output tells it";
+        astrWords.push_back("-q");
+        const ProgramResult quiet = runProgram(XAPEL2_SHADING_PROGRAM, astrWords);
+        EXPECT_EQ(quiet.iExit, 0);
+        EXPECT_EQ(quiet.strOut, "");
+        EXPECT_THAT(quiet.strErr, HasSubstr("warning: ")) << astrWords[0] << usual.strOut;
+    }
+}
+
 TEST_F(Command, FailureHasItsExitCodeAndSaysWhatToDo) {
     const std::string strCamera = "sim:7?width=32&height=32";
     recordPair(strCamera);

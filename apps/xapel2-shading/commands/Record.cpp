@@ -128,8 +128,9 @@ int importReference(const RecordOptions& rOptions) {
                   << App::describe(judgement);
     output.json()["file"] = rOptions.strFile;
     output.json()["judgement"] = toJson(judgement);
-    if (refused(judgement.vecFindings, rOptions.bForce)) {
-        warnAbout(judgement.vecFindings, eRefusal);
+    const bool bRefused = refused(judgement.vecFindings, rOptions.bForce);
+    warnBeside(judgement.vecFindings, bRefused);
+    if (bRefused) {
         return output.finish(eExitRefused);
     }
     try {
@@ -186,12 +187,9 @@ int runRecord(const RecordOptions& rOptions) {
     const ReferenceJudgement judgement = judgeReference(readReference(file.path()));
     describe(output, rOptions, result, judgement);
     const bool bRefused = refused(judgement.vecFindings, rOptions.bForce);
+    warnBeside(judgement.vecFindings, bRefused);
     if (bRefused) {
-        for (const Finding& rFinding : judgement.vecFindings) {
-            if (rFinding.eLevel == eRefusal) {
-                complain(rOptions.strFile + " is refused: " + rFinding.strText + " " + rFinding.strAdvice);
-            }
-        }
+        complain(rOptions.strFile + " is refused");
         if (file.replaces()) {
             complain(rOptions.strFile + " stays as it was; --force replaces it");
         }
