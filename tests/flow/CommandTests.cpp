@@ -156,10 +156,23 @@ TEST_F(Command, RawFramesPassThroughAPipe) {
                                                   {"--stream Mono9:66x34 -o -", 2},
                                                   {"-o -", 2},
                                                   {"-o - --json", 2},
-                                                  {"x.pgm --stream Mono12:66x34 -o -", 2}};
+                                                  {"x.pgm --stream Mono12:66x34 -o -", 2},
+                                                  {"--stream Mono12:66x34 --uncertainty -o -", 2},
+                                                  {"--stream Mono12:66x34 --format pgm -o -", 2},
+                                                  {"--stream Mono12:66x34 --overwrite -o -", 2}};
     for (const auto& [pWords, iExit] : aCases) {
         EXPECT_EQ(fnShell(pWords, " >" + file("out")).iExit, iExit) << pWords;
     }
+    const json told = json::parse(fnShell("--stream Mono12:66x34 --json -o " + file("again")).strOut);
+    for (const char* pMember : {"frames", "corrected", "written"}) {
+        EXPECT_EQ(told.value(pMember, 0), 9) << pMember;
+    }
+    EXPECT_EQ(told.value("untouched", json()), json::array());
+    EXPECT_EQ(told.value("/judgement/verdict"_json_pointer, ""), "good");
+    run(withPair({"correct", "--stream", "Mono12:66x34", "-o", file("files"), file("made/raw")}), 2, "--stream");
+    const ProgramResult empty = fnShell("--stream Mono12:66x34 -o " + file("none"), " </dev/null");
+    EXPECT_EQ(empty.iExit, 3);
+    EXPECT_THAT(empty.strErr, HasSubstr("standard input is empty"));
     // A closed input was waited for without end, and samples above full scale came out as saturated ones.
     EXPECT_THAT(fnShell("--stream Mono12:66x34 -o -", " <&- >" + file("out")).strErr, HasSubstr("cannot be read"));
     std::ofstream(file("high"), std::ios::binary) << std::string(2 * 66 * 34, '\x10');
@@ -503,6 +516,16 @@ TEST_F(Command, InterruptEndsInOrder) {
         {withPair({"run", "-d", strSlow}), SIGHUP, 0},
     };
     const std::string strBefore = content(file("dark.tif"));
+    // A pipe that stays open behind two frames.
+    CProgram pipe("/bin/bash", {"-c", "exec " XAPEL2_SHADING_PROGRAM " correct - --stream Mono12:32x32 --dark " +
+                                          file("dark.tif") + " --light " + file("light.tif") + " -o " + file("piped") +
+                                          " < <(head -c 4096 /dev/zero; exec sleep 60)"});
+    ASSERT_TRUE(XapelTest::eventually([&] { return fs::exists(file("piped/frame_000001.pgm")); }));
+    pipe.signal(SIGINT);
+    const ProgramResult piped = pipe.wait();
+    EXPECT_EQ(piped.iSignal, SIGINT);
+    EXPECT_THAT(piped.strOut, HasSubstr("2 corrected frames written to " + file("piped")));
+    fs::remove_all(file("piped"));
     for (const auto& rRow : aRows) {
         CProgram Program(XAPEL2_SHADING_PROGRAM, rRow.astrWords);
         ASSERT_TRUE(XapelTest::eventually([&] { return Program.out().find("from sim") != std::string::npos; }));
