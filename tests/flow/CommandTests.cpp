@@ -319,7 +319,12 @@ TEST_F(Command, MastersOfOtherProgramsBecomeReferences) {
         astrWords.insert(astrWords.end(), rMore.begin(), rMore.end());
         return astrWords;
     };
-    run(fnWith(astrFrom, {"--pixel-format", "Mono12", "-n", "16"}));
+    const json Json = run(fnWith(astrFrom, {"--pixel-format", "Mono12", "-n", "16"}));
+    EXPECT_EQ(Json.value("from", ""), file("light.tif"));
+    EXPECT_EQ(Json.value("kind", ""), "light");
+    EXPECT_EQ(Json.value("frames", 0), 16);
+    EXPECT_EQ(Json.value("saturatedShare", -1.0), 0.0);
+    EXPECT_EQ(Json.value("settingsFiled", true), false);
     const auto own = readReferenceFile(file("own.tif")), made = readReferenceFile(file("light.tif"));
     EXPECT_EQ(own.vecSamples, made.vecSamples);
     EXPECT_NEAR(own.dMean, made.dMean, 1e-3);
@@ -333,6 +338,10 @@ TEST_F(Command, MastersOfOtherProgramsBecomeReferences) {
     run(astrFrom, 2, "--pixel-format Mono12");
     run(fnWith(astrFrom, {"--pixel-format", "Mono9"}), 2, "no format Mono9");
     run(fnWith(astrFrom, {"--pixel-format", "Mono12", "-d", "sim"}), 2, "two sources");
+    for (const Words& rMore : {Words{"--line"}, Words{"--keep-outliers"}, Words{"--timeout", "10"}}) {
+        run(fnWith(astrFrom, fnWith({"--pixel-format", "Mono12"}, rMore)), 2, rMore[0]);
+    }
+    run({"record", "light", "-d", "sim", "--pixel-format", "Mono8", "-o", file("own.tif")}, 2, "--pixel-format");
     run(fnWith(astrFrom, {"--pixel-format", "RGB8"}), 3, "do not fit the pixel format");
     run(fnWith(astrFrom, {"--pixel-format", "Mono8"}), 3, "no number from 0 to full scale");
     run({"record", "light", "-o", file("own.tif")}, 2, "--from");

@@ -111,6 +111,9 @@ int importReference(const RecordOptions& rOptions) {
     if (!rOptions.strDevice.empty()) {
         throw CUsageError("--device and --from name two sources; record takes one of them");
     }
+    if (rOptions.bLine || rOptions.bKeepOutliers || rOptions.bTimeoutNamed) {
+        throw CUsageError("--line, --keep-outliers and --timeout go with a camera, not with --from");
+    }
     const StandIn::PixelFormat* const pFormat = StandIn::findPixelFormat(rOptions.strFormat);
     if (pFormat == nullptr) {
         throw CUsageError(rOptions.strFormat.empty()
@@ -126,7 +129,12 @@ int importReference(const RecordOptions& rOptions) {
     const ReferenceJudgement judgement = judgeReference(reference);
     output.text() << shown(rOptions.strFile) << ": " << verdict(judgement.vecFindings) << '\n'
                   << App::describe(judgement);
+    output.json()["from"] = rOptions.strFrom;
+    output.json()["kind"] = rOptions.bLight ? "light" : "dark";
     output.json()["file"] = rOptions.strFile;
+    output.json()["frames"] = rOptions.nFrames;
+    output.json()["saturatedShare"] = reference.dSaturatedShare;
+    output.json()["settingsFiled"] = false;
     output.json()["judgement"] = toJson(judgement);
     const bool bRefused = refused(judgement.vecFindings, rOptions.bForce);
     warnBeside(judgement.vecFindings, bRefused);
@@ -149,6 +157,9 @@ int runRecord(const RecordOptions& rOptions) {
     }
     if (rOptions.strDevice.empty()) {
         throw CUsageError("record: name a camera with --device, or a mean image with --from");
+    }
+    if (!rOptions.strFormat.empty()) {
+        throw CUsageError("--pixel-format goes with --from; a camera tells its format, or takes it behind its name");
     }
     COutput output("record", rOptions.bJson);
     CSourceFiles sources;
