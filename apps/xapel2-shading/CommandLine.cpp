@@ -150,7 +150,7 @@ CLI::App* CCommandLine::addCommand(const char* pName, const char* pWhat, std::fu
 void CCommandLine::addOutput(CLI::App* pCommand, bool& rJson) {
     pCommand->add_flag("--json", rJson, "Print one JSON object on standard output, nothing else");
     pCommand->add_flag_callback(
-        "-q,--quiet", [] { setVerbosity(eQuiet); }, "Print nothing but warnings and errors");
+        "-q,--quiet", [] { setVerbosity(eQuiet); }, "Print nothing but warnings and errors, on standard error");
     pCommand->add_flag_callback(
         "-v,--verbose", [] { setVerbosity(eVerbose); }, "Print the notes of judgement, too");
 }
@@ -165,6 +165,7 @@ void CCommandLine::addDevicesAndRecord() {
 
     CLI::App* pRecord = addCommand("record", "Record a dark or a light reference from a camera", [this] {
         m_record.bLight = m_strKind == "light";
+        m_record.bTimeoutNamed = m_cli.get_subcommand("record")->count("--timeout") != 0;
         return runRecord(m_record);
     });
     pRecord->add_option("KIND", m_strKind, "dark (lens covered) or light (an even, evenly lit target)")
@@ -225,7 +226,10 @@ void CCommandLine::addCorrect() {
         "correct",
         "Correct image files. Reading, correction and writing overlap; 4 frames are in memory at any time, and the "
         "references",
-        [this] { return runCorrect(m_correct); });
+        [this] {
+            m_correct.bFormatNamed = m_cli.get_subcommand("correct")->count("--format") != 0;
+            return runCorrect(m_correct);
+        });
     pCorrect
         ->add_option(
             "FILES", m_correct.vecFiles,

@@ -156,10 +156,23 @@ TEST_F(Command, RawFramesPassThroughAPipe) {
                                                   {"--stream Mono9:66x34 -o -", 2},
                                                   {"-o -", 2},
                                                   {"-o - --json", 2},
-                                                  {"x.pgm --stream Mono12:66x34 -o -", 2}};
+                                                  {"x.pgm --stream Mono12:66x34 -o -", 2},
+                                                  {"--stream Mono12:66x34 --uncertainty -o -", 2},
+                                                  {"--stream Mono12:66x34 --format pgm -o -", 2},
+                                                  {"--stream Mono12:66x34 --overwrite -o -", 2}};
     for (const auto& [pWords, iExit] : aCases) {
         EXPECT_EQ(fnShell(pWords, " >" + file("out")).iExit, iExit) << pWords;
     }
+    const json told = json::parse(fnShell("--stream Mono12:66x34 --json -o " + file("again")).strOut);
+    for (const char* pMember : {"frames", "corrected", "written"}) {
+        EXPECT_EQ(told.value(pMember, 0), 9) << pMember;
+    }
+    EXPECT_EQ(told.value("untouched", json()), json::array());
+    EXPECT_EQ(told.value("/judgement/verdict"_json_pointer, ""), "good");
+    run(withPair({"correct", "--stream", "Mono12:66x34", "-o", file("files"), file("made/raw")}), 2, "--stream");
+    const ProgramResult empty = fnShell("--stream Mono12:66x34 -o " + file("none"), " </dev/null");
+    EXPECT_EQ(empty.iExit, 3);
+    EXPECT_THAT(empty.strErr, HasSubstr("standard input is empty"));
     // A closed input was waited for without end, and samples above full scale came out as saturated ones.
     EXPECT_THAT(fnShell("--stream Mono12:66x34 -o -", " <&- >" + file("out")).strErr, HasSubstr("cannot be read"));
     std::ofstream(file("high"), std::ios::binary) << std::string(2 * 66 * 34, '\x10');
@@ -306,7 +319,12 @@ TEST_F(Command, MastersOfOtherProgramsBecomeReferences) {
         astrWords.insert(astrWords.end(), rMore.begin(), rMore.end());
         return astrWords;
     };
-    run(fnWith(astrFrom, {"--pixel-format", "Mono12", "-n", "16"}));
+    const json Json = run(fnWith(astrFrom, {"--pixel-format", "Mono12", "-n", "16"}));
+    EXPECT_EQ(Json.value("from", ""), file("light.tif"));
+    EXPECT_EQ(Json.value("kind", ""), "light");
+    EXPECT_EQ(Json.value("frames", 0), 16);
+    EXPECT_EQ(Json.value("saturatedShare", -1.0), 0.0);
+    EXPECT_EQ(Json.value("settingsFiled", true), false);
     const auto own = readReferenceFile(file("own.tif")), made = readReferenceFile(file("light.tif"));
     EXPECT_EQ(own.vecSamples, made.vecSamples);
     EXPECT_NEAR(own.dMean, made.dMean, 1e-3);
@@ -320,6 +338,10 @@ TEST_F(Command, MastersOfOtherProgramsBecomeReferences) {
     run(astrFrom, 2, "--pixel-format Mono12");
     run(fnWith(astrFrom, {"--pixel-format", "Mono9"}), 2, "no format Mono9");
     run(fnWith(astrFrom, {"--pixel-format", "Mono12", "-d", "sim"}), 2, "two sources");
+    for (const Words& rMore : {Words{"--line"}, Words{"--keep-outliers"}, Words{"--timeout", "10"}}) {
+        run(fnWith(astrFrom, fnWith({"--pixel-format", "Mono12"}, rMore)), 2, rMore[0]);
+    }
+    run({"record", "light", "-d", "sim", "--pixel-format", "Mono8", "-o", file("own.tif")}, 2, "--pixel-format");
     run(fnWith(astrFrom, {"--pixel-format", "RGB8"}), 3, "do not fit the pixel format");
     run(fnWith(astrFrom, {"--pixel-format", "Mono8"}), 3, "no number from 0 to full scale");
     run({"record", "light", "-o", file("own.tif")}, 2, "--from");
@@ -408,6 +430,26 @@ TEST_F(Command, SaturatedReferenceIsRefusedWithTheNumber) {
     FAIL() << "no exposure saturates";
 }
 
+// Once -q left a warning nowhere.
+TEST_F(Command, QuietLeavesWarningsOnStderr) {
+    const std::string strDim = "sim:7?width=64&height=48&exposure=300";
+    recordPair("sim:7?width=64&height=48");
+    run({"record", "light", "-d", strDim, "-n", "16", "-o", file("dim.tif")});
+    const Words aCases[] = {
+        {"record", "light", "-d", strDim, "-n", "16", "-o", file("again.tif")},
+        {"record", "light", "--from", file("dim.tif"), "--pixel-format", "Mono12", "-n", "16", "-o", file("own.tif")},
+        {"check", file("dark.tif"), file("dim.tif")}};
+    for (Words astrWords : aCases) {
+        const ProgramResult usual = runProgram(XAPEL2_SHADING_PROGRAM, astrWords);
+        EXPECT_THAT(usual.strErr, ::testing::Not(HasSubstr("warning: "))) << "standard output tells it";
+        astrWords.push_back("-q");
+        const ProgramResult quiet = runProgram(XAPEL2_SHADING_PROGRAM, astrWords);
+        EXPECT_EQ(quiet.iExit, 0);
+        EXPECT_EQ(quiet.strOut, "");
+        EXPECT_THAT(quiet.strErr, HasSubstr("warning: ")) << astrWords[0] << usual.strOut;
+    }
+}
+
 TEST_F(Command, FailureHasItsExitCodeAndSaysWhatToDo) {
     const std::string strCamera = "sim:7?width=32&height=32";
     recordPair(strCamera);
@@ -483,6 +525,16 @@ TEST_F(Command, InterruptEndsInOrder) {
         {withPair({"run", "-d", strSlow}), SIGHUP, 0},
     };
     const std::string strBefore = content(file("dark.tif"));
+    // A pipe that stays open behind two frames.
+    CProgram pipe("/bin/bash", {"-c", "exec " XAPEL2_SHADING_PROGRAM " correct - --stream Mono12:32x32 --dark " +
+                                          file("dark.tif") + " --light " + file("light.tif") + " -o " + file("piped") +
+                                          " < <(head -c 4096 /dev/zero; exec sleep 60)"});
+    ASSERT_TRUE(XapelTest::eventually([&] { return fs::exists(file("piped/frame_000001.pgm")); }));
+    pipe.signal(SIGINT);
+    const ProgramResult piped = pipe.wait();
+    EXPECT_EQ(piped.iSignal, SIGINT);
+    EXPECT_THAT(piped.strOut, HasSubstr("2 corrected frames written to " + file("piped")));
+    fs::remove_all(file("piped"));
     for (const auto& rRow : aRows) {
         CProgram Program(XAPEL2_SHADING_PROGRAM, rRow.astrWords);
         ASSERT_TRUE(XapelTest::eventually([&] { return Program.out().find("from sim") != std::string::npos; }));

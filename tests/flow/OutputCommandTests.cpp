@@ -2,6 +2,7 @@
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // The sub-command output from outside: which pixels it marks, lists, and reads back.
 
+#include <filesystem>
 #include <fstream>
 
 #include <gmock/gmock.h>
@@ -113,6 +114,32 @@ TEST_F(OutputCommand, ListsAreInCoordinatesOfTheSensor) {
         EXPECT_EQ(vecMap[i], bMarked ? XAPEL2::StandIn::eDefectByHand : 0) << nX << ' ' << nY;
     }
     EXPECT_EQ(output({"--pedestal", "0"}).at("written"), false) << "nothing has changed";
+}
+
+// Once a gain map could take the place of the reference that it was made of.
+TEST_F(OutputCommand, NothingIsWrittenOverWhatWasRead) {
+    const std::string strList = list("list.csv", "40,20\n");
+    std::filesystem::create_hard_link(file("light.tif"), file("link.tif"));
+    const Words vecRead = {file("light.tif"), file("dark.tif"), strList};
+    const auto fnContents = [&] {
+        Words vecContents;
+        for (const std::string& rFile : vecRead) {
+            vecContents.push_back(content(rFile));
+        }
+        return vecContents;
+    };
+    const Words vecBefore = fnContents();
+    for (const char* pOption : {"--gain", "--export"}) {
+        for (const std::string& rFile : {vecRead[0], vecRead[1], vecRead[2], file("link.tif")}) {
+            output({"--dark", file("dark.tif"), "--defects", strList, pOption, rFile}, 2, "is a source");
+            EXPECT_TRUE(fnContents() == vecBefore) << pOption << ' ' << rFile;
+        }
+    }
+    for (const std::string& rExport : {file("one.tif"), file("./one.tif")}) {
+        output({"--target", "max", "--gain", file("one.tif"), "--export", rExport}, 2, "name one file");
+        EXPECT_TRUE(fnContents() == vecBefore);
+        EXPECT_FALSE(std::filesystem::exists(file("one.tif")));
+    }
 }
 
 TEST_F(OutputCommand, WhatIsWrongIsRefusedAndChangesNothing) {

@@ -25,9 +25,7 @@ int runCheck(const CheckOptions& rOptions) {
     const bool bRefused = refused(vecAll, rOptions.bForce);
     output.text() << Toolkit::describe(check, rOptions.bList) << "\nVerdict: " << verdict(vecAll)
                   << (refused(vecAll) && !bRefused ? ", overridden" : "") << '\n';
-    if (bRefused) {
-        warnAbout(vecAll, eRefusal);
-    }
+    warnBeside(vecAll, bRefused);
     return output.finish(bRefused ? eExitRefused : eExitDone);
 }
 

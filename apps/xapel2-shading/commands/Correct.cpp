@@ -92,6 +92,9 @@ int runCorrect(const CorrectOptions& rGiven) {
     if (rGiven.strOut == PIPE || std::count(rGiven.vecFiles.begin(), rGiven.vecFiles.end(), PIPE) != 0) {
         return runCorrectPipe(rGiven);
     }
+    if (!rGiven.strStream.empty()) {
+        throw CUsageError("--stream tells what raw frames from standard input are; files tell it themselves");
+    }
     CorrectOptions options = rGiven;
     CSourceFiles references;
     references.add(options.pair.strDark);

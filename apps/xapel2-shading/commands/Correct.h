@@ -19,6 +19,7 @@ struct CorrectOptions {
     std::string strOut;                 ///< folder to write to
     std::string strFormat = "pgm";      ///< pgm (ppm for colour), tiff or png
     std::string strStream;              ///< FORMAT:WIDTHxHEIGHT of raw frames from standard input
+    bool bFormatNamed = false;          ///< strFormat was asked for
     bool bOverwrite = false;            ///< replace files that exist; never a source
     bool bUncertainty = false;          ///< write the standard deviation of each sample, too
     bool bForce = false;                ///< a refusal only warns

@@ -98,6 +98,29 @@ void writeFrame(const Buffer& rBuffer) {
     }
 }
 
+// What a pipe cannot do is refused, not left out.
+void requirePossible(const CorrectOptions& rOptions) {
+    const bool bToPipe = rOptions.strOut == PIPE;
+    if (rOptions.vecFiles != std::vector<std::string>{PIPE}) {
+        throw CUsageError("standard output takes what comes from standard input: give - in place of the files, too");
+    }
+    if (rOptions.strStream.empty()) {
+        throw CUsageError("raw frames do not tell what they are: say so, such as --stream Mono16:1920x1080");
+    }
+    if (rOptions.bUncertainty) {
+        throw CUsageError("--uncertainty goes with files, not with raw frames from standard input");
+    }
+    if (bToPipe && rOptions.bJson) {
+        throw CUsageError("standard output carries the frames; --json goes with a folder");
+    }
+    if (bToPipe && (rOptions.bFormatNamed || rOptions.bOverwrite)) {
+        throw CUsageError("standard output carries raw frames; --format and --overwrite go with a folder");
+    }
+    if (isatty(STDIN_FILENO) != 0 || (bToPipe && isatty(STDOUT_FILENO) != 0)) {
+        throw CUsageError("raw frames are nothing for a terminal; use correct - in a pipe");
+    }
+}
+
 /// The buffers that nobody works on.
 class CRing {
 public:
@@ -150,24 +173,34 @@ public:
         applyPair(m_session, rOptions.pair);
     }
 
-    /// Until the input ends. @return the number of frames.
-    uint64_t run() {
-        uint64_t nFrames = 0;
-        for (;; ++nFrames) {
+    /// Until the input ends. @return false when the user ended it; what was read whole by then is written.
+    bool run() {
+        bool bToItsEnd = true;
+        try {
+            readFrames();
+        } catch (const CInterruptedError&) {
+            bToItsEnd = false;
+        }
+        m_worker.finish();
+        return bToItsEnd;
+    }
+
+    uint64_t frames() const { return m_nFrames; }
+
+private:
+    void readFrames() {
+        for (;; ++m_nFrames) {
             Buffer& rBuffer = m_ring.take();
             if (!readFrame(rBuffer)) {
                 break;
             }
-            checkSamples(rBuffer, nFrames);
-            const std::filesystem::path file = m_writer ? m_writer->reserve(nameOf(nFrames), *m_layout.pFormat) : "";
+            checkSamples(rBuffer, m_nFrames);
+            const std::filesystem::path file = m_writer ? m_writer->reserve(nameOf(m_nFrames), *m_layout.pFormat) : "";
             m_worker.add([this, &rBuffer, file] { work(rBuffer, file); },
                          [this, &rBuffer] { m_ring.giveBack(rBuffer); });
         }
-        m_worker.finish();
-        return nFrames;
     }
 
-private:
     static std::string nameOf(uint64_t iFrame) {
         std::array<char, 40> acName{};
         std::snprintf(acName.data(), acName.size(), "frame_%06llu", static_cast<unsigned long long>(iFrame));
@@ -203,26 +236,31 @@ private:
     const std::string m_strMark;
     CSession m_session;
     std::optional<CFrameWriter> m_writer;
+    uint64_t m_nFrames = 0;
     CRing m_ring;
     CFrameWorkers m_worker{1};  // one: frames leave in their order. Last: its work is on the members above
 };
 
+// As of files; here no frame is left untouched: the first that cannot be corrected ends it.
+void describe(COutput& rOutput, uint64_t nFrames, const std::string& strFolder) {
+    rOutput.text() << counted(nFrames, "corrected frame");
+    if (nFrames != 0) {
+        rOutput.text() << " written to " << shown(strFolder);
+    }
+    rOutput.text() << '\n';
+    nlohmann::ordered_json& rJson = rOutput.json();
+    rJson["frames"] = nFrames;
+    rJson["corrected"] = nFrames;
+    rJson["untouched"] = nlohmann::ordered_json::array();
+    rJson["written"] = nFrames;
+    rJson["folder"] = strFolder;
+}
+
 }  // namespace
 
 int runCorrectPipe(const CorrectOptions& rOptions) {
-    if (rOptions.vecFiles != std::vector<std::string>{PIPE}) {
-        throw CUsageError("standard output takes what comes from standard input: give - in place of the files, too");
-    }
-    if (rOptions.strStream.empty()) {
-        throw CUsageError("raw frames do not tell what they are: say so, such as --stream Mono16:1920x1080");
-    }
+    requirePossible(rOptions);
     const bool bToPipe = rOptions.strOut == PIPE;
-    if (bToPipe && rOptions.bJson) {
-        throw CUsageError("standard output carries the frames; --json goes with a folder");
-    }
-    if (isatty(STDIN_FILENO) != 0 || (bToPipe && isatty(STDOUT_FILENO) != 0)) {
-        throw CUsageError("raw frames are nothing for a terminal; use correct - in a pipe");
-    }
     const StandIn::ImageLayout layout = parseStream(rOptions.strStream);
     std::optional<COutput> output;
     if (!bToPipe) {
@@ -235,16 +273,21 @@ int runCorrectPipe(const CorrectOptions& rOptions) {
     settings.nWidth = layout.nWidth;
     settings.nHeight = layout.nHeight;
     pair.compareWith(settings, true);
+    if (output) {
+        output->json()["judgement"] = toJson(pair);
+    }
     if (!isUsable(pair, rOptions.bForce)) {
         return fnFinish(eExitRefused);
     }
-    const uint64_t nFrames = CPipe(rOptions, layout, pair).run();
-    if (output) {
-        output->text() << counted(nFrames, "corrected frame") << " written to " << shown(rOptions.strOut) << '\n';
-        output->json()["written"] = nFrames;
-        output->json()["folder"] = rOptions.strOut;
+    CPipe pipe(rOptions, layout, pair);
+    const bool bToItsEnd = pipe.run();
+    if (bToItsEnd && pipe.frames() == 0) {
+        throw std::runtime_error("standard input is empty; does the program before the pipe write its frames there?");
     }
-    return fnFinish(eExitDone);
+    if (output) {
+        describe(*output, pipe.frames(), rOptions.strOut);
+    }
+    return fnFinish(bToItsEnd ? eExitDone : eExitInterrupted);
 }
 
 }  // namespace App

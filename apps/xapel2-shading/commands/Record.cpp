@@ -111,6 +111,9 @@ int importReference(const RecordOptions& rOptions) {
     if (!rOptions.strDevice.empty()) {
         throw CUsageError("--device and --from name two sources; record takes one of them");
     }
+    if (rOptions.bLine || rOptions.bKeepOutliers || rOptions.bTimeoutNamed) {
+        throw CUsageError("--line, --keep-outliers and --timeout go with a camera, not with --from");
+    }
     const StandIn::PixelFormat* const pFormat = StandIn::findPixelFormat(rOptions.strFormat);
     if (pFormat == nullptr) {
         throw CUsageError(rOptions.strFormat.empty()
@@ -126,10 +129,16 @@ int importReference(const RecordOptions& rOptions) {
     const ReferenceJudgement judgement = judgeReference(reference);
     output.text() << shown(rOptions.strFile) << ": " << verdict(judgement.vecFindings) << '\n'
                   << App::describe(judgement);
+    output.json()["from"] = rOptions.strFrom;
+    output.json()["kind"] = rOptions.bLight ? "light" : "dark";
     output.json()["file"] = rOptions.strFile;
+    output.json()["frames"] = rOptions.nFrames;
+    output.json()["saturatedShare"] = reference.dSaturatedShare;
+    output.json()["settingsFiled"] = false;
     output.json()["judgement"] = toJson(judgement);
-    if (refused(judgement.vecFindings, rOptions.bForce)) {
-        warnAbout(judgement.vecFindings, eRefusal);
+    const bool bRefused = refused(judgement.vecFindings, rOptions.bForce);
+    warnBeside(judgement.vecFindings, bRefused);
+    if (bRefused) {
         return output.finish(eExitRefused);
     }
     try {
@@ -148,6 +157,9 @@ int runRecord(const RecordOptions& rOptions) {
     }
     if (rOptions.strDevice.empty()) {
         throw CUsageError("record: name a camera with --device, or a mean image with --from");
+    }
+    if (!rOptions.strFormat.empty()) {
+        throw CUsageError("--pixel-format goes with --from; a camera tells its format, or takes it behind its name");
     }
     COutput output("record", rOptions.bJson);
     CSourceFiles sources;
@@ -186,12 +198,9 @@ int runRecord(const RecordOptions& rOptions) {
     const ReferenceJudgement judgement = judgeReference(readReference(file.path()));
     describe(output, rOptions, result, judgement);
     const bool bRefused = refused(judgement.vecFindings, rOptions.bForce);
+    warnBeside(judgement.vecFindings, bRefused);
     if (bRefused) {
-        for (const Finding& rFinding : judgement.vecFindings) {
-            if (rFinding.eLevel == eRefusal) {
-                complain(rOptions.strFile + " is refused: " + rFinding.strText + " " + rFinding.strAdvice);
-            }
-        }
+        complain(rOptions.strFile + " is refused");
         if (file.replaces()) {
             complain(rOptions.strFile + " stays as it was; --force replaces it");
         }

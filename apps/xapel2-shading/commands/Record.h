@@ -18,6 +18,7 @@ struct RecordOptions {
     uint64_t nFrames = 16;       ///< frames to average
     std::string strFile;         ///< reference file to write
     double dTimeoutS = 10.0;     ///< longest wait for a frame beyond its exposure, seconds
+    bool bTimeoutNamed = false;  ///< dTimeoutS was asked for
     bool bKeepOutliers = false;  ///< what left the other frames stays in the mean
     bool bLine = false;          ///< average over rows too, for line-scan cameras
     bool bForce = false;

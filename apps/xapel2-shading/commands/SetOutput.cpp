@@ -6,10 +6,12 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <filesystem>
 #include <optional>
 #include <ostream>
 #include <stdexcept>
 
+#include "commands/OutputFile.h"
 #include "standin/files/SafeFile.h"
 #include "terminal/Exit.h"
 #include "terminal/Output.h"
@@ -60,6 +62,33 @@ std::optional<StandIn::ReferenceImage> readDark(const SetOutputOptions& rOptions
     return dark;
 }
 
+bool namesList(const std::string& strDefects) {
+    return !strDefects.empty() && strDefects != "find" && strDefects != "none";
+}
+
+// Before the first file is written: what was read stays, and one output does not take the place of the other.
+void requireOutputs(const SetOutputOptions& rOptions) {
+    CSourceFiles sources;
+    sources.add(rOptions.strLight);
+    sources.add(rOptions.strDark);
+    if (namesList(rOptions.strDefects)) {
+        sources.add(rOptions.strDefects);
+    }
+    for (const std::string& rFile : {rOptions.strGain, rOptions.strExport}) {
+        if (!rFile.empty()) {
+            requireWritable(rFile, sources);
+        }
+    }
+    if (rOptions.strGain.empty() || rOptions.strExport.empty()) {
+        return;
+    }
+    std::error_code ignored;
+    if (std::filesystem::weakly_canonical(rOptions.strGain) == std::filesystem::weakly_canonical(rOptions.strExport) ||
+        std::filesystem::equivalent(rOptions.strGain, rOptions.strExport, ignored)) {
+        throw CUsageError("--gain and --export name one file, " + rOptions.strGain + "; give each its own");
+    }
+}
+
 /// Pixels of the list that lie beyond the image.
 uint64_t setDefects(const SetOutputOptions& rOptions, StandIn::ReferenceImage& rLight) {
     uint64_t nOutside = 0;
@@ -108,7 +137,9 @@ int runSetOutput(const SetOutputOptions& rOptions) {
         }
         light.output.dPedestal = rOptions.dPedestal;
     }
+    requireOutputs(rOptions);
     const uint64_t nOutside = setDefects(rOptions, light);
+    const auto dark = rOptions.strGain.empty() ? std::nullopt : readDark(rOptions, light);
     const bool bChanged = before.eTarget != light.output.eTarget || before.dTarget != light.output.dTarget ||
                           before.dPedestal != light.output.dPedestal || vecBefore != light.vecDefects;
     if (bChanged) {
@@ -122,7 +153,6 @@ int runSetOutput(const SetOutputOptions& rOptions) {
         StandIn::saveFile(rOptions.strExport, defectListText(rOptions.strExport, light));
     }
     if (!rOptions.strGain.empty()) {
-        const auto dark = readDark(rOptions, light);
         writeFloatImage(rOptions.strGain, light.layout, gainsOf(dark ? &*dark : nullptr, &light));
     }
     tellChange(output, "target", targetText(before), targetText(light.output));

@@ -27,6 +27,14 @@ void warnAbout(const Findings& rFindings, eSeverity eLeast) {
     }
 }
 
+void warnBeside(const Findings& rFindings, bool bRefused) {
+    if (verbosity() == eQuiet) {
+        warnAbout(rFindings);
+    } else if (bRefused) {
+        warnAbout(rFindings, eRefusal);
+    }
+}
+
 bool isUsable(const JudgedPair& rPair, bool bForce, bool bCanForce) {
     const Findings vecAll = rPair.findings();
     warnAbout(vecAll);

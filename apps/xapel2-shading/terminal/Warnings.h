@@ -14,6 +14,10 @@ namespace App {
 /// know more. With warnings also which settings could not be compared.
 void warnAbout(const Findings& rFindings, eSeverity eLeast = eWarning);
 
+/// Of a sub-command that tells findings on standard output: says on stderr those that lead to a refusal, and warnings,
+/// too, where the user wants it quiet and nothing tells them there.
+void warnBeside(const Findings& rFindings, bool bRefused);
+
 /// Says on stderr what warnAbout() says of all findings, and what to do when it refuses.
 /// @param[in] bCanForce  the sub-command has --force.
 /// @return false when it refuses; with bForce only what cannot be forced does.
