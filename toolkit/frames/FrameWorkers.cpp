@@ -17,12 +17,13 @@ constexpr unsigned THREADS_MAX = 4;
 CFrameWorkers::CFrameWorkers(unsigned nThreads) {
     const unsigned nWanted =
         nThreads != 0 ? nThreads : std::clamp(std::thread::hardware_concurrency(), 1U, THREADS_MAX);
+    m_vecThreads.reserve(nWanted);
     try {
         while (m_vecThreads.size() < nWanted) {
             m_vecThreads.emplace_back([this] { run(); });
         }
-    } catch (const std::system_error&) {
-        // One is slower, and enough.
+    } catch (const std::exception&) {
+        // One is slower, and enough. What leaves here would end the program where a thread runs already.
         if (m_vecThreads.empty()) {
             throw;
         }

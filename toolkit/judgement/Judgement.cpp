@@ -252,6 +252,20 @@ void predictResidual(const StandIn::ReferenceImage& rDark, const StandIn::Refere
     }
 }
 
+bool isGain(double dGain) {
+    return std::isfinite(dGain) && dGain > 0.0;
+}
+
+/// @param[in] rFigures  what the pair alone tells, which stands in for a gain that no level tells.
+std::vector<double> withOwnGains(std::vector<double> vecGains, const PairFigures& rFigures) {
+    for (std::size_t i = 0; i < vecGains.size(); ++i) {
+        if (!isGain(vecGains[i])) {
+            vecGains[i] = i < rFigures.noise.size() ? rFigures.noise[i].dGain : rFigures.dGain;
+        }
+    }
+    return vecGains;
+}
+
 void judgeNoiseOfPair(const PairFigures& rFigures, const MeanImage& rLight, Findings& rFindings) {
     constexpr double FRAMES_MOST = 1000.0;
     if (std::isnan(rFigures.dGain)) {
@@ -395,8 +409,13 @@ PairJudgement judgePair(const StandIn::ReferenceImage& rDark, const StandIn::Ref
     }
     PairFigures& rFigures = result.figures;
     const MeanImage dark = meanOf(rDark), light = meanOf(rLight);
-    rFigures.dGain = rGains.empty() ? photonTransferGain(dark, light) : meanOf(rGains);
-    rFigures.noise = rGains.empty() ? sensorNoise(rDark, rLight) : sensorNoise(rDark, rGains);
+    rFigures.dGain = photonTransferGain(dark, light);
+    rFigures.noise = sensorNoise(rDark, rLight);
+    if (std::any_of(rGains.begin(), rGains.end(), isGain)) {
+        const std::vector<double> vecGains = withOwnGains(rGains, rFigures);
+        rFigures.dGain = meanOf(vecGains);
+        rFigures.noise = sensorNoise(rDark, vecGains);
+    }
     rFigures.dElectrons = (meanOfSamples(rLight.vecSamples) - meanOfSamples(rDark.vecSamples)) / rFigures.dGain;
     predictResidual(rDark, rLight, rFigures);
     rFigures.dSelfTestDn = dSelfTestDn;

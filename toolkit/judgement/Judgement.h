@@ -89,7 +89,8 @@ bool isPair(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage&
 /// Judges whether the two belong together and what correction by them can reach. Does not repeat what
 /// judgeReference() says of each.
 /// @param[in] dSelfTestDn  what selfTest() yields; NaN: not done.
-/// @param[in] rGains       K of each class, DN per electron, from several levels (PhotonTransfer.h); empty: from the
+/// @param[in] rGains       K of each class, DN per electron, from several levels (PhotonTransfer.h); empty or NaN: from
+/// the
 ///                         pair.
 PairJudgement judgePair(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight,
                         double dSelfTestDn = std::numeric_limits<double>::quiet_NaN(),

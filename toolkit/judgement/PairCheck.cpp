@@ -51,9 +51,10 @@ nlohmann::ordered_json toJson(const std::string& strFile, const ReferenceJudgeme
     return json;
 }
 
-PhotonTransfer transferOf(const std::vector<std::string>& rLevels, const StandIn::ReferenceImage& rDark) {
+PhotonTransfer transferOf(const std::vector<std::string>& rLevels, const StandIn::ReferenceImage& rDark,
+                          const std::string& strDark) {
     try {
-        return photonTransfer(readLevels(rLevels, rDark));
+        return photonTransfer(readLevels(rLevels, rDark, strDark));
     } catch (const std::invalid_argument& rError) {
         throw std::runtime_error(rError.what());
     }
@@ -91,7 +92,7 @@ PairCheck checkPair(const std::string& strDark, const std::string& strLight, con
     double dSelfTest = std::numeric_limits<double>::quiet_NaN();
     if (bPair) {
         dSelfTest = selfTest(strDark, strLight, dark, light);
-        result.transfer = transferOf(rLevels, dark);
+        result.transfer = transferOf(rLevels, dark, strDark);
     }
     result.pair = judgePair(dark, light, dSelfTest, gainsOf(result.transfer));
     if (bPair) {

@@ -11,9 +11,11 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "toolkit/frames/FileList.h"
 #include "toolkit/judgement/JudgedPair.h"
 #include "toolkit/judgement/SensorNoise.h"
 #include "toolkit/sessions/Session.h"
+#include "toolkit/text/Errors.h"
 #include "toolkit/text/Texts.h"
 #include "xapel2_standin/Host.h"
 
@@ -83,20 +85,16 @@ TransferLine lineOf(const std::vector<LightLevel>& rLevels, unsigned iClass) {
 
 /// Mean and noise of the image files of a folder.
 MeanImage meanOfFolder(const std::string& strFolder, const StandIn::PixelFormat& rFormat) {
-    std::vector<std::string> vecFiles;
-    for (const auto& rEntry : fs::directory_iterator(strFolder)) {
-        if (rEntry.is_regular_file() && rEntry.path().filename().string()[0] != '.') {
-            vecFiles.push_back(rEntry.path().string());
-        }
-    }
-    if (vecFiles.size() < 2) {
-        throw std::runtime_error(strFolder + ": a level takes two image files or more");
-    }
-    std::sort(vecFiles.begin(), vecFiles.end());
+    const std::vector<std::string> vecFiles = listFiles({strFolder}, {});
     CSession session("the files of " + strFolder, [&] { return StandIn::openFiles(vecFiles, rFormat.pName); });
     session.selectScene("Scene");
+    // A file may hold several.
+    const uint64_t nFrames = session.frameCount();
+    if (nFrames < 2) {
+        throw std::runtime_error(strFolder + ": a level takes two frames or more");
+    }
     std::optional<CFrameStack> stack;
-    for (uint64_t i = 0; i < vecFiles.size(); ++i) {
+    for (uint64_t i = 0; i < nFrames; ++i) {
         const Frame frame = session.fetchFrame(i);
         if (!stack) {
             stack.emplace(StandIn::ImageLayout{frame.pFormat, frame.nWidth, frame.nHeight});
@@ -109,6 +107,16 @@ MeanImage meanOfFolder(const std::string& strFolder, const StandIn::PixelFormat&
 double exposureOf(const StandIn::ReferenceImage& rReference) {
     const CameraSettings settings = cameraSettingsFromJson(rReference.strCamera);
     return settings.has("ExposureTime") ? settings.mapValues.at("ExposureTime") : UNKNOWN;
+}
+
+bool areSameExposure(double dFirst, double dSecond) {
+    return std::abs(dFirst - dSecond) <= SAME_EXPOSURE * dSecond;
+}
+
+/// False where one of the two is not known.
+bool isOfOtherExposure(const LightLevel& rLevel) {
+    return std::isfinite(rLevel.dExposure) && std::isfinite(rLevel.dDarkExposure) &&
+           !areSameExposure(rLevel.dDarkExposure, rLevel.dExposure);
 }
 
 }  // namespace
@@ -135,6 +143,10 @@ PhotonTransfer photonTransfer(const std::vector<LightLevel>& rLevels) {
             }
         }
         result.vecLevels.push_back(rLevel.strName);
+        result.vecDarks.push_back(rLevel.strDark);
+        if (isOfOtherExposure(rLevel)) {
+            result.vecOtherExposure.push_back(rLevel.strName);
+        }
     }
     for (unsigned i = 0; !rLevels.empty() && i < rLevels.front().light.layout.classes(); ++i) {
         result.vecClasses.push_back(lineOf(rLevels, i));
@@ -142,34 +154,39 @@ PhotonTransfer photonTransfer(const std::vector<LightLevel>& rLevels) {
     return result;
 }
 
-std::vector<LightLevel> readLevels(const std::vector<std::string>& rNames, const StandIn::ReferenceImage& rDark) {
+std::vector<LightLevel> readLevels(const std::vector<std::string>& rNames, const StandIn::ReferenceImage& rDark,
+                                   const std::string& strDark) {
     struct Dark {
+        std::string strName;
         double dExposure;
         MeanImage mean;
     };
     std::vector<Dark> vecDark;
     std::vector<LightLevel> vecLevels;
-    std::vector<double> vecExposures;
     for (const std::string& rName : rNames) {
         std::error_code ignored;
         if (fs::is_directory(rName, ignored)) {
             vecLevels.push_back({rName, meanOfFolder(rName, *rDark.layout.pFormat), {}});
-            vecExposures.push_back(UNKNOWN);
             continue;
         }
         const StandIn::ReferenceImage reference = readReference(rName);
         if (reference.eKind == StandIn::eReferenceDark) {
-            vecDark.push_back({exposureOf(reference), meanOf(reference)});
+            vecDark.push_back({rName, exposureOf(reference), meanOf(reference)});
         } else {
             vecLevels.push_back({rName, meanOf(reference), {}});
-            vecExposures.push_back(exposureOf(reference));
+            vecLevels.back().dExposure = exposureOf(reference);
         }
     }
-    for (std::size_t i = 0; i < vecLevels.size(); ++i) {
-        const auto itDark = std::find_if(vecDark.begin(), vecDark.end(), [&](const Dark& r) {
-            return std::abs(r.dExposure - vecExposures[i]) <= SAME_EXPOSURE * vecExposures[i];
-        });
-        vecLevels[i].dark = itDark != vecDark.end() ? itDark->mean : meanOf(rDark);
+    if (vecLevels.empty() && !rNames.empty()) {
+        throw CUsageError("the levels are dark references alone; name light ones, or folders of frames, with them");
+    }
+    for (LightLevel& rLevel : vecLevels) {
+        const auto itDark = std::find_if(vecDark.begin(), vecDark.end(),
+                                         [&](const Dark& r) { return areSameExposure(r.dExposure, rLevel.dExposure); });
+        const bool bOwn = itDark != vecDark.end();
+        rLevel.dark = bOwn ? itDark->mean : meanOf(rDark);
+        rLevel.strDark = bOwn ? itDark->strName : strDark;
+        rLevel.dDarkExposure = bOwn ? itDark->dExposure : exposureOf(rDark);
     }
     return vecLevels;
 }
@@ -180,13 +197,27 @@ Findings judgeLevels(const PhotonTransfer& rTransfer) {
         nLeast = std::min(nLeast, static_cast<std::size_t>(std::count_if(rLine.vecPoints.begin(), rLine.vecPoints.end(),
                                                                          [](const auto& r) { return r.bUsed; })));
     }
-    if (nLeast >= LEVELS_LEAST) {
-        return {};
+    Findings vecFindings;
+    const std::size_t nLevels = rTransfer.vecLevels.size();
+    if (nLeast < LEVELS_LEAST) {
+        const std::string strHow = nLeast == 0 ? (nLevels == 1 ? "The only level is not" : "No level is")
+                                   : nLeast == nLevels
+                                       ? "Only " + counted(nLeast, "level") + (nLeast == 1 ? " is" : " are")
+                                       : "Of " + counted(nLevels, "level") + " only " + std::to_string(nLeast) +
+                                             (nLeast == 1 ? " is" : " are");
+        vecFindings.push_back({eWarning, "few-levels", strHow + " above the dark and up to 70 % of saturation.",
+                               "Take five levels or more there."});
     }
-    return {{eWarning, "few-levels",
-             "Of " + counted(rTransfer.vecLevels.size(), "level") + " only " + std::to_string(nLeast) +
-                 (nLeast == 1 ? " is" : " are") + " above the dark and up to 70 % of saturation.",
-             "Take five levels or more there."}};
+    if (!rTransfer.vecOtherExposure.empty()) {
+        std::string strNames;
+        for (const std::string& rName : rTransfer.vecOtherExposure) {
+            strNames += (strNames.empty() ? "" : ", ") + rName;
+        }
+        vecFindings.push_back({eWarning, "other-exposure",
+                               "No dark reference of the same exposure time is given for " + strNames + ".",
+                               "Record one for each exposure time and name it with the levels."});
+    }
+    return vecFindings;
 }
 
 std::string describe(const PhotonTransfer& rTransfer, const StandIn::PixelFormat& rFormat) {
@@ -202,6 +233,9 @@ std::string describe(const PhotonTransfer& rTransfer, const StandIn::PixelFormat
                    std::to_string(nUsed) + " of " + counted(rLine.vecPoints.size(), "level") + ", saturation " +
                    fixed(rLine.dSaturation, 0) + " DN\n";
     }
+    for (std::size_t i = 0; i < rTransfer.vecLevels.size(); ++i) {
+        strText += "  level              " + rTransfer.vecLevels[i] + ", dark " + rTransfer.vecDarks[i] + "\n";
+    }
     return strText + describe(judgeLevels(rTransfer));
 }
 
@@ -216,6 +250,7 @@ nlohmann::ordered_json toJson(const PhotonTransfer& rTransfer, const StandIn::Pi
         for (std::size_t k = 0; k < rLine.vecPoints.size(); ++k) {
             const TransferPoint& rPoint = rLine.vecPoints[k];
             points.push_back({{"level", rTransfer.vecLevels[k]},
+                              {"dark", rTransfer.vecDarks[k]},
                               {"signal", rPoint.dSignal},
                               {"variance", rPoint.dVariance},
                               {"used", rPoint.bUsed}});

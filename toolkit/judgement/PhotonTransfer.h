@@ -4,6 +4,7 @@
 
 #pragma once
 
+#include <limits>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
@@ -18,6 +19,9 @@ namespace Toolkit {
 struct LightLevel {
     std::string strName;
     MeanImage light, dark;
+    std::string strDark{};                                            ///< names the dark one
+    double dExposure = std::numeric_limits<double>::quiet_NaN();      ///< of the light, us; NaN: not known
+    double dDarkExposure = std::numeric_limits<double>::quiet_NaN();  ///< the same of the dark one
 };
 
 /// A level as a class of samples sees it.
@@ -39,6 +43,8 @@ struct TransferLine {
 struct PhotonTransfer {
     std::vector<TransferLine> vecClasses;
     std::vector<std::string> vecLevels;
+    std::vector<std::string> vecDarks;          ///< the dark ones of the levels
+    std::vector<std::string> vecOtherExposure;  ///< levels whose dark one is known to be of another exposure
     /// Mean of the classes.
     double gain() const;
 };
@@ -50,19 +56,22 @@ struct PhotonTransfer {
 /// @throws std::invalid_argument  a level is of one frame, or of another layout than the first; names it.
 PhotonTransfer photonTransfer(const std::vector<LightLevel>& rLevels);
 
-/// Reads levels, each of them a light reference or a folder of two image files or more. Dark references among them go
-/// with the light ones of their exposure time, rDark with all others.
+/// Reads levels, each of them a light reference or a folder of image files, two frames or more. Dark references among
+/// them go with the light ones of their exposure time, rDark with all others.
+/// @param[in] strDark  names rDark.
+/// @throws CUsageError         a folder has no image file, or there are dark references alone.
 /// @throws std::runtime_error  names what cannot be used.
-std::vector<LightLevel> readLevels(const std::vector<std::string>& rNames, const StandIn::ReferenceImage& rDark);
+std::vector<LightLevel> readLevels(const std::vector<std::string>& rNames, const StandIn::ReferenceImage& rDark,
+                                   const std::string& strDark);
 
-/// What is to be said of the levels: "few-levels", a warning.
+/// What is to be said of the levels: "few-levels", "other-exposure", warnings.
 Findings judgeLevels(const PhotonTransfer& rTransfer);
 
 /// Lines for people, each ended.
 std::string describe(const PhotonTransfer& rTransfer, const StandIn::PixelFormat& rFormat);
 
 /// {"conversionGain", "classes": [{"class", "conversionGain", "conversionGainUncertainty", "saturation",
-/// "points": [{"level", "signal", "variance", "used"}]}], "findings"}
+/// "points": [{"level", "dark", "signal", "variance", "used"}]}], "findings"}
 nlohmann::ordered_json toJson(const PhotonTransfer& rTransfer, const StandIn::PixelFormat& rFormat);
 
 }  // namespace Toolkit

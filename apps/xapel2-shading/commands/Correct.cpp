@@ -117,6 +117,9 @@ int runCorrect(const CorrectOptions& rGiven) {
     if (!isUsable(pair, options.bForce) || !areUncorrected(options)) {
         return output.finish(eExitRefused);
     }
+    if (uncertainty) {
+        uncertainty->requireSize(session.width(), session.height());
+    }
     session.selectScene("Scene");
     const uint64_t nFrames = session.frameCount();
     applyPair(session, options.pair);

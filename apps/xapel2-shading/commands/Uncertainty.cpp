@@ -41,6 +41,8 @@ const JudgedPair& checked(const JudgedPair& rPair, const PairOptions& rOptions) 
 CUncertaintyWriter::CUncertaintyWriter(const JudgedPair& rPair, const PairOptions& rOptions,
                                        const std::string& strFolder, bool bOverwrite, const CSourceFiles& rSources)
     : m_noise(*checked(rPair, rOptions).dark, *rPair.light, rPair.pair->figures.noise),
+      m_nWidth(rPair.light->layout.nWidth),
+      m_nHeight(rPair.light->layout.nHeight),
       m_folder(strFolder),
       m_bOverwrite(bOverwrite),
       m_sources(rSources) {}
@@ -55,6 +57,14 @@ void CUncertaintyWriter::requireFree(const std::string& strName) const {
     std::error_code ignored;
     if (!m_bOverwrite && fs::exists(fs::symlink_status(file, ignored))) {
         throw CFileExistsError(file.string() + " exists");
+    }
+}
+
+void CUncertaintyWriter::requireSize(uint64_t nWidth, uint64_t nHeight) const {
+    if (nWidth != m_nWidth || nHeight != m_nHeight) {
+        const auto fnSize = [](uint64_t nX, uint64_t nY) { return std::to_string(nX) + " x " + std::to_string(nY); };
+        throw CUsageError("--uncertainty takes frames of the size of the references, " + fnSize(m_nWidth, m_nHeight) +
+                          (m_nHeight == 1 ? " (a line)" : "") + "; these are " + fnSize(nWidth, nHeight));
     }
 }
 

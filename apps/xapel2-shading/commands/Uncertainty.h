@@ -27,6 +27,10 @@ public:
     /// @throws CUsageError  a file is in the way of this frame's.
     void requireFree(const std::string& strName) const;
 
+    /// @throws CUsageError  frames of this size are not those that the references tell the noise of, such as those of
+    /// a line; before the first of them.
+    void requireSize(uint64_t nWidth, uint64_t nHeight) const;
+
     /// Makes the folder where it is missing. @throws std::runtime_error  names the file.
     void write(const Frame& rCorrected) const;
 
@@ -34,6 +38,7 @@ private:
     std::filesystem::path fileOf(const std::string& strName) const;
 
     CCorrectedNoise m_noise;
+    uint64_t m_nWidth, m_nHeight;  // of the references
     std::filesystem::path m_folder;
     bool m_bOverwrite;
     CSourceFiles m_sources;

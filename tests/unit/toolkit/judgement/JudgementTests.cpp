@@ -168,6 +168,11 @@ TEST(Judgement, TellsTheNumbers) {
     EXPECT_NEAR(Figures.dGain, 0.198, 1e-4);
     EXPECT_NEAR(Figures.dElectrons, 10101.0, 10.0);
     EXPECT_NEAR(Figures.dResidualPercent, 0.25, 2e-4);  // 20 DN / sqrt(16), of 2,000 DN
+    // Levels that tell no gain leave what the pair tells.
+    const double dNone = std::numeric_limits<double>::quiet_NaN();
+    EXPECT_EQ(judgePair(Dark, Light, dNone, {dNone}).figures.dGain, Figures.dGain);
+    EXPECT_EQ(judgePair(Dark, Light, dNone, {dNone}).figures.dResidualPercent, Figures.dResidualPercent);
+    EXPECT_EQ(judgePair(Dark, Light, dNone, {0.25}).figures.dGain, 0.25);
     Light.nImages = 1;
     EXPECT_THAT(describe(judgeReference(Light)), HasSubstr("temporal noise     unknown"));
     EXPECT_THAT(describe(judgePair(Dark, Light)), HasSubstr("conversion gain    unknown"));

@@ -12,7 +12,10 @@
 
 #include "Images.h"
 #include "TemporaryFolder.h"
+#include "standin/files/SafeFile.h"
+#include "standin/files/TiffOutput.h"
 #include "toolkit/frames/FrameFile.h"
+#include "toolkit/text/Errors.h"
 #include "xapel2_standin/ReferenceFile.h"
 
 using namespace XAPEL2;
@@ -74,6 +77,8 @@ TEST(PhotonTransfer, LineReachesTo70PercentOfSaturation) {
     vecLevels[1].light.vecClassVariance[0] = 9.0 + 120.0;
     EXPECT_NEAR(photonTransfer(vecLevels).vecClasses[0].dGain, 0.264, 1e-9);
     EXPECT_EQ(judgeLevels(photonTransfer(vecLevels)).front().strId, "few-levels");
+    EXPECT_THAT(judgeLevels(photonTransfer(levels({10.0, 20.0}))).front().strText, HasSubstr("Only 2 levels are"));
+    EXPECT_THAT(judgeLevels(photonTransfer(levels({0.0}))).front().strText, HasSubstr("The only level is not"));
     EXPECT_TRUE(judgeLevels(photonTransfer(levels({10.0, 20.0, 30.0, 40.0, 50.0}))).empty());
 }
 
@@ -125,11 +130,46 @@ TEST(PhotonTransfer, LevelsGoWithTheDarkOfTheirExposure) {
     fnWrite("d2", StandIn::eReferenceDark, 60.0, R"({"ExposureTime":2000})");
     const auto dark = fnWrite("d1", StandIn::eReferenceDark, 50.0, R"({"ExposureTime":1000})");
     const std::vector<LightLevel> vecLevels =
-        readLevels({folder / "l1", folder / "d2", folder / "l2", folder / "l3"}, dark);
+        readLevels({folder / "l1", folder / "d2", folder / "l2", folder / "l3"}, dark, "d1");
     ASSERT_EQ(vecLevels.size(), 3U);
+    const PhotonTransfer transfer = photonTransfer(vecLevels);
+    EXPECT_EQ(transfer.vecDarks, (std::vector<std::string>{"d1", folder / "d2", "d1"}));
+    EXPECT_TRUE(transfer.vecOtherExposure.empty());
+    // Without the second dark one the first stands in, and that is told.
+    const PhotonTransfer lacking =
+        photonTransfer(readLevels({folder / "l1", folder / "l2", folder / "l3"}, dark, "d1"));
+    EXPECT_EQ(lacking.vecOtherExposure, std::vector<std::string>{folder / "l2"});
+    EXPECT_EQ(judgeLevels(lacking).back().strId, "other-exposure");
+    EXPECT_THAT(describe(lacking, *dark.layout.pFormat), HasSubstr(folder / "l2" + ", dark d1\n"));
+    EXPECT_THROW(readLevels({folder / "d2"}, dark, "d1"), CUsageError);
     EXPECT_EQ(vecLevels[0].dark.vecSamples[0], 50.0F);
     EXPECT_EQ(vecLevels[1].dark.vecSamples[0], 60.0F);
     EXPECT_EQ(vecLevels[2].dark.vecSamples[0], 50.0F);
+}
+
+// Files of two pages each, beside one that is no image.
+TEST(PhotonTransfer, FolderGivesEveryPageOfItsImageFiles) {
+    const XAPEL2::Test::CTemporaryFolder folder;
+    const std::vector<uint16_t> vecPages[] = {std::vector<uint16_t>(64, 100), std::vector<uint16_t>(64, 104)};
+    StandIn::TiffImage image;
+    image.nWidth = image.nHeight = 8;
+    image.nBits = 16;
+    image.uLargest = 4095;
+    const auto fnWrite = [&](const std::string& strName) {
+        StandIn::CSafeFile file(folder / strName, StandIn::eSaveQuick);
+        StandIn::writeTiff(file.get(), {{image, vecPages[0].data()}, {image, vecPages[1].data()}});
+        file.finish();
+    };
+    StandIn::saveFile(folder / "LICENSE.txt", "no image");
+    const auto dark = makeReference(StandIn::eReferenceDark, {StandIn::findPixelFormat("Mono12"), 8, 8},
+                                    [](std::size_t) { return 50.0; });
+    for (const uint64_t nFrames : {2U, 4U}) {
+        fnWrite(std::to_string(nFrames) + ".tif");
+        const std::vector<LightLevel> vecRead = readLevels({std::string(folder / "")}, dark, "dark");
+        ASSERT_EQ(vecRead.size(), 1U);
+        EXPECT_EQ(vecRead[0].light.nFrames, nFrames);
+        EXPECT_EQ(vecRead[0].light.vecSamples[0], 102.0F);
+    }
 }
 
 // 100,000 samples of 8 frames at each of seven levels tell K to 0.1 %.
@@ -166,7 +206,7 @@ TEST(PhotonTransfer, SimulatedLevelsGiveTheGainOfTheModel) {
     dark.nImages = FRAMES;
     dark.vecSamples = vecLevels[4].dark.vecSamples;
     dark.dTemporalNoise = std::sqrt(vecLevels[4].dark.dTemporalVariance);
-    const std::vector<LightLevel> vecRead = readLevels({std::string(folder / "")}, dark);
+    const std::vector<LightLevel> vecRead = readLevels({std::string(folder / "")}, dark, "dark");
     ASSERT_EQ(vecRead.size(), 1U);
     EXPECT_EQ(vecRead[0].light.nFrames, FRAMES);
     EXPECT_EQ(vecRead[0].light.vecSamples, vecLevels[4].light.vecSamples);
