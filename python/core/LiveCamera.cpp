@@ -257,10 +257,12 @@ void CLiveCamera::stopCorrecting() {
 
 // The caller holds m_mtxShading.
 void CLiveCamera::restoreCorrection(CSession& rSession) {
+    const bool bWanted = m_bCorrecting.exchange(false);
     rSession.attempt("clearing the references", [&] { rSession.shading().ReferenceClear(); });
-    if (m_bCorrecting) {
+    if (bWanted) {
         Toolkit::applyPair(rSession, m_pair);
         rSession.attempt("switching correction on", [&] { rSession.shading().SetEnable(true); });
+        m_bCorrecting = true;
     }
 }
 
@@ -279,11 +281,19 @@ Toolkit::Recording CLiveCamera::record(bool bLight, uint64_t nFrames, const std:
     try {
         result = Toolkit::recordReference(*pSession, bLight, nFrames, strFile, progress);
     } catch (...) {
-        pSession->stop();
-        restoreCorrection(*pSession);
+        try {
+            pSession->stop();
+            restoreCorrection(*pSession);
+        } catch (const std::exception&) {
+            // Why the recording failed is told; whether frames are corrected, isCorrecting() tells.
+        }
         throw;
     }
-    restoreCorrection(*pSession);
+    try {
+        restoreCorrection(*pSession);
+    } catch (const std::exception&) {
+        // The recording is good; whether frames are corrected, isCorrecting() tells.
+    }
     return result;
 }
 

@@ -7,14 +7,13 @@ from __future__ import annotations
 import atexit
 import contextlib
 import os
-import tempfile
 import warnings
 import weakref
 from typing import Any, Callable, Iterator, Optional, Union
 
 from . import _core as core
 from ._core import Frame
-from ._reference import PathLike, Reference, as_files, read_reference
+from ._reference import OwnFolder, PathLike, Reference, as_files, read_reference
 
 #: Settings that cameras have, as far as ``dir(camera)`` shows them.
 SETTINGS = (
@@ -365,8 +364,11 @@ def record(
         raise ValueError(f"expected kind 'dark' or 'light', got {kind!r}")
     if frames < 1:
         raise ValueError(f"expected 1 frame or more, got {frames}")
-    with tempfile.TemporaryDirectory(prefix="xapel2-shading-") as folder:
+    correcting = camera.correcting
+    with OwnFolder() as folder:
         file = os.path.join(folder, "reference.tif")
         recording = camera._core.record(kind == "light", frames, file, progress)
         _warn(recording, frames)
+        if correcting and not camera.correcting:
+            warnings.warn("correction could not be switched on again; call correct()", stacklevel=2)
         return read_reference(file)

@@ -7,7 +7,9 @@ from __future__ import annotations
 import contextlib
 import json
 import os
+import shutil
 import tempfile
+import weakref
 from typing import Any, Iterator, Mapping, Optional, Union
 
 import numpy as np
@@ -140,6 +142,25 @@ def write_reference(file: PathLike, reference: Reference) -> None:
     reference._write(os.fspath(file))
 
 
+def _remove(folder: str, owner: int) -> None:
+    if os.getpid() == owner:
+        shutil.rmtree(folder, ignore_errors=True)
+
+
+class OwnFolder:
+    """A temporary folder, as a context; taken away by the process that made it, not by its forks."""
+
+    def __init__(self) -> None:
+        self._path = tempfile.mkdtemp(prefix="xapel2-shading-")
+        self._remove = weakref.finalize(self, _remove, self._path, os.getpid())
+
+    def __enter__(self) -> str:
+        return self._path
+
+    def __exit__(self, *details: object) -> None:
+        self._remove()
+
+
 @contextlib.contextmanager
 def as_files(
     dark: Union[PathLike, Reference, None], light: Union[PathLike, Reference, None]
@@ -149,7 +170,7 @@ def as_files(
         names = []
         for reference, name in ((dark, "dark.tif"), (light, "light.tif")):
             if isinstance(reference, Reference):
-                folder = stack.enter_context(tempfile.TemporaryDirectory(prefix="xapel2-shading-"))
+                folder = stack.enter_context(OwnFolder())
                 path = os.path.join(folder, name)
                 write_reference(path, reference)
                 names.append(path)

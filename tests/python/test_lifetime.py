@@ -63,6 +63,27 @@ if child == 0:
     sys.exit(7)
 assert os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]) == 7
 assert len([f.number for f in camera.frames(9)]) == 9; print('done')""",
+    "a fork leaves the references that correct": """
+camera.correct(light=xs.record(camera, 'light', 4))
+for end in ('camera.close()', 'sys.exit(7)'):
+    child = os.fork()
+    if child == 0:
+        exec(end)
+        sys.exit(7)
+    assert os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]) == 7
+xs.record(camera, 'light', 4)
+assert camera.correcting and [f.corrected for f in camera.frames(2)] == [True, True]; print('done')""",
+    "correction that cannot be restored": """
+import tempfile, warnings
+with tempfile.TemporaryDirectory() as folder:
+    name = os.path.join(folder, 'light.tif')
+    xs.write_reference(name, xs.record(camera, 'light', 4))
+    camera.correct(light=name)
+with warnings.catch_warnings(record=True) as told:
+    warnings.simplefilter('always')
+    assert xs.record(camera, 'light', 4).metadata['images'] == 4
+assert any('switched on again' in str(w.message) for w in told)
+assert not camera.correcting and [f.corrected for f in camera.frames(2)] == [False, False]; print('done')""",
     "fork while a thread fetches": """
 def loop():
     for frame in camera: pass
