@@ -158,6 +158,7 @@ TEST_F(OutputCommand, WhatIsWrongIsRefusedAndChangesNothing) {
         {{"--pedestal", "-1"}, 2, "--pedestal"},
         {{"--defects", "find", "--dark", file("light.tif")}, 2, "is no dark reference"},
         {{"--defects", file("missing.csv")}, 3, "missing.csv"},
+        {{"--defects", "finf"}, 3, "takes find, none or"},
         {{"--defects", list("words.csv", "x,y\n40,abc\n")}, 3, "words.csv"},
         {{"--defects", list("negative.csv", "-1,4\n")}, 3, "negative.csv"},
         {{"--defects", list("one.csv", "40\n")}, 3, "one.csv"},

@@ -22,6 +22,13 @@ namespace {
 
 using Files = std::vector<std::string>;
 
+// The program writes these beside corrected frames, and they are none.
+bool isUncertainty(const std::string& strName) {
+    const std::string strEnd = ".uncertainty.tif";
+    return strName.size() >= strEnd.size() &&
+           strName.compare(strName.size() - strEnd.size(), strEnd.size(), strEnd) == 0;
+}
+
 Files filesOfFolder(const std::string& strFolder) {
     Files vecFiles;
     std::error_code error;
@@ -29,7 +36,7 @@ Files filesOfFolder(const std::string& strFolder) {
     for (; !error && it != fs::directory_iterator(); it.increment(error)) {
         const std::string strName = it->path().filename().string();
         // Hidden ones are not meant.
-        if (strName[0] != '.' && StandIn::hasImageSuffix(strName)) {
+        if (strName[0] != '.' && StandIn::hasImageSuffix(strName) && !isUncertainty(strName)) {
             vecFiles.push_back(it->path().string());
         }
     }

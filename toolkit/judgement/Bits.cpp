@@ -62,8 +62,9 @@ Findings judgeBits(const StandIn::ReferenceImage& rReference) {
             vecFindings.push_back({eNote, "fewer-bits",
                                    "No sample is above " + std::to_string(uTop) + ": the images may have " +
                                        std::to_string(nBits) + " bits in samples of 16.",
-                                   std::string("Name the format: ?format=") + pFormat->pName +
-                                       " behind the name of the device, and record again."});
+                                   std::string("Name the format behind the name of the device, ?format=") +
+                                       pFormat->pName + " or, of aravis:ID, ?PixelFormat=" + pFormat->pName +
+                                       ", and record again."});
         }
         if (rReference.uLargest == uTop) {
             judgeSaturation(rReference, uTop, vecFindings);

@@ -98,6 +98,11 @@ uint64_t setDefects(const SetOutputOptions& rOptions, StandIn::ReferenceImage& r
         const auto dark = readDark(rOptions, rLight);
         rLight.vecDefects = foundDefectMap(rLight, dark ? &*dark : nullptr);
     } else if (!rOptions.strDefects.empty()) {
+        std::error_code ignored;
+        if (!std::filesystem::exists(rOptions.strDefects, ignored)) {
+            throw std::runtime_error(rOptions.strDefects +
+                                     ": there is no such file; --defects takes find, none or the file of a list");
+        }
         rLight.vecDefects = defectMap(readDefectList(rOptions.strDefects), rLight, nOutside);
     }
     const uint64_t nMarked = countMarked(rLight.vecDefects);

@@ -51,7 +51,9 @@ TEST(Bits, MissingOnesAreNoticedAndTheirFullScaleIsSaturated) {
             }
         }
         EXPECT_EQ(strNamed.empty(), *r.pNamed == '\0') << strNamed;
-        EXPECT_NE(strNamed.find(*r.pNamed == '\0' ? "" : std::string("?format=") + r.pNamed + " "), std::string::npos);
+        for (const char* pKey : {"?format=", "?PixelFormat="}) {
+            EXPECT_NE(strNamed.find(*r.pNamed == '\0' ? "" : std::string(pKey) + r.pNamed), std::string::npos);
+        }
         EXPECT_EQ(strSaturated, r.pSaturated);
     }
 }
