@@ -17,10 +17,10 @@ namespace StandIn {
 /// Why a reference says nothing about an image.
 enum ePlaceObstacle {
     eNoObstacle,
-    eOtherSensor,      ///< the image is of a sensor of another size
-    eOtherBinning,     ///< it is binned by a number that is no multiple of the reference's
-    eUnknownMode,      ///< nobody knows what binning makes of the pixels
-    eOutside,          ///< it lies partly outside the reference, or outside the sensor
+    eOtherSensor,       ///< the image is of a sensor of another size
+    eOtherBinning,      ///< it is binned by a number that is no multiple of the reference's
+    eUnknownMode,       ///< nobody knows what binning makes of the pixels
+    eOutside,           ///< it lies partly outside the reference, or outside the sensor
     eOtherFilterArray,  ///< the sensor's colours do not lie as its format says
     eHalfPlaced         ///< it does not lie where the one reference does that tells where it lies
 };
