@@ -132,10 +132,9 @@ void writeTiffs() {
 /// Frames as the libraries write them: packed, in tiles, two to a file.
 void writeFrames() {
     const std::vector<uint8_t> vecBytes(16 * 16 * 6, 77);
-    for (const uint16_t uPacking :
-         {COMPRESSION_NONE, COMPRESSION_LZW, COMPRESSION_ADOBE_DEFLATE, COMPRESSION_PACKBITS}) {
+    for (const int iPacking : {COMPRESSION_NONE, COMPRESSION_LZW, COMPRESSION_ADOBE_DEFLATE, COMPRESSION_PACKBITS}) {
         for (const bool bTiled : {false, true}) {
-            const std::string strName = "packed-" + std::to_string(uPacking) + (bTiled ? "-tiles" : "");
+            const std::string strName = "packed-" + std::to_string(iPacking) + (bTiled ? "-tiles" : "");
             TIFF* const pTiff = TIFFOpen(path("replay-frame", strName).c_str(), "w");
             for (int iPage = 0; iPage < 2; ++iPage) {
                 TIFFSetField(pTiff, TIFFTAG_IMAGEWIDTH, 11U);
@@ -144,7 +143,7 @@ void writeFrames() {
                 TIFFSetField(pTiff, TIFFTAG_SAMPLESPERPIXEL, bTiled ? 3 : 1);
                 TIFFSetField(pTiff, TIFFTAG_PHOTOMETRIC, bTiled ? PHOTOMETRIC_RGB : PHOTOMETRIC_MINISBLACK);
                 TIFFSetField(pTiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
-                TIFFSetField(pTiff, TIFFTAG_COMPRESSION, static_cast<int>(uPacking));
+                TIFFSetField(pTiff, TIFFTAG_COMPRESSION, iPacking);
                 auto* const pBytes = const_cast<uint8_t*>(vecBytes.data());
                 if (bTiled) {
                     TIFFSetField(pTiff, TIFFTAG_TILEWIDTH, 16U);
