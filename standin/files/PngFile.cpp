@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <csetjmp>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include <png.h>
@@ -24,6 +25,7 @@ namespace StandIn {
 namespace {
 
 constexpr png_uint_32 CHUNK_BYTES_MAX = 1U << 20;
+constexpr std::size_t MEMORY_MAX = 4U << 20;  // at a time: rows of the widest image, and a chunk
 constexpr const char* DESCRIPTION = "Description";
 
 /// What the library's calls share with ours.
@@ -137,8 +139,18 @@ void CPngInput::readHead() {
             "the image is too large for such a small file");
 }
 
+// The limit of the library does not hold for all that it takes memory for.
+png_voidp onAllocate(png_structp, png_alloc_size_t nBytes) {
+    return nBytes <= MEMORY_MAX ? std::malloc(nBytes) : nullptr;
+}
+
+void onFree(png_structp, png_voidp pMemory) {
+    std::free(pMemory);
+}
+
 png_structp makeReader(PngState& rState) {
-    png_structp pPng = png_create_read_struct(PNG_LIBPNG_VER_STRING, &rState, onError, onWarning);
+    png_structp pPng =
+        png_create_read_struct_2(PNG_LIBPNG_VER_STRING, &rState, onError, onWarning, nullptr, onAllocate, onFree);
     if (pPng != nullptr) {
         png_set_read_fn(pPng, &rState, onRead);
         png_set_user_limits(pPng, IMAGE_SIDE_MAX, IMAGE_SIDE_MAX);
