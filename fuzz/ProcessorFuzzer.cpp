@@ -142,9 +142,17 @@ private:
         require(bSame, "an image that is not corrected, and what is no sample, stays as it was");
     }
 
+    static ImageLayout lineOf(const ImageLayout& rLayout) { return {rLayout.pFormat, rLayout.nWidth, 1}; }
+    // References of one row, which serve images of any height.
+    bool areLines() const {
+        return std::all_of(m_aoHeld.begin(), m_aoHeld.end(),
+                           [](const auto& o) { return !o || (o->nHeight == 1 && !o->pFormat->isCfa()); });
+    }
+
     int64_t expectedStatus(int64_t iCommand, const ImageLayout& rLayout) {
         const bool bFirst = iCommand % 2 != 0;  // of each pair of commands the one for the dark reference
-        const auto isOther = [&](const auto& o) { return o && !o->hasSamplesLike(rLayout); };
+        const bool bLines = areLines();
+        const auto isOther = [&](const auto& o) { return o && !o->hasSamplesLike(bLines ? lineOf(rLayout) : rLayout); };
         switch (iCommand) {
             case eCommandEnable:
                 return GC_ERR_SUCCESS;
@@ -158,6 +166,7 @@ private:
                     return GC_ERR_NOT_AVAILABLE;
                 }
                 m_oApplied = rLayout;
+                m_bLines = bLines;
                 return GC_ERR_SUCCESS;
             case eCommandClear:
                 m_aoHeld = {};
@@ -194,7 +203,9 @@ private:
             return GC_ERR_INVALID_PARAMETER;
         }
         if (!m_oRecording) {
-            return m_oApplied == rLayout ? GC_ERR_SUCCESS : 1;
+            return m_oApplied == rLayout || (m_oApplied && m_bLines && lineOf(*m_oApplied) == lineOf(rLayout))
+                       ? GC_ERR_SUCCESS
+                       : 1;
         }
         const std::vector<uint16_t> vecSamples = samples(rLayout);
         m_oRecording->layout = rLayout;
@@ -245,6 +256,7 @@ private:
     std::array<std::optional<Recording>, NAMES> m_aoFiles;
     std::array<std::optional<ImageLayout>, 2> m_aoHeld;  // light, dark
     std::optional<ImageLayout> m_oApplied;
+    bool m_bLines = false;  // what is applied serves any height
 };
 
 }  // namespace
