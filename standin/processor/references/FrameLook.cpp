@@ -272,10 +272,15 @@ FrameView CFrameLook::compare(const std::vector<float>& rSamples, const std::vec
         measureNoise(vecDeviations, rMean, dScale, view.law);
     }
     const CNoiseLaw& rKnown = rLaw.isEmpty() ? view.law : rLaw;
+    bool bKnown = true;
     for (unsigned k = 0; k < m_layout.classes(); ++k) {
         view.dNoise = std::max(view.dNoise, std::sqrt(rKnown.variance(k, view.dLevel)));
+        bKnown = bKnown && rKnown.has(k);
     }
-    compareShape(vecDeviations, rMean, dScale, rKnown, view);
+    // Of an image of few samples nobody knows the noise, and all of it would look like another shape.
+    if (bKnown) {
+        compareShape(vecDeviations, rMean, dScale, rKnown, view);
+    }
     return view;
 }
 
