@@ -169,6 +169,21 @@ TEST_F(Report, TellsOfARefusalWhereThePairCanBeApplied) {
     EXPECT_EQ(Bright.at("findings").back().at("id"), "measured-saturated");
 }
 
+// Each pixel of a window is held against its own place in the references; once it was against the first pixels of them.
+TEST_F(Report, AWindowIsMeasuredWithReferencesOfTheSensor) {
+    const std::string strSensor = "&sensorwidth=160&sensorheight=120";
+    recordPair("sim:3?width=160&height=120" + strSensor, 16);
+    const json window = report("sim:3?width=64&height=48&offsetx=33&offsety=20" + strSensor);
+    for (const char* pFigure : {"prnu", "dsnu"}) {
+        const json& rSummary = window.at("summary");
+        EXPECT_LT(rSummary.at(pFigure + std::string("After")), rSummary.at(pFigure + std::string("Before")));
+    }
+    EXPECT_TRUE(window.at("summary").at("dsnuPredicted").is_null()) << "of corrected frames, which end at 0";
+    EXPECT_THAT(window.at("findings"), Not(::testing::Contains(::testing::Contains(::testing::ResultOf(
+                                           [](const json& r) { return r.dump(); }, HasSubstr("measured-dark"))))));
+    EXPECT_EQ(window.at("gain").at("width"), 160);
+}
+
 TEST_F(Report, WrongUseAndAFileThatCannotBeWritten) {
     run({"report", "-o", m_Folder / "r.html"}, 2, "--light");
     recordPair("sim:3?width=64&height=48", 2);

@@ -82,12 +82,13 @@ public:
         const bool bEven = isMeasured(m_rInput.light) && !m_rInput.bSelfTest;
         const bool bDark = bEven && isMeasured(m_rInput.dark);
         const MeanImage even = bEven || !m_rPair.light ? *m_rInput.light.before : meanOf(*m_rPair.light);
-        const MeanImage dark = bDark ? *m_rInput.dark.before : m_rPair.dark ? meanOf(*m_rPair.dark) : blackLike(even);
+        const bool bReference = m_rPair.dark && (!bEven || isOfFrames(m_rPair.dark));
+        const MeanImage dark = bDark ? *m_rInput.dark.before : bReference ? meanOf(*m_rPair.dark) : blackLike(even);
         double dGain = photonTransferGain(dark, even);
         if (!std::isfinite(dGain) && m_rPair.pair) {
             dGain = m_rPair.pair->figures.dGain;
         }
-        rJson["before"] = classesJson(dark, even, dGain, bDark || m_rPair.dark);
+        rJson["before"] = classesJson(dark, even, dGain, bDark || bReference);
         rJson["after"] = nullptr;
         double dDarkVariance = UNKNOWN;  // of a corrected dark frame, DN^2
         if (bEven) {
@@ -261,10 +262,19 @@ private:
         return json;
     }
 
+    // Pixel for pixel: a reference of the whole sensor or of a line serves other images, too.
+    bool isOfFrames(const std::optional<StandIn::ReferenceImage>& rReference) const {
+        const StandIn::ImageGeometry place = geometryOf(m_rInput.camera);
+        return rReference->layout.hasSamplesLike(m_rInput.light.before->layout) &&
+               (!place.isKnown() || !rReference->geometry.isKnown() || rReference->geometry == place);
+    }
+
     // Corrected images end at 0 DN, and what is cut off there looks even. The mean of the corrected frames follows from
-    // that of the raw ones, where no filter has changed the references and the formula is the plain one.
+    // that of the raw ones, where no filter has changed the references, they are those of the very pixels, and the
+    // formula is the plain one.
     bool isDarkComputed() const {
-        return filterText(m_rInput.files).empty() && (!m_rPair.light || m_rPair.light->output.isDefault());
+        return filterText(m_rInput.files).empty() && (!m_rPair.light || m_rPair.light->output.isDefault()) &&
+               (!m_rPair.dark || isOfFrames(m_rPair.dark)) && (!m_rPair.light || isOfFrames(m_rPair.light));
     }
 
     MeanImage darkAfter() const {
@@ -371,7 +381,10 @@ ordered_json gainJson(const ReportInput& rInput) {
     const std::vector<float> vecGains =
         gainsOf(rPair.dark ? &*rPair.dark : nullptr, rPair.light ? &*rPair.light : nullptr);
     const auto fnShare = [&](double dShare) { return static_cast<double>(percentile(vecGains, dShare)); };
-    return {{"min", fnShare(0.0)},
+    const StandIn::ImageLayout& rLayout = (rPair.light ? rPair.light : rPair.dark)->layout;
+    return {{"width", rLayout.nWidth},
+            {"height", rLayout.nHeight},
+            {"min", fnShare(0.0)},
             {"p1", fnShare(0.01)},
             {"p99", fnShare(0.99)},
             {"max", fnShare(1.0)},

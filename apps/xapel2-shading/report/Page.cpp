@@ -177,7 +177,7 @@ private:
     }
 
     std::string marks() const {
-        const double dWidth = m_figures.value("/width"), dHeight = m_figures.value("/height");
+        const double dWidth = m_figures.value("/gain/width"), dHeight = m_figures.value("/gain/height");
         std::string strHtml = "<svg aria-hidden=\"true\">";
         for (const ordered_json& rMark : m_figures.at("/defects/marks")) {
             strHtml += "<svg class=\"mark\" overflow=\"visible\" x=\"" +

@@ -45,7 +45,7 @@ const char FIGURES[] = R"({
   "pair": {"conversionGain": 51, "electrons": 52, "predictedResidualPercent": 53, "selfTestDn": 54}},
 "time": {"frames": 61, "plainMedianMs": 62, "plainP99Ms": 63, "correctedMedianMs": 64, "correctedP99Ms": 65,
          "addedMedianMs": 66},
-"gain": {"min": 71, "max": 72, "p1": 73, "p99": 74, "text": "Plain."},
+"gain": {"width": 400, "height": 300, "min": 71, "max": 72, "p1": 73, "p99": 74, "text": "Plain."},
 "defects": {"hot": 75, "dead": 76, "bright": 77, "text": "All.",
             "marks": [{"kind": "dead", "x": 81, "y": 82, "value": 83, "neighbours": 84}]},
 "profiles": {"columns": {"first": 0, "step": 50, "before": [1, 2, 3], "after": [2, 2, 2]},
@@ -114,7 +114,7 @@ TEST(Page, EachFigureStandsBesideItsWords) {
         EXPECT_THAT(strSeen, HasSubstr(pText));
     }
     // A mark stands at the middle of its pixel.
-    EXPECT_THAT(strHtml, HasSubstr("x=\"40.750%\" y=\"82.500%\""));
+    EXPECT_THAT(strHtml, HasSubstr("x=\"20.375%\" y=\"27.500%\""));
     EXPECT_LT(strHtml.find("data:image/png;base64,YWZ0ZXI="), strHtml.find("data:image/png;base64,YmVmb3Jl"));
     EXPECT_THAT(strHtml, HasSubstr("even_1 after correction\" width=\"7\" height=\"8\" draggable=\"false\" "
                                    "src=\"data:image/png;base64,YWZ0ZXI="));
