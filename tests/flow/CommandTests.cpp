@@ -224,6 +224,21 @@ TEST_F(Command, FoldersAndPatternsStandForTheirFiles) {
     EXPECT_FALSE(fs::exists(file("none")));
 }
 
+// The rows of a line are no frames: of two frames it is warned, and a report knows which frames it took.
+TEST_F(Command, ALineTellsItsFramesAndItsRows) {
+    const std::string strDevice = "sim:7?width=64&height=48";
+    for (const char* pKind : {"dark", "light"}) {
+        const json told =
+            run({"record", pKind, "-d", strDevice, "-n", "2", "--line", "-o", file(pKind + std::string(".tif"))});
+        EXPECT_THAT(told.dump(), HasSubstr("few-frames"));
+    }
+    const auto line = XAPEL2::StandIn::readReferenceFile(file("light.tif"));
+    EXPECT_TRUE(line.isLine());
+    EXPECT_EQ(line.nImages, 2U);
+    EXPECT_EQ(line.nRows, 48U);
+    EXPECT_EQ(run(withPair({"run", "-d", strDevice, "-n", "2"})).at("corrected"), 2);
+}
+
 TEST_F(Command, SettingsAreListedWithWhatTheyTake) {
     const json listed = run({"settings", "-d", "sim:7?width=64&height=48&sensorwidth=96&exposure=1234"});
     std::map<std::string, json> byName;

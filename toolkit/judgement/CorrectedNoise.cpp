@@ -63,7 +63,7 @@ CCorrectedNoise::CCorrectedNoise(const StandIn::ReferenceImage& rDark, const Sta
     }
     setTargets();
     for (const ClassNoise& rClass : m_noise) {
-        m_vecDark.push_back(roundedVariance(rClass.dDarkVariance) / static_cast<double>(rDark.nImages));
+        m_vecDark.push_back(roundedVariance(rClass.dDarkVariance) / static_cast<double>(rDark.averaged()));
     }
 }
 
@@ -123,7 +123,7 @@ void CCorrectedNoise::setBrightest() {
 double CCorrectedNoise::variance(unsigned iClass, double dOwn, double dSignal, double dReference) const {
     const double dDark = m_vecDark[iClass];
     const double dLight = roundedVariance(m_noise[iClass].dDarkVariance + m_noise[iClass].dGain * dReference) /
-                          static_cast<double>(m_rLight.nImages);
+                          static_cast<double>(m_rLight.averaged());
     const double dU = dOwn + dDark, dX = (dLight + dDark) / (dReference * dReference), dC = dDark / dReference;
     if (dX > SERIES_MAX) {
         return dU + dSignal * dSignal * dX - 2.0 * dSignal * dC;

@@ -69,11 +69,11 @@ DarkPattern patternUnfiltered(const StandIn::ReferenceImage& rDark) {
     for (unsigned i = 0; i < nClasses; ++i) {
         const double dVariance = noiseOf(rDark, i) * noiseOf(rDark, i);
         const ColourPlane plane = colourPlane(rDark.layout, rDark.vecSamples, i);
-        dBefore += spatialVariances(plane, rDark.nImages, dVariance).dTotal / nClasses;
+        dBefore += spatialVariances(plane, rDark.averaged(), dVariance).dTotal / nClasses;
         dNoise += dVariance / nClasses;
     }
     result.dBefore = dBefore > 0.0 ? std::sqrt(dBefore) : std::numeric_limits<double>::quiet_NaN();
-    result.dAfter = result.dFiltered = std::sqrt(dNoise / static_cast<double>(rDark.nImages));
+    result.dAfter = result.dFiltered = std::sqrt(dNoise / static_cast<double>(rDark.averaged()));
     const double dFrames = dBefore > 0.0 ? std::ceil(4.0 * dNoise / dBefore) : FRAMES_MOST;
     result.nFrames = dFrames < FRAMES_MOST ? static_cast<uint64_t>(dFrames) : 0;
     return result;
@@ -94,7 +94,7 @@ DarkPattern darkPattern(const StandIn::ReferenceImage& rDark) {
     std::vector<double> vecFiltered(std::size(RADII), 0.0);
     for (unsigned i = 0; i < nClasses; ++i) {
         const ColourPlane plane = colourPlane(rDark.layout, rDark.vecSamples, i);
-        const double dMean = noiseOf(rDark, i) * noiseOf(rDark, i) / static_cast<double>(rDark.nImages);
+        const double dMean = noiseOf(rDark, i) * noiseOf(rDark, i) / static_cast<double>(rDark.averaged());
         const std::vector<double> vecSums = integralOf(plane);
         for (std::size_t k = 0; k < std::size(RADII); ++k) {
             const std::size_t nSide = 2 * RADII[k] + 1;

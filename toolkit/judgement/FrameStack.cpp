@@ -121,7 +121,7 @@ std::vector<float> CFrameStack::temporalVariances() const {
 MeanImage meanOf(const StandIn::ReferenceImage& rReference) {
     MeanImage result;
     result.layout = rReference.layout;
-    result.nFrames = rReference.nImages;
+    result.nFrames = rReference.averaged();
     result.vecSamples = rReference.vecSamples;
     result.dTemporalVariance = rReference.nImages < 2 ? std::numeric_limits<double>::quiet_NaN()
                                                       : rReference.dTemporalNoise * rReference.dTemporalNoise;

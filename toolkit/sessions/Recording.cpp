@@ -202,7 +202,7 @@ void foldToLine(const std::string& strFile) {
     for (std::size_t i = 0; i < nRow; ++i) {
         reference.vecSamples[i] = static_cast<float>(vecSums[i] / static_cast<double>(reference.layout.nHeight));
     }
-    reference.nImages *= reference.layout.nHeight;
+    reference.nRows = reference.layout.nHeight;
     reference.layout.nHeight = 1;
     if (reference.geometry.isKnown()) {
         reference.geometry.y = {1, 0, 1, StandIn::eBinningUnknown, false};  // of a sensor of one line

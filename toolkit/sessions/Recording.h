@@ -39,7 +39,7 @@ struct Recording {
 Recording recordReference(CSession& rSession, bool bLight, uint64_t nFrames, const std::string& strFile,
                           IProgress& rProgress, bool bKeepOutliers = false);
 
-/// Makes a reference of one row of a reference: the mean of its rows, which counts as so many frames more.
+/// Makes a reference of one row of a reference: the mean of its rows, whose number it tells.
 /// @throws std::runtime_error  it is of a filter array, or the file cannot be used.
 void foldToLine(const std::string& strFile);
 

@@ -179,6 +179,9 @@ struct ReferenceImage {
     /// What left the others while it was recorded. What is told as left out is neither in the samples nor in the
     /// figures, nImages included.
     RecordingOutliers outliers{};
+    uint64_t nRows = 1;  ///< of a line: rows of each image that are in its mean
+    /// Samples of each mean, whose noise is so many times smaller in variance.
+    uint64_t averaged() const { return nImages * nRows; }
 
     ReferenceOutput output{};  ///< of a light reference
     /// Of a light reference: a byte for each pixel, row by row, 0 or bits of eDefectBit; empty: no defects.

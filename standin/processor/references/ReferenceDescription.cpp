@@ -287,6 +287,12 @@ void readNewer(const CDescriptionReader& rReader, double dFull, ReferenceImage& 
     for (unsigned k = 0; rReader.has(classNoiseName(0)) && k < rReference.layout.classes(); ++k) {
         rReference.vecClassNoise.push_back(rReader.number(classNoiseName(k), dFull));
     }
+    if (rReader.has("rows")) {
+        const double dRows = rReader.number("rows", IMAGE_SIDE_MAX);
+        require(rReference.layout.nHeight == 1 && dRows >= 1.0 && dRows == std::floor(dRows),
+                "rows is no number from 1 on, or the image is no line");
+        rReference.nRows = static_cast<uint64_t>(dRows);
+    }
     if (rReader.has("largest")) {
         rReference.uLargest = static_cast<uint32_t>(rReader.number("largest", dFull));
     }
@@ -397,6 +403,9 @@ std::string makeDescription(const ReferenceImage& rReference) {
     }
     for (std::size_t k = 0; k < rReference.vecClassNoise.size(); ++k) {
         strText += ",\"" + classNoiseName(k) + "\":" + fnNumber(rReference.vecClassNoise[k]);
+    }
+    if (rReference.nRows != 1) {
+        strText += R"(,"rows":)" + std::to_string(rReference.nRows);
     }
     if (rReference.uLargest != 0) {
         strText += R"(,"largest":)" + std::to_string(rReference.uLargest);
