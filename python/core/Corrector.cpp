@@ -7,7 +7,6 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
 
 #include <pybind11/stl.h>
@@ -68,15 +67,19 @@ void CCorrector::require(const py::object& rObject, bool bWritable) {
 }
 
 void CCorrector::correct(const void* pFrame, void* pOut) {
-    std::optional<CGilRelease> released;
+    const auto fnWork = [&] {
+        const std::lock_guard<std::mutex> lock(m_mtx);
+        if (pFrame != pOut) {
+            std::memcpy(pOut, pFrame, layout().bytes());
+        }
+        m_corrector.correct(pOut);
+    };
+    // No object that may not throw when it goes, such as std::optional, can hold the release.
     if (layout().bytes() > KEEP_LOCK_BYTES) {
-        released.emplace();
+        withoutGil(fnWork);
+    } else {
+        fnWork();
     }
-    const std::lock_guard<std::mutex> lock(m_mtx);
-    if (pFrame != pOut) {
-        std::memcpy(pOut, pFrame, layout().bytes());
-    }
-    m_corrector.correct(pOut);
 }
 
 py::object CCorrector::call(const py::object& rFrame, const py::object& rOut) {
