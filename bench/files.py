@@ -20,7 +20,8 @@ import sys
 import tempfile
 import time
 
-NUMPY = r'''
+# What both scripts begin with.
+GAIN = r'''
 import pathlib, sys
 import numpy as np
 folder, out, dark, light, width, height = sys.argv[1:]
@@ -28,6 +29,9 @@ width, height = int(width), int(height)
 dark = np.fromfile(dark, np.float32).reshape(height, width)
 signal = np.fromfile(light, np.float32).reshape(height, width) - dark
 gain = np.clip(np.where(signal > 0, signal.mean(dtype=np.float64) / signal, 1), 0, 16).astype(np.float32)
+'''
+
+NUMPY = GAIN + r'''
 for path in sorted(pathlib.Path(folder).iterdir()):
     data = path.read_bytes()
     start = len(data) - 2 * width * height
@@ -39,14 +43,8 @@ for path in sorted(pathlib.Path(folder).iterdir()):
         file.write(result.astype(">u2").tobytes())
 '''
 
-OPENCV = r'''
-import pathlib, sys
-import cv2, numpy as np
-folder, out, dark, light, width, height = sys.argv[1:]
-width, height = int(width), int(height)
-dark = np.fromfile(dark, np.float32).reshape(height, width)
-signal = np.fromfile(light, np.float32).reshape(height, width) - dark
-gain = np.clip(np.where(signal > 0, signal.mean(dtype=np.float64) / signal, 1), 0, 16).astype(np.float32)
+OPENCV = GAIN + r'''
+import cv2
 for path in sorted(pathlib.Path(folder).iterdir()):
     image = cv2.imread(str(path), cv2.IMREAD_UNCHANGED)
     result = cv2.multiply(cv2.subtract(image, dark, dtype=cv2.CV_32F), gain, dtype=cv2.CV_16U)

@@ -12,7 +12,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "Program.h"
+#include "JsonProgram.h"
 #include "StreamFixture.h"
 #include "TemporaryFolder.h"
 #include "xapel2_standin/ReferenceFile.h"
@@ -26,18 +26,10 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-/// Runs the program with --json; what it prints must be one object that tells the exit code.
 class Command : public ::testing::Test {
 protected:
-    json run(Words astrWords, int iExit = 0, const std::string& strSaid = "") {
-        astrWords.push_back("--json");
-        const ProgramResult Result = runProgram(XAPEL2_SHADING_PROGRAM, astrWords);
-        const std::string strAll = ::testing::PrintToString(astrWords) + "\n" + Result.strErr;
-        EXPECT_EQ(Result.iExit, iExit) << strAll;
-        EXPECT_THAT(Result.strErr, HasSubstr(strSaid)) << strAll;
-        const json Json = json::parse(Result.strOut, nullptr, false);
-        EXPECT_EQ(Json.value("exit", -1), iExit) << strAll << Result.strOut;
-        return Json;
+    static json run(const std::vector<std::string>& rWords, int iExit = 0, const std::string& strSaid = "") {
+        return runJson(XAPEL2_SHADING_PROGRAM, rWords, iExit, strSaid);
     }
 
     void recordPair(const std::string& strDevice) {

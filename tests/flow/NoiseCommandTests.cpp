@@ -11,7 +11,7 @@
 #include <tiffio.h>
 #include <nlohmann/json.hpp>
 
-#include "Program.h"
+#include "JsonProgram.h"
 #include "TemporaryFolder.h"
 #include "xapel2_standin/ReferenceFile.h"
 
@@ -26,12 +26,8 @@ using Words = std::vector<std::string>;
 
 class NoiseCommand : public ::testing::Test {
 protected:
-    json run(Words vecWords, int iExit = 0, const std::string& strSaid = "") const {
-        vecWords.push_back("--json");
-        const ProgramResult result = runProgram(XAPEL2_SHADING_PROGRAM, vecWords);
-        EXPECT_EQ(result.iExit, iExit) << ::testing::PrintToString(vecWords) << result.strErr;
-        EXPECT_THAT(result.strErr, HasSubstr(strSaid));
-        return json::parse(result.strOut, nullptr, false);
+    static json run(const std::vector<std::string>& rWords, int iExit = 0, const std::string& strSaid = "") {
+        return runJson(XAPEL2_SHADING_PROGRAM, rWords, iExit, strSaid);
     }
     std::string file(const std::string& strName) const { return m_folder / strName; }
 

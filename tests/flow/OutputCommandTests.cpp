@@ -10,7 +10,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "Program.h"
+#include "JsonProgram.h"
 #include "TemporaryFolder.h"
 #include "xapel2_standin/ReferenceFile.h"
 
@@ -47,12 +47,8 @@ protected:
         XAPEL2::StandIn::writeReferenceFile(file(strName), image);
     }
 
-    json run(Words vecWords, int iExit = 0, const std::string& strSaid = "") const {
-        vecWords.push_back("--json");
-        const ProgramResult result = runProgram(XAPEL2_SHADING_PROGRAM, vecWords);
-        EXPECT_EQ(result.iExit, iExit) << ::testing::PrintToString(vecWords) << result.strErr;
-        EXPECT_THAT(result.strErr, HasSubstr(strSaid)) << ::testing::PrintToString(vecWords);
-        return json::parse(result.strOut, nullptr, false);
+    static json run(const std::vector<std::string>& rWords, int iExit = 0, const std::string& strSaid = "") {
+        return runJson(XAPEL2_SHADING_PROGRAM, rWords, iExit, strSaid);
     }
     json output(Words vecMore, int iExit = 0, const std::string& strSaid = "") const {
         vecMore.insert(vecMore.begin(), {"output", file("light.tif")});

@@ -11,7 +11,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "Program.h"
+#include "JsonProgram.h"
 #include "TemporaryFolder.h"
 #include "xapel2_standin/ReferenceFile.h"
 
@@ -28,12 +28,8 @@ constexpr unsigned SIDE = 32, FRAMES = 8;
 
 class Report : public ::testing::Test {
 protected:
-    json run(std::vector<std::string> astrWords, int iExit = 0, const std::string& strSaid = "") {
-        astrWords.push_back("--json");
-        const ProgramResult Result = runProgram(XAPEL2_SHADING_PROGRAM, astrWords);
-        EXPECT_EQ(Result.iExit, iExit) << ::testing::PrintToString(astrWords) << Result.strErr;
-        EXPECT_THAT(Result.strErr, HasSubstr(strSaid));
-        return json::parse(Result.strOut);
+    static json run(const std::vector<std::string>& rWords, int iExit = 0, const std::string& strSaid = "") {
+        return runJson(XAPEL2_SHADING_PROGRAM, rWords, iExit, strSaid);
     }
 
     json report(const std::string& strDevice, int iExit = 0, const std::string& strSaid = "",
