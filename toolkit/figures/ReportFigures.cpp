@@ -102,8 +102,9 @@ public:
         rJson["summary"]["dsnuPredicted"] = nullptr;
         if (bDark && m_rPair.dark && isDarkComputed() && std::isfinite(dDarkVariance)) {
             // The noise of the mean that is taken off stays in every corrected frame.
-            rJson["summary"]["dsnuPredicted"] = std::sqrt(dDarkVariance / static_cast<double>(m_rPair.dark->averaged())) /
-                                                (std::isfinite(dGain) ? dGain : 1.0);
+            rJson["summary"]["dsnuPredicted"] =
+                std::sqrt(dDarkVariance / static_cast<double>(m_rPair.dark->averaged())) /
+                (std::isfinite(dGain) ? dGain : 1.0);
         }
         if (bEven && rJson["summary"]["prnuAfter"].is_null()) {
             rJson["nonUniformityText"] =
