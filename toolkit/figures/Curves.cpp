@@ -14,8 +14,6 @@ namespace Toolkit {
 
 namespace {
 
-constexpr double GAIN_MAX = 16.0;  // of the host's image processor
-
 double as(float fValue) {
     return static_cast<double>(fValue);
 }
@@ -99,8 +97,9 @@ std::vector<float> gainsOf(const StandIn::ReferenceImage* pDark, const StandIn::
     const std::vector<double> vecMeans = classMeans(rLayout, vecSignal);
     for (std::size_t i = 0; i < vecSignal.size(); ++i) {
         const double dMean = vecMeans[colourClass(*rLayout.pFormat, rLayout.nWidth, i)];
-        vecSignal[i] =
-            vecSignal[i] > 0.0F ? static_cast<float>(std::clamp(dMean / as(vecSignal[i]), 0.0, GAIN_MAX)) : 1.0F;
+        vecSignal[i] = vecSignal[i] > 0.0F
+                           ? static_cast<float>(std::clamp(dMean / as(vecSignal[i]), 0.0, StandIn::GAIN_LIMIT))
+                           : 1.0F;
     }
     return vecSignal;
 }

@@ -20,9 +20,7 @@ namespace {
 constexpr double UNKNOWN = std::numeric_limits<double>::quiet_NaN();
 constexpr double PI = 3.14159265358979323846;
 constexpr double ROUNDING = 1.0 / 12.0;
-constexpr double GAIN_MAX = 16.0;    // of the image processor
 constexpr double SERIES_MAX = 0.05;  // relative variance of L - D up to which the next order is a good one
-constexpr std::size_t CELL = 16;     // pixels; of the brightest place, as the image processor has it
 constexpr std::size_t RESIDUAL_SAMPLES = 1U << 18, CURVE_SAMPLES = 1U << 14, CURVE_POINTS = 33;
 
 // Odd, so that it meets all sites of a filter array.
@@ -61,7 +59,7 @@ CCorrectedNoise::CCorrectedNoise(const StandIn::ReferenceImage& rDark, const Sta
     if (!rDark.layout.hasSamplesLike(rLight.layout)) {
         throw std::invalid_argument("dark and light reference have different formats or sizes");
     }
-    setTargets();
+    m_vecTargets = StandIn::pairTargets(rDark, rLight);
     for (const ClassNoise& rClass : m_noise) {
         m_vecDark.push_back(roundedVariance(rClass.dDarkVariance) / static_cast<double>(rDark.averaged()));
     }
@@ -69,53 +67,6 @@ CCorrectedNoise::CCorrectedNoise(const StandIn::ReferenceImage& rDark, const Sta
 
 double CCorrectedNoise::signalOf(std::size_t iSample) const {
     return static_cast<double>(m_rLight.vecSamples[iSample]) - static_cast<double>(m_rDark.vecSamples[iSample]);
-}
-
-void CCorrectedNoise::setTargets() {
-    const StandIn::ImageLayout& rLayout = m_rLight.layout;
-    m_vecTargets.assign(rLayout.classes(), 0.0);
-    if (m_rLight.output.eTarget == StandIn::eTargetValue) {
-        std::fill(m_vecTargets.begin(), m_vecTargets.end(), m_rLight.output.dTarget);
-        return;
-    }
-    for (std::size_t i = 0; i < m_rLight.vecSamples.size(); ++i) {
-        const unsigned iClass = rLayout.classOf(i);
-        m_vecTargets[iClass] += signalOf(i) / static_cast<double>(rLayout.samplesOf(iClass));
-    }
-    if (m_rLight.output.eTarget == StandIn::eTargetMax) {
-        setBrightest();
-    }
-}
-
-// The largest mean of a cell, marked pixels left out.
-void CCorrectedNoise::setBrightest() {
-    const StandIn::ImageLayout& rLayout = m_rLight.layout;
-    const std::size_t nCells = rLayout.nWidth / CELL, nChannels = rLayout.pFormat->nChannels;
-    std::vector<double> vecBrightest(m_vecTargets.size(), 0.0);
-    const std::size_t nLeast = CELL * CELL / (rLayout.pFormat->isCfa() ? 8 : 2);
-    for (std::size_t iCell = 0; iCell < nCells * (rLayout.nHeight / CELL); ++iCell) {
-        std::vector<double> vecSums(m_vecTargets.size(), 0.0);
-        std::vector<std::size_t> vecCounts(m_vecTargets.size(), 0);
-        for (std::size_t k = 0; k < CELL * CELL; ++k) {
-            const std::size_t iPixel =
-                (iCell / nCells * CELL + k / CELL) * rLayout.nWidth + iCell % nCells * CELL + k % CELL;
-            if (!m_rLight.vecDefects.empty() && m_rLight.vecDefects[iPixel] != 0) {
-                continue;
-            }
-            for (std::size_t i = iPixel * nChannels; i < (iPixel + 1) * nChannels; ++i) {
-                vecSums[rLayout.classOf(i)] += signalOf(i);
-                ++vecCounts[rLayout.classOf(i)];
-            }
-        }
-        for (std::size_t i = 0; i < vecSums.size(); ++i) {
-            if (vecCounts[i] >= nLeast) {
-                vecBrightest[i] = std::max(vecBrightest[i], vecSums[i] / static_cast<double>(vecCounts[i]));
-            }
-        }
-    }
-    for (std::size_t i = 0; i < vecBrightest.size(); ++i) {
-        m_vecTargets[i] = vecBrightest[i] > 0.0 ? vecBrightest[i] : m_vecTargets[i];
-    }
 }
 
 // With u = in - D, and x the relative error of L - D, that of u / (1 + x): U and X are their variances, C is their
@@ -139,7 +90,7 @@ double CCorrectedNoise::deviation(std::size_t iSample, double dValue) const {
     const unsigned iClass = rLayout.classOf(iSample);
     const double dReference = signalOf(iSample);
     const bool bMarked = !m_rLight.vecDefects.empty() && m_rLight.vecDefects[iSample / rLayout.pFormat->nChannels] != 0;
-    if (m_noise.empty() || bMarked || dReference <= 0.0 || m_vecTargets[iClass] >= GAIN_MAX * dReference) {
+    if (m_noise.empty() || bMarked || dReference <= 0.0 || m_vecTargets[iClass] >= StandIn::GAIN_LIMIT * dReference) {
         return UNKNOWN;
     }
     const ClassNoise& rNoise = m_noise[iClass];
@@ -193,7 +144,7 @@ double CCorrectedNoise::residualPercent(unsigned iClass) const {
     double dSum = 0.0, dCount = 0.0;
     for (std::size_t i = 0; i < nSamples; i += stepFor(nSamples, RESIDUAL_SAMPLES)) {
         const double dReference = signalOf(i);
-        if (m_rLight.layout.classOf(i) != iClass || dReference <= 0.0 || dTarget >= GAIN_MAX * dReference) {
+        if (m_rLight.layout.classOf(i) != iClass || dReference <= 0.0 || dTarget >= StandIn::GAIN_LIMIT * dReference) {
             continue;
         }
         const double dGain = dTarget / dReference;

@@ -58,8 +58,6 @@ private:
     double signalOf(std::size_t iSample) const;
     // Variance of (in - D) / (L - D) times dReference, of a signal whose own frame has dOwn. DN^2.
     double variance(unsigned iClass, double dOwn, double dSignal, double dReference) const;
-    void setTargets();
-    void setBrightest();
 
     const StandIn::ReferenceImage& m_rDark;
     const StandIn::ReferenceImage& m_rLight;

@@ -33,7 +33,6 @@ constexpr double DRIFT_WARNED = 0.01;        // of the mean
 constexpr double SETTING_TOLERANCE = 0.005;  // relative: cameras round what is set
 constexpr double SELF_TEST_MOST = 1.0;       // DN, what the tables of the image processor keep up to 12 bits
 constexpr std::size_t SAMPLES_LEAST = 16;  // of a colour: the uncertainty of a standard deviation is a sixth of it then
-constexpr double GAIN_MOST = 16.0;         // of the image processor
 
 const char* const RECORD_AGAIN = "Record both references again with the same settings of the camera.";
 
@@ -177,7 +176,7 @@ double selfTestLimit(const StandIn::ReferenceImage& rDark, const StandIn::Refere
         const double dSignal = static_cast<double>(rLight.vecSamples[i]) - static_cast<double>(rDark.vecSamples[i]);
         dGain = dSignal > 0.0 ? std::max(dGain, (rClass.dLightMean - rClass.dDarkMean) / dSignal) : dGain;
     }
-    return SELF_TEST_MOST + std::min(dGain, GAIN_MOST) / 2.0;
+    return SELF_TEST_MOST + std::min(dGain, StandIn::GAIN_LIMIT) / 2.0;
 }
 
 std::string placeWords(const StandIn::ImageLayout& rLayout, const StandIn::ImageGeometry& rPlace) {

@@ -17,8 +17,6 @@ namespace Toolkit {
 
 namespace {
 
-constexpr double GAIN_MAX = 16.0;  // of the host's image processor
-
 /// A camera of the references' format and size that never takes a frame: the library wants one to stand on.
 class CStandingCamera {
 public:
@@ -47,43 +45,6 @@ std::vector<uint16_t> corrected(Ext::Sc::Shading& rShading, const StandIn::Refer
     return vecSamples;
 }
 
-std::vector<double> signalMeans(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight) {
-    const StandIn::PixelFormat& rFormat = *rLight.layout.pFormat;
-    std::vector<double> vecSum(colourClasses(rFormat), 0.0), vecCount(vecSum.size(), 0.0);
-    for (std::size_t i = 0; i < rLight.vecSamples.size(); ++i) {
-        const unsigned iClass = colourClass(rFormat, rLight.layout.nWidth, i);
-        vecSum[iClass] += static_cast<double>(rLight.vecSamples[i]) - static_cast<double>(rDark.vecSamples[i]);
-        vecCount[iClass] += 1.0;
-    }
-    for (std::size_t i = 0; i < vecSum.size(); ++i) {
-        vecSum[i] /= std::max(1.0, vecCount[i]);
-    }
-    return vecSum;
-}
-
-/// What each class is to come to, without the pedestal. Of the brightest place it is what the class does come to.
-std::vector<double> targetsOf(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight,
-                              const std::vector<double>& rValues) {
-    const StandIn::PixelFormat& rFormat = *rLight.layout.pFormat;
-    std::vector<double> vecTargets = signalMeans(rDark, rLight);
-    if (rLight.output.eTarget == StandIn::eTargetValue) {
-        std::fill(vecTargets.begin(), vecTargets.end(), rLight.output.dTarget);
-    } else if (rLight.output.eTarget == StandIn::eTargetMax) {
-        std::vector<std::vector<double>> vecByClass(vecTargets.size());
-        for (std::size_t i = 0; i < rValues.size(); ++i) {
-            vecByClass[colourClass(rFormat, rLight.layout.nWidth, i)].push_back(rValues[i]);
-        }
-        for (std::size_t i = 0; i < vecByClass.size(); ++i) {
-            const auto itMiddle = vecByClass[i].begin() + static_cast<std::ptrdiff_t>(vecByClass[i].size() / 2);
-            if (!vecByClass[i].empty()) {
-                std::nth_element(vecByClass[i].begin(), itMiddle, vecByClass[i].end());
-                vecTargets[i] = *itMiddle - rLight.output.dPedestal;
-            }
-        }
-    }
-    return vecTargets;
-}
-
 }  // namespace
 
 double selfTest(const std::string& strDark, const std::string& strLight, const StandIn::ReferenceImage& rDark,
@@ -104,14 +65,14 @@ double selfTest(const std::string& strDark, const std::string& strLight, const S
             static_cast<double>(rLight.vecSamples[i]) - std::floor(static_cast<double>(rLight.vecSamples[i]));
         vecValues.push_back((1.0 - dPart) * vecLow[i] + dPart * vecHigh[i]);
     }
-    const std::vector<double> vecTarget = targetsOf(rDark, rLight, vecValues);
+    const std::vector<double> vecTarget = StandIn::pairTargets(rDark, rLight);
     double dWorst = 0.0;
     for (std::size_t i = 0; i < vecLow.size(); ++i) {
         const auto dLight = static_cast<double>(rLight.vecSamples[i]);
         const double dSignal = dLight - static_cast<double>(rDark.vecSamples[i]);
         const double dTarget = vecTarget[colourClass(rFormat, rLight.layout.nWidth, i)];
         const bool bDefect = !rLight.vecDefects.empty() && rLight.vecDefects[i / rFormat.nChannels] != 0;
-        if (bDefect || dSignal <= 0.0 || dTarget >= GAIN_MAX * dSignal || std::ceil(dLight) >= dFullScale) {
+        if (bDefect || dSignal <= 0.0 || dTarget >= StandIn::GAIN_LIMIT * dSignal || std::ceil(dLight) >= dFullScale) {
             continue;
         }
         const double dWanted = std::min(dTarget + rLight.output.dPedestal, dFullScale);

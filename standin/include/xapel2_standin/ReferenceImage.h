@@ -198,6 +198,14 @@ struct ReferenceImage {
     }
 };
 
+/// Gains of the image processor are below this.
+constexpr double GAIN_LIMIT = 16.0;
+
+/// T_c of a pair: what each colour class comes to without the pedestal, as the output of the light reference says, DN.
+/// Filters are left out of account.
+/// @param[in] rDark,rLight  of one layout.  @throws std::bad_alloc  @threads any.
+XAPEL2_HOST_API std::vector<double> pairTargets(const ReferenceImage& rDark, const ReferenceImage& rLight);
+
 /// Why a reference says nothing about an image of the same kind of samples, in a few words that follow the image's name
 /// ("it lies partly outside the reference"); empty where it does, or where of one of the two is not known where it
 /// lies.

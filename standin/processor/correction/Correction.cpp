@@ -116,6 +116,12 @@ ClassTargets classTargets(const ImageLayout& rLayout, const std::vector<float>* 
     return CFormula(rLayout, pDark, pLight, rOutput).targets();
 }
 
+std::vector<double> pairTargets(const ReferenceImage& rDark, const ReferenceImage& rLight) {
+    const ClassTargets aTargets =
+        classTargets(rLight.layout, &rDark.vecSamples, &rLight.vecSamples, {rLight.output, &rLight.vecDefects});
+    return {aTargets.begin(), aTargets.begin() + rLight.layout.classes()};
+}
+
 std::vector<const char*> correctionTargets() {
     std::vector<const char*> vecNames;
     for (const NamedVariant& rVariant : namedVariants()) {

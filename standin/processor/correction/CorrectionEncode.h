@@ -7,15 +7,13 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include "xapel2_standin/ReferenceImage.h"
 
 namespace XAPEL2 {
 namespace StandIn {
 
 /// Samples that are worked on together, everywhere in the correction. A block begins at a whole byte in every format.
 constexpr std::size_t BLOCK = 64;
-
-/// Gains are below this.
-constexpr double GAIN_LIMIT = 16.0;
 
 /// Offsets in DN and gains of the samples of a block.
 struct FormulaBlock {
