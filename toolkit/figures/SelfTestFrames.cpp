@@ -7,6 +7,7 @@
 #include <cmath>
 
 #include "toolkit/judgement/SelfTest.h"
+#include "toolkit/sessions/FrameCorrector.h"
 
 namespace XAPEL2 {
 namespace Toolkit {
@@ -27,14 +28,9 @@ SceneFrames selfTestFrames(const PairOptions& rPair, const StandIn::ReferenceIma
     for (const float fSample : rLight.vecSamples) {
         raw.vecSamples.push_back(static_cast<uint16_t>(std::lround(fSample)));
     }
-    // The library wants a camera of this format and size to stand on; no frame is taken from it.
-    CSession session("sim:1?width=" + std::to_string(rLayout.nWidth) + "&height=" + std::to_string(rLayout.nHeight) +
-                     "&format=" + rLayout.pFormat->pName);
-    applyPair(session, rPair);
     std::vector<unsigned char> vecImage(rLayout.bytes());
     StandIn::packSamples(*rLayout.pFormat, raw.vecSamples.data(), 0, raw.vecSamples.size(), vecImage.data());
-    session.shading().ReferenceAdd(rLayout.pFormat->pName, rLayout.nWidth, rLayout.nHeight, vecImage.data(),
-                                   vecImage.size());
+    CFrameCorrector(rPair, rLayout).correct(vecImage.data());
     Frame corrected = raw;
     StandIn::unpackSamples(*rLayout.pFormat, vecImage.data(), 0, corrected.vecSamples.size(),
                            corrected.vecSamples.data());

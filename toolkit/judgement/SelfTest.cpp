@@ -9,30 +9,14 @@
 #include <vector>
 
 #include "toolkit/frames/Frame.h"
-#include "xapel2_ext_sc.h"
-#include "xapel2_standin/Host.h"
+#include "toolkit/sessions/FrameCorrector.h"
 
 namespace XAPEL2 {
 namespace Toolkit {
 
 namespace {
 
-/// A camera of the references' format and size that never takes a frame: the library wants one to stand on.
-class CStandingCamera {
-public:
-    explicit CStandingCamera(const StandIn::ImageLayout& rLayout)
-        : m_pDevice(StandIn::openDevice("sim:1?width=" + std::to_string(rLayout.nWidth) + "&height=" +
-                                        std::to_string(rLayout.nHeight) + "&format=" + rLayout.pFormat->pName)) {}
-    ~CStandingCamera() { StandIn::closeDevice(m_pDevice); }
-    CStandingCamera(const CStandingCamera&) = delete;
-    CStandingCamera& operator=(const CStandingCamera&) = delete;
-    Device* device() const { return m_pDevice; }
-
-private:
-    Device* m_pDevice;
-};
-
-std::vector<uint16_t> corrected(Ext::Sc::Shading& rShading, const StandIn::ReferenceImage& rLight, bool bUp) {
+std::vector<uint16_t> corrected(CFrameCorrector& rCorrector, const StandIn::ReferenceImage& rLight, bool bUp) {
     const StandIn::ImageLayout& rLayout = rLight.layout;
     std::vector<uint16_t> vecSamples(rLayout.samples());
     for (std::size_t i = 0; i < vecSamples.size(); ++i) {
@@ -40,7 +24,7 @@ std::vector<uint16_t> corrected(Ext::Sc::Shading& rShading, const StandIn::Refer
     }
     std::vector<unsigned char> vecImage(rLayout.bytes());
     StandIn::packSamples(*rLayout.pFormat, vecSamples.data(), 0, vecSamples.size(), vecImage.data());
-    rShading.ReferenceAdd(rLayout.pFormat->pName, rLayout.nWidth, rLayout.nHeight, vecImage.data(), vecImage.size());
+    rCorrector.correct(vecImage.data());
     StandIn::unpackSamples(*rLayout.pFormat, vecImage.data(), 0, vecSamples.size(), vecSamples.data());
     return vecSamples;
 }
@@ -49,13 +33,12 @@ std::vector<uint16_t> corrected(Ext::Sc::Shading& rShading, const StandIn::Refer
 
 double selfTest(const std::string& strDark, const std::string& strLight, const StandIn::ReferenceImage& rDark,
                 const StandIn::ReferenceImage& rLight) {
-    const CStandingCamera camera(rLight.layout);
-    Ext::Sc::Shading shading(camera.device());
-    shading.ReferenceLoad(false, strDark.c_str());
-    shading.ReferenceLoad(true, strLight.c_str());
-    shading.ReferenceApply();
-    const std::vector<uint16_t> vecLow = corrected(shading, rLight, false);
-    const std::vector<uint16_t> vecHigh = corrected(shading, rLight, true);
+    PairOptions pair;
+    pair.strDark = strDark;
+    pair.strLight = strLight;
+    CFrameCorrector corrector(pair, rLight.layout);
+    const std::vector<uint16_t> vecLow = corrected(corrector, rLight, false);
+    const std::vector<uint16_t> vecHigh = corrected(corrector, rLight, true);
 
     const StandIn::PixelFormat& rFormat = *rLight.layout.pFormat;
     const double dFullScale = rFormat.fullScale();

@@ -26,8 +26,8 @@
 #include "toolkit/frames/FrameWorkers.h"
 #include "toolkit/frames/FrameWriter.h"
 #include "toolkit/judgement/JudgedPair.h"
+#include "toolkit/sessions/FrameCorrector.h"
 #include "toolkit/sessions/Interrupt.h"
-#include "toolkit/sessions/Session.h"
 #include "toolkit/text/Errors.h"
 #include "toolkit/text/Texts.h"
 
@@ -156,13 +156,7 @@ public:
     CPipe(const CorrectOptions& rOptions, const StandIn::ImageLayout& rLayout, const JudgedPair& rPair)
         : m_layout(rLayout),
           m_strMark(correctionMark(rPair.dark ? &*rPair.dark : nullptr, rPair.light ? &*rPair.light : nullptr)),
-          m_session("standard input",
-                    [&] {
-                        // Whatever the camera: it is there for its image processor.
-                        return StandIn::openDevice("sim?width=" + std::to_string(rLayout.nWidth) +
-                                                   "&height=" + std::to_string(rLayout.nHeight) +
-                                                   "&format=" + rLayout.pFormat->pName);
-                    }),
+          m_corrector(rOptions.pair, rLayout),
           m_ring(rLayout.bytes()) {
         if (rOptions.strOut != PIPE) {
             CSourceFiles sources;
@@ -170,7 +164,6 @@ public:
             sources.add(rOptions.pair.strLight);
             m_writer.emplace(rOptions.strOut, rOptions.strFormat, rOptions.bOverwrite, sources);
         }
-        applyPair(m_session, rOptions.pair);
     }
 
     /// Until the input ends. @return false when the user ended it; what was read whole by then is written.
@@ -221,10 +214,7 @@ private:
     }
 
     void work(Buffer& rBuffer, const std::filesystem::path& rFile) {
-        m_session.attempt("correcting a frame", [&] {
-            m_session.shading().ReferenceAdd(m_layout.pFormat->pName, m_layout.nWidth, m_layout.nHeight, rBuffer.data(),
-                                             rBuffer.size());
-        });
+        m_corrector.correct(rBuffer.data());
         if (m_writer) {
             writeImage(rFile, m_layout, rBuffer.data(), m_writer->kind(), m_strMark);
         } else {
@@ -234,7 +224,7 @@ private:
 
     const StandIn::ImageLayout m_layout;
     const std::string m_strMark;
-    CSession m_session;
+    CFrameCorrector m_corrector;
     std::optional<CFrameWriter> m_writer;
     uint64_t m_nFrames = 0;
     CRing m_ring;
