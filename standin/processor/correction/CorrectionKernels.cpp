@@ -333,10 +333,15 @@ KernelVariant variant(const TableLayout& rLayout, KernelWay way) {
     constexpr std::size_t ALL = hn::MaxLanes(D()) * 2;
     const bool bWide = way.nStepBytes >= ALL;
     const bool bPacked = rLayout.pFormat->isPacked();
-    if (bPacked && (way.nStepBytes < 32 || rLayout.pFormat->nWireBits == 10)) {
+    if (bPacked && rLayout.pFormat->nWireBits == 10) {
         way.nStepBytes = 16;
-        return {way, rLayout.pFormat->nWireBits == 10 ? kernelWithoutWhole<D16, AHEAD, Dense10>(rLayout)
-                                                      : packedKernel<D16, AHEAD>(rLayout)};
+        return {way, kernelWithoutWhole<D16, AHEAD, Dense10>(rLayout)};
+    }
+    if constexpr (ALL <= 32) {
+        if (bPacked && way.nStepBytes < 32) {
+            way.nStepBytes = 16;
+            return {way, packedKernel<D16, AHEAD>(rLayout)};
+        }
     }
     way.nStepBytes = bWide ? ALL : hn::MaxLanes(D32()) * 2;
     if (bPacked) {

@@ -2,9 +2,12 @@
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // Finds out by measurement which variant of a kernel serves on this machine.
 //
-// Rounds of samples, one of each variant in turn, so that a change of the machine's pace meets all alike. Where a round
-// goes through less than the image, the samples of all variants lie at places of their own: each meets table and
-// image as a stream would, and not warmed up by the variant before it.
+// Rounds of samples, one of each variant, so that a change of the machine's pace meets all alike. Where a round goes
+// through less than the image, the samples of all variants lie at places of their own: each meets table and image as a
+// stream would, and not warmed up by the variant before it. The order within a round is drawn by lot: with a fixed one,
+// and the sizes that images have, a variant would come back to the same few places again and again, and the figures
+// would tell the state of these places in the caches and nothing of the variant. The memory has the pages that buffers
+// of images have: on small ones other variants win.
 
 #include "standin/processor/correction/KernelChoice.h"
 
@@ -14,8 +17,11 @@
 #include <cstring>
 #include <ctime>
 #include <numeric>
+#include <random>
 #include <utility>
 #include <vector>
+
+#include "standin/pixels/LargeMemory.h"
 
 namespace XAPEL2 {
 namespace StandIn {
@@ -23,11 +29,15 @@ namespace StandIn {
 namespace {
 
 // Of the memory that stands for the image.
-constexpr std::size_t SCRATCH_BYTES = std::size_t{1} << 21;
+constexpr std::size_t SCRATCH_BYTES = std::size_t{1} << 22;
 
 // By which a variant must be faster than one before it, and what few rounds cannot tell.
-constexpr double CLEARLY = 1.03;
+constexpr double CLEARLY = 1.05;
 constexpr double OF_ONE_ROUND = 0.2;
+
+// After these rounds what is so much slower than the fastest is out: the time is for those that may win.
+constexpr std::size_t ROUNDS_FOR_ALL = 3;
+constexpr double FAR_SLOWER = 1.3;
 
 uint64_t threadTime() {
     timespec time = {};
@@ -57,6 +67,8 @@ public:
         m_nTableParts = nBlocks / m_nPart;
         const std::size_t nScratch = m_nScratchParts * m_nPart * nBytes;
         m_vecScratch.assign(nScratch, 0x55);
+        m_vecIn.resize(rVariants.size());
+        std::iota(m_vecIn.begin(), m_vecIn.end(), std::size_t{0});
     }
 
     void run() {
@@ -69,6 +81,7 @@ public:
                     m_vecRounds.clear();
                 }
                 m_vecRounds.push_back(vecRound);
+                dropSlow();
             }
             const uint64_t uNow = m_fnNow();
             if (uNow - m_uBegin + (uNow - uBefore) > CKernelChoice::BUDGET_NS) {
@@ -82,25 +95,24 @@ public:
         if (m_vecRounds.empty()) {
             return {m_rVariants.front(), "not measured: no time, or no clock"};
         }
-        std::vector<double> vecTimes;
-        for (std::size_t i = 0; i < m_rVariants.size(); ++i) {
-            vecTimes.push_back(relativeTime(i));
-        }
+        const std::vector<double> vecTimes = relativeTimes();
         const double dLeast = *std::min_element(vecTimes.begin(), vecTimes.end());
-        const double dMost = *std::max_element(vecTimes.begin(), vecTimes.end());
         const double dNear = dLeast * (CLEARLY + OF_ONE_ROUND / static_cast<double>(m_vecRounds.size()));
         const auto itChosen =
             std::find_if(vecTimes.begin(), vecTimes.end(), [&](double dTime) { return dTime <= dNear; });
+        const double dSlowest = std::max(m_dSlowest, *std::max_element(vecTimes.begin(), vecTimes.end()) / *itChosen);
         std::array<char, 80> aText;
-        std::snprintf(aText.data(), aText.size(), "fastest of %zu in %zu rounds, the slowest %.2f", vecTimes.size(),
-                      m_vecRounds.size(), dMost / *itChosen);
-        return {m_rVariants[static_cast<std::size_t>(itChosen - vecTimes.begin())], aText.data()};
+        std::snprintf(aText.data(), aText.size(), "fastest of %zu in %zu rounds, the slowest %.2f", m_rVariants.size(),
+                      m_vecRounds.size(), dSlowest);
+        return {m_rVariants[m_vecIn[static_cast<std::size_t>(itChosen - vecTimes.begin())]], aText.data()};
     }
 
 private:
     /// False where the time is over, or the clock cannot be right.
     bool round(std::vector<uint64_t>& rTimes) {
-        for (std::size_t i = 0; i < m_rVariants.size(); ++i) {
+        std::vector<std::size_t> vecOrder = m_vecIn;
+        std::shuffle(vecOrder.begin(), vecOrder.end(), m_random);
+        for (const std::size_t i : vecOrder) {
             const uint64_t uBegin = m_fnNow();
             if (uBegin - m_uBegin + m_uLongest > CKernelChoice::BUDGET_NS) {
                 return false;
@@ -114,16 +126,39 @@ private:
         }
         return true;
     }
-    /// Median of a variant's shares of its rounds.
-    double relativeTime(std::size_t iVariant) const {
-        std::vector<double> vecShares;
-        for (const std::vector<uint64_t>& rRound : m_vecRounds) {
-            const auto uSum = std::accumulate(rRound.begin(), rRound.end(), uint64_t{0});
-            vecShares.push_back(static_cast<double>(rRound[iVariant]) / static_cast<double>(uSum));
+    void dropSlow() {
+        if (m_nRounds <= ROUNDS_FOR_ALL) {
+            return;
         }
-        const auto itMiddle = vecShares.begin() + static_cast<std::ptrdiff_t>(vecShares.size() / 2);
-        std::nth_element(vecShares.begin(), itMiddle, vecShares.end());
-        return *itMiddle;
+        const std::vector<double> vecTimes = relativeTimes();
+        const double dLeast = *std::min_element(vecTimes.begin(), vecTimes.end());
+        std::vector<std::size_t> vecStay;
+        for (std::size_t k = 0; k < vecTimes.size(); ++k) {
+            if (vecTimes[k] <= FAR_SLOWER * dLeast) {
+                vecStay.push_back(m_vecIn[k]);
+            } else {
+                m_dSlowest = std::max(m_dSlowest, vecTimes[k] / dLeast);
+            }
+        }
+        m_vecIn = vecStay;
+    }
+    /// Of those that are still in: the median of each one's shares of their rounds.
+    std::vector<double> relativeTimes() const {
+        std::vector<double> vecTimes, vecShares;
+        for (const std::size_t iVariant : m_vecIn) {
+            vecShares.clear();
+            for (const std::vector<uint64_t>& rRound : m_vecRounds) {
+                double dSum = 0.0;
+                for (const std::size_t i : m_vecIn) {
+                    dSum += static_cast<double>(rRound[i]);
+                }
+                vecShares.push_back(static_cast<double>(rRound[iVariant]) / dSum);
+            }
+            const auto itMiddle = vecShares.begin() + static_cast<std::ptrdiff_t>(vecShares.size() / 2);
+            std::nth_element(vecShares.begin(), itMiddle, vecShares.end());
+            vecTimes.push_back(*itMiddle);
+        }
+        return vecTimes;
     }
     void sample(const KernelVariant& rVariant) {
         // Steps that share no divisor with most numbers of parts lead to each part, and to none beside the last one.
@@ -148,8 +183,11 @@ private:
     std::size_t m_iPart = 0;
     std::size_t m_nRounds = 0;
     uint64_t m_uLongest = 0;  // of all samples
+    std::minstd_rand m_random;
+    std::vector<std::size_t> m_vecIn;  // variants that may still win
+    double m_dSlowest = 1.0;           // of the others, in times of the fastest
     std::vector<std::vector<uint64_t>> m_vecRounds;
-    std::vector<uint8_t> m_vecScratch;
+    std::vector<uint8_t, LargeAllocator<uint8_t>> m_vecScratch;
 };
 
 }  // namespace

@@ -30,8 +30,8 @@ public:
     static constexpr uint64_t BUDGET_NS = 3000000;
     /// And at most so many rounds, whatever the clock says.
     static constexpr std::size_t ROUNDS_MAX = 24;
-    /// Of table and image that a sample goes through.
-    static constexpr std::size_t SAMPLE_BYTES = std::size_t{1} << 19;
+    /// Of table and image that a sample goes through: at half of it the beginnings of the streams decide.
+    static constexpr std::size_t SAMPLE_BYTES = std::size_t{1} << 20;
 
     /// @param[in] fnNow  nanoseconds from any start on. A clock that stands still or jumps makes the choice worse, and
     ///                   the measurement no longer than ROUNDS_MAX rounds.

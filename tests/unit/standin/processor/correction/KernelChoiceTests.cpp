@@ -58,7 +58,9 @@ TEST(KernelChoice, TakesTheFastestAndTheFirstOfEquals) {
     for (const auto& [aPerRun, eWanted] : {std::pair(std::array<uint64_t, 3>{900, 800, 700}, eAheadFar),
                                            std::pair(std::array<uint64_t, 3>{900, 700, 800}, eAheadNear),
                                            std::pair(std::array<uint64_t, 3>{700, 800, 900}, eAheadNone),
-                                           std::pair(std::array<uint64_t, 3>{705, 703, 700}, eAheadNone)}) {
+                                           std::pair(std::array<uint64_t, 3>{2000, 900, 700}, eAheadFar),
+                                           std::pair(std::array<uint64_t, 3>{900, 700, 2000}, eAheadNear),
+                                           std::pair(std::array<uint64_t, 3>{725, 703, 700}, eAheadNone)}) {
         for (const std::size_t nHeight : {1U, 10U, 4000U}) {
             EXPECT_EQ(chosenWith(fnNow, aPerRun, 1000, nHeight).variant.way.eDistance, eWanted) << nHeight;
         }
