@@ -13,6 +13,7 @@
 #include <cmath>
 #include <cstring>
 #include <map>
+#include <random>
 
 #include "Limit.h"
 #include "Rounds.h"
@@ -147,17 +148,31 @@ private:
     std::vector<float> m_vecWork;
 };
 
-/// Images of a stream that differ from each other: the scene, shifted.
+/// Images of a recording: the light reference with shot noise of its own in each, such as 10,000 electrons have at full
+/// scale.
 class CFrames {
 public:
     explicit CFrames(const CScene& rScene) : m_nBytes(rScene.image().size()), m_memory(COUNT * m_nBytes) {
-        for (std::size_t i = 0; i < COUNT; ++i) {
-            const std::size_t nShift = i * 96;
-            std::memcpy(frame(i) + nShift, rScene.image().data(), m_nBytes - nShift);
-            std::memcpy(frame(i), rScene.image().data() + m_nBytes - nShift, nShift);
+        constexpr double NOISE = 0.01;
+        const ImageLayout& rLayout = rScene.layout();
+        const double dFull = rLayout.pFormat->fullScale();
+        std::mt19937 random(1);
+        std::normal_distribution<float> normal;
+        std::vector<float> vecNoise(1000003);
+        std::generate(vecNoise.begin(), vecNoise.end(), [&] { return normal(random); });
+        std::size_t iNoise = 0;
+        std::vector<uint16_t> vecSamples(rLayout.samples());
+        for (std::size_t iFrame = 0; iFrame < COUNT; ++iFrame) {
+            for (std::size_t i = 0; i < vecSamples.size(); ++i) {
+                const double dLight = static_cast<double>(rScene.light()[i]);
+                const double dNoise = NOISE * std::sqrt(dLight * dFull) * static_cast<double>(vecNoise[iNoise]);
+                vecSamples[i] = static_cast<uint16_t>(std::clamp(std::round(dLight + dNoise), 0.0, dFull));
+                iNoise = (iNoise + 1) % vecNoise.size();
+            }
+            packSamples(*rLayout.pFormat, vecSamples.data(), 0, vecSamples.size(), frame(iFrame));
         }
     }
-    static constexpr std::size_t COUNT = 8;
+    static constexpr std::size_t COUNT = 16;
     uint8_t* frame(std::size_t i) const { return m_memory.data() + i % COUNT * m_nBytes; }
     std::vector<const uint8_t*> all() const {
         std::vector<const uint8_t*> vecFrames;
@@ -196,7 +211,7 @@ public:
     /// A recording of 16 images from its first one on: the noise is measured during the first nine.
     void addWholeTo(CReferenceRounds& rRounds, const std::string& strGroup) {
         const auto fnEach = [this](const std::function<void(const uint8_t*)>& fnAdd) {
-            for (std::size_t i = 0; i < 16; ++i) {
+            for (std::size_t i = 0; i < CFrames::COUNT; ++i) {
                 fnAdd(m_frames.frame(i));
             }
         };
