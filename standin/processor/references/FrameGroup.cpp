@@ -156,6 +156,15 @@ FrameFigures CFrameGroup::addRun(const void* pSamples, std::size_t iFirst, std::
     return figures;
 }
 
+uint16_t CFrameGroup::sampleAt(const void* pSamples, std::size_t iSample) const {
+    if (!m_vecSums16.empty()) {
+        return static_cast<const uint8_t*>(pSamples)[iSample];
+    }
+    uint16_t uSample = 0;
+    std::memcpy(&uSample, static_cast<const uint8_t*>(pSamples) + 2 * iSample, 2);
+    return uSample;
+}
+
 double CFrameGroup::farthest(unsigned iClass, double dLevel) const {
     return watchedFrom(images()) * std::sqrt(m_law.variance(iClass, dLevel)) + 1.0;
 }
@@ -195,9 +204,7 @@ void CFrameGroup::screenRun(const void* pSamples, std::size_t iFirst, std::size_
     for (std::size_t k = 0; k < screen.nHits; ++k) {
         const std::size_t iEnd = std::min<std::size_t>(screen.pHits[k] + screen.nGroup, nSamples);
         for (std::size_t i = screen.pHits[k]; i < iEnd; ++i) {
-            uint16_t uSample = 0;
-            std::memcpy(&uSample, static_cast<const uint8_t*>(pSamples) + i * (bBytes ? 1 : 2), bBytes ? 1 : 2);
-            uSample = static_cast<uint16_t>(std::min<uint32_t>(uSample, rFormat.fullScale()));
+            const auto uSample = static_cast<uint16_t>(std::min<uint32_t>(sampleAt(pSamples, i), rFormat.fullScale()));
             const uint64_t uBefore = sum(iFirst + i) - uSample;
             const double dDeviation =
                 static_cast<double>(uSample) - rView.dGain * static_cast<double>(uBefore) / dImages;
@@ -251,10 +258,17 @@ void CFrameGroup::keepWatched(const void* pImage) {
         }
         m_vecValues.resize(m_vecValues.size() + m_vecWatched.size());
         uint16_t* const pValues = m_vecValues.data() + m_vecOffsets.back();
-        const auto uFull = static_cast<uint16_t>(m_layout.pFormat->fullScale());
+        const PixelFormat& rFormat = *m_layout.pFormat;
+        const auto uFull = static_cast<uint16_t>(rFormat.fullScale());
         for (std::size_t j = 0; j < m_vecWatched.size(); ++j) {
-            unpackSamples(*m_layout.pFormat, pImage, static_cast<std::size_t>(m_vecWatched[j].iSample), 1, pValues + j);
-            pValues[j] = std::min(pValues[j], uFull);
+            const auto iSample = static_cast<std::size_t>(m_vecWatched[j].iSample);
+            uint16_t uSample = 0;
+            if (rFormat.isPacked()) {
+                unpackSamples(rFormat, pImage, iSample, 1, &uSample);
+            } else {
+                uSample = sampleAt(pImage, iSample);
+            }
+            pValues[j] = std::min(uSample, uFull);
         }
     } catch (const std::bad_alloc&) {
         loseWatched();

@@ -80,6 +80,7 @@ private:
                         const FrameView* pView);
     void screenRun(const void* pSamples, std::size_t iFirst, std::size_t nSamples, std::size_t iBlock,
                    const FrameView& rView, FrameFigures& rFigures);
+    uint16_t sampleAt(const void* pSamples, std::size_t iSample) const;  // of samples that are not packed
     double farthest(unsigned iClass, double dLevel) const;
     void watch(std::size_t iSample, uint64_t uBefore);
     void keepWatched(const void* pImage);

@@ -120,17 +120,17 @@ HWY_INLINE V16 lanesMost(const Lanes<uint16_t>&, std::size_t) {
     return hn::Zero(D16());
 }
 
-/// Above 0 in a lane that has seen a sample which is too far from its sum.
+/// What a lane has seen of samples that are far from their sums: how far, or above 0 if it was too far.
 HWY_INLINE V16 noneFar(const uint8_t*) {
     return hn::Zero(D16());
 }
 HWY_INLINE auto noneFar(const uint16_t*) {
     return hn::Zero(hn::Rebind<float, D32>());
 }
-HWY_INLINE bool isFar(V16 vFar) {
-    return !hn::AllTrue(D16(), hn::Eq(vFar, hn::Zero(D16())));
+HWY_INLINE bool isFar(V16 vFar, V16 vMost) {
+    return !hn::AllFalse(D16(), hn::Gt(vFar, hn::Add(vMost, vMost)));
 }
-HWY_INLINE bool isFar(hn::Vec<hn::Rebind<float, D32>> vFar) {
+HWY_INLINE bool isFar(hn::Vec<hn::Rebind<float, D32>> vFar, V16) {
     const hn::Rebind<float, D32> dFloat;
     return !hn::AllFalse(dFloat, hn::Gt(vFar, hn::Zero(dFloat)));
 }
@@ -149,7 +149,7 @@ HWY_INLINE V16 addToSums(const uint8_t* pSamples, V16, uint16_t* pSums, const La
         // Beyond either side of the limit is beyond twice the limit from one of them.
         const V16 vScaled = hn::MulHigh(hn::ShiftLeft<8>(v), vFactor);
         const V16 vApart = hn::Add(hn::Sub(vSums, vScaled), vMost);
-        rFar = hn::Or(rFar, hn::SaturatedSub(vApart, hn::Add(vMost, vMost)));
+        rFar = hn::Max(rFar, vApart);
     }
     hn::StoreU(hn::Add(vSums, v), d16, pSums);
     return v;
@@ -213,10 +213,11 @@ FrameFigures addRun(const TSample* pSamples, std::size_t nSamples, uint32_t uFul
         V32 vSumsFirst = vSums, vLowFirst = vSums, vHighFirst = vSums;
         V32 vSumsSecond = vSums, vLowSecond = vSums, vHighSecond = vSums;
         V16 vSaturated = hn::Zero(d16);
-        auto vFar = noneFar(pSamples);
-        const auto fnAdd = [&](std::size_t iFirst, std::size_t iLane, V16 vMost, V16 vFirst, V16 vSecond) HWY_ATTR {
+        auto vFar0 = noneFar(pSamples), vFar1 = vFar0, vFar2 = vFar0;
+        const auto fnAdd = [&](std::size_t iFirst, std::size_t iLane, V16 vMost, V16 vFirst, V16 vSecond,
+                               auto& rFar) HWY_ATTR {
             const V16 v =
-                addToSums<SCREEN>(pSamples + iFirst, vFull, pSums + iFirst, lanes, iLane, vFactor, vMost, vFar);
+                addToSums<SCREEN>(pSamples + iFirst, vFull, pSums + iFirst, lanes, iLane, vFactor, vMost, rFar);
             vSaturated = hn::Sub(vSaturated, hn::VecFromMask(d16, hn::Eq(v, vFull)));
             vLargest = hn::Max(vLargest, v);
             const V16 vCentred = hn::Xor(v, vCentre);
@@ -228,20 +229,19 @@ FrameFigures addRun(const TSample* pSamples, std::size_t nSamples, uint32_t uFul
                 addLanes<WIDE>(hn::And(vCentred, vSecond), vSumsSecond, vLowSecond, vHighSecond);
             }
         };
-        std::size_t iGroup = i;
         while (i < nEnd) {
-            fnAdd(i, 0, vMost0, vFirst0, vSecond0);
-            if (VECTORS > 1) {
-                fnAdd(i + L, L, vMost1, vFirst1, vSecond1);
-                fnAdd(i + 2 * L, 2 * L, vMost2, vFirst2, vSecond2);
-            }
-            i += nStep;
-            if (SCREEN && (i - iGroup == GROUP * nStep || i == nEnd)) {
-                if (isFar(vFar)) {
-                    pScreen->pHits[pScreen->nHits++] = static_cast<uint32_t>(iGroup);
-                    vFar = noneFar(pSamples);
+            const std::size_t iGroup = i;
+            const std::size_t nGroupEnd = SCREEN ? std::min(i + GROUP * nStep, nEnd) : nEnd;
+            for (; i < nGroupEnd; i += nStep) {
+                fnAdd(i, 0, vMost0, vFirst0, vSecond0, vFar0);
+                if (VECTORS > 1) {
+                    fnAdd(i + L, L, vMost1, vFirst1, vSecond1, vFar1);
+                    fnAdd(i + 2 * L, 2 * L, vMost2, vFirst2, vSecond2, vFar2);
                 }
-                iGroup = i;
+            }
+            if (SCREEN && (isFar(vFar0, vMost0) || (VECTORS > 1 && (isFar(vFar1, vMost1) || isFar(vFar2, vMost2))))) {
+                pScreen->pHits[pScreen->nHits++] = static_cast<uint32_t>(iGroup);
+                vFar0 = vFar1 = vFar2 = noneFar(pSamples);
             }
         }
         FrameFigures part;
