@@ -21,7 +21,7 @@ constexpr double UNKNOWN = std::numeric_limits<double>::quiet_NaN();
 constexpr double PI = 3.14159265358979323846;
 constexpr double ROUNDING = 1.0 / 12.0;
 constexpr double SERIES_MAX = 0.05;  // relative variance of L - D up to which the next order is a good one
-constexpr std::size_t RESIDUAL_SAMPLES = 1U << 18, CURVE_SAMPLES = 1U << 14, CURVE_POINTS = 33;
+constexpr std::size_t RESIDUAL_SAMPLES = 1U << 15, CURVE_SAMPLES = 1U << 14, CURVE_POINTS = 33;
 
 // Odd, so that it meets all sites of a filter array.
 std::size_t stepFor(std::size_t nSamples, std::size_t nWanted) {

@@ -53,21 +53,23 @@ JudgedPair judge(const PairOptions& rPair) {
     const auto fnRead = [](const std::string& strFile, StandIn::eReferenceKind eKind) {
         return strFile.empty() ? std::optional<ReferenceImage>() : readKind(strFile, eKind);
     };
-    // Dark and light do not wait for each other, nor the pair for either: each takes its share of a second.
+    // Dark and light do not wait for each other, nor the pair for either.
     auto later = std::async(fnRead, rPair.strLight, StandIn::eReferenceLight);
     result.dark = fnRead(rPair.strDark, StandIn::eReferenceDark);
     result.light = later.get();
     const ReferenceImage* const pDark = result.dark ? &*result.dark : nullptr;
-    auto light = std::async([&] {
-        return result.light ? std::optional<ReferenceJudgement>(judgeReference(*result.light, pDark)) : std::nullopt;
+    auto singly = std::async([&] {
+        if (pDark != nullptr) {
+            result.darkJudgement = judgeReference(*pDark);
+        }
+        if (result.light) {
+            result.lightJudgement = judgeReference(*result.light, pDark);
+        }
     });
-    if (pDark != nullptr) {
-        result.darkJudgement = judgeReference(*pDark);
-    }
     if (result.dark && result.light) {
         result.pair = judgePair(*result.dark, *result.light);
     }
-    result.lightJudgement = light.get();
+    singly.get();
     return result;
 }
 

@@ -12,6 +12,7 @@
 #include "toolkit/judgement/DarkPattern.h"
 #include "toolkit/judgement/JudgementText.h"
 #include "toolkit/judgement/Outliers.h"
+#include "toolkit/judgement/Sums.h"
 #include "toolkit/text/Texts.h"
 
 namespace XAPEL2 {
@@ -44,14 +45,6 @@ double meanOf(const std::vector<double>& rValues) {
     return dSum / static_cast<double>(rValues.size());
 }
 const char* const THE_LIGHT_ONE = "the light one with";
-
-double meanOfSamples(const std::vector<float>& rSamples) {
-    double dSum = 0.0;
-    for (const float fSample : rSamples) {
-        dSum += static_cast<double>(fSample);
-    }
-    return dSum / static_cast<double>(rSamples.size());
-}
 
 std::vector<double> classMeans(const StandIn::ReferenceImage& rReference) {
     const StandIn::PixelFormat& rFormat = *rReference.layout.pFormat;

@@ -9,6 +9,8 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "toolkit/judgement/Sums.h"
+
 namespace XAPEL2 {
 namespace Toolkit {
 
@@ -44,30 +46,21 @@ Means meansOf(const ColourPlane& rPlane) {
     result.vecRows.assign(rPlane.nRows, 0.0);
     result.vecColumns.assign(rPlane.nColumns, 0.0);
     for (std::size_t iRow = 0; iRow < rPlane.nRows; ++iRow) {
-        const float* pRow = rPlane.vecSamples.data() + iRow * rPlane.nColumns;
+        const float* const pRow = rPlane.vecSamples.data() + iRow * rPlane.nColumns;
+        double* const pColumns = result.vecColumns.data();
         for (std::size_t i = 0; i < rPlane.nColumns; ++i) {
-            result.vecRows[iRow] += static_cast<double>(pRow[i]);
-            result.vecColumns[i] += static_cast<double>(pRow[i]);
+            pColumns[i] += static_cast<double>(pRow[i]);
         }
-        result.vecRows[iRow] /= static_cast<double>(rPlane.nColumns);
+        result.vecRows[iRow] = sumOf(pRow, rPlane.nColumns) / static_cast<double>(rPlane.nColumns);
     }
     for (double& rColumn : result.vecColumns) {
         rColumn /= static_cast<double>(rPlane.nRows);
     }
     result.dAll = meanOfValues(result.vecRows);
-    for (const float fSample : rPlane.vecSamples) {
-        const double dOff = static_cast<double>(fSample) - result.dAll;
-        result.dSquares += dOff * dOff;
-    }
+    const double dAll = result.dAll;
+    result.dSquares = sumOver(rPlane.vecSamples.data(), rPlane.vecSamples.size(),
+                              [dAll](double dSample) { return (dSample - dAll) * (dSample - dAll); });
     return result;
-}
-
-double planeMean(const ColourPlane& rPlane) {
-    double dSum = 0.0;
-    for (const float fSample : rPlane.vecSamples) {
-        dSum += static_cast<double>(fSample);
-    }
-    return rPlane.vecSamples.empty() ? UNKNOWN : dSum / static_cast<double>(rPlane.vecSamples.size());
 }
 
 /// A figure as it is told.
@@ -84,14 +77,6 @@ Split apply(const Split& a, const Split& b, double (*fnCombine)(double, double, 
 double classVariance(const MeanImage& rImage, std::size_t iClass, double dTransfer, double dLightAboveMean) {
     return rImage.vecClassVariance.empty() ? std::max(0.0, rImage.dTemporalVariance + dTransfer * dLightAboveMean)
                                            : rImage.vecClassVariance[iClass];
-}
-
-double imageMean(const MeanImage& rImage) {
-    double dSum = 0.0;
-    for (const float fSample : rImage.vecSamples) {
-        dSum += static_cast<double>(fSample);
-    }
-    return dSum / static_cast<double>(rImage.vecSamples.size());
 }
 
 /// Standard deviation of the variance dVariance that was measured over nValues values of a noise variance dNoise.
@@ -171,7 +156,7 @@ Split spatialUncertainties(const Split& rVariances, const ColourPlane& rPlane, u
 
 double photonTransferGain(const MeanImage& rDark, const MeanImage& rLight) {
     const double dNoise = rLight.dTemporalVariance - rDark.dTemporalVariance;
-    const double dSignal = imageMean(rLight) - imageMean(rDark);
+    const double dSignal = meanOfSamples(rLight.vecSamples) - meanOfSamples(rDark.vecSamples);
     return dNoise > 0.0 && dSignal > 0.0 ? dNoise / dSignal : UNKNOWN;
 }
 
@@ -183,14 +168,14 @@ NonUniformity nonUniformity(const MeanImage& rDark, const MeanImage& rLight, dou
     result.dGain = dGain;
     const std::vector<std::string> vecNames = colourClassNames(*rDark.layout.pFormat);
     const double dTransfer = photonTransferGain(rDark, rLight);
-    const double dSignal = imageMean(rLight) - imageMean(rDark);
+    const double dSignal = meanOfSamples(rLight.vecSamples) - meanOfSamples(rDark.vecSamples);
     for (unsigned iClass = 0; iClass < vecNames.size(); ++iClass) {
         const ColourPlane dark = colourPlane(rDark.layout, rDark.vecSamples, iClass);
         const ColourPlane light = colourPlane(rLight.layout, rLight.vecSamples, iClass);
         ClassNonUniformity class_;
         class_.strName = vecNames[iClass];
-        class_.dDarkMean = planeMean(dark);
-        class_.dLightMean = planeMean(light);
+        class_.dDarkMean = meanOfSamples(dark.vecSamples);
+        class_.dLightMean = meanOfSamples(light.vecSamples);
         const double dClassSignal = class_.dLightMean - class_.dDarkMean;
         const double dDarkNoise = classVariance(rDark, iClass, 0.0, 0.0);
         const double dLightNoise =

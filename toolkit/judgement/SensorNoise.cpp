@@ -8,6 +8,8 @@
 
 #include "toolkit/judgement/FrameStack.h"
 
+#include "toolkit/judgement/Sums.h"
+
 namespace XAPEL2 {
 namespace Toolkit {
 
@@ -17,6 +19,9 @@ constexpr double PI = 3.14159265358979323846;
 constexpr double ROUNDING = 1.0 / 12.0;
 
 std::vector<double> meansOf(const StandIn::ReferenceImage& rReference) {
+    if (rReference.layout.classes() == 1) {
+        return {meanOfSamples(rReference.vecSamples)};
+    }
     std::vector<double> vecMeans(rReference.layout.classes(), 0.0);
     for (std::size_t i = 0; i < rReference.vecSamples.size(); ++i) {
         vecMeans[rReference.layout.classOf(i)] += static_cast<double>(rReference.vecSamples[i]);
