@@ -2,6 +2,8 @@
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // Hot and dead pixels are found where they are, and nowhere else.
 
+#include <algorithm>
+#include <random>
 #include <set>
 
 #include <gtest/gtest.h>
@@ -62,6 +64,26 @@ TEST(Defects, AreFoundInEachClassAndAtEachEdge) {
         fnExpect(findDefects(dark), eHot);
         EXPECT_TRUE(findDefects(light, &dark).empty());
         fnExpect(findDefects(light), eBright);
+    }
+}
+
+// Of any order of the eight, and at any column: widths are no multiples of what is worked on at once.
+TEST(Defects, NeighboursAreTheMedianOfEight) {
+    const StandIn::ImageLayout layout = {StandIn::findPixelFormat("Mono12"), 75, 60};
+    const auto fnIsHot = [](std::size_t i) { return i % 75 % 3 == 1 && i / 75 % 3 == 1; };
+    std::mt19937 random(3);
+    const StandIn::ReferenceImage dark = makeReference(StandIn::eReferenceDark, layout, [&](std::size_t i) {
+        return fnIsHot(i) ? 1000.0 : static_cast<double>(random() % 64) / 4.0;
+    });
+    const std::vector<Defect> vecFound = findDefects(dark);
+    EXPECT_EQ(vecFound.size(), 25U * 20U);
+    for (const Defect& rDefect : vecFound) {
+        std::vector<double> vecNear;
+        for (std::size_t k = 0; k < 9; ++k) {
+            vecNear.push_back(dark.vecSamples[(rDefect.nY + k / 3 - 1) * 75 + rDefect.nX + k % 3 - 1]);
+        }
+        std::sort(vecNear.begin(), vecNear.end());  // the hot one is the last
+        EXPECT_EQ(rDefect.dNeighbours, (vecNear[3] + vecNear[4]) / 2.0) << rDefect.nX << " " << rDefect.nY;
     }
 }
 
