@@ -38,15 +38,27 @@ public:
     double noise() const { return m_dNoise; }
     uint64_t frames() const { return m_nFrame; }
     void cover(bool bCover) { m_bCovered = bCover; }
+    /// Size of the sensor and offset of the images on it. Without, each image is all of a sensor.
+    void place(uint64_t nSensorWidth, uint64_t nSensorHeight, uint64_t nOffsetX, uint64_t nOffsetY) {
+        m_nSensorWidth = nSensorWidth;
+        m_nSensorHeight = nSensorHeight;
+        m_nOffsetX = nOffsetX;
+        m_nOffsetY = nOffsetY;
+    }
 
     void fill(const PixelFormat& rFormat, uint64_t nWidth, uint64_t nHeight, void* pImage) {
         const CCounterRandom random(CCounterRandom::deriveKey(m_uSeed + 2, ++m_nFrame));
         std::vector<uint16_t> vecSamples(nWidth * nHeight * rFormat.nChannels);
         for (uint64_t i = 0; i < vecSamples.size(); ++i) {
             const uint64_t iPixel = i / rFormat.nChannels;
-            const double dX = static_cast<double>(iPixel % nWidth) / static_cast<double>(nWidth) - 0.5;
-            const double dY = static_cast<double>(iPixel / nWidth) / static_cast<double>(nHeight) - 0.5;
-            const double dValue = dark(i) + (m_bCovered ? 0 : light(i, dX, dY)) + m_dNoise * random.normal(2 * i);
+            const uint64_t iX = iPixel % nWidth + m_nOffsetX, iY = iPixel / nWidth + m_nOffsetY;
+            const uint64_t nColumns = m_nSensorWidth != 0 ? m_nSensorWidth.load() : nWidth;
+            const uint64_t nRows = m_nSensorHeight != 0 ? m_nSensorHeight.load() : nHeight;
+            const uint64_t iSite = (iY * nColumns + iX) * rFormat.nChannels + i % rFormat.nChannels;
+            const double dX = static_cast<double>(iX) / static_cast<double>(nColumns) - 0.5;
+            const double dY = static_cast<double>(iY) / static_cast<double>(nRows) - 0.5;
+            const double dValue =
+                dark(iSite) + (m_bCovered ? 0 : light(iSite, dX, dY)) + m_dNoise * random.normal(2 * i);
             vecSamples[i] =
                 static_cast<uint16_t>(std::clamp(dValue * rFormat.fullScale() + 0.5, 0.0, 1.0 * rFormat.fullScale()));
         }
@@ -58,6 +70,7 @@ private:
     const uint64_t m_uSeed;
     std::atomic<bool> m_bCovered{false};
     std::atomic<uint64_t> m_nFrame{0};
+    std::atomic<uint64_t> m_nSensorWidth{0}, m_nSensorHeight{0}, m_nOffsetX{0}, m_nOffsetY{0};
 };
 
 constexpr int MARK = 0xA5;  // what memory holds that no packet has reached

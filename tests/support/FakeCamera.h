@@ -96,7 +96,15 @@ public:
     void dropController() { arv_fake_camera_set_control_channel_privilege(m_pFake, 0); }
     void writeRegister(guint32 uAddress, guint32 uValue) { arv_fake_camera_write_register(m_pFake, uAddress, uValue); }
 
+    guint32 readRegister(guint32 uAddress) const {
+        guint32 uValue = 0;
+        arv_fake_camera_read_register(m_pFake, uAddress, &uValue);
+        return uValue;
+    }
+
     static constexpr guint32 FORMAT_REGISTER = 0x128;
+    static constexpr guint32 SENSOR_WIDTH_REGISTER = 0x11c, SENSOR_HEIGHT_REGISTER = 0x118;
+    static constexpr guint32 OFFSET_X_REGISTER = 0x130, OFFSET_Y_REGISTER = 0x134;
 
 private:
     struct Unref {
@@ -129,10 +137,8 @@ private:
 
     static void onFill(ArvBuffer* pBuffer, void* pSelf, guint32, guint32, ArvPixelFormat uPfnc) {
         auto* const pCamera = static_cast<CFakeCamera*>(pSelf);
-        guint32 uWidth = 0;
-        guint32 uHeight = 0;
-        arv_fake_camera_read_register(pCamera->m_pFake, 0x100, &uWidth);
-        arv_fake_camera_read_register(pCamera->m_pFake, 0x104, &uHeight);
+        const guint32 uWidth = pCamera->readRegister(0x100);
+        const guint32 uHeight = pCamera->readRegister(0x104);
         for (const Format& rFormat : XAPEL2::StandIn::pixelFormats()) {
             if (rFormat.uPfnc == uPfnc) {
                 pCamera->m_fnFill(rFormat, uWidth, uHeight, const_cast<void*>(arv_buffer_get_data(pBuffer, nullptr)));
