@@ -117,7 +117,7 @@ def opencv(figures):
 def references(figures):
     rows = []
     compared = {ours: rest for ours, *rest in REFERENCE_RATIOS}
-    for name in sorted((n for n in figures.names() if n.count("/") == 1 and re.match("box|median|acc|apply|memcpy", n)),
+    for name in sorted((n for n in figures.names() if n.count("/") == 1 and re.match("box|median|acc|record|apply|memcpy", n)),
                        key=lambda n: [int(t) if t.isdigit() else t for t in re.split(r"(\d+)", n)]):
         base, goal, words = compared.get(name, [None] * 3)
         values = figures.ratios(name, base) if base else []

@@ -35,6 +35,9 @@ constexpr std::size_t SCRATCH_BYTES = std::size_t{1} << 22;
 constexpr double CLEARLY = 1.05;
 constexpr double OF_ONE_ROUND = 0.2;
 
+// Fewer tell nothing: the first samples fetch code and pages.
+constexpr std::size_t ROUNDS_LEAST = 2;
+
 // After these rounds what is so much slower than the fastest is out: the time is for those that may win.
 constexpr std::size_t ROUNDS_FOR_ALL = 3;
 constexpr double FAR_SLOWER = 1.3;
@@ -90,9 +93,9 @@ public:
         }
     }
 
-    /// The first where no round was good, and where no other is faster by more than what a measurement can tell.
+    /// The first where too few rounds were good, and where no other is faster by more than what a measurement can tell.
     ChosenKernel fastest() const {
-        if (m_vecRounds.empty()) {
+        if (m_vecRounds.size() < ROUNDS_LEAST) {
             return {m_rVariants.front(), "not measured: no time, or no clock"};
         }
         const std::vector<double> vecTimes = relativeTimes();
