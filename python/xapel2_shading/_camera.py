@@ -264,6 +264,9 @@ class Camera:
             self._core.correct(*names, box_dark, box_light, median_dark, median_light)
             self._files.close()
             object.__setattr__(self, "_files", stack.pop_all())
+        if not self.is_open:
+            # Another thread has closed it just now, and has not seen these files.
+            self._files.close()
 
     def stop_correcting(self) -> None:
         """Have frames come as they are."""

@@ -2,6 +2,7 @@
 # Copyright (c) 2026 the xapel2_ext_sc authors
 """Cameras: settings, frames, waits, live correction, recording."""
 
+import concurrent.futures
 import gc
 import signal
 import threading
@@ -188,6 +189,23 @@ def test_another_thread_ends_a_wait(slow, end, error):
     with pytest.raises(error):
         slow.fetch()
     assert later.elapsed() < 5
+
+
+@pytest.mark.parametrize("use", ["start", "stop", "fetch", "correct", "stop_correcting", "record"])
+def test_who_waits_for_a_camera_that_is_closed_is_told(camera, use):
+    light = xs.Reference(np.full((48, 64), 100.0), "light", "Mono12")
+    uses = {"correct": lambda: camera.correct(light=light), "record": lambda: xs.record(camera, "dark", 2)}
+    with concurrent.futures.ThreadPoolExecutor(2) as pool:
+        busy = pool.submit(xs.record, camera, "light", 10**6)
+        time.sleep(0.2)
+        late = pool.submit(uses.get(use) or getattr(camera, use))
+        time.sleep(0.2)
+        assert not busy.done() and not late.done()
+        camera.close()
+        assert isinstance(busy.exception(10), xs.StreamError)
+        with pytest.raises(xs.StreamError, match="the camera is closed"):
+            late.result(10)
+    assert not (camera.is_open or camera.running or camera.correcting)
 
 
 def test_a_cancel_between_frames_ends_the_loop(camera):
