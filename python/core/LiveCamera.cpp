@@ -280,8 +280,8 @@ void CLiveCamera::restoreCorrection(CSession& rSession) {
     }
 }
 
-Toolkit::Recording CLiveCamera::record(bool bLight, uint64_t nFrames, const std::string& strFile, const Watch& fnWatch,
-                                       const Told& fnTold) {
+Toolkit::Recording CLiveCamera::record(bool bLight, uint64_t nFrames, const std::string& strFile, bool bKeepOutliers,
+                                       const Watch& fnWatch, const Told& fnTold) {
     const CStreamUse use(*this);
     const auto pSession = session();
     if (m_bRunning) {
@@ -293,7 +293,7 @@ Toolkit::Recording CLiveCamera::record(bool bLight, uint64_t nFrames, const std:
     CToldProgress progress(fnWatch, fnTold);
     Toolkit::Recording result;
     try {
-        result = Toolkit::recordReference(*pSession, bLight, nFrames, strFile, progress);
+        result = Toolkit::recordReference(*pSession, bLight, nFrames, strFile, progress, bKeepOutliers);
     } catch (...) {
         try {
             pSession->stop();

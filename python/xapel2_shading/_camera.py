@@ -314,8 +314,8 @@ def devices() -> list[tuple[str, str]]:
     return core.devices()
 
 
-def _warn(recording: dict[str, Any], wanted: int) -> None:
-    """What a recording could do all the same, but not as it was asked to."""
+def _warn(recording: dict[str, Any], wanted: int, reference: Reference) -> None:
+    """What a recording could do all the same, but not as it was asked to, and what was unsteady in it."""
     if recording["left_out"]:
         warnings.warn(f"{recording['left_out']} frames left out, the first: {recording['why_left_out']}", stacklevel=3)
     if recording["frames"] < wanted:
@@ -324,10 +324,17 @@ def _warn(recording: dict[str, Any], wanted: int) -> None:
         warnings.warn(f"{recording['underruns']} frames found no buffer free", stacklevel=3)
     if recording["why_no_settings"]:
         warnings.warn(f"without the settings of the camera: {recording['why_no_settings']}", stacklevel=3)
+    for text in reference._warnings():
+        warnings.warn(text, stacklevel=3)
 
 
 def record(
-    camera: Camera, kind: str, frames: int = 16, progress: Optional[Callable[[int, int], object]] = None
+    camera: Camera,
+    kind: str,
+    frames: int = 16,
+    progress: Optional[Callable[[int, int], object]] = None,
+    *,
+    keep_outliers: bool = False,
 ) -> Reference:
     """Record a reference from a camera that does not run.
 
@@ -341,11 +348,14 @@ def record(
         Frames to average. Incomplete ones are left out, and others taken.
     progress : callable, optional
         Called as ``progress(done, total)`` for each frame; what it raises ends the recording.
+    keep_outliers : bool, optional
+        Frames and samples that left the others stay in the mean. Without it they do not, in a recording of 8 frames or
+        more; either way ``reference.outliers`` tells of them.
 
     Returns
     -------
     Reference
-        With the settings of the camera.
+        With the settings of the camera, and where on the sensor its frames lay.
 
     Raises
     ------
@@ -355,7 +365,8 @@ def record(
     Warns
     -----
     UserWarning
-        Frames were left out or lost, there are fewer than were asked for, or the camera does not tell its settings.
+        Frames were left out or lost, some were unlike the others, there are fewer than were asked for, or the camera does
+        not tell its settings.
 
     Examples
     --------
@@ -370,8 +381,9 @@ def record(
     correcting = camera.correcting
     with OwnFolder() as folder:
         file = os.path.join(folder, "reference.tif")
-        recording = camera._core.record(kind == "light", frames, file, progress)
-        _warn(recording, frames)
+        recording = camera._core.record(kind == "light", frames, file, progress, keep_outliers)
+        reference = read_reference(file)
+        _warn(recording, frames, reference)
         if correcting and not camera.correcting:
             warnings.warn("correction could not be switched on again; call correct()", stacklevel=2)
-        return read_reference(file)
+        return reference

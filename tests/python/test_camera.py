@@ -323,6 +323,31 @@ def test_a_folder_gives_what_it_has_and_says_so(tmp_path):
         assert failed.value.code == -1001
 
 
+@pytest.mark.parametrize("keep", [False, True])
+def test_a_frame_unlike_the_others_is_left_out_or_kept(tmp_path, keep):
+    random = np.random.default_rng(4)
+    for i in range(12):
+        pixels = 100 + 80 * (i == 5) + random.integers(-3, 4, (32, 64))
+        (tmp_path / f"light_{i:02}.pgm").write_bytes(b"P5 64 32 255\n" + pixels.astype(np.uint8).tobytes())
+    with xs.open_camera(f"replay:{tmp_path}") as camera:
+        with pytest.warns(UserWarning, match="1 frame unlike the others"):
+            light = xs.record(camera, "light", 12, keep_outliers=keep)
+    xs.write_reference(tmp_path / "light.tif", light)
+    light = xs.read_reference(tmp_path / "light.tif")
+    outliers = light.metadata["outliers"]
+    assert light.images == 12 - (not keep) and light.mean == pytest.approx(100 + 80 / 12 * keep, abs=0.1)
+    assert (outliers["frames"], outliers["frames_left_out"]) == (1, 0 if keep else 1)
+    place = outliers["places"][0]
+    assert (place["what"], place["frame"], place["left_out"]) == ("brightness", 6, not keep)
+    assert place["deviation"] == pytest.approx(80, abs=1) and light.geometry == {}
+
+
+def test_a_recording_tells_where_it_lay(camera):
+    camera.Width, camera.OffsetX, camera.ReverseY = 32, 8, True
+    whole = {"SensorWidth": 64, "SensorHeight": 48, "BinningHorizontal": 1, "BinningVertical": 1, "ReverseX": False}
+    assert xs.record(camera, "dark", 2).geometry.items() >= dict(whole, OffsetX=8, OffsetY=0, ReverseY=True).items()
+
+
 def test_two_cameras_stream_in_two_threads():
     counts = {}
 
