@@ -51,7 +51,7 @@ def build_package():
     options = [
         f"-DPython_EXECUTABLE={sys.executable}",
         f"-DXAPEL2_PYTHON_BUNDLE={folder}",
-        # As the packages are built, without the symbols: they make the wheel ten times as large.
+        # As the packages are built, but without symbols, which would be most of the wheel.
         "-DCMAKE_BUILD_TYPE=Release",
         "-DCMAKE_CXX_FLAGS_RELEASE=-O2 -DNDEBUG",
         "-DXAPEL2_BUILD_PYTHON=ON",
