@@ -13,6 +13,7 @@ from typing import Any, Callable, Iterator, Optional, Union
 
 from . import _core as core
 from ._core import Frame
+from ._errors import StreamError
 from ._reference import OwnFolder, PathLike, Reference, as_files, read_reference
 
 #: Settings that cameras have, as far as ``dir(camera)`` shows them.
@@ -213,8 +214,17 @@ class Camera:
                 yield self._core.fetch(cancels)
                 done += 1
         finally:
-            if starts and self.is_open:
+            if starts:
+                self._stop_if_open()
+
+    def _stop_if_open(self) -> None:
+        """A loop that ends has nothing to say about a camera that another thread has closed, or closes just then."""
+        try:
+            if self.is_open:
                 self.stop()
+        except StreamError:
+            if self.is_open:
+                raise
 
     def cancel(self) -> None:
         """End the waits of other threads: fetches, loops over frames, and recordings, with ``FetchCancelled``."""

@@ -208,6 +208,19 @@ def test_who_waits_for_a_camera_that_is_closed_is_told(camera, use):
     assert not (camera.is_open or camera.running or camera.correcting)
 
 
+def test_a_loop_is_left_in_order_while_the_camera_is_closed():
+    with xs.open_camera(SIM, AcquisitionFrameRate=1) as camera, concurrent.futures.ThreadPoolExecutor(2) as pool:
+        frames = camera.frames()
+        next(frames)
+        busy = pool.submit(camera.fetch)
+        time.sleep(0.1)
+        left = pool.submit(frames.close)
+        time.sleep(0.2)
+        assert not busy.done() and not left.done()
+        camera.close()
+        assert left.result(10) is None and isinstance(busy.exception(10), xs.StreamError)
+
+
 def test_a_cancel_between_frames_ends_the_loop(camera):
     frames = camera.frames()
     next(frames)
