@@ -33,6 +33,23 @@ ReferencePair pairOf(const CScene& rScene) {
     return pair;
 }
 
+/// The same pair, of a sensor that has one row more.
+ReferencePair narrowPair(const ReferencePair& rPair) {
+    ReferencePair narrow;
+    for (const eReferenceKind eKind : {eReferenceDark, eReferenceLight}) {
+        auto pReference = std::make_shared<ReferenceImage>(*rPair[eKind]);
+        ++pReference->geometry.y.nSensor;
+        narrow[eKind] = pReference;
+    }
+    return narrow;
+}
+
+void refuse(ePlaceObstacle eWhy) {
+    if (eWhy != eOutside) {
+        throw std::runtime_error("wrong result: a place outside the reference is not refused");
+    }
+}
+
 /// Mean of a frame by what it should be, and the spread around the mean, both in percent.
 struct Errors {
     double dMean = 0.0, dSpread = 0.0;
@@ -144,12 +161,28 @@ void measureMove(const Options& rOptions, const char* pName, const char* pFormat
                                                   rBare.correct(vecImage.data());
                                               }
                                           }});
+    // Its last row alone lies outside, which takes the longest to see.
+    ImageGeometry outside = whole;
+    outside.y = {nHeight + 1, 65, 1, eBinningAverage, false};
+    CAppliedReferences narrow(narrowPair(pair));
+    const std::size_t iReckoned = rounds.add({"refused, reckoned", [&](uint64_t nTimes) {
+                                                  for (uint64_t i = 0; i < nTimes; ++i) {
+                                                      refuse(narrow.obstacle(window, outside));
+                                                  }
+                                              }});
+    const std::size_t iRemembered = rounds.add({"refused, remembered", [&](uint64_t nTimes) {
+                                                    for (uint64_t i = 0; i < nTimes; ++i) {
+                                                        refuse(narrow.obstacleOnce(window, outside));
+                                                    }
+                                                }});
     applied.build(window, fnPlace(nMoves));
     rounds.run();
     const std::string strName = std::string("move/") + pName;
     rounds.print(iApply, strName + "/apply");
     rounds.print(iFirst, strName + "/first");
     rounds.print(iLater, strName + "/later");
+    rounds.print(iReckoned, strName + "/refused-reckoned");
+    rounds.print(iRemembered, strName + "/refused");
     note(rOptions, "    first frame by apply %.2f, later frames by correction alone %.3f", rounds.ratio(iFirst, iApply),
          rounds.ratio(iLater, iBare));
     compareErrors(rOptions, scene, applied);

@@ -147,6 +147,20 @@ ePlaceObstacle CAppliedReferences::obstacle(const ImageLayout& rLayout, const Im
     return eWorst;
 }
 
+ePlaceObstacle CAppliedReferences::obstacleOnce(const ImageLayout& rLayout, const ImageGeometry& rGeometry) {
+    for (const Refused& rRefused : m_aRefused) {
+        if (rRefused.eWhy != eNoObstacle && rRefused.layout == rLayout && rRefused.geometry == rGeometry) {
+            return rRefused.eWhy;
+        }
+    }
+    const ePlaceObstacle eWhy = obstacle(rLayout, rGeometry);
+    if (eWhy != eNoObstacle) {
+        m_aRefused[m_iNextRefused] = {eWhy, rLayout, rGeometry};
+        m_iNextRefused = (m_iNextRefused + 1) % REFUSED;
+    }
+    return eWhy;
+}
+
 const CorrectionInUse* CAppliedReferences::find(const ImageLayout& rLayout, const ImageGeometry& rGeometry) {
     ++m_nUses;
     for (Kept& rKept : m_vecKept) {

@@ -28,11 +28,13 @@ struct CorrectionInUse {
 };
 
 /// Keeps the pair, filtered on all of its sensor, and its targets, so that brightness does not depend on the window.
-/// What corrects images of one format, size and place is built when the first of them comes; the last four are kept.
+/// What corrects images of one format, size and place is built when the first of them comes; the last four are kept,
+/// and so are the last four places that were refused.
 /// @threads one at a time.
 class CAppliedReferences {
 public:
     static constexpr std::size_t KEPT = 4;
+    static constexpr std::size_t REFUSED = 4;
 
     /// @throws std::bad_alloc  @throws CUnfitPair
     explicit CAppliedReferences(const ReferencePair& rPair);
@@ -59,6 +61,8 @@ public:
     /// Why the pair says nothing about an image.
     /// @param[in] rGeometry  not known: taken for that of the main reference. @throws std::bad_alloc
     ePlaceObstacle obstacle(const ImageLayout& rLayout, const ImageGeometry& rGeometry) const;
+    /// The same, remembered where there is one: every frame of a stream asks. @throws std::bad_alloc
+    ePlaceObstacle obstacleOnce(const ImageLayout& rLayout, const ImageGeometry& rGeometry);
 
     /// Filters the pair and takes its targets, before anything is built. @throws std::bad_alloc
     void prepare(const std::array<FilterRadii, 2>& rRadii);
@@ -74,6 +78,11 @@ private:
         ImageLayout layout;
         ImageGeometry geometry;
         uint64_t iLastUse = 0;
+    };
+    struct Refused {
+        ePlaceObstacle eWhy = eNoObstacle;  // none: not used yet
+        ImageLayout layout;
+        ImageGeometry geometry;
     };
     /// What of the pair an image takes.
     struct Derived {
@@ -101,6 +110,8 @@ private:
     ClassTargets m_aTargets{};  // of the light reference
     Derived m_derived;          // of the image that was built for last; its memory is used again
     std::vector<Kept> m_vecKept;
+    std::array<Refused, REFUSED> m_aRefused{};
+    std::size_t m_iNextRefused = 0;  // the oldest
     uint64_t m_nUses = 0;
 };
 

@@ -105,7 +105,7 @@ struct CShadingProcessor::Impl {
     int64_t end(const ShadingInputs& rInputs, ShadingAnswer& rAnswer);
 
     int64_t leaveUntouched(eReason eWhy, const ShadingInputs& rInputs, int64_t iStatus, ShadingAnswer& rAnswer,
-                           const std::function<std::string()>& fnNumbers = nullptr);
+                           const ImageGeometry* pPlace = nullptr);
     const CorrectionInUse* correctionFor(const ImageLayout& rLayout, const void* pImage, const ShadingInputs& rInputs,
                                          int64_t& rStatus, ShadingAnswer& rAnswer);
     ImageGeometry placeOf(const void* pImage) const;
@@ -155,15 +155,16 @@ void CShadingProcessor::Impl::emit(const std::string& strText) const noexcept {
     }
 }
 
-// The reason is told for each image, and traced once.
+// The reason is told for each image, and traced once, with the numbers of its place where that is the reason.
 int64_t CShadingProcessor::Impl::leaveUntouched(eReason eWhy, const ShadingInputs& rInputs, int64_t iStatus,
-                                                ShadingAnswer& rAnswer, const std::function<std::string()>& fnNumbers) {
+                                                ShadingAnswer& rAnswer, const ImageGeometry* pPlace) {
     rAnswer.eOutcome = iStatus < 0 ? eRefused : eLeftUntouched;
     rAnswer.pReason = textOf(eWhy);
     if (firstTime(eWhy)) {
         m_strTrace = "image left untouched; " + std::string(textOf(eWhy)) + "; image " +
                      toText(rInputs.strPixelFormat, rInputs.iWidth, rInputs.iHeight) + ", " +
-                     std::to_string(rInputs.iBufferSize) + " bytes" + (fnNumbers ? fnNumbers() : "");
+                     std::to_string(rInputs.iBufferSize) + " bytes" +
+                     (pPlace ? numbers(m_pApplied->main(), layoutOf(rInputs), *pPlace) : "");
     }
     return iStatus;
 }
@@ -243,10 +244,10 @@ const CorrectionInUse* CShadingProcessor::Impl::correctionFor(const ImageLayout&
         rStatus = leaveUntouched(eOtherSize, rInputs, UNTOUCHED, rAnswer);
         return nullptr;
     }
-    const ePlaceObstacle eWhy = rApplied.obstacle(rLayout, place);
+    const ePlaceObstacle eWhy = rApplied.obstacleOnce(rLayout, place);
     if (eWhy != eNoObstacle) {
-        rStatus = leaveUntouched(static_cast<eReason>(eMoved + (eWhy - eOtherSensor)), rInputs, UNTOUCHED, rAnswer,
-                                 [&] { return numbers(rApplied.main(), rLayout, place); });
+        rStatus =
+            leaveUntouched(static_cast<eReason>(eMoved + (eWhy - eOtherSensor)), rInputs, UNTOUCHED, rAnswer, &place);
         return nullptr;
     }
     m_pInUse = nullptr;  // it may make way

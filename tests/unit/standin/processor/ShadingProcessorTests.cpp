@@ -363,6 +363,44 @@ TEST_F(PlacedProcessor, WhatCannotBeDerivedIsLeftUntouchedAndTracedOnce) {
     EXPECT_EQ(command(eCommandProcess, 100), 0) << "the size of the reference, and nobody knows where";
 }
 
+// To search a place takes memory: a stream whose place is refused is searched for once, and again where the references
+// are others.
+TEST_F(PlacedProcessor, ARefusedPlaceCostsOneSearchForEachApply) {
+    ASSERT_EQ(command(eCommandApply, 0), 0);
+    const std::vector<uint64_t> OFFSETS = {0, 1, 2, 3};
+    for (const unsigned iRound : {0U, 1U, 2U}) {
+        for (const uint64_t nOffset : OFFSETS) {
+            m_places.place = at(nOffset);
+            setImage("Mono12", 8, 4, 100);
+            const uint64_t nBefore = Allocations::done();
+            ASSERT_EQ(m_placed.execute(eCommandProcess, m_inputs), 1);
+            EXPECT_EQ(Allocations::done() == nBefore, iRound != 0) << nOffset << ", round " << iRound;
+        }
+    }
+    m_places.place = at(3);
+    EXPECT_EQ(command(eCommandProcess, 100, 9), 1) << "makes the oldest forgotten";
+    m_places.place = at(4);
+    EXPECT_EQ(command(eCommandProcess, 100, 8), 0) << "a refused one says nothing about others";
+
+    // The same place, now held by the reference; and the other way round.
+    m_places.place = at(0);
+    ASSERT_EQ(command(eCommandStartDark, 0, 16), 0);
+    ASSERT_EQ(command(eCommandProcess, 10, 16), 1);
+    m_inputs.strFilename = m_oFolder / "first";
+    ASSERT_EQ(m_placed.execute(eCommandEnd, m_inputs), 0);
+    m_places.place = at(3);
+    EXPECT_EQ(command(eCommandProcess, 100, 8), 1) << "a reference is none before it is applied";
+    ASSERT_EQ(command(eCommandApply, 0), 0);
+    EXPECT_EQ(command(eCommandProcess, 100, 8), 0);
+    EXPECT_EQ(unpack(layoutOf("Mono12", 8, 4), m_vecImage)[5], 90);
+    m_places.place = at(9);
+    EXPECT_EQ(command(eCommandProcess, 100, 8), 1);
+    m_inputs.strFilename = m_oFolder / "dark";
+    ASSERT_EQ(m_placed.execute(eCommandLoadDark, m_inputs), 0);
+    ASSERT_EQ(command(eCommandApply, 0, 8), 0);
+    EXPECT_EQ(command(eCommandProcess, 100, 8), 0);
+}
+
 TEST_F(PlacedProcessor, UnknownPlacesTakeTheReferenceAsItIs) {
     ASSERT_EQ(command(eCommandApply, 0, 8), 0) << "a size that fits";
     for (const bool bThrows : {false, true}) {
