@@ -120,7 +120,7 @@ void close(PyCamera& rCamera) {
 }
 
 py::dict record(PyCamera& rCamera, bool bLight, uint64_t nFrames, const std::string& strFile,
-                const py::object& rProgress) {
+                const py::object& rProgress, bool bKeepOutliers) {
     CLiveCamera::Told fnTold;
     if (!rProgress.is_none()) {
         fnTold = [&rProgress](uint64_t iDone, uint64_t nAll) {
@@ -132,7 +132,7 @@ py::dict record(PyCamera& rCamera, bool bLight, uint64_t nFrames, const std::str
     const CLiveCamera::Watch fnWatch = watchOf(rLive, rLive.cancels());
     const CInside inside(rCamera);
     const Toolkit::Recording recording =
-        withoutGil([&] { return rLive.record(bLight, nFrames, strFile, fnWatch, fnTold); });
+        withoutGil([&] { return rLive.record(bLight, nFrames, strFile, bKeepOutliers, fnWatch, fnTold); });
     py::dict result;
     result["frames"] = recording.nFrames;
     result["left_out"] = recording.nLeftOut;
@@ -274,7 +274,8 @@ void defineCamera(py::module_& rModule) {
         .def("fetch", &fetch, py::arg("cancels") = py::none())
         .def("cancel", fnRun(&CLiveCamera::cancel))
         .def("close", &close)
-        .def("record", &record, py::arg("light"), py::arg("frames"), py::arg("file"), py::arg("progress"))
+        .def("record", &record, py::arg("light"), py::arg("frames"), py::arg("file"), py::arg("progress"),
+             py::arg("keep_outliers"))
         .def("correct",
              [](PyCamera& rSelf, const std::string& strDark, const std::string& strLight, unsigned nBoxDark,
                 unsigned nBoxLight, unsigned nMedianDark, unsigned nMedianLight) {

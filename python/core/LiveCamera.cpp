@@ -4,6 +4,7 @@
 
 #include "python/core/LiveCamera.h"
 
+#include <chrono>
 #include <utility>
 
 #include <unistd.h>
@@ -18,6 +19,8 @@ namespace {
 
 using Toolkit::CGenTlError;
 using Toolkit::CSession;
+
+constexpr unsigned LEAVING_MS = 5000;
 
 /// Watches a session's waits as long as it lives.
 class CWatched {
@@ -67,6 +70,7 @@ LiveFrame describe(CSession& rSession, StandIn::BufferHandle hBuffer) {
 }  // namespace
 
 /// The one who uses the stream. From inside its use, as by who is told of a recording's progress, there is no other.
+/// The session is asked for when the lock is held, and given up before it is: the camera may be closed while one waits.
 class CLiveCamera::CStreamUse {
 public:
     explicit CStreamUse(CLiveCamera& rCamera) : m_rCamera(rCamera) {
@@ -81,7 +85,9 @@ public:
     CStreamUse(const CStreamUse&) = delete;
     CStreamUse& operator=(const CStreamUse&) = delete;
 
+    // Before a lock is waited for: what fork() has left locked stays so.
     static void requireOther(const CLiveCamera& rCamera) {
+        rCamera.requireOwn();
         if (rCamera.m_streamUser.load() == std::this_thread::get_id()) {
             throw CGenTlError(GC_ERR_RESOURCE_IN_USE, rCamera.m_strDevice + ": the camera is recording");
         }
@@ -127,10 +133,14 @@ bool CLiveCamera::isOpen() const {
     return m_pSession != nullptr;
 }
 
-std::shared_ptr<CSession> CLiveCamera::session() const {
+void CLiveCamera::requireOwn() const {
     if (isInherited()) {
         throw CGenTlError(GC_ERR_INVALID_HANDLE, m_strDevice + ": the camera belongs to the process that opened it");
     }
+}
+
+std::shared_ptr<CSession> CLiveCamera::session() const {
+    requireOwn();
     const std::lock_guard<std::mutex> lock(m_mtxSession);
     if (!m_pSession) {
         throw CGenTlError(GC_ERR_INVALID_HANDLE, m_strDevice + ": the camera is closed");
@@ -139,8 +149,8 @@ std::shared_ptr<CSession> CLiveCamera::session() const {
 }
 
 void CLiveCamera::start(uint64_t nFrames) {
-    const auto pSession = session();
     const CStreamUse use(*this);
+    const auto pSession = session();
     if (m_bRunning) {
         throw CGenTlError(GC_ERR_RESOURCE_IN_USE, m_strDevice + ": the camera runs already");
     }
@@ -155,8 +165,8 @@ void CLiveCamera::start(uint64_t nFrames) {
 }
 
 void CLiveCamera::stop() {
-    const auto pSession = session();
     const CStreamUse use(*this);
+    const auto pSession = session();
     pSession->stop();
     m_bRunning = false;
 }
@@ -173,8 +183,8 @@ void CLiveCamera::requireBuffers(CSession& rSession) const {
 }
 
 LiveFrame CLiveCamera::fetch(const Watch& fnWatch) {
-    const auto pSession = session();
     const CStreamUse use(*this);
+    const auto pSession = session();
     if (!m_bRunning) {
         throw CGenTlError(GC_ERR_NO_DATA, m_strDevice + ": the camera does not run; start() it");
     }
@@ -233,13 +243,17 @@ void CLiveCamera::close() {
     const std::lock_guard<std::mutex> shadingLock(m_mtxShading);
     m_bRunning = false;
     m_bCorrecting = false;
+    // Whoever reads a node or gives a buffer back is about to leave: the camera is another's when this returns.
+    for (unsigned i = 0; pSession.use_count() > 1 && i < LEAVING_MS; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
     pSession.reset();
 }
 
 void CLiveCamera::correct(const Toolkit::PairOptions& rPair) {
     CStreamUse::requireOther(*this);
-    const auto pSession = session();
     const std::lock_guard<std::mutex> lock(m_mtxShading);
+    const auto pSession = session();
     m_bCorrecting = false;
     Toolkit::applyPair(*pSession, rPair);
     pSession->attempt("switching correction on", [&] { pSession->shading().SetEnable(true); });
@@ -249,8 +263,8 @@ void CLiveCamera::correct(const Toolkit::PairOptions& rPair) {
 
 void CLiveCamera::stopCorrecting() {
     CStreamUse::requireOther(*this);
-    const auto pSession = session();
     const std::lock_guard<std::mutex> lock(m_mtxShading);
+    const auto pSession = session();
     pSession->attempt("switching correction off", [&] { pSession->shading().SetEnable(false); });
     m_bCorrecting = false;
 }
@@ -266,10 +280,10 @@ void CLiveCamera::restoreCorrection(CSession& rSession) {
     }
 }
 
-Toolkit::Recording CLiveCamera::record(bool bLight, uint64_t nFrames, const std::string& strFile, const Watch& fnWatch,
-                                       const Told& fnTold) {
-    const auto pSession = session();
+Toolkit::Recording CLiveCamera::record(bool bLight, uint64_t nFrames, const std::string& strFile, bool bKeepOutliers,
+                                       const Watch& fnWatch, const Told& fnTold) {
     const CStreamUse use(*this);
+    const auto pSession = session();
     if (m_bRunning) {
         throw CGenTlError(GC_ERR_RESOURCE_IN_USE, m_strDevice + ": the camera runs; stop() it to record");
     }
@@ -279,7 +293,7 @@ Toolkit::Recording CLiveCamera::record(bool bLight, uint64_t nFrames, const std:
     CToldProgress progress(fnWatch, fnTold);
     Toolkit::Recording result;
     try {
-        result = Toolkit::recordReference(*pSession, bLight, nFrames, strFile, progress);
+        result = Toolkit::recordReference(*pSession, bLight, nFrames, strFile, progress, bKeepOutliers);
     } catch (...) {
         try {
             pSession->stop();

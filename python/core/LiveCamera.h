@@ -52,8 +52,9 @@ struct LiveFrame {
 };
 
 /// An open camera.
-/// @threads any; of those that need the stream (start, stop, fetch, record, close) one at a time, others wait. Nothing
-/// here wants the interpreter's lock, and callers must not hold it.
+/// @threads any; of those that need the stream (start, stop, fetch, record, close) one at a time, others wait. Who has
+/// waited for a camera that was closed meanwhile is told so. Nothing here wants the interpreter's lock, and callers
+/// must not hold it.
 class CLiveCamera : public std::enable_shared_from_this<CLiveCamera> {
 public:
     using Watch = std::function<void()>;  ///< what it throws ends the wait
@@ -88,12 +89,14 @@ public:
     bool isCorrecting() const { return m_bCorrecting; }
 
     /// Records a reference; the correction is as it was then, also where it fails.
-    Toolkit::Recording record(bool bLight, uint64_t nFrames, const std::string& strFile, const Watch& fnWatch,
-                              const Told& fnTold);
+    /// @param[in] bKeepOutliers  what left the other frames stays in.
+    Toolkit::Recording record(bool bLight, uint64_t nFrames, const std::string& strFile, bool bKeepOutliers,
+                              const Watch& fnWatch, const Told& fnTold);
 
 private:
     friend class CLease;
     class CStreamUse;
+    void requireOwn() const;
     void giveBack(StandIn::BufferHandle hBuffer);
     void requireBuffers(Toolkit::CSession& rSession) const;
     void restoreCorrection(Toolkit::CSession& rSession);

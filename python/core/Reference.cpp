@@ -2,16 +2,21 @@
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // Reference: the mean of a recording, with what is known about it.
 
+#include <algorithm>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <pybind11/stl.h>
 
 #include "python/core/Arrays.h"
 #include "python/core/Gil.h"
 #include "python/core/Parts.h"
+#include "toolkit/judgement/Outliers.h"
 #include "toolkit/text/Errors.h"
 #include "xapel2_standin/GenTL.h"
 #include "xapel2_standin/ReferenceFile.h"
@@ -25,6 +30,8 @@ namespace py = pybind11;
 using StandIn::ReferenceImage;
 using Samples = py::array_t<float, py::array::c_style | py::array::forcecast>;
 using Defects = py::array_t<uint8_t, py::array::c_style | py::array::forcecast>;
+
+constexpr uint64_t IMAGES_MAX = 1ULL << 53;  // exact as a number of JSON
 
 // What is wrong with a file is the file's fault, whoever reads it.
 template <class tWork>
@@ -56,6 +63,29 @@ void requireSamples(const ReferenceImage& rReference) {
     }
 }
 
+void requireNumber(const char* pName, double dValue, double dMost) {
+    if (!(dValue >= 0.0 && dValue <= dMost)) {
+        throw py::value_error(std::string("expected ") + pName + " of 0 to " + std::string(py::str(py::float_(dMost))) +
+                              ", got " + std::string(py::str(py::float_(dValue))));
+    }
+}
+
+void requireDefects(const ReferenceImage& rReference) {
+    const std::vector<uint8_t>& rMap = rReference.vecDefects;
+    if (rReference.eKind != StandIn::eReferenceLight) {
+        throw py::value_error("expected no defects: a light reference has them, a dark one has not");
+    }
+    const StandIn::ImageLayout& rLayout = rReference.layout;
+    if (rMap.size() != rLayout.nWidth * rLayout.nHeight) {
+        throw py::value_error("expected defects of shape (height, width)");
+    }
+    const auto nMarked = rMap.size() - static_cast<std::size_t>(std::count(rMap.begin(), rMap.end(), 0));
+    if (nMarked > ReferenceImage::defectsMax(rLayout)) {
+        throw py::value_error("expected at most " + std::to_string(ReferenceImage::defectsMax(rLayout)) +
+                              " defects in an image of this size, got " + std::to_string(nMarked));
+    }
+}
+
 StandIn::ImageLayout layoutOf(const Samples& rSamples, const StandIn::PixelFormat& rFormat) {
     const py::ssize_t nAxes = rFormat.nChannels == 1 ? 2 : 3;
     if (rSamples.ndim() != nAxes || (nAxes == 3 && rSamples.shape(2) != 3)) {
@@ -72,18 +102,127 @@ StandIn::ImageLayout layoutOf(const Samples& rSamples, const StandIn::PixelForma
     return layout;
 }
 
+/// The settings that tell one direction of a geometry, by their SFNC names.
+struct AxisNames {
+    const char* pSensor;
+    const char* pOffset;
+    const char* pBinning;
+    const char* pMode;
+    const char* pReverse;
+};
+constexpr AxisNames NAMES_X = {"SensorWidth", "OffsetX", "BinningHorizontal", "BinningHorizontalMode", "ReverseX"};
+constexpr AxisNames NAMES_Y = {"SensorHeight", "OffsetY", "BinningVertical", "BinningVerticalMode", "ReverseY"};
+constexpr const char* MODES[] = {"", "Sum", "Average"};  // by eBinningMode
+
+void describeAxis(py::dict& rGeometry, const AxisNames& rNames, const StandIn::GeometryAxis& rAxis) {
+    rGeometry[rNames.pSensor] = rAxis.nSensor;
+    rGeometry[rNames.pOffset] = rAxis.nOffset;
+    rGeometry[rNames.pBinning] = rAxis.nBinning;
+    if (rAxis.eMode != StandIn::eBinningUnknown) {
+        rGeometry[rNames.pMode] = MODES[rAxis.eMode];
+    }
+    rGeometry[rNames.pReverse] = rAxis.bReverse;
+}
+
+// Takes the members that it knows out of the geometry.
+StandIn::GeometryAxis takeAxis(py::dict& rGeometry, const AxisNames& rNames) {
+    const auto fnTake = [&](const char* pName, const py::object& rElse) {
+        return py::object(rGeometry.attr("pop")(pName, rElse));
+    };
+    const auto fnWhole = [&](const char* pName, long long iElse, long long iLeast, long long iMost) {
+        const py::object value = fnTake(pName, py::int_(iElse));
+        const long long iValue = PyIndex_Check(value.ptr()) ? PyNumber_AsSsize_t(value.ptr(), nullptr) : -1;
+        if (iValue < iLeast || iValue > iMost) {
+            throw py::value_error(std::string("expected a geometry with ") + pName + " of " + std::to_string(iLeast) +
+                                  " to " + std::to_string(iMost) + ", got " +
+                                  (iValue == iElse ? "none" : std::string(py::repr(value))));
+        }
+        return static_cast<uint64_t>(iValue);
+    };
+    constexpr auto SIDE_MAX = static_cast<long long>(StandIn::IMAGE_SIDE_MAX);
+    StandIn::GeometryAxis axis;
+    axis.nSensor = fnWhole(rNames.pSensor, 0, 1, SIDE_MAX);
+    axis.nOffset = fnWhole(rNames.pOffset, 0, 0, SIDE_MAX);
+    axis.nBinning = fnWhole(rNames.pBinning, 1, 1, StandIn::BINNING_MAX);
+    axis.bReverse = fnWhole(rNames.pReverse, 0, 0, 1) != 0;
+    const py::object mode = fnTake(rNames.pMode, py::str(""));
+    const std::string strMode = py::str(mode);
+    const auto iMode = std::find(std::begin(MODES), std::end(MODES), strMode) - std::begin(MODES);
+    if (iMode > StandIn::eBinningAverage) {
+        throw py::value_error(std::string("expected ") + rNames.pMode + " 'Sum' or 'Average', got '" + strMode + "'");
+    }
+    axis.eMode = static_cast<StandIn::eBinningMode>(iMode);
+    return axis;
+}
+
+StandIn::ImageGeometry geometryOf(const py::dict& rGeometry, const StandIn::ImageLayout& rLayout) {
+    if (rGeometry.empty()) {
+        return {};
+    }
+    py::dict rest(rGeometry.attr("copy")());
+    const StandIn::ImageGeometry geometry{takeAxis(rest, NAMES_X), takeAxis(rest, NAMES_Y)};
+    if (!rest.empty()) {
+        throw py::value_error("the geometry has members that are not known: " + std::string(py::repr(rest)));
+    }
+    if (!rLayout.liesOn(geometry)) {
+        throw py::value_error(
+            "the image of " + std::to_string(rLayout.nWidth) + " x " + std::to_string(rLayout.nHeight) +
+            " pixels does not lie on the sensor of its geometry: " + std::string(py::repr(rGeometry)));
+    }
+    return geometry;
+}
+
+py::dict geometryDict(const ReferenceImage& rReference) {
+    py::dict geometry;
+    if (rReference.geometry.isKnown()) {
+        describeAxis(geometry, NAMES_X, rReference.geometry.x);
+        describeAxis(geometry, NAMES_Y, rReference.geometry.y);
+    }
+    return geometry;
+}
+
+py::dict outliersDict(const ReferenceImage& rReference) {
+    static constexpr const char* WHAT[] = {"brightness", "shape", "samples"};
+    const StandIn::RecordingOutliers& rOutliers = rReference.outliers;
+    py::list places;
+    for (const StandIn::FrameOutlier& r : rOutliers.vecPlaces) {
+        places.append(py::dict(py::arg("what") = WHAT[r.eWhat], py::arg("frame") = r.iFrame, py::arg("x") = r.nX,
+                               py::arg("y") = r.nY, py::arg("width") = r.nWidth, py::arg("height") = r.nHeight,
+                               py::arg("samples") = r.nSamples, py::arg("deviation") = r.dDeviation,
+                               py::arg("left_out") = r.bLeftOut));
+    }
+    return py::dict(py::arg("frames") = rOutliers.nFrames, py::arg("frames_left_out") = rOutliers.nFramesLeftOut,
+                    py::arg("samples") = rOutliers.nSamples, py::arg("samples_left_out") = rOutliers.nSamplesLeftOut,
+                    py::arg("places") = places);
+}
+
+// What a recording is warned of; notes are left to the judgement.
+std::vector<std::string> warningsOf(const ReferenceImage& rReference) {
+    std::vector<std::string> vecTexts;
+    for (const Toolkit::Finding& rFinding : Toolkit::judgeOutliers(rReference.outliers)) {
+        if (rFinding.eLevel != Toolkit::eNote) {
+            vecTexts.push_back(rFinding.strText + (rFinding.strAdvice.empty() ? "" : " ") + rFinding.strAdvice);
+        }
+    }
+    return vecTexts;
+}
+
 std::unique_ptr<ReferenceImage> make(const Samples& rSamples, const std::string& strKind, const std::string& strFormat,
                                      uint64_t nImages, double dSaturatedShare, double dTemporalNoise,
-                                     const std::string& strCamera, const std::optional<Defects>& rDefects) {
+                                     const std::string& strCamera, const std::optional<Defects>& rDefects,
+                                     const py::dict& rGeometry) {
     auto pReference = std::make_unique<ReferenceImage>();
     if (strKind != "dark" && strKind != "light") {
         throw py::value_error("expected kind 'dark' or 'light', got '" + strKind + "'");
     }
-    if (nImages == 0) {
-        throw py::value_error("expected 1 image or more");
+    if (nImages == 0 || nImages > IMAGES_MAX) {
+        throw py::value_error("expected 1 image or more, up to 2^53, got " + std::to_string(nImages));
     }
     pReference->eKind = strKind == "dark" ? StandIn::eReferenceDark : StandIn::eReferenceLight;
     pReference->layout = layoutOf(rSamples, formatNamed(strFormat));
+    requireNumber("a saturated share", dSaturatedShare, 1.0);
+    requireNumber("a temporal noise in DN", dTemporalNoise, pReference->layout.pFormat->fullScale());
+    pReference->geometry = geometryOf(rGeometry, pReference->layout);
     pReference->nImages = nImages;
     pReference->dSaturatedShare = dSaturatedShare;
     pReference->dTemporalNoise = dTemporalNoise;
@@ -97,6 +236,7 @@ std::unique_ptr<ReferenceImage> make(const Samples& rSamples, const std::string&
     pReference->dMean = dSum / static_cast<double>(pReference->vecSamples.size());
     if (rDefects) {
         pReference->vecDefects.assign(rDefects->data(), rDefects->data() + rDefects->size());
+        requireDefects(*pReference);
     }
     return pReference;
 }
@@ -147,7 +287,8 @@ void defineReference(py::module_& rModule) {
     py::class_<ReferenceImage>(rModule, "Reference")
         .def(py::init(&readFile), py::arg("file"))
         .def(py::init(&make), py::arg("samples"), py::arg("kind"), py::arg("pixel_format"), py::arg("images"),
-             py::arg("saturated_share"), py::arg("temporal_noise"), py::arg("camera"), py::arg("defects"))
+             py::arg("saturated_share"), py::arg("temporal_noise"), py::arg("camera"), py::arg("defects"),
+             py::arg("geometry"))
         .def("_write", &writeFile, py::arg("file"))
         .def_property_readonly("samples", &samplesOf)
         .def_property_readonly("defects", &defectsOf)
@@ -161,7 +302,10 @@ void defineReference(py::module_& rModule) {
         .def_property_readonly("mean", [](const ReferenceImage& rSelf) { return rSelf.dMean; })
         .def_property_readonly("saturated_share", [](const ReferenceImage& rSelf) { return rSelf.dSaturatedShare; })
         .def_property_readonly("temporal_noise", [](const ReferenceImage& rSelf) { return rSelf.dTemporalNoise; })
+        .def("_warnings", &warningsOf)
         .def_property_readonly("output", &outputOf)
+        .def_property_readonly("geometry", &geometryDict)
+        .def_property_readonly("outliers", &outliersDict)
         .def_property_readonly("camera", &cameraOf);
 }
 

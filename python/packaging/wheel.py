@@ -51,7 +51,9 @@ def build_package():
     options = [
         f"-DPython_EXECUTABLE={sys.executable}",
         f"-DXAPEL2_PYTHON_BUNDLE={folder}",
-        "-DCMAKE_BUILD_TYPE=RelWithDebInfo",
+        # As the packages are built, but without symbols, which would be most of the wheel.
+        "-DCMAKE_BUILD_TYPE=Release",
+        "-DCMAKE_CXX_FLAGS_RELEASE=-O2 -DNDEBUG",
         "-DXAPEL2_BUILD_PYTHON=ON",
         "-DXAPEL2_BUILD_APPS=OFF",
         "-DXAPEL2_BUILD_TESTS=OFF",
@@ -65,12 +67,31 @@ def build_package():
     return folder
 
 
+def info_name():
+    return f"{NAME}-{version()}.dist-info"
+
+
+def info_files():
+    return {
+        "METADATA": METADATA.format(version=version()).encode(),
+        "WHEEL": WHEEL.format(version=version(), tag=tag()).encode(),
+    }
+
+
+def prepare_metadata_for_build_wheel(metadata_directory, config_settings=None):
+    """What the package is called, without building it: pip asks for that first."""
+    info = Path(metadata_directory) / info_name()
+    info.mkdir()
+    for name, data in info_files().items():
+        (info / name).write_bytes(data)
+    return info.name
+
+
 def build_wheel(wheel_directory, config_settings=None, metadata_directory=None):
     folder = build_package()
-    info = f"{NAME}-{version()}.dist-info"
+    info = info_name()
     contents = {f"{NAME}/{file.name}": file.read_bytes() for file in sorted(folder.iterdir())}
-    contents[f"{info}/METADATA"] = METADATA.format(version=version()).encode()
-    contents[f"{info}/WHEEL"] = WHEEL.format(version=version(), tag=tag()).encode()
+    contents.update({f"{info}/{name}": data for name, data in info_files().items()})
     record = ""
     for name, data in contents.items():
         digest = base64.urlsafe_b64encode(hashlib.sha256(data).digest()).rstrip(b"=").decode()

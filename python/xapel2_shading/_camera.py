@@ -13,6 +13,7 @@ from typing import Any, Callable, Iterator, Optional, Union
 
 from . import _core as core
 from ._core import Frame
+from ._errors import StreamError
 from ._reference import OwnFolder, PathLike, Reference, as_files, read_reference
 
 #: Settings that cameras have, as far as ``dir(camera)`` shows them.
@@ -213,8 +214,17 @@ class Camera:
                 yield self._core.fetch(cancels)
                 done += 1
         finally:
-            if starts and self.is_open:
+            if starts:
+                self._stop_if_open()
+
+    def _stop_if_open(self) -> None:
+        """A loop that ends has nothing to say about a camera that another thread has closed, or closes just then."""
+        try:
+            if self.is_open:
                 self.stop()
+        except StreamError:
+            if self.is_open:
+                raise
 
     def cancel(self) -> None:
         """End the waits of other threads: fetches, loops over frames, and recordings, with ``FetchCancelled``."""
@@ -264,6 +274,9 @@ class Camera:
             self._core.correct(*names, box_dark, box_light, median_dark, median_light)
             self._files.close()
             object.__setattr__(self, "_files", stack.pop_all())
+        if not self.is_open:
+            # Another thread has closed it just now, and has not seen these files.
+            self._files.close()
 
     def stop_correcting(self) -> None:
         """Have frames come as they are."""
@@ -311,8 +324,8 @@ def devices() -> list[tuple[str, str]]:
     return core.devices()
 
 
-def _warn(recording: dict[str, Any], wanted: int) -> None:
-    """What a recording could do all the same, but not as it was asked to."""
+def _warn(recording: dict[str, Any], wanted: int, reference: Reference) -> None:
+    """What a recording could do all the same, but not as it was asked to, and what was unsteady in it."""
     if recording["left_out"]:
         warnings.warn(f"{recording['left_out']} frames left out, the first: {recording['why_left_out']}", stacklevel=3)
     if recording["frames"] < wanted:
@@ -321,10 +334,17 @@ def _warn(recording: dict[str, Any], wanted: int) -> None:
         warnings.warn(f"{recording['underruns']} frames found no buffer free", stacklevel=3)
     if recording["why_no_settings"]:
         warnings.warn(f"without the settings of the camera: {recording['why_no_settings']}", stacklevel=3)
+    for text in reference._warnings():
+        warnings.warn(text, stacklevel=3)
 
 
 def record(
-    camera: Camera, kind: str, frames: int = 16, progress: Optional[Callable[[int, int], object]] = None
+    camera: Camera,
+    kind: str,
+    frames: int = 16,
+    progress: Optional[Callable[[int, int], object]] = None,
+    *,
+    keep_outliers: bool = False,
 ) -> Reference:
     """Record a reference from a camera that does not run.
 
@@ -338,11 +358,14 @@ def record(
         Frames to average. Incomplete ones are left out, and others taken.
     progress : callable, optional
         Called as ``progress(done, total)`` for each frame; what it raises ends the recording.
+    keep_outliers : bool, optional
+        Frames and samples that left the others stay in the mean. Without it they do not, in a recording of 8 frames or
+        more; either way ``reference.outliers`` tells of them.
 
     Returns
     -------
     Reference
-        With the settings of the camera.
+        With the settings of the camera, and where on the sensor its frames lay.
 
     Raises
     ------
@@ -352,7 +375,8 @@ def record(
     Warns
     -----
     UserWarning
-        Frames were left out or lost, there are fewer than were asked for, or the camera does not tell its settings.
+        Frames were left out or lost, some were unlike the others, there are fewer than were asked for, or the camera does
+        not tell its settings.
 
     Examples
     --------
@@ -367,8 +391,9 @@ def record(
     correcting = camera.correcting
     with OwnFolder() as folder:
         file = os.path.join(folder, "reference.tif")
-        recording = camera._core.record(kind == "light", frames, file, progress)
-        _warn(recording, frames)
+        recording = camera._core.record(kind == "light", frames, file, progress, keep_outliers)
+        reference = read_reference(file)
+        _warn(recording, frames, reference)
         if correcting and not camera.correcting:
             warnings.warn("correction could not be switched on again; call correct()", stacklevel=2)
-        return read_reference(file)
+        return reference

@@ -4,12 +4,14 @@
 
 from __future__ import annotations
 
+import contextlib
 import html
 import json
-from typing import Any, Iterator, Mapping, Union
+import os
+from typing import Any, Iterable, Iterator, Mapping, Optional, Union
 
 from . import _core
-from ._reference import PathLike, Reference, as_files
+from ._reference import OwnFolder, PathLike, Reference, as_files, write_reference
 
 _COLOURS = {"good": "#1a7f37", "warning": "#9a6700", "refused": "#b42318"}
 
@@ -25,6 +27,8 @@ class Judgement(Mapping[str, Any]):
         Figures and findings of each reference.
     pair : dict
         The same of both together: conversion gain, predicted residual, non-uniformity.
+    levels : dict
+        Where levels were given: the gain of each colour class, its uncertainty, the points of its line, and findings.
     verdict : {"good", "warning", "refused"}
         What it comes to.
     """
@@ -62,17 +66,26 @@ class Judgement(Mapping[str, Any]):
 
     @property
     def findings(self) -> list[dict[str, Any]]:
-        """All findings: of the dark reference, of the light one, of the pair."""
-        return [finding for part in ("dark", "light", "pair") for finding in self[part]["findings"]]
+        """All findings: of the dark reference, of the light one, of the pair, of the levels."""
+        parts = ("dark", "light", "pair", "levels")
+        return [finding for part in parts if part in self for finding in self[part]["findings"]]
 
 
-def check(dark: Union[PathLike, Reference], light: Union[PathLike, Reference]) -> Judgement:
+def check(
+    dark: Union[PathLike, Reference],
+    light: Union[PathLike, Reference],
+    levels: Optional[Iterable[Union[PathLike, Reference]]] = None,
+) -> Judgement:
     """Judge a dark and a light reference, alone and as a pair.
 
     Parameters
     ----------
     dark, light : path or Reference
         They are judged whether they go together or not.
+    levels : iterable of path or Reference, optional
+        Even light at several exposures, five or more, which the conversion gain is taken from: light references, or
+        folders of image files, two frames or more each. Dark references among them go with the light ones of their
+        exposure time, ``dark`` with all others.
 
     Returns
     -------
@@ -82,7 +95,9 @@ def check(dark: Union[PathLike, Reference], light: Union[PathLike, Reference]) -
     Raises
     ------
     OSError
-        A file cannot be read, or is no reference.
+        A file cannot be read, or is no reference; a level is of a single frame, or of another format or size.
+    ValueError
+        The levels are dark references alone, or a folder has no image file.
 
     Examples
     --------
@@ -92,6 +107,17 @@ def check(dark: Union[PathLike, Reference], light: Union[PathLike, Reference]) -
     >>> judgement.verdict, "saturated" in [finding["id"] for finding in judgement.findings]
     ('refused', True)
     """
-    with as_files(dark, light) as (dark_file, light_file):
-        content, text = _core.check(dark_file, light_file)
+    if isinstance(levels, (str, bytes, os.PathLike, Reference)):
+        raise ValueError("expected a list of levels, got one")
+    with contextlib.ExitStack() as stack:
+        dark_file, light_file = stack.enter_context(as_files(dark, light))
+        files = []
+        for number, level in enumerate(levels or (), 1):
+            if isinstance(level, Reference):
+                files.append(os.path.join(stack.enter_context(OwnFolder()), f"level_{number}.tif"))
+                write_reference(files[-1], level)
+            else:
+                files.append(os.fspath(level))
+                os.stat(files[-1])  # Python's own exception for what is not there
+        content, text = _core.check(dark_file, light_file, files)
     return Judgement(json.loads(content), text.decode("utf-8", "backslashreplace"))

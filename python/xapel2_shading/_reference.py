@@ -20,6 +20,40 @@ from . import _core
 PathLike = Union[str, "os.PathLike[str]"]
 
 
+# What the description in a file has room for.
+_CAMERA_BYTES = 63 << 10
+_CAMERA_DEPTH = 7
+_DEFECT_BITS = 15
+
+
+def _depth(value: object) -> int:
+    if isinstance(value, dict):
+        return 1 + max(map(_depth, value.values()), default=0)
+    return 1 + max(map(_depth, value), default=0) if isinstance(value, (list, tuple)) else 0
+
+
+def _camera_text(camera: Mapping[str, Any]) -> str:
+    """The settings as JSON that a file can carry."""
+    settings = dict(camera)
+    text = json.dumps(settings, allow_nan=False, ensure_ascii=False)
+    size, depth = len(text.encode()), _depth(settings)
+    if size > _CAMERA_BYTES or depth > _CAMERA_DEPTH:
+        raise ValueError(
+            f"expected settings of the camera of up to {_CAMERA_BYTES} bytes of JSON, nested up to {_CAMERA_DEPTH} deep, "
+            f"got {size} bytes, {depth} deep"
+        )
+    return text
+
+
+def _defects(defects: npt.ArrayLike, shape: tuple[int, ...]) -> npt.NDArray[np.uint8]:
+    marks = np.asarray(defects)
+    if marks.shape != shape:
+        raise ValueError(f"expected defects of shape {shape}, got {marks.shape}")
+    if marks.dtype.kind not in "biu" or (marks < 0).any() or (marks > _DEFECT_BITS).any():
+        raise ValueError(f"expected defects of 0 to {_DEFECT_BITS}, whole numbers")
+    return marks.astype(np.uint8)
+
+
 class Reference(_core.Reference):
     """The mean of the frames of one recording, DN.
 
@@ -38,14 +72,19 @@ class Reference(_core.Reference):
     temporal_noise : float, optional
         Temporal standard deviation of a sample in one frame, DN.
     camera : mapping, optional
-        Settings of the camera by their SFNC names.
+        Settings of the camera by their SFNC names, what JSON can say: up to 63 KiB, nested up to 7 deep.
     defects : array_like of uint8, shape (height, width), optional
-        Of a light reference: 0, or what is wrong with a pixel, as bits.
+        Of a light reference: 0, or what is wrong with a pixel, as bits. It marks 64 pixels at most, or one of 32.
+    geometry : mapping, optional
+        Where on the sensor the frames lay, pixels, by SFNC names: SensorWidth and SensorHeight; OffsetX, OffsetY,
+        BinningHorizontal, BinningVertical, their BinningHorizontalMode and BinningVerticalMode ("Sum", "Average"),
+        ReverseX, ReverseY where they are not 0, 1, unknown, False. Without it nothing is known of that, and the
+        reference corrects frames of its own size.
 
     Raises
     ------
     ValueError
-        A shape, a kind, a format or a sample is not what was expected.
+        A shape, a kind, a format, a sample, a number or the geometry is not what was expected.
 
     Examples
     --------
@@ -67,13 +106,19 @@ class Reference(_core.Reference):
         temporal_noise: float = 0.0,
         camera: Optional[Mapping[str, Any]] = None,
         defects: Optional[npt.ArrayLike] = None,
+        geometry: Optional[Mapping[str, Any]] = None,
     ) -> None:
-        marks = None if defects is None else np.asarray(defects, dtype=np.uint8)
-        array = np.asarray(samples, dtype=np.float32)
-        if marks is not None and marks.shape != array.shape[:2]:
-            raise ValueError(f"expected defects of shape {array.shape[:2]}, got {marks.shape}")
-        text = json.dumps(dict(camera)) if camera else ""
-        super().__init__(array, kind, pixel_format, images, saturated_share, temporal_noise, text, marks)
+        array = np.asarray(samples)
+        if array.dtype.kind not in "biuf":
+            raise ValueError(f"expected samples that are real numbers, got dtype {array.dtype}")
+        if images < 1:
+            raise ValueError(f"expected 1 image or more, got {images}")
+        marks = None if defects is None else _defects(defects, array.shape[:2])
+        text = _camera_text(camera) if camera else ""
+        place = dict(geometry) if geometry else {}
+        with np.errstate(over="ignore"):
+            array = array.astype(np.float32)
+        super().__init__(array, kind, pixel_format, images, saturated_share, temporal_noise, text, marks, place)
 
     def __repr__(self) -> str:
         return (
@@ -83,9 +128,14 @@ class Reference(_core.Reference):
 
     @property
     def metadata(self) -> dict[str, Any]:
-        """All but the samples and the defects, by name."""
+        """All but the samples and the defects, by name.
+
+        ``geometry`` has the SFNC names of the constructor, and is empty where it is not known; ``outliers`` counts the
+        frames and samples that left the others of the recording and those that are not in the mean, and has ``places``:
+        what it was, the frame's number from 1 on, the rectangle in pixels, samples, deviation in DN, left out or not.
+        """
         names = ("kind", "pixel_format", "width", "height", "images", "mean", "saturated_share", "temporal_noise")
-        return {name: getattr(self, name) for name in (*names, "output", "camera")}
+        return {name: getattr(self, name) for name in (*names, "output", "camera", "geometry", "outliers")}
 
 
 def read_reference(file: PathLike) -> Reference:
@@ -129,6 +179,8 @@ def write_reference(file: PathLike, reference: Reference) -> None:
     ------
     OSError
         The file cannot be written; an older one of this name is as it was.
+    TypeError
+        It is no Reference; nothing is written.
 
     Examples
     --------
@@ -139,6 +191,8 @@ def write_reference(file: PathLike, reference: Reference) -> None:
     ...     read_reference(os.path.join(folder, "dark.tif")).samples
     array([[1., 2.]], dtype=float32)
     """
+    if not isinstance(reference, Reference):
+        raise TypeError(f"expected a Reference, got {type(reference).__name__}; Reference(array, kind, format) makes one")
     reference._write(os.fspath(file))
 
 

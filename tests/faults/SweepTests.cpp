@@ -136,6 +136,8 @@ TEST(AllocationSweep, DeviceIsOpenedAndClosedWholeOrNotAtAll) {
 class FetchAllocations : public XapelTest::StreamFixture {
 protected:
     FetchAllocations() : StreamFixture("sim:7?width=64&height=48&format=BayerRG12p") {}
+
+    const XAPEL2::Test::CTemporaryFolder m_folder;  // that of the sweeps is counted
 };
 
 // Two texts are made for each frame: the name of its format, which is short enough to need no memory of its own, and
@@ -145,7 +147,7 @@ TEST_F(FetchAllocations, NoneWithCorrectionOffAndATextForEachFrameWithItOn) {
     std::vector<uint16_t> vecDark(64 * 48, 100);
     shading.ReferenceStart(false);
     shading.ReferenceAdd("BayerRG12", 64, 48, vecDark.data(), 2 * vecDark.size());
-    shading.ReferenceEnd((XapelTest::folder() / "dark12.tif").c_str());
+    shading.ReferenceEnd((m_folder / "dark12.tif").c_str());
     shading.ReferenceApply();
     openDataStream(m_pDevice, m_pStream);
     EXPECT_EQ(fetch(1), GC_ERR_TIMEOUT) << "the first wait makes the list of those that wait";

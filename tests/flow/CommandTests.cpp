@@ -37,28 +37,28 @@ protected:
         run({"record", "light", "-d", strDevice, "-n", "16", "-o", file("light.tif")});
     }
 
-    Words withPair(Words astrWords, const Words& rMore = {}) const {
-        astrWords.insert(astrWords.begin() + 1, {"--dark", file("dark.tif"), "--light", file("light.tif")});
-        astrWords.insert(astrWords.end(), rMore.begin(), rMore.end());
-        return astrWords;
+    Words withPair(Words vecWords, const Words& rMore = {}) const {
+        vecWords.insert(vecWords.begin() + 1, {"--dark", file("dark.tif"), "--light", file("light.tif")});
+        vecWords.insert(vecWords.end(), rMore.begin(), rMore.end());
+        return vecWords;
     }
 
-    static Words withForce(Words astrWords) {
-        astrWords.push_back("--force");
-        return astrWords;
+    static Words withForce(Words vecWords) {
+        vecWords.push_back("--force");
+        return vecWords;
     }
 
-    std::string file(const std::string& strName) const { return m_Folder / strName; }
+    std::string file(const std::string& strName) const { return m_folder / strName; }
 
     Words filesIn(const std::string& strFolder) const {
-        Words astrFiles;
+        Words vecFiles;
         for (const auto& rEntry : fs::directory_iterator(file(strFolder))) {
             if (rEntry.is_regular_file()) {
-                astrFiles.push_back(rEntry.path());
+                vecFiles.push_back(rEntry.path());
             }
         }
-        std::sort(astrFiles.begin(), astrFiles.end());
-        return astrFiles;
+        std::sort(vecFiles.begin(), vecFiles.end());
+        return vecFiles;
     }
 
     std::vector<std::string> contents(const std::string& strFolder) const {
@@ -69,7 +69,7 @@ protected:
         return vecBytes;
     }
 
-    CTemporaryFolder m_Folder;
+    CTemporaryFolder m_folder;
 };
 
 }  // namespace
@@ -82,10 +82,10 @@ TEST_F(Command, EveryRoadOfAFrameGivesTheSameBytes) {
         const std::string strFolder = std::string(pFormat) + "/";
         recordPair(strDevice);
         const auto fnRun = [&](const std::string& strOut, const Words& rMore) {
-            const json Json = run(withPair({"run", "-d", strDevice, "-n", "3", "-o", file(strFolder + strOut)}, rMore));
-            EXPECT_EQ(Json.at("corrected"), 3);
-            EXPECT_EQ(Json.at("written"), 3);
-            EXPECT_EQ(Json.contains("addedMs"), !rMore.empty()) << "frames that are written are not waited for";
+            const json told = run(withPair({"run", "-d", strDevice, "-n", "3", "-o", file(strFolder + strOut)}, rMore));
+            EXPECT_EQ(told.at("corrected"), 3);
+            EXPECT_EQ(told.at("written"), 3);
+            EXPECT_EQ(told.contains("addedMs"), !rMore.empty()) << "frames that are written are not waited for";
         };
         fnRun("stream", {});
         fnRun("handed-in", {"--raw"});
@@ -94,9 +94,9 @@ TEST_F(Command, EveryRoadOfAFrameGivesTheSameBytes) {
         EXPECT_EQ(contents(strFolder + "handed-in"), contents(strFolder + "stream"));
         EXPECT_NE(contents(strFolder + "handed-in/raw"), contents(strFolder + "stream"));
         for (const char* pRaw : {"handed-in/raw", "tiff/raw", "png/raw"}) {
-            const Words astrFiles = filesIn(strFolder + pRaw);
-            const json Json = run(withPair({"correct", "--overwrite", "-o", file(strFolder + "files")}, astrFiles));
-            EXPECT_EQ(Json.at("written"), astrFiles.size());
+            const Words vecFiles = filesIn(strFolder + pRaw);
+            const json told = run(withPair({"correct", "--overwrite", "-o", file(strFolder + "files")}, vecFiles));
+            EXPECT_EQ(told.at("written"), vecFiles.size());
             EXPECT_EQ(contents(strFolder + "files"), contents(strFolder + "stream")) << pRaw;
         }
     }
@@ -206,7 +206,7 @@ TEST_F(Command, FoldersAndPatternsStandForTheirFiles) {
         fs::rename(file("made/raw/") + pName, file(pName));
     }
     std::ofstream(file("scene_0001.uncertainty.tif")) << "no frame";
-    EXPECT_EQ(run(withPair({"correct", "-o", file("folder"), m_Folder.path().string()})).value("written", 0), 4);
+    EXPECT_EQ(run(withPair({"correct", "-o", file("folder"), m_folder.path().string()})).value("written", 0), 4);
     EXPECT_EQ(run(withPair({"correct", "-o", file("pattern"), file("scene_001?.pgm")})).at("written"), 2);
     EXPECT_THAT(filesIn("pattern"),
                 ::testing::ElementsAre(file("pattern/scene_0010.pgm"), file("pattern/scene_0011.pgm")));
@@ -258,62 +258,62 @@ TEST_F(Command, TimeThatCorrectionAddsIsPartOfTheRun) {
         run({"record", pKind, "-d", strDevice, "-n", "2", "-o", file(pKind + std::string(".tif"))});
     }
     run(withPair({"run", "-d", strDevice, "-n", "8", "--raw", "-o", file("frames")}));
-    const json Json =
+    const json told =
         run(withPair({"run", "-d", "replay:" + file("frames/raw"), "-n", "8", "--raw", "-o", file("again")}));
-    const double dMedianMs = Json.at("addedMs").at("median"), dP99Ms = Json.at("addedMs").at("p99");
+    const double dMedianMs = told.at("addedMs").at("median"), dP99Ms = told.at("addedMs").at("p99");
     EXPECT_GT(dMedianMs, 0.0);
     EXPECT_GT(dP99Ms, dMedianMs);
     // Half of the frames took as long or longer.
-    EXPECT_LT(4.0 * dMedianMs, 1e3 * 8.0 / Json.at("rate").get<double>());
-    EXPECT_EQ(Json.at("addedMs").at("method"), "correction alone");
+    EXPECT_LT(4.0 * dMedianMs, 1e3 * 8.0 / told.at("rate").get<double>());
+    EXPECT_EQ(told.at("addedMs").at("method"), "correction alone");
 }
 
 // The command output says what was before and what is now, and writes what it says.
 TEST_F(Command, OutputOfAReferenceIsSetAndTold) {
     recordPair("sim:7?width=96&height=64&sensorwidth=128&sensorheight=80&offsetx=16&offsety=8");
     std::ofstream(file("list.csv")) << "16,8\n20,9,2,1\n0,0\n";
-    const Words astrSet = {"output", file("light.tif")};
-    const auto fnSet = [&](Words astrMore, bool bWritten) {
-        astrMore.insert(astrMore.begin(), astrSet.begin(), astrSet.end());
-        const json Json = run(astrMore);
-        EXPECT_EQ(Json.at("written"), bWritten) << ::testing::PrintToString(astrMore);
-        return Json;
+    const Words vecSet = {"output", file("light.tif")};
+    const auto fnSet = [&](Words vecMore, bool bWritten) {
+        vecMore.insert(vecMore.begin(), vecSet.begin(), vecSet.end());
+        const json told = run(vecMore);
+        EXPECT_EQ(told.at("written"), bWritten) << ::testing::PrintToString(vecMore);
+        return told;
     };
     const auto fnChange = [](const char* pBefore, const char* pAfter) {
         return json({{"before", pBefore}, {"after", pAfter}});
     };
-    json Json = fnSet({"--target", "1500.5", "--pedestal", "16", "--defects", file("list.csv")}, true);
-    EXPECT_EQ(Json.at("target"), fnChange("mean", "1500.50 DN"));
-    EXPECT_EQ(Json.at("pedestal"), fnChange("0.00 DN", "16.00 DN"));
-    EXPECT_EQ(Json.at("defects"), fnChange("0", "3"));
-    EXPECT_EQ(Json.at("outside"), 1);
-    auto Reference = XAPEL2::StandIn::readReferenceFile(file("light.tif"));
-    EXPECT_EQ(Reference.output.eTarget, XAPEL2::StandIn::eTargetValue);
-    EXPECT_EQ(Reference.output.dTarget, 1500.5);
-    EXPECT_EQ(Reference.output.dPedestal, 16.0);
-    ASSERT_EQ(Reference.vecDefects.size(), 96U * 64U);
-    EXPECT_TRUE(Reference.vecDefects[0] && Reference.vecDefects[96 + 4] && Reference.vecDefects[96 + 5]);
+    json told = fnSet({"--target", "1500.5", "--pedestal", "16", "--defects", file("list.csv")}, true);
+    EXPECT_EQ(told.at("target"), fnChange("mean", "1500.50 DN"));
+    EXPECT_EQ(told.at("pedestal"), fnChange("0.00 DN", "16.00 DN"));
+    EXPECT_EQ(told.at("defects"), fnChange("0", "3"));
+    EXPECT_EQ(told.at("outside"), 1);
+    auto reference = XAPEL2::StandIn::readReferenceFile(file("light.tif"));
+    EXPECT_EQ(reference.output.eTarget, XAPEL2::StandIn::eTargetValue);
+    EXPECT_EQ(reference.output.dTarget, 1500.5);
+    EXPECT_EQ(reference.output.dPedestal, 16.0);
+    ASSERT_EQ(reference.vecDefects.size(), 96U * 64U);
+    EXPECT_TRUE(reference.vecDefects[0] && reference.vecDefects[96 + 4] && reference.vecDefects[96 + 5]);
 
-    Json = fnSet({"--export", file("out.csv")}, false);
-    EXPECT_EQ(Json.at("target"), fnChange("1500.50 DN", "1500.50 DN"));
+    told = fnSet({"--export", file("out.csv")}, false);
+    EXPECT_EQ(told.at("target"), fnChange("1500.50 DN", "1500.50 DN"));
     EXPECT_EQ(content(file("out.csv")), "x,y\n16,8\n20,9\n21,9\n");
-    const ProgramResult Result =
+    const ProgramResult result =
         runProgram(XAPEL2_SHADING_PROGRAM, {"output", file("light.tif"), "--target", "max", "--defects", "none"});
-    EXPECT_EQ(Result.strOut, "Target: max (was 1500.50 DN)\nPedestal: 16.00 DN, unchanged\nDefects: 0 (was 3)\n" +
+    EXPECT_EQ(result.strOut, "Target: max (was 1500.50 DN)\nPedestal: 16.00 DN, unchanged\nDefects: 0 (was 3)\n" +
                                  file("light.tif") + ": written\n");
-    Json = fnSet({"--target", "mean", "--pedestal", "0"}, true);
-    EXPECT_EQ(Json.at("target"), fnChange("max", "mean"));
-    Reference = XAPEL2::StandIn::readReferenceFile(file("light.tif"));
-    EXPECT_TRUE(Reference.output.isDefault() && Reference.vecDefects.empty());
+    told = fnSet({"--target", "mean", "--pedestal", "0"}, true);
+    EXPECT_EQ(told.at("target"), fnChange("max", "mean"));
+    reference = XAPEL2::StandIn::readReferenceFile(file("light.tif"));
+    EXPECT_TRUE(reference.output.isDefault() && reference.vecDefects.empty());
 
     const std::pair<Words, const char*> aRefused[] = {{{"--target", "0"}, "up to 4095 DN"},
                                                       {{"--target", "4095.5"}, "up to 4095 DN"},
                                                       {{"--pedestal", "2048"}, "half of full scale, 2047.5 DN"},
                                                       {{"--defects", "find", "--dark", file("light.tif")}, "no dark"}};
     for (const auto& [rWords, pSaid] : aRefused) {
-        Words astrWords = astrSet;
-        astrWords.insert(astrWords.end(), rWords.begin(), rWords.end());
-        run(astrWords, 2, pSaid);
+        Words vecWords = vecSet;
+        vecWords.insert(vecWords.end(), rWords.begin(), rWords.end());
+        run(vecWords, 2, pSaid);
     }
     run({"output", file("dark.tif"), "--target", "max"}, 2, "is a dark reference");
 }
@@ -322,17 +322,17 @@ TEST_F(Command, OutputOfAReferenceIsSetAndTold) {
 TEST_F(Command, MastersOfOtherProgramsBecomeReferences) {
     using XAPEL2::StandIn::readReferenceFile;
     recordPair("sim:7?width=64&height=48");
-    const Words astrFrom = {"record", "light", "--from", file("light.tif"), "-o", file("own.tif")};
-    const auto fnWith = [](Words astrWords, const Words& rMore) {
-        astrWords.insert(astrWords.end(), rMore.begin(), rMore.end());
-        return astrWords;
+    const Words vecFrom = {"record", "light", "--from", file("light.tif"), "-o", file("own.tif")};
+    const auto fnWith = [](Words vecWords, const Words& rMore) {
+        vecWords.insert(vecWords.end(), rMore.begin(), rMore.end());
+        return vecWords;
     };
-    const json Json = run(fnWith(astrFrom, {"--pixel-format", "Mono12", "-n", "16"}));
-    EXPECT_EQ(Json.value("from", ""), file("light.tif"));
-    EXPECT_EQ(Json.value("kind", ""), "light");
-    EXPECT_EQ(Json.value("frames", 0), 16);
-    EXPECT_EQ(Json.value("saturatedShare", -1.0), 0.0);
-    EXPECT_EQ(Json.value("settingsFiled", true), false);
+    const json told = run(fnWith(vecFrom, {"--pixel-format", "Mono12", "-n", "16"}));
+    EXPECT_EQ(told.value("from", ""), file("light.tif"));
+    EXPECT_EQ(told.value("kind", ""), "light");
+    EXPECT_EQ(told.value("frames", 0), 16);
+    EXPECT_EQ(told.value("saturatedShare", -1.0), 0.0);
+    EXPECT_EQ(told.value("settingsFiled", true), false);
     const auto own = readReferenceFile(file("own.tif")), made = readReferenceFile(file("light.tif"));
     EXPECT_EQ(own.vecSamples, made.vecSamples);
     EXPECT_NEAR(own.dMean, made.dMean, 1e-3);
@@ -343,31 +343,31 @@ TEST_F(Command, MastersOfOtherProgramsBecomeReferences) {
     run({"record", "light", "--from", file("gain.tif"), "--pixel-format", "Mono8", "--force", "-o", file("gains.tif")});
     EXPECT_NEAR(readReferenceFile(file("gains.tif")).dMean, 1.0, 0.1) << "as many above as below";
 
-    run(astrFrom, 2, "--pixel-format Mono12");
-    run(fnWith(astrFrom, {"--pixel-format", "Mono9"}), 2, "no format Mono9");
-    run(fnWith(astrFrom, {"--pixel-format", "Mono12", "-d", "sim"}), 2, "two sources");
+    run(vecFrom, 2, "--pixel-format Mono12");
+    run(fnWith(vecFrom, {"--pixel-format", "Mono9"}), 2, "no format Mono9");
+    run(fnWith(vecFrom, {"--pixel-format", "Mono12", "-d", "sim"}), 2, "two sources");
     for (const Words& rMore : {Words{"--line"}, Words{"--keep-outliers"}, Words{"--timeout", "10"}}) {
-        run(fnWith(astrFrom, fnWith({"--pixel-format", "Mono12"}, rMore)), 2, rMore[0]);
+        run(fnWith(vecFrom, fnWith({"--pixel-format", "Mono12"}, rMore)), 2, rMore[0]);
     }
     run({"record", "light", "-d", "sim", "--pixel-format", "Mono8", "-o", file("own.tif")}, 2, "--pixel-format");
-    run(fnWith(astrFrom, {"--pixel-format", "RGB8"}), 3, "do not fit the pixel format");
-    run(fnWith(astrFrom, {"--pixel-format", "Mono8"}), 3, "no number from 0 to full scale");
+    run(fnWith(vecFrom, {"--pixel-format", "RGB8"}), 3, "do not fit the pixel format");
+    run(fnWith(vecFrom, {"--pixel-format", "Mono8"}), 3, "no number from 0 to full scale");
     run({"record", "light", "-o", file("own.tif")}, 2, "--from");
     EXPECT_EQ(readReferenceFile(file("own.tif")).vecSamples, made.vecSamples) << "an older one stays";
 }
 
 TEST_F(Command, RecordingTellsWhatIsInTheFile) {
-    const json Json =
+    const json told =
         run({"record", "light", "-d", "sim:3?width=64&height=48&fps=50", "-n", "5", "-o", file("light.tif")});
-    EXPECT_EQ(Json.at("frames"), 5);
-    EXPECT_LE(Json.at("rate").get<double>(), 65.0);
-    EXPECT_GE(Json.at("rate").get<double>(), 1.0);
-    EXPECT_EQ(Json.at("settingsFiled"), true);
-    const auto Reference = XAPEL2::StandIn::readReferenceFile(file("light.tif"));
-    EXPECT_EQ(Reference.nImages, 5U);
-    EXPECT_DOUBLE_EQ(Json.at("saturatedShare").get<double>(), Reference.dSaturatedShare);
-    EXPECT_NEAR(Json.at("judgement").at("mean").get<double>(), Reference.dMean, 1e-3);
-    EXPECT_EQ(json::parse(Reference.strCamera).at("ExposureTime"), 10000);
+    EXPECT_EQ(told.at("frames"), 5);
+    EXPECT_LE(told.at("rate").get<double>(), 65.0);
+    EXPECT_GE(told.at("rate").get<double>(), 1.0);
+    EXPECT_EQ(told.at("settingsFiled"), true);
+    const auto reference = XAPEL2::StandIn::readReferenceFile(file("light.tif"));
+    EXPECT_EQ(reference.nImages, 5U);
+    EXPECT_DOUBLE_EQ(told.at("saturatedShare").get<double>(), reference.dSaturatedShare);
+    EXPECT_NEAR(told.at("judgement").at("mean").get<double>(), reference.dMean, 1e-3);
+    EXPECT_EQ(json::parse(reference.strCamera).at("ExposureTime"), 10000);
 }
 
 TEST_F(Command, ReferencesAreJudgedAgainstTheCamera) {
@@ -385,10 +385,10 @@ TEST_F(Command, ReferencesAreJudgedAgainstTheCamera) {
         {"&format=Mono8", "refused: ", 1, 1},
     };
     for (const auto& rRow : aRows) {
-        const Words astrWords = withPair({"run", "-n", "2", "-d", strCamera + rRow.pSettings});
-        const json Json = run(astrWords, rRow.iExit, rRow.pSaid);
-        EXPECT_EQ(Json.at("judgement").at("verdict") == "good", rRow.pSaid[0] == '\0');
-        run(withForce(astrWords), rRow.iForcedExit, rRow.pSaid);
+        const Words vecWords = withPair({"run", "-n", "2", "-d", strCamera + rRow.pSettings});
+        const json told = run(vecWords, rRow.iExit, rRow.pSaid);
+        EXPECT_EQ(told.at("judgement").at("verdict") == "good", rRow.pSaid[0] == '\0');
+        run(withForce(vecWords), rRow.iForcedExit, rRow.pSaid);
     }
     run(withPair({"run", "-n", "2", "-d", "sim:7?width=32&height=40&offsetx=16&sensorwidth=96&sensorheight=48"}));
     const json other = run(withPair({"run", "-n", "2", "-d", "sim:8?width=64&height=48&sensorwidth=96"}), 0,
@@ -403,10 +403,10 @@ TEST_F(Command, ReferencesAreJudgedAgainstTheCamera) {
     run({"check", file("dark.tif"), file("other.tif")}, 1, "sensor of 64 x 48");
     // What the library writes by itself tells nothing of the camera.
     for (const char* pName : {"dark.tif", "light.tif"}) {
-        XAPEL2::StandIn::ReferenceImage Image = XAPEL2::StandIn::readReferenceFile(file(pName));
-        Image.strCamera.clear();
-        Image.geometry = {};
-        XAPEL2::StandIn::writeReferenceFile(file(pName), Image);
+        XAPEL2::StandIn::ReferenceImage image = XAPEL2::StandIn::readReferenceFile(file(pName));
+        image.strCamera.clear();
+        image.geometry = {};
+        XAPEL2::StandIn::writeReferenceFile(file(pName), image);
     }
     run(withPair({"run", "-n", "2", "-d", strCamera + "&offsetx=16"}), 0, "note: Not compared");
 }
@@ -415,22 +415,22 @@ TEST_F(Command, SaturatedReferenceIsRefusedWithTheNumber) {
     // An exposure that saturates some percent of the image, not all of it.
     for (unsigned iExposureUs = 16000; iExposureUs < 20000; iExposureUs += 100) {
         const std::string strDevice = "sim:7?width=160&height=120&exposure=" + std::to_string(iExposureUs);
-        const Words astrWords = {"record", "light", "-d", strDevice, "-n", "2", "-o", file("light.tif")};
+        const Words vecWords = {"record", "light", "-d", strDevice, "-n", "2", "-o", file("light.tif")};
         fs::remove(file("light.tif"));
-        const ProgramResult Result = runProgram(XAPEL2_SHADING_PROGRAM, astrWords);
+        const ProgramResult result = runProgram(XAPEL2_SHADING_PROGRAM, vecWords);
         const double dPercent = XAPEL2::StandIn::readReferenceFile(file("light.tif")).dSaturatedShare * 100.0;
-        ASSERT_EQ(Result.iExit, dPercent > 1.0 ? 1 : 0) << dPercent << " % at " << iExposureUs << " us";
+        ASSERT_EQ(result.iExit, dPercent > 1.0 ? 1 : 0) << dPercent << " % at " << iExposureUs << " us";
         if (dPercent > 3.0) {
             char acNumber[32];
             std::snprintf(acNumber, sizeof acNumber, "%.2f %%", dPercent);
             const std::string strRefused = content(file("light.tif"));
             std::ofstream(file("light.tif")) << "older";
-            run(astrWords, 1, acNumber);
+            run(vecWords, 1, acNumber);
             EXPECT_EQ(content(file("light.tif")), "older");
-            EXPECT_THAT(m_Folder.names(), ::testing::ElementsAre("light.tif"));
+            EXPECT_THAT(m_folder.names(), ::testing::ElementsAre("light.tif"));
             std::ofstream(file("light.tif")) << strRefused;
             run({"run", "-d", strDevice, "--light", file("light.tif"), "-n", "1"}, 1, "Light reference: ");
-            run(withForce(astrWords));
+            run(withForce(vecWords));
             EXPECT_LT(dPercent, 5.0);
             return;
         }
@@ -447,14 +447,14 @@ TEST_F(Command, QuietLeavesWarningsOnStderr) {
         {"record", "light", "-d", strDim, "-n", "16", "-o", file("again.tif")},
         {"record", "light", "--from", file("dim.tif"), "--pixel-format", "Mono12", "-n", "16", "-o", file("own.tif")},
         {"check", file("dark.tif"), file("dim.tif")}};
-    for (Words astrWords : aCases) {
-        const ProgramResult usual = runProgram(XAPEL2_SHADING_PROGRAM, astrWords);
+    for (Words vecWords : aCases) {
+        const ProgramResult usual = runProgram(XAPEL2_SHADING_PROGRAM, vecWords);
         EXPECT_THAT(usual.strErr, ::testing::Not(HasSubstr("warning: "))) << "standard output tells it";
-        astrWords.push_back("-q");
-        const ProgramResult quiet = runProgram(XAPEL2_SHADING_PROGRAM, astrWords);
+        vecWords.push_back("-q");
+        const ProgramResult quiet = runProgram(XAPEL2_SHADING_PROGRAM, vecWords);
         EXPECT_EQ(quiet.iExit, 0);
         EXPECT_EQ(quiet.strOut, "");
-        EXPECT_THAT(quiet.strErr, HasSubstr("warning: ")) << astrWords[0] << usual.strOut;
+        EXPECT_THAT(quiet.strErr, HasSubstr("warning: ")) << vecWords[0] << usual.strOut;
     }
 }
 
@@ -472,7 +472,7 @@ TEST_F(Command, FailureHasItsExitCodeAndSaysWhatToDo) {
         return withPair({"correct", strFrame, "--format", "tiff", "-o"}, rMore);
     };
     const struct {
-        Words astrWords;
+        Words vecWords;
         int iExit;
         const char* pSaid;
     } aRows[] = {
@@ -496,10 +496,10 @@ TEST_F(Command, FailureHasItsExitCodeAndSaysWhatToDo) {
         {withPair({"report", "-o", file("dark.tif")}), 2, "source"},
     };
     for (const auto& rRow : aRows) {
-        EXPECT_FALSE(run(rRow.astrWords, rRow.iExit, rRow.pSaid).empty());
+        EXPECT_FALSE(run(rRow.vecWords, rRow.iExit, rRow.pSaid).empty());
     }
     EXPECT_EQ(content(strFrame), strBefore);
-    EXPECT_THAT(m_Folder.names(),
+    EXPECT_THAT(m_folder.names(),
                 ::testing::UnorderedElementsAre("dark.tif", "light.tif", "frames", "other", "replay", "text.tif"));
     for (const Words& rUse :
          std::vector<Words>{{}, {"record"}, {"record", "grey", "-d", "sim", "-o", "x"}, {"run", "-n", "0"}}) {
@@ -508,9 +508,9 @@ TEST_F(Command, FailureHasItsExitCodeAndSaysWhatToDo) {
 }
 
 TEST_F(Command, DevicesListsWhatCanBeOpened) {
-    const json Json = run({"devices"});
-    ASSERT_FALSE(Json.at("devices").empty());
-    const json& rFirst = Json.at("devices")[0];
+    const json told = run({"devices"});
+    ASSERT_FALSE(told.at("devices").empty());
+    const json& rFirst = told.at("devices")[0];
     EXPECT_EQ(rFirst.at("id"), "sim");
     EXPECT_EQ(rFirst.at("pixelFormat"), "Mono12");
     EXPECT_EQ(rFirst.at("width"), 1024);
@@ -523,7 +523,7 @@ TEST_F(Command, InterruptEndsInOrder) {
     const std::string strSlow = "sim:7?width=32&height=32&fps=1";
     recordPair("sim:7?width=32&height=32");
     const struct {
-        Words astrWords;
+        Words vecWords;
         int iSignal, iExit;
     } aRows[] = {
         {{"record", "dark", "-d", strSlow, "-n", "1000", "-o", file("dark.tif")}, SIGINT, -1},
@@ -544,13 +544,13 @@ TEST_F(Command, InterruptEndsInOrder) {
     EXPECT_THAT(piped.strOut, HasSubstr("2 corrected frames written to " + file("piped")));
     fs::remove_all(file("piped"));
     for (const auto& rRow : aRows) {
-        CProgram Program(XAPEL2_SHADING_PROGRAM, rRow.astrWords);
-        ASSERT_TRUE(XapelTest::eventually([&] { return Program.out().find("from sim") != std::string::npos; }));
-        Program.signal(rRow.iSignal);
-        const ProgramResult Result = Program.wait();
-        EXPECT_EQ(Result.iExit, rRow.iExit) << Result.strErr;
-        EXPECT_EQ(Result.iSignal, rRow.iExit == 0 ? 0 : rRow.iSignal);
+        CProgram program(XAPEL2_SHADING_PROGRAM, rRow.vecWords);
+        ASSERT_TRUE(XapelTest::eventually([&] { return program.out().find("from sim") != std::string::npos; }));
+        program.signal(rRow.iSignal);
+        const ProgramResult result = program.wait();
+        EXPECT_EQ(result.iExit, rRow.iExit) << result.strErr;
+        EXPECT_EQ(result.iSignal, rRow.iExit == 0 ? 0 : rRow.iSignal);
     }
     EXPECT_EQ(content(file("dark.tif")), strBefore);
-    EXPECT_THAT(m_Folder.names(), ::testing::UnorderedElementsAre("dark.tif", "light.tif"));
+    EXPECT_THAT(m_folder.names(), ::testing::UnorderedElementsAre("dark.tif", "light.tif"));
 }

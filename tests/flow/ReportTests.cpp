@@ -34,36 +34,36 @@ protected:
 
     json report(const std::string& strDevice, int iExit = 0, const std::string& strSaid = "",
                 const char* pMore = "--json") {
-        return run({"report", "-d", strDevice, "--dark", m_Folder / "dark.tif", "--light", m_Folder / "light.tif", "-o",
-                    m_Folder / "report.html", pMore},
+        return run({"report", "-d", strDevice, "--dark", m_folder / "dark.tif", "--light", m_folder / "light.tif", "-o",
+                    m_folder / "report.html", pMore},
                    iExit, strSaid);
     }
 
     void recordPair(const std::string& strDevice, unsigned nLight) {
-        run({"record", "dark", "-d", strDevice, "-n", "4", "-o", m_Folder / "dark.tif"});
-        run({"record", "light", "-d", strDevice, "-n", std::to_string(nLight), "-o", m_Folder / "light.tif"});
+        run({"record", "dark", "-d", strDevice, "-n", "4", "-o", m_folder / "dark.tif"});
+        run({"record", "light", "-d", strDevice, "-n", std::to_string(nLight), "-o", m_folder / "light.tif"});
     }
 
     // Dark frames of 10 DN; light ones with a signal of 90 and 110 DN in turn from column to column, of which the later
     // half is brighter by a fifth in every fourth row.
     std::string writeFrames() const {
-        const fs::path Frames = m_Folder / "<frames> & \"more\"";
-        fs::create_directories(Frames);
+        const fs::path frames = m_folder / "<frames> & \"more\"";
+        fs::create_directories(frames);
         for (unsigned iFrame = 0; iFrame < FRAMES; ++iFrame) {
             for (const bool bLight : {false, true}) {
-                std::ofstream Out(Frames / ((bLight ? "light_" : "dark_") + std::to_string(iFrame) + ".pgm"));
-                Out << "P5 " << SIDE << ' ' << SIDE << " 255\n";
+                std::ofstream out(frames / ((bLight ? "light_" : "dark_") + std::to_string(iFrame) + ".pgm"));
+                out << "P5 " << SIDE << ' ' << SIDE << " 255\n";
                 for (unsigned i = 0; i < SIDE * SIDE; ++i) {
                     const unsigned uSignal = i % 2 == 0 ? 90 : 110;
                     const bool bBright = iFrame >= FRAMES / 2 && i / SIDE % 4 == 0;
-                    Out << static_cast<char>(10 + (bLight ? (bBright ? uSignal * 6 / 5 : uSignal) : 0));
+                    out << static_cast<char>(10 + (bLight ? (bBright ? uSignal * 6 / 5 : uSignal) : 0));
                 }
             }
         }
-        return "replay:" + Frames.string();
+        return "replay:" + frames.string();
     }
 
-    const CTemporaryFolder m_Folder;
+    const CTemporaryFolder m_folder;
 };
 
 }  // namespace
@@ -71,20 +71,20 @@ protected:
 TEST_F(Report, FiguresAreOfFramesOutsideTheReference) {
     const std::string strDevice = writeFrames();
     recordPair(strDevice, FRAMES / 2);
-    const json Json = report(strDevice);
-    EXPECT_EQ(Json.at("frames"), json({{"dark", 4}, {"light", 4}}));
-    EXPECT_EQ(Json.at("selfTest"), false);
+    const json told = report(strDevice);
+    EXPECT_EQ(told.at("frames"), json({{"dark", 4}, {"light", 4}}));
+    EXPECT_EQ(told.at("selfTest"), false);
     // After correction: a quarter of the rows at 120 DN, the others at 100, and nothing else.
-    const json After = Json.at("after").at("classes").at(0);
+    const json after = told.at("after").at("classes").at(0);
     const double dSamples = SIDE * SIDE;
-    EXPECT_NEAR(After.at("prnuPercent").at("total").get<double>(),
+    EXPECT_NEAR(after.at("prnuPercent").at("total").get<double>(),
                 100.0 * std::sqrt(20.0 * 20.0 * 3.0 / 16.0 * dSamples / (dSamples - 1.0)) / 105.0, 1e-6);
-    EXPECT_NEAR(After.at("lightMean").get<double>(), 105.0, 1e-6);
-    EXPECT_EQ(After.at("dsnu").at("total"), 0.0);
-    EXPECT_EQ(Json.at("profiles").at("rows").at("after").at(0), 114.2857);
-    EXPECT_EQ(Json.at("gain").at("max"), json(static_cast<double>(100.0F / 90.0F)));
+    EXPECT_NEAR(after.at("lightMean").get<double>(), 105.0, 1e-6);
+    EXPECT_EQ(after.at("dsnu").at("total"), 0.0);
+    EXPECT_EQ(told.at("profiles").at("rows").at("after").at(0), 114.2857);
+    EXPECT_EQ(told.at("gain").at("max"), json(static_cast<double>(100.0F / 90.0F)));
 
-    const std::string strPage = content(m_Folder / "report.html");
+    const std::string strPage = content(m_folder / "report.html");
     EXPECT_THAT(strPage, HasSubstr("&lt;frames&gt; &amp; &quot;more&quot;"));
     EXPECT_THAT(strPage, Not(HasSubstr("ExposureTime"))) << "nobody told with what the files were taken";
     EXPECT_THAT(strPage, Not(HasSubstr("<frames>")));
@@ -95,7 +95,7 @@ TEST_F(Report, FiguresAreOfFramesOutsideTheReference) {
 TEST_F(Report, FramesOfTheReferenceAreKnownWhereverTheyStand) {
     const std::string strDevice = writeFrames();
     recordPair(strDevice, FRAMES / 2);
-    const fs::path frames = strDevice.substr(strDevice.find(':') + 1), other = m_Folder / "other";
+    const fs::path frames = strDevice.substr(strDevice.find(':') + 1), other = m_folder / "other";
     fs::create_directories(other);
     for (unsigned i = 0; i < FRAMES; ++i) {
         const std::string strName = "_" + std::to_string(i) + ".pgm";
@@ -116,7 +116,7 @@ TEST_F(Report, TellsTheFramesRecordedNotThoseAskedFor) {
     const std::string strDevice = writeFrames();
     for (const char* pKind : {"dark", "light"}) {
         const std::vector<std::string> vecWords = {"record", pKind,  "-d", strDevice,
-                                                   "-n",     "1000", "-o", m_Folder / (std::string(pKind) + ".tif")};
+                                                   "-n",     "1000", "-o", m_folder / (std::string(pKind) + ".tif")};
         EXPECT_THAT(runProgram(XAPEL2_SHADING_PROGRAM, vecWords).strOut,
                     HasSubstr("Recording 8 " + std::string(pKind) + " frames"));
         EXPECT_EQ(run(vecWords, 0, "all that there is").at("frames"), FRAMES);
@@ -125,10 +125,10 @@ TEST_F(Report, TellsTheFramesRecordedNotThoseAskedFor) {
 
 TEST_F(Report, FiltersAreThoseAskedFor) {
     recordPair("sim:3?width=64&height=48", 4);
-    const json Json =
-        run({"report", "--dark", m_Folder / "dark.tif", "--light", m_Folder / "light.tif", "--median-dark", "1",
-             "--box-dark", "2", "--median-light", "3", "--box-light", "4", "-o", m_Folder / "report.html"});
-    EXPECT_EQ(Json.at("filters"),
+    const json told =
+        run({"report", "--dark", m_folder / "dark.tif", "--light", m_folder / "light.tif", "--median-dark", "1",
+             "--box-dark", "2", "--median-light", "3", "--box-light", "4", "-o", m_folder / "report.html"});
+    EXPECT_EQ(told.at("filters"),
               "median on the dark reference, radius 1, box on the dark reference, radius 2, median "
               "on the light reference, radius 3, box on the light reference, radius 4");
 }
@@ -136,13 +136,13 @@ TEST_F(Report, FiltersAreThoseAskedFor) {
 TEST_F(Report, WithoutFramesLeftThereAreNoFiguresAfterCorrection) {
     const std::string strDevice = writeFrames();
     recordPair(strDevice, FRAMES - 1);
-    const json OneLeft = report(strDevice);
-    EXPECT_TRUE(OneLeft.at("after").is_null() && OneLeft.at("selfTest") == false);
+    const json oneLeft = report(strDevice);
+    EXPECT_TRUE(oneLeft.at("after").is_null() && oneLeft.at("selfTest") == false);
     recordPair(strDevice, FRAMES);
-    const json NoneLeft = report(strDevice, 0, "self-test only");
-    EXPECT_TRUE(NoneLeft.at("after").is_null() && NoneLeft.at("selfTest") == true);
-    EXPECT_THAT(content(m_Folder / "report.html"), HasSubstr("Shading correction: self-test"));
-    EXPECT_EQ(run({"report", "-d", strDevice, "-o", m_Folder / "own.html"}).at("frames"),
+    const json noneLeft = report(strDevice, 0, "self-test only");
+    EXPECT_TRUE(noneLeft.at("after").is_null() && noneLeft.at("selfTest") == true);
+    EXPECT_THAT(content(m_folder / "report.html"), HasSubstr("Shading correction: self-test"));
+    EXPECT_EQ(run({"report", "-d", strDevice, "-o", m_folder / "own.html"}).at("frames"),
               json({{"dark", 2}, {"light", 2}}))
         << "a camera with few frames shares them out by itself";
 }
@@ -151,18 +151,18 @@ TEST_F(Report, TellsOfARefusalWhereThePairCanBeApplied) {
     const std::string strDevice = "sim:3?width=64&height=48";
     recordPair(strDevice, 4);
     report("sim:3?width=32&height=48", 1, "32 x 48");
-    EXPECT_FALSE(fs::exists(m_Folder / "report.html"));
+    EXPECT_FALSE(fs::exists(m_folder / "report.html"));
     // Files of older versions do not tell where on the sensor they lie.
     for (const char* pName : {"dark.tif", "light.tif"}) {
-        XAPEL2::StandIn::ReferenceImage reference = XAPEL2::StandIn::readReferenceFile(m_Folder / pName);
+        XAPEL2::StandIn::ReferenceImage reference = XAPEL2::StandIn::readReferenceFile(m_folder / pName);
         reference.geometry = {};
-        XAPEL2::StandIn::writeReferenceFile(m_Folder / pName, reference);
+        XAPEL2::StandIn::writeReferenceFile(m_folder / pName, reference);
     }
     EXPECT_EQ(report(strDevice + "&offsetx=16", 1, "offset").at("verdict"), "refused");
-    EXPECT_THAT(content(m_Folder / "report.html"), HasSubstr("The references are refused"));
+    EXPECT_THAT(content(m_folder / "report.html"), HasSubstr("The references are refused"));
     report(strDevice + "&offsetx=16", 0, "offset", "--force");
-    const json Bright = report(strDevice + "&exposure=20000");
-    EXPECT_EQ(Bright.at("findings").back().at("id"), "measured-saturated");
+    const json bright = report(strDevice + "&exposure=20000");
+    EXPECT_EQ(bright.at("findings").back().at("id"), "measured-saturated");
 }
 
 // Each pixel of a window is held against its own place in the references; once it was against the first pixels of them.
@@ -181,14 +181,14 @@ TEST_F(Report, AWindowIsMeasuredWithReferencesOfTheSensor) {
 }
 
 TEST_F(Report, WrongUseAndAFileThatCannotBeWritten) {
-    run({"report", "-o", m_Folder / "r.html"}, 2, "--light");
+    run({"report", "-o", m_folder / "r.html"}, 2, "--light");
     recordPair("sim:3?width=64&height=48", 2);
-    run({"report", "--dark", m_Folder / "dark.tif", "-o", m_Folder / "r.html"}, 2, "--light");
-    const std::string strPair = m_Folder / "light.tif";
-    run({"report", "--light", strPair, "-o", m_Folder / "none/r.html"}, 3, "none");
-    fs::create_directories(m_Folder / "taken/folder");
-    run({"report", "--light", strPair, "-o", m_Folder / "taken"}, 3, "taken");
-    EXPECT_THAT(m_Folder.names(), ::testing::UnorderedElementsAre("dark.tif", "light.tif", "taken"));
+    run({"report", "--dark", m_folder / "dark.tif", "-o", m_folder / "r.html"}, 2, "--light");
+    const std::string strPair = m_folder / "light.tif";
+    run({"report", "--light", strPair, "-o", m_folder / "none/r.html"}, 3, "none");
+    fs::create_directories(m_folder / "taken/folder");
+    run({"report", "--light", strPair, "-o", m_folder / "taken"}, 3, "taken");
+    EXPECT_THAT(m_folder.names(), ::testing::UnorderedElementsAre("dark.tif", "light.tif", "taken"));
 }
 
 // References of another camera of the same model: once a verdict of "good".

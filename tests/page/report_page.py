@@ -101,13 +101,13 @@ def check_divider(browser, file):
     browser.call("Input.dispatchKeyEvent", type="keyDown", key="End", code="End", windowsVirtualKeyCode=35)
     check(browser.value(CUT) == 100, "the divider does not follow a key")
     browser.show(file, 390, script=False)
-    (_, _, _, bottom), before = browser.value(PLACES)
-    check(before[1] >= bottom and browser.value("document.querySelector('input').hidden"),
+    after, (_, _, _, bottom) = browser.value(PLACES)
+    check(after[1] >= bottom and browser.value("document.querySelector('input').hidden"),
           "without script the pictures do not stand one below the other")
     browser.show(file, 1000)
     browser.call("Emulation.setEmulatedMedia", media="print")
-    (_, _, right, _), before = browser.value(PLACES)
-    check(before[0] >= right, "in print the pictures do not stand side by side")
+    after, (_, _, right, _) = browser.value(PLACES)
+    check(after[0] >= right, "in print the pictures do not stand side by side, before left of after")
     browser.call("Emulation.setEmulatedMedia", media="")
 
 

@@ -2,6 +2,7 @@
 # Copyright (c) 2026 the xapel2_ext_sc authors
 """Cameras: settings, frames, waits, live correction, recording."""
 
+import concurrent.futures
 import gc
 import signal
 import threading
@@ -190,6 +191,36 @@ def test_another_thread_ends_a_wait(slow, end, error):
     assert later.elapsed() < 5
 
 
+@pytest.mark.parametrize("use", ["start", "stop", "fetch", "correct", "stop_correcting", "record"])
+def test_who_waits_for_a_camera_that_is_closed_is_told(camera, use):
+    light = xs.Reference(np.full((48, 64), 100.0), "light", "Mono12")
+    uses = {"correct": lambda: camera.correct(light=light), "record": lambda: xs.record(camera, "dark", 2)}
+    with concurrent.futures.ThreadPoolExecutor(2) as pool:
+        busy = pool.submit(xs.record, camera, "light", 10**6)
+        time.sleep(0.2)
+        late = pool.submit(uses.get(use) or getattr(camera, use))
+        time.sleep(0.2)
+        assert not busy.done() and not late.done()
+        camera.close()
+        assert isinstance(busy.exception(10), xs.StreamError)
+        with pytest.raises(xs.StreamError, match="the camera is closed"):
+            late.result(10)
+    assert not (camera.is_open or camera.running or camera.correcting)
+
+
+def test_a_loop_is_left_in_order_while_the_camera_is_closed():
+    with xs.open_camera(SIM, AcquisitionFrameRate=1) as camera, concurrent.futures.ThreadPoolExecutor(2) as pool:
+        frames = camera.frames()
+        next(frames)
+        busy = pool.submit(camera.fetch)
+        time.sleep(0.1)
+        left = pool.submit(frames.close)
+        time.sleep(0.2)
+        assert not busy.done() and not left.done()
+        camera.close()
+        assert left.result(10) is None and isinstance(busy.exception(10), xs.StreamError)
+
+
 def test_a_cancel_between_frames_ends_the_loop(camera):
     frames = camera.frames()
     next(frames)
@@ -303,6 +334,31 @@ def test_a_folder_gives_what_it_has_and_says_so(tmp_path):
         with pytest.raises(xs.StreamError, match="no complete frame|no frame came complete") as failed:
             xs.record(camera, "light")
         assert failed.value.code == -1001
+
+
+@pytest.mark.parametrize("keep", [False, True])
+def test_a_frame_unlike_the_others_is_left_out_or_kept(tmp_path, keep):
+    random = np.random.default_rng(4)
+    for i in range(12):
+        pixels = 100 + 80 * (i == 5) + random.integers(-3, 4, (32, 64))
+        (tmp_path / f"light_{i:02}.pgm").write_bytes(b"P5 64 32 255\n" + pixels.astype(np.uint8).tobytes())
+    with xs.open_camera(f"replay:{tmp_path}") as camera:
+        with pytest.warns(UserWarning, match="1 frame unlike the others"):
+            light = xs.record(camera, "light", 12, keep_outliers=keep)
+    xs.write_reference(tmp_path / "light.tif", light)
+    light = xs.read_reference(tmp_path / "light.tif")
+    outliers = light.metadata["outliers"]
+    assert light.images == 12 - (not keep) and light.mean == pytest.approx(100 + 80 / 12 * keep, abs=0.1)
+    assert (outliers["frames"], outliers["frames_left_out"]) == (1, 0 if keep else 1)
+    place = outliers["places"][0]
+    assert (place["what"], place["frame"], place["left_out"]) == ("brightness", 6, not keep)
+    assert place["deviation"] == pytest.approx(80, abs=1) and light.geometry == {}
+
+
+def test_a_recording_tells_where_it_lay(camera):
+    camera.Width, camera.OffsetX, camera.ReverseY = 32, 8, True
+    whole = {"SensorWidth": 64, "SensorHeight": 48, "BinningHorizontal": 1, "BinningVertical": 1, "ReverseX": False}
+    assert xs.record(camera, "dark", 2).geometry.items() >= dict(whole, OffsetX=8, OffsetY=0, ReverseY=True).items()
 
 
 def test_two_cameras_stream_in_two_threads():

@@ -42,3 +42,44 @@ def test_objects_are_judged_as_files_are(tmp_path):
     (tmp_path / "dark.tif").write_bytes(b"II*")
     with pytest.raises(xs.InputOutputError, match="dark.tif"):
         xs.check(tmp_path / "dark.tif", pair[1])
+
+
+def test_levels_are_those_of_the_command_line(tmp_path):
+    levels, dark, light = [], None, None
+    for exposure in (2000, 4000, 6000, 8000):
+        with xs.open_camera(f"sim:7?width=64&height=48&format=Mono12&exposure={exposure}") as camera:
+            dark, light = (xs.record(camera, kind, 8) for kind in ("dark", "light"))
+            levels += [dark, light]
+            camera.StandInScene = "Light"
+            frames = [frame.array.copy() for frame in camera.frames(3)]
+    (tmp_path / "frames").mkdir()
+    for i, frame in enumerate(frames):
+        pixels = frame.astype(">u2").tobytes()
+        (tmp_path / "frames" / f"{i}.pgm").write_bytes(b"P5 64 48 4095\n" + pixels)
+    names = [tmp_path / f"level_{i}.tif" for i in range(len(levels))]
+    for name, level in zip(names, levels):
+        xs.write_reference(name, level)
+    files = [str(names[-2]), str(names[-1])]
+    command = [os.environ["XAPEL2_SHADING_PROGRAM"], "check", *files, "--json", "--list", "--levels"]
+    told = json.loads(subprocess.run([*command, *map(str, names), tmp_path / "frames"], stdout=subprocess.PIPE).stdout)
+    judgement = xs.check(*files, levels=[*names, tmp_path / "frames"])
+    assert judgement["levels"] == told["levels"] and judgement["pair"] == told["pair"]
+    assert len(told["levels"]["classes"][0]["points"]) == 5
+    assert [finding["id"] for finding in judgement.findings] == [
+        finding["id"] for part in ("dark", "light", "pair", "levels") for finding in told[part]["findings"]
+    ]
+    objects = xs.check(dark, light, iter(levels))
+    assert objects["levels"]["conversionGain"] == xs.check(*files, names)["levels"]["conversionGain"]
+    assert objects["levels"]["classes"][0]["points"][3]["level"].endswith("level_8.tif")
+    assert "levels" not in xs.check(dark, light, [])
+
+    (tmp_path / "empty").mkdir()
+    for wrong, error, text in (
+        ([dark], xs.ArgumentError, "dark references alone"),
+        ([tmp_path / "empty"], xs.ArgumentError, "no image file"),
+        ([tmp_path / "none.tif"], FileNotFoundError, "none.tif"),
+        ([images.pair("Mono12", 40, 30)[1]], xs.InputOutputError, "another format or size"),
+        (tmp_path / "frames", ValueError, "a list of levels"),
+    ):
+        with pytest.raises(error, match=text):
+            xs.check(dark, light, wrong)

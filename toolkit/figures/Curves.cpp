@@ -66,12 +66,18 @@ Curve profileOf(const StandIn::ImageLayout& rLayout, const std::vector<float>& v
     return result;
 }
 
-Histograms histogramsOf(const std::vector<float>& vecBefore, const std::vector<float>& vecAfter, std::size_t nBins) {
+Histograms histogramsOf(const std::vector<float>& vecBefore, const std::vector<float>& vecAfter, std::size_t nBinsMost,
+                        double dStepLeast) {
     double dLow = as(percentile(vecBefore, 1e-4)), dHigh = as(percentile(vecBefore, 1.0 - 1e-4));
     dLow = std::min(dLow, as(percentile(vecAfter, 1e-4)));
     dHigh = std::max(dHigh, as(percentile(vecAfter, 1.0 - 1e-4)));
     const double dMargin = std::max(0.03 * (dHigh - dLow), 0.01);
-    Histograms result{dLow - dMargin, (dHigh - dLow + 2.0 * dMargin) / static_cast<double>(nBins), {}, {}};
+    const double dRange = dHigh - dLow + 2.0 * dMargin;
+    std::size_t nBins = nBinsMost;
+    if (dStepLeast * static_cast<double>(nBinsMost) > dRange) {
+        nBins = std::max<std::size_t>(1, static_cast<std::size_t>(dRange / dStepLeast));
+    }
+    Histograms result{dLow - dMargin, dRange / static_cast<double>(nBins), {}, {}};
     const auto fnCount = [&](const std::vector<float>& vecSamples) {
         std::vector<double> vecBins(nBins, 0.0);
         for (const float fSample : vecSamples) {

@@ -32,13 +32,16 @@ struct Curve {
 Curve profileOf(const StandIn::ImageLayout& rLayout, const std::vector<float>& vecSamples, bool bRows,
                 std::size_t nPointsMax);
 
-/// Two histograms over the same nBins bins, which begin at dFirst + i * dStep. They reach from the 0.01 % to the
+/// Two histograms over the same bins, which begin at dFirst + i * dStep. They reach from the 0.01 % to the
 /// 99.99 % percentile of all values, and a little beyond; the outermost bins count what lies outside as well.
+/// There are nBinsMost of them, or fewer that are no narrower than dStepLeast: the values of few bits would leave every
+/// other bin empty.
 struct Histograms {
     double dFirst = 0.0, dStep = 1.0;
     std::vector<double> vecBefore, vecAfter;  ///< samples
 };
-Histograms histogramsOf(const std::vector<float>& vecBefore, const std::vector<float>& vecAfter, std::size_t nBins);
+Histograms histogramsOf(const std::vector<float>& vecBefore, const std::vector<float>& vecAfter, std::size_t nBinsMost,
+                        double dStepLeast = 0.0);
 
 /// The gain of every sample: mean signal of its class over its own signal, from 0 to 16, and 1 where there is none.
 /// @param[in] pDark   null: no dark reference.

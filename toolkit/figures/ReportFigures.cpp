@@ -23,6 +23,7 @@ using nlohmann::ordered_json;
 namespace {
 
 constexpr std::size_t PROFILE_POINTS = 500, HISTOGRAM_BINS = 160, MARKS_MAX = 200;
+constexpr double VALUES_PER_BIN = 3.0;  // that a histogram is even with
 constexpr double UNKNOWN = std::numeric_limits<double>::quiet_NaN();
 constexpr double SATURATED_MAX = 0.001;  // share of samples that a measurement bears
 constexpr uint64_t FRAMES_MIN = 2;       // that tell fixed pattern and noise apart
@@ -125,7 +126,7 @@ public:
                                                              {"before", curveJson(before.vecValues)},
                                                              {"after", curveJson(after.vecValues)}};
         }
-        const Histograms bins = histogramsOf(vecBefore, vecAfter, HISTOGRAM_BINS);
+        const Histograms bins = histogramsOf(vecBefore, vecAfter, HISTOGRAM_BINS, VALUES_PER_BIN * valueStep());
         rJson["histogram"] = {{"first", bins.dFirst},
                               {"step", bins.dStep},
                               {"samples", vecBefore.size()},
@@ -349,6 +350,19 @@ private:
             summary["dsnu" + strWhen + "Uncertainty"] = bThere ? class_["dsnuUncertainty"]["total"] : ordered_json();
         }
         rJson["summary"] = summary;
+    }
+
+    // How far the values of the mean of whole numbers lie apart, percent of the mean signal of the dimmest colour.
+    double valueStep() const {
+        const MeanImage& rImage = *m_rInput.light.before;
+        std::vector<double> vecSignals = classMeans(rImage.layout, rImage.vecSamples);
+        const std::vector<double> vecDark = darkLevels(m_rInput.dark.before, true);
+        for (std::size_t i = 0; i < vecDark.size() && i < vecSignals.size(); ++i) {
+            vecSignals[i] -= vecDark[i];
+        }
+        const double dLeast = *std::min_element(vecSignals.begin(), vecSignals.end());
+        const double dFrames = static_cast<double>(std::max<uint64_t>(1, rImage.nFrames));
+        return dLeast > 0.0 ? 100.0 / (dLeast * dFrames) : 0.0;
     }
 
     std::vector<double> darkLevels(const std::optional<MeanImage>& rMeasured, bool bBefore) const {

@@ -46,12 +46,7 @@ std::string resolvedText(double dValue, double dLimit, int nDigits) {
                                                     : fixed(dValue, nDigits);
 }
 
-// Of so many digits, and more where these would be zeros.
 std::string uncertaintyText(double dValue, int nDigits) {
-    constexpr int DIGITS_MOST = 9;
-    while (nDigits < DIGITS_MOST && dValue > 0.0 && dValue < 0.5 * std::pow(10.0, -nDigits)) {
-        ++nDigits;
-    }
     return std::isnan(dValue) ? "" : " +- " + fixed(dValue, nDigits);
 }
 

@@ -12,15 +12,43 @@
 namespace XAPEL2 {
 namespace Toolkit {
 
+namespace {
+
+constexpr int DIGITS_MOST = 6;  // beyond them a value is what rounding has left of 0
+
+std::string plain(double dValue, int nDigits) {
+    std::array<char, 400> acText{};
+    std::snprintf(acText.data(), acText.size(), "%.*f", nDigits, dValue);
+    return acText.data();
+}
+
+bool isZero(const std::string& strText) {
+    return strText.find_first_not_of("-0.") == std::string::npos;
+}
+
+}  // namespace
+
 std::string fixed(double dValue, int nDigits) {
     if (std::isnan(dValue)) {
         return "unknown";
     }
-    std::array<char, 400> acText{};
-    std::snprintf(acText.data(), acText.size(), "%.*f", nDigits, dValue);
-    const std::string strText = acText.data();
+    const std::string strText = plain(dValue, nDigits);
+    if (!isZero(strText)) {
+        return strText;
+    }
+    for (int nMore = nDigits; nDigits > 0 && nMore <= DIGITS_MOST; ++nMore) {
+        const std::string strMore = plain(dValue, nMore);
+        if (!isZero(strMore)) {
+            return strMore;
+        }
+    }
     // What rounds to nothing has no sign.
-    return strText[0] == '-' && strText.find_first_not_of("-0.") == std::string::npos ? strText.substr(1) : strText;
+    return strText[0] == '-' ? strText.substr(1) : strText;
+}
+
+std::string duration(double dMs) {
+    constexpr double US_PER_MS = 1000.0, LEAST_MS = 0.1;
+    return std::abs(dMs) < LEAST_MS ? fixed(dMs * US_PER_MS, 2) + " us" : withUnit(dMs, 3, "ms");
 }
 
 std::string withUnit(double dValue, int nDigits, const std::string& strUnit) {

@@ -12,8 +12,13 @@
 namespace XAPEL2 {
 namespace Toolkit {
 
-/// A number with so many digits behind the point, a zero without sign; "unknown" for NaN.
+/// A number with so many digits behind the point, a zero without sign; "unknown" for NaN. Where there is a point and
+/// all digits would be zeros, it has as many more, six at most, as it takes to see that the value is none: 0.0004, not
+/// 0.00.
 std::string fixed(double dValue, int nDigits);
+
+/// A time: "1.234 ms", what is below a tenth of a millisecond as "12.34 us"; "unknown" for NaN.
+std::string duration(double dMs);
 
 /// The same with a unit behind it; "unknown" alone for NaN.
 std::string withUnit(double dValue, int nDigits, const std::string& strUnit);

@@ -129,8 +129,8 @@ void CCorrectionRun::describeTime(COutput& rOutput) const {
         return;
     }
     const double dMedian = rAdded.median(), dP99 = rAdded.quantile(0.99);
-    rOutput.text() << "Correction adds " << fixed(dMedian, 3) << " ms to a frame (median), " << fixed(dP99, 3)
-                   << " ms (p99), of " << counted(rAdded.count(), "frame");
+    rOutput.text() << "Correction adds " << duration(dMedian) << " to a frame (median), " << duration(dP99)
+                   << " (p99), of " << counted(rAdded.count(), "frame");
     if (tally().nUncorrected != 0) {
         rOutput.text() << ", beside " << tally().nUncorrected << " fetched uncorrected before them";
     }

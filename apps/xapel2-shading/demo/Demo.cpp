@@ -114,20 +114,20 @@ void printTable(std::ostream& rOut, const ordered_json& rFigures, const fs::path
     std::array<char, 120> acLine{};
     std::snprintf(acLine.data(), acLine.size(), "  %-26s %11s %11s\n", "", "before", "after");
     rOut << acLine.data();
-    const auto fnLine = [&](const char* pLabel, const char* pBefore, const char* pAfter, int nDigits,
-                            const char* pUnit) {
+    const auto fnLine = [&](const char* pLabel, const char* pBefore, const char* pAfter, auto fnTold) {
         const ordered_json &rBefore = rFigures.at(pBefore), &rAfter = rFigures.at(pAfter);
         if (rBefore.is_null() || rAfter.is_null()) {
             rOut << "  " << pLabel << ": unknown, the image is too small or too dark\n";
             return;
         }
-        std::snprintf(acLine.data(), acLine.size(), "  %-26s %8s %-2s %8s %s\n", pLabel,
-                      fixed(rBefore, nDigits).c_str(), pUnit, fixed(rAfter, nDigits).c_str(), pUnit);
+        std::snprintf(acLine.data(), acLine.size(), "  %-26s %11s %11s\n", pLabel, fnTold(rBefore).c_str(),
+                      fnTold(rAfter).c_str());
         rOut << acLine.data();
     };
-    fnLine("unevenness, 16 x 16 blocks", "blocks_before_percent", "blocks_after_percent", 2, "%");
-    fnLine("unevenness, single pixels", "pixels_before_percent", "pixels_after_percent", 2, "%");
-    fnLine("fetch of a waiting frame", "fetch_median_ms", "fetch_corrected_median_ms", 3, "ms");
+    const auto fnPercent = [](double dValue) { return withUnit(dValue, 2, "%"); };
+    fnLine("unevenness, 16 x 16 blocks", "blocks_before_percent", "blocks_after_percent", fnPercent);
+    fnLine("unevenness, single pixels", "pixels_before_percent", "pixels_after_percent", fnPercent);
+    fnLine("fetch of a waiting frame", "fetch_median_ms", "fetch_corrected_median_ms", duration);
     rOut << "\nUnevenness: standard deviation over mean of " << fnFrame(rFigures.at("frames").front())
          << (bDark ? ", dark reference taken off" : "") << ". Time: median.\nWritten to " << shown(rFolder.string())
          << "\n ";

@@ -22,6 +22,7 @@ constexpr double TITLE = 20.0;     // the upright title of the left axis
 constexpr double LABEL_GAP = 6.0;  // from a label to what stands beside it
 constexpr double DIGIT = 7.6;      // width of a digit, in the widest of the fonts that the page may get
 constexpr unsigned X_TICKS = 5, Y_TICKS = 5;
+constexpr double X_FILLED = 0.8;  // of the lower axis, by its labels at most
 
 struct Range {
     double dLow = std::numeric_limits<double>::infinity();
@@ -121,9 +122,23 @@ private:
         return m_rChart.bCounts ? countText(dTick) : rounded(dTick, tickDigits(m_vecYTicks));
     }
 
+    // As many as stand clear of each other.
+    std::vector<double> xTicks() const {
+        unsigned nAbout = X_TICKS;
+        std::vector<double> vecTicks = niceTicks(m_x.dLow, m_x.dHigh, nAbout);
+        const auto fnRoom = [&] {
+            return width(rounded(vecTicks.back(), tickDigits(vecTicks))) * static_cast<double>(vecTicks.size());
+        };
+        while (nAbout > 1 && fnRoom() > X_FILLED * (RIGHT - m_dLeft)) {
+            const std::vector<double> vecFewer = niceTicks(m_x.dLow, m_x.dHigh, --nAbout);
+            vecTicks = vecFewer.empty() ? vecTicks : vecFewer;
+        }
+        return vecTicks;
+    }
+
     std::string xAxis() const {
         std::string strAxis;
-        const std::vector<double> vecTicks = niceTicks(m_x.dLow, m_x.dHigh, X_TICKS);
+        const std::vector<double> vecTicks = xTicks();
         for (const double dTick : vecTicks) {
             const std::string strLabel = rounded(dTick, tickDigits(vecTicks));
             const double dPlace = std::min(x(dTick), WIDTH - width(strLabel) / 2.0);

@@ -222,13 +222,13 @@ private:
         return "<h2>Gain</h2><div class=\"cards wide\"><figure class=\"card\"><div class=\"map\">" +
                image(m_rPictures.strGain, "Map of the gain", m_figures, "/pictures/gain") + marks() + "</div>" +
                colourBar("gain") + "<figcaption class=\"legend\">" + strLegend +
-               "</figcaption></figure><div class=\"card\">" +
+               "</figcaption></figure><div class=\"beside\"><div class=\"card\">" +
                "<p>The correction multiplies each pixel, its dark value taken off, by this gain: from " +
                m_figures.number("/gain/min", 3) + " to " + m_figures.number("/gain/max", 3) +
                ", 98 % of the pixels between " + m_figures.number("/gain/p1", 3) + " and " +
                m_figures.number("/gain/p99", 3) + ". " + m_figures.text("/gain/text") + "</p><p class=\"muted\">" +
                scaleText(m_figures, "/pictures/gain") + ' ' + m_figures.text("/defects/text") + "</p></div>" +
-               (strMarked.empty() ? "" : "<div class=\"card whole\">" + strMarked + "</div>") + "</div>\n";
+               (strMarked.empty() ? "" : "<div class=\"card whole\">" + strMarked + "</div>") + "</div></div>\n";
     }
 
     // What a corrected sample varies by, as a curve over its value and as a map.

@@ -65,23 +65,27 @@ std::string nonUniformityHtml(const CFigures& rFigures) {
         {"total", "total"}, {"row", "rows"}, {"column", "columns"}, {"pixel", "pixels"}};
     const ordered_json& rClasses = rFigures.at("/before/classes");
     const std::string strUnit = rFigures.text("/before/dsnuUnit") == "DN" ? "DN" : "e<sup>&minus;</sup>";
+    const struct {
+        const char *pName, *pKey, *pMean, *pMeanName;
+        std::string strUnit;
+    } aFigures[] = {{"DSNU", "dsnu", "darkMean", "mean dark, DN", strUnit},
+                    {"PRNU", "prnuPercent", "lightMean", "mean light, DN", "%"}};
     std::string strHtml = "<div class=\"cards wide\">";
     for (std::size_t i = 0; i < rClasses.size(); ++i) {
         const std::string strClass = "/classes/" + std::to_string(i);
-        std::string strRows;
-        for (const auto& [pKey, pName] : PARTS) {
-            strRows += row("DSNU<sub>1288</sub> " + std::string(pName) + ", " + strUnit,
-                           beforeAfter(rFigures, strClass + "/dsnu/" + pKey, 3), pKey == PARTS[0].first);
-        }
-        for (const auto& [pKey, pName] : PARTS) {
-            strRows += row("PRNU<sub>1288</sub> " + std::string(pName) + ", %",
-                           beforeAfter(rFigures, strClass + "/prnuPercent/" + pKey, 3), pKey == PARTS[0].first);
-        }
-        strRows += row("mean dark, DN", beforeAfter(rFigures, strClass + "/darkMean", 2));
-        strRows += row("mean light, DN", beforeAfter(rFigures, strClass + "/lightMean", 2));
         const std::string strName = rFigures.text("/before" + strClass + "/class");
-        strHtml += "<div class=\"card\">" +
-                   table(rClasses.size() > 1 ? "Colour " + strName : "", {"", "before", "after"}, strRows) + "</div>";
+        for (const auto& rFigure : aFigures) {
+            std::string strRows;
+            for (const auto& [pKey, pName] : PARTS) {
+                strRows +=
+                    row(std::string(rFigure.pName) + "<sub>1288</sub> " + pName + ", " + rFigure.strUnit,
+                        beforeAfter(rFigures, strClass + '/' + rFigure.pKey + '/' + pKey, 3), pKey == PARTS[0].first);
+            }
+            strRows += row(rFigure.pMeanName, beforeAfter(rFigures, strClass + '/' + rFigure.pMean, 2));
+            strHtml += "<div class=\"card\">" +
+                       table(rClasses.size() > 1 ? "Colour " + strName : "", {"", "before", "after"}, strRows) +
+                       "</div>";
+        }
     }
     return strHtml + "</div>";
 }
@@ -114,7 +118,7 @@ std::string referencesHtml(const CFigures& rFigures) {
     if (rFigures.has("/references/pair")) {
         const std::string strPair = "/references/pair/";
         strHtml += "<div class=\"card\">" +
-                   table("", {"", "the pair"},
+                   table("", {"", "the&nbsp;pair"},
                          row("conversion gain from the photon transfer, DN per e<sup>&minus;</sup>",
                              {rFigures.number(strPair + "conversionGain", 4)}) +
                              row("mean light signal of a frame, e<sup>&minus;</sup>",

@@ -58,8 +58,15 @@ TEST(Chart, LabelsOfAnyLengthStandClearOfTheTitleAndInsideThePicture) {
         for (const auto& [dPlace, nLength] : vecY) {
             EXPECT_GT(dPlace - 7.0 * static_cast<double>(nLength), 17.0) << "scale " << dScale;
         }
-        for (const auto& [dPlace, nLength] : textsWith(strHtml, "middle")) {
-            EXPECT_LE(dPlace + 3.5 * static_cast<double>(nLength), 360.0) << "scale " << dScale;
+        double dEnd = 0.0;
+        const auto vecX = textsWith(strHtml, "middle");
+        for (std::size_t i = 0; i < vecX.size(); ++i) {
+            const auto [dPlace, nLength] = vecX[i];
+            const double dHalf = 3.5 * static_cast<double>(nLength);
+            EXPECT_LE(dPlace + dHalf, 360.0) << "scale " << dScale;
+            // The last of these texts is the title below them.
+            EXPECT_TRUE(i + 1 == vecX.size() || dPlace - dHalf > dEnd + 5.0) << "scale " << dScale;
+            dEnd = dPlace + dHalf;
         }
     }
 }

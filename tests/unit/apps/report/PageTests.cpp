@@ -94,11 +94,10 @@ TEST(Page, EachFigureStandsBesideItsWords) {
              "gain: from|71.000|to|72.000|, 98 % of the pixels between|73.000|and|74.000|. Plain.|",
              "|marked|x|y|value, DN|neighbours, DN|dead|81|82|83.0|84.0|",
              "|Colour R|before|after|DSNU|1288|total, e|&minus;|11.000|21.000|DSNU|1288|rows, e|&minus;|12.000|22.000|",
-             "|columns, e|&minus;|13.000|23.000|DSNU|1288|pixels, e|&minus;|14.000|24.000|PRNU|1288|total, "
-             "%|15.000|25.000|",
-             "|rows, %|16.000|26.000|PRNU|1288|columns, %|17.000|27.000|PRNU|1288|pixels, %|18.000|\xE2\x80\x93|",
-             "|mean dark, DN|19.00|29.00|mean light, DN|20.00|30.00|Colour B|before|after|DSNU|1288|total, "
-             "e|&minus;|111.000|",
+             "|columns, e|&minus;|13.000|23.000|DSNU|1288|pixels, e|&minus;|14.000|24.000|mean dark, DN|19.00|29.00|",
+             "|Colour R|before|after|PRNU|1288|total, %|15.000|25.000|PRNU|1288|rows, %|16.000|26.000|",
+             "|columns, %|17.000|27.000|PRNU|1288|pixels, %|18.000|\xE2\x80\x93|mean light, DN|20.00|30.00|",
+             "|Colour B|before|after|DSNU|1288|total, e|&minus;|111.000|",
              "|dark|light|frames averaged|31|41|mean, DN|32.00|42.00|mean, % of full scale|33.00|43.00|",
              "|saturated samples, %|34.000|44.000|temporal noise of a frame, DN|35.000|45.000|",
              "|hot pixels|36|\xE2\x80\x93|dead pixels|\xE2\x80\x93|46|bright pixels|\xE2\x80\x93|47|",

@@ -54,4 +54,7 @@ TEST(Curves, CurvesAreMeansInPercentOfTheColour) {
     const Histograms bins = histogramsOf({0, 0, 100}, {50, 50, 50}, 3);
     EXPECT_THAT(bins.vecBefore, ElementsAre(2, 0, 1));
     EXPECT_THAT(bins.vecAfter, ElementsAre(0, 3, 0));
+    const Histograms few = histogramsOf({0, 10, 20, 30, 40, 50}, {0, 10, 20, 30, 40, 50}, 160, 20.0);
+    EXPECT_THAT(few.vecBefore, ElementsAre(3, 3)) << "no comb of values and gaps";
+    EXPECT_GE(few.dStep, 20.0);
 }

@@ -8,7 +8,6 @@
 
 #include "Images.h"
 #include "toolkit/judgement/Judgement.h"
-#include "toolkit/text/Texts.h"
 
 namespace XAPEL2 {
 namespace Toolkit {
@@ -101,13 +100,6 @@ TEST(JudgementJson, NoiseIsComparedWithTheLeastUnevenColour) {
     };
     EXPECT_EQ(fnFound(0.05), 0);
     EXPECT_EQ(fnFound(0.0), 1);
-}
-
-TEST(Texts, NothingHasNoSign) {
-    EXPECT_EQ(fixed(-0.3, 0), "0");
-    EXPECT_EQ(fixed(-0.0, 2), "0.00");
-    EXPECT_EQ(fixed(-0.6, 0), "-1");
-    EXPECT_EQ(counted(1, "frame"), "1 frame");
 }
 
 }  // namespace Toolkit

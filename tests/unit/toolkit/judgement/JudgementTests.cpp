@@ -27,19 +27,19 @@ StandIn::ImageLayout layoutOf(const char* pFormat, uint64_t nWidth = 64, uint64_
 
 /// Differences of 1 DN from pixel to pixel.
 ReferenceImage dark(const StandIn::ImageLayout& rLayout) {
-    ReferenceImage Result = makeReference(StandIn::eReferenceDark, rLayout,
+    ReferenceImage result = makeReference(StandIn::eReferenceDark, rLayout,
                                           [](std::size_t i) { return i * 2654435761U % 1024U < 512U ? 63.0 : 65.0; });
-    Result.strCamera = SETTINGS;
-    return Result;
+    result.strCamera = SETTINGS;
+    return result;
 }
 
 /// Differences of 1 % from pixel to pixel.
 ReferenceImage light(const StandIn::ImageLayout& rLayout, double dMean = 2064.0) {
-    ReferenceImage Result = makeReference(StandIn::eReferenceLight, rLayout, [dMean](std::size_t i) {
+    ReferenceImage result = makeReference(StandIn::eReferenceLight, rLayout, [dMean](std::size_t i) {
         return 64.0 + (dMean - 64.0) * (i * 2654435761U % 1024U < 512U ? 0.99 : 1.01);
     });
-    Result.strCamera = SETTINGS;
-    return Result;
+    result.strCamera = SETTINGS;
+    return result;
 }
 
 /// "severity id" of each finding, "!" behind one that --force does not override.
@@ -138,11 +138,11 @@ TEST(Judgement, SaysWhatIsWrongWithThePairAndNothingElse) {
         {"note no-signal", [](auto& rDark, auto& rLight) { rLight.vecSamples[77] = rDark.vecSamples[77]; }},
     };
     for (const auto& rCase : aCases) {
-        ReferenceImage Dark = dark(layoutOf("Mono12")), Light = light(layoutOf("Mono12"));
-        rCase.fnChange(Dark, Light);
-        Findings vecAll = judgeReference(Dark).vecFindings;
+        ReferenceImage darkImage = dark(layoutOf("Mono12")), lightImage = light(layoutOf("Mono12"));
+        rCase.fnChange(darkImage, lightImage);
+        Findings vecAll = judgeReference(darkImage).vecFindings;
         for (const Findings& rMore :
-             {judgeReference(Light, &Dark).vecFindings, judgePair(Dark, Light, 0.7).vecFindings}) {
+             {judgeReference(lightImage, &darkImage).vecFindings, judgePair(darkImage, lightImage, 0.7).vecFindings}) {
             vecAll.insert(vecAll.end(), rMore.begin(), rMore.end());
         }
         std::string strIs;
@@ -160,44 +160,44 @@ TEST(Judgement, SaysWhatIsWrongWithThePairAndNothingElse) {
 }
 
 TEST(Judgement, TellsTheNumbers) {
-    ReferenceImage Dark = dark(layoutOf("Mono12")), Light = light(layoutOf("Mono12"));
-    Light.dSaturatedShare = 0.03;
-    EXPECT_THAT(describe(judgeReference(Light)), HasSubstr("Refused: 3.00 % of the samples are at full scale"));
+    ReferenceImage darkImage = dark(layoutOf("Mono12")), lightImage = light(layoutOf("Mono12"));
+    lightImage.dSaturatedShare = 0.03;
+    EXPECT_THAT(describe(judgeReference(lightImage)), HasSubstr("Refused: 3.00 % of the samples are at full scale"));
     // (20^2 - 2^2) DN^2 / 2000 DN; 2000 DN / K; 1 / sqrt(16 e-)
-    const PairFigures Figures = judgePair(Dark, Light).figures;
-    EXPECT_NEAR(Figures.dGain, 0.198, 1e-4);
-    EXPECT_NEAR(Figures.dElectrons, 10101.0, 10.0);
-    EXPECT_NEAR(Figures.dResidualPercent, 0.25, 2e-4);  // 20 DN / sqrt(16), of 2,000 DN
+    const PairFigures figures = judgePair(darkImage, lightImage).figures;
+    EXPECT_NEAR(figures.dGain, 0.198, 1e-4);
+    EXPECT_NEAR(figures.dElectrons, 10101.0, 10.0);
+    EXPECT_NEAR(figures.dResidualPercent, 0.25, 2e-4);  // 20 DN / sqrt(16), of 2,000 DN
     // Levels that tell no gain leave what the pair tells.
     const double dNone = std::numeric_limits<double>::quiet_NaN();
-    EXPECT_EQ(judgePair(Dark, Light, dNone, {dNone}).figures.dGain, Figures.dGain);
-    EXPECT_EQ(judgePair(Dark, Light, dNone, {dNone}).figures.dResidualPercent, Figures.dResidualPercent);
-    EXPECT_EQ(judgePair(Dark, Light, dNone, {0.25}).figures.dGain, 0.25);
-    Light.nImages = 1;
-    EXPECT_THAT(describe(judgeReference(Light)), HasSubstr("temporal noise     unknown"));
-    EXPECT_THAT(describe(judgePair(Dark, Light)), HasSubstr("conversion gain    unknown"));
-    EXPECT_TRUE(std::isnan(judgePair(Dark, Light).figures.dResidualPercent));
+    EXPECT_EQ(judgePair(darkImage, lightImage, dNone, {dNone}).figures.dGain, figures.dGain);
+    EXPECT_EQ(judgePair(darkImage, lightImage, dNone, {dNone}).figures.dResidualPercent, figures.dResidualPercent);
+    EXPECT_EQ(judgePair(darkImage, lightImage, dNone, {0.25}).figures.dGain, 0.25);
+    lightImage.nImages = 1;
+    EXPECT_THAT(describe(judgeReference(lightImage)), HasSubstr("temporal noise     unknown"));
+    EXPECT_THAT(describe(judgePair(darkImage, lightImage)), HasSubstr("conversion gain    unknown"));
+    EXPECT_TRUE(std::isnan(judgePair(darkImage, lightImage).figures.dResidualPercent));
 }
 
 TEST(Judgement, DarkImageIsNoLightReferenceAndOneWeakColourIsTold) {
     EXPECT_EQ(names(judgeReference(light(layoutOf("Mono12"), 40.0)).vecFindings),
               std::vector<std::string>{"refusal too-dark"});
-    ReferenceImage Light = light(layoutOf("BayerRG12"), 2500.0);
-    for (std::size_t i = 1; i < Light.vecSamples.size(); i += 2) {
-        Light.vecSamples[i] /= i / 64 % 2 == 1 ? 4.0F : 1.0F;
+    ReferenceImage lightImage = light(layoutOf("BayerRG12"), 2500.0);
+    for (std::size_t i = 1; i < lightImage.vecSamples.size(); i += 2) {
+        lightImage.vecSamples[i] /= i / 64 % 2 == 1 ? 4.0F : 1.0F;
     }
-    EXPECT_THAT(describe(judgeReference(Light)), HasSubstr("Warning: Colour B has only 15.3 % of full scale"));
+    EXPECT_THAT(describe(judgeReference(lightImage)), HasSubstr("Warning: Colour B has only 15.3 % of full scale"));
 }
 
 TEST(Judgement, SelfTestIsHeldToWhatTheProcessorPromises) {
     const auto fnFindings = [](const char* pFormat, double dSelfTest) {
         const double dScale = StandIn::findPixelFormat(pFormat)->fullScale() / 4095.0;
-        ReferenceImage Dark = dark(layoutOf(pFormat)), Light = light(layoutOf(pFormat));
-        for (std::size_t i = 0; i < Light.vecSamples.size(); ++i) {
-            Light.vecSamples[i] *= static_cast<float>(dScale);
-            Dark.vecSamples[i] *= static_cast<float>(dScale);
+        ReferenceImage darkImage = dark(layoutOf(pFormat)), lightImage = light(layoutOf(pFormat));
+        for (std::size_t i = 0; i < lightImage.vecSamples.size(); ++i) {
+            lightImage.vecSamples[i] *= static_cast<float>(dScale);
+            darkImage.vecSamples[i] *= static_cast<float>(dScale);
         }
-        return names(judgePair(Dark, Light, dSelfTest).vecFindings).size();
+        return names(judgePair(darkImage, lightImage, dSelfTest).vecFindings).size();
     };
     EXPECT_EQ(fnFindings("Mono12", 1.0), 0U);
     EXPECT_EQ(fnFindings("Mono12", 1.01), 1U);
@@ -226,21 +226,21 @@ TEST(Judgement, CameraIsComparedWithTheReference) {
         {"", [](auto& r) { r.strSerial = r.strModel = ""; }},
     };
     for (const auto& rCase : aCases) {
-        CameraSettings Camera = cameraSettingsFromJson(SETTINGS);
-        Camera.strPixelFormat = "Mono12";
-        Camera.nWidth = 64;
-        Camera.nHeight = 48;
-        rCase.fnChange(Camera);
-        const Findings vecFound = compareWithCamera("the dark reference", dark(layoutOf("Mono12")), Camera);
+        CameraSettings camera = cameraSettingsFromJson(SETTINGS);
+        camera.strPixelFormat = "Mono12";
+        camera.nWidth = 64;
+        camera.nHeight = 48;
+        rCase.fnChange(camera);
+        const Findings vecFound = compareWithCamera("the dark reference", dark(layoutOf("Mono12")), camera);
         EXPECT_EQ(names(vecFound),
                   *rCase.pExpected ? std::vector<std::string>{rCase.pExpected} : std::vector<std::string>{});
     }
-    CameraSettings Other = cameraSettingsFromJson(SETTINGS);
-    Other.strPixelFormat = "Mono12";
-    Other.nWidth = Other.nHeight = 48;
-    Other.mapValues = {{"ExposureTime", 20000.0}};
+    CameraSettings other = cameraSettingsFromJson(SETTINGS);
+    other.strPixelFormat = "Mono12";
+    other.nWidth = other.nHeight = 48;
+    other.mapValues = {{"ExposureTime", 20000.0}};
     EXPECT_THAT(
-        describe(compareWithCamera("the dark reference", dark(layoutOf("Mono12")), Other)),
+        describe(compareWithCamera("the dark reference", dark(layoutOf("Mono12")), other)),
         ::testing::AllOf(HasSubstr("The dark reference is Mono12, 64 x 48, the camera delivers Mono12, 48 x 48."),
                          HasSubstr("exposure time 10000 us, the camera is set to exposure time 20000 us.")));
 }
