@@ -211,6 +211,13 @@ void writeSequences() {
                   strSize + strDark + strLight + strCorrect + strLoad);
         }
     }
+    // Windows at two places and a binned, mirrored image, taken before the first is corrected; the steps are those of
+    // the target of places.
+    for (const char cFormat : Steps{0, 1, 2, 3}) {
+        write("places", std::to_string(cFormat),
+              Steps{0, cFormat, 0, 1} + Steps{1, 5, 3, 5, 2, 3, 0, 9, 7, 20} + Steps{1, 5, 4, 5, 5, 3, 1, 7, 9, 30} +
+                  Steps{1, 84, 0, 84, 0, 3, 2, 5, 3, 40} + Steps{5, 0, 5, 1, 5, 2, 1, 5, 9, 5, 9, 5, 0});
+    }
     // Writes without a command, each of which the nodes refuse.
     Steps strRefused;
     while (strRefused.size() < 900000) {
