@@ -19,6 +19,7 @@
 #include "toolkit/judgement/Outliers.h"
 #include "toolkit/text/Errors.h"
 #include "xapel2_standin/GenTL.h"
+#include "xapel2_standin/GeometryNames.h"
 #include "xapel2_standin/ReferenceFile.h"
 
 namespace XAPEL2 {
@@ -102,19 +103,9 @@ StandIn::ImageLayout layoutOf(const Samples& rSamples, const StandIn::PixelForma
     return layout;
 }
 
-/// The settings that tell one direction of a geometry, by their SFNC names.
-struct AxisNames {
-    const char* pSensor;
-    const char* pOffset;
-    const char* pBinning;
-    const char* pMode;
-    const char* pReverse;
-};
-constexpr AxisNames NAMES_X = {"SensorWidth", "OffsetX", "BinningHorizontal", "BinningHorizontalMode", "ReverseX"};
-constexpr AxisNames NAMES_Y = {"SensorHeight", "OffsetY", "BinningVertical", "BinningVerticalMode", "ReverseY"};
 constexpr const char* MODES[] = {"", "Sum", "Average"};  // by eBinningMode
 
-void describeAxis(py::dict& rGeometry, const AxisNames& rNames, const StandIn::GeometryAxis& rAxis) {
+void describeAxis(py::dict& rGeometry, const StandIn::AxisNames& rNames, const StandIn::GeometryAxis& rAxis) {
     rGeometry[rNames.pSensor] = rAxis.nSensor;
     rGeometry[rNames.pOffset] = rAxis.nOffset;
     rGeometry[rNames.pBinning] = rAxis.nBinning;
@@ -125,7 +116,7 @@ void describeAxis(py::dict& rGeometry, const AxisNames& rNames, const StandIn::G
 }
 
 // Takes the members that it knows out of the geometry.
-StandIn::GeometryAxis takeAxis(py::dict& rGeometry, const AxisNames& rNames) {
+StandIn::GeometryAxis takeAxis(py::dict& rGeometry, const StandIn::AxisNames& rNames) {
     const auto fnTake = [&](const char* pName, const py::object& rElse) {
         return py::object(rGeometry.attr("pop")(pName, rElse));
     };
@@ -160,7 +151,7 @@ StandIn::ImageGeometry geometryOf(const py::dict& rGeometry, const StandIn::Imag
         return {};
     }
     py::dict rest(rGeometry.attr("copy")());
-    const StandIn::ImageGeometry geometry{takeAxis(rest, NAMES_X), takeAxis(rest, NAMES_Y)};
+    const StandIn::ImageGeometry geometry{takeAxis(rest, StandIn::NAMES_X), takeAxis(rest, StandIn::NAMES_Y)};
     if (!rest.empty()) {
         throw py::value_error("the geometry has members that are not known: " + std::string(py::repr(rest)));
     }
@@ -175,8 +166,8 @@ StandIn::ImageGeometry geometryOf(const py::dict& rGeometry, const StandIn::Imag
 py::dict geometryDict(const ReferenceImage& rReference) {
     py::dict geometry;
     if (rReference.geometry.isKnown()) {
-        describeAxis(geometry, NAMES_X, rReference.geometry.x);
-        describeAxis(geometry, NAMES_Y, rReference.geometry.y);
+        describeAxis(geometry, StandIn::NAMES_X, rReference.geometry.x);
+        describeAxis(geometry, StandIn::NAMES_Y, rReference.geometry.y);
     }
     return geometry;
 }

@@ -14,6 +14,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
+#include "xapel2_standin/GeometryNames.h"
 #include "xapel2_standin/ReferenceFile.h"
 
 namespace XAPEL2 {
@@ -298,17 +299,7 @@ void readNewer(const CDescriptionReader& rReader, double dFull, ReferenceImage& 
     }
 }
 
-// The members of one direction; the mode of its binning may be missing, and the mirror, but nothing else.
-struct AxisNames {
-    const char* pSensor;
-    const char* pOffset;
-    const char* pBinning;
-    const char* pMode;
-    const char* pReverse;
-};
-constexpr AxisNames NAMES_X = {"SensorWidth", "OffsetX", "BinningHorizontal", "BinningHorizontalMode", "ReverseX"};
-constexpr AxisNames NAMES_Y = {"SensorHeight", "OffsetY", "BinningVertical", "BinningVerticalMode", "ReverseY"};
-
+// Of one direction the mode of its binning may be missing, and the mirror, but nothing else.
 ImageGeometry CDescriptionReader::geometry(const ImageLayout& rLayout) const {
     const auto fnNumber = [this](const char* pName, double dLeast, double dMost) {
         const auto iNumber = m_geometryNumbers.find(pName);
