@@ -94,7 +94,7 @@ std::vector<float> neighbourMedians(const ColourPlane& rPlane) {
 }
 
 float robustSigma(const std::vector<float>& rDifferences) {
-    // Of so many it is known to a third of a percent. An odd step meets all columns.
+    // Of so many it is known to a third of a percent. An odd step does not keep to one of two columns that take turns.
     constexpr std::size_t VALUES = 1U << 18;
     const std::size_t nStep = rDifferences.size() / VALUES / 2 * 2 + 1;
     std::vector<float> vecAmounts;

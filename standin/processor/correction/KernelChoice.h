@@ -23,7 +23,8 @@ struct ChosenKernel {
 };
 
 /// The choice is made once for each kind of kernel (vectors, width of samples and table) and each size class, the
-/// powers of two of the image's blocks, and kept. Price: BUDGET_NS once, inside the making of a correction.
+/// powers of two of the image's blocks, and kept. Price: BUDGET_NS once, inside the making of a correction; more, and
+/// nothing measured, where the system takes longer to hand out the scratch memory.
 class CKernelChoice {
 public:
     /// A measurement takes so long at most, and a sample more where that is slower than those before it.
