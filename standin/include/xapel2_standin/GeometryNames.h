@@ -9,13 +9,15 @@ namespace StandIn {
 
 /// The settings that tell one direction of a geometry.
 struct AxisNames {
-    const char* pSensor;
-    const char* pOffset;
-    const char* pBinning;
-    const char* pMode;
-    const char* pReverse;
+    const char* pSensor;   ///< samples of the whole sensor
+    const char* pOffset;   ///< the region's first sample, in binned samples
+    const char* pBinning;  ///< samples of the sensor per sample of an image
+    const char* pMode;     ///< "Sum" or "Average" of the samples that are binned
+    const char* pReverse;  ///< whether the direction is mirrored
 };
+/// Along a row.
 constexpr AxisNames NAMES_X = {"SensorWidth", "OffsetX", "BinningHorizontal", "BinningHorizontalMode", "ReverseX"};
+/// Along a column.
 constexpr AxisNames NAMES_Y = {"SensorHeight", "OffsetY", "BinningVertical", "BinningVerticalMode", "ReverseY"};
 
 }  // namespace StandIn
