@@ -105,9 +105,10 @@ py::object CCorrector::call(const py::object& rFrame, const py::object& rOut) {
     return rResult;
 }
 
-std::unique_ptr<CCorrector> make(const std::string& strDark, const std::string& strLight, const std::string& strFormat,
-                                 uint64_t nWidth, uint64_t nHeight, unsigned nBoxDark, unsigned nBoxLight,
-                                 unsigned nMedianDark, unsigned nMedianLight) {
+std::unique_ptr<CCorrector> makeCorrector(const std::string& strDark, const std::string& strLight,
+                                          const std::string& strFormat, uint64_t nWidth, uint64_t nHeight,
+                                          unsigned nBoxDark, unsigned nBoxLight, unsigned nMedianDark,
+                                          unsigned nMedianLight) {
     const Toolkit::PairOptions pair{strDark, strLight, nBoxLight, nBoxDark, nMedianLight, nMedianDark};
     const StandIn::ImageLayout layout{&formatNamed(strFormat), nWidth, nHeight};
     if (!layout.isPossible()) {
@@ -149,7 +150,7 @@ void defineCorrector(py::module_& rModule) {
     rModule.attr("PIXEL_FORMATS") = py::tuple(formats);
 
     py::class_<CCorrector>(rModule, "Corrector")
-        .def(py::init(&make), py::arg("dark"), py::arg("light"), py::arg("pixel_format"), py::arg("width"),
+        .def(py::init(&makeCorrector), py::arg("dark"), py::arg("light"), py::arg("pixel_format"), py::arg("width"),
              py::arg("height"), py::arg("box_dark"), py::arg("box_light"), py::arg("median_dark"),
              py::arg("median_light"))
         .def("__call__", &CCorrector::call, py::arg("frame"), py::kw_only(), py::arg("out") = py::none(), CALL_DOC)

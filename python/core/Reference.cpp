@@ -198,10 +198,10 @@ std::vector<std::string> warningsOf(const ReferenceImage& rReference) {
     return vecTexts;
 }
 
-std::unique_ptr<ReferenceImage> make(const Samples& rSamples, const std::string& strKind, const std::string& strFormat,
-                                     uint64_t nImages, double dSaturatedShare, double dTemporalNoise,
-                                     const std::string& strCamera, const std::optional<Defects>& rDefects,
-                                     const py::dict& rGeometry) {
+std::unique_ptr<ReferenceImage> makeReference(const Samples& rSamples, const std::string& strKind,
+                                              const std::string& strFormat, uint64_t nImages, double dSaturatedShare,
+                                              double dTemporalNoise, const std::string& strCamera,
+                                              const std::optional<Defects>& rDefects, const py::dict& rGeometry) {
     auto pReference = std::make_unique<ReferenceImage>();
     if (strKind != "dark" && strKind != "light") {
         throw py::value_error("expected kind 'dark' or 'light', got '" + strKind + "'");
@@ -277,7 +277,7 @@ py::object cameraOf(const ReferenceImage& rReference) {
 void defineReference(py::module_& rModule) {
     py::class_<ReferenceImage>(rModule, "Reference")
         .def(py::init(&readFile), py::arg("file"))
-        .def(py::init(&make), py::arg("samples"), py::arg("kind"), py::arg("pixel_format"), py::arg("images"),
+        .def(py::init(&makeReference), py::arg("samples"), py::arg("kind"), py::arg("pixel_format"), py::arg("images"),
              py::arg("saturated_share"), py::arg("temporal_noise"), py::arg("camera"), py::arg("defects"),
              py::arg("geometry"))
         .def("_write", &writeFile, py::arg("file"))

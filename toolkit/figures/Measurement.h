@@ -59,6 +59,9 @@ struct MeasuredFrames {
         vecCorrectedMs;  ///< time of each fetch of a waiting frame, off and on; may be empty
 };
 
+/// Frames of each reference where nobody names a number and the camera delivers without end.
+constexpr uint64_t REFERENCE_FRAMES = 16;
+
 /// Records the references of a camera with scenes into rFolder, each from the frames that planFrames() gives it.
 /// @return the files, "reference-dark.tif" and "reference-light.tif"; one for which there is no frame has no name.
 /// @throws as recordReference().

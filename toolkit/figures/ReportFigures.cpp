@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cmath>
 #include <ctime>
-#include <limits>
 
 #include "toolkit/figures/Curves.h"
 #include "toolkit/figures/Prediction.h"
@@ -24,7 +23,6 @@ namespace {
 
 constexpr std::size_t PROFILE_POINTS = 500, HISTOGRAM_BINS = 160, MARKS_MAX = 200;
 constexpr double VALUES_PER_BIN = 3.0;  // that a histogram is even with
-constexpr double UNKNOWN = std::numeric_limits<double>::quiet_NaN();
 constexpr double SATURATED_MAX = 0.001;  // share of samples that a measurement bears
 constexpr uint64_t FRAMES_MIN = 2;       // that tell fixed pattern and noise apart
 

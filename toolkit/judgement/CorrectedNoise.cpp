@@ -6,18 +6,17 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
 #include "toolkit/judgement/FrameStack.h"
+#include "toolkit/text/Texts.h"
 
 namespace XAPEL2 {
 namespace Toolkit {
 
 namespace {
 
-constexpr double UNKNOWN = std::numeric_limits<double>::quiet_NaN();
 constexpr double PI = 3.14159265358979323846;
 constexpr double ROUNDING = 1.0 / 12.0;
 constexpr double SERIES_MAX = 0.05;  // relative variance of L - D up to which the next order is a good one

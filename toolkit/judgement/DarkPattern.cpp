@@ -17,7 +17,7 @@ namespace Toolkit {
 namespace {
 
 constexpr unsigned RADII[] = {1, 2, 3, 5, 8, 13, 21, 31};
-constexpr double WORSE_BY = 1.1;         // times what it was
+constexpr double WORSE_DARK_BY = 1.1;    // times what it was
 constexpr double SEEN_FROM = 0.25;       // of the noise of a frame
 constexpr double FILTER_GAINS = 0.9;     // of what is left without it; less is not worth the pattern that it gives up
 constexpr double FRAMES_MOST = 1000.0;   // that anybody records
@@ -80,7 +80,7 @@ DarkPattern patternUnfiltered(const StandIn::ReferenceImage& rDark) {
 }
 
 bool isWorse(const DarkPattern& rPattern) {
-    return rPattern.dAfter > 0.0 && !(rPattern.dAfter <= WORSE_BY * rPattern.dBefore);
+    return rPattern.dAfter > 0.0 && !(rPattern.dAfter <= WORSE_DARK_BY * rPattern.dBefore);
 }
 
 }  // namespace

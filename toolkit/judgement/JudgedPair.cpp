@@ -24,10 +24,6 @@ StandIn::ReferenceImage readKind(const std::string& strFile, StandIn::eReference
     return result;
 }
 
-void append(Findings& rTo, const Findings& rFrom) {
-    rTo.insert(rTo.end(), rFrom.begin(), rFrom.end());
-}
-
 }  // namespace
 
 Findings namedFindings(const ReferenceJudgement& rJudgement) {

@@ -346,6 +346,10 @@ bool isPair(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage&
     return judgeKinds(rDark, rLight, vecFindings);
 }
 
+void append(Findings& rTo, const Findings& rFrom) {
+    rTo.insert(rTo.end(), rFrom.begin(), rFrom.end());
+}
+
 bool refused(const Findings& rFindings, bool bForce) {
     return std::any_of(rFindings.begin(), rFindings.end(),
                        [bForce](const Finding& r) { return r.eLevel == eRefusal && (!bForce || r.bFinal); });

@@ -30,6 +30,9 @@ struct Finding {
 };
 using Findings = std::vector<Finding>;
 
+/// Puts the second behind the first.
+void append(Findings& rTo, const Findings& rFrom);
+
 /// True when one of them refuses; with bForce only what cannot be overridden does.
 bool refused(const Findings& rFindings, bool bForce = false);
 

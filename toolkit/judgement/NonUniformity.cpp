@@ -10,13 +10,13 @@
 #include <stdexcept>
 
 #include "toolkit/judgement/Sums.h"
+#include "toolkit/text/Texts.h"
 
 namespace XAPEL2 {
 namespace Toolkit {
 
 namespace {
 
-constexpr double UNKNOWN = std::numeric_limits<double>::quiet_NaN();
 
 double meanOfValues(const std::vector<double>& rValues) {
     double dSum = 0.0;

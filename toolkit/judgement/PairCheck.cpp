@@ -68,10 +68,6 @@ std::vector<double> gainsOf(const PhotonTransfer& rTransfer) {
     return vecGains;
 }
 
-void append(Findings& rAll, const Findings& rMore) {
-    rAll.insert(rAll.end(), rMore.begin(), rMore.end());
-}
-
 }  // namespace
 
 Findings PairCheck::findings() const {

@@ -26,7 +26,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr double UNKNOWN = std::numeric_limits<double>::quiet_NaN();
 constexpr double USED_MOST = 0.7;        // of saturation
 constexpr double SAME_EXPOSURE = 0.005;  // relative
 constexpr std::size_t LEVELS_LEAST = 5;  // in a line that shows by itself when the camera is not linear

@@ -4,6 +4,7 @@
 
 #include "toolkit/sessions/CorrectedStream.h"
 
+#include <chrono>
 #include <stdexcept>
 
 namespace XAPEL2 {
@@ -11,16 +12,10 @@ namespace Toolkit {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 constexpr uint64_t UNCORRECTED_FRAMES = 32;
 constexpr std::chrono::seconds UNCORRECTED_LONGEST{1};
 // So many frames are waited for, that the time of their fetch can be told; later ones are timed where they wait anyway.
 constexpr std::size_t TIMED_FRAMES = 1000;
-
-double secondsSince(Clock::time_point tBegin) {
-    return std::chrono::duration<double>(Clock::now() - tBegin).count();
-}
 
 }  // namespace
 

@@ -67,7 +67,7 @@ private:
     bool m_bKeepRaw;
     bool m_bTimed = false;
     double m_dUncorrectedMs = 0.0;
-    std::chrono::steady_clock::time_point m_tBegin;
+    Clock::time_point m_tBegin;
     CorrectionTally m_tally;
 };
 

@@ -5,7 +5,6 @@
 #include "toolkit/sessions/Recording.h"
 
 #include <algorithm>
-#include <chrono>
 #include <ctime>
 #include <stdexcept>
 #include <vector>
@@ -15,6 +14,7 @@
 #include "toolkit/frames/ContentHash.h"
 #include "toolkit/sessions/CameraSettings.h"
 #include "toolkit/sessions/Interrupt.h"
+#include "toolkit/sessions/Times.h"
 #include "toolkit/text/Texts.h"
 
 #include "xapel2_standin/ReferenceFile.h"
@@ -23,8 +23,6 @@ namespace XAPEL2 {
 namespace Toolkit {
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 // Incomplete frames without a good one between, after which more of them are not worth waiting for.
 constexpr uint64_t BAD_IN_A_ROW_MAX = 50;
@@ -126,7 +124,7 @@ void CRecorder::stream(uint64_t nFrames) {
         m_rProgress.show(strStep, m_result.nFrames, nWanted,
                          "saturated " + fixed(m_result.dSaturatedShare * 100.0, 3) + " %");
     }
-    m_result.dSeconds = std::chrono::duration<double>(Clock::now() - tBegin).count();
+    m_result.dSeconds = secondsSince(tBegin);
     m_result.nUnderruns = m_rSession.underruns();
     m_rSession.stop();
     if (m_result.nFrames == 0) {

@@ -12,6 +12,7 @@
 
 #include "standin/pixels/LargeMemory.h"
 #include "toolkit/sessions/Interrupt.h"
+#include "toolkit/sessions/Times.h"
 #include "toolkit/text/Errors.h"
 #include "toolkit/text/Texts.h"
 
@@ -20,18 +21,12 @@ namespace Toolkit {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 // A camera that waits for its buffers does with a few. One that does not sends on while frames are written or judged.
 constexpr std::size_t BUFFERS_LEAST = 4, BUFFERS_MOST = 64, BUFFER_BYTES = 256U << 20;
 // Incomplete frames in a row from a camera that goes on sending, after which more are not worth waiting for.
 constexpr unsigned INCOMPLETE_MAX = 50;
 constexpr std::chrono::microseconds POLL_SHORTEST{50}, POLL_LONGEST{1000};
 constexpr double WATCH_MS = 50.0;
-
-double secondsSince(Clock::time_point tBegin) {
-    return std::chrono::duration<double>(Clock::now() - tBegin).count();
-}
 
 const StandIn::PixelFormat& formatOf(uint64_t uPfnc) {
     for (const StandIn::PixelFormat& rFormat : StandIn::pixelFormats()) {

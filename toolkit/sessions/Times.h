@@ -5,6 +5,7 @@
 #pragma once
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstddef>
 #include <limits>
@@ -12,6 +13,13 @@
 
 namespace XAPEL2 {
 namespace Toolkit {
+
+/// Never set back.
+using Clock = std::chrono::steady_clock;
+
+inline double secondsSince(Clock::time_point tBegin) {
+    return std::chrono::duration<double>(Clock::now() - tBegin).count();
+}
 
 /// Times of one step, and their distribution. Keeps the first MAX of them.
 class CTimes {

@@ -5,12 +5,16 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <string>
 
 #include "xapel2_standin/ReferenceImage.h"
 
 namespace XAPEL2 {
 namespace Toolkit {
+
+/// A figure that nothing tells; as a text "unknown".
+constexpr double UNKNOWN = std::numeric_limits<double>::quiet_NaN();
 
 /// A number with so many digits behind the point, a zero without sign; "unknown" for NaN. Where there is a point and
 /// all digits would be zeros, it has as many more, six at most, as it takes to see that the value is none: 0.0004, not

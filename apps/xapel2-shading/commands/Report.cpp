@@ -30,8 +30,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr uint64_t REFERENCE_FRAMES = 16;  // of references that are recorded for the report
-
 /// A folder for references that nobody asked to keep.
 class CScratchFolder {
 public:

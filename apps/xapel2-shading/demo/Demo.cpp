@@ -29,8 +29,7 @@ namespace {
 namespace fs = std::filesystem;
 using nlohmann::ordered_json;
 
-constexpr uint64_t REFERENCE_FRAMES = 16;  // of a camera that delivers without end
-constexpr uint64_t TEST_FRAMES = 4;        // of each scene, at most
+constexpr uint64_t TEST_FRAMES = 4;  // of each scene, at most
 
 /// Measures, and keeps the first even frame, which the pictures and the unevenness are of.
 std::optional<FramePair> measure(const DemoOptions& rOptions, COutputFolder& rFolder, IProgress& rProgress,

@@ -105,10 +105,10 @@ std::string commandLine() {
 
 Report makeReport(const ReportInput& rInput) {
     Report result;
-    ordered_json json = reportFigures(rInput);
-    json["version"] = XAPEL2_SHADING_VERSION;
-    json["commandLine"] = commandLine();
-    result.figures = tellable(json);
+    ordered_json figures = reportFigures(rInput);
+    figures["version"] = XAPEL2_SHADING_VERSION;
+    figures["commandLine"] = commandLine();
+    result.figures = tellable(figures);
     ordered_json& rJson = result.figures["pictures"];
     ReportPictures& rPictures = result.pictures;
     rJson["even"] = addPair(*rInput.light.shown, rPictures.strEvenBefore, rPictures.strEvenAfter);
