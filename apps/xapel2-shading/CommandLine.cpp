@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include <CLI/CLI.hpp>
+
 #include "terminal/Exit.h"
 #include "terminal/Output.h"
 
@@ -142,7 +144,7 @@ std::string nearest(const std::string& strWord, const std::vector<std::string>& 
 }
 
 CLI::App* CCommandLine::addCommand(const char* pName, const char* pWhat, std::function<int()> fnRun) {
-    CLI::App* pCommand = m_cli.add_subcommand(pName, pWhat);
+    CLI::App* pCommand = m_pCli->add_subcommand(pName, pWhat);
     pCommand->callback([this, fnRun = std::move(fnRun)] { m_fnRun = fnRun; });
     return pCommand;
 }
@@ -165,7 +167,7 @@ void CCommandLine::addDevicesAndRecord() {
 
     CLI::App* pRecord = addCommand("record", "Record a dark or a light reference from a camera", [this] {
         m_record.bLight = m_strKind == "light";
-        m_record.bTimeoutNamed = m_cli.get_subcommand("record")->count("--timeout") != 0;
+        m_record.bTimeoutNamed = m_pCli->get_subcommand("record")->count("--timeout") != 0;
         return runRecord(m_record);
     });
     pRecord->add_option("KIND", m_strKind, "dark (lens covered) or light (an even, evenly lit target)")
@@ -227,7 +229,7 @@ void CCommandLine::addCorrect() {
         "Correct image files. Reading, correction and writing overlap; 4 frames are in memory at any time, and the "
         "references",
         [this] {
-            m_correct.bFormatNamed = m_cli.get_subcommand("correct")->count("--format") != 0;
+            m_correct.bFormatNamed = m_pCli->get_subcommand("correct")->count("--format") != 0;
             return runCorrect(m_correct);
         });
     pCorrect
@@ -293,7 +295,7 @@ void CCommandLine::addSetOutput() {
 }
 
 void CCommandLine::addDemo() {
-    CLI::App* pDemo = m_cli.add_subcommand(
+    CLI::App* pDemo = m_pCli->add_subcommand(
         "demo", "Record a dark and a light reference, correct frames with them, and write both for comparison");
     pDemo->add_option("--frames", m_strFrames,
                       "Folder of recorded frames dark_*, light_*, scene_* (PGM, PPM, TIFF or PNG) in place of the "
@@ -318,10 +320,11 @@ void CCommandLine::addDemo() {
     });
 }
 
-CCommandLine::CCommandLine() : m_cli("Shading correction of camera images.", "xapel2-shading") {
-    m_cli.set_version_flag("--version", "xapel2-shading " XAPEL2_SHADING_VERSION);
-    m_cli.require_subcommand(1);
-    m_cli.footer(
+CCommandLine::CCommandLine()
+    : m_pCli(std::make_unique<CLI::App>("Shading correction of camera images.", "xapel2-shading")) {
+    m_pCli->set_version_flag("--version", "xapel2-shading " XAPEL2_SHADING_VERSION);
+    m_pCli->require_subcommand(1);
+    m_pCli->footer(
         "Exit codes: 0 done, 1 refused by judgement, 2 wrong use, 3 the camera or a file cannot be used.\n"
         "Ctrl-C ends a run in order, a second one at once.");
     addDevicesAndRecord();
@@ -331,7 +334,7 @@ CCommandLine::CCommandLine() : m_cli("Shading correction of camera images.", "xa
     addReport();
     addSetOutput();
     addDemo();
-    for (CLI::App* pCommand : m_cli.get_subcommands({})) {
+    for (CLI::App* pCommand : m_pCli->get_subcommands({})) {
         for (CLI::Option* pOption : pCommand->get_options()) {
             if (pOption->get_items_expected_max() > 0) {
                 pOption->check(notEmpty());
@@ -340,9 +343,11 @@ CCommandLine::CCommandLine() : m_cli("Shading correction of camera images.", "xa
     }
 }
 
+CCommandLine::~CCommandLine() = default;
+
 std::string CCommandLine::unknownCommand(const std::string& strWord) const {
     Words vecNames;
-    for (const CLI::App* pCommand : m_cli.get_subcommands({})) {
+    for (const CLI::App* pCommand : m_pCli->get_subcommands({})) {
         vecNames.push_back(pCommand->get_name());
     }
     const std::string strNearest = nearest(strWord, vecNames);
@@ -351,7 +356,7 @@ std::string CCommandLine::unknownCommand(const std::string& strWord) const {
 }
 
 std::string CCommandLine::inOwnWords(const CLI::ParseError& rError) const {
-    const CLI::App* pCommand = m_cli.get_subcommand(m_strCommand);
+    const CLI::App* pCommand = m_pCli->get_subcommand(m_strCommand);
     Words vecNames, vecMissing;
     for (const CLI::Option* pOption : pCommand->get_options()) {
         vecNames.push_back(pOption->get_name());
@@ -398,16 +403,16 @@ bool CCommandLine::parse(Words vecWords) {
     if (strFirst != "-h" && vecWords[0].rfind("--", 0) != 0) {
         m_strCommand = vecWords[0];
         const auto fnSame = [&](const CLI::App* p) { return p->get_name() == m_strCommand; };
-        if (m_cli.get_subcommands(fnSame).empty()) {
+        if (m_pCli->get_subcommands(fnSame).empty()) {
             throw CUsageError(unknownCommand(m_strCommand));
         }
     }
     std::reverse(vecWords.begin(), vecWords.end());
     try {
-        m_cli.parse(std::move(vecWords));
+        m_pCli->parse(std::move(vecWords));
     } catch (const CLI::ParseError& rError) {
         if (rError.get_exit_code() == 0) {
-            m_cli.exit(rError);
+            m_pCli->exit(rError);
             return false;
         }
         if (m_strCommand.empty()) {

@@ -9,8 +9,6 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
 #include "commands/Check.h"
 #include "commands/Correct.h"
 #include "commands/Devices.h"
@@ -21,6 +19,11 @@
 #include "commands/Settings.h"
 #include "demo/Demo.h"
 
+namespace CLI {
+class App;
+class ParseError;
+}  // namespace CLI
+
 namespace XAPEL2 {
 namespace App {
 
@@ -28,6 +31,7 @@ namespace App {
 class CCommandLine {
 public:
     CCommandLine();
+    ~CCommandLine();
 
     /// @param[in] vecWords  without the name of the program.
     /// @return false when help or the version was asked for, and has been printed.
@@ -52,7 +56,7 @@ private:
     std::string inOwnWords(const CLI::ParseError& rError) const;
     std::string unknownCommand(const std::string& strWord) const;
 
-    CLI::App m_cli;
+    std::unique_ptr<CLI::App> m_pCli;
     DevicesOptions m_devices;
     SettingsOptions m_settings;
     RecordOptions m_record;
