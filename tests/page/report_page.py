@@ -3,6 +3,7 @@
 # Copyright (c) 2026 the xapel2_ext_sc authors
 # The report in a real browser: report_page.py PROGRAM FOLDER. Leaves the reports and their screenshots in FOLDER.
 
+import base64
 import json
 import os
 import re
@@ -111,6 +112,14 @@ def check_divider(browser, file):
     browser.call("Emulation.setEmulatedMedia", media="")
 
 
+def check_paper(browser, file, name):
+    browser.show(file, 1200)
+    for paper, width, height in (("Letter", 8.5, 11), ("A4", 8.27, 11.69)):
+        pdf = base64.b64decode(browser.call("Page.printToPDF", paperWidth=width, paperHeight=height)["data"])
+        pages = len(re.findall(rb"/Type /Page\b", pdf))
+        check(1 <= pages <= 3, f"{name}: {pages} pages on {paper}")
+
+
 def main(program, folder):
     os.makedirs(folder, exist_ok=True)
     hostile = os.path.join(folder, "<script>alert('&\"')<")
@@ -131,6 +140,7 @@ def main(program, folder):
             grounds = {check_view(browser, file, folder, f"{name}-{view}", width, dark)
                        for view, width, dark in (("light", 1200, False), ("dark", 1200, True), ("narrow", 390, False))}
             check(len(grounds) == 2, f"{name}: light and dark look alike")
+            check_paper(browser, file, name)
             check(check_numbers(browser, figures) == (name == "saturated"), f"{name}: shares of saturated samples")
         text = browser.value("document.body.textContent")
         check("self-test" in text and hostile + "dark" in text, "the self-test does not name itself and its files")

@@ -212,6 +212,12 @@ private:
         return strSvg + "</svg>";
     }
 
+    // Width over height of a picture, for where it may not become too high.
+    std::string ratio(const std::string& strPath) const {
+        const auto fnSide = [&](const char* pSide) { return m_figures.at(strPath + pSide).get<double>(); };
+        return " style=\"--ratio:" + rounded(fnSide("/width") / fnSide("/height"), 3) + '"';
+    }
+
     std::string gain() const {
         std::string strLegend;
         for (const char* pKind : {"hot", "dead", "bright"}) {
@@ -219,9 +225,9 @@ private:
                          "</svg>" + m_figures.number(std::string("/defects/") + pKind, 0) + ' ' + pKind + "</span>";
         }
         const std::string strMarked = defectsHtml(m_figures);
-        return "<h2>Gain</h2><div class=\"cards wide\"><figure class=\"card\"><div class=\"map\">" +
-               image(m_rPictures.strGain, "Map of the gain", m_figures, "/pictures/gain") + marks() + "</div>" +
-               colourBar("gain") + "<figcaption class=\"legend\">" + strLegend +
+        return "<h2>Gain</h2><div class=\"cards wide plot\"><figure class=\"card\"" + ratio("/pictures/gain") +
+               "><div class=\"map\">" + image(m_rPictures.strGain, "Map of the gain", m_figures, "/pictures/gain") +
+               marks() + "</div>" + colourBar("gain") + "<figcaption class=\"legend\">" + strLegend +
                "</figcaption></figure><div class=\"beside\"><div class=\"card\">" +
                "<p>The correction multiplies each pixel, its dark value taken off, by this gain: from " +
                m_figures.number("/gain/min", 3) + " to " + m_figures.number("/gain/max", 3) +
@@ -248,7 +254,7 @@ private:
                              m_figures.at(strPath + '/' + pFigure).get<std::vector<double>>()};
         };
         const bool bColour = m_figures.at("/noise/classes").size() > 1;
-        return "<h2>Noise</h2><div class=\"cards wide\"><div class=\"card\">" +
+        return "<h2>Noise</h2><div class=\"cards wide plot\"><div class=\"card\">" +
                chartHtml({"Noise of a sample",
                           "corrected value, DN",
                           "standard deviation, DN",
@@ -258,7 +264,8 @@ private:
                "<p class=\"muted\">Predicted from the noise of the references: what a corrected sample deviates from "
                "its "
                "true value, the noise of both references and the rounding in it" +
-               (bColour ? ", of the worst colour" : "") + ".</p></div><figure class=\"card\"><div class=\"map\">" +
+               (bColour ? ", of the worst colour" : "") + ".</p></div><figure class=\"card\"" +
+               ratio("/pictures/noise") + "><div class=\"map\">" +
                image(m_rPictures.strNoise, "Map of the noise", m_figures, "/pictures/noise") + "</div>" +
                colourBar("noise") +
                "<figcaption>Standard deviation of a sample of an even target as bright as the light reference, DN. " +
@@ -269,7 +276,7 @@ private:
         std::string strHtml = "<h2>Non-uniformity, EMVA 1288 Release 4</h2><p class=\"muted\">" +
                               m_figures.text("/nonUniformityText") + "</p>" + nonUniformityHtml(m_figures) +
                               "\n<h2>References</h2>" + referencesHtml(m_figures) +
-                              "\n<h2>Time and set-up</h2><div class=\"cards wide\">";
+                              "\n<h2>Time and set-up</h2><div class=\"cards wide last\">";
         if (m_figures.has("/time")) {
             strHtml += timeHtml(m_figures);
         }

@@ -15,6 +15,8 @@ namespace {
 
 using nlohmann::ordered_json;
 
+constexpr std::size_t PRINTED_MARKS = 45;
+
 std::string row(const std::string& strHead, const std::vector<std::string>& vecCells, bool bSum = false) {
     std::string strHtml = std::string(bSum ? "<tr class=\"sum\">" : "<tr>") + "<th scope=\"row\">" + strHead + "</th>";
     for (const std::string& strCell : vecCells) {
@@ -145,26 +147,28 @@ std::string timeHtml(const CFigures& rFigures) {
 }
 
 std::string setUpHtml(const CFigures& rFigures) {
-    std::string strRows;
-    const auto fnText = [&](const char* pName, const std::string& strText) {
-        strRows += "<tr><th scope=\"row\">" + std::string(pName) + "</th><td class=\"text\">" + strText + "</td></tr>";
+    const auto fnRow = [](const std::string& strName, const std::string& strText) {
+        return "<tr><th scope=\"row\">" + strName + "</th><td class=\"text\">" + strText + "</td></tr>";
     };
-    fnText("Dark reference", rFigures.has("/files/dark") ? rFigures.text("/files/dark") : "none");
-    fnText("Light reference", rFigures.has("/files/light") ? rFigures.text("/files/light") : "none");
+    std::string strRows =
+        fnRow("Dark reference", rFigures.has("/files/dark") ? rFigures.text("/files/dark") : "none") +
+        fnRow("Light reference", rFigures.has("/files/light") ? rFigures.text("/files/light") : "none");
     if (rFigures.has("/filters")) {
-        fnText("Filters", rFigures.text("/filters"));
+        strRows += fnRow("Filters", rFigures.text("/filters"));
     }
     if (rFigures.has("/frames")) {
-        fnText("Dark frames measured", rFigures.number("/frames/dark", 0));
-        fnText("Even frames measured", rFigures.number("/frames/light", 0));
+        strRows += fnRow("Dark frames measured", rFigures.number("/frames/dark", 0)) +
+                   fnRow("Even frames measured", rFigures.number("/frames/light", 0));
     }
+    strRows += fnRow("Program", "xapel2-shading " + rFigures.text("/version")) +
+               fnRow("Command", "<span class=\"mono\">" + rFigures.text("/commandLine") + "</span>") +
+               fnRow("Made", rFigures.text("/made"));
+    std::string strCamera;
     for (const auto& rItem : rFigures.at("/camera").items()) {
-        fnText(escaped(rItem.key()).c_str(), settingHtml(rFigures, rItem.key()));
+        strCamera += fnRow(escaped(rItem.key()), settingHtml(rFigures, rItem.key()));
     }
-    fnText("Program", "xapel2-shading " + rFigures.text("/version"));
-    fnText("Command", "<span class=\"mono\">" + rFigures.text("/commandLine") + "</span>");
-    fnText("Made", rFigures.text("/made"));
-    return "<div class=\"card setup\">" + table("", {}, strRows) + "</div>";
+    return "<div class=\"card\">" + table("", {}, strRows) + "</div>" +
+           (strCamera.empty() ? "" : "<div class=\"card setup\">" + table("", {}, strCamera) + "</div>");
 }
 
 std::string defectsHtml(const CFigures& rFigures) {
@@ -174,13 +178,17 @@ std::string defectsHtml(const CFigures& rFigures) {
     }
     std::string strRows;
     for (std::size_t i = 0; i < rMarks.size(); ++i) {
+        strRows += i == PRINTED_MARKS ? "</tbody><tbody class=\"screen\">" : "";
         const std::string strMark = "/defects/marks/" + std::to_string(i);
         strRows += row(rFigures.text(strMark + "/kind"),
                        {rFigures.number(strMark + "/x", 0), rFigures.number(strMark + "/y", 0),
                         rFigures.number(strMark + "/value", 1), rFigures.number(strMark + "/neighbours", 1)});
     }
     return "<div class=\"tall\" tabindex=\"0\" role=\"region\" aria-label=\"Marked pixels\">" +
-           table("", {"marked", "x", "y", "value, DN", "neighbours, DN"}, strRows) + "</div>";
+           table("", {"marked", "x", "y", "value, DN", "neighbours, DN"}, strRows) + "</div>" +
+           (rMarks.size() > PRINTED_MARKS
+                ? "<p class=\"muted paper\">On paper the first " + std::to_string(PRINTED_MARKS) + " of them.</p>"
+                : "");
 }
 
 }  // namespace App

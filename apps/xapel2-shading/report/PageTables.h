@@ -20,7 +20,7 @@ std::string referencesHtml(const CFigures& rFigures);
 /// What a frame costs in time.
 std::string timeHtml(const CFigures& rFigures);
 
-/// The settings that the camera had, and what the figures are made of.
+/// What the figures are made of, and the settings that the camera had.
 std::string setUpHtml(const CFigures& rFigures);
 
 /// Pixels that stand out, in a list to open.
