@@ -56,7 +56,7 @@ private:
     static constexpr std::size_t CHUNK_BLOCKS = 32;  // worked on at once where there are exceptions
     // Where there are defects an image is corrected in so many parts at least, unless they had fewer blocks. What
     // replaces them interrupts the streams that the processor reads ahead in, and costs them more than itself.
-    static constexpr std::size_t DEFECT_PARTS = 16;
+    static constexpr std::size_t DEFECT_PARTS = 8;
     static constexpr std::size_t DEFECT_BLOCKS = 2048;
     static constexpr std::size_t BLOCKS_AHEAD = 16;  // asked for before defects are replaced
 

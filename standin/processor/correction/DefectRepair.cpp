@@ -20,7 +20,7 @@ namespace {
 constexpr std::size_t RADIUS = 2;
 constexpr std::size_t ENOUGH = 3;
 constexpr uint32_t UNIT = 1U << 16;
-constexpr std::size_t AHEAD = 8;         // defects whose rows are asked for before they are read
+constexpr std::size_t AHEAD = 16;        // defects whose rows are asked for before they are read
 constexpr std::size_t WHOLE_COUNT = 24;  // neighbours of a defect that lacks none
 
 bool isOfColumn(const ImageLayout& rLayout, const std::vector<uint8_t>& rMap, std::size_t iX, std::size_t iY) {
@@ -99,7 +99,30 @@ uint16_t rounded(uint32_t uSum) {
     return static_cast<uint16_t>((uSum + UNIT / 2) >> 16);
 }
 
-// Readers: a sample, and five of them at a distance of nStep, which all lie in the image.
+/// The pixels around one in 5 x 5, added up by the square of their distance.
+struct WindowSums {
+    uint32_t uAbove;  // the pixel above alone, which uOf1 has, too
+    uint32_t uOf1, uOf2, uOf4, uOf5, uOf8;
+};
+
+// Readers: a sample, and the sums of a window that lies in the image: of samples at a distance of nStep, in rows at one
+// of nRowSamples, from iFirst on.
+
+/// By five samples of a row at once.
+template <class READER>
+WindowSums windowOf(const READER& rRead, const uint8_t* pImage, std::size_t iFirst, std::size_t nStep,
+                    std::size_t nRowSamples) {
+    std::array<std::array<uint32_t, 5>, 5> a;
+    for (std::size_t iRow = 0; iRow < 5; ++iRow) {
+        rRead.five(pImage, iFirst + iRow * nRowSamples, nStep, a[iRow].data());
+    }
+    return {a[1][2],
+            (a[1][2] + a[3][2]) + (a[2][1] + a[2][3]),
+            (a[1][1] + a[1][3]) + (a[3][1] + a[3][3]),
+            (a[0][2] + a[4][2]) + (a[2][0] + a[2][4]),
+            ((a[0][1] + a[0][3]) + (a[4][1] + a[4][3])) + ((a[1][0] + a[1][4]) + (a[3][0] + a[3][4])),
+            (a[0][0] + a[0][4]) + (a[4][0] + a[4][4])};
+}
 
 template <class READER>
 void readFive(const READER& rRead, const uint8_t* pImage, std::size_t i, std::size_t nStep, uint32_t* pFive) {
@@ -108,10 +131,40 @@ void readFive(const READER& rRead, const uint8_t* pImage, std::size_t i, std::si
     }
 }
 
+template <class T>
+T loadAs(const uint8_t* pMemory) {
+    T result = 0;  // little endian, as every processor that the stand-in runs on
+    std::memcpy(&result, pMemory, sizeof result);
+    return result;
+}
+
 struct Read8 {
     uint32_t operator()(const uint8_t* pImage, std::size_t i) const { return pImage[i]; }
     void five(const uint8_t* pImage, std::size_t i, std::size_t nStep, uint32_t* pFive) const {
         readFive(*this, pImage, i, nStep, pFive);
+    }
+    WindowSums window(const uint8_t* pImage, std::size_t iFirst, std::size_t nStep, std::size_t nRowSamples) const {
+        if (nStep != 1) {
+            return windowOf(*this, pImage, iFirst, nStep, nRowSamples);
+        }
+        // Each row as two words of 16-bit lanes: the samples 0, 2 and 4, and 1 and 3. Eight bytes are read, of the last
+        // row those that end with the window, so that none is outside of the image.
+        constexpr uint64_t LANES = 0x00FF00FF00FF00FFU;
+        const uint8_t* const p = pImage + iFirst;
+        const auto row = [&](std::size_t iRow) { return loadAs<uint64_t>(p + iRow * nRowSamples); };
+        const uint64_t uLast = loadAs<uint64_t>(p + 4 * nRowSamples - 3) >> 24;
+        const auto even = [](uint64_t uRow) { return uRow & LANES; };
+        const auto odd = [](uint64_t uRow) { return uRow >> 8 & LANES; };
+        const auto lane = [](uint64_t uSums, unsigned i) { return static_cast<uint32_t>(uSums >> 16 * i & 0xFFFF); };
+        const uint64_t uEven04 = even(row(0)) + even(uLast), uOdd04 = odd(row(0)) + odd(uLast);
+        const uint64_t uEven13 = even(row(1)) + even(row(3)), uOdd13 = odd(row(1)) + odd(row(3));
+        const uint64_t uEven2 = even(row(2)), uOdd2 = odd(row(2));
+        return {lane(even(row(1)), 1),
+                lane(uEven13, 1) + lane(uOdd2, 0) + lane(uOdd2, 1),
+                lane(uOdd13, 0) + lane(uOdd13, 1),
+                lane(uEven04, 1) + lane(uEven2, 0) + lane(uEven2, 2),
+                lane(uOdd04, 0) + lane(uOdd04, 1) + lane(uEven13, 0) + lane(uEven13, 2),
+                lane(uEven04, 0) + lane(uEven04, 2)};
     }
     void write(const PixelFormat&, uint8_t* pImage, std::size_t i, uint16_t uSample) const {
         pImage[i] = static_cast<uint8_t>(uSample);
@@ -119,13 +172,32 @@ struct Read8 {
 };
 
 struct Read16 {
-    uint32_t operator()(const uint8_t* pImage, std::size_t i) const {
-        uint16_t uSample = 0;  // little endian, as every processor that the stand-in runs on
-        std::memcpy(&uSample, pImage + i * 2, sizeof uSample);
-        return uSample;
-    }
+    uint32_t operator()(const uint8_t* pImage, std::size_t i) const { return loadAs<uint16_t>(pImage + i * 2); }
     void five(const uint8_t* pImage, std::size_t i, std::size_t nStep, uint32_t* pFive) const {
         readFive(*this, pImage, i, nStep, pFive);
+    }
+    WindowSums window(const uint8_t* pImage, std::size_t iFirst, std::size_t nStep, std::size_t nRowSamples) const {
+        if (nStep != 1) {
+            return windowOf(*this, pImage, iFirst, nStep, nRowSamples);
+        }
+        // As of 8 bits, in lanes of 32: the samples 0 and 2, and 1 and 3; sample 4 alone.
+        constexpr uint64_t LANES = 0x0000FFFF0000FFFFU;
+        const uint8_t* const p = pImage + iFirst * 2;
+        const auto row = [&](std::size_t iRow) { return loadAs<uint64_t>(p + iRow * nRowSamples * 2); };
+        const auto last = [&](std::size_t iRow) { return uint32_t{loadAs<uint16_t>(p + iRow * nRowSamples * 2 + 8)}; };
+        const auto even = [](uint64_t uRow) { return uRow & LANES; };
+        const auto odd = [](uint64_t uRow) { return uRow >> 16 & LANES; };
+        const auto low = [](uint64_t uSums) { return static_cast<uint32_t>(uSums); };
+        const auto high = [](uint64_t uSums) { return static_cast<uint32_t>(uSums >> 32); };
+        const uint64_t uEven04 = even(row(0)) + even(row(4)), uOdd04 = odd(row(0)) + odd(row(4));
+        const uint64_t uEven13 = even(row(1)) + even(row(3)), uOdd13 = odd(row(1)) + odd(row(3));
+        const uint64_t uEven2 = even(row(2)), uOdd2 = odd(row(2));
+        return {high(even(row(1))),
+                high(uEven13) + low(uOdd2) + high(uOdd2),
+                low(uOdd13) + high(uOdd13),
+                high(uEven04) + low(uEven2) + last(2),
+                low(uOdd04) + high(uOdd04) + low(uEven13) + last(1) + last(3),
+                low(uEven04) + last(0) + last(4)};
     }
     void write(const PixelFormat&, uint8_t* pImage, std::size_t i, uint16_t uSample) const {
         std::memcpy(pImage + i * 2, &uSample, sizeof uSample);
@@ -143,22 +215,21 @@ template <std::size_t BITS>
 struct ReadDense : WritePacked {
     uint32_t operator()(const uint8_t* pImage, std::size_t i) const {
         const std::size_t iBit = i * BITS;
-        uint16_t uBytes = 0;
-        std::memcpy(&uBytes, pImage + iBit / 8, sizeof uBytes);
-        return uBytes >> iBit % 8 & ((1U << BITS) - 1);
+        return loadAs<uint16_t>(pImage + iBit / 8) >> iBit % 8 & ((1U << BITS) - 1);
     }
     // These formats have one channel: the five are neighbours and lie in as many bytes as they reach into at most.
     void five(const uint8_t* pImage, std::size_t i, std::size_t, uint32_t* pFive) const {
         constexpr std::size_t BYTES = (BITS * 5 + 8 - std::gcd(BITS, std::size_t{8}) + 7) / 8;
         const uint8_t* const pBytes = pImage + i * BITS / 8;
-        uint32_t uFirst = 0;
-        uint32_t uLast = 0;
-        std::memcpy(&uFirst, pBytes, sizeof uFirst);
-        std::memcpy(&uLast, pBytes + BYTES - sizeof uLast, sizeof uLast);
+        const auto uFirst = loadAs<uint32_t>(pBytes);
+        const auto uLast = loadAs<uint32_t>(pBytes + BYTES - sizeof uFirst);
         const uint64_t uAll = (uFirst | uint64_t{uLast} << (BYTES * 8 - 32)) >> i * BITS % 8;
         for (std::size_t k = 0; k < 5; ++k) {
             pFive[k] = uAll >> k * BITS & ((1U << BITS) - 1);
         }
+    }
+    WindowSums window(const uint8_t* pImage, std::size_t iFirst, std::size_t nStep, std::size_t nRowSamples) const {
+        return windowOf(*this, pImage, iFirst, nStep, nRowSamples);
     }
 };
 
@@ -175,6 +246,9 @@ struct ReadSplit : WritePacked {
     void five(const uint8_t* pImage, std::size_t i, std::size_t nStep, uint32_t* pFive) const {
         readFive(*this, pImage, i, nStep, pFive);
     }
+    WindowSums window(const uint8_t* pImage, std::size_t iFirst, std::size_t nStep, std::size_t nRowSamples) const {
+        return windowOf(*this, pImage, iFirst, nStep, nRowSamples);
+    }
 };
 
 /// The weighted sum of all pixels around one in 5 x 5. Weights by the place of a neighbour differ by its distance
@@ -182,19 +256,10 @@ struct ReadSplit : WritePacked {
 template <class READER>
 uint32_t sumOfWhole(const READER& rRead, const uint8_t* pImage, std::size_t iSample, std::size_t nStep,
                     std::size_t nRowSamples, const DefectNeighbour* pWeights) {
-    std::array<std::array<uint32_t, 5>, 5> a;
-    const std::size_t iFirst = iSample - 2 * nRowSamples - 2 * nStep;
-    for (std::size_t iRow = 0; iRow < 5; ++iRow) {
-        rRead.five(pImage, iFirst + iRow * nRowSamples, nStep, a[iRow].data());
-    }
-    const uint32_t uOf1 = (a[1][2] + a[3][2]) + (a[2][1] + a[2][3]);
-    const uint32_t uOf2 = (a[1][1] + a[1][3]) + (a[3][1] + a[3][3]);
-    const uint32_t uOf4 = (a[0][2] + a[4][2]) + (a[2][0] + a[2][4]);
-    const uint32_t uOf5 = ((a[0][1] + a[0][3]) + (a[4][1] + a[4][3])) + ((a[1][0] + a[1][4]) + (a[3][0] + a[3][4]));
-    const uint32_t uOf8 = (a[0][0] + a[0][4]) + (a[4][0] + a[4][4]);
+    const WindowSums sums = rRead.window(pImage, iSample - 2 * nRowSamples - 2 * nStep, nStep, nRowSamples);
     const auto weight = [pWeights](std::size_t i) { return pWeights[i].uWeight; };
-    return uOf1 * weight(11) + uOf2 * weight(6) + uOf4 * weight(10) + uOf5 * weight(1) + uOf8 * weight(0) +
-           a[1][2] * (weight(7) - weight(11));
+    return sums.uOf1 * weight(11) + sums.uOf2 * weight(6) + sums.uOf4 * weight(10) + sums.uOf5 * weight(1) +
+           sums.uOf8 * weight(0) + sums.uAbove * (weight(7) - weight(11));
 }
 
 /// What sumOfWhole takes for granted.
@@ -280,14 +345,22 @@ CDefectRepair::CDefectRepair(const ImageLayout& rLayout, const std::vector<uint8
                      [](const Place& a, const Place& b) { return a.uNeed < b.uNeed; });
 }
 
-/// Asks for the rows around a sample, which are no longer, or were never, in the nearest cache.
-void CDefectRepair::fetchAround(const uint8_t* pImage, const Place& rPlace) const noexcept {
+/// Asks for the rows around a sample, which are no longer, or were never, in the nearest cache. It has to be inlined:
+/// for the compiler a function that does this alone does nothing, and it leaves out the calls.
+[[gnu::always_inline]] inline void CDefectRepair::fetchAround(const uint8_t* pImage, const Place& rPlace,
+                                                              std::size_t nWireBits) const noexcept {
     constexpr uint32_t ROWS = 4;  // and one more: of a whole window each
+    if (rPlace.uFirst == m_uWhole) {
+        for (std::size_t k = 0; k <= ROWS; ++k) {
+            __builtin_prefetch(pImage + (rPlace.uSample + k * m_nRowSamples - 2 * m_nRowSamples) * nWireBits / 8);
+        }
+        return;
+    }
     const DefectNeighbour* const pFirst = m_vecNeighbours.data() + rPlace.uFirst;
     for (uint32_t k = 0; k <= ROWS; ++k) {
         const int32_t iDistance = pFirst[(rPlace.nCount - 1) * k / ROWS].iDistance;
         const auto iSample = static_cast<std::size_t>(static_cast<std::ptrdiff_t>(rPlace.uSample) + iDistance);
-        __builtin_prefetch(pImage + iSample * m_pFormat->nWireBits / 8);
+        __builtin_prefetch(pImage + iSample * nWireBits / 8);
     }
 }
 
@@ -321,13 +394,17 @@ uint32_t CDefectRepair::sumOf(const READER& rRead, const uint8_t* pImage, const 
 template <class READER>
 std::size_t CDefectRepair::repairBy(const READER& rRead, uint8_t* pImage, std::size_t i,
                                     std::size_t nDone) const noexcept {
-    std::size_t iFetched = i;
-    for (; i < m_vecPlaces.size() && m_vecPlaces[i].uNeed <= nDone; ++i) {
-        for (; iFetched < m_vecPlaces.size() && iFetched < i + AHEAD && m_vecPlaces[iFetched].uNeed <= nDone;
-             ++iFetched) {
-            fetchAround(pImage, m_vecPlaces[iFetched]);
+    // Out of the object once: a byte that is written could be part of it, for all that the compiler knows.
+    const PixelFormat& rFormat = *m_pFormat;
+    const Place* const pPlaces = m_vecPlaces.data();
+    const auto itEnd = std::upper_bound(m_vecPlaces.begin() + static_cast<std::ptrdiff_t>(i), m_vecPlaces.end(), nDone,
+                                        [](std::size_t nHave, const Place& r) { return nHave < r.uNeed; });
+    const auto iEnd = static_cast<std::size_t>(itEnd - m_vecPlaces.begin());
+    for (std::size_t iFetched = i; i < iEnd; ++i) {
+        for (; iFetched < std::min(iEnd, i + AHEAD); ++iFetched) {
+            fetchAround(pImage, pPlaces[iFetched], rFormat.nWireBits);
         }
-        rRead.write(*m_pFormat, pImage, m_vecPlaces[i].uSample, rounded(sumOf(rRead, pImage, m_vecPlaces[i])));
+        rRead.write(rFormat, pImage, pPlaces[i].uSample, rounded(sumOf(rRead, pImage, pPlaces[i])));
     }
     return i;
 }

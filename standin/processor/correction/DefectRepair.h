@@ -66,7 +66,7 @@ private:
         uint32_t uFirst;  // of its neighbours in m_vecNeighbours, which defects with equal surroundings share
         uint32_t nCount;
     };
-    void fetchAround(const uint8_t* pImage, const Place& rPlace) const noexcept;
+    void fetchAround(const uint8_t* pImage, const Place& rPlace, std::size_t nWireBits) const noexcept;
     template <class READER>
     uint32_t sumOf(const READER& rRead, const uint8_t* pImage, const Place& rPlace) const noexcept;
     template <class READER>
