@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "standin/processor/correction/Prefetch.h"
+
 namespace XAPEL2 {
 namespace StandIn {
 
@@ -59,17 +61,16 @@ void CChunks::readExceptions() noexcept {
     }
 }
 
-/// The beginning of the next chunk comes from memory while defects are replaced. It has to be inlined: for the compiler
-/// a function that does this alone does nothing, and it leaves out the calls.
-[[gnu::always_inline]] inline void CChunks::askForNext() const noexcept {
+/// The beginning of the next chunk comes from memory while defects are replaced.
+void CChunks::askForNext() const noexcept {
     constexpr std::size_t LINE = 64;
     const std::size_t nTable = BLOCKS_AHEAD * layout().blockBytes();
     for (std::size_t i = 0; i < nTable; i += LINE) {
-        __builtin_prefetch(m_pBlocks + m_iEnd * layout().blockBytes() + i);
+        prefetch(m_pBlocks + m_iEnd * layout().blockBytes() + i);
     }
     const std::size_t nImage = BLOCKS_AHEAD * layout().imageBlockBytes();
     for (std::size_t i = 0; i < nImage; i += LINE) {
-        __builtin_prefetch(place(m_iEnd) + i);
+        prefetch(place(m_iEnd) + i);
     }
 }
 

@@ -12,6 +12,8 @@
 #include <numeric>
 #include <utility>
 
+#include "standin/processor/correction/Prefetch.h"
+
 namespace XAPEL2 {
 namespace StandIn {
 
@@ -345,14 +347,12 @@ CDefectRepair::CDefectRepair(const ImageLayout& rLayout, const std::vector<uint8
                      [](const Place& a, const Place& b) { return a.uNeed < b.uNeed; });
 }
 
-/// Asks for the rows around a sample, which are no longer, or were never, in the nearest cache. It has to be inlined:
-/// for the compiler a function that does this alone does nothing, and it leaves out the calls.
-[[gnu::always_inline]] inline void CDefectRepair::fetchAround(const uint8_t* pImage, const Place& rPlace,
-                                                              std::size_t nWireBits) const noexcept {
+/// Asks for the rows around a sample, which are no longer, or were never, in the nearest cache.
+void CDefectRepair::fetchAround(const uint8_t* pImage, const Place& rPlace, std::size_t nWireBits) const noexcept {
     constexpr uint32_t ROWS = 4;  // and one more: of a whole window each
     if (rPlace.uFirst == m_uWhole) {
         for (std::size_t k = 0; k <= ROWS; ++k) {
-            __builtin_prefetch(pImage + (rPlace.uSample + k * m_nRowSamples - 2 * m_nRowSamples) * nWireBits / 8);
+            prefetch(pImage + (rPlace.uSample + k * m_nRowSamples - 2 * m_nRowSamples) * nWireBits / 8);
         }
         return;
     }
@@ -360,7 +360,7 @@ CDefectRepair::CDefectRepair(const ImageLayout& rLayout, const std::vector<uint8
     for (uint32_t k = 0; k <= ROWS; ++k) {
         const int32_t iDistance = pFirst[(rPlace.nCount - 1) * k / ROWS].iDistance;
         const auto iSample = static_cast<std::size_t>(static_cast<std::ptrdiff_t>(rPlace.uSample) + iDistance);
-        __builtin_prefetch(pImage + iSample * nWireBits / 8);
+        prefetch(pImage + iSample * nWireBits / 8);
     }
 }
 
@@ -369,10 +369,10 @@ void CDefectRepair::fetchPlaces(std::size_t i) const noexcept {
     constexpr std::size_t LINE = 64;
     const std::size_t iEnd = std::min(i + PLACES, m_vecPlaces.size());
     for (; i < iEnd; i += LINE / sizeof(Place)) {
-        __builtin_prefetch(m_vecPlaces.data() + i);
+        prefetch(m_vecPlaces.data() + i);
     }
     for (std::size_t k = 0; k < WHOLE_COUNT && m_uWhole != NO_WHOLE; k += LINE / sizeof(DefectNeighbour)) {
-        __builtin_prefetch(m_vecNeighbours.data() + m_uWhole + k);
+        prefetch(m_vecNeighbours.data() + m_uWhole + k);
     }
 }
 
