@@ -44,6 +44,7 @@ def test_a_wheel_is_whole_and_works(tmp_path, monkeypatch):
         assert file.read_bytes() == files[f"{info}/{file.name}"]
 
     program = f"import sys; sys.path.insert(0, {str(tmp_path / 'site')!r}); import xapel2_shading as xs; print(xs.__file__)"
-    program += "; from importlib.metadata import version; assert version('xapel2-shading') == xs.__version__"
+    program += "; from importlib.metadata import metadata; told = metadata('xapel2-shading')"
+    program += "; assert (told['Name'], told['Version']) == ('xapel2-shading', xs.__version__)"
     ended = subprocess.run([sys.executable, "-c", program], capture_output=True, text=True)
     assert ended.returncode == 0 and ended.stdout.startswith(str(tmp_path / "site")), ended.stderr
