@@ -2,7 +2,6 @@
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // The axes of a chart.
 
-#include <regex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -38,10 +37,13 @@ namespace {
 
 // The places of the texts with this anchor, and their lengths.
 std::vector<std::pair<double, std::size_t>> textsWith(const std::string& strSvg, const std::string& strAnchor) {
-    const std::regex text("<text x=\"([-0-9.]+)\" y=\"[-0-9.]+\" text-anchor=\"" + strAnchor + "\">([^<]*)<");
+    const std::string strBegin = "<text x=\"", strMiddle = "\" text-anchor=\"" + strAnchor + "\">";
     std::vector<std::pair<double, std::size_t>> vecTexts;
-    for (std::sregex_iterator it(strSvg.begin(), strSvg.end(), text), itEnd; it != itEnd; ++it) {
-        vecTexts.emplace_back(std::stod((*it)[1]), (*it)[2].length());
+    for (std::size_t i = strSvg.find(strBegin); i != std::string::npos; i = strSvg.find(strBegin, i + 1)) {
+        const std::size_t iMiddle = strSvg.find(strMiddle, i), iText = iMiddle + strMiddle.size();
+        if (iMiddle < strSvg.find('>', i)) {
+            vecTexts.emplace_back(std::stod(strSvg.substr(i + strBegin.size())), strSvg.find('<', iText) - iText);
+        }
     }
     return vecTexts;
 }
