@@ -22,7 +22,7 @@ using nlohmann::ordered_json;
 namespace {
 
 constexpr std::size_t PROFILE_POINTS = 500, HISTOGRAM_BINS = 160, MARKS_MAX = 200;
-constexpr double VALUES_PER_BIN = 3.0;  // that a histogram is even with
+constexpr double VALUES_PER_BIN = 3.0;   // that a histogram is even with
 constexpr double SATURATED_MAX = 0.001;  // share of samples that a measurement bears
 constexpr uint64_t FRAMES_MIN = 2;       // that tell fixed pattern and noise apart
 

@@ -17,7 +17,6 @@ namespace Toolkit {
 
 namespace {
 
-
 double meanOfValues(const std::vector<double>& rValues) {
     double dSum = 0.0;
     for (const double dValue : rValues) {

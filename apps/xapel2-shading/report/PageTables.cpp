@@ -167,7 +167,7 @@ std::string setUpHtml(const CFigures& rFigures) {
     for (const auto& rItem : rFigures.at("/camera").items()) {
         strCamera += fnRow(escaped(rItem.key()), settingHtml(rFigures, rItem.key()));
     }
-    return "<div class=\"card\">" + table("", {}, strRows) + "</div>" +
+    return "<div class=\"card files\">" + table("", {}, strRows) + "</div>" +
            (strCamera.empty() ? "" : "<div class=\"card setup\">" + table("", {}, strCamera) + "</div>");
 }
 

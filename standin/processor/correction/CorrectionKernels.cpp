@@ -435,6 +435,10 @@ const std::vector<KernelTarget>& kernelTargets() {
                 vecTargets.push_back({hwy::TargetName(uTarget), fnVariant});
             }
         };
+// Not asked for, but what a build for such a processor alone has.
+#if HWY_TARGETS & HWY_AVX3_DL
+        add(HWY_AVX3_DL, N_AVX3_DL::findKernel);
+#endif
 #if HWY_TARGETS & HWY_AVX3
         add(HWY_AVX3, N_AVX3::findKernel);
 #endif

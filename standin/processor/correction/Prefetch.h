@@ -8,7 +8,8 @@ namespace XAPEL2 {
 namespace StandIn {
 
 /// Asks for the line of the cache that pMemory lies in; anywhere, as this reads nothing. The empty statement tells that
-/// something happens: g++ takes a function that does nothing but ask for one that does nothing, and leaves out its calls.
+/// something happens: g++ takes a function that does nothing but ask for one that does nothing, and leaves out its
+/// calls.
 inline void prefetch(const void* pMemory) {
     __builtin_prefetch(pMemory);
     __asm__ volatile("");
