@@ -27,7 +27,9 @@ public:
             mix(uWord);
         }
         uint64_t uRest = 0;
-        std::memcpy(&uRest, pAt, nBytes);
+        if (nBytes != 0) {  // memory of no bytes may lie nowhere
+            std::memcpy(&uRest, pAt, nBytes);
+        }
         mix(uRest ^ static_cast<uint64_t>(nBytes) << 56);
     }
 
