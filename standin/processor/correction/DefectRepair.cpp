@@ -157,16 +157,18 @@ struct Read8 {
         const uint64_t uLast = loadAs<uint64_t>(p + 4 * nRowSamples - 3) >> 24;
         const auto even = [](uint64_t uRow) { return uRow & LANES; };
         const auto odd = [](uint64_t uRow) { return uRow >> 8 & LANES; };
-        const auto lane = [](uint64_t uSums, unsigned i) { return static_cast<uint32_t>(uSums >> 16 * i & 0xFFFF); };
+        // Of those lanes: all of them are at most 255 * 8.
+        constexpr uint64_t MIDDLE = 0x00000000FFFF0000U, OUTER = 0x0000FFFF0000FFFFU, ODD = 0x00000000FFFFFFFFU;
+        const auto sum = [](uint64_t uLanes) { return static_cast<uint32_t>(uLanes * 0x0001000100010001U >> 48); };
         const uint64_t uEven04 = even(row(0)) + even(uLast), uOdd04 = odd(row(0)) + odd(uLast);
         const uint64_t uEven13 = even(row(1)) + even(row(3)), uOdd13 = odd(row(1)) + odd(row(3));
         const uint64_t uEven2 = even(row(2)), uOdd2 = odd(row(2));
-        return {lane(even(row(1)), 1),
-                lane(uEven13, 1) + lane(uOdd2, 0) + lane(uOdd2, 1),
-                lane(uOdd13, 0) + lane(uOdd13, 1),
-                lane(uEven04, 1) + lane(uEven2, 0) + lane(uEven2, 2),
-                lane(uOdd04, 0) + lane(uOdd04, 1) + lane(uEven13, 0) + lane(uEven13, 2),
-                lane(uEven04, 0) + lane(uEven04, 2)};
+        return {p[nRowSamples + 2],
+                sum((uEven13 & MIDDLE) + (uOdd2 & ODD)),
+                sum(uOdd13 & ODD),
+                sum((uEven04 & MIDDLE) + (uEven2 & OUTER)),
+                sum((uOdd04 & ODD) + (uEven13 & OUTER)),
+                sum(uEven04 & OUTER)};
     }
     void write(const PixelFormat&, uint8_t* pImage, std::size_t i, uint16_t uSample) const {
         pImage[i] = static_cast<uint8_t>(uSample);
@@ -351,8 +353,10 @@ CDefectRepair::CDefectRepair(const ImageLayout& rLayout, const std::vector<uint8
 void CDefectRepair::fetchAround(const uint8_t* pImage, const Place& rPlace, std::size_t nWireBits) const noexcept {
     constexpr uint32_t ROWS = 4;  // and one more: of a whole window each
     if (rPlace.uFirst == m_uWhole) {
+        const std::size_t nRowBits = m_nRowSamples * nWireBits;
+        const std::size_t iFirst = rPlace.uSample * nWireBits - 2 * nRowBits;
         for (std::size_t k = 0; k <= ROWS; ++k) {
-            prefetch(pImage + (rPlace.uSample + k * m_nRowSamples - 2 * m_nRowSamples) * nWireBits / 8);
+            prefetch(pImage + (iFirst + k * nRowBits) / 8);
         }
         return;
     }

@@ -107,8 +107,8 @@ TEST(Page, EachFigureStandsBesideItsWords) {
              "|Time to fetch a frame that waits,|61|frames each|median, ms|99 %, ms|correction off|62.000|63.000|",
              "|correction on|64.000|65.000|",
              "|Dark reference|d.tif|Light reference|l.tif|Filters|box 3|Dark frames measured|91|Even frames "
-             "measured|92|",
-             "|PixelFormat|BayerRG12|ExposureTime|93|&micro;s|Gain|1.250|ReverseX|yes|Program|xapel2-shading 9.8|",
+             "measured|92|Program|xapel2-shading 9.8|",
+             "|PixelFormat|BayerRG12|ExposureTime|93|&micro;s|Gain|1.250|ReverseX|yes|",
          }) {
         EXPECT_THAT(strSeen, HasSubstr(pText));
     }
@@ -142,6 +142,19 @@ TEST(Page, WhatIsNotThereIsNotTold) {
     json["selfTest"] = true;
     EXPECT_THAT(seen(page(json)), HasSubstr("|Shading correction: self-test|BayerRG12 &middot;|"));
     EXPECT_THAT(seen(page(json)), HasSubstr("|The light reference itself|after|"));
+}
+
+TEST(Page, PaperHasTheFirstMarksAndSaysSo) {
+    ordered_json json = ordered_json::parse(FIGURES);
+    ordered_json& rMarks = json["defects"]["marks"];
+    while (rMarks.size() < 45) {
+        rMarks.push_back(rMarks[0]);
+    }
+    EXPECT_THAT(page(json), Not(HasSubstr("On paper")));
+    rMarks.push_back({{"kind", "hot"}, {"x", 91}, {"y", 92}, {"value", 93}, {"neighbours", 94}});
+    const std::string strHtml = page(json);
+    EXPECT_THAT(seen(strHtml), HasSubstr("|On paper the first 45 of them.|"));
+    EXPECT_THAT(strHtml, HasSubstr("</tbody><tbody class=\"screen\"><tr><th scope=\"row\">hot</th>"));
 }
 
 }  // namespace
