@@ -39,3 +39,21 @@ if(XAPEL2_SANITIZE)
   add_compile_options(-fsanitize=${XAPEL2_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${XAPEL2_SANITIZE})
 endif()
+
+# These files of a target compile once for each kind of vectors, by including themselves (Highway).
+function(xapel2_vector_sources TARGET)
+  find_package(hwy REQUIRED)
+  target_link_libraries(${TARGET} PRIVATE hwy::hwy)
+  set_source_files_properties(${ARGN} PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
+  # NEON is part of every 64-bit ARM processor, with or without the AES instructions that a choice at run time would
+  # ask for. Scalable vectors cannot stand in the kernels' structures.
+  if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64)$")
+    target_compile_definitions(${TARGET} PRIVATE HWY_COMPILE_ONLY_STATIC)
+  elseif(XAPEL2_NATIVE)
+    target_compile_definitions(${TARGET} PRIVATE HWY_COMPILE_ONLY_STATIC)
+    # A folder that comes to another machine, and a compiler's cache, see that their objects are not for it.
+    file(STRINGS /proc/cpuinfo CPU REGEX "^flags" LIMIT_COUNT 1)
+    string(MD5 CPU "${CPU}")
+    set_property(SOURCE ${ARGN} APPEND PROPERTY COMPILE_OPTIONS -march=native -DXAPEL2_CPU=0x${CPU})
+  endif()
+endfunction()

@@ -1,15 +1,91 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 the xapel2_ext_sc authors
-// The order of the bytes of 16-bit samples. Short loops, which the compiler makes vectors of.
+// The order of the bytes of 16-bit samples.
 
 #include "standin/files/SampleBytes.h"
 
 #include <algorithm>
-#include <cstring>
 #include <utility>
 
+#include "standin/pixels/PlaneVectors.h"
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "standin/files/SampleBytes.cpp"
+#include "hwy/foreach_target.h"
+#include "hwy/highway.h"
+
+HWY_BEFORE_NAMESPACE();
 namespace XAPEL2 {
 namespace StandIn {
+namespace HWY_NAMESPACE {
+namespace {
+
+namespace hn = hwy::HWY_NAMESPACE;
+
+void swapBytes(const uint8_t* pFrom, std::size_t nSamples, uint8_t* pTo) {
+    std::size_t i = 0;
+#if HWY_TARGET != HWY_SCALAR
+    const hn::ScalableTag<uint8_t> d;
+    const hn::Repartition<uint16_t, decltype(d)> d16;
+    for (; i + hn::Lanes(d) <= 2 * nSamples; i += hn::Lanes(d)) {
+        const auto vSamples = hn::BitCast(d16, hn::LoadU(d, pFrom + i));
+        const auto vSwapped = hn::Or(hn::ShiftLeft<8>(vSamples), hn::ShiftRight<8>(vSamples));
+        hn::StoreU(hn::BitCast(d, vSwapped), d, pTo + i);
+    }
+#endif
+    for (; i < 2 * nSamples; i += 2) {
+        const uint8_t uFirst = pFrom[i];
+        pTo[i] = pFrom[i + 1];
+        pTo[i + 1] = uFirst;
+    }
+}
+
+/// @param[in] pBytes  samples of T at any address.
+template <class T>
+T largest(const uint8_t* pBytes, std::size_t nSamples) {
+    const std::size_t nBytes = nSamples * sizeof(T);
+    std::size_t i = 0;
+    T uLargest = 0;
+#if HWY_TARGET != HWY_SCALAR
+    const hn::ScalableTag<uint8_t> d;
+    const hn::Repartition<T, decltype(d)> dT;
+    auto vLargest = hn::Zero(dT);
+    for (; i + hn::Lanes(d) <= nBytes; i += hn::Lanes(d)) {
+        vLargest = hn::Max(vLargest, hn::BitCast(dT, hn::LoadU(d, pBytes + i)));
+    }
+    HWY_ALIGN T aLanes[hn::MaxLanes(dT)];
+    hn::Store(vLargest, dT, aLanes);
+    uLargest = *std::max_element(aLanes, aLanes + hn::Lanes(dT));
+#endif
+    for (; i < nBytes; i += sizeof(T)) {
+        T uSample = 0;
+        hwy::CopyBytes<sizeof(T)>(pBytes + i, &uSample);
+        uLargest = std::max(uLargest, uSample);
+    }
+    return uLargest;
+}
+
+uint8_t largest8(const uint8_t* pBytes, std::size_t nSamples) {
+    return largest<uint8_t>(pBytes, nSamples);
+}
+
+uint16_t largest16(const uint8_t* pBytes, std::size_t nSamples) {
+    return largest<uint16_t>(pBytes, nSamples);
+}
+
+}  // namespace
+}  // namespace HWY_NAMESPACE
+}  // namespace StandIn
+}  // namespace XAPEL2
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace XAPEL2 {
+namespace StandIn {
+
+HWY_EXPORT(swapBytes);
+HWY_EXPORT(largest8);
+HWY_EXPORT(largest16);
 
 namespace {
 
@@ -23,40 +99,15 @@ void exchange(T* pSamples, std::size_t nSamples) noexcept {
 }  // namespace
 
 void swapSamples(const void* pFrom, std::size_t nSamples, void* pTo) noexcept {
-    constexpr uint64_t LOW_BYTES = 0x00FF00FF00FF00FFU;
-    const auto* pIn = static_cast<const uint8_t*>(pFrom);
-    auto* pOut = static_cast<uint8_t*>(pTo);
-    std::size_t i = 0;
-    for (; i + 4 <= nSamples; i += 4) {
-        uint64_t uFour = 0;
-        std::memcpy(&uFour, pIn + 2 * i, sizeof uFour);
-        uFour = (uFour & LOW_BYTES) << 8 | (uFour >> 8 & LOW_BYTES);
-        std::memcpy(pOut + 2 * i, &uFour, sizeof uFour);
-    }
-    for (; i < nSamples; ++i) {
-        const uint8_t uFirst = pIn[2 * i];
-        pOut[2 * i] = pIn[2 * i + 1];
-        pOut[2 * i + 1] = uFirst;
-    }
+    HWY_DYNAMIC_DISPATCH(swapBytes)(static_cast<const uint8_t*>(pFrom), nSamples, static_cast<uint8_t*>(pTo));
 }
 
 uint8_t largestSample(const uint8_t* pSamples, std::size_t nSamples) noexcept {
-    uint8_t uLargest = 0;
-    for (std::size_t i = 0; i < nSamples; ++i) {
-        uLargest = std::max(uLargest, pSamples[i]);
-    }
-    return uLargest;
+    return HWY_DYNAMIC_DISPATCH(largest8)(pSamples, nSamples);
 }
 
 uint16_t largestSample16(const void* pSamples, std::size_t nSamples) noexcept {
-    const auto* pBytes = static_cast<const uint8_t*>(pSamples);
-    uint16_t uLargest = 0;
-    for (std::size_t i = 0; i < nSamples; ++i) {
-        uint16_t uSample = 0;
-        std::memcpy(&uSample, pBytes + 2 * i, sizeof uSample);
-        uLargest = std::max(uLargest, uSample);
-    }
-    return uLargest;
+    return HWY_DYNAMIC_DISPATCH(largest16)(static_cast<const uint8_t*>(pSamples), nSamples);
 }
 
 void exchangeRedAndBlue(uint8_t* pSamples, std::size_t nSamples) noexcept {
@@ -69,3 +120,4 @@ void exchangeRedAndBlue(uint16_t* pSamples, std::size_t nSamples) noexcept {
 
 }  // namespace StandIn
 }  // namespace XAPEL2
+#endif
