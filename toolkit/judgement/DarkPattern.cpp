@@ -25,12 +25,12 @@ constexpr uint64_t SAMPLES_LEAST = 100;  // of all classes: a variance is known 
 
 /// Sums of the samples above and left of each place, with a row and a column of zeros before them.
 std::vector<double> integralOf(const ColourPlane& rPlane) {
-    const std::size_t nStride = rPlane.nColumns + 1;
-    std::vector<double> vecSums(nStride * (rPlane.nRows + 1), 0.0);
-    for (std::size_t iRow = 0; iRow < rPlane.nRows; ++iRow) {
+    const std::size_t nStride = rPlane.columns() + 1;
+    std::vector<double> vecSums(nStride * (rPlane.rows() + 1), 0.0);
+    for (std::size_t iRow = 0; iRow < rPlane.rows(); ++iRow) {
         double dRow = 0.0;
-        for (std::size_t i = 0; i < rPlane.nColumns; ++i) {
-            dRow += static_cast<double>(rPlane.vecSamples[iRow * rPlane.nColumns + i]);
+        for (std::size_t i = 0; i < rPlane.columns(); ++i) {
+            dRow += static_cast<double>(rPlane.row(iRow)[i]);
             vecSums[(iRow + 1) * nStride + i + 1] = vecSums[iRow * nStride + i + 1] + dRow;
         }
     }
@@ -39,14 +39,14 @@ std::vector<double> integralOf(const ColourPlane& rPlane) {
 
 /// Mean square of a plane's difference from its filtered self.
 double squareDifference(const ColourPlane& rPlane, const std::vector<double>& rSums, std::size_t nRadius) {
-    const std::size_t nStride = rPlane.nColumns + 1, nSide = 2 * nRadius + 1;
+    const std::size_t nStride = rPlane.columns() + 1, nSide = 2 * nRadius + 1;
     double dSquares = 0.0, dCount = 0.0;
-    for (std::size_t iTop = 0; iTop + nSide <= rPlane.nRows; ++iTop) {
-        for (std::size_t iLeft = 0; iLeft + nSide <= rPlane.nColumns; ++iLeft) {
+    for (std::size_t iTop = 0; iTop + nSide <= rPlane.rows(); ++iTop) {
+        for (std::size_t iLeft = 0; iLeft + nSide <= rPlane.columns(); ++iLeft) {
             const double* pTop = &rSums[iTop * nStride + iLeft];
             const double* pFoot = pTop + nSide * nStride;
             const double dBox = (pFoot[nSide] - pFoot[0] - pTop[nSide] + pTop[0]) / static_cast<double>(nSide * nSide);
-            const float fHere = rPlane.vecSamples[(iTop + nRadius) * rPlane.nColumns + iLeft + nRadius];
+            const float fHere = rPlane.row(iTop + nRadius)[iLeft + nRadius];
             dSquares += (static_cast<double>(fHere) - dBox) * (static_cast<double>(fHere) - dBox);
             dCount += 1.0;
         }
@@ -98,7 +98,7 @@ DarkPattern darkPattern(const StandIn::ReferenceImage& rDark) {
         const std::vector<double> vecSums = integralOf(plane);
         for (std::size_t k = 0; k < std::size(RADII); ++k) {
             const std::size_t nSide = 2 * RADII[k] + 1;
-            const bool bFits = 2 * nSide <= plane.nRows && 2 * nSide <= plane.nColumns;
+            const bool bFits = 2 * nSide <= plane.rows() && 2 * nSide <= plane.columns();
             const double dShare = 1.0 / static_cast<double>(nSide * nSide);
             const double dLost = bFits ? squareDifference(plane, vecSums, RADII[k]) - dMean * (1.0 - dShare)
                                        : std::numeric_limits<double>::infinity();

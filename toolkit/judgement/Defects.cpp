@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
@@ -64,34 +65,61 @@ std::size_t mirrored(std::ptrdiff_t i, std::size_t nCount) {
     return static_cast<std::size_t>(std::clamp<std::ptrdiff_t>(i, 0, nLast));
 }
 
-std::vector<float> neighbourMedians(const ColourPlane& rPlane) {
-    const std::size_t nColumns = rPlane.nColumns;
-    std::vector<float> vecMedians(rPlane.vecSamples.size());
-    std::vector<float> vecAvRows[3];
-    std::array<float, LANES> aMedians;
-    for (std::size_t iRow = 0; iRow < rPlane.nRows; ++iRow) {
-        for (int i = 0; i < 3; ++i) {
-            const float* pRow =
-                rPlane.vecSamples.data() + mirrored(static_cast<std::ptrdiff_t>(iRow) + i - 1, rPlane.nRows) * nColumns;
-            vecAvRows[i].resize(nColumns + 2 + LANES);
-            std::copy(pRow, pRow + nColumns, vecAvRows[i].begin() + 1);
-            vecAvRows[i].front() = pRow[mirrored(-1, nColumns)];
-            vecAvRows[i][nColumns + 1] = pRow[mirrored(static_cast<std::ptrdiff_t>(nColumns), nColumns)];
+/// The samples of one row, and the medians of their neighbours; those of a light reference without the dark.
+class CRows {
+public:
+    /// @param[in] pDark  of the same size; nullptr: none. Both are borrowed.
+    CRows(const ColourPlane& rPlane, const ColourPlane* pDark) : m_rPlane(rPlane), m_pDark(pDark) {
+        for (std::vector<float>& rRow : m_vecAvRows) {
+            rRow.resize(rPlane.columns() + 2 + LANES);
         }
-        const float *pUp = vecAvRows[0].data(), *pMid = vecAvRows[1].data(), *pDown = vecAvRows[2].data();
-        for (std::size_t i = 0; i < nColumns; i += LANES) {
+        m_vecMedians.resize(rPlane.columns() + LANES);
+    }
+
+    void goTo(std::size_t iRow) {
+        if (iRow == m_iRow) {
+            return;
+        }
+        m_iRow = iRow;
+        for (int i = 0; i < 3; ++i) {
+            copyRow(mirrored(static_cast<std::ptrdiff_t>(iRow) + i - 1, m_rPlane.rows()), m_vecAvRows[i]);
+        }
+        const float *pUp = m_vecAvRows[0].data(), *pMid = m_vecAvRows[1].data(), *pDown = m_vecAvRows[2].data();
+        for (std::size_t i = 0; i < m_rPlane.columns(); i += LANES) {
             Eight aNear;
             const std::array<const float*, 8> apFrom = {pUp + i,      pUp + i + 1, pUp + i + 2,   pMid + i,
                                                         pMid + i + 2, pDown + i,   pDown + i + 1, pDown + i + 2};
             for (std::size_t k = 0; k < aNear.size(); ++k) {
                 std::copy_n(apFrom[k], LANES, aNear[k].begin());
             }
-            mediansOfEight(aNear, aMedians.data());
-            std::copy_n(aMedians.begin(), std::min(LANES, nColumns - i), &vecMedians[iRow * nColumns + i]);
+            mediansOfEight(aNear, &m_vecMedians[i]);
         }
     }
-    return vecMedians;
-}
+
+    /// Of the row last gone to.
+    const float* samples() const { return m_vecAvRows[1].data() + 1; }
+    const float* medians() const { return m_vecMedians.data(); }
+
+private:
+    void copyRow(std::size_t iRow, std::vector<float>& rTo) const {
+        const std::size_t nColumns = m_rPlane.columns();
+        const float* const pFrom = m_rPlane.row(iRow);
+        float* const pTo = rTo.data() + 1;
+        if (m_pDark == nullptr) {
+            std::copy(pFrom, pFrom + nColumns, pTo);
+        } else {
+            std::transform(pFrom, pFrom + nColumns, m_pDark->row(iRow), pTo, std::minus<>());
+        }
+        pTo[-1] = pTo[mirrored(-1, nColumns)];
+        pTo[nColumns] = pTo[mirrored(static_cast<std::ptrdiff_t>(nColumns), nColumns)];
+    }
+
+    const ColourPlane& m_rPlane;
+    const ColourPlane* m_pDark;
+    std::size_t m_iRow = ~std::size_t{0};
+    std::vector<float> m_vecAvRows[3];
+    std::vector<float> m_vecMedians;
+};
 
 float robustSigma(const std::vector<float>& rDifferences) {
     // Of so many it is known to a third of a percent. An odd step does not keep to one of two columns that take turns.
@@ -107,28 +135,42 @@ float robustSigma(const std::vector<float>& rDifferences) {
     return MAD_TO_SIGMA * *iMiddle;
 }
 
-void findInPlane(const StandIn::ReferenceImage& rReference, const ColourPlane& rPlane, unsigned iClass,
-                 std::vector<Defect>& rFound) {
+/// How far each sample is from its neighbours: DN in the dark, a share of theirs in the light.
+std::vector<float> differences(CRows& rRows, const ColourPlane& rPlane, bool bLight) {
+    std::vector<float> vecDifferences, vecRow(rPlane.columns());
+    vecDifferences.reserve(rPlane.size());
+    for (std::size_t iRow = 0; iRow < rPlane.rows(); ++iRow) {
+        rRows.goTo(iRow);
+        const float *const pSamples = rRows.samples(), *const pMedians = rRows.medians();
+        for (std::size_t i = 0; i < vecRow.size(); ++i) {
+            const float fDifference = pSamples[i] - pMedians[i];
+            // Where the neighbours have no light, nothing can be told.
+            vecRow[i] = !bLight ? fDifference : pMedians[i] > 0.0F ? fDifference / pMedians[i] : 0.0F;
+        }
+        vecDifferences.insert(vecDifferences.end(), vecRow.begin(), vecRow.end());
+    }
+    return vecDifferences;
+}
+
+void findInPlane(const StandIn::ReferenceImage& rReference, const ColourPlane& rPlane, const ColourPlane* pDark,
+                 unsigned iClass, std::vector<Defect>& rFound) {
     const StandIn::PixelFormat& rFormat = *rReference.layout.pFormat;
     const bool bLight = rReference.eKind == StandIn::eReferenceLight;
-    const std::vector<float> vecMedians = neighbourMedians(rPlane);
-    std::vector<float> vecDifferences(vecMedians.size());
-    for (std::size_t i = 0; i < vecMedians.size(); ++i) {
-        const float fDifference = rPlane.vecSamples[i] - vecMedians[i];
-        // Where the neighbours have no light, nothing can be told.
-        vecDifferences[i] = !bLight ? fDifference : vecMedians[i] > 0.0F ? fDifference / vecMedians[i] : 0.0F;
-    }
+    CRows rows(rPlane, pDark);
+    const std::vector<float> vecDifferences = differences(rows, rPlane, bLight);
     const float fLeast = bLight ? LIGHT_SHARE : DARK_SHARE * static_cast<float>(rFormat.fullScale());
     const float fLimit = std::max(SIGMAS * robustSigma(vecDifferences), fLeast);
     const bool bCfa = rFormat.isCfa();
-    for (std::size_t i = 0; i < vecMedians.size(); ++i) {
+    for (std::size_t i = 0; i < vecDifferences.size(); ++i) {
         if (vecDifferences[i] > fLimit || (bLight && vecDifferences[i] < -fLimit)) {
-            const std::size_t iRow = i / rPlane.nColumns, iColumn = i % rPlane.nColumns;
+            const std::size_t iRow = i / rPlane.columns(), iColumn = i % rPlane.columns();
+            rows.goTo(iRow);
             rFound.push_back({!bLight                    ? eHot
                               : vecDifferences[i] < 0.0F ? eDead
                                                          : eBright,
                               bCfa ? iColumn * 2 + iClass % 2 : iColumn, bCfa ? iRow * 2 + iClass / 2 : iRow, iClass,
-                              static_cast<double>(rPlane.vecSamples[i]), static_cast<double>(vecMedians[i])});
+                              static_cast<double>(rows.samples()[iColumn]),
+                              static_cast<double>(rows.medians()[iColumn])});
         }
     }
 }
@@ -140,16 +182,13 @@ std::vector<Defect> findDefects(const StandIn::ReferenceImage& rReference, const
         throw std::invalid_argument("dark and light reference have different formats or sizes");
     }
     std::vector<Defect> vecFound;
-    const unsigned nClasses = colourClasses(*rReference.layout.pFormat);
-    for (unsigned iClass = 0; iClass < nClasses; ++iClass) {
-        ColourPlane plane = colourPlane(rReference.layout, rReference.vecSamples, iClass);
-        if (pDark) {
+    for (unsigned iClass = 0; iClass < rReference.layout.classes(); ++iClass) {
+        const ColourPlane plane = colourPlane(rReference.layout, rReference.vecSamples, iClass);
+        if (plane.size() != 0 && pDark != nullptr) {
             const ColourPlane dark = colourPlane(pDark->layout, pDark->vecSamples, iClass);
-            std::transform(plane.vecSamples.begin(), plane.vecSamples.end(), dark.vecSamples.begin(),
-                           plane.vecSamples.begin(), [](float fLight, float fDark) { return fLight - fDark; });
-        }
-        if (!plane.vecSamples.empty()) {
-            findInPlane(rReference, plane, iClass, vecFound);
+            findInPlane(rReference, plane, &dark, iClass, vecFound);
+        } else if (plane.size() != 0) {
+            findInPlane(rReference, plane, nullptr, iClass, vecFound);
         }
     }
     std::sort(vecFound.begin(), vecFound.end(), [](const Defect& a, const Defect& b) {

@@ -150,26 +150,25 @@ std::vector<std::string> colourClassNames(const StandIn::PixelFormat& rFormat) {
 }
 
 ColourPlane colourPlane(const StandIn::ImageLayout& rLayout, const std::vector<float>& vecSamples, unsigned iClass) {
-    const bool bCfa = rLayout.pFormat->isCfa();
-    const std::size_t nRowStep = bCfa ? 2 : 1;
-    const std::size_t nColumnStep = bCfa ? 2 : rLayout.pFormat->nChannels;
-    const std::size_t iFirstRow = bCfa ? iClass / 2 : 0;
-    const std::size_t iFirstColumn = bCfa ? iClass % 2 : iClass;
+    const auto nHeight = static_cast<std::size_t>(rLayout.nHeight);
     const std::size_t nPerRow = rLayout.samplesPerRow();
-    ColourPlane plane;
-    plane.vecSamples.reserve(vecSamples.size() / colourClasses(*rLayout.pFormat) + nPerRow);
-    for (std::size_t iRow = iFirstRow; iRow < rLayout.nHeight; iRow += nRowStep) {
-        const float* const pRow = vecSamples.data() + iRow * nPerRow;
-        if (nColumnStep == 1) {
-            plane.vecSamples.insert(plane.vecSamples.end(), pRow, pRow + nPerRow);
-        }
-        for (std::size_t i = iFirstColumn; nColumnStep > 1 && i < nPerRow; i += nColumnStep) {
-            plane.vecSamples.push_back(pRow[i]);
-        }
-        ++plane.nRows;
+    if (rLayout.classes() == 1) {
+        return {nHeight, nPerRow, vecSamples.data()};
     }
-    plane.nColumns = plane.nRows == 0 ? 0 : plane.vecSamples.size() / plane.nRows;
-    return plane;
+    const bool bCfa = rLayout.pFormat->isCfa();
+    const std::size_t nRowStep = bCfa ? 2 : 1, nColumnStep = bCfa ? 2 : rLayout.pFormat->nChannels;
+    const std::size_t iFirstRow = bCfa ? iClass / 2 : 0, iFirstColumn = bCfa ? iClass % 2 : iClass;
+    std::vector<float> vecPlane;
+    vecPlane.reserve(vecSamples.size() / rLayout.classes() + nPerRow);
+    std::size_t nRows = 0;
+    for (std::size_t iRow = iFirstRow; iRow < nHeight; iRow += nRowStep, ++nRows) {
+        const float* const pRow = vecSamples.data() + iRow * nPerRow;
+        for (std::size_t i = iFirstColumn; i < nPerRow; i += nColumnStep) {
+            vecPlane.push_back(pRow[i]);
+        }
+    }
+    const std::size_t nColumns = nRows == 0 ? 0 : vecPlane.size() / nRows;
+    return {nRows, nColumns, std::move(vecPlane)};
 }
 
 }  // namespace Toolkit

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "toolkit/frames/Frame.h"
@@ -69,14 +70,34 @@ MeanImage meanOf(const StandIn::ReferenceImage& rReference);
 /// a filter array; "R", "G", "B" of channels.
 std::vector<std::string> colourClassNames(const StandIn::PixelFormat& rFormat);
 
-/// One colour class of an image, taken out of it.
-struct ColourPlane {
-    std::size_t nRows = 0, nColumns = 0;
-    std::vector<float> vecSamples;  ///< row by row
+/// The samples of one colour class, row by row.
+class ColourPlane {
+public:
+    /// Of samples that lie like this already, borrowed.
+    ColourPlane(std::size_t nRows, std::size_t nColumns, const float* pSamples)
+        : m_nRows(nRows), m_nColumns(nColumns), m_pSamples(pSamples) {}
+    /// Of samples that were taken out of an image.
+    ColourPlane(std::size_t nRows, std::size_t nColumns, std::vector<float>&& vecSamples)
+        : m_nRows(nRows), m_nColumns(nColumns), m_vecOwn(std::move(vecSamples)), m_pSamples(m_vecOwn.data()) {}
+    ColourPlane(ColourPlane&&) = default;
+
+    std::size_t rows() const { return m_nRows; }
+    std::size_t columns() const { return m_nColumns; }
+    std::size_t size() const { return m_nRows * m_nColumns; }
+    const float* row(std::size_t iRow) const { return m_pSamples + iRow * m_nColumns; }
+    const float* begin() const { return m_pSamples; }
+    const float* end() const { return m_pSamples + size(); }
+
+private:
+    std::size_t m_nRows, m_nColumns;
+    std::vector<float> m_vecOwn;
+    const float* m_pSamples;
 };
 
-/// The samples of class iClass; empty where the image has no site of it.
+/// The samples of class iClass; empty where the image has no site of it. Those of an image without colours are borrowed
+/// from it.
 ColourPlane colourPlane(const StandIn::ImageLayout& rLayout, const std::vector<float>& vecSamples, unsigned iClass);
+ColourPlane colourPlane(const StandIn::ImageLayout& rLayout, std::vector<float>&& vecSamples, unsigned iClass) = delete;
 
 }  // namespace Toolkit
 }  // namespace XAPEL2

@@ -50,7 +50,7 @@ std::vector<double> classMeans(const StandIn::ReferenceImage& rReference) {
     const StandIn::PixelFormat& rFormat = *rReference.layout.pFormat;
     std::vector<double> vecMeans;
     for (unsigned iClass = 0; iClass < colourClasses(rFormat); ++iClass) {
-        vecMeans.push_back(meanOfSamples(colourPlane(rReference.layout, rReference.vecSamples, iClass).vecSamples));
+        vecMeans.push_back(meanOfSamples(colourPlane(rReference.layout, rReference.vecSamples, iClass)));
     }
     return vecMeans;
 }

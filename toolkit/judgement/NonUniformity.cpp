@@ -42,23 +42,23 @@ struct Means {
 
 Means meansOf(const ColourPlane& rPlane) {
     Means result;
-    result.vecRows.assign(rPlane.nRows, 0.0);
-    result.vecColumns.assign(rPlane.nColumns, 0.0);
-    for (std::size_t iRow = 0; iRow < rPlane.nRows; ++iRow) {
-        const float* const pRow = rPlane.vecSamples.data() + iRow * rPlane.nColumns;
+    result.vecRows.assign(rPlane.rows(), 0.0);
+    result.vecColumns.assign(rPlane.columns(), 0.0);
+    for (std::size_t iRow = 0; iRow < rPlane.rows(); ++iRow) {
+        const float* const pRow = rPlane.row(iRow);
         double* const pColumns = result.vecColumns.data();
-        for (std::size_t i = 0; i < rPlane.nColumns; ++i) {
+        for (std::size_t i = 0; i < rPlane.columns(); ++i) {
             pColumns[i] += static_cast<double>(pRow[i]);
         }
-        result.vecRows[iRow] = sumOf(pRow, rPlane.nColumns) / static_cast<double>(rPlane.nColumns);
+        result.vecRows[iRow] = sumOf(pRow, rPlane.columns()) / static_cast<double>(rPlane.columns());
     }
     for (double& rColumn : result.vecColumns) {
-        rColumn /= static_cast<double>(rPlane.nRows);
+        rColumn /= static_cast<double>(rPlane.rows());
     }
     result.dAll = meanOfValues(result.vecRows);
     const double dAll = result.dAll;
-    result.dSquares = sumOver(rPlane.vecSamples.data(), rPlane.vecSamples.size(),
-                              [dAll](double dSample) { return (dSample - dAll) * (dSample - dAll); });
+    result.dSquares =
+        sumOver(rPlane.begin(), rPlane.size(), [dAll](double dSample) { return (dSample - dAll) * (dSample - dAll); });
     return result;
 }
 
@@ -123,14 +123,14 @@ nlohmann::ordered_json toJson(const Split& rSplit) {
 }  // namespace
 
 Split spatialVariances(const ColourPlane& rPlane, uint64_t nFrames, double dTemporalVariance) {
-    if (rPlane.vecSamples.size() < 2) {
+    if (rPlane.size() < 2) {
         return {UNKNOWN, UNKNOWN, UNKNOWN, UNKNOWN};
     }
-    const auto dRows = static_cast<double>(rPlane.nRows), dColumns = static_cast<double>(rPlane.nColumns);
+    const auto dRows = static_cast<double>(rPlane.rows()), dColumns = static_cast<double>(rPlane.columns());
     const double dNoise = std::isnan(dTemporalVariance) ? 0.0 : dTemporalVariance / static_cast<double>(nFrames);
     const Means is = meansOf(rPlane);
     const double dTotal = is.dSquares / (dRows * dColumns - 1.0) - dNoise;
-    if (rPlane.nRows < 3 || rPlane.nColumns < 3) {
+    if (rPlane.rows() < 3 || rPlane.columns() < 3) {
         return {dTotal, UNKNOWN, UNKNOWN, UNKNOWN};
     }
     const double dColumnMeans = varianceOfValues(is.vecColumns) - dNoise / dRows;
@@ -142,7 +142,7 @@ Split spatialVariances(const ColourPlane& rPlane, uint64_t nFrames, double dTemp
 
 Split spatialUncertainties(const Split& rVariances, const ColourPlane& rPlane, uint64_t nFrames,
                            double dTemporalVariance) {
-    const auto dRows = static_cast<double>(rPlane.nRows), dColumns = static_cast<double>(rPlane.nColumns);
+    const auto dRows = static_cast<double>(rPlane.rows()), dColumns = static_cast<double>(rPlane.columns());
     const double dNoise = dTemporalVariance / static_cast<double>(nFrames), dValues = dRows * dColumns;
     const double dFreedom = dValues * (static_cast<double>(nFrames) - 1.0);
     const double dPixel = uncertainty(rVariances.dPixel, dNoise, dValues, dFreedom);
@@ -173,8 +173,8 @@ NonUniformity nonUniformity(const MeanImage& rDark, const MeanImage& rLight, dou
         const ColourPlane light = colourPlane(rLight.layout, rLight.vecSamples, iClass);
         ClassNonUniformity class_;
         class_.strName = vecNames[iClass];
-        class_.dDarkMean = meanOfSamples(dark.vecSamples);
-        class_.dLightMean = meanOfSamples(light.vecSamples);
+        class_.dDarkMean = meanOfSamples(dark);
+        class_.dLightMean = meanOfSamples(light);
         const double dClassSignal = class_.dLightMean - class_.dDarkMean;
         const double dDarkNoise = classVariance(rDark, iClass, 0.0, 0.0);
         const double dLightNoise =

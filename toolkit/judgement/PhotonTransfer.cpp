@@ -33,10 +33,10 @@ constexpr std::size_t LEVELS_LEAST = 5;  // in a line that shows by itself when 
 double meanOfClass(const MeanImage& rImage, unsigned iClass) {
     double dSum = 0.0;
     const ColourPlane plane = colourPlane(rImage.layout, rImage.vecSamples, iClass);
-    for (const float fSample : plane.vecSamples) {
+    for (const float fSample : plane) {
         dSum += static_cast<double>(fSample);
     }
-    return dSum / std::max(1.0, static_cast<double>(plane.vecSamples.size()));
+    return dSum / std::max(1.0, static_cast<double>(plane.size()));
 }
 
 double varianceOfClass(const MeanImage& rImage, unsigned iClass) {

@@ -7,7 +7,6 @@
 #include <array>
 #include <cstddef>
 #include <limits>
-#include <vector>
 
 namespace XAPEL2 {
 namespace Toolkit {
@@ -37,10 +36,11 @@ inline double sumOf(const float* pValues, std::size_t nValues) {
     return sumOver(pValues, nValues, [](double dValue) { return dValue; });
 }
 
-/// NaN of none.
-inline double meanOfSamples(const std::vector<float>& rSamples) {
-    return rSamples.empty() ? std::numeric_limits<double>::quiet_NaN()
-                            : sumOf(rSamples.data(), rSamples.size()) / static_cast<double>(rSamples.size());
+/// Of anything that has its samples side by side; NaN of none.
+template <class SAMPLES>
+double meanOfSamples(const SAMPLES& rSamples) {
+    return rSamples.size() == 0 ? std::numeric_limits<double>::quiet_NaN()
+                                : sumOf(&*rSamples.begin(), rSamples.size()) / static_cast<double>(rSamples.size());
 }
 
 }  // namespace Toolkit

@@ -93,8 +93,8 @@ std::vector<double> measuredResiduals(CLab& rLab) {
     for (unsigned k = 0; k < rLab.layout().classes(); ++k) {
         const ColourPlane plane = colourPlane(mean.layout, mean.vecSamples, k);
         double dMean = 0.0;
-        for (const float fSample : plane.vecSamples) {
-            dMean += static_cast<double>(fSample) / static_cast<double>(plane.vecSamples.size());
+        for (const float fSample : plane) {
+            dMean += static_cast<double>(fSample) / static_cast<double>(plane.size());
         }
         vecResiduals.push_back(100.0 * std::sqrt(spatialVariances(plane, FRAMES, mean.vecClassVariance[k]).dTotal) /
                                dMean);

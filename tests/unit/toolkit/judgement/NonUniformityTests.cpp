@@ -209,9 +209,9 @@ TEST(NonUniformity, ReferenceOfAFilterArrayShowsWhatItsFramesShow) {
 
 TEST(NonUniformity, ImagesThatCannotBeSplitOrAddedAreToldApart) {
     const StandIn::ImageLayout narrow = {StandIn::findPixelFormat("Mono8"), 2, 50};
-    ColourPlane plane{50, 2, std::vector<float>(100, 7.0F)};
-    plane.vecSamples[0] = 17.0F;
-    const Split is = spatialVariances(plane, 1, 0.0);
+    std::vector<float> vecSamples(100, 7.0F);
+    vecSamples[0] = 17.0F;
+    const Split is = spatialVariances({50, 2, vecSamples.data()}, 1, 0.0);
     EXPECT_NEAR(is.dTotal, 1.0, 1e-9);  // (9.9^2 + 99 * 0.1^2) / 99
     EXPECT_TRUE(std::isnan(is.dRow) && std::isnan(is.dColumn) && std::isnan(is.dPixel));
     CFrameStack stack(narrow);
