@@ -411,6 +411,18 @@ TEST_F(Command, ReferencesAreJudgedAgainstTheCamera) {
     run(withPair({"run", "-n", "2", "-d", strCamera + "&offsetx=16"}), 0, "note: Not compared");
 }
 
+// The processor would refuse it too, in its own words.
+TEST_F(Command, PairThatFitsNoFramesIsRefusedByJudgement) {
+    const std::string strDevice = "sim:7?width=64&height=48";
+    recordPair(strDevice);
+    run(withPair({"run", "-d", strDevice, "-n", "1", "--raw", "-o", file("made")}));
+    fs::remove(file("dark.tif"));
+    run({"record", "dark", "-d", "sim:7?width=66&height=48", "-n", "16", "-o", file("dark.tif")});
+    run(withPair({"correct", "-o", file("none"), file("made/raw")}), 1,
+        "refused: The dark reference is Mono12, 66 x 48");
+    EXPECT_FALSE(fs::exists(file("none")));
+}
+
 TEST_F(Command, SaturatedReferenceIsRefusedWithTheNumber) {
     // An exposure that saturates some percent of the image, not all of it.
     for (unsigned iExposureUs = 16000; iExposureUs < 20000; iExposureUs += 100) {

@@ -43,29 +43,39 @@ StandIn::ReferenceImage readReference(const std::string& strFile) {
     }
 }
 
-JudgedPair judge(const PairOptions& rPair) {
+JudgedPair readPair(const PairOptions& rPair) {
     using StandIn::ReferenceImage;
     JudgedPair result;
     const auto fnRead = [](const std::string& strFile, StandIn::eReferenceKind eKind) {
         return strFile.empty() ? std::optional<ReferenceImage>() : readKind(strFile, eKind);
     };
-    // Dark and light do not wait for each other, nor the pair for either.
+    // Dark and light do not wait for each other.
     auto later = std::async(fnRead, rPair.strLight, StandIn::eReferenceLight);
     result.dark = fnRead(rPair.strDark, StandIn::eReferenceDark);
     result.light = later.get();
-    const ReferenceImage* const pDark = result.dark ? &*result.dark : nullptr;
+    return result;
+}
+
+void judge(JudgedPair& rPair) {
+    const StandIn::ReferenceImage* const pDark = rPair.dark ? &*rPair.dark : nullptr;
+    // Each by itself and the pair do not wait for each other.
     auto singly = std::async([&] {
         if (pDark != nullptr) {
-            result.darkJudgement = judgeReference(*pDark);
+            rPair.darkJudgement = judgeReference(*pDark);
         }
-        if (result.light) {
-            result.lightJudgement = judgeReference(*result.light, pDark);
+        if (rPair.light) {
+            rPair.lightJudgement = judgeReference(*rPair.light, pDark);
         }
     });
-    if (result.dark && result.light) {
-        result.pair = judgePair(*result.dark, *result.light);
+    if (rPair.dark && rPair.light) {
+        rPair.pair = judgePair(*rPair.dark, *rPair.light);
     }
     singly.get();
+}
+
+JudgedPair judge(const PairOptions& rPair) {
+    JudgedPair result = readPair(rPair);
+    judge(result);
     return result;
 }
 

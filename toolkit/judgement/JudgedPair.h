@@ -29,9 +29,15 @@ struct JudgedPair {
     Findings findings() const;
 };
 
-/// Reads the files that rPair names and judges them.
+/// The references of the files that rPair names, which nobody has judged yet.
 /// @throws std::runtime_error  a file cannot be used; names it.
 /// @throws CUsageError         a file holds the other kind of reference.
+JudgedPair readPair(const PairOptions& rPair);
+
+/// Judges the references. @threads  others may read the references meanwhile.
+void judge(JudgedPair& rPair);
+
+/// Reads the files and judges them. @throws  as readPair().
 JudgedPair judge(const PairOptions& rPair);
 
 /// The reference in this file.

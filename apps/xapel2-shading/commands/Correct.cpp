@@ -5,6 +5,7 @@
 #include "commands/Correct.h"
 
 #include <algorithm>
+#include <future>
 #include <optional>
 #include <set>
 
@@ -25,9 +26,8 @@ namespace App {
 
 namespace {
 
-FrameOutput outputOf(const CorrectOptions& rOptions, const JudgedPair& rPair) {
+FrameOutput outputOf(const CorrectOptions& rOptions) {
     FrameOutput output{rOptions.strOut, rOptions.strFormat, false, rOptions.bOverwrite, {}, "", true, {}};
-    output.strMark = correctionMark(rPair.dark ? &*rPair.dark : nullptr, rPair.light ? &*rPair.light : nullptr);
     output.sources.add(rOptions.pair.strDark);
     output.sources.add(rOptions.pair.strLight);
     for (const std::string& rFile : rOptions.vecFiles) {
@@ -101,28 +101,36 @@ int runCorrect(const CorrectOptions& rGiven) {
     references.add(options.pair.strLight);
     options.vecFiles = listFiles(options.vecFiles, references);
     COutput output("correct", options.bJson);
-    JudgedPair pair = judge(options.pair);
+    JudgedPair pair = readPair(options.pair);
     const StandIn::PixelFormat& rFormat = formatOf(pair);
-    FrameOutput frames = outputOf(options, pair);
+    // A file cannot say that its samples are those of a filter array, or have fewer bits than it has room for.
+    CSession session("the files", [&] { return StandIn::openFiles(options.vecFiles, rFormat.pName); });
+    const CameraSettings settings = settingsOf(session);
+    FrameOutput frames = outputOf(options);
+    // Judging and getting ready take as long as some ten files do, and do not wait for each other.
+    auto ready = std::async(std::launch::async, [&] {
+        session.selectScene("Scene");
+        applyPair(session, options.pair);
+        frames.strMark = correctionMark(pair.dark ? &*pair.dark : nullptr, pair.light ? &*pair.light : nullptr);
+    });
+    judge(pair);
     std::optional<CUncertaintyWriter> uncertainty;
     if (options.bUncertainty) {
         uncertainty.emplace(pair, options.pair, options.strOut, options.bOverwrite, frames.sources);
         frames.fnCorrected = [&](const Frame& rFrame) { uncertainty->write(rFrame); };
     }
     requireFree(options, frames, rFormat, uncertainty);
-    // A file cannot say that its samples are those of a filter array, or have fewer bits than it has room for.
-    CSession session("the files", [&] { return StandIn::openFiles(options.vecFiles, rFormat.pName); });
-    pair.compareWith(settingsOf(session), true);
+    pair.compareWith(settings, true);
     output.json()["judgement"] = toJson(pair);
     if (!isUsable(pair, options.bForce) || !areUncorrected(options)) {
         return output.finish(eExitRefused);
     }
     if (uncertainty) {
-        uncertainty->requireSize(session.width(), session.height());
+        uncertainty->requireSize(settings.nWidth, settings.nHeight);
     }
-    session.selectScene("Scene");
+    // What keeps the pair from being applied is told only where judging found nothing that says more.
+    ready.get();
     const uint64_t nFrames = session.frameCount();
-    applyPair(session, options.pair);
     CCorrectionRun run(session, frames);
     run.run(nFrames);
     run.describe(output);
