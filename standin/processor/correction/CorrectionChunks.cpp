@@ -7,8 +7,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "standin/processor/correction/Prefetch.h"
-
 namespace XAPEL2 {
 namespace StandIn {
 
@@ -40,7 +38,8 @@ std::size_t CChunks::chunkEnd() const noexcept {
     std::size_t nWhole = m_nSamples / BLOCK;
     const CDefectRepair& rDefects = m_rTable.oDefects;
     if (m_iDefect != rDefects.size()) {
-        const std::size_t nPart = std::max(DEFECT_BLOCKS, nWhole / DEFECT_PARTS);
+        const std::size_t nParts = std::clamp(rDefects.size() / PART_DEFECTS, std::size_t{1}, PARTS_MOST);
+        const std::size_t nPart = std::max(PART_BLOCKS, nWhole / nParts);
         nWhole = std::min(nWhole, std::max(m_iFirst + nPart, (rDefects.need(m_iDefect) - 1) / BLOCK + 1));
     }
     if (m_pException == m_rTable.vecExceptions.data() + m_rTable.vecExceptions.size()) {
@@ -61,19 +60,6 @@ void CChunks::readExceptions() noexcept {
     }
 }
 
-/// The beginning of the next chunk comes from memory while defects are replaced.
-void CChunks::askForNext() const noexcept {
-    constexpr std::size_t LINE = 64;
-    const std::size_t nTable = BLOCKS_AHEAD * layout().blockBytes();
-    for (std::size_t i = 0; i < nTable; i += LINE) {
-        prefetch(m_pBlocks + m_iEnd * layout().blockBytes() + i);
-    }
-    const std::size_t nImage = BLOCKS_AHEAD * layout().imageBlockBytes();
-    for (std::size_t i = 0; i < nImage; i += LINE) {
-        prefetch(place(m_iEnd) + i);
-    }
-}
-
 void CChunks::finish() noexcept {
     const PixelFormat& rFormat = *layout().pFormat;
     if (isTail() && m_iEnd != m_iFirst) {
@@ -89,7 +75,6 @@ void CChunks::finish() noexcept {
     }
     m_nResults = 0;
     if (m_iDefect != m_rTable.oDefects.size()) {
-        askForNext();
         m_iDefect = m_rTable.oDefects.repair(m_pImage, m_iDefect, std::min(m_iEnd * BLOCK, m_nSamples));
     }
 }

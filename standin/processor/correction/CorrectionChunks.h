@@ -54,18 +54,18 @@ public:
 
 private:
     static constexpr std::size_t CHUNK_BLOCKS = 32;  // worked on at once where there are exceptions
-    // Where there are defects an image is corrected in so many parts at least, unless they had fewer blocks. What
-    // replaces them interrupts the streams that the processor reads ahead in, and costs them more than itself.
-    static constexpr std::size_t DEFECT_PARTS = 8;
-    static constexpr std::size_t DEFECT_BLOCKS = 2048;
-    static constexpr std::size_t BLOCKS_AHEAD = 16;  // asked for before defects are replaced
+    // Where there are defects an image is corrected in parts, behind each of which they are replaced: in one for so
+    // many of them, but no more than so many, nor of fewer blocks. What replaces them reads elsewhere, after which the
+    // processor takes up to a microsecond to read ahead in its streams again.
+    static constexpr std::size_t PART_DEFECTS = 64;
+    static constexpr std::size_t PARTS_MOST = 8;
+    static constexpr std::size_t PART_BLOCKS = 2048;
 
     bool isTail() const { return m_iFirst == m_nSamples / BLOCK; }
     std::size_t tailBytes() const { return (m_nSamples % BLOCK * layout().pFormat->nWireBits + 7) / 8; }
     uint8_t* place(std::size_t iBlock) const { return m_pImage + iBlock * layout().imageBlockBytes(); }
     std::size_t chunkEnd() const noexcept;
     void readExceptions() noexcept;
-    void askForNext() const noexcept;
     void finish() noexcept;
 
     const CorrectionTable& m_rTable;

@@ -9,7 +9,6 @@
 #include <cmath>
 #include <cstring>
 #include <map>
-#include <numeric>
 #include <utility>
 
 #include "standin/processor/correction/Prefetch.h"
@@ -221,19 +220,36 @@ struct ReadDense : WritePacked {
         const std::size_t iBit = i * BITS;
         return loadAs<uint16_t>(pImage + iBit / 8) >> iBit % 8 & ((1U << BITS) - 1);
     }
-    // These formats have one channel: the five are neighbours and lie in as many bytes as they reach into at most.
-    void five(const uint8_t* pImage, std::size_t i, std::size_t, uint32_t* pFive) const {
-        constexpr std::size_t BYTES = (BITS * 5 + 8 - std::gcd(BITS, std::size_t{8}) + 7) / 8;
-        const uint8_t* const pBytes = pImage + i * BITS / 8;
-        const auto uFirst = loadAs<uint32_t>(pBytes);
-        const auto uLast = loadAs<uint32_t>(pBytes + BYTES - sizeof uFirst);
-        const uint64_t uAll = (uFirst | uint64_t{uLast} << (BYTES * 8 - 32)) >> i * BITS % 8;
-        for (std::size_t k = 0; k < 5; ++k) {
-            pFive[k] = uAll >> k * BITS & ((1U << BITS) - 1);
-        }
-    }
-    WindowSums window(const uint8_t* pImage, std::size_t iFirst, std::size_t nStep, std::size_t nRowSamples) const {
-        return windowOf(*this, pImage, iFirst, nStep, nRowSamples);
+    // These formats have one channel, so five samples of a row are neighbours and lie in eight bytes. As of 8 bits, in
+    // lanes of two samples' width: the samples 0, 2 and 4, and 1 and 3.
+    WindowSums window(const uint8_t* pImage, std::size_t iFirst, std::size_t, std::size_t nRowSamples) const {
+        constexpr std::size_t LANE = 2 * BITS;
+        constexpr uint64_t SAMPLE = (1U << BITS) - 1, FIRST = SAMPLE, SECOND = SAMPLE << LANE,
+                           THIRD = SAMPLE << 2 * LANE;
+        const auto even = [](uint64_t uRow) { return uRow & (FIRST | SECOND | THIRD); };
+        const auto odd = [](uint64_t uRow) { return uRow >> BITS & (FIRST | SECOND); };
+        const auto row = [&](std::size_t iRow) {
+            const std::size_t iBit = (iFirst + iRow * nRowSamples) * BITS;
+            return loadAs<uint64_t>(pImage + iBit / 8) >> iBit % 8;
+        };
+        // Of the last row the eight bytes that end with the window, so that none is outside of the image.
+        const std::size_t iLast = (iFirst + 4 * nRowSamples) * BITS, iStart = (iLast + 5 * BITS + 7) / 8 - 8;
+        const uint64_t uLast = loadAs<uint64_t>(pImage + iStart) >> (iLast - iStart * 8);
+        const uint64_t uAbove = row(1), uMiddle = row(2), uBelow = row(3), uFirst = row(0);
+        const uint64_t uEven04 = even(uFirst) + even(uLast), uOdd04 = odd(uFirst) + odd(uLast);
+        const uint64_t uEven13 = even(uAbove) + even(uBelow), uOdd13 = odd(uAbove) + odd(uBelow);
+        const uint64_t uEven2 = even(uMiddle), uOdd2 = odd(uMiddle);
+        // Sums of all lanes, of the outer two, and the middle one. None needs more bits than its lane has.
+        constexpr uint64_t MASK = (uint64_t{1} << LANE) - 1;
+        const auto both = [](uint64_t u) { return static_cast<uint32_t>((u & MASK) + (u >> LANE & MASK)); };
+        const auto outer = [](uint64_t u) { return static_cast<uint32_t>((u & MASK) + (u >> 2 * LANE)); };
+        const auto middle = [](uint64_t u) { return static_cast<uint32_t>(u >> LANE & MASK); };
+        return {middle(even(uAbove)),
+                middle(uEven13) + both(uOdd2),
+                both(uOdd13),
+                middle(uEven04) + outer(uEven2),
+                both(uOdd04) + outer(uEven13),
+                outer(uEven04)};
     }
 };
 
