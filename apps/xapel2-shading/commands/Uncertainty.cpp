@@ -21,7 +21,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const JudgedPair& checked(const JudgedPair& rPair, const PairOptions& rOptions) {
+CCorrectedNoise noiseOf(const JudgedPair& rPair, const PairOptions& rOptions) {
     if (!rPair.dark || !rPair.light || !rPair.dark->layout.hasSamplesLike(rPair.light->layout)) {
         throw CUsageError("--uncertainty takes a dark and a light reference that belong together");
     }
@@ -33,14 +33,14 @@ const JudgedPair& checked(const JudgedPair& rPair, const PairOptions& rOptions) 
             "--uncertainty takes references that tell their noise: of two frames or more each, and more noise in the "
             "light one");
     }
-    return rPair;
+    return {*rPair.dark, *rPair.light, rPair.pair->figures.noise};
 }
 
 }  // namespace
 
 CUncertaintyWriter::CUncertaintyWriter(const JudgedPair& rPair, const PairOptions& rOptions,
                                        const std::string& strFolder, bool bOverwrite, const CSourceFiles& rSources)
-    : m_noise(*checked(rPair, rOptions).dark, *rPair.light, rPair.pair->figures.noise),
+    : m_noise(noiseOf(rPair, rOptions)),
       m_nWidth(rPair.light->layout.nWidth),
       m_nHeight(rPair.light->layout.nHeight),
       m_folder(strFolder),
