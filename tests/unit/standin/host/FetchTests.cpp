@@ -32,7 +32,7 @@ TEST_F(Fetch, FramesComeInTheOrderOfTheQueueAndAreCounted) {
     for (const auto& [iInfoCmd, nCount] : aCounts) {
         EXPECT_EQ(nCount, streamNumber(iInfoCmd)) << iInfoCmd;
     }
-    EXPECT_EQ(GC_ERR_SUCCESS, startAcquisition(m_pStream)) << "a finished acquisition needs no stop";
+    EXPECT_EQ(GC_ERR_SUCCESS, startAcquisition(m_pStream, 1)) << "a finished acquisition needs no stop";
     EXPECT_EQ(GC_ERR_SUCCESS, fetch());
     EXPECT_EQ(1U, streamNumber(STREAM_INFO_NUM_DELIVERED)) << "counted from the start on";
     EXPECT_EQ(1U, streamNumber(STREAM_INFO_NUM_STARTED));
