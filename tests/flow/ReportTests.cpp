@@ -207,3 +207,17 @@ TEST_F(Report, ReferencesOfAnotherCameraMissTheirPrediction) {
     EXPECT_THAT(vecIds,
                 ElementsAre("few-frames", "other-camera", "other-camera", "measured-missed", "measured-dark-worse"));
 }
+
+// Without a dark reference nothing is known of a conversion gain, but the light one has told its own noise.
+TEST_F(Report, LightReferenceAloneOfAnotherCameraMissesItsPrediction) {
+    recordPair("sim:3?width=64&height=48", 16);
+    const auto fnMissed = [&](const char* pDevice, const char* pSaid) {
+        const std::string strPage = m_folder / (std::string("alone-") + pDevice[4] + ".html");
+        const json told = run({"report", "-d", pDevice, "--light", m_folder / "light.tif", "-o", strPage}, 0, pSaid);
+        const json& rFindings = told.at("findings");
+        return std::any_of(rFindings.begin(), rFindings.end(),
+                           [](const json& r) { return r.at("id") == "measured-missed"; });
+    };
+    EXPECT_FALSE(fnMissed("sim:3?width=64&height=48", ""));
+    EXPECT_TRUE(fnMissed("sim:4?width=64&height=48", "new dust"));
+}

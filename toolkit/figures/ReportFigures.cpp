@@ -193,7 +193,7 @@ public:
         };
         // A filter trades the single pixels for less noise, and what is cut off cannot be made even: neither is
         // predicted.
-        const bool bPredicted = m_rPair.pair && filterText(m_rInput.files).empty() && dSaturated <= SATURATED_MAX;
+        const bool bPredicted = m_rPair.light && filterText(m_rInput.files).empty() && dSaturated <= SATURATED_MAX;
         fnAppend(
             compareLight(correctionOf(rSummary, "prnu", bPredicted ? residualPercent(rSummary["class"]) : UNKNOWN)));
         // Without a dark reference nothing is promised; other corrected dark frames are cut at 0 DN, and compare with
@@ -228,11 +228,30 @@ public:
 private:
     // Of the colour of this name, what the noise of the references leaves.
     double residualPercent(const std::string& strClass) const {
+        if (!m_rPair.pair) {
+            return ownNoisePercent(strClass);
+        }
         const std::vector<double>& rResiduals = m_rPair.pair->figures.vecResidualPercent;
         const std::vector<std::string> vecNames = colourClassNames(*m_rPair.light->layout.pFormat);
         const auto i =
             static_cast<std::size_t>(std::find(vecNames.begin(), vecNames.end(), strClass) - vecNames.begin());
         return i < rResiduals.size() ? rResiduals[i] : UNKNOWN;
+    }
+
+    // Of a light reference alone: its noise is what it adds to frames of its own light.
+    double ownNoisePercent(const std::string& strClass) const {
+        const StandIn::ReferenceImage& rLight = *m_rPair.light;
+        const std::vector<std::string> vecNames = colourClassNames(*rLight.layout.pFormat);
+        const auto i =
+            static_cast<std::size_t>(std::find(vecNames.begin(), vecNames.end(), strClass) - vecNames.begin());
+        if (rLight.nImages < 2 || i >= vecNames.size()) {
+            return UNKNOWN;
+        }
+        const std::vector<double> vecDark = darkLevels(m_rInput.dark.before, true);
+        const double dSignal =
+            classMeans(rLight.layout, rLight.vecSamples)[i] - (i < vecDark.size() ? vecDark[i] : 0.0);
+        const double dNoise = rLight.vecClassNoise.empty() ? rLight.dTemporalNoise : rLight.vecClassNoise[i];
+        return dSignal > 0.0 ? 100.0 * dNoise / std::sqrt(static_cast<double>(rLight.averaged())) / dSignal : UNKNOWN;
     }
 
     // What holds for both references alike is said once.
@@ -346,6 +365,8 @@ private:
             summary["prnu" + strWhen + "Uncertainty"] =
                 bThere ? class_["prnuPercentUncertainty"]["total"] : ordered_json();
             summary["dsnu" + strWhen + "Uncertainty"] = bThere ? class_["dsnuUncertainty"]["total"] : ordered_json();
+            summary["prnu" + strWhen + "Limit"] = bThere ? class_["prnuPercentLimit"]["total"] : ordered_json();
+            summary["dsnu" + strWhen + "Limit"] = bThere ? class_["dsnuLimit"]["total"] : ordered_json();
         }
         rJson["summary"] = summary;
     }

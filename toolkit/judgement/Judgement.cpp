@@ -95,7 +95,8 @@ void judgeDrift(const ReferenceFigures& rFigures, Findings& rFindings) {
     const bool bLight = rFigures.eKind == StandIn::eReferenceLight;
     const double dNoted = bLight ? DRIFT_NOTED * rFigures.dMean : rFigures.dTemporalNoise / 4.0;
     const double dWarned = bLight ? DRIFT_WARNED * rFigures.dMean : rFigures.dTemporalNoise;
-    if (dRange < std::max(dNoted, dByChance)) {
+    // Frames that are alike to the last bit have no noise to hold the range against.
+    if (dRange <= 0.0 || dRange < std::max(dNoted, dByChance)) {
         return;
     }
     const auto fnPercent = [&](double dValue) { return fixed(100.0 * dValue / rFigures.dMean, 2) + " %"; };

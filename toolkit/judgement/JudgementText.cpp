@@ -41,9 +41,12 @@ std::string cameraText(const CameraSettings& rSettings) {
 }
 
 std::string resolvedText(double dValue, double dLimit, int nDigits) {
-    return std::isnan(dValue) && std::isnan(dLimit) ? "unknown"
-           : std::isnan(dValue)                     ? "not resolved, below " + fixed(dLimit, nDigits)
-                                                    : fixed(dValue, nDigits);
+    if (!std::isnan(dValue)) {
+        return fixed(dValue, nDigits);
+    }
+    return std::isnan(dLimit)      ? "unknown"
+           : std::isfinite(dLimit) ? "not resolved, below " + fixed(dLimit, nDigits)
+                                   : "not resolved";
 }
 
 std::string uncertaintyText(double dValue, int nDigits) {
@@ -52,10 +55,11 @@ std::string uncertaintyText(double dValue, int nDigits) {
 
 std::string splitText(const Split& rSplit, const Split& rUncertainty, const Split& rLimit, int nDigits,
                       const char* pUnit) {
-    return resolvedText(rSplit.dTotal, rLimit.dTotal, nDigits) + uncertaintyText(rUncertainty.dTotal, nDigits) +
-           (std::isnan(rSplit.dTotal) && std::isnan(rLimit.dTotal) ? "" : std::string(" ") + pUnit) + " (row " +
-           resolvedText(rSplit.dRow, rLimit.dRow, nDigits) + ", column " +
-           resolvedText(rSplit.dColumn, rLimit.dColumn, nDigits) + ", pixel " +
+    const bool bNumber = !std::isnan(rSplit.dTotal) || std::isfinite(rLimit.dTotal);
+    return resolvedText(rSplit.dTotal, rLimit.dTotal, nDigits) +
+           (std::isnan(rSplit.dTotal) ? "" : uncertaintyText(rUncertainty.dTotal, nDigits)) +
+           (bNumber ? std::string(" ") + pUnit : "") + " (row " + resolvedText(rSplit.dRow, rLimit.dRow, nDigits) +
+           ", column " + resolvedText(rSplit.dColumn, rLimit.dColumn, nDigits) + ", pixel " +
            resolvedText(rSplit.dPixel, rLimit.dPixel, nDigits) + ")";
 }
 

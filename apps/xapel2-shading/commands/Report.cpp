@@ -5,6 +5,7 @@
 #include "commands/Report.h"
 
 #include <cerrno>
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
@@ -160,11 +161,15 @@ int CReportRun::finish() {
     const Report result = makeReport(m_input);
     writeReport(m_rOptions.strFile, result);
     const CFigures figures(result.figures);
+    const auto fnText = [&](const std::string& strFigure, const std::string& strUnit) {
+        const double dLimit = figures.value("/summary/" + strFigure + "Limit");
+        return std::isnan(dLimit) ? withUnit(figures.value("/summary/" + strFigure), 3, strUnit)
+                                  : "not resolved (below " + withUnit(dLimit, 3, strUnit) + ")";
+    };
     const auto fnChange = [&](const char* pName, const std::string& strKey, const std::string& strUnit,
                               const char* pBefore) {
-        m_rOutput.text() << pName << ' ' << withUnit(figures.value("/summary/" + strKey + "Before"), 3, strUnit)
-                         << pBefore << ", " << withUnit(figures.value("/summary/" + strKey + "After"), 3, strUnit)
-                         << " after correction\n";
+        m_rOutput.text() << pName << ' ' << fnText(strKey + "Before", strUnit) << pBefore << ", "
+                         << fnText(strKey + "After", strUnit) << " after correction\n";
     };
     if (m_input.bSelfTest) {
         m_rOutput.text() << "Self-test: the pair on its own mean, no measurement\n";

@@ -89,11 +89,15 @@ private:
 
     std::string change(const std::string& strHead, const std::string& strKey, int nDigits, const std::string& strUnit,
                        const std::string& strText) const {
-        const auto fnNumber = [&](const std::string& strPath) { return m_figures.number(strPath, nDigits); };
-        return "<div class=\"card figure\"><h3>" + strHead + "</h3><b><span class=\"from\">" +
-               fnNumber("/summary/" + strKey + "Before") + "</span> <small>&rarr;</small> <span class=\"to\">" +
-               fnNumber("/summary/" + strKey + "After") + "</span> <small>" + strUnit + "</small></b><p>" + strText +
-               "</p></div>";
+        // A figure that noise hides is told by what it lies below.
+        const auto fnNumber = [&](const std::string& strFigure) {
+            const std::string strPath = "/summary/" + strKey + strFigure;
+            return m_figures.has(strPath + "Limit") ? "&lt; " + m_figures.number(strPath + "Limit", nDigits)
+                                                    : m_figures.number(strPath, nDigits);
+        };
+        return "<div class=\"card figure\"><h3>" + strHead + "</h3><b><span class=\"from\">" + fnNumber("Before") +
+               "</span> <small>&rarr;</small> <span class=\"to\">" + fnNumber("After") + "</span> <small>" + strUnit +
+               "</small></b><p>" + strText + "</p></div>";
     }
 
     std::string one(const std::string& strHead, const std::string& strPath, int nDigits, const std::string& strUnit,

@@ -113,6 +113,11 @@ TEST(Judgement, SaysWhatIsWrongWithThePairAndNothingElse) {
          [](auto& rDark, auto&) {
              rDark.means = {65.0, 63.0, 63.0, 65.1};
          }},
+        {"note coarse",
+         [](auto& rDark, auto&) {
+             rDark.dTemporalNoise = 0.0;
+             rDark.means = {64.0, 64.0, 64.0, 64.0};
+         }},
         {"warning few-samples",
          [](auto& rDark, auto& rLight) {
              rDark = dark(layoutOf("Mono12", 5, 3));
