@@ -27,7 +27,8 @@ const PixelFormat* formatOfTags(const CTiffInput& rTiff) {
     const uint16_t uBits = rTiff.tag(TIFFTAG_BITSPERSAMPLE);
     const uint16_t uSamples = rTiff.tag(TIFFTAG_SAMPLESPERPIXEL);
     require((uSamples == 1 || uSamples == 3) && (uBits == 8 || uBits == 16),
-            std::to_string(uSamples) + " samples of " + std::to_string(uBits) + " bits; 1 or 3 of 8 or 16 can be used");
+            "samples per pixel: " + std::to_string(uSamples) + ", bits: " + std::to_string(uBits) +
+                "; 1 or 3 of 8 or 16 can be used");
     require(rTiff.tag(TIFFTAG_SAMPLEFORMAT) == SAMPLEFORMAT_UINT, "the samples are not unsigned integers");
     require(rTiff.tag(TIFFTAG_PHOTOMETRIC) == (uSamples == 3 ? PHOTOMETRIC_RGB : PHOTOMETRIC_MINISBLACK),
             uSamples == 3 ? "three channels that are not RGB" : "not grey with black as 0");

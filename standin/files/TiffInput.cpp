@@ -70,6 +70,7 @@ uint64_t sizeOf(int iFile) {
 uint64_t checkDirectory(int iFile, uint64_t nFileBytes, uint64_t uPage) {
     std::array<uint8_t, 16> aHead = {};
     readAt(iFile, 0, aHead.data(), aHead.size(), "not a TIFF file");
+    require((aHead[0] == 'I' || aHead[0] == 'M') && aHead[1] == aHead[0], "not a TIFF file");
     const bool bBig = aHead[0] == 'M';
     const bool bLarge = number(&aHead[2], 2, bBig) == 43;  // BigTIFF: 64-bit offsets and counts
     const std::size_t nCount = bLarge ? 8 : 2;

@@ -40,9 +40,9 @@ const StandIn::PixelFormat& formatOf(const JudgedPair& rPair) {
     return *(rPair.light ? rPair.light : rPair.dark)->layout.pFormat;
 }
 
-// Before the first file is written: all can be, or none is.
-void requireFree(const CorrectOptions& rOptions, const FrameOutput& rOutput, const StandIn::PixelFormat& rFormat,
-                 const std::optional<CUncertaintyWriter>& rUncertainty) {
+// Before the first file is written: all can be, or none is. The names of what is to be written.
+std::set<std::string> freeNames(const CorrectOptions& rOptions, const FrameOutput& rOutput,
+                                const StandIn::PixelFormat& rFormat) {
     const CFrameWriter writer(rOutput.strFolder, rOutput.strFormat, rOutput.bOverwrite, rOutput.sources);
     std::set<std::string> names;
     for (const std::string& rFile : rOptions.vecFiles) {
@@ -50,15 +50,13 @@ void requireFree(const CorrectOptions& rOptions, const FrameOutput& rOutput, con
         for (std::size_t i = 0; i < nPages; ++i) {
             const std::string strName = StandIn::imageName(rFile, i, nPages);
             writer.requireFree(strName, rFormat);
-            if (rUncertainty) {
-                rUncertainty->requireFree(strName);
-            }
             if (!names.insert(strName).second) {
                 throw CUsageError(rFile +
                                   ": another file has this name but for folder and suffix; correct it by itself");
             }
         }
     }
+    return names;
 }
 
 // What is corrected twice is wrong, and looks right. False where that is refused.
@@ -107,6 +105,7 @@ int runCorrect(const CorrectOptions& rGiven) {
     CSession session("the files", [&] { return StandIn::openFiles(options.vecFiles, rFormat.pName); });
     const CameraSettings settings = settingsOf(session);
     FrameOutput frames = outputOf(options);
+    const std::set<std::string> names = freeNames(options, frames, rFormat);
     // Judging and getting ready take as long as some ten files do, and do not wait for each other.
     auto ready = std::async(std::launch::async, [&] {
         session.selectScene("Scene");
@@ -117,9 +116,11 @@ int runCorrect(const CorrectOptions& rGiven) {
     std::optional<CUncertaintyWriter> uncertainty;
     if (options.bUncertainty) {
         uncertainty.emplace(pair, options.pair, options.strOut, options.bOverwrite, frames.sources);
+        for (const std::string& rName : names) {
+            uncertainty->requireFree(rName);
+        }
         frames.fnCorrected = [&](const Frame& rFrame) { uncertainty->write(rFrame); };
     }
-    requireFree(options, frames, rFormat, uncertainty);
     pair.compareWith(settings, true);
     output.json()["judgement"] = toJson(pair);
     if (!isUsable(pair, options.bForce) || !areUncorrected(options)) {

@@ -165,7 +165,7 @@ int runSetOutput(const SetOutputOptions& rOptions) {
     tellChange(output, "defects", std::to_string(countMarked(vecBefore)),
                std::to_string(countMarked(light.vecDefects)));
     if (nOutside != 0) {
-        output.text() << counted(nOutside, "pixel") << " of the list lie beyond the image\n";
+        output.text() << "Beyond the image: " << counted(nOutside, "pixel") << " of the list\n";
     }
     output.json()["outside"] = nOutside;
     output.json()["written"] = bChanged;

@@ -90,7 +90,10 @@ void CReplaySource::addFile(const std::string& strPath, eScene eWhat) {
     std::error_code error;
     // A pipe would block the reader for ever.
     if (!fs::is_regular_file(strPath, error)) {
-        failImageFile(strPath, "not a regular file");
+        const bool bThere = !error && fs::exists(fs::status(strPath, error));
+        failImageFile(strPath, bThere  ? "not a regular file"
+                               : error ? error.message()
+                                       : std::make_error_code(std::errc::no_such_file_or_directory).message());
     }
     file.layout = imageLayout(strPath);
     checkFormat(file);

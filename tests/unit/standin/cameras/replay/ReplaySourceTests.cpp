@@ -212,8 +212,8 @@ TEST_F(ReplaySource, FilesThatCannotBeUsedAreNamed) {
 
 TEST_F(ReplaySource, TiffsThatCannotBeUsedAreNamed) {
     const std::pair<const char*, std::function<void(TiffShape&)>> CASES[] = {
-        {"1 samples of 32 bits", [](TiffShape& r) { r.uBits = 32; }},
-        {"2 samples of 8 bits", [](TiffShape& r) { r.uBits = 8, r.uSamples = 2; }},
+        {"samples per pixel: 1, bits: 32", [](TiffShape& r) { r.uBits = 32; }},
+        {"samples per pixel: 2, bits: 8", [](TiffShape& r) { r.uBits = 8, r.uSamples = 2; }},
         {"not unsigned integers", [](TiffShape& r) { r.uFormat = SAMPLEFORMAT_INT; }},
         {"not grey with black as 0", [](TiffShape& r) { r.uPhotometric = PHOTOMETRIC_MINISWHITE; }},
         {"three channels that are not RGB",
@@ -247,6 +247,12 @@ TEST_F(ReplaySource, FoldersThatCannotBeUsedAreNamed) {
 
     std::filesystem::create_directory(path("dark_1.pgm"));
     EXPECT_NE(complaint().find("dark_1.pgm: not a regular file"), std::string::npos) << complaint();
+    std::filesystem::remove(path("dark_1.pgm"));
+    std::filesystem::create_symlink("nowhere", path("dark_1.pgm"));
+    EXPECT_NE(complaint().find("dark_1.pgm: No such file"), std::string::npos) << complaint();
+    std::filesystem::remove(path("dark_1.pgm"));
+    std::filesystem::create_symlink("dark_1.pgm", path("dark_1.pgm"));
+    EXPECT_NE(complaint().find("dark_1.pgm: Too many levels"), std::string::npos) << complaint();
     EXPECT_THROW(makeFrameSource("replay:" + path("missing")), std::runtime_error);
 }
 

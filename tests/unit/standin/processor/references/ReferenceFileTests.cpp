@@ -361,7 +361,7 @@ TEST(ReferenceFile, RefusesWhatIsNoTiff) {
     std::ofstream(oFolder / "shared") << std::string("II*\0\x08\0\0\0\2\0\0\xf0\1\0\x1e\0\0\0\x08\0\0\0", 22)
                                       << std::string("\1\xf0\1\0\x1e\0\0\0\x08\0\0\0\0\0\0\0", 16);
     testing::internal::CaptureStderr();
-    EXPECT_NE(readError(oFolder / "magic").find("magic"), std::string::npos) << "the reason of the TIFF library";
+    EXPECT_NE(readError(oFolder / "magic").find("not a TIFF file"), std::string::npos);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     EXPECT_NE(readError(oFolder / "shared").find("more values"), std::string::npos);
     for (const char* pName : {"pipe", "absent", ""}) {
