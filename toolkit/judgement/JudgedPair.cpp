@@ -4,6 +4,8 @@
 
 #include "toolkit/judgement/JudgedPair.h"
 
+#include <sys/stat.h>
+
 #include <future>
 #include <stdexcept>
 
@@ -20,6 +22,16 @@ StandIn::ReferenceImage readKind(const std::string& strFile, StandIn::eReference
     if (result.eKind != eKind) {
         throw CWrongKindError(strFile + (eKind == StandIn::eReferenceLight ? " is a dark reference, not a light one"
                                                                            : " is a light reference, not a dark one"));
+    }
+    return result;
+}
+
+FileState stateOf(const std::string& strFile) {
+    FileState result{strFile, {}};
+    struct stat status {};
+    if (stat(strFile.c_str(), &status) == 0) {
+        result.aState = {static_cast<int64_t>(status.st_dev), static_cast<int64_t>(status.st_ino), status.st_size,
+                         status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
     }
     return result;
 }
@@ -46,6 +58,11 @@ StandIn::ReferenceImage readReference(const std::string& strFile) {
 JudgedPair readPair(const PairOptions& rPair) {
     using StandIn::ReferenceImage;
     JudgedPair result;
+    for (const std::string& rFile : {rPair.strDark, rPair.strLight}) {
+        if (!rFile.empty()) {
+            result.vecFiles.push_back(stateOf(rFile));
+        }
+    }
     const auto fnRead = [](const std::string& strFile, StandIn::eReferenceKind eKind) {
         return strFile.empty() ? std::optional<ReferenceImage>() : readKind(strFile, eKind);
     };
@@ -86,6 +103,14 @@ void JudgedPair::compareWith(const CameraSettings& rCamera, bool bFiles) {
     }
     if (light) {
         append(vecCamera, compareWithCamera("the light reference", *light, rCamera, bFiles));
+    }
+}
+
+void JudgedPair::requireUnchanged() const {
+    for (const FileState& rFile : vecFiles) {
+        if (stateOf(rFile.strFile).aState != rFile.aState) {
+            throw std::runtime_error(rFile.strFile + ": was replaced or changed while it was in use; start again");
+        }
     }
 }
 

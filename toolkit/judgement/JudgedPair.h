@@ -4,7 +4,11 @@
 
 #pragma once
 
+#include <array>
+#include <cstdint>
 #include <optional>
+#include <string>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -15,15 +19,26 @@
 namespace XAPEL2 {
 namespace Toolkit {
 
+/// A file as it was at some time.
+struct FileState {
+    std::string strFile;
+    std::array<int64_t, 5> aState{};  ///< device, inode, size, time of the last change in s and ns; 0: not there
+};
+
 /// The references of a pair, as far as there are any, and all that is to be said about them.
 struct JudgedPair {
     std::optional<StandIn::ReferenceImage> dark, light;
     std::optional<ReferenceJudgement> darkJudgement, lightJudgement;
     std::optional<PairJudgement> pair;  ///< where there are both
     Findings vecCamera;                 ///< what compareWith() found
+    std::vector<FileState> vecFiles{};  ///< that they were read from, as they were then
 
     /// Compares each reference with the camera, or the files, that it is to correct.
     void compareWith(const CameraSettings& rCamera, bool bFiles = false);
+
+    /// What is corrected with is read from the files a second time, and must be what was judged.
+    /// @throws std::runtime_error  a file was replaced or changed since; names it.
+    void requireUnchanged() const;
 
     /// Everything that was found, the references' own first.
     Findings findings() const;

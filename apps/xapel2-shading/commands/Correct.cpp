@@ -131,6 +131,7 @@ int runCorrect(const CorrectOptions& rGiven) {
     }
     // What keeps the pair from being applied is told only where judging found nothing that says more.
     ready.get();
+    pair.requireUnchanged();
     const uint64_t nFrames = session.frameCount();
     CCorrectionRun run(session, frames);
     run.run(nFrames);

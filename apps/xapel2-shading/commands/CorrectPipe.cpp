@@ -270,6 +270,7 @@ int runCorrectPipe(const CorrectOptions& rOptions) {
         return fnFinish(eExitRefused);
     }
     CPipe pipe(rOptions, layout, pair);
+    pair.requireUnchanged();
     const bool bToItsEnd = pipe.run();
     if (bToItsEnd && pipe.frames() == 0) {
         throw std::runtime_error("standard input is empty; does the program before the pipe write its frames there?");

@@ -136,6 +136,7 @@ int CReportRun::refuse() {
 
 void CReportRun::measure(CSession& rSession) {
     applyPair(rSession, m_files);
+    m_input.pair.requireUnchanged();
     if (!rSession.hasScenes()) {
         askForScene(true);
     }

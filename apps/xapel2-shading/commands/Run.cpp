@@ -72,6 +72,7 @@ int runRun(const RunOptions& rOptions) {
                   << shown(rOptions.strDevice) << ", " << session.pixelFormat() << ", " << placeInWords(session)
                   << std::endl;
     applyPair(session, rOptions.pair);
+    pair.requireUnchanged();
     CCorrectionRun run(session, outputOf(rOptions, pair));
     run.run(nFrames);
     run.describe(output);

@@ -4,10 +4,14 @@
 
 #include <gmock/gmock.h>
 
+#include <filesystem>
+#include <stdexcept>
+
 #include <nlohmann/json.hpp>
 
 #include "Images.h"
 #include "Program.h"
+#include "toolkit/judgement/JudgedPair.h"
 #include "toolkit/judgement/SelfTest.h"
 #include "xapel2_standin/ReferenceFile.h"
 
@@ -48,6 +52,19 @@ ProgramResult check(const Pair& rPair, std::vector<std::string> vecMore) {
 }
 
 }  // namespace
+
+TEST(JudgedPair, KnowsThatItsFilesAreOthersByNow) {
+    const Pair files("Mono12");
+    files.write();
+    const JudgedPair pair = judge({files.strDark, files.strLight});
+    EXPECT_NO_THROW(pair.requireUnchanged());
+    files.write();
+    EXPECT_THROW(pair.requireUnchanged(), std::runtime_error) << "replaced by a save";
+    const JudgedPair again = readPair({"", files.strLight});
+    EXPECT_NO_THROW(again.requireUnchanged());
+    std::filesystem::remove(files.strLight);
+    EXPECT_THROW(again.requireUnchanged(), std::runtime_error);
+}
 
 TEST(SelfTest, PairIsFlatOnItsOwnMeanAndOneShiftedByAPixelIsNot) {
     for (const char* pFormat : {"Mono8", "Mono12p", "Mono16", "BayerGB12", "RGB8"}) {
