@@ -40,6 +40,7 @@ int fail(const CCommandLine& rLine, int iExit, const std::string& strWhat) {
 int runCommand(CCommandLine& rLine, const std::vector<std::string>& rWords) {
     try {
         if (!rLine.parse(rWords)) {
+            requireWritten();
             return eExitDone;
         }
         // What takes no frames can simply be killed.

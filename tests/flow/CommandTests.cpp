@@ -408,7 +408,11 @@ TEST_F(Command, ReferencesAreJudgedAgainstTheCamera) {
         image.geometry = {};
         XAPEL2::StandIn::writeReferenceFile(file(pName), image);
     }
-    run(withPair({"run", "-n", "2", "-d", strCamera + "&offsetx=16"}), 0, "note: Not compared");
+    const Words vecUnknown = withPair({"run", "-n", "2", "-d", strCamera + "&offsetx=16"});
+    run(vecUnknown, 0, "note: Not compared");
+    Words vecQuiet = vecUnknown;
+    vecQuiet.push_back("-q");
+    EXPECT_EQ(runProgram(XAPEL2_SHADING_PROGRAM, vecQuiet).strErr, "");
 }
 
 // The processor would refuse it too, in its own words.
@@ -528,6 +532,15 @@ TEST_F(Command, DevicesListsWhatCanBeOpened) {
     EXPECT_EQ(rFirst.at("width"), 1024);
     EXPECT_EQ(rFirst.at("height"), 768);
     EXPECT_THAT(runProgram(XAPEL2_SHADING_PROGRAM, {"devices"}).strOut, HasSubstr(", Mono12, 1024 x 768\n"));
+}
+
+TEST_F(Command, WhatCannotBePrintedIsAnError) {
+    for (const char* pWords : {"--help", "--version", "correct --help", "devices", "devices --json"}) {
+        const ProgramResult result =
+            runProgram("/bin/sh", {"-c", std::string("exec " XAPEL2_SHADING_PROGRAM " ") + pWords + " > /dev/full"});
+        EXPECT_EQ(result.iExit, 3) << pWords;
+        EXPECT_THAT(result.strErr, HasSubstr("standard output cannot be written: No space left")) << pWords;
+    }
 }
 
 // One frame a second: the signal meets a fetch that waits.

@@ -5,9 +5,11 @@
 #include "terminal/Output.h"
 
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <iostream>
 #include <stdexcept>
+#include <system_error>
 
 namespace XAPEL2 {
 namespace App {
@@ -103,11 +105,17 @@ int COutput::finish(int iExit) {
     if (m_bJson) {
         std::cout << tellable(m_json).dump(2, ' ', true) << '\n';
     }
-    std::cout.flush();
-    if (!std::cout) {
-        throw std::runtime_error("standard output cannot be written");
-    }
+    requireWritten();
     return iExit;
+}
+
+void requireWritten() {
+    std::cout.flush();
+    const int iError = errno;
+    if (!std::cout) {
+        throw std::runtime_error("standard output cannot be written" +
+                                 (iError == 0 ? "" : ": " + std::generic_category().message(iError)));
+    }
 }
 
 void complain(const std::string& strText) {

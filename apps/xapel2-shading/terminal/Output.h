@@ -60,6 +60,10 @@ private:
     std::ostream* m_pTiedBefore;
 };
 
+/// Nothing that was printed may be lost in silence. @throws std::runtime_error  standard output does not take it; says
+/// why.
+void requireWritten();
+
 /// Says something on stderr: "xapel2-shading: TEXT".
 void complain(const std::string& strText);
 

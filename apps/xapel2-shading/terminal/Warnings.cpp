@@ -16,7 +16,7 @@ void warnAbout(const Findings& rFindings, eSeverity eLeast) {
     std::set<std::string> said;
     for (const Finding& rFinding : rFindings) {
         // A correction that nobody could compare with the camera is the user's to answer for.
-        const bool bUnknown = rFinding.strId == "settings-unknown" && eLeast == eWarning;
+        const bool bUnknown = rFinding.strId == "settings-unknown" && eLeast == eWarning && verbosity() != eQuiet;
         const bool bSaid = rFinding.eLevel >= (verbosity() == eVerbose ? eNote : eLeast);
         if ((bSaid || bUnknown) && said.insert(rFinding.strText).second) {
             complain((rFinding.eLevel == eRefusal   ? "refused: "
