@@ -3,12 +3,14 @@
 // xapel2-shading: runs a sub-command, and tells what went wrong.
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <exception>
 #include <filesystem>
 #include <iostream>
+#include <limits>
 #include <new>
 #include <string>
 #include <system_error>
@@ -86,6 +88,10 @@ void prepareProcess() {
         }
     }
     std::signal(SIGXFSZ, SIG_IGN);
+    // Images come and go while references are judged; handing their memory back each time costs more than to keep it.
+    constexpr int IMAGE_BYTES = 32 << 20;  // the most that may be set
+    mallopt(M_MMAP_THRESHOLD, IMAGE_BYTES);
+    mallopt(M_TRIM_THRESHOLD, std::numeric_limits<int>::max());
 }
 
 }  // namespace
