@@ -24,7 +24,7 @@ constexpr double FRAMES_MOST = 1000.0;   // that anybody records
 constexpr uint64_t SAMPLES_LEAST = 100;  // of all classes: a variance is known to a seventh of it then
 
 /// Sums of the samples above and left of each place, with a row and a column of zeros before them.
-std::vector<double> integralOf(const ColourPlane& rPlane) {
+std::vector<double> integralOf(const CColourPlane& rPlane) {
     const std::size_t nStride = rPlane.columns() + 1;
     std::vector<double> vecSums(nStride * (rPlane.rows() + 1), 0.0);
     for (std::size_t iRow = 0; iRow < rPlane.rows(); ++iRow) {
@@ -38,7 +38,7 @@ std::vector<double> integralOf(const ColourPlane& rPlane) {
 }
 
 /// Mean square of a plane's difference from its filtered self.
-double squareDifference(const ColourPlane& rPlane, const std::vector<double>& rSums, std::size_t nRadius) {
+double squareDifference(const CColourPlane& rPlane, const std::vector<double>& rSums, std::size_t nRadius) {
     const std::size_t nStride = rPlane.columns() + 1, nSide = 2 * nRadius + 1;
     double dSquares = 0.0, dCount = 0.0;
     for (std::size_t iTop = 0; iTop + nSide <= rPlane.rows(); ++iTop) {
@@ -68,7 +68,7 @@ DarkPattern patternUnfiltered(const StandIn::ReferenceImage& rDark) {
     double dBefore = 0.0, dNoise = 0.0;
     for (unsigned i = 0; i < nClasses; ++i) {
         const double dVariance = noiseOf(rDark, i) * noiseOf(rDark, i);
-        const ColourPlane plane = colourPlane(rDark.layout, rDark.vecSamples, i);
+        const CColourPlane plane = colourPlane(rDark.layout, rDark.vecSamples, i);
         dBefore += spatialVariances(plane, rDark.averaged(), dVariance).dTotal / nClasses;
         dNoise += dVariance / nClasses;
     }
@@ -93,7 +93,7 @@ DarkPattern darkPattern(const StandIn::ReferenceImage& rDark) {
     const unsigned nClasses = rDark.layout.classes();
     std::vector<double> vecFiltered(std::size(RADII), 0.0);
     for (unsigned i = 0; i < nClasses; ++i) {
-        const ColourPlane plane = colourPlane(rDark.layout, rDark.vecSamples, i);
+        const CColourPlane plane = colourPlane(rDark.layout, rDark.vecSamples, i);
         const double dMean = noiseOf(rDark, i) * noiseOf(rDark, i) / static_cast<double>(rDark.averaged());
         const std::vector<double> vecSums = integralOf(plane);
         for (std::size_t k = 0; k < std::size(RADII); ++k) {

@@ -69,7 +69,7 @@ std::size_t mirrored(std::ptrdiff_t i, std::size_t nCount) {
 class CRows {
 public:
     /// @param[in] pDark  of the same size; nullptr: none. Both are borrowed.
-    CRows(const ColourPlane& rPlane, const ColourPlane* pDark) : m_rPlane(rPlane), m_pDark(pDark) {
+    CRows(const CColourPlane& rPlane, const CColourPlane* pDark) : m_rPlane(rPlane), m_pDark(pDark) {
         for (std::vector<float>& rRow : m_vecAvRows) {
             rRow.resize(rPlane.columns() + 2 + LANES);
         }
@@ -114,8 +114,8 @@ private:
         pTo[nColumns] = pTo[mirrored(static_cast<std::ptrdiff_t>(nColumns), nColumns)];
     }
 
-    const ColourPlane& m_rPlane;
-    const ColourPlane* m_pDark;
+    const CColourPlane& m_rPlane;
+    const CColourPlane* m_pDark;
     std::size_t m_iRow = ~std::size_t{0};
     std::vector<float> m_vecAvRows[3];
     std::vector<float> m_vecMedians;
@@ -136,7 +136,7 @@ float robustSigma(const std::vector<float>& rDifferences) {
 }
 
 /// How far each sample is from its neighbours: DN in the dark, a share of theirs in the light.
-std::vector<float> differences(CRows& rRows, const ColourPlane& rPlane, bool bLight) {
+std::vector<float> differences(CRows& rRows, const CColourPlane& rPlane, bool bLight) {
     std::vector<float> vecDifferences, vecRow(rPlane.columns());
     vecDifferences.reserve(rPlane.size());
     for (std::size_t iRow = 0; iRow < rPlane.rows(); ++iRow) {
@@ -152,7 +152,7 @@ std::vector<float> differences(CRows& rRows, const ColourPlane& rPlane, bool bLi
     return vecDifferences;
 }
 
-void findInPlane(const StandIn::ReferenceImage& rReference, const ColourPlane& rPlane, const ColourPlane* pDark,
+void findInPlane(const StandIn::ReferenceImage& rReference, const CColourPlane& rPlane, const CColourPlane* pDark,
                  unsigned iClass, std::vector<Defect>& rFound) {
     const StandIn::PixelFormat& rFormat = *rReference.layout.pFormat;
     const bool bLight = rReference.eKind == StandIn::eReferenceLight;
@@ -183,9 +183,9 @@ std::vector<Defect> findDefects(const StandIn::ReferenceImage& rReference, const
     }
     std::vector<Defect> vecFound;
     for (unsigned iClass = 0; iClass < rReference.layout.classes(); ++iClass) {
-        const ColourPlane plane = colourPlane(rReference.layout, rReference.vecSamples, iClass);
+        const CColourPlane plane = colourPlane(rReference.layout, rReference.vecSamples, iClass);
         if (plane.size() != 0 && pDark != nullptr) {
-            const ColourPlane dark = colourPlane(pDark->layout, pDark->vecSamples, iClass);
+            const CColourPlane dark = colourPlane(pDark->layout, pDark->vecSamples, iClass);
             findInPlane(rReference, plane, &dark, iClass, vecFound);
         } else if (plane.size() != 0) {
             findInPlane(rReference, plane, nullptr, iClass, vecFound);

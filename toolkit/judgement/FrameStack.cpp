@@ -149,7 +149,7 @@ std::vector<std::string> colourClassNames(const StandIn::PixelFormat& rFormat) {
     return vecNames;
 }
 
-ColourPlane colourPlane(const StandIn::ImageLayout& rLayout, const std::vector<float>& vecSamples, unsigned iClass) {
+CColourPlane colourPlane(const StandIn::ImageLayout& rLayout, const std::vector<float>& vecSamples, unsigned iClass) {
     const auto nHeight = static_cast<std::size_t>(rLayout.nHeight);
     const std::size_t nPerRow = rLayout.samplesPerRow();
     if (rLayout.classes() == 1) {

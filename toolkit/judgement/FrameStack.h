@@ -71,15 +71,15 @@ MeanImage meanOf(const StandIn::ReferenceImage& rReference);
 std::vector<std::string> colourClassNames(const StandIn::PixelFormat& rFormat);
 
 /// The samples of one colour class, row by row.
-class ColourPlane {
+class CColourPlane {
 public:
     /// Of samples that lie like this already, borrowed.
-    ColourPlane(std::size_t nRows, std::size_t nColumns, const float* pSamples)
+    CColourPlane(std::size_t nRows, std::size_t nColumns, const float* pSamples)
         : m_nRows(nRows), m_nColumns(nColumns), m_pSamples(pSamples) {}
     /// Of samples that were taken out of an image.
-    ColourPlane(std::size_t nRows, std::size_t nColumns, std::vector<float>&& vecSamples)
+    CColourPlane(std::size_t nRows, std::size_t nColumns, std::vector<float>&& vecSamples)
         : m_nRows(nRows), m_nColumns(nColumns), m_vecOwn(std::move(vecSamples)), m_pSamples(m_vecOwn.data()) {}
-    ColourPlane(ColourPlane&&) = default;
+    CColourPlane(CColourPlane&&) = default;
 
     std::size_t rows() const { return m_nRows; }
     std::size_t columns() const { return m_nColumns; }
@@ -96,8 +96,9 @@ private:
 
 /// The samples of class iClass; empty where the image has no site of it. Those of an image without colours are borrowed
 /// from it.
-ColourPlane colourPlane(const StandIn::ImageLayout& rLayout, const std::vector<float>& vecSamples, unsigned iClass);
-ColourPlane colourPlane(const StandIn::ImageLayout& rLayout, std::vector<float>&& vecSamples, unsigned iClass) = delete;
+CColourPlane colourPlane(const StandIn::ImageLayout& rLayout, const std::vector<float>& vecSamples, unsigned iClass);
+CColourPlane colourPlane(const StandIn::ImageLayout& rLayout, std::vector<float>&& vecSamples,
+                         unsigned iClass) = delete;
 
 }  // namespace Toolkit
 }  // namespace XAPEL2

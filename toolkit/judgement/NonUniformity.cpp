@@ -40,7 +40,7 @@ struct Means {
     double dAll = 0.0, dSquares = 0.0;
 };
 
-Means meansOf(const ColourPlane& rPlane) {
+Means meansOf(const CColourPlane& rPlane) {
     Means result;
     result.vecRows.assign(rPlane.rows(), 0.0);
     result.vecColumns.assign(rPlane.columns(), 0.0);
@@ -122,7 +122,7 @@ nlohmann::ordered_json toJson(const Split& rSplit) {
 
 }  // namespace
 
-Split spatialVariances(const ColourPlane& rPlane, uint64_t nFrames, double dTemporalVariance) {
+Split spatialVariances(const CColourPlane& rPlane, uint64_t nFrames, double dTemporalVariance) {
     if (rPlane.size() < 2) {
         return {UNKNOWN, UNKNOWN, UNKNOWN, UNKNOWN};
     }
@@ -140,7 +140,7 @@ Split spatialVariances(const ColourPlane& rPlane, uint64_t nFrames, double dTemp
     return {dTotal, dRowMeans - dPixel / dColumns, dColumnMeans - dPixel / dRows, dPixel};
 }
 
-Split spatialUncertainties(const Split& rVariances, const ColourPlane& rPlane, uint64_t nFrames,
+Split spatialUncertainties(const Split& rVariances, const CColourPlane& rPlane, uint64_t nFrames,
                            double dTemporalVariance) {
     const auto dRows = static_cast<double>(rPlane.rows()), dColumns = static_cast<double>(rPlane.columns());
     const double dNoise = dTemporalVariance / static_cast<double>(nFrames), dValues = dRows * dColumns;
@@ -169,8 +169,8 @@ NonUniformity nonUniformity(const MeanImage& rDark, const MeanImage& rLight, dou
     const double dTransfer = photonTransferGain(rDark, rLight);
     const double dSignal = meanOfSamples(rLight.vecSamples) - meanOfSamples(rDark.vecSamples);
     for (unsigned iClass = 0; iClass < vecNames.size(); ++iClass) {
-        const ColourPlane dark = colourPlane(rDark.layout, rDark.vecSamples, iClass);
-        const ColourPlane light = colourPlane(rLight.layout, rLight.vecSamples, iClass);
+        const CColourPlane dark = colourPlane(rDark.layout, rDark.vecSamples, iClass);
+        const CColourPlane light = colourPlane(rLight.layout, rLight.vecSamples, iClass);
         ClassNonUniformity class_;
         class_.strName = vecNames[iClass];
         class_.dDarkMean = meanOfSamples(dark);

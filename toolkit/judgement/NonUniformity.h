@@ -30,11 +30,11 @@ struct Split {
 ///     s^2_row    = s^2_rav - s^2_pixel / N
 /// Each may come out a little below 0 where noise is all there is. An image of fewer than 3 rows or columns cannot be
 /// split: all but dTotal are NaN then. An unknown t (NaN) is taken for 0, so that the variances are upper bounds.
-Split spatialVariances(const ColourPlane& rPlane, uint64_t nFrames, double dTemporalVariance);
+Split spatialVariances(const CColourPlane& rPlane, uint64_t nFrames, double dTemporalVariance);
 
 /// Standard deviations of these variances, from the temporal variance t of a frame: of a variance v over n values with
 /// noise t each, sqrt((4 v t + 2 t^2) / n), and what the uncertainty of t itself adds. NaN where t is not known.
-Split spatialUncertainties(const Split& rVariances, const ColourPlane& rPlane, uint64_t nFrames,
+Split spatialUncertainties(const Split& rVariances, const CColourPlane& rPlane, uint64_t nFrames,
                            double dTemporalVariance);
 
 /// Conversion gain K in DN per electron from the photon transfer of a dark and a light image (EMVA 1288 R4, section 6):

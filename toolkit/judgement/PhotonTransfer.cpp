@@ -32,7 +32,7 @@ constexpr std::size_t LEVELS_LEAST = 5;  // in a line that shows by itself when 
 
 double meanOfClass(const MeanImage& rImage, unsigned iClass) {
     double dSum = 0.0;
-    const ColourPlane plane = colourPlane(rImage.layout, rImage.vecSamples, iClass);
+    const CColourPlane plane = colourPlane(rImage.layout, rImage.vecSamples, iClass);
     for (const float fSample : plane) {
         dSum += static_cast<double>(fSample);
     }

@@ -91,7 +91,7 @@ std::vector<double> measuredResiduals(CLab& rLab) {
     const MeanImage mean = stack.mean();
     std::vector<double> vecResiduals;
     for (unsigned k = 0; k < rLab.layout().classes(); ++k) {
-        const ColourPlane plane = colourPlane(mean.layout, mean.vecSamples, k);
+        const CColourPlane plane = colourPlane(mean.layout, mean.vecSamples, k);
         double dMean = 0.0;
         for (const float fSample : plane) {
             dMean += static_cast<double>(fSample) / static_cast<double>(plane.size());
