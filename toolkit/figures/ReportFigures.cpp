@@ -228,23 +228,20 @@ public:
 private:
     // Of the colour of this name, what the noise of the references leaves.
     double residualPercent(const std::string& strClass) const {
-        if (!m_rPair.pair) {
-            return ownNoisePercent(strClass);
-        }
-        const std::vector<double>& rResiduals = m_rPair.pair->figures.vecResidualPercent;
         const std::vector<std::string> vecNames = colourClassNames(*m_rPair.light->layout.pFormat);
         const auto i =
             static_cast<std::size_t>(std::find(vecNames.begin(), vecNames.end(), strClass) - vecNames.begin());
+        if (!m_rPair.pair) {
+            return i < vecNames.size() ? ownNoisePercent(i) : UNKNOWN;
+        }
+        const std::vector<double>& rResiduals = m_rPair.pair->figures.vecResidualPercent;
         return i < rResiduals.size() ? rResiduals[i] : UNKNOWN;
     }
 
     // Of a light reference alone: its noise is what it adds to frames of its own light.
-    double ownNoisePercent(const std::string& strClass) const {
+    double ownNoisePercent(std::size_t i) const {
         const StandIn::ReferenceImage& rLight = *m_rPair.light;
-        const std::vector<std::string> vecNames = colourClassNames(*rLight.layout.pFormat);
-        const auto i =
-            static_cast<std::size_t>(std::find(vecNames.begin(), vecNames.end(), strClass) - vecNames.begin());
-        if (rLight.nImages < 2 || i >= vecNames.size()) {
+        if (rLight.nImages < 2) {
             return UNKNOWN;
         }
         const std::vector<double> vecDark = darkLevels(m_rInput.dark.before, true);

@@ -109,13 +109,15 @@ struct WindowSums {
 // Readers: a sample, and the sums of a window that lies in the image: of samples at a distance of nStep, in rows at one
 // of nRowSamples, from iFirst on.
 
-/// By five samples of a row at once.
+/// Sample by sample.
 template <class READER>
 WindowSums windowOf(const READER& rRead, const uint8_t* pImage, std::size_t iFirst, std::size_t nStep,
                     std::size_t nRowSamples) {
     std::array<std::array<uint32_t, 5>, 5> a;
     for (std::size_t iRow = 0; iRow < 5; ++iRow) {
-        rRead.five(pImage, iFirst + iRow * nRowSamples, nStep, a[iRow].data());
+        for (std::size_t k = 0; k < 5; ++k) {
+            a[iRow][k] = rRead(pImage, iFirst + iRow * nRowSamples + k * nStep);
+        }
     }
     return {a[1][2],
             (a[1][2] + a[3][2]) + (a[2][1] + a[2][3]),
@@ -123,13 +125,6 @@ WindowSums windowOf(const READER& rRead, const uint8_t* pImage, std::size_t iFir
             (a[0][2] + a[4][2]) + (a[2][0] + a[2][4]),
             ((a[0][1] + a[0][3]) + (a[4][1] + a[4][3])) + ((a[1][0] + a[1][4]) + (a[3][0] + a[3][4])),
             (a[0][0] + a[0][4]) + (a[4][0] + a[4][4])};
-}
-
-template <class READER>
-void readFive(const READER& rRead, const uint8_t* pImage, std::size_t i, std::size_t nStep, uint32_t* pFive) {
-    for (std::size_t k = 0; k < 5; ++k) {
-        pFive[k] = rRead(pImage, i + k * nStep);
-    }
 }
 
 template <class T>
@@ -141,9 +136,6 @@ T loadAs(const uint8_t* pMemory) {
 
 struct Read8 {
     uint32_t operator()(const uint8_t* pImage, std::size_t i) const { return pImage[i]; }
-    void five(const uint8_t* pImage, std::size_t i, std::size_t nStep, uint32_t* pFive) const {
-        readFive(*this, pImage, i, nStep, pFive);
-    }
     WindowSums window(const uint8_t* pImage, std::size_t iFirst, std::size_t nStep, std::size_t nRowSamples) const {
         if (nStep != 1) {
             return windowOf(*this, pImage, iFirst, nStep, nRowSamples);
@@ -176,9 +168,6 @@ struct Read8 {
 
 struct Read16 {
     uint32_t operator()(const uint8_t* pImage, std::size_t i) const { return loadAs<uint16_t>(pImage + i * 2); }
-    void five(const uint8_t* pImage, std::size_t i, std::size_t nStep, uint32_t* pFive) const {
-        readFive(*this, pImage, i, nStep, pFive);
-    }
     WindowSums window(const uint8_t* pImage, std::size_t iFirst, std::size_t nStep, std::size_t nRowSamples) const {
         if (nStep != 1) {
             return windowOf(*this, pImage, iFirst, nStep, nRowSamples);
@@ -262,9 +251,6 @@ struct ReadSplit : WritePacked {
         const uint8_t* const pPair = pImage + i / 2 * 3;
         const uint32_t uLow = pPair[1] >> i % 2 * 4 & ((1U << nLow) - 1);
         return static_cast<uint32_t>(pPair[i % 2 * 2]) << nLow | uLow;
-    }
-    void five(const uint8_t* pImage, std::size_t i, std::size_t nStep, uint32_t* pFive) const {
-        readFive(*this, pImage, i, nStep, pFive);
     }
     WindowSums window(const uint8_t* pImage, std::size_t iFirst, std::size_t nStep, std::size_t nRowSamples) const {
         return windowOf(*this, pImage, iFirst, nStep, nRowSamples);
