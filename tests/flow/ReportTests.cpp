@@ -215,6 +215,9 @@ TEST_F(Report, LightReferenceAloneOfAnotherCameraMissesItsPrediction) {
         const std::string strPage = m_folder / (std::string("alone-") + pDevice[4] + ".html");
         const json told = run({"report", "-d", pDevice, "--light", m_folder / "light.tif", "-o", strPage}, 0, pSaid);
         const json& rFindings = told.at("findings");
+        EXPECT_TRUE(std::any_of(rFindings.begin(), rFindings.end(), [](const json& r) {
+            return r.at("id") == "measured-dark-worse" && r.at("advice").get<std::string>().find("Take a dark") == 0;
+        })) << "the dark level is multiplied";
         return std::any_of(rFindings.begin(), rFindings.end(),
                            [](const json& r) { return r.at("id") == "measured-missed"; });
     };

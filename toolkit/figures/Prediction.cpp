@@ -66,7 +66,8 @@ Findings compareDark(const Correction& rDsnu, const std::string& strUnit) {
     const bool bMissed = isMissed(rDsnu);
     const char* const pAdvice =
         bMissed ? "Likely is a dark reference of another camera, temperature, exposure time or gain. Record it anew."
-                : "Record the dark reference from more frames, or filter it.";
+        : std::isnan(rDsnu.dPredicted) ? "Take a dark reference with it: without one the dark level is multiplied, too."
+                                       : "Record the dark reference from more frames, or filter it.";
     if (isWorse(rDsnu)) {
         // What the noise of the reference explains, its number of frames is judged by.
         return {{bMissed ? eWarning : eNote, "measured-dark-worse",

@@ -196,10 +196,13 @@ public:
         const bool bPredicted = m_rPair.light && filterText(m_rInput.files).empty() && dSaturated <= SATURATED_MAX;
         fnAppend(
             compareLight(correctionOf(rSummary, "prnu", bPredicted ? residualPercent(rSummary["class"]) : UNKNOWN)));
-        // Without a dark reference nothing is promised; other corrected dark frames are cut at 0 DN, and compare with
-        // nothing.
-        if (rSummary["dsnuPredicted"].is_number()) {
-            fnAppend(compareDark(correctionOf(rSummary, "dsnu", rSummary["dsnuPredicted"]), rSummary["dsnuUnit"]));
+        // Dark frames that a dark reference was taken off may be cut at 0 DN, and then compare with nothing. Without
+        // one they are whole, and nothing is predicted.
+        const ordered_json& rPredicted = rSummary["dsnuPredicted"];
+        if (rPredicted.is_number() || !m_rPair.dark) {
+            fnAppend(
+                compareDark(correctionOf(rSummary, "dsnu", rPredicted.is_number() ? rPredicted.get<double>() : UNKNOWN),
+                            rSummary["dsnuUnit"]));
         }
         return vecFound;
     }
