@@ -25,7 +25,7 @@ struct PixelFormat {
     uint32_t uPfnc;       ///< PFNC value
     unsigned nBits;       ///< significant bits of a sample: 8, 10, 12, 14, 16
     unsigned nWireBits;   ///< bits that a sample takes in the image: 8, 16, or 10 or 12 when packed
-    unsigned nChannels;   ///< samples of a pixel: 1, or 3 for RGB8 and BGR8
+    unsigned nChannels;   ///< samples of a pixel: 1, or 3 for RGB and BGR
     const char* pCfa;     ///< colour sites of a filter array, row by row ("RGGB"); empty for all others
     bool bSplit = false;  ///< packed as GigE Vision 1 does ("Packed"), else from the least significant bit on ("p")
 

@@ -15,9 +15,10 @@
 #include <utility>
 
 #include "DrawnReferences.h"
+#include "Targets.h"
 #include "TestImages.h"
 #include "standin/processor/correction/Correction.h"
-#include "standin/processor/correction/DefectRepair.h"
+#include "standin/processor/correction/DefectNeighbours.h"
 
 namespace XAPEL2 {
 namespace StandIn {
@@ -68,6 +69,10 @@ TEST(DefectRepair, GivesTheDefinitionsBytesInEveryFormatAndOnEveryTarget) {
                     ASSERT_EQ(corrected(layout, references, {{}, &rMap}, vecIn, pTarget), vecWanted)
                         << rFormat.pName << ", " << strName << ", " << pTarget;
                 }
+                forEachTarget([&, &rMap = rMap, &strName = strName] {
+                    ASSERT_EQ(corrected(layout, references, {{}, &rMap}, vecIn), vecWanted)
+                        << rFormat.pName << ", " << strName;
+                });
             }
         }
     }

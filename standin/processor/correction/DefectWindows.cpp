@@ -1,0 +1,243 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Loops that replace defects.
+
+#include "standin/processor/correction/DefectWindows.h"
+
+#include <algorithm>
+#include <cstring>
+#include <type_traits>
+
+#include "standin/pixels/PlaneVectors.h"
+#include "standin/processor/correction/Prefetch.h"
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "standin/processor/correction/DefectWindows.cpp"
+#include "hwy/foreach_target.h"
+#include "hwy/highway.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace XAPEL2 {
+namespace StandIn {
+namespace HWY_NAMESPACE {
+namespace {
+
+namespace hn = hwy::HWY_NAMESPACE;
+
+template <class T>
+HWY_INLINE T loadAs(const uint8_t* pMemory) {
+    T result = 0;  // little endian, as every processor that the stand-in runs on
+    std::memcpy(&result, pMemory, sizeof result);
+    return result;
+}
+
+// Formats: where a sample begins, the sample, and how it is written.
+
+struct Bytes {
+    static HWY_INLINE const uint8_t* place(const uint8_t* pImage, std::size_t i) { return pImage + i; }
+    static HWY_INLINE uint32_t sample(const uint8_t* pImage, std::size_t i) { return pImage[i]; }
+    static HWY_INLINE void write(const PixelFormat&, uint8_t* pImage, std::size_t i, uint16_t uSample) {
+        pImage[i] = static_cast<uint8_t>(uSample);
+    }
+};
+
+struct Words {
+    static HWY_INLINE const uint8_t* place(const uint8_t* pImage, std::size_t i) { return pImage + i * 2; }
+    static HWY_INLINE uint32_t sample(const uint8_t* pImage, std::size_t i) {
+        return loadAs<uint16_t>(place(pImage, i));
+    }
+    static HWY_INLINE void write(const PixelFormat&, uint8_t* pImage, std::size_t i, uint16_t uSample) {
+        std::memcpy(pImage + i * 2, &uSample, sizeof uSample);
+    }
+};
+
+/// Samples of 10 or 12 bits one behind the other: each lies in two bytes.
+template <std::size_t BITS>
+struct Dense {
+    static constexpr uint32_t FULL = (1U << BITS) - 1;
+    static HWY_INLINE const uint8_t* place(const uint8_t* pImage, std::size_t i) { return pImage + i * BITS / 8; }
+    static HWY_INLINE uint32_t sample(const uint8_t* pImage, std::size_t i) {
+        return loadAs<uint16_t>(place(pImage, i)) >> i * BITS % 8 & FULL;
+    }
+    static HWY_INLINE void write(const PixelFormat&, uint8_t* pImage, std::size_t i, uint16_t uSample) {
+        uint8_t* const pPlace = pImage + i * BITS / 8;
+        const uint32_t uOthers = loadAs<uint16_t>(pPlace) & ~(FULL << i * BITS % 8);
+        const auto uBoth = static_cast<uint16_t>(uOthers | uint32_t{uSample} << i * BITS % 8);
+        std::memcpy(pPlace, &uBoth, sizeof uBoth);
+    }
+};
+
+/// Two samples in three bytes, the low bits of both in the middle one.
+template <std::size_t BITS>
+struct Split {
+    static constexpr int LOW = static_cast<int>(BITS) - 8;
+    static HWY_INLINE const uint8_t* place(const uint8_t* pImage, std::size_t i) { return pImage + i / 2 * 3; }
+    static HWY_INLINE uint32_t sample(const uint8_t* pImage, std::size_t i) {
+        const uint8_t* const pPair = place(pImage, i);
+        return static_cast<uint32_t>(pPair[i % 2 * 2]) << LOW | (pPair[1] >> i % 2 * 4 & ((1U << LOW) - 1));
+    }
+    static HWY_INLINE void write(const PixelFormat& rFormat, uint8_t* pImage, std::size_t i, uint16_t uSample) {
+        packSamples(rFormat, &uSample, i, 1, pImage);
+    }
+};
+
+// The targets that stand for "no vectors" lack operations.
+#if HWY_TARGET != HWY_SCALAR && HWY_TARGET != HWY_EMU128
+
+using Samples = hn::Full128<int16_t>;
+using Row = hn::Vec<Samples>;
+
+// Of each format the samples of a vector, from one on; those behind the fifth may be anything.
+
+HWY_INLINE Row row(Bytes, const uint8_t* pImage, std::size_t i) {
+    return hn::PromoteTo(Samples(), hn::LoadU(hn::Full64<uint8_t>(), pImage + i));
+}
+
+/// Less 0x8000, so that they have a sign.
+HWY_INLINE Row row(Words, const uint8_t* pImage, std::size_t i) {
+    const auto vSamples = hn::BitCast(Samples(), hn::LoadU(hn::Full128<uint8_t>(), Words::place(pImage, i)));
+    return hn::Xor(vSamples, hn::Set(Samples(), INT16_MIN));
+}
+
+/// Eight words whose bytes come from where the indices tell, each as it is after it has been multiplied.
+HWY_INLINE hn::Vec<hn::Full128<uint16_t>> spread(hn::Vec<hn::Full128<uint8_t>> vBytes, const uint8_t* pIndices,
+                                                 const uint16_t* pFactors) {
+    const hn::Full128<uint16_t> d16;
+    const auto vIndices = hn::Load(hn::Full128<uint8_t>(), pIndices);
+    return hn::Mul(hn::BitCast(d16, hn::TableLookupBytes(vBytes, vIndices)), hn::Load(d16, pFactors));
+}
+
+/// The five samples lie in eight bytes. Each is moved to the top of its word, then down.
+template <std::size_t BITS>
+HWY_INLINE Row row(Dense<BITS>, const uint8_t* pImage, std::size_t i) {
+    constexpr std::size_t SECOND = BITS / 8, THIRD = BITS * 2 / 8, FOURTH = BITS * 3 / 8, FIFTH = BITS * 4 / 8;
+    HWY_ALIGN static constexpr uint8_t INDICES[16] = {0,         1,      SECOND,     SECOND + 1, THIRD,
+                                                      THIRD + 1, FOURTH, FOURTH + 1, FIFTH,      FIFTH + 1};
+    constexpr unsigned DOWN = 16 - BITS;
+    HWY_ALIGN static constexpr uint16_t FACTORS[8] = {1 << DOWN, 1 << (DOWN - BITS % 8), 1 << (DOWN - BITS * 2 % 8),
+                                                      1 << (DOWN - BITS * 3 % 8), 1 << DOWN};
+    const auto uRow = loadAs<uint64_t>(Dense<BITS>::place(pImage, i)) >> i * BITS % 8;
+    const auto vRow = hn::BitCast(hn::Full128<uint8_t>(), hn::Set(hn::Full128<uint64_t>(), uRow));
+    return hn::BitCast(Samples(), hn::ShiftRight<DOWN>(spread(vRow, INDICES, FACTORS)));
+}
+
+/// Words of the middle byte and the one with a sample's high bits, from the first or second sample of a pair on.
+template <std::size_t BITS>
+HWY_INLINE Row row(Split<BITS>, const uint8_t* pImage, std::size_t i) {
+    HWY_ALIGN static constexpr uint8_t INDICES[2][16] = {{1, 0, 1, 2, 4, 3, 4, 5, 7, 6, 7, 8, 10, 9, 10, 11},
+                                                         {1, 2, 4, 3, 4, 5, 7, 6, 7, 8, 10, 9, 10, 11, 13, 12}};
+    HWY_ALIGN static constexpr uint16_t FACTORS[2][8] = {{16, 1, 16, 1, 16, 1, 16, 1}, {1, 16, 1, 16, 1, 16, 1, 16}};
+    constexpr int LOW = Split<BITS>::LOW;
+    const hn::Full128<uint16_t> d16;
+    const auto vBytes = hn::LoadU(hn::Full128<uint8_t>(), Split<BITS>::place(pImage, i));
+    const auto vLow = spread(vBytes, INDICES[i % 2], FACTORS[i % 2]);
+    const auto vHigh = hn::BitCast(d16, hn::TableLookupBytes(vBytes, hn::Load(hn::Full128<uint8_t>(), INDICES[i % 2])));
+    return hn::BitCast(Samples(), hn::Or(hn::And(hn::ShiftRight<8 - LOW>(vHigh), hn::Set(d16, 0xFF << LOW)),
+                                         hn::And(hn::ShiftRight<4>(vLow), hn::Set(d16, (1 << LOW) - 1))));
+}
+
+/// Sums wrap around, as does what words lack: the weights make 65,536 together.
+template <class FORMAT, std::size_t VECTORS>
+HWY_INLINE uint32_t sumOfWindow(const uint8_t* pImage, std::size_t iFirst, std::size_t nRowSamples,
+                                const int16_t* pWeights) {
+    const hn::Full128<int32_t> d32;
+    auto vSums = hn::Zero(d32);
+    auto vMore = hn::Zero(d32);
+#pragma GCC unroll 5
+    for (std::size_t iRow = 0; iRow < DefectWindow::ROWS; ++iRow, iFirst += nRowSamples) {
+#pragma GCC unroll 2
+        for (std::size_t k = 0; k < VECTORS; ++k, pWeights += DefectWindow::LANES) {
+            vSums = hn::ReorderWidenMulAccumulate(d32, row(FORMAT(), pImage, iFirst + k * DefectWindow::LANES),
+                                                  hn::LoadU(Samples(), pWeights), vSums, vMore);
+        }
+    }
+    constexpr uint32_t LACK = std::is_same_v<FORMAT, Words> ? 0x8000U << 16 : 0;
+    return static_cast<uint32_t>(hn::GetLane(hn::SumOfLanes(d32, hn::Add(vSums, vMore)))) + LACK;
+}
+
+#else
+
+template <class FORMAT, std::size_t VECTORS>
+uint32_t sumOfWindow(const uint8_t* pImage, std::size_t iFirst, std::size_t nRowSamples, const int16_t* pWeights) {
+    uint32_t uSum = 0;
+    for (std::size_t iRow = 0; iRow < DefectWindow::ROWS; ++iRow, iFirst += nRowSamples) {
+        for (std::size_t k = 0; k < VECTORS * DefectWindow::LANES; ++k, ++pWeights) {
+            uSum += *pWeights != 0 ? static_cast<uint32_t>(*pWeights) * FORMAT::sample(pImage, iFirst + k) : 0;
+        }
+    }
+    return uSum;
+}
+
+#endif
+
+template <class FORMAT>
+uint32_t sumOfNeighbours(const DefectList& rList, const uint8_t* pImage, const DefectPlace& rPlace) {
+    const DefectNeighbour* const pFirst = rList.vecNeighbours.data() + rPlace.uFirst;
+    uint32_t uSum = 0;
+    for (std::size_t k = 0; k < rPlace.nNeighbours; ++k) {
+        const auto iFrom = static_cast<std::ptrdiff_t>(rPlace.uSample) + pFirst[k].iDistance;
+        uSum += pFirst[k].uWeight * FORMAT::sample(pImage, static_cast<std::size_t>(iFrom));
+    }
+    return uSum;
+}
+
+template <class FORMAT, std::size_t VECTORS = 1>
+void replace(const DefectList& rList, uint8_t* pImage, std::size_t i, std::size_t iEnd) {
+    constexpr std::size_t AHEAD = 16;  // defects whose rows are asked for before they are read
+    // Out of the list once: a byte that is written could be part of it, for all that the compiler knows.
+    const PixelFormat& rFormat = *rList.pFormat;
+    const std::size_t nRowSamples = rList.nRowSamples;
+    const std::size_t nBefore = DefectWindow::RADIUS * (nRowSamples + rFormat.nChannels);
+    const DefectPlace* const pPlaces = rList.vecPlaces.data();
+    const int16_t* const pWeights = rList.vecWeights.data();
+    std::size_t iAsked = i;
+    for (; i < iEnd; ++i) {
+        for (; iAsked < std::min(iEnd, i + AHEAD); ++iAsked) {
+            if (pPlaces[iAsked].nNeighbours == 0) {
+                for (std::size_t iRow = 0; iRow < DefectWindow::ROWS; ++iRow) {
+                    prefetch(FORMAT::place(pImage, pPlaces[iAsked].uSample - nBefore + iRow * nRowSamples));
+                }
+            }
+        }
+        const DefectPlace place = pPlaces[i];
+        const uint32_t uSum =
+            place.nNeighbours != 0
+                ? sumOfNeighbours<FORMAT>(rList, pImage, place)
+                : sumOfWindow<FORMAT, VECTORS>(pImage, place.uSample - nBefore, nRowSamples, pWeights + place.uFirst);
+        FORMAT::write(rFormat, pImage, place.uSample, roundedMean(uSum));
+    }
+}
+
+void replaceAny(const DefectList& rList, uint8_t* pImage, std::size_t i, std::size_t iEnd) {
+    const PixelFormat& rFormat = *rList.pFormat;
+    const bool bOne = DefectWindow::vectors(rFormat) == 1;
+    if (rFormat.nWireBits == 8) {
+        bOne ? replace<Bytes>(rList, pImage, i, iEnd) : replace<Bytes, 2>(rList, pImage, i, iEnd);
+    } else if (!rFormat.isPacked()) {
+        bOne ? replace<Words>(rList, pImage, i, iEnd) : replace<Words, 2>(rList, pImage, i, iEnd);
+    } else if (rFormat.nBits == 10) {
+        rFormat.bSplit ? replace<Split<10>>(rList, pImage, i, iEnd) : replace<Dense<10>>(rList, pImage, i, iEnd);
+    } else {
+        rFormat.bSplit ? replace<Split<12>>(rList, pImage, i, iEnd) : replace<Dense<12>>(rList, pImage, i, iEnd);
+    }
+}
+
+}  // namespace
+}  // namespace HWY_NAMESPACE
+}  // namespace StandIn
+}  // namespace XAPEL2
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace XAPEL2 {
+namespace StandIn {
+
+HWY_EXPORT(replaceAny);
+
+void replaceDefects(const DefectList& rList, uint8_t* pImage, std::size_t i, std::size_t iEnd) noexcept {
+    HWY_DYNAMIC_DISPATCH(replaceAny)(rList, pImage, i, iEnd);
+}
+
+}  // namespace StandIn
+}  // namespace XAPEL2
+#endif

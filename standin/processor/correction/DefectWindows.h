@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: MIT
+// Copyright (c) 2026 the xapel2_ext_sc authors
+// Defects of an image as the loops that replace them take them.
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "standin/processor/correction/DefectNeighbours.h"
+
+namespace XAPEL2 {
+namespace StandIn {
+
+/// A sample to replace.
+struct DefectPlace {
+    uint32_t uSample;
+    uint32_t uNeed;        ///< samples of the image that must be corrected before it can be replaced
+    uint32_t uFirst;       ///< of the weights of its window, or of its neighbours
+    uint32_t nNeighbours;  ///< 0: it has a window
+};
+
+/// Where all neighbours lie within two pixels a defect has a window: five rows, of each the samples from two pixels
+/// before it on, as many as vectors hold. Those that are no neighbours have the weight 0.
+struct DefectWindow {
+    static constexpr std::size_t RADIUS = 2;
+    static constexpr std::size_t ROWS = 5;
+    static constexpr std::size_t LANES = 8;        ///< samples of a vector
+    static constexpr std::size_t READ_BYTES = 16;  ///< at most at once, from the byte on that a row begins in
+
+    /// Vectors that hold the samples of five pixels of a row.
+    static std::size_t vectors(const PixelFormat& rFormat) { return rFormat.nChannels == 1 ? 1 : 2; }
+};
+
+/// What an image has of defects; places with equal surroundings share neighbours and windows.
+struct DefectList {
+    const PixelFormat* pFormat = nullptr;
+    std::size_t nRowSamples = 0;
+    std::vector<DefectPlace> vecPlaces;          ///< in the order in which they can be replaced
+    std::vector<int16_t> vecWeights;             ///< of windows, row by row, in 2^-16
+    std::vector<DefectNeighbour> vecNeighbours;  ///< of places without a window
+};
+
+/// Replaces the samples i to iEnd - 1 of the list, with the best vectors that the processor has.
+void replaceDefects(const DefectList& rList, uint8_t* pImage, std::size_t i, std::size_t iEnd) noexcept;
+
+}  // namespace StandIn
+}  // namespace XAPEL2
