@@ -91,12 +91,7 @@ CDefectRepair::CDefectRepair(const ImageLayout& rLayout, const std::vector<uint8
 }
 
 std::size_t CDefectRepair::repair(uint8_t* pImage, std::size_t i, std::size_t nDone) const noexcept {
-    const std::vector<DefectPlace>& rPlaces = m_list.vecPlaces;
-    const auto itEnd = std::upper_bound(rPlaces.begin() + static_cast<std::ptrdiff_t>(i), rPlaces.end(), nDone,
-                                        [](std::size_t nHave, const DefectPlace& r) { return nHave < r.uNeed; });
-    const auto iEnd = static_cast<std::size_t>(itEnd - rPlaces.begin());
-    replaceDefects(m_list, pImage, i, iEnd);
-    return iEnd;
+    return replaceDefects(m_list, pImage, i, nDone);
 }
 
 void CDefectRepair::fetchPlaces(std::size_t i) const noexcept {

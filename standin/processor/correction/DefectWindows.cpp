@@ -182,21 +182,19 @@ uint32_t sumOfNeighbours(const DefectList& rList, const uint8_t* pImage, const D
 }
 
 template <class FORMAT, std::size_t VECTORS = 1>
-void replace(const DefectList& rList, uint8_t* pImage, std::size_t i, std::size_t iEnd) {
-    constexpr std::size_t AHEAD = 16;  // defects whose rows are asked for before they are read
+std::size_t replace(const DefectList& rList, uint8_t* pImage, std::size_t i, std::size_t nDone) {
+    constexpr std::size_t AHEAD = 32;  // defects whose rows are asked for before they are read
     // Out of the list once: a byte that is written could be part of it, for all that the compiler knows.
     const PixelFormat& rFormat = *rList.pFormat;
     const std::size_t nRowSamples = rList.nRowSamples;
     const std::size_t nBefore = DefectWindow::RADIUS * (nRowSamples + rFormat.nChannels);
     const DefectPlace* const pPlaces = rList.vecPlaces.data();
+    const std::size_t iEnd = rList.vecPlaces.size();
     const int16_t* const pWeights = rList.vecWeights.data();
-    std::size_t iAsked = i;
-    for (; i < iEnd; ++i) {
-        for (; iAsked < std::min(iEnd, i + AHEAD); ++iAsked) {
-            if (pPlaces[iAsked].nNeighbours == 0) {
-                for (std::size_t iRow = 0; iRow < DefectWindow::ROWS; ++iRow) {
-                    prefetch(FORMAT::place(pImage, pPlaces[iAsked].uSample - nBefore + iRow * nRowSamples));
-                }
+    for (std::size_t iAsked = i; i < iEnd && pPlaces[i].uNeed <= nDone; ++i) {
+        for (; iAsked < std::min(iEnd, i + AHEAD) && pPlaces[iAsked].uNeed <= nDone; ++iAsked) {
+            for (std::size_t iRow = 0; iRow < DefectWindow::ROWS && pPlaces[iAsked].nNeighbours == 0; ++iRow) {
+                prefetch(FORMAT::place(pImage, pPlaces[iAsked].uSample - nBefore + iRow * nRowSamples));
             }
         }
         const DefectPlace place = pPlaces[i];
@@ -206,20 +204,23 @@ void replace(const DefectList& rList, uint8_t* pImage, std::size_t i, std::size_
                 : sumOfWindow<FORMAT, VECTORS>(pImage, place.uSample - nBefore, nRowSamples, pWeights + place.uFirst);
         FORMAT::write(rFormat, pImage, place.uSample, roundedMean(uSum));
     }
+    return i;
 }
 
-void replaceAny(const DefectList& rList, uint8_t* pImage, std::size_t i, std::size_t iEnd) {
+std::size_t replaceAny(const DefectList& rList, uint8_t* pImage, std::size_t i, std::size_t nDone) {
     const PixelFormat& rFormat = *rList.pFormat;
     const bool bOne = DefectWindow::vectors(rFormat) == 1;
     if (rFormat.nWireBits == 8) {
-        bOne ? replace<Bytes>(rList, pImage, i, iEnd) : replace<Bytes, 2>(rList, pImage, i, iEnd);
-    } else if (!rFormat.isPacked()) {
-        bOne ? replace<Words>(rList, pImage, i, iEnd) : replace<Words, 2>(rList, pImage, i, iEnd);
-    } else if (rFormat.nBits == 10) {
-        rFormat.bSplit ? replace<Split<10>>(rList, pImage, i, iEnd) : replace<Dense<10>>(rList, pImage, i, iEnd);
-    } else {
-        rFormat.bSplit ? replace<Split<12>>(rList, pImage, i, iEnd) : replace<Dense<12>>(rList, pImage, i, iEnd);
+        return bOne ? replace<Bytes>(rList, pImage, i, nDone) : replace<Bytes, 2>(rList, pImage, i, nDone);
     }
+    if (!rFormat.isPacked()) {
+        return bOne ? replace<Words>(rList, pImage, i, nDone) : replace<Words, 2>(rList, pImage, i, nDone);
+    }
+    if (rFormat.nBits == 10) {
+        return rFormat.bSplit ? replace<Split<10>>(rList, pImage, i, nDone)
+                              : replace<Dense<10>>(rList, pImage, i, nDone);
+    }
+    return rFormat.bSplit ? replace<Split<12>>(rList, pImage, i, nDone) : replace<Dense<12>>(rList, pImage, i, nDone);
 }
 
 }  // namespace
@@ -234,8 +235,8 @@ namespace StandIn {
 
 HWY_EXPORT(replaceAny);
 
-void replaceDefects(const DefectList& rList, uint8_t* pImage, std::size_t i, std::size_t iEnd) noexcept {
-    HWY_DYNAMIC_DISPATCH(replaceAny)(rList, pImage, i, iEnd);
+std::size_t replaceDefects(const DefectList& rList, uint8_t* pImage, std::size_t i, std::size_t nDone) noexcept {
+    return HWY_DYNAMIC_DISPATCH(replaceAny)(rList, pImage, i, nDone);
 }
 
 }  // namespace StandIn

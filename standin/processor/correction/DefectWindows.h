@@ -42,8 +42,10 @@ struct DefectList {
     std::vector<DefectNeighbour> vecNeighbours;  ///< of places without a window
 };
 
-/// Replaces the samples i to iEnd - 1 of the list, with the best vectors that the processor has.
-void replaceDefects(const DefectList& rList, uint8_t* pImage, std::size_t i, std::size_t iEnd) noexcept;
+/// Replaces samples from number i of the list on, as far as the first nDone samples of the image suffice, with the best
+/// vectors that the processor has.
+/// @return  number of the next.
+std::size_t replaceDefects(const DefectList& rList, uint8_t* pImage, std::size_t i, std::size_t nDone) noexcept;
 
 }  // namespace StandIn
 }  // namespace XAPEL2
