@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <map>
+#include <numeric>
 #include <utility>
 
 #include "standin/processor/correction/Prefetch.h"
@@ -31,14 +32,16 @@ std::vector<int16_t> windowWeights(const ImageLayout& rLayout, std::size_t iSamp
         return {};
     }
     std::vector<int16_t> vecWeights(DefectWindow::ROWS * nLanes);
+    const std::size_t nGroup = 8 / std::gcd(8U, rFormat.nWireBits);
     for (const DefectNeighbour& rOne : rNeighbours) {
         bool bHeld = false;
         for (std::ptrdiff_t y = -RADIUS; y <= RADIUS && !bHeld; ++y) {
-            const std::ptrdiff_t iLane = rOne.iDistance - y * nRow + RADIUS * nPixel;
-            bHeld = iLane >= 0 && iLane <= 2 * RADIUS * nPixel && rOne.uWeight <= INT16_MAX;
+            const std::ptrdiff_t iInRow = rOne.iDistance - y * nRow + RADIUS * nPixel;
+            bHeld = iInRow >= 0 && iInRow <= 2 * RADIUS * nPixel && rOne.uWeight <= INT16_MAX;
             if (bHeld) {
-                vecWeights[static_cast<std::size_t>(y + RADIUS) * nLanes + static_cast<std::size_t>(iLane)] =
-                    static_cast<int16_t>(rOne.uWeight);
+                const auto iRow = static_cast<std::size_t>(iFirst + (y + RADIUS) * nRow);
+                const std::size_t iLane = iRow + static_cast<std::size_t>(iInRow) - DefectWindow::start(nGroup, iRow);
+                vecWeights[static_cast<std::size_t>(y + RADIUS) * nLanes + iLane] = static_cast<int16_t>(rOne.uWeight);
             }
         }
         if (!bHeld) {

@@ -31,9 +31,10 @@ HWY_INLINE T loadAs(const uint8_t* pMemory) {
     return result;
 }
 
-// Formats: where a sample begins, the sample, and how it is written.
+// Formats: how many samples fill whole bytes, where a sample begins, the sample, and how it is written.
 
 struct Bytes {
+    static constexpr std::size_t GROUP = 1;
     static HWY_INLINE const uint8_t* place(const uint8_t* pImage, std::size_t i) { return pImage + i; }
     static HWY_INLINE uint32_t sample(const uint8_t* pImage, std::size_t i) { return pImage[i]; }
     static HWY_INLINE void write(const PixelFormat&, uint8_t* pImage, std::size_t i, uint16_t uSample) {
@@ -42,6 +43,7 @@ struct Bytes {
 };
 
 struct Words {
+    static constexpr std::size_t GROUP = 1;
     static HWY_INLINE const uint8_t* place(const uint8_t* pImage, std::size_t i) { return pImage + i * 2; }
     static HWY_INLINE uint32_t sample(const uint8_t* pImage, std::size_t i) {
         return loadAs<uint16_t>(place(pImage, i));
@@ -54,6 +56,7 @@ struct Words {
 /// Samples of 10 or 12 bits one behind the other: each lies in two bytes.
 template <std::size_t BITS>
 struct Dense {
+    static constexpr std::size_t GROUP = BITS == 10 ? 4 : 2;
     static constexpr uint32_t FULL = (1U << BITS) - 1;
     static HWY_INLINE const uint8_t* place(const uint8_t* pImage, std::size_t i) { return pImage + i * BITS / 8; }
     static HWY_INLINE uint32_t sample(const uint8_t* pImage, std::size_t i) {
@@ -70,6 +73,7 @@ struct Dense {
 /// Two samples in three bytes, the low bits of both in the middle one.
 template <std::size_t BITS>
 struct Split {
+    static constexpr std::size_t GROUP = 2;
     static constexpr int LOW = static_cast<int>(BITS) - 8;
     static HWY_INLINE const uint8_t* place(const uint8_t* pImage, std::size_t i) { return pImage + i / 2 * 3; }
     static HWY_INLINE uint32_t sample(const uint8_t* pImage, std::size_t i) {
@@ -87,7 +91,7 @@ struct Split {
 using Samples = hn::Full128<int16_t>;
 using Row = hn::Vec<Samples>;
 
-// Of each format the samples of a vector, from one on; those behind the fifth may be anything.
+// Of each format the samples of a vector, from one on that begins at a byte.
 
 HWY_INLINE Row row(Bytes, const uint8_t* pImage, std::size_t i) {
     return hn::PromoteTo(Samples(), hn::LoadU(hn::Full64<uint8_t>(), pImage + i));
@@ -107,31 +111,29 @@ HWY_INLINE hn::Vec<hn::Full128<uint16_t>> spread(hn::Vec<hn::Full128<uint8_t>> v
     return hn::Mul(hn::BitCast(d16, hn::TableLookupBytes(vBytes, vIndices)), hn::Load(d16, pFactors));
 }
 
-/// The five samples lie in eight bytes. Each is moved to the top of its word, then down.
+/// Each sample is moved to the top of its word, then down.
 template <std::size_t BITS>
 HWY_INLINE Row row(Dense<BITS>, const uint8_t* pImage, std::size_t i) {
-    constexpr std::size_t SECOND = BITS / 8, THIRD = BITS * 2 / 8, FOURTH = BITS * 3 / 8, FIFTH = BITS * 4 / 8;
-    HWY_ALIGN static constexpr uint8_t INDICES[16] = {0,         1,      SECOND,     SECOND + 1, THIRD,
-                                                      THIRD + 1, FOURTH, FOURTH + 1, FIFTH,      FIFTH + 1};
-    constexpr unsigned DOWN = 16 - BITS;
-    HWY_ALIGN static constexpr uint16_t FACTORS[8] = {1 << DOWN, 1 << (DOWN - BITS % 8), 1 << (DOWN - BITS * 2 % 8),
-                                                      1 << (DOWN - BITS * 3 % 8), 1 << DOWN};
-    const auto uRow = loadAs<uint64_t>(Dense<BITS>::place(pImage, i)) >> i * BITS % 8;
-    const auto vRow = hn::BitCast(hn::Full128<uint8_t>(), hn::Set(hn::Full128<uint64_t>(), uRow));
-    return hn::BitCast(Samples(), hn::ShiftRight<DOWN>(spread(vRow, INDICES, FACTORS)));
+    static constexpr auto AT = [](std::size_t k) { return static_cast<uint8_t>(k / 2 * BITS / 8 + k % 2); };
+    static constexpr auto UP = [](std::size_t k) { return static_cast<uint16_t>(1U << (16 - BITS - k * BITS % 8)); };
+    HWY_ALIGN static constexpr uint8_t INDICES[16] = {AT(0), AT(1), AT(2),  AT(3),  AT(4),  AT(5),  AT(6),  AT(7),
+                                                      AT(8), AT(9), AT(10), AT(11), AT(12), AT(13), AT(14), AT(15)};
+    HWY_ALIGN static constexpr uint16_t FACTORS[8] = {UP(0), UP(1), UP(2), UP(3), UP(4), UP(5), UP(6), UP(7)};
+    const auto vBytes = hn::LoadU(hn::Full128<uint8_t>(), Dense<BITS>::place(pImage, i));
+    return hn::BitCast(Samples(), hn::ShiftRight<16 - BITS>(spread(vBytes, INDICES, FACTORS)));
 }
 
-/// Words of the middle byte and the one with a sample's high bits, from the first or second sample of a pair on.
+/// Words of the middle byte and the one with a sample's high bits.
 template <std::size_t BITS>
 HWY_INLINE Row row(Split<BITS>, const uint8_t* pImage, std::size_t i) {
-    HWY_ALIGN static constexpr uint8_t INDICES[2][16] = {{1, 0, 1, 2, 4, 3, 4, 5, 7, 6, 7, 8, 10, 9, 10, 11},
-                                                         {1, 2, 4, 3, 4, 5, 7, 6, 7, 8, 10, 9, 10, 11, 13, 12}};
-    HWY_ALIGN static constexpr uint16_t FACTORS[2][8] = {{16, 1, 16, 1, 16, 1, 16, 1}, {1, 16, 1, 16, 1, 16, 1, 16}};
+    HWY_ALIGN static constexpr uint8_t INDICES[16] = {1, 0, 1, 2, 4, 3, 4, 5, 7, 6, 7, 8, 10, 9, 10, 11};
+    HWY_ALIGN static constexpr uint16_t FACTORS[8] = {16, 1, 16, 1, 16, 1, 16, 1};
     constexpr int LOW = Split<BITS>::LOW;
+    const hn::Full128<uint8_t> d8;
     const hn::Full128<uint16_t> d16;
-    const auto vBytes = hn::LoadU(hn::Full128<uint8_t>(), Split<BITS>::place(pImage, i));
-    const auto vLow = spread(vBytes, INDICES[i % 2], FACTORS[i % 2]);
-    const auto vHigh = hn::BitCast(d16, hn::TableLookupBytes(vBytes, hn::Load(hn::Full128<uint8_t>(), INDICES[i % 2])));
+    const auto vBytes = hn::LoadU(d8, Split<BITS>::place(pImage, i));
+    const auto vHigh = hn::BitCast(d16, hn::TableLookupBytes(vBytes, hn::Load(d8, INDICES)));
+    const auto vLow = spread(vBytes, INDICES, FACTORS);
     return hn::BitCast(Samples(), hn::Or(hn::And(hn::ShiftRight<8 - LOW>(vHigh), hn::Set(d16, 0xFF << LOW)),
                                          hn::And(hn::ShiftRight<4>(vLow), hn::Set(d16, (1 << LOW) - 1))));
 }
@@ -147,8 +149,9 @@ HWY_INLINE uint32_t sumOfWindow(const uint8_t* pImage, std::size_t iFirst, std::
     for (std::size_t iRow = 0; iRow < DefectWindow::ROWS; ++iRow, iFirst += nRowSamples) {
 #pragma GCC unroll 2
         for (std::size_t k = 0; k < VECTORS; ++k, pWeights += DefectWindow::LANES) {
-            vSums = hn::ReorderWidenMulAccumulate(d32, row(FORMAT(), pImage, iFirst + k * DefectWindow::LANES),
-                                                  hn::LoadU(Samples(), pWeights), vSums, vMore);
+            vSums = hn::ReorderWidenMulAccumulate(
+                d32, row(FORMAT(), pImage, DefectWindow::start(FORMAT::GROUP, iFirst) + k * DefectWindow::LANES),
+                hn::LoadU(Samples(), pWeights), vSums, vMore);
         }
     }
     constexpr uint32_t LACK = std::is_same_v<FORMAT, Words> ? 0x8000U << 16 : 0;
@@ -162,7 +165,9 @@ uint32_t sumOfWindow(const uint8_t* pImage, std::size_t iFirst, std::size_t nRow
     uint32_t uSum = 0;
     for (std::size_t iRow = 0; iRow < DefectWindow::ROWS; ++iRow, iFirst += nRowSamples) {
         for (std::size_t k = 0; k < VECTORS * DefectWindow::LANES; ++k, ++pWeights) {
-            uSum += *pWeights != 0 ? static_cast<uint32_t>(*pWeights) * FORMAT::sample(pImage, iFirst + k) : 0;
+            uSum += *pWeights != 0 ? static_cast<uint32_t>(*pWeights) *
+                                         FORMAT::sample(pImage, DefectWindow::start(FORMAT::GROUP, iFirst) + k)
+                                   : 0;
         }
     }
     return uSum;

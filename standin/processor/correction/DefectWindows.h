@@ -21,16 +21,20 @@ struct DefectPlace {
     uint32_t nNeighbours;  ///< 0: it has a window
 };
 
-/// Where all neighbours lie within two pixels a defect has a window: five rows, of each the samples from two pixels
-/// before it on, as many as vectors hold. Those that are no neighbours have the weight 0.
+/// Where all neighbours lie within two pixels a defect has a window: five rows, of each as many samples as vectors
+/// hold, from two pixels before it on or, where samples share bytes, a few more, so that the first begins at a byte.
+/// Those that are no neighbours have the weight 0.
 struct DefectWindow {
     static constexpr std::size_t RADIUS = 2;
     static constexpr std::size_t ROWS = 5;
     static constexpr std::size_t LANES = 8;        ///< samples of a vector
-    static constexpr std::size_t READ_BYTES = 16;  ///< at most at once, from the byte on that a row begins in
+    static constexpr std::size_t READ_BYTES = 16;  ///< at most at once, from the byte on that a row begins at
 
     /// Vectors that hold the samples of five pixels of a row.
     static std::size_t vectors(const PixelFormat& rFormat) { return rFormat.nChannels == 1 ? 1 : 2; }
+    /// Where a row begins in which sample i must lie.
+    /// @param[in] nGroup  samples of the format that fill whole bytes.
+    static constexpr std::size_t start(std::size_t nGroup, std::size_t i) { return i / nGroup * nGroup; }
 };
 
 /// What an image has of defects; places with equal surroundings share neighbours and windows.
