@@ -204,8 +204,8 @@ TEST_F(Report, ReferencesOfAnotherCameraMissTheirPrediction) {
     for (const json& rFinding : other.at("findings")) {
         vecIds.push_back(rFinding.at("id"));
     }
-    EXPECT_THAT(vecIds,
-                ElementsAre("few-frames", "other-camera", "other-camera", "measured-missed", "measured-dark-worse"));
+    EXPECT_THAT(vecIds, ElementsAre("few-frames", "other-camera", "other-camera", "measured-missed", "measured-spots",
+                                    "measured-dark-worse"));
 }
 
 // Without a dark reference nothing is known of a conversion gain, but the light one has told its own noise.

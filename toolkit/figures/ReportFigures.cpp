@@ -10,6 +10,7 @@
 
 #include "toolkit/figures/Curves.h"
 #include "toolkit/figures/Prediction.h"
+#include "toolkit/figures/Spots.h"
 #include "toolkit/frames/Percentile.h"
 #include "toolkit/judgement/CorrectedNoise.h"
 #include "toolkit/text/Texts.h"
@@ -64,6 +65,27 @@ std::string filterText(const PairOptions& rFiles) {
     return strText;
 }
 
+ordered_json toJson(const std::vector<Spot>& rSpots) {
+    ordered_json json = ordered_json::array();
+    for (const Spot& rSpot : rSpots) {
+        json.push_back({{"x", rSpot.iX},
+                        {"y", rSpot.iY},
+                        {"side", rSpot.nSide},
+                        {"percent", rSpot.dPercent},
+                        {"spreadPercent", rSpot.dSpreadPercent}});
+    }
+    return json;
+}
+
+// No array: no spots.
+std::vector<Spot> spotsOf(const ordered_json& rJson) {
+    std::vector<Spot> vecSpots;
+    for (const ordered_json& rSpot : rJson.is_array() ? rJson : ordered_json::array()) {
+        vecSpots.push_back({rSpot["x"], rSpot["y"], rSpot["side"], rSpot["percent"], rSpot["spreadPercent"]});
+    }
+    return vecSpots;
+}
+
 // A figure of the summary, before and after correction.
 Correction correctionOf(const ordered_json& rSummary, const std::string& strFigure, double dPredicted) {
     const auto fnNumber = [&](const char* pWhich) {
@@ -98,6 +120,7 @@ public:
         }
         rJson["nonUniformityText"] = nonUniformityText(bEven, bDark);
         addSummary(rJson);
+        rJson["summary"]["spots"] = bEven ? toJson(spots()) : ordered_json();
         rJson["summary"]["dsnuPredicted"] = nullptr;
         if (bDark && m_rPair.dark && isDarkComputed() && std::isfinite(dDarkVariance)) {
             // The noise of the mean that is taken off stays in every corrected frame.
@@ -191,11 +214,13 @@ public:
         const auto fnAppend = [&](const Findings& rFindings) {
             vecFound.insert(vecFound.end(), rFindings.begin(), rFindings.end());
         };
-        // A filter trades the single pixels for less noise, and what is cut off cannot be made even: neither is
-        // predicted.
+        // A filter trades what is small for less noise, and what is cut off cannot be made even: neither is predicted.
         const bool bPredicted = m_rPair.light && filterText(m_rInput.files).empty() && dSaturated <= SATURATED_MAX;
         fnAppend(
             compareLight(correctionOf(rSummary, "prnu", bPredicted ? residualPercent(rSummary["class"]) : UNKNOWN)));
+        if (bPredicted) {
+            fnAppend(judgeSpots(spotsOf(rSummary["spots"])));
+        }
         // Dark frames that a dark reference was taken off may be cut at 0 DN, and then compare with nothing. Without
         // one they are whole, and nothing is predicted.
         const ordered_json& rPredicted = rSummary["dsnuPredicted"];
@@ -229,6 +254,11 @@ public:
     }
 
 private:
+    std::vector<Spot> spots() const {
+        const MeanImage& rAfter = *m_rInput.light.after;
+        return findSpots(rAfter.layout, relativeSignal(rAfter, darkLevels(m_rInput.dark.after, false)));
+    }
+
     // Of the colour of this name, what the noise of the references leaves.
     double residualPercent(const std::string& strClass) const {
         const std::vector<std::string> vecNames = colourClassNames(*m_rPair.light->layout.pFormat);

@@ -2,6 +2,7 @@
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // The figures of a report.
 
+#include <algorithm>
 #include <cmath>
 
 #include <gtest/gtest.h>
@@ -103,6 +104,35 @@ TEST(ReportFigures, SummaryIsThatOfTheWorstColour) {
     }
     EXPECT_NEAR(rSummary.at("prnuBefore").get<double>(), 20.0, 0.4);
     EXPECT_NEAR(rSummary.at("prnuAfter").get<double>(), 8.0, 0.2);
+}
+
+TEST(ReportFigures, SpotsAreToldUnlessAFilterOrFullScaleExplainsThem) {
+    const StandIn::ImageLayout layout{StandIn::findPixelFormat("Mono8"), 64, 64};
+    ReportInput input;
+    input.light.before = input.light.after = MeanImage{layout, 16, std::vector<float>(layout.samples(), 100.0F)};
+    for (std::size_t i = 0; i < 100; ++i) {
+        input.light.after->vecSamples[(30 + i / 10) * 64 + 28 + i % 10] = 90.0F;
+    }
+    input.pair.light.emplace();
+    input.pair.light->layout = layout;
+    input.pair.light->vecSamples.assign(layout.samples(), 100.0F);
+    const auto fnTold = [&] {
+        const auto json = reportFigures(input);
+        const Findings vecFindings = measuredFindings(input, json);
+        EXPECT_EQ(json.at("summary").at("spots").size(), input.light.before->nFrames > 1 ? 1U : 0U);
+        return std::any_of(vecFindings.begin(), vecFindings.end(), [](const Finding& r) {
+            return r.strId == "measured-spots" && r.strText.find("darker") != std::string::npos;
+        });
+    };
+    EXPECT_TRUE(fnTold());
+    input.files.nBoxLight = 1;
+    EXPECT_FALSE(fnTold());
+    input.files.nBoxLight = 0;
+    input.light.before->dSaturatedShare = 0.5;
+    EXPECT_FALSE(fnTold());
+    input.light.before->dSaturatedShare = 0.0;
+    input.light.before->nFrames = 1;
+    EXPECT_FALSE(fnTold()) << "of a single frame nothing is told";
 }
 
 TEST(ReportFigures, GainsMarksFiltersAndCurvesAreTheirOwn) {
