@@ -22,9 +22,10 @@ constexpr double ROUNDING = 1.0 / 12.0;
 constexpr double SERIES_MAX = 0.05;  // relative variance of L - D up to which the next order is a good one
 constexpr std::size_t RESIDUAL_SAMPLES = 1U << 15, CURVE_SAMPLES = 1U << 14, CURVE_POINTS = 33;
 
-// Odd, so that it meets all sites of a filter array.
+// Neither a multiple of 2 nor of 3, so that it meets all sites of a filter array and all channels.
 std::size_t stepFor(std::size_t nSamples, std::size_t nWanted) {
-    return nSamples / nWanted / 2 * 2 + 1;
+    const std::size_t nOdd = nSamples / nWanted / 2 * 2 + 1;
+    return nOdd % 3 == 0 ? nOdd + 2 : nOdd;
 }
 
 /// Temporal variance once it is rounded to whole DN.

@@ -254,8 +254,15 @@ private:
             strPath = m_figures.at(strHere + "/class") == strWorst ? strHere : strPath;
         }
         const auto fnLine = [&](const char* pName, const char* pClass, const char* pFigure) {
-            return ChartLine{pName, pClass, vecValues,
-                             m_figures.at(strPath + '/' + pFigure).get<std::vector<double>>()};
+            ChartLine line{pName, pClass, {}, {}};
+            for (std::size_t i = 0; i < vecValues.size(); ++i) {
+                const double dHere = m_figures.value(strPath + '/' + pFigure + '/' + std::to_string(i));
+                if (!std::isnan(dHere)) {  // it may be unknown, where no sample can have this value
+                    line.vecX.push_back(vecValues[i]);
+                    line.vecY.push_back(dHere);
+                }
+            }
+            return line;
         };
         const bool bColour = m_figures.at("/noise/classes").size() > 1;
         return "<h2>Noise</h2><div class=\"cards wide plot\"><div class=\"card\">" +

@@ -104,8 +104,9 @@ void CDefectRepair::fetchPlaces(std::size_t i) const noexcept {
     for (; i < iEnd; i += LINE / sizeof(DefectPlace)) {
         prefetch(m_list.vecPlaces.data() + i);
     }
-    // Most likely the first defect lies alone, as most others do.
-    for (std::size_t k = 0; k < DefectWindow::ROWS * DefectWindow::LANES; k += LINE / sizeof(int16_t)) {
+    // Most likely the first defect that has a window lies alone, as most others do.
+    const std::size_t nWeights = std::min(DefectWindow::ROWS * DefectWindow::LANES, m_list.vecWeights.size());
+    for (std::size_t k = 0; k < nWeights; k += LINE / sizeof(int16_t)) {
         prefetch(m_list.vecWeights.data() + k);
     }
 }

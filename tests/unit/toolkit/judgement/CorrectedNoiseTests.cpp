@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -134,6 +135,25 @@ TEST(CorrectedNoise, ResidualIsWhatTheNoiseOfTheReferenceLeaves) {
         }
         EXPECT_EQ(figures.dResidualPercent,
                   *std::max_element(figures.vecResidualPercent.begin(), figures.vecResidualPercent.end()));
+    }
+}
+
+// Of large images some samples are looked at: of each channel and each site of a filter array.
+TEST(CorrectedNoise, EveryColourIsKnownAtEverySize) {
+    for (const char* pFormat : {"RGB8", "BayerRG8", "Mono8"}) {
+        for (const auto& [nWidth, nHeight] : {std::pair(161U, 121U), {320U, 240U}, {640U, 480U}, {1920U, 1080U}}) {
+            StandIn::ReferenceImage dark, light;
+            dark.layout = light.layout = {StandIn::findPixelFormat(pFormat), nWidth, nHeight};
+            dark.nImages = light.nImages = 16;
+            dark.vecSamples.assign(dark.layout.samples(), 10.0F);
+            light.vecSamples.assign(light.layout.samples(), 110.0F);
+            const std::size_t nClasses = colourClassNames(*light.layout.pFormat).size();
+            const CCorrectedNoise noise(dark, light, SensorNoise(nClasses, ClassNoise{0.25, 4.0}));
+            for (unsigned i = 0; i < nClasses; ++i) {
+                EXPECT_GT(noise.residualPercent(i), 0.5) << pFormat << ' ' << nWidth << ", class " << i;
+                EXPECT_GT(noise.deviationOf(i, 100.0), 1.0) << pFormat << ' ' << nWidth << ", class " << i;
+            }
+        }
     }
 }
 
