@@ -147,7 +147,9 @@ TEST_F(OutputCommand, WhatIsWrongIsRefusedAndChangesNothing) {
         const char* pSaid;
     } aRows[] = {
         {{"--target", "0"}, 2, "--target"},
+        {{"--target", "0.5"}, 2, "--target"},
         {{"--target", "4096"}, 2, "4095 DN"},
+        {{"--target", "4000", "--pedestal", "95"}, 2, "4095.00 DN together"},
         {{"--target", "nan"}, 2, "--target"},
         {{"--target", "100x"}, 2, "--target"},
         {{"--pedestal", "2048"}, 2, "half of full scale"},

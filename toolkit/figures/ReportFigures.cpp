@@ -203,13 +203,18 @@ public:
 
     Findings measuredFindings(const ordered_json& rSummary) const {
         Findings vecFound;
-        const double dSaturated = m_rInput.bSelfTest ? 0.0 : m_rInput.light.before->dSaturatedShare;
+        const double dBefore = m_rInput.bSelfTest ? 0.0 : m_rInput.light.before->dSaturatedShare;
+        const double dSaturated = m_rInput.bSelfTest ? 0.0 : std::max(dBefore, m_rInput.light.after->dSaturatedShare);
         if (dSaturated > SATURATED_MAX) {
+            const bool bAfter = dBefore <= SATURATED_MAX;
             vecFound.push_back({eWarning, "measured-saturated",
-                                fixed(100.0 * dSaturated, 1) +
-                                    " % of the samples of the measured frames are at full scale: what is cut off there "
-                                    "looks even, and the figures after correction are too good.",
-                                "Shorten the exposure or dim the light, and make the report again."});
+                                fixed(100.0 * dSaturated, 1) + " % of the samples of the " +
+                                    (bAfter ? "corrected" : "measured") +
+                                    " frames are at full scale: what is cut off there looks even, and the figures "
+                                    "after correction are too good.",
+                                bAfter ? "Set a lower target or pedestal with xapel2-shading output, or dim the light, "
+                                         "and make the report again."
+                                       : "Shorten the exposure or dim the light, and make the report again."});
         }
         const auto fnAppend = [&](const Findings& rFindings) {
             vecFound.insert(vecFound.end(), rFindings.begin(), rFindings.end());

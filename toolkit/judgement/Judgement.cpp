@@ -12,6 +12,7 @@
 #include "toolkit/judgement/DarkPattern.h"
 #include "toolkit/judgement/JudgementText.h"
 #include "toolkit/judgement/Outliers.h"
+#include "toolkit/judgement/OutputLevel.h"
 #include "toolkit/judgement/Sums.h"
 #include "toolkit/text/Texts.h"
 
@@ -419,6 +420,7 @@ PairJudgement judgePair(const StandIn::ReferenceImage& rDark, const StandIn::Ref
     rFigures.unevenness = nonUniformity(dark, light, rFigures.dGain);
 
     judgeSignal(rDark, rLight, result.vecFindings);
+    append(result.vecFindings, judgeOutputLevel(rDark, rLight));
     const std::size_t nSamples = rLight.layout.samples() / rLight.layout.classes();
     if (nSamples < SAMPLES_LEAST) {
         result.vecFindings.push_back({eWarning, "few-samples",

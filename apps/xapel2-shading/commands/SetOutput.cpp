@@ -44,8 +44,8 @@ void setTarget(const std::string& strTarget, double dFull, StandIn::ReferenceOut
     char* pEnd = nullptr;
     rOutput.dTarget = std::strtod(strTarget.c_str(), &pEnd);
     rOutput.eTarget = StandIn::eTargetValue;
-    if (*pEnd != '\0' || !(rOutput.dTarget > 0.0 && rOutput.dTarget <= dFull)) {
-        throw CUsageError("--target is neither mean nor max nor a number above 0 and up to " + fixed(dFull, 0) + " DN");
+    if (*pEnd != '\0' || !(rOutput.dTarget >= 1.0 && rOutput.dTarget <= dFull)) {
+        throw CUsageError("--target is neither mean nor max nor a number from 1 up to " + fixed(dFull, 0) + " DN");
     }
 }
 
@@ -141,6 +141,10 @@ int runSetOutput(const SetOutputOptions& rOptions) {
             throw CUsageError("--pedestal is above half of full scale, " + fixed(dFull / 2, 1) + " DN");
         }
         light.output.dPedestal = rOptions.dPedestal;
+    }
+    if (light.output.eTarget == StandIn::eTargetValue && light.output.dTarget + light.output.dPedestal >= dFull) {
+        throw CUsageError("target and pedestal come to " + fixed(light.output.dTarget + light.output.dPedestal, 2) +
+                          " DN together, where full scale is " + fixed(dFull, 0) + " DN: an even image is cut off");
     }
     requireOutputs(rOptions);
     const uint64_t nOutside = setDefects(rOptions, light);

@@ -131,6 +131,12 @@ TEST(ReportFigures, SpotsAreToldUnlessAFilterOrFullScaleExplainsThem) {
     input.light.before->dSaturatedShare = 0.5;
     EXPECT_FALSE(fnTold());
     input.light.before->dSaturatedShare = 0.0;
+    input.light.after->dSaturatedShare = 0.5;
+    EXPECT_FALSE(fnTold());
+    const Finding cut = measuredFindings(input, reportFigures(input)).front();
+    EXPECT_EQ(cut.strId, "measured-saturated") << "what correction cuts off looks even, too";
+    EXPECT_NE(cut.strText.find("corrected frames"), std::string::npos);
+    input.light.after->dSaturatedShare = 0.0;
     input.light.before->nFrames = 1;
     EXPECT_FALSE(fnTold()) << "of a single frame nothing is told";
 }

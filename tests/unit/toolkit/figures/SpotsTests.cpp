@@ -81,7 +81,8 @@ TEST(Spots, OneForEachSpeck) {
 TEST(Spots, NoneWhereThereIsNoDust) {
     const StandIn::ImageLayout layout = layoutOf("Mono12");
     for (unsigned uSeed = 0; uSeed < 40; ++uSeed) {
-        EXPECT_TRUE(findSpots(layout, signal(layout, 0.01 + uSeed % 4 * 1.5, {}, uSeed % 3 * 5e-4, uSeed)).empty()) << uSeed;
+        EXPECT_TRUE(findSpots(layout, signal(layout, 0.01 + uSeed % 4 * 1.5, {}, uSeed % 3 * 5e-4, uSeed)).empty())
+            << uSeed;
     }
     EXPECT_TRUE(findSpots(layout, signal(layout, 0.01, {{200.0, 131.0, 0.004, 3}})).empty()) << "nobody sees it";
     std::vector<float> vecPixels = signal(layout, 0.3, {});

@@ -118,6 +118,34 @@ TEST(Judgement, SaysWhatIsWrongWithThePairAndNothingElse) {
              rDark.dTemporalNoise = 0.0;
              rDark.means = {64.0, 64.0, 64.0, 64.0};
          }},
+        {"",
+         [](auto&, auto& rLight) {
+             rLight.output = {StandIn::eTargetValue, 3000.0, 16.0};
+         }},
+        {"refusal output-clipped",
+         [](auto&, auto& rLight) {
+             rLight.output = {StandIn::eTargetValue, 3000.0, 1095.0};
+         }},
+        {"refusal output-clipped",
+         [](auto&, auto& rLight) {
+             rLight.output = {StandIn::eTargetMean, 0.0, 2095.5};
+         }},
+        {"warning output-bright",
+         [](auto&, auto& rLight) {
+             rLight.output = {StandIn::eTargetMean, 0.0, 1280.0};
+         }},
+        {"",
+         [](auto&, auto& rLight) {
+             rLight.output = {StandIn::eTargetMean, 0.0, 1270.0};
+         }},
+        {"",
+         [](auto&, auto& rLight) {
+             rLight.output = {StandIn::eTargetValue, 41.0, 0.0};
+         }},
+        {"warning output-dim",
+         [](auto&, auto& rLight) {
+             rLight.output = {StandIn::eTargetValue, 40.0, 0.0};
+         }},
         {"warning few-samples",
          [](auto& rDark, auto& rLight) {
              rDark = dark(layoutOf("Mono12", 5, 3));
