@@ -15,6 +15,8 @@ namespace {
 
 constexpr double SATURATED_REFUSED = 0.01;  // share of the samples
 constexpr double SATURATED_WARNED = 0.001;  // more than single hot pixels
+// DN. Samples of less noise may well have one value in every frame; others do not, and none of them the largest of all.
+constexpr double NOISE_LEAST = 0.5;
 
 /// The unpacked format of so many bits with the same colours; null where there is none.
 const StandIn::PixelFormat* formatWithBits(const StandIn::PixelFormat& rFormat, unsigned nBits) {
@@ -48,12 +50,14 @@ void judgeSaturation(const StandIn::ReferenceImage& rReference, uint32_t uTop, F
 Findings judgeBits(const StandIn::ReferenceImage& rReference) {
     Findings vecFindings;
     const StandIn::PixelFormat& rFormat = *rReference.layout.pFormat;
-    if (rReference.uLargest == 0 || rFormat.nWireBits != 16) {
+    if (rReference.uLargest == 0 || rReference.uLargest >= rFormat.fullScale()) {
         return vecFindings;
     }
+    const bool bNoise = rReference.nImages > 1 && rReference.dTemporalNoise >= NOISE_LEAST;
+    bool bTop = bNoise;
     for (const unsigned nBits : {10U, 12U, 14U}) {
         const uint32_t uTop = (1U << nBits) - 1U;
-        if (nBits >= rFormat.nBits || rReference.uLargest > uTop) {
+        if (rFormat.nWireBits != 16 || nBits >= rFormat.nBits || rReference.uLargest > uTop) {
             continue;
         }
         // A dark frame of 16 bits needs no more; a light one of fewer may be but dim.
@@ -66,10 +70,11 @@ Findings judgeBits(const StandIn::ReferenceImage& rReference) {
                                        pFormat->pName + " or, of aravis:ID, ?PixelFormat=" + pFormat->pName +
                                        ", and record again."});
         }
-        if (rReference.uLargest == uTop) {
-            judgeSaturation(rReference, uTop, vecFindings);
-        }
+        bTop = bTop || rReference.uLargest == uTop;
         break;
+    }
+    if (bTop) {
+        judgeSaturation(rReference, rReference.uLargest, vecFindings);
     }
     return vecFindings;
 }

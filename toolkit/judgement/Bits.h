@@ -11,8 +11,9 @@ namespace XAPEL2 {
 namespace Toolkit {
 
 /// "fewer-bits": a light reference of 16 bits in which no sample needs them, and the format that would do. "saturated":
-/// many samples stand at the full scale of fewer bits in every frame, which refuses the reference as full scale does.
-/// Nothing where the file does not tell the largest sample.
+/// many samples stand at the largest value of all in every frame, which refuses the reference as full scale does: at
+/// the full scale of fewer bits, or at any value where samples have noise, such as that of 12 bits moved to the left by
+/// four. Nothing where the file does not tell the largest sample.
 Findings judgeBits(const StandIn::ReferenceImage& rReference);
 
 }  // namespace Toolkit

@@ -20,6 +20,7 @@ TEST(Bits, MissingOnesAreNoticedAndTheirFullScaleIsSaturated) {
         double dAtTop;  // share of the samples
         const char* pNamed;
         const char* pSaturated;
+        double dNoise = 0.0;  // DN
     };
     for (const Case& r : {Case{"Mono16", StandIn::eReferenceLight, 4000, 0.0, "Mono12", ""},
                           Case{"Mono16", StandIn::eReferenceLight, 1000, 0.0, "Mono10", ""},
@@ -31,13 +32,21 @@ TEST(Bits, MissingOnesAreNoticedAndTheirFullScaleIsSaturated) {
                           Case{"Mono16", StandIn::eReferenceDark, 1023, 0.2, "", "refusal"},
                           Case{"Mono12", StandIn::eReferenceLight, 1023, 0.2, "", "refusal"},
                           Case{"Mono12", StandIn::eReferenceLight, 1000, 0.0, "", ""},
-                          Case{"Mono8", StandIn::eReferenceLight, 255, 0.5, "", ""}}) {
+                          Case{"Mono8", StandIn::eReferenceLight, 255, 0.5, "", "", 1.0},
+                          // 12 bits moved to the left, and a sensor that is full before its samples are
+                          Case{"Mono16", StandIn::eReferenceLight, 65520, 0.5, "", "refusal", 80.0},
+                          Case{"Mono16", StandIn::eReferenceLight, 65520, 0.005, "", "warning", 80.0},
+                          Case{"Mono16", StandIn::eReferenceLight, 65520, 0.0005, "", "", 80.0},
+                          Case{"Mono12p", StandIn::eReferenceLight, 3900, 0.2, "", "refusal", 5.0},
+                          Case{"Mono8", StandIn::eReferenceLight, 230, 0.2, "", "refusal", 1.0},
+                          Case{"Mono8", StandIn::eReferenceLight, 230, 0.2, "", "", 0.3}}) {
         SCOPED_TRACE(std::string(r.pFormat) + " " + std::to_string(r.uLargest));
         StandIn::ReferenceImage reference;
         reference.eKind = r.eKind;
         reference.layout = {StandIn::findPixelFormat(r.pFormat), 100, 100};
         reference.nImages = 16;
         reference.uLargest = r.uLargest;
+        reference.dTemporalNoise = r.dNoise;
         reference.vecSamples.assign(10000, static_cast<float>(r.uLargest) * 0.8F);
         std::fill_n(reference.vecSamples.begin(), static_cast<std::size_t>(r.dAtTop * 10000.0),
                     static_cast<float>(r.uLargest));
