@@ -337,6 +337,12 @@ TEST_F(Command, MastersOfOtherProgramsBecomeReferences) {
     EXPECT_EQ(own.vecSamples, made.vecSamples);
     EXPECT_NEAR(own.dMean, made.dMean, 1e-3);
     EXPECT_EQ(own.nImages, 16U);
+    // Of a mean nobody knows the noise, and with it neither the gain nor how sure the figures are.
+    const json judged = run({"check", file("dark.tif"), file("own.tif")});
+    EXPECT_TRUE(judged.at("light").at("temporalNoise").is_null());
+    const json figures = judged.at("pair").at("nonUniformity").at("classes").at(0);
+    EXPECT_TRUE(figures.at("prnuPercent").at("total").is_number());
+    EXPECT_TRUE(figures.at("prnuPercentUncertainty").at("total").is_null());
     run({"run", "-d", "sim:7?width=64&height=48", "-n", "2", "--dark", file("dark.tif"), "--light", file("own.tif")});
 
     run({"output", file("light.tif"), "--dark", file("dark.tif"), "--gain", file("gain.tif")});

@@ -118,15 +118,22 @@ std::vector<float> CFrameStack::temporalVariances() const {
     return vecResult;
 }
 
+bool isNoiseKnown(const StandIn::ReferenceImage& rReference) {
+    // A mean that another program made tells neither noise nor the means of its frames.
+    return rReference.nImages > 1 && (rReference.dTemporalNoise > 0.0 || !std::isnan(rReference.means.dFirst));
+}
+
 MeanImage meanOf(const StandIn::ReferenceImage& rReference) {
     MeanImage result;
     result.layout = rReference.layout;
     result.nFrames = rReference.averaged();
     result.vecSamples = rReference.vecSamples;
-    result.dTemporalVariance = rReference.nImages < 2 ? std::numeric_limits<double>::quiet_NaN()
-                                                      : rReference.dTemporalNoise * rReference.dTemporalNoise;
-    for (const double dNoise : rReference.vecClassNoise) {
-        result.vecClassVariance.push_back(dNoise * dNoise);
+    result.dTemporalVariance = std::numeric_limits<double>::quiet_NaN();
+    if (isNoiseKnown(rReference)) {
+        result.dTemporalVariance = rReference.dTemporalNoise * rReference.dTemporalNoise;
+        for (const double dNoise : rReference.vecClassNoise) {
+            result.vecClassVariance.push_back(dNoise * dNoise);
+        }
     }
     result.means = rReference.means;
     result.dSaturatedShare = rReference.dSaturatedShare;

@@ -62,6 +62,9 @@ private:
     StandIn::FrameMeans m_means;
 };
 
+/// True where a reference tells the temporal noise of its frames: it has two or more, and was not made of a mean.
+bool isNoiseKnown(const StandIn::ReferenceImage& rReference);
+
 /// A recorded reference as a mean image. Where its file is an older one, its noise is known over all samples only; that
 /// of one frame is not known at all.
 MeanImage meanOf(const StandIn::ReferenceImage& rReference);

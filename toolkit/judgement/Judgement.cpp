@@ -77,7 +77,7 @@ void judgeNoise(const ReferenceFigures& rFigures, Findings& rFindings) {
                                  fixed(dAdded, 0) + " % to that of each corrected frame.",
                              "Record 16 frames or more."});
     }
-    if (rFigures.nFrames > 1 && rFigures.dTemporalNoise <= 0.0 && rFigures.eKind == StandIn::eReferenceLight) {
+    if (rFigures.nFrames > 1 && !(rFigures.dTemporalNoise > 0.0) && rFigures.eKind == StandIn::eReferenceLight) {
         rFindings.push_back({eWarning, "no-noise",
                              "All frames are the same to the last bit, or nothing is known of their noise.",
                              "Make sure that the camera delivered live frames, not a test picture."});
@@ -374,7 +374,7 @@ ReferenceJudgement judgeReference(const StandIn::ReferenceImage& rReference, con
     rFigures.dMean = meanOfSamples(rReference.vecSamples);
     rFigures.dMeanPercent = 100.0 * rFigures.dMean / rReference.layout.pFormat->fullScale();
     rFigures.dSaturatedShare = rReference.dSaturatedShare;
-    if (rReference.nImages > 1) {
+    if (isNoiseKnown(rReference)) {
         rFigures.dTemporalNoise = rReference.dTemporalNoise;
     }
     rFigures.means = rReference.means;

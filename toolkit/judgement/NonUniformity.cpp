@@ -74,8 +74,11 @@ Split apply(const Split& a, const Split& b, double (*fnCombine)(double, double, 
 
 /// Temporal variance of one class; see nonUniformity() for what is done where only that of the whole image is known.
 double classVariance(const MeanImage& rImage, std::size_t iClass, double dTransfer, double dLightAboveMean) {
-    return rImage.vecClassVariance.empty() ? std::max(0.0, rImage.dTemporalVariance + dTransfer * dLightAboveMean)
-                                           : rImage.vecClassVariance[iClass];
+    if (!rImage.vecClassVariance.empty()) {
+        return rImage.vecClassVariance[iClass];
+    }
+    return std::isnan(rImage.dTemporalVariance) ? UNKNOWN
+                                                : std::max(0.0, rImage.dTemporalVariance + dTransfer * dLightAboveMean);
 }
 
 /// Standard deviation of the variance dVariance that was measured over nValues values of a noise variance dNoise.
