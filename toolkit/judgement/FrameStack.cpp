@@ -123,6 +123,17 @@ bool isNoiseKnown(const StandIn::ReferenceImage& rReference) {
     return rReference.nImages > 1 && (rReference.dTemporalNoise > 0.0 || !std::isnan(rReference.means.dFirst));
 }
 
+double noiseShare(const StandIn::ReferenceImage& rReference) {
+    constexpr uint64_t FRAMES_FEW = 4;
+    constexpr double CHANCE = 1.10, CHANCE_OF_FEW = 1.25;
+    const double dNoise = rReference.dTemporalNoise, dNeighbours = rReference.dNeighbourNoise;
+    if (rReference.eKind != StandIn::eReferenceLight || !(dNeighbours > 0.0) || !(dNoise > 0.0)) {
+        return 1.0;
+    }
+    const double dShare = dNeighbours * dNeighbours / (dNoise * dNoise);
+    return dShare * (rReference.nImages < FRAMES_FEW ? CHANCE_OF_FEW : CHANCE) < 1.0 ? dShare : 1.0;
+}
+
 MeanImage meanOf(const StandIn::ReferenceImage& rReference) {
     MeanImage result;
     result.layout = rReference.layout;
@@ -130,9 +141,10 @@ MeanImage meanOf(const StandIn::ReferenceImage& rReference) {
     result.vecSamples = rReference.vecSamples;
     result.dTemporalVariance = std::numeric_limits<double>::quiet_NaN();
     if (isNoiseKnown(rReference)) {
-        result.dTemporalVariance = rReference.dTemporalNoise * rReference.dTemporalNoise;
+        const double dShare = noiseShare(rReference);
+        result.dTemporalVariance = dShare * rReference.dTemporalNoise * rReference.dTemporalNoise;
         for (const double dNoise : rReference.vecClassNoise) {
-            result.vecClassVariance.push_back(dNoise * dNoise);
+            result.vecClassVariance.push_back(dShare * dNoise * dNoise);
         }
     }
     result.means = rReference.means;

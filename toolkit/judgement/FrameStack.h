@@ -65,8 +65,13 @@ private:
 /// True where a reference tells the temporal noise of its frames: it has two or more, and was not made of a mean.
 bool isNoiseKnown(const StandIn::ReferenceImage& rReference);
 
-/// A recorded reference as a mean image. Where its file is an older one, its noise is known over all samples only; that
-/// of one frame is not known at all.
+/// Share of the temporal variance of a light reference that is noise, as its neighbouring pixels tell it: below 1 where
+/// light moved over the image while it was recorded, at a mean that may well have stayed the same. 1 where that is not
+/// known, or the two differ by less than a tenth (of two or three frames a quarter), which chance does.
+double noiseShare(const StandIn::ReferenceImage& rReference);
+
+/// A recorded reference as a mean image; its temporal variance is without light that moved (noiseShare()). Where its
+/// file is an older one, its noise is known over all samples only; that of one frame is not known at all.
 MeanImage meanOf(const StandIn::ReferenceImage& rReference);
 
 /// Names of the colour classes of a format, in the order of colourClass(): "mono"; "R", "G1", "G2", "B" of the sites of

@@ -24,6 +24,7 @@ namespace {
 constexpr double SATURATED_REFUSED = 0.01;   // share of the samples
 constexpr double SATURATED_WARNED = 0.001;   // more than single hot pixels
 constexpr double LIGHT_LEAST = 40.0;         // percent of full scale
+constexpr double MOVEMENT_WARNED = 0.8;      // share of the variance that is noise
 constexpr double LIGHT_MOST = 80.0;          // percent of full scale
 constexpr double SIGNAL_USELESS = 1.0;       // percent of full scale: quantisation is coarser than any shading
 constexpr double DARK_MOST = 10.0;           // percent of full scale
@@ -108,6 +109,20 @@ void judgeDrift(const ReferenceFigures& rFigures, Findings& rFindings) {
              " to " + fixed(rMeans.dMost, 2) + " DN (" + fnPercent(dRange) + ").",
          bLight ? "Let the lamp warm up, keep it from flickering, and see that nothing passes before the lens."
                 : "Let the camera warm up before the dark reference is recorded."});
+}
+
+/// Light that moved over the image counts as noise, unless it is taken off.
+void judgeMovement(const StandIn::ReferenceImage& rReference, Findings& rFindings) {
+    const double dShare = noiseShare(rReference);
+    if (dShare >= 1.0) {
+        return;
+    }
+    rFindings.push_back(
+        {dShare < MOVEMENT_WARNED ? eWarning : eNote, "moving-light",
+         "Light moved over the image from frame to frame: samples vary by " + fixed(rReference.dTemporalNoise, 2) +
+             " DN, where the noise between neighbours is " + fixed(rReference.dNeighbourNoise, 2) +
+             " DN. The figures take the latter, which is good to a few percent.",
+         "Keep lamp, lens and target from moving and the lamp from changing its shape, and record again."});
 }
 
 void judgeLight(const ReferenceFigures& rFigures, Findings& rFindings) {
@@ -394,6 +409,7 @@ ReferenceJudgement judgeReference(const StandIn::ReferenceImage& rReference, con
     }
     judgeNoise(rFigures, result.vecFindings);
     judgeDrift(rFigures, result.vecFindings);
+    judgeMovement(rReference, result.vecFindings);
     const Findings vecOutliers = judgeOutliers(rReference.outliers);
     result.vecFindings.insert(result.vecFindings.end(), vecOutliers.begin(), vecOutliers.end());
     return result;

@@ -7,7 +7,6 @@
 #include <cmath>
 
 #include "toolkit/judgement/FrameStack.h"
-
 #include "toolkit/judgement/Sums.h"
 
 namespace XAPEL2 {
@@ -36,7 +35,7 @@ std::vector<double> meansOf(const StandIn::ReferenceImage& rReference) {
 double varianceOf(const StandIn::ReferenceImage& rReference, unsigned iClass) {
     const double dNoise =
         rReference.vecClassNoise.empty() ? rReference.dTemporalNoise : rReference.vecClassNoise[iClass];
-    return varianceBeforeRounding(dNoise * dNoise);
+    return varianceBeforeRounding(noiseShare(rReference) * dNoise * dNoise);
 }
 
 }  // namespace
@@ -71,7 +70,7 @@ SensorNoise sensorNoise(const StandIn::ReferenceImage& rDark, const StandIn::Ref
     const std::vector<double> vecDark = meansOf(rDark), vecLight = meansOf(rLight);
     // Files that do not tell the noise of each colour have one gain, from all of their samples.
     const bool bByClass = !rDark.vecClassNoise.empty() && !rLight.vecClassNoise.empty();
-    const double dShared = (varianceBeforeRounding(rLight.dTemporalNoise * rLight.dTemporalNoise) -
+    const double dShared = (varianceBeforeRounding(noiseShare(rLight) * rLight.dTemporalNoise * rLight.dTemporalNoise) -
                             varianceBeforeRounding(rDark.dTemporalNoise * rDark.dTemporalNoise)) /
                            (rLight.dMean - rDark.dMean);
     SensorNoise noise;

@@ -172,6 +172,9 @@ struct ReferenceImage {
     std::vector<float> vecSamples;  ///< DN, 0 to full scale, row by row, channels of a pixel side by side
     /// dTemporalNoise of each colour class, see ImageLayout::classOf(); empty: not known.
     std::vector<double> vecClassNoise{};
+    /// The same noise told by the differences of neighbours of one colour, whose light changes together, at some places
+    /// of the first frames, DN: good to a few percent, and free of light that moves over the image. 0: not known.
+    double dNeighbourNoise = 0.0;
     FrameMeans means{};     ///< how the light went
     uint32_t uLargest = 0;  ///< the largest sample of all images; 0: not known, or black
 

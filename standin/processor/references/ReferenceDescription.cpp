@@ -288,6 +288,9 @@ void readNewer(const CDescriptionReader& rReader, double dFull, ReferenceImage& 
     for (unsigned k = 0; rReader.has(classNoiseName(0)) && k < rReference.layout.classes(); ++k) {
         rReference.vecClassNoise.push_back(rReader.number(classNoiseName(k), dFull));
     }
+    if (rReader.has("neighbourNoise")) {
+        rReference.dNeighbourNoise = rReader.number("neighbourNoise", dFull);
+    }
     if (rReader.has("rows")) {
         const double dRows = rReader.number("rows", IMAGE_SIDE_MAX);
         require(rReference.layout.nHeight == 1 && dRows >= 1.0 && dRows == std::floor(dRows),
@@ -394,6 +397,9 @@ std::string makeDescription(const ReferenceImage& rReference) {
     }
     for (std::size_t k = 0; k < rReference.vecClassNoise.size(); ++k) {
         strText += ",\"" + classNoiseName(k) + "\":" + fnNumber(rReference.vecClassNoise[k]);
+    }
+    if (rReference.dNeighbourNoise > 0.0) {
+        strText += R"(,"neighbourNoise":)" + fnNumber(rReference.dNeighbourNoise);
     }
     if (rReference.nRows != 1) {
         strText += R"(,"rows":)" + std::to_string(rReference.nRows);

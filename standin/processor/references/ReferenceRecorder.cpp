@@ -50,6 +50,24 @@ double middleOf(std::vector<double> vecValues) {
     return *itMiddle;
 }
 
+// Of the law of a group's noise, at the levels of the mean image.
+double neighbourNoise(const CNoiseLaw& rLaw, const ReferenceImage& rReference) {
+    constexpr std::size_t SAMPLES = 1U << 15;
+    // Neither a multiple of 2 nor of 3, so that it meets all colours.
+    const std::size_t nOdd = rReference.vecSamples.size() / SAMPLES / 2 * 2 + 1;
+    const std::size_t nStep = nOdd % 3 == 0 ? nOdd + 2 : nOdd;
+    double dVariances = 0.0, dCount = 0.0;
+    for (std::size_t i = 0; i < rReference.vecSamples.size(); i += nStep) {
+        const unsigned iClass = rReference.layout.classOf(i);
+        if (!rLaw.has(iClass)) {
+            return 0.0;
+        }
+        dVariances += rLaw.variance(iClass, static_cast<double>(rReference.vecSamples[i]));
+        dCount += 1.0;
+    }
+    return std::min(std::sqrt(dVariances / dCount), static_cast<double>(rReference.layout.pFormat->fullScale()));
+}
+
 }  // namespace
 
 void CReferenceRecorder::add(const ImageLayout& rLayout, const void* pImage) {
@@ -223,6 +241,7 @@ ReferenceImage CReferenceRecorder::reference(bool bKeepOutliers) const {
         vecGood.insert(vecGood.end(), vecOdd.begin(), vecOdd.end());
     }
     fillReference(vecGood, bSamplesOut && !samples.vecOut.empty() ? &samples : nullptr, reference);
+    reference.dNeighbourNoise = neighbourNoise(rMost.law(), reference);
     return reference;
 }
 

@@ -49,6 +49,7 @@ TEST(ReferenceFile, GivesBackWhatWasWritten) {
         written.vecClassNoise.assign(rLayout.classes(), 2.5);
         written.vecClassNoise.back() = 3.5;
         written.uLargest = 250;
+        written.dNeighbourNoise = 2.75;
         written.geometry = {{rLayout.nWidth * 4 + 20, 3, 2, eBinningSum, true},
                             {rLayout.nHeight * 8 + 33, 2, 4, eBinningUnknown, false}};
         writeReferenceFile(oFolder / "a.tif", written);
@@ -63,6 +64,7 @@ TEST(ReferenceFile, GivesBackWhatWasWritten) {
         EXPECT_TRUE(read.means.dFirst == 10.25 && read.means.dLast == 11.5 && read.means.dLeast == 9.0 &&
                     read.means.dMost == 12.125);
         EXPECT_EQ(read.uLargest, 250U);
+        EXPECT_EQ(read.dNeighbourNoise, 2.75);
         EXPECT_EQ(read.geometry, written.geometry);
         EXPECT_EQ(read.strCamera, written.strCamera);
         EXPECT_EQ(read.vecSamples, written.vecSamples);
