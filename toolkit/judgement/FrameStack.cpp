@@ -124,14 +124,18 @@ bool isNoiseKnown(const StandIn::ReferenceImage& rReference) {
 }
 
 double noiseShare(const StandIn::ReferenceImage& rReference) {
-    constexpr uint64_t FRAMES_FEW = 4;
-    constexpr double CHANCE = 1.10, CHANCE_OF_FEW = 1.25;
+    constexpr double CHANCE_LEAST = 0.10, DEVIATIONS = 6.0;
+    constexpr uint64_t SAMPLES_MOST = 8192, FRAMES_MOST = 4;  // that neighbours are compared in
     const double dNoise = rReference.dTemporalNoise, dNeighbours = rReference.dNeighbourNoise;
-    if (rReference.eKind != StandIn::eReferenceLight || !(dNeighbours > 0.0) || !(dNoise > 0.0)) {
+    if (rReference.eKind != StandIn::eReferenceLight || !(dNeighbours > 0.0) || !(dNoise > 0.0) ||
+        rReference.nImages < 2) {
         return 1.0;
     }
     const double dShare = dNeighbours * dNeighbours / (dNoise * dNoise);
-    return dShare * (rReference.nImages < FRAMES_FEW ? CHANCE_OF_FEW : CHANCE) < 1.0 ? dShare : 1.0;
+    const uint64_t nPairs = std::min<uint64_t>(rReference.layout.samples(), SAMPLES_MOST) / 2 *
+                            (std::min(rReference.nImages, FRAMES_MOST) - 1);
+    const double dChance = DEVIATIONS * std::sqrt(2.0 / std::max(1.0, static_cast<double>(nPairs)));
+    return dShare * (1.0 + std::max(CHANCE_LEAST, dChance)) < 1.0 ? dShare : 1.0;
 }
 
 MeanImage meanOf(const StandIn::ReferenceImage& rReference) {

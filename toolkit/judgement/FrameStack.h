@@ -67,7 +67,7 @@ bool isNoiseKnown(const StandIn::ReferenceImage& rReference);
 
 /// Share of the temporal variance of a light reference that is noise, as its neighbouring pixels tell it: below 1 where
 /// light moved over the image while it was recorded, at a mean that may well have stayed the same. 1 where that is not
-/// known, or the two differ by less than a tenth (of two or three frames a quarter), which chance does.
+/// known, or the two differ by less than a tenth or, of few samples and frames, by less than chance does.
 double noiseShare(const StandIn::ReferenceImage& rReference);
 
 /// A recorded reference as a mean image; its temporal variance is without light that moved (noiseShare()). Where its

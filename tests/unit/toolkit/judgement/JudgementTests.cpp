@@ -278,5 +278,22 @@ TEST(Judgement, CameraIsComparedWithTheReference) {
                          HasSubstr("exposure time 10000 us, the camera is set to exposure time 20000 us.")));
 }
 
+TEST(Judgement, LightThatMovedIsNoNoise) {
+    for (const char* pFormat : {"Mono12", "BayerRG12", "RGB8"}) {
+        const ReferenceImage darkOne = dark(layoutOf(pFormat));
+        ReferenceImage lightOne = light(layoutOf(pFormat), std::string(pFormat) == "RGB8" ? 128.0 : 2064.0);
+        const PairFigures steady = judgePair(darkOne, lightOne).figures;
+        lightOne.dNeighbourNoise = lightOne.dTemporalNoise;
+        lightOne.dTemporalNoise *= 1.6;
+        for (double& rNoise : lightOne.vecClassNoise) {
+            rNoise *= 1.6;
+        }
+        const PairFigures moved = judgePair(darkOne, lightOne).figures;
+        EXPECT_NEAR(moved.dGain / steady.dGain, 1.0, 1e-9) << pFormat;
+        EXPECT_NEAR(moved.noise.at(0).dGain / steady.noise.at(0).dGain, 1.0, 1e-9) << pFormat;
+        EXPECT_NEAR(moved.dResidualPercent / steady.dResidualPercent, 1.0, 1e-9) << pFormat;
+    }
+}
+
 }  // namespace Toolkit
 }  // namespace XAPEL2
