@@ -5,9 +5,11 @@
 #include "toolkit/judgement/DefectList.h"
 
 #include <algorithm>
+#include <array>
+#include <cctype>
 #include <cmath>
+#include <cstdlib>
 #include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <stdexcept>
@@ -104,33 +106,136 @@ std::vector<DefectArea> fromJson(const std::string& strFile, const std::string& 
     return vecAreas;
 }
 
+enum eColumn { eColumnX, eColumnY, eColumnWidth, eColumnHeight };
+
+using Words = std::vector<std::string>;
+using Columns = std::vector<eColumn>;
+
+constexpr std::array<const char*, 4> COLUMN_NAMES = {"x", "y", "width", "height"};
+constexpr const char* BLANKS = " \t\r";
+
+[[noreturn]] void failAsList(const std::string& strFile) {
+    throw std::runtime_error(
+        strFile +
+        ": no list of defects; a CSV file has lines x,y or x,y,width,height, or begins with a line "
+        "of these names in any order, a JSON file is an array or an object with \"Bad pixels\"");
+}
+
+std::string lowerCase(std::string strText) {
+    std::transform(strText.begin(), strText.end(), strText.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return strText;
+}
+
+// Between commas, or where there are none, between blanks. Empty fields at the end are left out.
+Words fieldsOf(const std::string& strLine) {
+    Words vecFields;
+    const bool bCommas = strLine.find(',') != std::string::npos;
+    const char* const pBetween = bCommas ? "," : BLANKS;
+    for (std::size_t i = 0; i <= strLine.size();) {
+        const std::size_t iEnd = std::min(strLine.find_first_of(pBetween, i), strLine.size());
+        const std::size_t iFirst = std::min(strLine.find_first_not_of(BLANKS, i), iEnd);
+        const std::size_t iLast = iFirst == iEnd ? iEnd : strLine.find_last_not_of(BLANKS, iEnd - 1) + 1;
+        if (bCommas || iFirst != iLast) {
+            vecFields.push_back(strLine.substr(iFirst, iLast - iFirst));
+        }
+        i = iEnd + 1;
+    }
+    while (!vecFields.empty() && vecFields.back().empty()) {
+        vecFields.pop_back();
+    }
+    return vecFields;
+}
+
+eColumn columnOf(const std::string& strFile, std::string strName) {
+    if (strName.size() >= 2 && strName.front() == '"' && strName.back() == '"') {
+        strName = strName.substr(1, strName.size() - 2);
+    }
+    const auto iName = std::find(COLUMN_NAMES.begin(), COLUMN_NAMES.end(), lowerCase(strName));
+    if (iName != COLUMN_NAMES.end()) {
+        return static_cast<eColumn>(iName - COLUMN_NAMES.begin());
+    }
+    if (strName.size() > 40 ||
+        !std::all_of(strName.begin(), strName.end(), [](char c) { return c >= ' ' && c <= '~'; })) {
+        failAsList(strFile);
+    }
+    throw std::runtime_error(strFile + ": unknown column '" + strName + "'; a list has x, y, width and height");
+}
+
+Columns columnsOf(const std::string& strFile, const Words& rNames) {
+    Columns vecColumns;
+    for (const std::string& rName : rNames) {
+        const eColumn eOne = columnOf(strFile, rName);
+        if (std::count(vecColumns.begin(), vecColumns.end(), eOne) != 0) {
+            throw std::runtime_error(strFile + ": there are two columns '" + COLUMN_NAMES[eOne] + "'");
+        }
+        vecColumns.push_back(eOne);
+    }
+    for (const eColumn eMust : {eColumnX, eColumnY}) {
+        if (std::count(vecColumns.begin(), vecColumns.end(), eMust) == 0) {
+            throw std::runtime_error(strFile + ": there is no column '" + COLUMN_NAMES[eMust] + "'");
+        }
+    }
+    return vecColumns;
+}
+
+DefectArea fromFields(const std::string& strFile, std::size_t iEntry, const Columns& rColumns, const Words& rFields) {
+    std::array<uint64_t, 4> aValues = {0, 0, 1, 1};
+    std::array<bool, 4> abGiven{};
+    bool bGood = rFields.size() <= rColumns.size();
+    for (std::size_t i = 0; bGood && i < rFields.size(); ++i) {
+        const std::string& rField = rFields[i];
+        if (rField.empty()) {
+            continue;
+        }
+        char* pEnd = nullptr;
+        const double dValue = std::strtod(rField.c_str(), &pEnd);
+        bGood =
+            pEnd == rField.c_str() + rField.size() && rField.find_first_not_of("0123456789+-.eE") == std::string::npos;
+        if (bGood) {
+            aValues[rColumns[i]] = coordinate(strFile, iEntry, dValue, rColumns[i] >= eColumnWidth ? 1 : 0);
+            abGiven[rColumns[i]] = true;
+        }
+    }
+    const bool bSides = std::count(rColumns.begin(), rColumns.end(), eColumnWidth) != 0 &&
+                        std::count(rColumns.begin(), rColumns.end(), eColumnHeight) != 0;
+    if (!bGood || !abGiven[eColumnX] || !abGiven[eColumnY] ||
+        (bSides && abGiven[eColumnWidth] != abGiven[eColumnHeight])) {
+        std::string strNames;
+        for (const eColumn eOne : rColumns) {
+            strNames += (strNames.empty() ? "" : ",") + std::string(COLUMN_NAMES[eOne]);
+        }
+        fail(strFile, iEntry, ("not " + strNames + ", of which width and height may both be left out").c_str());
+    }
+    return {aValues[eColumnX], aValues[eColumnY], aValues[eColumnWidth], aValues[eColumnHeight]};
+}
+
 std::vector<DefectArea> fromCsv(const std::string& strFile, const std::string& strText) {
     std::vector<DefectArea> vecAreas;
+    Columns vecColumns;
     std::istringstream lines(strText);
-    std::string strLine;
-    for (bool bFirst = true; std::getline(lines, strLine);) {
+    for (std::string strLine; std::getline(lines, strLine);) {
         strLine.resize(std::min(strLine.size(), strLine.find('#')));
-        if (strLine.find_first_not_of(" \t\r") == std::string::npos) {
+        const std::size_t iFirst = strLine.find_first_not_of(BLANKS);
+        if (iFirst == std::string::npos) {
             continue;
         }
-        const bool bNames = bFirst && strLine.find_first_of("0123456789") == std::string::npos;
-        bFirst = false;
-        if (bNames) {
-            continue;
+        const Words vecFields = fieldsOf(strLine);
+        if (vecColumns.empty()) {
+            if (std::string("0123456789+-.,").find(strLine[iFirst]) == std::string::npos) {
+                vecColumns = columnsOf(strFile, vecFields);
+                continue;
+            }
+            vecColumns = {eColumnX, eColumnY, eColumnWidth, eColumnHeight};
         }
         const std::size_t iEntry = vecAreas.size() + 1;
-        std::replace(strLine.begin(), strLine.end(), ',', ' ');
-        std::istringstream fields(strLine);
-        const std::vector<double> vecValues((std::istream_iterator<double>(fields)), std::istream_iterator<double>());
-        if (!fields.eof() || (vecValues.size() != 2 && vecValues.size() != 4) || vecAreas.size() == ENTRIES_MAX) {
-            fail(strFile, iEntry, "not x,y or x,y,width,height");
+        if (iEntry > ENTRIES_MAX) {
+            fail(strFile, iEntry, "more than a list may have");
         }
-        DefectArea area{coordinate(strFile, iEntry, vecValues[0], 0), coordinate(strFile, iEntry, vecValues[1], 0)};
-        if (vecValues.size() == 4) {
-            area.nWidth = coordinate(strFile, iEntry, vecValues[2], 1);
-            area.nHeight = coordinate(strFile, iEntry, vecValues[3], 1);
-        }
-        vecAreas.push_back(area);
+        vecAreas.push_back(fromFields(strFile, iEntry, vecColumns, vecFields));
+    }
+    if (vecColumns.empty()) {
+        failAsList(strFile);
     }
     return vecAreas;
 }
@@ -159,6 +264,9 @@ std::vector<DefectArea> readDefectList(const std::string& strFile) {
     strText.resize(static_cast<std::size_t>(file.gcount()));
     if (strText.size() > BYTES_MAX) {
         throw std::runtime_error(strFile + ": too long for a list of defects");
+    }
+    if (strText.compare(0, 3, "\xEF\xBB\xBF") == 0) {  // a mark of UTF-8
+        strText.erase(0, 3);
     }
     const std::size_t iFirst = strText.find_first_not_of(" \t\r\n");
     const bool bJson = iFirst != std::string::npos && (strText[iFirst] == '{' || strText[iFirst] == '[');

@@ -28,10 +28,11 @@ struct SensorOffset {
 /// OffsetX and OffsetY that the reference's camera settings tell; 0 where they do not.
 SensorOffset sensorOffset(const StandIn::ReferenceImage& rReference);
 
-/// Reads a list: CSV with x, y and, where wanted, width and height in each line (a first line with names, empty lines
-/// and lines from # on are skipped); or JSON, an array of objects {"x", "y", "width", "height", "kind"} of which the
-/// last three may be left out, or the object {"Bad pixels": [{"Pixel": [x, y], ...}]} of EPICS areaDetector, whose ways
-/// of replacement are not taken over. A file takes 16 MiB and 1,000,000 entries at most.
+/// Reads a list: CSV with x, y and, where wanted, width and height in each line, or in the columns that a first line
+/// names so, in any order (empty lines and what follows # are skipped); or JSON, an array of objects {"x", "y",
+/// "width", "height", "kind"} of which the last three may be left out, or the object {"Bad pixels": [{"Pixel": [x, y],
+/// ...}]} of EPICS areaDetector, whose ways of replacement are not taken over. An empty list is an empty array or a
+/// line of names alone; a file without any entry is none. A file takes 16 MiB and 1,000,000 entries at most.
 /// @throws std::runtime_error  names file and entry.
 std::vector<DefectArea> readDefectList(const std::string& strFile);
 

@@ -4,6 +4,7 @@
 
 #include "toolkit/judgement/DefectList.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -47,6 +48,27 @@ TEST(DefectList, MarksPixelsWhereTheImageLiesOnTheSensor) {
               (Marked{0, 3, 4, 80}));
 }
 
+TEST(DefectList, ColumnsAreWhatTheirNamesSay) {
+    using Marked = std::vector<std::size_t>;
+    const std::pair<const char*, Marked> aRows[] = {
+        {"x,y\n102,9\n", {0, 42}},
+        {"y,x\n9,102\n", {0, 42}},
+        {" Y , X\r\n 9 , 102\r\n", {0, 42}},
+        {"\xEF\xBB\xBF\"x\",\"y\"\n102,9\n", {0, 42}},
+        {"# by hand\n\ny x\n9 102\n", {0, 42}},
+        {"width,height,x,y\n2,1,102,9\n", {0, 42, 43}},
+        {"HEIGHT,y,Width,x\n1,9,2,102\n", {0, 42, 43}},
+        {"x,y,width\n102,9,2\n100,8,\n100,9\n", {0, 0, 40, 42, 43}},
+        {"x,y,width,height\n102,9\n100,8,,\n", {0, 0, 42}},
+        {"x,y\n", {0}},
+        {"[]", {0}},
+        {"{\"Bad pixels\":[]}", {0}},
+    };
+    for (const auto& [pText, rMarked] : aRows) {
+        EXPECT_EQ(markedBy(pText), rMarked) << pText;
+    }
+}
+
 TEST(DefectList, RefusesWhatIsNoList) {
     for (const char* pText : {"1", "1,2,3", "1,2 x", "-1,2", "1.5,2", "1,2,0,1", "1e9,2", "{}", "[1]", "[{\"x\":1}]",
                               "{\"Bad pixels\":[{\"Pixel\":[1]}]}", "{\"Bad pixels\":[{\"Pixel\":[1,\"2\"]}]}",
@@ -54,6 +76,34 @@ TEST(DefectList, RefusesWhatIsNoList) {
         EXPECT_THROW(markedBy(pText), std::runtime_error) << pText;
     }
     EXPECT_THROW(readDefectList("/absent/list"), std::runtime_error);
+}
+
+TEST(DefectList, TellsWhatIsWrongWithALine) {
+    const std::pair<const char*, const char*> aRows[] = {
+        {"", "no list of defects; a CSV file has lines x,y or"},
+        {"\n# nothing\n", "no list of defects"},
+        {"\x7F"
+         "ELF\x02\n",
+         "no list of defects"},
+        {"column,row\n1,2\n", "unknown column 'column'"},
+        {"x,y,score\n1,2,3\n", "unknown column 'score'"},
+        {"x,,y\n1,2\n", "unknown column ''"},
+        {"x\n1\n", "there is no column 'y'"},
+        {"width,height\n1,2\n", "there is no column 'x'"},
+        {"x,y,X\n1,2,3\n", "there are two columns 'x'"},
+        {"y,x\n1,2,3\n", "entry 1: not y,x, of which"},
+        {"x,y,width\n1,2\n1,,2\n", "entry 2: not x,y,width, of which"},
+        {"1,2,3", "entry 1: not x,y,width,height, of which"},
+        {"width,height,x,y\n1,2\n", "entry 1: not width,height,x,y, of which"},
+    };
+    for (const auto& [pText, pSaid] : aRows) {
+        try {
+            markedBy(pText);
+            ADD_FAILURE() << pText;
+        } catch (const std::runtime_error& rError) {
+            EXPECT_THAT(rError.what(), testing::HasSubstr(pSaid)) << pText;
+        }
+    }
 }
 
 TEST(DefectList, ReadsWhatItWrote) {
