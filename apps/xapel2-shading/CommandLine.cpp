@@ -285,7 +285,7 @@ void CCommandLine::addSetOutput() {
         ->type_name("mean|max|DN");
     pSet->add_option("--pedestal", m_setOutput.dPedestal,
                      "DN added after the correction, so that noise around black survives")
-        ->check(within(0, 32767.5, "0 to 32767.5"));
+        ->check(within(0, 32767.5, "0 to 32767.5", false));
     pSet->add_option("--gain", m_setOutput.strGain,
                      "Write the gain of each sample, at the target mean, as a TIFF of 32-bit floating-point samples")
         ->type_name("FILE");

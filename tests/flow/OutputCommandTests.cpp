@@ -139,7 +139,7 @@ TEST_F(OutputCommand, NothingIsWrittenOverWhatWasRead) {
 }
 
 TEST_F(OutputCommand, WhatIsWrongIsRefusedAndChangesNothing) {
-    output({"--target", "1500", "--pedestal", "8", "--defects", list("good.csv", "40,20\n")});
+    output({"--target", "1500", "--pedestal", "8.5", "--defects", list("good.csv", "40,20\n")});
     const std::string strBefore = content(file("light.tif"));
     const struct {
         Words vecWords;
@@ -153,6 +153,8 @@ TEST_F(OutputCommand, WhatIsWrongIsRefusedAndChangesNothing) {
         {{"--target", "nan"}, 2, "--target"},
         {{"--target", "100x"}, 2, "--target"},
         {{"--pedestal", "2048"}, 2, "half of full scale"},
+        {{"--pedestal", "32767.5"}, 2, "half of full scale"},
+        {{"--pedestal", "32767.6"}, 2, "takes a number from 0 to 32767.5"},
         {{"--pedestal", "-1"}, 2, "--pedestal"},
         {{"--defects", "find", "--dark", file("light.tif")}, 2, "is no dark reference"},
         {{"--defects", file("missing.csv")}, 3, "missing.csv"},
