@@ -289,7 +289,8 @@ void CCommandLine::addSetOutput() {
     pSet->add_option("--gain", m_setOutput.strGain,
                      "Write the gain of each sample, at the target mean, as a TIFF of 32-bit floating-point samples")
         ->type_name("FILE");
-    pSet->add_option("--export", m_setOutput.strExport, "Write the defects as a list, CSV where the name ends in .csv")
+    pSet->add_option("--export", m_setOutput.strExport,
+                     "Write the defects as a list, CSV or JSON as the name ends in .csv or .json")
         ->type_name("LIST");
     addOutput(pSet, m_setOutput.bJson);
 }

@@ -80,7 +80,7 @@ TEST_F(OutputCommand, FoundDefectsAreMarkedListedAndReadBack) {
     EXPECT_EQ(map()[20 * WIDTH + 30], XAPEL2::StandIn::eDefectDead);
     output({"--defects", "find", "--dark", file("dark.tif")});
 
-    for (const char* pList : {"defects.json", "defects.csv"}) {
+    for (const char* pList : {"defects.json", "defects.csv", "DEFECTS.CSV"}) {
         output({"--export", file(pList)});
         EXPECT_EQ(map(), vecFound) << "an export marks nothing";
         output({"--defects", "none"});
@@ -176,4 +176,9 @@ TEST_F(OutputCommand, WhatIsWrongIsRefusedAndChangesNothing) {
     run({"output", file("dark.tif"), "--target", "max"}, 2, "is a dark reference");
     run({"output", file("missing.tif"), "--target", "max"}, 3, "missing.tif");
     output({"--export", file("nowhere/list.csv")}, 3, "nowhere");
+    for (const char* pName : {"list.txt", "list", "csv"}) {
+        output({"--target", "max", "--export", file(pName)}, 2, "ends in .csv or .json");
+        EXPECT_EQ(content(file("light.tif")), strBefore) << pName;
+        EXPECT_FALSE(std::filesystem::exists(file(pName)));
+    }
 }

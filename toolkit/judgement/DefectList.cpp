@@ -127,6 +127,10 @@ std::string lowerCase(std::string strText) {
     return strText;
 }
 
+bool endsIn(const std::string& strFile, const std::string& strEnd) {
+    return strFile.size() >= strEnd.size() && lowerCase(strFile.substr(strFile.size() - strEnd.size())) == strEnd;
+}
+
 // Between commas, or where there are none, between blanks. Empty fields at the end are left out.
 Words fieldsOf(const std::string& strLine) {
     Words vecFields;
@@ -273,9 +277,13 @@ std::vector<DefectArea> readDefectList(const std::string& strFile) {
     return bJson ? fromJson(strFile, strText) : fromCsv(strFile, strText);
 }
 
+bool isDefectListName(const std::string& strFile) {
+    return endsIn(strFile, ".csv") || endsIn(strFile, ".json");
+}
+
 std::string defectListText(const std::string& strFile, const StandIn::ReferenceImage& rReference) {
     const SensorOffset offset = sensorOffset(rReference);
-    const bool bCsv = strFile.size() >= 4 && strFile.compare(strFile.size() - 4, 4, ".csv") == 0;
+    const bool bCsv = endsIn(strFile, ".csv");
     std::string strText = bCsv ? "x,y\n" : "{\"Bad pixels\": [";
     const char* pBetween = "\n";
     for (std::size_t i = 0; i < rReference.vecDefects.size(); ++i) {

@@ -36,8 +36,11 @@ SensorOffset sensorOffset(const StandIn::ReferenceImage& rReference);
 /// @throws std::runtime_error  names file and entry.
 std::vector<DefectArea> readDefectList(const std::string& strFile);
 
-/// Text of a list: CSV where the name ends in ".csv"; else JSON, {"Bad pixels": [{"Pixel": [x, y], "Median": [2, 2]}]},
-/// which areaDetector reads too and replaces by the median of 5 x 5.
+/// True where the name ends in ".csv" or ".json", in letters of either case.
+bool isDefectListName(const std::string& strFile);
+
+/// Text of a list: CSV where the name ends in ".csv", in letters of either case; else JSON, {"Bad pixels": [{"Pixel":
+/// [x, y], "Median": [2, 2]}]}, which areaDetector reads too and replaces by the median of 5 x 5.
 std::string defectListText(const std::string& strFile, const StandIn::ReferenceImage& rReference);
 
 /// The map of the areas for a reference of this kind. What lies beyond the image is left out.

@@ -79,13 +79,14 @@ void requireOutputs(const SetOutputOptions& rOptions) {
             requireWritable(rFile, sources);
         }
     }
-    if (rOptions.strGain.empty() || rOptions.strExport.empty()) {
-        return;
-    }
     std::error_code ignored;
-    if (std::filesystem::weakly_canonical(rOptions.strGain) == std::filesystem::weakly_canonical(rOptions.strExport) ||
-        std::filesystem::equivalent(rOptions.strGain, rOptions.strExport, ignored)) {
+    if (!rOptions.strGain.empty() && !rOptions.strExport.empty() &&
+        (std::filesystem::weakly_canonical(rOptions.strGain) == std::filesystem::weakly_canonical(rOptions.strExport) ||
+         std::filesystem::equivalent(rOptions.strGain, rOptions.strExport, ignored))) {
         throw CUsageError("--gain and --export name one file, " + rOptions.strGain + "; give each its own");
+    }
+    if (!rOptions.strExport.empty() && !isDefectListName(rOptions.strExport)) {
+        throw CUsageError("--export takes a name that ends in .csv or .json, not '" + rOptions.strExport + "'");
     }
 }
 

@@ -111,8 +111,10 @@ TEST(DefectList, ReadsWhatItWrote) {
     StandIn::ReferenceImage reference = light();
     reference.vecDefects.assign(40 * 30, 0);
     reference.vecDefects[77] = reference.vecDefects[500] = StandIn::eDefectByHand;
-    for (const char* pName : {"list.csv", "list.json"}) {
-        std::ofstream(folder / pName) << defectListText(folder / pName, reference);
+    for (const char* pName : {"list.csv", "list.CSV", "list.json"}) {
+        const std::string strText = defectListText(folder / pName, reference);
+        EXPECT_EQ(strText[0], pName[5] == 'j' ? '{' : 'x') << pName;
+        std::ofstream(folder / pName) << strText;
         uint64_t nOutside = 0;
         EXPECT_EQ(defectMap(readDefectList(folder / pName), reference, nOutside), reference.vecDefects) << pName;
     }
