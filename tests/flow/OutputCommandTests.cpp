@@ -2,6 +2,7 @@
 // Copyright (c) 2026 the xapel2_ext_sc authors
 // The sub-command output from outside: which pixels it marks, lists, and reads back.
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 
@@ -110,6 +111,32 @@ TEST_F(OutputCommand, ListsAreInCoordinatesOfTheSensor) {
         EXPECT_EQ(vecMap[i], bMarked ? XAPEL2::StandIn::eDefectByHand : 0) << nX << ' ' << nY;
     }
     EXPECT_EQ(output({"--pedestal", "0"}).at("written"), false) << "nothing has changed";
+}
+
+// One pixel of the sensor, in lists that go between references of one sensor.
+TEST_F(OutputCommand, ListsGoBetweenMirroredAndBinnedReferences) {
+    const std::string strSensor = "sim:7?sensorwidth=384&sensorheight=256";
+    const struct {
+        const char *pPlace, *pCsv;
+        std::size_t iMarked;
+    } aRows[] = {
+        {"&width=384&height=256", "x,y\n294,43\n", 43 * 384 + 294},
+        {"&width=384&height=256&reversex=1", "x,y\n294,43\n", 43 * 384 + 89},
+        {"&width=384&height=256&reversey=1", "x,y\n294,43\n", 212 * 384 + 294},
+        {"&binning=2&width=192&height=128", "x,y,width,height\n294,42,2,2\n", 21 * 192 + 147},
+    };
+    const std::string strList = list("one.csv", "x,y\n294,43\n");
+    for (const auto& rRow : aRows) {
+        const std::string strDevice = strSensor + rRow.pPlace;
+        run({"record", "light", "-d", strDevice, "-n", "2", "-o", file("light.tif")});
+        EXPECT_EQ(output({"--defects", strList}).at("outside"), 0) << rRow.pPlace;
+        const std::vector<uint8_t> vecMap = map();
+        ASSERT_GT(vecMap.size(), rRow.iMarked) << rRow.pPlace;
+        EXPECT_EQ(vecMap.size() - static_cast<std::size_t>(std::count(vecMap.begin(), vecMap.end(), 0)), 1U);
+        EXPECT_NE(vecMap[rRow.iMarked], 0) << rRow.pPlace;
+        output({"--export", file("out.csv")});
+        EXPECT_EQ(content(file("out.csv")), rRow.pCsv) << rRow.pPlace;
+    }
 }
 
 // Once a gain map could take the place of the reference that it was made of.

@@ -13,8 +13,10 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 
 #include "toolkit/judgement/Defects.h"
+#include "toolkit/judgement/SensorLine.h"
 
 namespace XAPEL2 {
 namespace Toolkit {
@@ -244,19 +246,61 @@ std::vector<DefectArea> fromCsv(const std::string& strFile, const std::string& s
     return vecAreas;
 }
 
-}  // namespace
-
-SensorOffset sensorOffset(const StandIn::ReferenceImage& rReference) {
-    const Json json = Json::parse(rReference.strCamera, nullptr, false);
-    const auto valueOf = [&](const char* pName) -> uint64_t {
-        if (!json.is_object() || !json.contains(pName) || !json[pName].is_number()) {
-            return 0;
-        }
-        const double dValue = json[pName].get<double>();
-        return dValue >= 0.0 && dValue <= COORDINATE_MAX ? static_cast<uint64_t>(dValue) : 0;
-    };
-    return {valueOf("OffsetX"), valueOf("OffsetY")};
+// From left to right, and from top to bottom.
+std::pair<CSensorLine, CSensorLine> sensorLines(const StandIn::ReferenceImage& rReference) {
+    const StandIn::ImageLayout& rLayout = rReference.layout;
+    const StandIn::ImageGeometry place = sensorPlace(rReference);
+    const bool bCfa = rLayout.pFormat->isCfa();
+    return {{place.x, rLayout.nWidth, bCfa}, {place.y, rLayout.nHeight, bCfa}};
 }
+
+// What of the sensor makes the marked pixels, line by line.
+std::vector<DefectArea> markedAreas(const StandIn::ReferenceImage& rReference) {
+    const StandIn::ImageLayout& rLayout = rReference.layout;
+    const auto [columns, rows] = sensorLines(rReference);
+    std::vector<DefectArea> vecAreas;
+    for (std::size_t i = 0; i < rReference.vecDefects.size(); ++i) {
+        if (rReference.vecDefects[i] == 0) {
+            continue;
+        }
+        for (const CSensorLine::Run& rRow : rows.runsOf(i / rLayout.nWidth)) {
+            for (const CSensorLine::Run& rColumn : columns.runsOf(i % rLayout.nWidth)) {
+                vecAreas.push_back({rColumn.iFirst, rRow.iFirst, rColumn.nLength, rRow.nLength});
+            }
+        }
+    }
+    std::sort(vecAreas.begin(), vecAreas.end(),
+              [](const DefectArea& r, const DefectArea& s) { return std::pair(r.nY, r.nX) < std::pair(s.nY, s.nX); });
+    return vecAreas;
+}
+
+std::string csvText(const std::vector<DefectArea>& rAreas) {
+    const bool bSides =
+        std::any_of(rAreas.begin(), rAreas.end(), [](const DefectArea& r) { return r.nWidth != 1 || r.nHeight != 1; });
+    std::string strText = bSides ? "x,y,width,height\n" : "x,y\n";
+    for (const DefectArea& rArea : rAreas) {
+        strText += std::to_string(rArea.nX) + ',' + std::to_string(rArea.nY);
+        strText += bSides ? ',' + std::to_string(rArea.nWidth) + ',' + std::to_string(rArea.nHeight) : "";
+        strText += '\n';
+    }
+    return strText;
+}
+
+// There are no areas but single pixels in it.
+std::string jsonText(const std::vector<DefectArea>& rAreas) {
+    std::string strText = "{\"Bad pixels\": [";
+    const char* pBetween = "\n";
+    for (const DefectArea& rArea : rAreas) {
+        for (uint64_t i = 0; i < rArea.nWidth * rArea.nHeight; ++i) {
+            strText += pBetween + ("  {\"Pixel\": [" + std::to_string(rArea.nX + i % rArea.nWidth)) + ", " +
+                       std::to_string(rArea.nY + i / rArea.nWidth) + "], \"Median\": [2, 2]}";
+            pBetween = ",\n";
+        }
+    }
+    return strText + "\n]}\n";
+}
+
+}  // namespace
 
 std::vector<DefectArea> readDefectList(const std::string& strFile) {
     std::ifstream file(strFile, std::ios::binary);
@@ -282,48 +326,26 @@ bool isDefectListName(const std::string& strFile) {
 }
 
 std::string defectListText(const std::string& strFile, const StandIn::ReferenceImage& rReference) {
-    const SensorOffset offset = sensorOffset(rReference);
-    const bool bCsv = endsIn(strFile, ".csv");
-    std::string strText = bCsv ? "x,y\n" : "{\"Bad pixels\": [";
-    const char* pBetween = "\n";
-    for (std::size_t i = 0; i < rReference.vecDefects.size(); ++i) {
-        if (rReference.vecDefects[i] == 0) {
-            continue;
-        }
-        const std::string strX = std::to_string(i % rReference.layout.nWidth + offset.nX);
-        const std::string strY = std::to_string(i / rReference.layout.nWidth + offset.nY);
-        if (bCsv) {
-            strText += strX + ',' + strY + '\n';
-        } else {
-            strText += pBetween + ("  {\"Pixel\": [" + strX + ", " + strY + "], \"Median\": [2, 2]}");
-            pBetween = ",\n";
-        }
-    }
-    return strText + (bCsv ? "" : "\n]}\n");
+    const std::vector<DefectArea> vecAreas = markedAreas(rReference);
+    return endsIn(strFile, ".csv") ? csvText(vecAreas) : jsonText(vecAreas);
 }
 
 std::vector<uint8_t> defectMap(const std::vector<DefectArea>& rAreas, const StandIn::ReferenceImage& rReference,
                                uint64_t& rOutside) {
-    const SensorOffset offset = sensorOffset(rReference);
     const uint64_t nWidth = rReference.layout.nWidth;
-    const uint64_t nHeight = rReference.layout.nHeight;
-    std::vector<uint8_t> vecMap(static_cast<std::size_t>(nWidth * nHeight), 0);
+    const auto [columns, rows] = sensorLines(rReference);
+    std::vector<uint8_t> vecMap(static_cast<std::size_t>(nWidth * rReference.layout.nHeight), 0);
     rOutside = 0;
     for (const DefectArea& rArea : rAreas) {
-        const auto inside = [](uint64_t iAt, uint64_t nOffset, uint64_t nSide) {
-            return std::clamp(iAt, nOffset, nOffset + nSide) - nOffset;
-        };
-        const uint64_t iLeft = inside(rArea.nX, offset.nX, nWidth);
-        const uint64_t iRight = inside(rArea.nX + rArea.nWidth, offset.nX, nWidth);
-        const uint64_t iTop = inside(rArea.nY, offset.nY, nHeight);
-        const uint64_t iBottom = inside(rArea.nY + rArea.nHeight, offset.nY, nHeight);
-        for (uint64_t y = iTop; y < iBottom; ++y) {
-            for (uint64_t x = iLeft; x < iRight; ++x) {
-                uint8_t& rBits = vecMap[static_cast<std::size_t>(y * nWidth + x)];
+        const CSensorLine::Hits x = columns.hitsOf({rArea.nX, rArea.nWidth});
+        const CSensorLine::Hits y = rows.hitsOf({rArea.nY, rArea.nHeight});
+        for (const uint64_t iRow : y.vecPixels) {
+            for (const uint64_t iColumn : x.vecPixels) {
+                uint8_t& rBits = vecMap[static_cast<std::size_t>(iRow * nWidth + iColumn)];
                 rBits = static_cast<uint8_t>(rBits | rArea.uBits);
             }
         }
-        rOutside += rArea.nWidth * rArea.nHeight - (iRight - iLeft) * (iBottom - iTop);
+        rOutside += rArea.nWidth * rArea.nHeight - x.nInside * y.nInside;
     }
     return vecMap;
 }

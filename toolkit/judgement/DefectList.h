@@ -20,14 +20,6 @@ struct DefectArea {
     uint8_t uBits = StandIn::eDefectByHand;  ///< of StandIn::eDefectBit
 };
 
-/// Where an image lies on the sensor.
-struct SensorOffset {
-    uint64_t nX = 0, nY = 0;
-};
-
-/// OffsetX and OffsetY that the reference's camera settings tell; 0 where they do not.
-SensorOffset sensorOffset(const StandIn::ReferenceImage& rReference);
-
 /// Reads a list: CSV with x, y and, where wanted, width and height in each line, or in the columns that a first line
 /// names so, in any order (empty lines and what follows # are skipped); or JSON, an array of objects {"x", "y",
 /// "width", "height", "kind"} of which the last three may be left out, or the object {"Bad pixels": [{"Pixel": [x, y],
@@ -40,11 +32,13 @@ std::vector<DefectArea> readDefectList(const std::string& strFile);
 bool isDefectListName(const std::string& strFile);
 
 /// Text of a list: CSV where the name ends in ".csv", in letters of either case; else JSON, {"Bad pixels": [{"Pixel":
-/// [x, y], "Median": [2, 2]}]}, which areaDetector reads too and replaces by the median of 5 x 5.
+/// [x, y], "Median": [2, 2]}]}, which areaDetector reads too and replaces by the median of 5 x 5. Each sensor pixel
+/// that is in a marked pixel is listed, see sensorPlace(): CSV has areas for what is binned, JSON single pixels.
 std::string defectListText(const std::string& strFile, const StandIn::ReferenceImage& rReference);
 
-/// The map of the areas for a reference of this kind. What lies beyond the image is left out.
-/// @param[out] rOutside  pixels that were left out.
+/// The map of the areas for a reference of this kind: what holds a sensor pixel of theirs is marked, see sensorPlace().
+/// What lies beyond the image is left out.
+/// @param[out] rOutside  sensor pixels that were left out.
 std::vector<uint8_t> defectMap(const std::vector<DefectArea>& rAreas, const StandIn::ReferenceImage& rReference,
                                uint64_t& rOutside);
 

@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 
 #include "TemporaryFolder.h"
@@ -117,6 +118,148 @@ TEST(DefectList, ReadsWhatItWrote) {
         std::ofstream(folder / pName) << strText;
         uint64_t nOutside = 0;
         EXPECT_EQ(defectMap(readDefectList(folder / pName), reference, nOutside), reference.vecDefects) << pName;
+    }
+}
+
+StandIn::ReferenceImage placed(const char* pFormat, const StandIn::GeometryAxis& rX, uint64_t nWidth,
+                               const StandIn::GeometryAxis& rY, uint64_t nHeight) {
+    StandIn::ReferenceImage reference = light();
+    reference.layout = {StandIn::findPixelFormat(pFormat), nWidth, nHeight};
+    reference.geometry = {rX, rY};
+    reference.vecDefects.assign(static_cast<std::size_t>(nWidth * nHeight), 0);
+    return reference;
+}
+
+TEST(DefectList, TellsPixelsOfTheSensor) {
+    const StandIn::eBinningMode eSum = StandIn::eBinningSum;
+    const StandIn::GeometryAxis x{400, 0, 1, eSum, false}, y{300, 0, 1, eSum, false};
+    const StandIn::GeometryAxis mirroredX{400, 8, 1, eSum, true}, binnedX{400, 4, 2, eSum, false};
+    const StandIn::GeometryAxis mirroredY{300, 0, 3, eSum, true}, tooShort{30, 0, 1, eSum, false};
+    const struct {
+        const char* pFormat;
+        StandIn::GeometryAxis x, y;
+        const char* pCsv;
+    } aRows[] = {
+        {"Mono12", x, y, "x,y\n5,7\n"},
+        {"Mono12", mirroredX, y, "x,y\n386,7\n"},
+        {"Mono12", binnedX, mirroredY, "x,y,width,height\n18,276,2,3\n"},
+        {"BayerRG12", x, y, "x,y\n5,7\n"},
+        // Pixel 9 of the binned sensor is made of 17 and 19; 100 - 1 - 7 of the other direction of 276, 278, 280.
+        {"BayerRG12", binnedX, mirroredY, "x,y\n17,276\n19,276\n17,278\n19,278\n17,280\n19,280\n"},
+        // Not on that sensor, and nothing known: by the camera settings.
+        {"Mono12", tooShort, y, "x,y\n105,15\n"},
+        {"Mono12", {}, {}, "x,y\n105,15\n"},
+    };
+    for (const auto& rRow : aRows) {
+        StandIn::ReferenceImage reference = placed(rRow.pFormat, rRow.x, 60, rRow.y, 50);
+        reference.vecDefects[7 * 60 + 5] = StandIn::eDefectDead;
+        EXPECT_EQ(defectListText("list.csv", reference), rRow.pCsv);
+    }
+    StandIn::ReferenceImage reference = placed("Mono12", mirroredX, 60, y, 50);
+    reference.vecDefects[0] = reference.vecDefects[1] = reference.vecDefects[61] = StandIn::eDefectHot;
+    EXPECT_EQ(defectListText("list.csv", reference), "x,y\n390,0\n391,0\n390,1\n") << "line by line of the sensor";
+    reference = placed("Mono12", binnedX, 60, y, 50);
+    reference.vecDefects[0] = StandIn::eDefectHot;
+    EXPECT_EQ(defectListText("list.json", reference),
+              "{\"Bad pixels\": [\n  {\"Pixel\": [8, 0], \"Median\": [2, 2]},\n"
+              "  {\"Pixel\": [9, 0], \"Median\": [2, 2]}\n]}\n");
+}
+
+// Pixels of the sensor that make each pixel of an image: binned, then mirrored, then cut.
+std::vector<std::vector<uint64_t>> partsOf(const StandIn::GeometryAxis& r, uint64_t nSize, bool bCfa) {
+    std::vector<std::vector<uint64_t>> vecParts(static_cast<std::size_t>(r.binned(bCfa)));
+    const uint64_t nStep = bCfa ? 2 : 1, nGroup = nStep * r.nBinning;
+    for (uint64_t i = 0; i < r.nSensor; ++i) {
+        const std::size_t u = static_cast<std::size_t>(i / nGroup * nStep + i % nStep);
+        if (u < vecParts.size()) {
+            vecParts[u].push_back(i);
+        }
+    }
+    if (r.bReverse) {
+        std::reverse(vecParts.begin(), vecParts.end());
+    }
+    const auto iFirst = vecParts.begin() + static_cast<std::ptrdiff_t>(r.nOffset);
+    return {iFirst, iFirst + static_cast<std::ptrdiff_t>(nSize)};
+}
+
+// Each pixel of the sensor by itself.
+void expectEachSensorPixel(const StandIn::ReferenceImage& rPlaced) {
+    const bool bCfa = rPlaced.layout.pFormat->isCfa();
+    const auto vecX = partsOf(rPlaced.geometry.x, rPlaced.layout.nWidth, bCfa);
+    const auto vecY = partsOf(rPlaced.geometry.y, rPlaced.layout.nHeight, bCfa);
+    const auto fnFind = [](const std::vector<std::vector<uint64_t>>& rParts, uint64_t i) {
+        const auto fnHas = [i](const std::vector<uint64_t>& r) { return std::count(r.begin(), r.end(), i) != 0; };
+        return static_cast<std::size_t>(std::find_if(rParts.begin(), rParts.end(), fnHas) - rParts.begin());
+    };
+    for (uint64_t y = 0; y < rPlaced.geometry.y.nSensor; ++y) {
+        for (uint64_t x = 0; x < rPlaced.geometry.x.nSensor; ++x) {
+            std::vector<uint8_t> vecMap = rPlaced.vecDefects;
+            const std::size_t iX = fnFind(vecX, x), iY = fnFind(vecY, y);
+            const bool bInside = iX < vecX.size() && iY < vecY.size();
+            if (bInside) {
+                vecMap[iY * vecX.size() + iX] = StandIn::eDefectByHand;
+            }
+            uint64_t nOutside = 0;
+            ASSERT_EQ(defectMap({{x, y}}, rPlaced, nOutside), vecMap) << x << ' ' << y;
+            ASSERT_EQ(nOutside, bInside ? 0U : 1U) << x << ' ' << y;
+        }
+    }
+}
+
+// A map with gaps, by way of both kinds of files.
+void expectSameAfterExport(StandIn::ReferenceImage reference) {
+    for (std::size_t i = 0; i < reference.vecDefects.size(); i += 3) {
+        reference.vecDefects[i] = StandIn::eDefectByHand;
+    }
+    const uint64_t nParts = reference.geometry.x.nBinning * reference.geometry.y.nBinning;
+    const XAPEL2::Test::CTemporaryFolder folder;
+    for (const char* pName : {"list.csv", "list.json"}) {
+        std::ofstream(folder / pName) << defectListText(folder / pName, reference);
+        const std::vector<DefectArea> vecAreas = readDefectList(folder / pName);
+        uint64_t nPixels = 0, nOutside = 0;
+        for (const DefectArea& rArea : vecAreas) {
+            nPixels += rArea.nWidth * rArea.nHeight;
+        }
+        EXPECT_EQ(nPixels, nParts * countMarked(reference.vecDefects)) << pName;
+        EXPECT_EQ(defectMap(vecAreas, reference, nOutside), reference.vecDefects) << pName;
+        EXPECT_EQ(nOutside, 0U) << pName;
+    }
+}
+
+TEST(DefectList, SensorPixelsMarkWhatIsMadeOfThem) {
+    const StandIn::eBinningMode eSum = StandIn::eBinningSum;
+    for (const char* pFormat : {"Mono12", "BayerRG12"}) {
+        for (const uint64_t nBinning : {1U, 2U, 3U}) {
+            for (const bool bReverse : {false, true}) {
+                SCOPED_TRACE(std::string(pFormat) + ", " + std::to_string(nBinning) + (bReverse ? ", mirrored" : ""));
+                const StandIn::ReferenceImage reference =
+                    placed(pFormat, {21, 1, nBinning, eSum, bReverse}, 4, {14, 0, 2, eSum, !bReverse}, 5);
+                expectEachSensorPixel(reference);
+                expectSameAfterExport(reference);
+            }
+        }
+    }
+}
+
+TEST(DefectList, CountsWhatOfAnAreaIsOutside) {
+    const StandIn::ReferenceImage reference =
+        placed("Mono12", {40, 1, 2, StandIn::eBinningSum, true}, 8, {30, 0, 1, StandIn::eBinningSum, false}, 6);
+    // The image lies at 22 to 37 and 0 to 5.
+    const struct {
+        DefectArea area;
+        uint64_t nMarked, nOutside;
+    } aRows[] = {
+        {{0, 0, 40, 30}, 48, 40 * 30 - 16 * 6},
+        {{23, 0, 2, 1}, 2, 0},
+        {{21, 5, 2, 2}, 1, 3},
+        {{37, 0, 3, 1}, 1, 2},
+        {{38, 0, 1, 1}, 0, 1},
+        {{900, 900, 1000, 1000}, 0, 1000000},
+    };
+    for (const auto& rRow : aRows) {
+        uint64_t nOutside = 0;
+        EXPECT_EQ(countMarked(defectMap({rRow.area}, reference, nOutside)), rRow.nMarked) << rRow.area.nX;
+        EXPECT_EQ(nOutside, rRow.nOutside) << rRow.area.nX;
     }
 }
 
