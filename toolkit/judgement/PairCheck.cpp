@@ -89,6 +89,7 @@ PairCheck checkPair(const std::string& strDark, const std::string& strLight, con
     if (bPair) {
         dSelfTest = selfTest(strDark, strLight, dark, light);
         result.transfer = transferOf(rLevels, dark, strDark);
+        result.transfer.vecPair = pairPoints(meanOf(dark), meanOf(light));
     }
     result.pair = judgePair(dark, light, dSelfTest, gainsOf(result.transfer));
     if (bPair) {

@@ -26,9 +26,11 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr double USED_MOST = 0.7;        // of saturation
-constexpr double SAME_EXPOSURE = 0.005;  // relative
-constexpr std::size_t LEVELS_LEAST = 5;  // in a line that shows by itself when the camera is not linear
+constexpr double USED_MOST = 0.7;         // of saturation
+constexpr double SAME_EXPOSURE = 0.005;   // relative
+constexpr double COARSE = 0.16;           // DN^2 in the dark: below, rounding hides part of the noise
+constexpr double ROUNDING_MOST = 0.16;    // DN^2, of that part: see varianceBeforeRounding()
+constexpr double SATURATED_MOST = 0.001;  // share of the samples of a pair
 
 double meanOfClass(const MeanImage& rImage, unsigned iClass) {
     double dSum = 0.0;
@@ -53,28 +55,49 @@ double saturationOf(const std::vector<TransferPoint>& rPoints, double dFullScale
     return bBeyond ? itNoisiest->dSignal : dFullScale;
 }
 
-TransferLine lineOf(const std::vector<LightLevel>& rLevels, unsigned iClass) {
+/// Variance of the temporal variance of a class.
+double varianceSquared(const MeanImage& rImage, unsigned iClass) {
+    return std::pow(varianceOfClass(rImage, iClass), 2.0) * 2.0 /
+           (static_cast<double>(rImage.layout.samplesOf(iClass)) * (static_cast<double>(rImage.nFrames) - 1.0));
+}
+
+TransferPoint pointOf(const MeanImage& rDark, const MeanImage& rLight, unsigned iClass) {
+    TransferPoint point;
+    const double dDark = varianceOfClass(rDark, iClass);
+    point.dSignal = meanOfClass(rLight, iClass) - meanOfClass(rDark, iClass);
+    point.dVariance = varianceOfClass(rLight, iClass) - dDark;
+    point.dUncertainty = std::sqrt(varianceSquared(rLight, iClass) + varianceSquared(rDark, iClass));
+    point.dRounding = dDark < COARSE ? ROUNDING_MOST : 0.0;
+    return point;
+}
+
+/// The level before this one whose light is the same to the last bit; null: none.
+const LightLevel* sameBefore(const std::vector<LightLevel>& rLevels, std::size_t iLevel) {
+    const auto itEnd = rLevels.begin() + static_cast<std::ptrdiff_t>(iLevel);
+    const auto itSame = std::find_if(rLevels.begin(), itEnd, [&](const LightLevel& r) {
+        return r.light.vecClassVariance == itEnd->light.vecClassVariance &&
+               r.light.vecSamples == itEnd->light.vecSamples;
+    });
+    return itSame == itEnd ? nullptr : &*itSame;
+}
+
+/// @param[in] rRepeated  of each level: it was there before.
+TransferLine lineOf(const std::vector<LightLevel>& rLevels, const std::vector<bool>& rRepeated, unsigned iClass) {
     TransferLine line;
     double dDark = std::numeric_limits<double>::infinity();
     for (const LightLevel& rLevel : rLevels) {
-        const double dMean = meanOfClass(rLevel.dark, iClass);
-        dDark = std::min(dDark, dMean);
-        line.vecPoints.push_back({meanOfClass(rLevel.light, iClass) - dMean,
-                                  varianceOfClass(rLevel.light, iClass) - varianceOfClass(rLevel.dark, iClass), false});
+        dDark = std::min(dDark, meanOfClass(rLevel.dark, iClass));
+        line.vecPoints.push_back(pointOf(rLevel.dark, rLevel.light, iClass));
     }
-    const StandIn::ImageLayout& rLayout = rLevels.front().light.layout;
-    line.dSaturation = saturationOf(line.vecPoints, rLayout.pFormat->fullScale() - dDark);
+    line.dSaturation = saturationOf(line.vecPoints, rLevels.front().light.layout.pFormat->fullScale() - dDark);
     double dProducts = 0.0, dSquares = 0.0, dErrors = 0.0;
     for (std::size_t i = 0; i < rLevels.size(); ++i) {
         TransferPoint& rPoint = line.vecPoints[i];
-        rPoint.bUsed = rPoint.dSignal > 0.0 && rPoint.dSignal <= USED_MOST * line.dSaturation;
+        rPoint.bUsed = !rRepeated[i] && rPoint.dSignal > 0.0 && rPoint.dSignal <= USED_MOST * line.dSaturation;
         if (rPoint.bUsed) {
             dProducts += rPoint.dSignal * rPoint.dVariance;
             dSquares += rPoint.dSignal * rPoint.dSignal;
-            const double dNoise = varianceOfClass(rLevels[i].light, iClass);
-            dErrors += std::pow(rPoint.dSignal * dNoise, 2.0) * 2.0 /
-                       (static_cast<double>(rLayout.samplesOf(iClass)) *
-                        (static_cast<double>(rLevels[i].light.nFrames) - 1.0));
+            dErrors += std::pow(rPoint.dSignal * rPoint.dUncertainty, 2.0);
         }
     }
     line.dGain = dSquares > 0.0 ? dProducts / dSquares : UNKNOWN;
@@ -146,11 +169,34 @@ PhotonTransfer photonTransfer(const std::vector<LightLevel>& rLevels) {
         if (isOfOtherExposure(rLevel)) {
             result.vecOtherExposure.push_back(rLevel.strName);
         }
+        append(result.vecOwn, rLevel.vecFindings);
+    }
+    std::vector<bool> vecRepeated;
+    for (std::size_t i = 0; i < rLevels.size(); ++i) {
+        const LightLevel* const pSame = sameBefore(rLevels, i);
+        vecRepeated.push_back(pSame != nullptr);
+        if (pSame != nullptr) {
+            result.vecRepeated.push_back({rLevels[i].strName, pSame->strName});
+        }
     }
     for (unsigned i = 0; !rLevels.empty() && i < rLevels.front().light.layout.classes(); ++i) {
-        result.vecClasses.push_back(lineOf(rLevels, i));
+        result.vecClasses.push_back(lineOf(rLevels, vecRepeated, i));
     }
     return result;
+}
+
+std::vector<TransferPoint> pairPoints(const MeanImage& rDark, const MeanImage& rLight) {
+    const unsigned nClasses = rLight.layout.classes();
+    std::vector<TransferPoint> vecPoints;
+    for (const MeanImage* pImage : {&rDark, &rLight}) {
+        if (pImage->nFrames < 2 || (nClasses > 1 && pImage->vecClassVariance.empty())) {
+            return {};
+        }
+    }
+    for (unsigned i = 0; i < nClasses && rLight.dSaturatedShare <= SATURATED_MOST; ++i) {
+        vecPoints.push_back(pointOf(rDark, rLight, i));
+    }
+    return vecPoints;
 }
 
 std::vector<LightLevel> readLevels(const std::vector<std::string>& rNames, const StandIn::ReferenceImage& rDark,
@@ -190,35 +236,6 @@ std::vector<LightLevel> readLevels(const std::vector<std::string>& rNames, const
     return vecLevels;
 }
 
-Findings judgeLevels(const PhotonTransfer& rTransfer) {
-    std::size_t nLeast = rTransfer.vecLevels.size();
-    for (const TransferLine& rLine : rTransfer.vecClasses) {
-        nLeast = std::min(nLeast, static_cast<std::size_t>(std::count_if(rLine.vecPoints.begin(), rLine.vecPoints.end(),
-                                                                         [](const auto& r) { return r.bUsed; })));
-    }
-    Findings vecFindings;
-    const std::size_t nLevels = rTransfer.vecLevels.size();
-    if (nLeast < LEVELS_LEAST) {
-        const std::string strHow = nLeast == 0 ? (nLevels == 1 ? "The only level is not" : "No level is")
-                                   : nLeast == nLevels
-                                       ? "Only " + counted(nLeast, "level") + (nLeast == 1 ? " is" : " are")
-                                       : "Of " + counted(nLevels, "level") + " only " + std::to_string(nLeast) +
-                                             (nLeast == 1 ? " is" : " are");
-        vecFindings.push_back({eWarning, "few-levels", strHow + " above the dark and up to 70 % of saturation.",
-                               "Take five levels or more there."});
-    }
-    if (!rTransfer.vecOtherExposure.empty()) {
-        std::string strNames;
-        for (const std::string& rName : rTransfer.vecOtherExposure) {
-            strNames += (strNames.empty() ? "" : ", ") + rName;
-        }
-        vecFindings.push_back({eWarning, "other-exposure",
-                               "No dark reference of the same exposure time is given for " + strNames + ".",
-                               "Record one for each exposure time and name it with the levels."});
-    }
-    return vecFindings;
-}
-
 std::string describe(const PhotonTransfer& rTransfer, const StandIn::PixelFormat& rFormat) {
     const std::vector<std::string> vecNames = colourClassNames(rFormat);
     std::string strText;
@@ -252,6 +269,7 @@ nlohmann::ordered_json toJson(const PhotonTransfer& rTransfer, const StandIn::Pi
                               {"dark", rTransfer.vecDarks[k]},
                               {"signal", rPoint.dSignal},
                               {"variance", rPoint.dVariance},
+                              {"varianceUncertainty", rPoint.dUncertainty},
                               {"used", rPoint.bUsed}});
         }
         result["classes"].push_back({{"class", vecNames[i]},

@@ -30,9 +30,9 @@ inline StandIn::ReferenceImage makeReference(StandIn::eReferenceKind eKind, cons
 
 /// A window within a simulated sensor of four times its sides: shading and dust are as smooth there as in a real image.
 struct SimulatedFrames {
-    explicit SimulatedFrames(const StandIn::ImageLayout& rLayout)
+    explicit SimulatedFrames(const StandIn::ImageLayout& rLayout, unsigned nSeed = 7)
         : layout(rLayout),
-          sensor(7, 4 * rLayout.nWidth, 4 * rLayout.nHeight, *rLayout.pFormat),
+          sensor(nSeed, 4 * rLayout.nWidth, 4 * rLayout.nHeight, *rLayout.pFormat),
           settings(sensor.defaultSettings()) {
         settings.nWidth = settings.nOffsetX = rLayout.nWidth;
         settings.nHeight = settings.nOffsetY = rLayout.nHeight;

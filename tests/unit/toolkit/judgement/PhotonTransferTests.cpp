@@ -64,6 +64,8 @@ TEST(PhotonTransfer, LineReachesTo70PercentOfSaturation) {
     EXPECT_NEAR(line.dGain, 0.25, 1e-9);
     EXPECT_EQ(line.dSaturation, 3995.0);
     EXPECT_EQ(used(line), (std::vector<bool>{false, true, true, true, true, false, false}));
+    // 512 samples of 16 frames, in the light and in the dark.
+    EXPECT_NEAR(line.vecPoints[0].dUncertainty, std::sqrt(2.0 * (9.0 * 9.0 + 9.0 * 9.0) / (512.0 * 15.0)), 0.003);
     // Beyond saturation the variance falls: 70 % of 2,700 DN are 1,890 DN then.
     vecLevels[5].light.vecClassVariance[0] = 300.0;
     vecLevels[6].light.vecClassVariance[0] = 20.0;
