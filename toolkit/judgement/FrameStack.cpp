@@ -12,6 +12,22 @@
 namespace XAPEL2 {
 namespace Toolkit {
 
+namespace {
+
+constexpr uint64_t FRAMES_TOLD = 3;       // of two nobody knows which one is odd
+constexpr double BRIGHTNESS_TOLD = 0.01;  // of the middle one
+constexpr double SPREADS_TOLD = 10.0;     // of the frames' means
+constexpr double NOISES_TOLD = 6.0;       // standard deviations of a mean by the noise of its samples
+constexpr double ROBUST = 1.4826;         // a standard deviation, in median deviations
+
+double middleOf(std::vector<double> vecValues) {
+    const auto itMiddle = vecValues.begin() + static_cast<std::ptrdiff_t>(vecValues.size() / 2);
+    std::nth_element(vecValues.begin(), itMiddle, vecValues.end());
+    return *itMiddle;
+}
+
+}  // namespace
+
 CFrameStack::CFrameStack(const StandIn::ImageLayout& rLayout) : m_layout(rLayout) {
     if (!rLayout.isPossible()) {
         throw std::invalid_argument("frames of this size cannot be added up");
@@ -104,6 +120,47 @@ MeanImage CFrameStack::mean() const {
         result.vecClassVariance.push_back(dVariance);
         result.dTemporalVariance += dVariance * dSamples / static_cast<double>(m_vecSum.size());
     }
+    return result;
+}
+
+std::vector<double> CFrameStack::frameMeans() const {
+    std::vector<double> vecMeans(static_cast<std::size_t>(m_nFrames), 0.0);
+    for (unsigned i = 0; i < m_layout.classes(); ++i) {
+        const double dShare = static_cast<double>(m_layout.samplesOf(i)) / static_cast<double>(m_vecSum.size());
+        for (std::size_t k = 0; k < vecMeans.size(); ++k) {
+            vecMeans[k] += dShare * m_vecClassMeans[i][k];
+        }
+    }
+    return vecMeans;
+}
+
+StandIn::RecordingOutliers CFrameStack::outlyingFrames() const {
+    StandIn::RecordingOutliers result;
+    if (m_nFrames < FRAMES_TOLD) {
+        return result;
+    }
+    const std::vector<double> vecMeans = frameMeans();
+    const double dMiddle = middleOf(vecMeans);
+    std::vector<double> vecDistances;
+    for (const double dMean : vecMeans) {
+        vecDistances.push_back(std::abs(dMean - dMiddle));
+    }
+    const double dByChance = NOISES_TOLD * std::sqrt(mean().dTemporalVariance / static_cast<double>(m_vecSum.size()));
+    const double dLimit =
+        std::max({BRIGHTNESS_TOLD * dMiddle, SPREADS_TOLD * ROBUST * middleOf(vecDistances), dByChance});
+    for (std::size_t i = 0; i < vecMeans.size(); ++i) {
+        if (vecDistances[i] > dLimit) {
+            StandIn::FrameOutlier outlier;
+            outlier.eWhat = StandIn::eOutlierBrightness;
+            outlier.iFrame = i + 1;
+            outlier.dDeviation = vecMeans[i] - dMiddle;
+            result.vecPlaces.push_back(outlier);
+        }
+    }
+    result.nFrames = result.vecPlaces.size();
+    std::stable_sort(result.vecPlaces.begin(), result.vecPlaces.end(),
+                     [](const auto& a, const auto& b) { return std::abs(a.dDeviation) > std::abs(b.dDeviation); });
+    result.vecPlaces.resize(std::min(result.vecPlaces.size(), StandIn::RecordingOutliers::PLACES_MAX));
     return result;
 }
 

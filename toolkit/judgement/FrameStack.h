@@ -49,9 +49,14 @@ public:
     /// two frames.
     std::vector<float> temporalVariances() const;
 
+    /// Frames whose mean is off the middle one by more than 1 %, ten spreads of the others, and what noise does; the
+    /// farthest first, none of fewer than three frames. They stay in the mean.
+    StandIn::RecordingOutliers outlyingFrames() const;
+
 private:
     double variance(std::size_t iSample) const;
     double varianceOfMeans(unsigned iClass) const;
+    std::vector<double> frameMeans() const;
 
     StandIn::ImageLayout m_layout;
     uint64_t m_nFrames = 0;

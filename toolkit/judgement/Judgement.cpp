@@ -11,8 +11,8 @@
 #include "toolkit/judgement/CorrectedNoise.h"
 #include "toolkit/judgement/DarkPattern.h"
 #include "toolkit/judgement/JudgementText.h"
-#include "toolkit/judgement/Outliers.h"
 #include "toolkit/judgement/OutputLevel.h"
+#include "toolkit/judgement/Steadiness.h"
 #include "toolkit/judgement/Sums.h"
 #include "toolkit/text/Texts.h"
 
@@ -31,8 +31,6 @@ constexpr double DARK_MOST = 10.0;           // percent of full scale
 constexpr double NOISE_LEAST = 0.24;         // DN: EMVA 1288, least dark noise that quantisation does not distort
 constexpr double BLACK_CLIPPED = 0.01;       // share of the samples
 constexpr uint64_t FRAMES_LEAST = 8;         // from here on the reference adds 6 % or less to a frame's own noise
-constexpr double DRIFT_NOTED = 0.002;        // of the mean, brightest to dimmest frame
-constexpr double DRIFT_WARNED = 0.01;        // of the mean
 constexpr double SETTING_TOLERANCE = 0.005;  // relative: cameras round what is set
 constexpr double SELF_TEST_MOST = 1.0;       // DN, what the tables of the image processor keep up to 12 bits
 constexpr std::size_t SAMPLES_LEAST = 16;  // of a colour: the uncertainty of a standard deviation is a sixth of it then
@@ -70,7 +68,7 @@ void judgeSaturation(const ReferenceFigures& rFigures, Findings& rFindings) {
                              : "Cover the lens, or shorten the exposure, and record again."});
 }
 
-void judgeNoise(const ReferenceFigures& rFigures, Findings& rFindings) {
+void judgeNumber(const ReferenceFigures& rFigures, Findings& rFindings) {
     if (rFigures.nFrames < FRAMES_LEAST) {
         const double dAdded = 100.0 * (std::sqrt(1.0 + 1.0 / static_cast<double>(rFigures.nFrames)) - 1.0);
         rFindings.push_back({eWarning, "few-frames",
@@ -78,51 +76,6 @@ void judgeNoise(const ReferenceFigures& rFigures, Findings& rFindings) {
                                  fixed(dAdded, 0) + " % to that of each corrected frame.",
                              "Record 16 frames or more."});
     }
-    if (rFigures.nFrames > 1 && !(rFigures.dTemporalNoise > 0.0) && rFigures.eKind == StandIn::eReferenceLight) {
-        rFindings.push_back({eWarning, "no-noise",
-                             "All frames are the same to the last bit, or nothing is known of their noise.",
-                             "Make sure that the camera delivered live frames, not a test picture."});
-    }
-}
-
-/// The light of a light reference, and the level of a dark one, that changed from frame to frame. The figures are free
-/// of it; the frames to be corrected are not.
-void judgeDrift(const ReferenceFigures& rFigures, Findings& rFindings) {
-    const StandIn::FrameMeans& rMeans = rFigures.means;
-    if (rFigures.nFrames < 2 || std::isnan(rMeans.dFirst) || rFigures.dMean <= 0.0) {
-        return;
-    }
-    const double dRange = rMeans.dMost - rMeans.dLeast;
-    const double dByChance = 6.0 * rFigures.dTemporalNoise / std::sqrt(static_cast<double>(rFigures.layout.samples()));
-    const bool bLight = rFigures.eKind == StandIn::eReferenceLight;
-    const double dNoted = bLight ? DRIFT_NOTED * rFigures.dMean : rFigures.dTemporalNoise / 4.0;
-    const double dWarned = bLight ? DRIFT_WARNED * rFigures.dMean : rFigures.dTemporalNoise;
-    // Frames that are alike to the last bit have no noise to hold the range against.
-    if (dRange <= 0.0 || dRange < std::max(dNoted, dByChance)) {
-        return;
-    }
-    const auto fnPercent = [&](double dValue) { return fixed(100.0 * dValue / rFigures.dMean, 2) + " %"; };
-    rFindings.push_back(
-        {dRange >= std::max(dWarned, dByChance) ? eWarning : eNote, "drift",
-         "The mean of a frame went from " + fixed(rMeans.dFirst, 2) + " DN in the first to " + fixed(rMeans.dLast, 2) +
-             " DN in the last (" + fnPercent(rMeans.dLast - rMeans.dFirst) + "), within " + fixed(rMeans.dLeast, 2) +
-             " to " + fixed(rMeans.dMost, 2) + " DN (" + fnPercent(dRange) + ").",
-         bLight ? "Let the lamp warm up, keep it from flickering, and see that nothing passes before the lens."
-                : "Let the camera warm up before the dark reference is recorded."});
-}
-
-/// Light that moved over the image counts as noise, unless it is taken off.
-void judgeMovement(const StandIn::ReferenceImage& rReference, Findings& rFindings) {
-    const double dShare = noiseShare(rReference);
-    if (dShare >= 1.0) {
-        return;
-    }
-    rFindings.push_back(
-        {dShare < MOVEMENT_WARNED ? eWarning : eNote, "moving-light",
-         "Light moved over the image from frame to frame: samples vary by " + fixed(rReference.dTemporalNoise, 2) +
-             " DN, where the noise between neighbours is " + fixed(rReference.dNeighbourNoise, 2) +
-             " DN. The figures take the latter, which is good to a few percent.",
-         "Keep lamp, lens and target from moving and the lamp from changing its shape, and record again."});
 }
 
 void judgeLight(const ReferenceFigures& rFigures, Findings& rFindings) {
@@ -407,11 +360,9 @@ ReferenceJudgement judgeReference(const StandIn::ReferenceImage& rReference, con
     } else {
         judgeDark(rReference, rFigures, result.vecFindings);
     }
-    judgeNoise(rFigures, result.vecFindings);
-    judgeDrift(rFigures, result.vecFindings);
-    judgeMovement(rReference, result.vecFindings);
-    const Findings vecOutliers = judgeOutliers(rReference.outliers);
-    result.vecFindings.insert(result.vecFindings.end(), vecOutliers.begin(), vecOutliers.end());
+    judgeNumber(rFigures, result.vecFindings);
+    append(result.vecFindings, judgeSteadiness(rFigures));
+    append(result.vecFindings, judgeMovement(rReference));
     return result;
 }
 

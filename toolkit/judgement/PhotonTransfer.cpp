@@ -10,10 +10,12 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
+#include <utility>
 
 #include "toolkit/frames/FileList.h"
 #include "toolkit/judgement/JudgedPair.h"
 #include "toolkit/judgement/SensorNoise.h"
+#include "toolkit/judgement/Steadiness.h"
 #include "toolkit/sessions/Session.h"
 #include "toolkit/text/Errors.h"
 #include "toolkit/text/Texts.h"
@@ -105,8 +107,8 @@ TransferLine lineOf(const std::vector<LightLevel>& rLevels, const std::vector<bo
     return line;
 }
 
-/// Mean and noise of the image files of a folder.
-MeanImage meanOfFolder(const std::string& strFolder, const StandIn::PixelFormat& rFormat) {
+/// The image files of a folder, added up.
+CFrameStack stackOfFolder(const std::string& strFolder, const StandIn::PixelFormat& rFormat) {
     const std::vector<std::string> vecFiles = listFiles({strFolder}, {});
     CSession session("the files of " + strFolder, [&] { return StandIn::openFiles(vecFiles, rFormat.pName); });
     session.selectScene("Scene");
@@ -123,7 +125,7 @@ MeanImage meanOfFolder(const std::string& strFolder, const StandIn::PixelFormat&
         }
         stack->add(frame);
     }
-    return stack->mean();
+    return std::move(*stack);
 }
 
 double exposureOf(const StandIn::ReferenceImage& rReference) {
@@ -211,7 +213,9 @@ std::vector<LightLevel> readLevels(const std::vector<std::string>& rNames, const
     for (const std::string& rName : rNames) {
         std::error_code ignored;
         if (fs::is_directory(rName, ignored)) {
-            vecLevels.push_back({rName, meanOfFolder(rName, *rDark.layout.pFormat), {}});
+            const CFrameStack stack = stackOfFolder(rName, *rDark.layout.pFormat);
+            vecLevels.push_back({rName, stack.mean(), {}});
+            vecLevels.back().vecFindings = judgeLevelSteadiness(rName, vecLevels.back().light, stack.outlyingFrames());
             continue;
         }
         const StandIn::ReferenceImage reference = readReference(rName);
@@ -220,6 +224,7 @@ std::vector<LightLevel> readLevels(const std::vector<std::string>& rNames, const
         } else {
             vecLevels.push_back({rName, meanOf(reference), {}});
             vecLevels.back().dExposure = exposureOf(reference);
+            vecLevels.back().vecFindings = judgeLevelSteadiness(rName, vecLevels.back().light, reference.outliers);
         }
     }
     if (vecLevels.empty() && !rNames.empty()) {

@@ -73,7 +73,7 @@ PhotonTransfer photonTransfer(const std::vector<LightLevel>& rLevels);
 std::vector<TransferPoint> pairPoints(const MeanImage& rDark, const MeanImage& rLight);
 
 /// Reads levels, each of them a light reference or a folder of image files, two frames or more. Dark references among
-/// them go with the light ones of their exposure time, rDark with all others.
+/// them go with the light ones of their exposure time, rDark with all others. Each tells how steady it is by itself.
 /// @param[in] strDark  names rDark.
 /// @throws CUsageError         a folder has no image file, or there are dark references alone.
 /// @throws std::runtime_error  names what cannot be used.
@@ -81,7 +81,7 @@ std::vector<LightLevel> readLevels(const std::vector<std::string>& rNames, const
                                    const std::string& strDark);
 
 /// What is to be said of the levels, all of it warnings: "same-level", "few-levels", "other-exposure",
-/// "levels-scatter", "other-conversion-gain", and of single levels those of judgeSteadiness().
+/// "levels-scatter", "other-conversion-gain", and of single levels those of judgeLevelSteadiness().
 Findings judgeLevels(const PhotonTransfer& rTransfer);
 
 /// Lines for people, each ended.

@@ -4,6 +4,7 @@
 
 #include "toolkit/judgement/PhotonTransfer.h"
 
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
@@ -12,6 +13,10 @@
 #include <gtest/gtest.h>
 
 #include "Images.h"
+#include "TemporaryFolder.h"
+#include "toolkit/frames/FrameFile.h"
+#include "toolkit/judgement/Steadiness.h"
+#include "xapel2_standin/ReferenceFile.h"
 
 using namespace XAPEL2;
 using namespace XAPEL2::Toolkit;
@@ -26,22 +31,24 @@ struct LevelSet {
     std::vector<uint64_t> vecExposures;
 };
 
-MeanImage stackOf(SimulatedFrames& rCamera, StandIn::eScene eWhat, uint64_t iExposureUs, uint64_t nFrames) {
+CFrameStack stackOf(SimulatedFrames& rCamera, StandIn::eScene eWhat, uint64_t iExposureUs, uint64_t nFrames) {
     rCamera.settings.iExposureUs = iExposureUs;
     CFrameStack stack(rCamera.layout);
     for (uint64_t i = 0; i < nFrames; ++i) {
         stack.add(rCamera.unpacked(rCamera.image(eWhat, i)));
     }
-    return stack.mean();
+    return stack;
 }
 
+/// Levels as those of folders are.
 std::vector<LightLevel> simulatedLevels(const LevelSet& rSet, unsigned nSeed) {
     SimulatedFrames camera({StandIn::findPixelFormat(rSet.pFormat), rSet.nWidth, rSet.nHeight}, nSeed);
     std::vector<LightLevel> vecLevels;
     for (const uint64_t iExposureUs : rSet.vecExposures) {
-        vecLevels.push_back({std::to_string(iExposureUs),
-                             stackOf(camera, StandIn::eSceneLight, iExposureUs, rSet.nFrames),
-                             stackOf(camera, StandIn::eSceneDark, iExposureUs, rSet.nFrames)});
+        const CFrameStack light = stackOf(camera, StandIn::eSceneLight, iExposureUs, rSet.nFrames);
+        vecLevels.push_back({std::to_string(iExposureUs), light.mean(),
+                             stackOf(camera, StandIn::eSceneDark, iExposureUs, rSet.nFrames).mean()});
+        vecLevels.back().vecFindings = judgeLevelSteadiness("", vecLevels.back().light, light.outlyingFrames());
     }
     return vecLevels;
 }
@@ -60,7 +67,7 @@ std::string ids(const Findings& rFindings) {
 TEST(LevelFindings, HonestLevelsAreNotBlamed) {
     const LevelSet aSets[] = {
         {"Mono12", 32, 24, 4, {100, 500, 1000, 2500, 4000, 6000, 8000, 16000}},
-        {"Mono12", 12, 12, 2, {500, 1000, 2500, 4000, 6000, 8000}},
+        {"Mono12", 8, 6, 3, {100, 500, 1000, 2500, 4000, 6000, 8000}},
         {"Mono8", 64, 48, 8, {100, 500, 1000, 2500, 4000, 6000, 8000}},
         {"BayerRG12", 32, 24, 2, {500, 1000, 2500, 4000, 6000, 8000}},
     };
@@ -99,7 +106,7 @@ TEST(LevelFindings, EachFaultIsToldByItsName) {
         {"honest", [](Levels&) {}, "", ""},
         {"a copy beside five", [](Levels& r) { r.push_back(r[1]); }, "same-level", "2500 holds the frames of 2500"},
         {"one five times", [](Levels& r) { r = Levels(5, r[2]); }, "same-level few-levels", "Of 5 levels 4 are there"},
-        {"one exposure twice", [&](Levels& r) { r[4].light = stackOf(camera, StandIn::eSceneLight, 6010, 8); },
+        {"one exposure twice", [&](Levels& r) { r[4].light = stackOf(camera, StandIn::eSceneLight, 6010, 8).mean(); },
          "few-levels", "only 4 are"},
         {"half dark", [&](Levels& r) { r[3].light = fnMixed(6000, StandIn::eSceneDark, 6000); }, "levels-scatter",
          "6000 by itself gives"},
@@ -154,4 +161,68 @@ TEST(LevelFindings, GainOfThePairIsComparedWithThatOfTheLine) {
     transfer.vecPair[0].dVariance *= 1.15;
     transfer.vecPair[0].dUncertainty = 0.04 * transfer.vecPair[0].dVariance;
     EXPECT_EQ(ids(judgeLevels(transfer)), "");
+}
+
+TEST(LevelFindings, UnsteadyFramesOfALevelAreTold) {
+    const XAPEL2::Test::CTemporaryFolder folder;
+    SimulatedFrames camera({StandIn::findPixelFormat("Mono12"), 64, 48});
+    StandIn::ReferenceImage dark = makeReference(StandIn::eReferenceDark, camera.layout, [](auto) { return 64.0; });
+    const auto fnFound = [&] {
+        return judgeLevels(photonTransfer(readLevels({std::string(folder / "level")}, dark, "")));
+    };
+    const struct {
+        const char* pWhat;
+        std::vector<uint64_t> vecExposures;  // of the frames, us
+        const char *pIds, *pSays;
+    } aFolders[] = {
+        {"steady", {5000, 5000, 5000, 5000, 5000, 5000}, "few-levels", ""},
+        {"one brighter", {5000, 5000, 5000, 5500, 5000, 5000}, "few-levels drift outlying-frames", "frame 4, whose"},
+        {"one a little brighter", {5000, 5000, 5000, 5030, 5000, 5000}, "few-levels", ""},
+        {"drifting", {5000, 5040, 5080, 5120, 5160, 5200}, "few-levels drift", "level: The mean of a frame went"},
+        {"two", {5000, 5500}, "few-levels drift", ""},
+    };
+    for (const auto& rFolder : aFolders) {
+        std::filesystem::create_directory(folder / "level");
+        for (std::size_t i = 0; i < rFolder.vecExposures.size(); ++i) {
+            camera.settings.iExposureUs = rFolder.vecExposures[i];
+            Frame frame = camera.unpacked(camera.image(StandIn::eSceneLight, i));
+            frame.strName = std::to_string(i);
+            writeFrame(folder / "level", frame);
+        }
+        EXPECT_EQ(ids(fnFound()), rFolder.pIds) << rFolder.pWhat << '\n' << describe(fnFound());
+        EXPECT_THAT(describe(fnFound()), HasSubstr(rFolder.pSays)) << rFolder.pWhat;
+        std::filesystem::remove_all(folder / "level");
+    }
+
+    StandIn::ReferenceImage light =
+        makeReference(StandIn::eReferenceLight, camera.layout, [](auto i) { return 1000.0 + static_cast<double>(i); });
+    const struct {
+        const char* pWhat;
+        std::function<void(StandIn::ReferenceImage&)> fnChange;
+        const char* pIds;
+    } aReferences[] = {
+        {"steady", [](auto&) {}, "few-levels"},
+        {"a note",
+         [](auto& r) {
+             r.means = {2000.0, 2010.0, 2000.0, 2010.0};
+         },
+         "few-levels"},
+        {"drift",
+         [](auto& r) {
+             r.means = {2000.0, 2100.0, 2000.0, 2100.0};
+         },
+         "few-levels drift"},
+        {"outliers",
+         [](auto& r) {
+             r.outliers.nFrames = 1;
+             r.outliers.vecPlaces = {{StandIn::eOutlierBrightness, 3}};
+         },
+         "few-levels outlying-frames"},
+    };
+    for (const auto& rReference : aReferences) {
+        StandIn::ReferenceImage changed = light;
+        rReference.fnChange(changed);
+        StandIn::writeReferenceFile(folder / "level", changed);
+        EXPECT_EQ(ids(fnFound()), rReference.pIds) << rReference.pWhat << '\n' << describe(fnFound());
+    }
 }
