@@ -24,7 +24,6 @@ namespace {
 constexpr double SATURATED_REFUSED = 0.01;   // share of the samples
 constexpr double SATURATED_WARNED = 0.001;   // more than single hot pixels
 constexpr double LIGHT_LEAST = 40.0;         // percent of full scale
-constexpr double MOVEMENT_WARNED = 0.8;      // share of the variance that is noise
 constexpr double LIGHT_MOST = 80.0;          // percent of full scale
 constexpr double SIGNAL_USELESS = 1.0;       // percent of full scale: quantisation is coarser than any shading
 constexpr double DARK_MOST = 10.0;           // percent of full scale
