@@ -105,9 +105,10 @@ public:
         const MeanImage even = bEven || !m_rPair.light ? *m_rInput.light.before : meanOf(*m_rPair.light);
         const bool bReference = m_rPair.dark && (!bEven || isOfFrames(m_rPair.dark));
         const MeanImage dark = bDark ? *m_rInput.dark.before : bReference ? meanOf(*m_rPair.dark) : blackLike(even);
-        double dGain = photonTransferGain(dark, even);
-        if (!std::isfinite(dGain) && m_rPair.pair) {
-            dGain = m_rPair.pair->figures.dGain;
+        // That of the pair is judged, and free of light that moved; frames tell it where the pair does not.
+        double dGain = m_rPair.pair ? m_rPair.pair->figures.dGain : UNKNOWN;
+        if (!std::isfinite(dGain)) {
+            dGain = photonTransferGain(dark, even);
         }
         rJson["before"] = classesJson(dark, even, dGain, bDark || bReference);
         rJson["after"] = nullptr;

@@ -16,7 +16,7 @@ namespace Toolkit {
 namespace {
 
 constexpr std::size_t CELL = SPOT_SIDES[0] / 2;
-constexpr double DEVIATIONS = 8.0;
+constexpr double SPOT_DEVIATIONS = 8.0;
 constexpr double SIGMA_BY_MEDIAN = 1.4826;  // of the absolute deviations of a normal distribution
 // In cells: the side of a square, and with what surrounds it, of which the outermost count.
 constexpr std::size_t SQUARE = 2, REACH = 2, WHOLE = SQUARE + 2 * REACH, INNER = WHOLE - 2;
@@ -96,7 +96,7 @@ void findIn(const Cells& rCells, std::vector<Spot>& rSpots) {
     }
     const double dSpread = SIGMA_BY_MEDIAN * medianOf(std::move(vecSizes));
     for (Spot& rSpot : vecAll) {
-        if (std::abs(rSpot.dPercent) > std::max(SPOT_LEAST_PERCENT, DEVIATIONS * dSpread)) {
+        if (std::abs(rSpot.dPercent) > std::max(SPOT_LEAST_PERCENT, SPOT_DEVIATIONS * dSpread)) {
             rSpot.dSpreadPercent = dSpread;
             rSpots.push_back(rSpot);
         }
@@ -127,7 +127,7 @@ std::vector<Spot> findSpots(const StandIn::ImageLayout& rLayout, const std::vect
         findIn(cells, vecAll);
     }
     const auto fnDeviations = [](const Spot& r) {
-        return std::abs(r.dPercent) / std::max(r.dSpreadPercent, SPOT_LEAST_PERCENT / DEVIATIONS);
+        return std::abs(r.dPercent) / std::max(r.dSpreadPercent, SPOT_LEAST_PERCENT / SPOT_DEVIATIONS);
     };
     std::stable_sort(vecAll.begin(), vecAll.end(),
                      [&](const Spot& a, const Spot& b) { return fnDeviations(a) > fnDeviations(b); });

@@ -20,7 +20,7 @@ constexpr double OWN_SIGNAL = 0.02;       // relative: closer ones tell the line
 constexpr double GAIN_OFF = 0.05;         // relative: what cameras bend stays below, moving light does not
 constexpr double LEVEL_DEVIATIONS = 5.0;  // standard deviations: of some ten levels in four colours none by chance
 constexpr double PAIR_DEVIATIONS = 4.0;   // standard deviations, of one comparison in four colours
-constexpr std::size_t TOLD = 4;           // levels in a text; all are in the JSON
+constexpr std::size_t LEVELS_TOLD = 4;    // levels in a text; all are in the JSON
 
 /// A conversion gain, DN per electron, and what it is uncertain by.
 struct Gain {
@@ -103,10 +103,11 @@ std::vector<OffLevel> offLevels(const PhotonTransfer& rTransfer) {
 /// "a, b and 3 more".
 std::string listed(const std::vector<std::string>& rTexts) {
     std::string strText;
-    for (std::size_t i = 0; i < std::min(TOLD, rTexts.size()); ++i) {
+    for (std::size_t i = 0; i < std::min(LEVELS_TOLD, rTexts.size()); ++i) {
         strText += (i == 0 ? "" : ", ") + rTexts[i];
     }
-    return strText + (rTexts.size() > TOLD ? " and " + std::to_string(rTexts.size() - TOLD) + " more" : "");
+    return strText +
+           (rTexts.size() > LEVELS_TOLD ? " and " + std::to_string(rTexts.size() - LEVELS_TOLD) + " more" : "");
 }
 
 void judgeScatter(const PhotonTransfer& rTransfer, Findings& rFindings) {

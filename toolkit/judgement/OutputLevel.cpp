@@ -14,7 +14,7 @@ namespace Toolkit {
 
 namespace {
 
-constexpr double LEAST = 1.0, MOST = 80.0;  // percent of full scale, as of references
+constexpr double OUTPUT_LEAST = 1.0, OUTPUT_MOST = 80.0;  // percent of full scale, as of references
 
 }  // namespace
 
@@ -35,13 +35,13 @@ Findings judgeOutputLevel(const StandIn::ReferenceImage& rDark, const StandIn::R
                  pAdvice}};
     }
     Findings vecFindings;
-    if (100.0 * dMost > MOST * dFull) {
+    if (100.0 * dMost > OUTPUT_MOST * dFull) {
         vecFindings.push_back({eWarning, "output-bright",
                                strComes + fixed(dMost, 1) + " DN, " + fixed(100.0 * dMost / dFull, 1) +
                                    " % of full scale: little room is left for what is brighter.",
                                pAdvice});
     }
-    if (100.0 * dLeast < LEAST * dFull) {
+    if (100.0 * dLeast < OUTPUT_LEAST * dFull) {
         vecFindings.push_back({eWarning, "output-dim",
                                strComes + fixed(dLeast, 2) + " DN above the pedestal, " +
                                    fixed(100.0 * dLeast / dFull, 2) +

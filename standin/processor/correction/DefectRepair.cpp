@@ -20,14 +20,14 @@ namespace {
 /// where vectors would reach beyond the image.
 std::vector<int16_t> windowWeights(const ImageLayout& rLayout, std::size_t iSample,
                                    const std::vector<DefectNeighbour>& rNeighbours) {
-    constexpr auto RADIUS = static_cast<std::ptrdiff_t>(DefectWindow::RADIUS);
+    constexpr auto NEAR = static_cast<std::ptrdiff_t>(DefectWindow::RADIUS);
     const PixelFormat& rFormat = *rLayout.pFormat;
     const auto nRow = static_cast<std::ptrdiff_t>(rLayout.samplesPerRow());
     const auto nPixel = static_cast<std::ptrdiff_t>(rFormat.nChannels);
-    const std::ptrdiff_t iFirst = static_cast<std::ptrdiff_t>(iSample) - RADIUS * (nRow + nPixel);
+    const std::ptrdiff_t iFirst = static_cast<std::ptrdiff_t>(iSample) - NEAR * (nRow + nPixel);
     const std::size_t nLanes = DefectWindow::LANES * DefectWindow::vectors(rFormat);
     const std::size_t nRead = std::max(nLanes, DefectWindow::READ_BYTES * 8 / rFormat.nWireBits + 1);
-    const std::ptrdiff_t iEnd = iFirst + 2 * RADIUS * nRow + static_cast<std::ptrdiff_t>(nRead);
+    const std::ptrdiff_t iEnd = iFirst + 2 * NEAR * nRow + static_cast<std::ptrdiff_t>(nRead);
     if (iFirst < 0 || iEnd > static_cast<std::ptrdiff_t>(rLayout.samples())) {
         return {};
     }
@@ -35,13 +35,13 @@ std::vector<int16_t> windowWeights(const ImageLayout& rLayout, std::size_t iSamp
     const std::size_t nGroup = 8 / std::gcd(8U, rFormat.nWireBits);
     for (const DefectNeighbour& rOne : rNeighbours) {
         bool bHeld = false;
-        for (std::ptrdiff_t y = -RADIUS; y <= RADIUS && !bHeld; ++y) {
-            const std::ptrdiff_t iInRow = rOne.iDistance - y * nRow + RADIUS * nPixel;
-            bHeld = iInRow >= 0 && iInRow <= 2 * RADIUS * nPixel && rOne.uWeight <= INT16_MAX;
+        for (std::ptrdiff_t y = -NEAR; y <= NEAR && !bHeld; ++y) {
+            const std::ptrdiff_t iInRow = rOne.iDistance - y * nRow + NEAR * nPixel;
+            bHeld = iInRow >= 0 && iInRow <= 2 * NEAR * nPixel && rOne.uWeight <= INT16_MAX;
             if (bHeld) {
-                const auto iRow = static_cast<std::size_t>(iFirst + (y + RADIUS) * nRow);
+                const auto iRow = static_cast<std::size_t>(iFirst + (y + NEAR) * nRow);
                 const std::size_t iLane = iRow + static_cast<std::size_t>(iInRow) - DefectWindow::start(nGroup, iRow);
-                vecWeights[static_cast<std::size_t>(y + RADIUS) * nLanes + iLane] = static_cast<int16_t>(rOne.uWeight);
+                vecWeights[static_cast<std::size_t>(y + NEAR) * nLanes + iLane] = static_cast<int16_t>(rOne.uWeight);
             }
         }
         if (!bHeld) {
