@@ -217,23 +217,20 @@ public:
                                          "and make the report again."
                                        : "Shorten the exposure or dim the light, and make the report again."});
         }
-        const auto fnAppend = [&](const Findings& rFindings) {
-            vecFound.insert(vecFound.end(), rFindings.begin(), rFindings.end());
-        };
         // A filter trades what is small for less noise, and what is cut off cannot be made even: neither is predicted.
         const bool bPredicted = m_rPair.light && filterText(m_rInput.files).empty() && dSaturated <= SATURATED_MAX;
-        fnAppend(
-            compareLight(correctionOf(rSummary, "prnu", bPredicted ? residualPercent(rSummary["class"]) : UNKNOWN)));
+        append(vecFound,
+               compareLight(correctionOf(rSummary, "prnu", bPredicted ? residualPercent(rSummary["class"]) : UNKNOWN)));
         if (bPredicted) {
-            fnAppend(judgeSpots(spotsOf(rSummary["spots"])));
+            append(vecFound, judgeSpots(spotsOf(rSummary["spots"])));
         }
         // Dark frames that a dark reference was taken off may be cut at 0 DN, and then compare with nothing. Without
         // one they are whole, and nothing is predicted.
         const ordered_json& rPredicted = rSummary["dsnuPredicted"];
         if (rPredicted.is_number() || !m_rPair.dark) {
-            fnAppend(
-                compareDark(correctionOf(rSummary, "dsnu", rPredicted.is_number() ? rPredicted.get<double>() : UNKNOWN),
-                            rSummary["dsnuUnit"]));
+            append(vecFound, compareDark(correctionOf(rSummary, "dsnu",
+                                                      rPredicted.is_number() ? rPredicted.get<double>() : UNKNOWN),
+                                         rSummary["dsnuUnit"]));
         }
         return vecFound;
     }

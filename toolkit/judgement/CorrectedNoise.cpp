@@ -22,12 +22,6 @@ constexpr double ROUNDING = 1.0 / 12.0;
 constexpr double SERIES_MAX = 0.05;  // relative variance of L - D up to which the next order is a good one
 constexpr std::size_t RESIDUAL_SAMPLES = 1U << 15, CURVE_SAMPLES = 1U << 14, CURVE_POINTS = 33;
 
-// Neither a multiple of 2 nor of 3, so that it meets all sites of a filter array and all channels.
-std::size_t stepFor(std::size_t nSamples, std::size_t nWanted) {
-    const std::size_t nOdd = nSamples / nWanted / 2 * 2 + 1;
-    return nOdd % 3 == 0 ? nOdd + 2 : nOdd;
-}
-
 /// Temporal variance once it is rounded to whole DN.
 double roundedVariance(double dVariance) {
     return dVariance + ROUNDING - fixedRounding(dVariance);
@@ -126,7 +120,7 @@ std::vector<float> CCorrectedNoise::mapOfMean() const {
 double CCorrectedNoise::deviationOf(unsigned iClass, double dValue) const {
     const std::size_t nSamples = m_rLight.vecSamples.size();
     double dSum = 0.0, dCount = 0.0;
-    for (std::size_t i = 0; i < nSamples; i += stepFor(nSamples, CURVE_SAMPLES)) {
+    for (std::size_t i = 0; i < nSamples; i += m_rLight.layout.stepFor(CURVE_SAMPLES)) {
         const double dHere = m_rLight.layout.classOf(i) == iClass ? deviation(i, dValue) : UNKNOWN;
         dSum += std::isnan(dHere) ? 0.0 : dHere * dHere;
         dCount += std::isnan(dHere) ? 0.0 : 1.0;
@@ -142,7 +136,7 @@ double CCorrectedNoise::residualPercent(unsigned iClass) const {
     const ClassNoise& rNoise = m_noise[iClass];
     const std::size_t nSamples = m_rLight.vecSamples.size();
     double dSum = 0.0, dCount = 0.0;
-    for (std::size_t i = 0; i < nSamples; i += stepFor(nSamples, RESIDUAL_SAMPLES)) {
+    for (std::size_t i = 0; i < nSamples; i += m_rLight.layout.stepFor(RESIDUAL_SAMPLES)) {
         const double dReference = signalOf(i);
         if (m_rLight.layout.classOf(i) != iClass || dReference <= 0.0 || dTarget >= StandIn::GAIN_LIMIT * dReference) {
             continue;

@@ -40,6 +40,12 @@ struct ImageLayout {
         return r.x.holds(nWidth, pFormat->isCfa()) && r.y.holds(nHeight, pFormat->isCfa());
     }
 
+    /// Step through the samples that meets about nWanted of them, or somewhat more, in all colours alike: it is a
+    /// multiple neither of 2, as the sites of a filter array, nor of 3, as the channels.
+    std::size_t stepFor(std::size_t nWanted) const {
+        const std::size_t nOdd = samples() / nWanted / 2 * 2 + 1;
+        return nOdd % 3 == 0 ? nOdd + 2 : nOdd;
+    }
     /// Samples of a row, all channels.
     std::size_t samplesPerRow() const { return static_cast<std::size_t>(nWidth) * pFormat->nChannels; }
     /// Samples of the image, all channels.

@@ -6,8 +6,6 @@
 
 #include <algorithm>
 #include <map>
-#include <numeric>
-#include <utility>
 
 #include "standin/processor/correction/Prefetch.h"
 
@@ -32,7 +30,7 @@ std::vector<int16_t> windowWeights(const ImageLayout& rLayout, std::size_t iSamp
         return {};
     }
     std::vector<int16_t> vecWeights(DefectWindow::ROWS * nLanes);
-    const std::size_t nGroup = 8 / std::gcd(8U, rFormat.nWireBits);
+    const std::size_t nGroup = DefectWindow::group(rFormat.nWireBits);
     for (const DefectNeighbour& rOne : rNeighbours) {
         bool bHeld = false;
         for (std::ptrdiff_t y = -NEAR; y <= NEAR && !bHeld; ++y) {

@@ -34,7 +34,7 @@ HWY_INLINE T loadAs(const uint8_t* pMemory) {
 // Formats: how many samples fill whole bytes, where a sample begins, the sample, and how it is written.
 
 struct Bytes {
-    static constexpr std::size_t GROUP = 1;
+    static constexpr std::size_t GROUP = DefectWindow::group(8);
     static HWY_INLINE const uint8_t* place(const uint8_t* pImage, std::size_t i) { return pImage + i; }
     static HWY_INLINE uint32_t sample(const uint8_t* pImage, std::size_t i) { return pImage[i]; }
     static HWY_INLINE void write(const PixelFormat&, uint8_t* pImage, std::size_t i, uint16_t uSample) {
@@ -43,7 +43,7 @@ struct Bytes {
 };
 
 struct Words {
-    static constexpr std::size_t GROUP = 1;
+    static constexpr std::size_t GROUP = DefectWindow::group(16);
     static HWY_INLINE const uint8_t* place(const uint8_t* pImage, std::size_t i) { return pImage + i * 2; }
     static HWY_INLINE uint32_t sample(const uint8_t* pImage, std::size_t i) {
         return loadAs<uint16_t>(place(pImage, i));
@@ -56,7 +56,7 @@ struct Words {
 /// Samples of 10 or 12 bits one behind the other: each lies in two bytes.
 template <std::size_t BITS>
 struct Dense {
-    static constexpr std::size_t GROUP = BITS == 10 ? 4 : 2;
+    static constexpr std::size_t GROUP = DefectWindow::group(BITS);
     static constexpr uint32_t FULL = (1U << BITS) - 1;
     static HWY_INLINE const uint8_t* place(const uint8_t* pImage, std::size_t i) { return pImage + i * BITS / 8; }
     static HWY_INLINE uint32_t sample(const uint8_t* pImage, std::size_t i) {
@@ -73,7 +73,7 @@ struct Dense {
 /// Two samples in three bytes, the low bits of both in the middle one.
 template <std::size_t BITS>
 struct Split {
-    static constexpr std::size_t GROUP = 2;
+    static constexpr std::size_t GROUP = DefectWindow::group(12);
     static constexpr int LOW = static_cast<int>(BITS) - 8;
     static HWY_INLINE const uint8_t* place(const uint8_t* pImage, std::size_t i) { return pImage + i / 2 * 3; }
     static HWY_INLINE uint32_t sample(const uint8_t* pImage, std::size_t i) {

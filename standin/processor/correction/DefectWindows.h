@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <numeric>
 #include <vector>
 
 #include "standin/processor/correction/DefectNeighbours.h"
@@ -32,8 +33,10 @@ struct DefectWindow {
 
     /// Vectors that hold the samples of five pixels of a row.
     static std::size_t vectors(const PixelFormat& rFormat) { return rFormat.nChannels == 1 ? 1 : 2; }
+    /// Samples that fill whole bytes.
+    static constexpr std::size_t group(unsigned nWireBits) { return 8 / std::gcd(8U, nWireBits); }
     /// Where a row begins in which sample i must lie.
-    /// @param[in] nGroup  samples of the format that fill whole bytes.
+    /// @param[in] nGroup  group() of the format.
     static constexpr std::size_t start(std::size_t nGroup, std::size_t i) { return i / nGroup * nGroup; }
 };
 

@@ -53,11 +53,8 @@ double middleOf(std::vector<double> vecValues) {
 // Of the law of a group's noise, at the levels of the mean image.
 double neighbourNoise(const CNoiseLaw& rLaw, const ReferenceImage& rReference) {
     constexpr std::size_t SAMPLES = 1U << 15;
-    // Neither a multiple of 2 nor of 3, so that it meets all colours.
-    const std::size_t nOdd = rReference.vecSamples.size() / SAMPLES / 2 * 2 + 1;
-    const std::size_t nStep = nOdd % 3 == 0 ? nOdd + 2 : nOdd;
     double dVariances = 0.0, dCount = 0.0;
-    for (std::size_t i = 0; i < rReference.vecSamples.size(); i += nStep) {
+    for (std::size_t i = 0; i < rReference.vecSamples.size(); i += rReference.layout.stepFor(SAMPLES)) {
         const unsigned iClass = rReference.layout.classOf(i);
         if (!rLaw.has(iClass)) {
             return 0.0;
