@@ -57,8 +57,8 @@ private:
     // Where there are defects an image is corrected in parts, behind each of which they are replaced: in one for so
     // many of them, but no more than so many, nor of fewer blocks. What replaces them reads elsewhere, after which the
     // processor takes up to a microsecond to read ahead in its streams again.
-    static constexpr std::size_t PART_DEFECTS = 100;
-    static constexpr std::size_t PARTS_MOST = 8;
+    static constexpr std::size_t PART_DEFECTS = 40;
+    static constexpr std::size_t PARTS_MOST = 12;
     static constexpr std::size_t PART_BLOCKS = 2048;
 
     bool isTail() const { return m_iFirst == m_nSamples / BLOCK; }

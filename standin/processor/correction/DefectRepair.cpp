@@ -14,32 +14,37 @@ namespace StandIn {
 
 namespace {
 
-/// The weights of a sample's window; empty where a neighbour lies outside of it or weighs too much for a vector, or
-/// where vectors would reach beyond the image.
+/// The weights of a sample's window; empty where a neighbour lies outside of it or weighs too much for a vector, where
+/// vectors would reach beyond the image, or where its rows do not begin at the same place in a byte.
 std::vector<int16_t> windowWeights(const ImageLayout& rLayout, std::size_t iSample,
                                    const std::vector<DefectNeighbour>& rNeighbours) {
     constexpr auto NEAR = static_cast<std::ptrdiff_t>(DefectWindow::RADIUS);
     const PixelFormat& rFormat = *rLayout.pFormat;
     const auto nRow = static_cast<std::ptrdiff_t>(rLayout.samplesPerRow());
     const auto nPixel = static_cast<std::ptrdiff_t>(rFormat.nChannels);
-    const std::ptrdiff_t iFirst = static_cast<std::ptrdiff_t>(iSample) - NEAR * (nRow + nPixel);
+    const auto iFirst = static_cast<std::ptrdiff_t>(iSample) -
+                        static_cast<std::ptrdiff_t>(DefectWindow::before(rFormat, rLayout.samplesPerRow()));
     const std::size_t nLanes = DefectWindow::LANES * DefectWindow::vectors(rFormat);
     const std::size_t nRead = std::max(nLanes, DefectWindow::READ_BYTES * 8 / rFormat.nWireBits + 1);
     const std::ptrdiff_t iEnd = iFirst + 2 * NEAR * nRow + static_cast<std::ptrdiff_t>(nRead);
-    if (iFirst < 0 || iEnd > static_cast<std::ptrdiff_t>(rLayout.samples())) {
+    const std::size_t nRows = DefectWindow::rows(rFormat);
+    const auto nStep = static_cast<std::ptrdiff_t>(DefectWindow::rowStep(nRows));
+    const std::size_t nGroup = DefectWindow::group(rFormat.nWireBits);
+    const bool bAlike = DefectWindow::rowStep(nRows) * rLayout.samplesPerRow() % nGroup == 0;
+    if (iFirst < 0 || iEnd > static_cast<std::ptrdiff_t>(rLayout.samples()) || !bAlike) {
         return {};
     }
-    std::vector<int16_t> vecWeights(DefectWindow::ROWS * nLanes);
-    const std::size_t nGroup = DefectWindow::group(rFormat.nWireBits);
+    const std::size_t nBefore = static_cast<std::size_t>(iFirst) % nGroup;
+    std::vector<int16_t> vecWeights(nRows * nLanes);
     for (const DefectNeighbour& rOne : rNeighbours) {
         bool bHeld = false;
-        for (std::ptrdiff_t y = -NEAR; y <= NEAR && !bHeld; ++y) {
+        for (std::ptrdiff_t y = -NEAR; y <= NEAR && !bHeld; y += nStep) {
             const std::ptrdiff_t iInRow = rOne.iDistance - y * nRow + NEAR * nPixel;
             bHeld = iInRow >= 0 && iInRow <= 2 * NEAR * nPixel && rOne.uWeight <= INT16_MAX;
             if (bHeld) {
-                const auto iRow = static_cast<std::size_t>(iFirst + (y + NEAR) * nRow);
-                const std::size_t iLane = iRow + static_cast<std::size_t>(iInRow) - DefectWindow::start(nGroup, iRow);
-                vecWeights[static_cast<std::size_t>(y + NEAR) * nLanes + iLane] = static_cast<int16_t>(rOne.uWeight);
+                const auto iRow = static_cast<std::size_t>((y + NEAR) / nStep);
+                vecWeights[iRow * nLanes + nBefore + static_cast<std::size_t>(iInRow)] =
+                    static_cast<int16_t>(rOne.uWeight);
             }
         }
         if (!bHeld) {
@@ -103,7 +108,8 @@ void CDefectRepair::fetchPlaces(std::size_t i) const noexcept {
         prefetch(m_list.vecPlaces.data() + i);
     }
     // Most likely the first defect that has a window lies alone, as most others do.
-    const std::size_t nWeights = std::min(DefectWindow::ROWS * DefectWindow::LANES, m_list.vecWeights.size());
+    const std::size_t nWeights =
+        std::min(DefectWindow::rows(*m_list.pFormat) * DefectWindow::LANES, m_list.vecWeights.size());
     for (std::size_t k = 0; k < nWeights; k += LINE / sizeof(int16_t)) {
         prefetch(m_list.vecWeights.data() + k);
     }

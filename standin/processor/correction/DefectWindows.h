@@ -22,19 +22,26 @@ struct DefectPlace {
     uint32_t nNeighbours;  ///< 0: it has a window
 };
 
-/// Where all neighbours lie within two pixels a defect has a window: five rows, of each as many samples as vectors
-/// hold, from two pixels before it on or, where samples share bytes, a few more, so that the first begins at a byte.
-/// Those that are no neighbours have the weight 0.
+/// Where all neighbours lie within two pixels a defect has a window: five rows, or every second of them where
+/// neighbours have the same place in a filter array. Of each row it has as many samples as vectors hold, from two
+/// pixels before the defect on or, where samples share bytes, a few more, so that the first begins at a byte. Those
+/// that are no neighbours have the weight 0.
 struct DefectWindow {
     static constexpr std::size_t RADIUS = 2;
-    static constexpr std::size_t ROWS = 5;
     static constexpr std::size_t LANES = 8;        ///< samples of a vector
     static constexpr std::size_t READ_BYTES = 16;  ///< at most at once, from the byte on that a row begins at
 
+    static std::size_t rows(const PixelFormat& rFormat) { return rFormat.isCfa() ? 3 : 5; }
+    /// From one of so many rows to the next.
+    static constexpr std::size_t rowStep(std::size_t nRows) { return 2 * RADIUS / (nRows - 1); }
     /// Vectors that hold the samples of five pixels of a row.
     static std::size_t vectors(const PixelFormat& rFormat) { return rFormat.nChannels == 1 ? 1 : 2; }
     /// Samples that fill whole bytes.
     static constexpr std::size_t group(unsigned nWireBits) { return 8 / std::gcd(8U, nWireBits); }
+    /// Samples from two pixels before a defect, two rows above it, to the defect.
+    static std::size_t before(const PixelFormat& rFormat, std::size_t nRowSamples) {
+        return RADIUS * (nRowSamples + rFormat.nChannels);
+    }
     /// Where a row begins in which sample i must lie.
     /// @param[in] nGroup  group() of the format.
     static constexpr std::size_t start(std::size_t nGroup, std::size_t i) { return i / nGroup * nGroup; }

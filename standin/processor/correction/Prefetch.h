@@ -7,11 +7,11 @@
 namespace XAPEL2 {
 namespace StandIn {
 
-/// Asks for the line that pMemory lies in to come into the second cache, as the first is full of what a loop works on;
-/// anywhere, as this reads nothing. The empty statement tells that something happens: g++ takes a function that does
-/// nothing but ask for one that does nothing, and leaves out its calls.
+/// Asks for the line that pMemory lies in to come into the first cache; anywhere, as this reads nothing. The empty
+/// statement tells that something happens: g++ takes a function that does nothing but ask for one that does nothing, and
+/// leaves out its calls.
 inline void prefetch(const void* pMemory) {
-    __builtin_prefetch(pMemory, 0, 2);
+    __builtin_prefetch(pMemory, 0, 3);
     __asm__ volatile("");
 }
 
