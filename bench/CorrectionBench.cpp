@@ -8,8 +8,10 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <random>
+#include <stdexcept>
 #include <utility>
 
 #include "Limit.h"
@@ -128,74 +130,121 @@ std::vector<std::size_t> addOpenCv(CRounds& rRounds, CRing& rRing, const CScene&
     return vecCandidates;
 }
 
-/// The same correction with defects at places drawn by chance, or with a pedestal.
+/// The same correction with defects or with a pedestal.
 struct OutputWay {
     std::string strName;
     CorrectionTable table;  // its memory is lent to it
-    LargeMemory pContent;
     std::size_t nBytes;
     KernelVariant variant;
+    std::function<void(uint8_t* pImage)> fnAfter{};  // behind the correction; may be empty
 };
 
-std::vector<OutputWay> outputWays(const CScene& rScene) {
-    const ImageLayout& rLayout = rScene.layout();
-    const KernelTarget& rTarget = kernelTargets().front();
-    std::vector<OutputWay> vecWays;
-    const auto add = [&](const std::string& strName, const CorrectionOutput& rOutput) {
-        CorrectionTable table = makeTable(CFormula(rLayout, &rScene.dark(), &rScene.light(), rOutput));
-        const std::size_t nBytes = (rLayout.samples() + BLOCK - 1) / BLOCK * table.layout.blockBytes();
-        const KernelVariant variant = CKernelChoice::ofProcess().choose(rTarget, table, rLayout.samples()).variant;
-        LargeMemory pContent = std::move(table.pBlocks);
-        vecWays.push_back({strName, std::move(table), std::move(pContent), nBytes, variant});
-    };
-    for (const std::size_t nDefects : {std::size_t{0}, std::size_t{250}, std::size_t{1000}}) {
-        std::vector<uint8_t> vecMap(static_cast<std::size_t>(rLayout.nWidth * rLayout.nHeight), 0);
-        std::mt19937 random(7);
-        for (std::size_t i = 0; i < nDefects; ++i) {
-            vecMap[random() % vecMap.size()] = eDefectHot;
-        }
-        add(std::to_string(nDefects) + " defects", {{}, &vecMap});
+/// Marks at places drawn by chance.
+std::vector<uint8_t> drawDefects(const ImageLayout& rLayout, std::size_t nDefects) {
+    std::vector<uint8_t> vecMap(static_cast<std::size_t>(rLayout.nWidth * rLayout.nHeight), 0);
+    std::mt19937 random(7);
+    for (std::size_t i = 0; i < nDefects; ++i) {
+        vecMap[random() % vecMap.size()] = eDefectHot;
     }
-    add("a pedestal of 16 DN", {{eTargetMean, 0, 16}, nullptr});
-    return vecWays;
+    return vecMap;
 }
 
-/// In rounds of their own, as they differ by little, and with tables in the same memory: two tables of the same content
-/// differ by more than what is measured, by the pages that they happen to get.
-void measureOutputs(const Options& rOptions, CRing& rRing, const CScene& rScene) {
-    std::vector<OutputWay> vecWays = outputWays(rScene);
+OutputWay outputWay(const CScene& rScene, const std::string& strName, std::size_t nDefects, double dPedestal) {
+    const ImageLayout& rLayout = rScene.layout();
+    const std::vector<uint8_t> vecMap = drawDefects(rLayout, nDefects);
+    const CorrectionOutput output{{eTargetMean, 0, dPedestal}, &vecMap};
+    CorrectionTable table = makeTable(CFormula(rLayout, &rScene.dark(), &rScene.light(), output));
+    const std::size_t nBytes = (rLayout.samples() + BLOCK - 1) / BLOCK * table.layout.blockBytes();
+    const KernelTarget& rTarget = kernelTargets().front();
+    const KernelVariant variant = CKernelChoice::ofProcess().choose(rTarget, table, rLayout.samples()).variant;
+    table.pBlocks.reset();
+    return {strName, std::move(table), nBytes, variant};
+}
+
+/// Throws unless marked samples take the value of all others, which stay as they are.
+void checkReplaced(const ImageLayout& rLayout, const std::vector<uint8_t>& rMap, const OpenCvWay& rWay) {
+    const std::size_t nBytes = rLayout.pFormat->nWireBits / 8;
+    std::vector<uint8_t> vecImage(rMap.size() * nBytes);
+    for (std::size_t i = 0; i < rMap.size(); ++i) {
+        vecImage[i * nBytes] = rMap[i] != 0 ? 7 : 50;
+    }
+    rWay.fnCorrect(vecImage.data());
+    for (std::size_t i = 0; i < rMap.size(); ++i) {
+        if (vecImage[i * nBytes] != 50) {
+            throw std::runtime_error("wrong result of OpenCV's " + rWay.strName);
+        }
+    }
+}
+
+/// Ways differ by less than the machine does from one second to the next. So they take turns image by image, with
+/// tables in the same memory, as two of the same content differ by the pages that they happen to get. What tables hold
+/// makes no difference to the time.
+void measureInTurns(const Options& rOptions, const std::string& strName, CRing& rRing, const CScene& rScene,
+                    std::vector<OutputWay>& rWays) {
+    constexpr unsigned IMAGES = 100;  // of each way in what is a round elsewhere
     std::size_t nBytes = 0;
-    for (const OutputWay& rWay : vecWays) {
+    for (const OutputWay& rWay : rWays) {
         nBytes = std::max(nBytes, rWay.nBytes);
     }
-    LargeMemory pShared = allocateLarge(nBytes);
-    OutputWay* pOwner = nullptr;
-    CRounds rounds(rOptions);
-    for (OutputWay& rWay : vecWays) {
+    OutputWay* pOwner = &rWays.front();
+    pOwner->table.pBlocks = allocateLarge(nBytes);
+    std::memset(pOwner->table.pBlocks.get(), 0x5a, nBytes);
+    Options options = rOptions;
+    options.nRounds *= rOptions.bQuick ? 1 : IMAGES;
+    CRounds rounds(options);
+    for (OutputWay& rWay : rWays) {
         OutputWay* const pWay = &rWay;
-        rounds.add({rWay.strName,
-                    [pWay, &rRing, &rScene](uint64_t nTimes) {
-                        for (uint64_t i = 0; i < nTimes; ++i) {
-                            CChunks chunks(pWay->table, rRing.next(), rScene.layout().samples(),
-                                           pWay->variant.way.blocksAhead(pWay->table.layout));
-                            pWay->variant.fnKernel(chunks);
-                        }
-                    },
-                    [pWay, &pOwner, &pShared, &rRing] {
-                        if (pOwner) {
-                            pShared = std::move(pOwner->table.pBlocks);
-                        }
-                        std::memcpy(pShared.get(), pWay->pContent.get(), pWay->nBytes);
-                        pWay->table.pBlocks = std::move(pShared);
-                        pOwner = pWay;
-                        rRing.refill();
-                    },
-                    rRing.buffers().size()});
+        Candidate candidate{pWay->strName, [pWay, &rRing, &rScene](uint64_t) {
+                                uint8_t* const pImage = rRing.next();
+                                CChunks chunks(pWay->table, pImage, rScene.layout().samples(),
+                                               pWay->variant.way.blocksAhead(pWay->table.layout));
+                                pWay->variant.fnKernel(chunks);
+                                if (pWay->fnAfter) {
+                                    pWay->fnAfter(pImage);
+                                }
+                            }};
+        candidate.fnPrepare = [pWay, &pOwner] {
+            std::swap(pWay->table.pBlocks, pOwner->table.pBlocks);
+            pOwner = pWay;
+        };
+        candidate.bOnce = true;
+        rounds.add(std::move(candidate));
     }
+    rRing.refill();
     rounds.run();
-    for (std::size_t i = 1; i < vecWays.size(); ++i) {
-        note(rOptions, "    %s by none %.3f", vecWays[i].strName.c_str(), rounds.ratio(i, 0));
+    for (std::size_t i = 1; i < rWays.size(); ++i) {
+        note(rOptions, "    %s, %s by none %.3f", strName.c_str(), rWays[i].strName.c_str(), rounds.ratio(i, 0));
     }
+}
+
+/// "None" is measured twice: that shows how far the figures can be trusted.
+void measureOutputs(const Options& rOptions, const std::string& strName, CRing& rRing, const CScene& rScene,
+                    bool bOpenCv) {
+    std::vector<OutputWay> vecDefects;
+    for (const std::size_t nDefects : {0, 0, 250, 500, 1000}) {
+        vecDefects.push_back(outputWay(rScene, std::to_string(nDefects) + " defects", nDefects, 0));
+    }
+    measureInTurns(rOptions, strName, rRing, rScene, vecDefects);
+    std::vector<OutputWay> vecPedestals;
+    for (const int iPedestal : {0, 0, 16}) {
+        const std::string strWay = "a pedestal of " + std::to_string(iPedestal) + " DN";
+        vecPedestals.push_back(outputWay(rScene, strWay, 0, iPedestal));
+    }
+    measureInTurns(rOptions, strName, rRing, rScene, vecPedestals);
+    if (!bOpenCv) {
+        return;
+    }
+    std::vector<OutputWay> vecOpenCv;
+    vecOpenCv.push_back(outputWay(rScene, "no defects", 0, 0));
+    for (const std::size_t nDefects : {250, 1000}) {
+        const std::vector<uint8_t> vecMap = drawDefects(rScene.layout(), nDefects);
+        for (const OpenCvWay& rWay : openCvDefectWays(rScene, vecMap)) {
+            checkReplaced(rScene.layout(), vecMap, rWay);
+            vecOpenCv.push_back(outputWay(rScene, std::to_string(nDefects) + " by OpenCV, " + rWay.strName, 0, 0));
+            vecOpenCv.back().fnAfter = rWay.fnCorrect;
+        }
+    }
+    measureInTurns(rOptions, strName, rRing, rScene, vecOpenCv);
 }
 
 void measure(const Options& rOptions, const Group& rGroup, const Format& rFormat, const CScene& rScene,
@@ -228,7 +277,7 @@ void measure(const Options& rOptions, const Group& rGroup, const Format& rFormat
         note(rOptions, "    %s by ours %.2f", rounds.name(i).c_str(), rounds.ratio(i, iOurs));
     }
     if (rGroup.pName == std::string(rOptions.bQuick ? "vga-ring" : "5mp-ring")) {
-        measureOutputs(rOptions, ring, rScene);
+        measureOutputs(rOptions, strName, ring, rScene, rFormat.bOpenCv);
     }
 }
 

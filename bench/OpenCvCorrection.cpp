@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <memory>
 #include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
 
 namespace XapelBench {
 
@@ -79,11 +80,44 @@ std::vector<OpenCvWay> openCvWays(const CScene& rScene) {
     };
 }
 
+std::vector<OpenCvWay> openCvDefectWays(const CScene& rScene, const std::vector<uint8_t>& rMap) {
+    const auto& rLayout = rScene.layout();
+    const int iRows = static_cast<int>(rLayout.nHeight), iColumns = static_cast<int>(rLayout.nWidth);
+    const int iType = rLayout.pFormat->nWireBits == 8 ? CV_8U : CV_16U;
+    const cv::Mat marked = cv::Mat(rMap, true).reshape(1, iRows) != 0;
+    const cv::Mat good = ~marked;
+    std::vector<cv::Point> vecPlaces;
+    cv::findNonZero(marked, vecPlaces);
+    const auto pSmooth = std::make_shared<cv::Mat>();
+    return {
+        {"median of 3 x 3, copied where marked",
+         [=](uint8_t* pImage) {
+             cv::Mat image(iRows, iColumns, iType, pImage);
+             cv::medianBlur(image, *pSmooth, 3);
+             pSmooth->copyTo(image, marked);
+         }},
+        // All neighbours alike.
+        {"mean of 5 x 5 at each mark",
+         [=](uint8_t* pImage) {
+             cv::Mat image(iRows, iColumns, iType, pImage);
+             for (const cv::Point& rPlace : vecPlaces) {
+                 const cv::Rect window = cv::Rect(rPlace.x - 2, rPlace.y - 2, 5, 5) & cv::Rect(0, 0, iColumns, iRows);
+                 const cv::Scalar mean = cv::mean(image(window), good(window));
+                 image(cv::Rect(rPlace.x, rPlace.y, 1, 1)).setTo(mean);
+             }
+         }},
+    };
+}
+
 }  // namespace XapelBench
 
 #else
 
 std::vector<XapelBench::OpenCvWay> XapelBench::openCvWays(const CScene&) {
+    return {};
+}
+
+std::vector<XapelBench::OpenCvWay> XapelBench::openCvDefectWays(const CScene&, const std::vector<uint8_t>&) {
     return {};
 }
 

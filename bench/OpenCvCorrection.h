@@ -22,4 +22,8 @@ struct OpenCvWay {
 /// OpenCV.
 std::vector<OpenCvWay> openCvWays(const CScene& rScene);
 
+/// Ways to replace the marked pixels of a corrected image, for the same formats.
+/// @param[in] rMap  of the scene's pixels, row by row; marked are those that are not 0.
+std::vector<OpenCvWay> openCvDefectWays(const CScene& rScene, const std::vector<uint8_t>& rMap);
+
 }  // namespace XapelBench

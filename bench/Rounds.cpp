@@ -10,6 +10,8 @@
 #include <cstdio>
 #include <ctime>
 #include <exception>
+#include <numeric>
+#include <random>
 #include <stdexcept>
 #include <utility>
 
@@ -118,8 +120,12 @@ void CRounds::run() {
         const double dUnits = rCandidate.bOnce ? 1.0 : std::clamp(std::ceil(m_rOptions.sliceNs() / dNs), 1.0, 1e9);
         vecTimes.push_back(rCandidate.nUnit * static_cast<uint64_t>(dUnits));
     }
+    std::vector<std::size_t> vecOrder(m_vecCandidates.size());
+    std::iota(vecOrder.begin(), vecOrder.end(), std::size_t{0});
+    std::mt19937 random(1);
     for (unsigned iRound = 0; iRound < m_rOptions.nRounds; ++iRound) {
-        for (std::size_t i = 0; i < m_vecCandidates.size(); ++i) {
+        std::shuffle(vecOrder.begin(), vecOrder.end(), random);
+        for (const std::size_t i : vecOrder) {
             m_vecNs[i].push_back(slice(m_vecCandidates[i], vecTimes[i]) / static_cast<double>(vecTimes[i]));
         }
     }

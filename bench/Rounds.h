@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Copyright (c) 2026 the xapel2_ext_sc authors
-// Interleaved rounds: every candidate is timed once in each round, so that drift of the machine meets all alike.
+// Interleaved rounds: every candidate is timed once in each round, so that drift of the machine meets all alike, in an
+// order drawn by chance, so that none of them comes behind the same one each time.
 //
 // Google Benchmark runs each benchmark to its end before the next one starts, and prints in formats of its own. Ratios
 // between candidates that drift apart by 15 to 30 percent need rounds, so the benches bring these few lines along.

@@ -215,6 +215,47 @@ def compare(pixel_format, width, height, rounds, folder):
     return times
 
 
+class NumpyDefects:
+    """Weighted means of the good neighbours in 5 x 5, of all marked pixels at once."""
+
+    def __init__(self, marks):
+        y, x = np.nonzero(marks)
+        steps = np.array([(v, h) for v in range(-2, 3) for h in range(-2, 3) if v or h])
+        rows, columns = (steps[:, 0] + y[:, None], steps[:, 1] + x[:, None])
+        inside = (rows >= 0) & (rows < marks.shape[0]) & (columns >= 0) & (columns < marks.shape[1])
+        rows, columns = rows.clip(0, marks.shape[0] - 1), columns.clip(0, marks.shape[1] - 1)
+        weights = inside * (marks[rows, columns] == 0) / (steps**2).sum(1)
+        self.weights = (weights / weights.sum(1, keepdims=True)).astype(np.float32)
+        self.neighbours = rows * marks.shape[1] + columns
+        self.places = y * marks.shape[1] + x
+
+    def __call__(self, image):
+        flat = image.reshape(-1)
+        flat[self.places] = np.rint(np.einsum("ij,ij->i", flat[self.neighbours], self.weights))
+
+
+def numpy_defects(pixel_format, width, height, rounds, count):
+    """Time of a frame whose defects numpy replaces behind this package, as a multiple of one without.
+
+    What this package itself takes for them is less than two tables of the same content differ by, from their pages:
+    correction-bench measures it, with all in the same memory.
+    """
+    dark, light, frame, _ = references(pixel_format, width, height)
+    marks = np.zeros((height, width), np.uint8)
+    marks.reshape(-1)[np.random.default_rng(7).choice(marks.size, count, replace=False)] = 1
+    marked = xs.Reference(light.samples, "light", pixel_format, 16, defects=marks)
+    ours, corrector, replace = xs.Corrector(dark, marked), xs.Corrector(dark, light), NumpyDefects(marks)
+    wanted, image = frame.copy(), frame.copy()
+    ours(wanted)
+    corrector(image)
+    replace(image)
+    # Ours has the mean of the good pixels alone for its target.
+    if np.abs(wanted.astype(np.int64) - image)[marks != 0].max() > 2 + 0.001 * frame.max():
+        raise RuntimeError("numpy yields something else")
+    times = [(seconds(lambda: corrector(image)), seconds(lambda: replace(image))) for _ in range(20 * rounds)]
+    return statistics.median((plain + more) / plain for plain, more in times)
+
+
 def ratio(times, name, base):
     return statistics.median(a / b for a, b in zip(times[name], times[base]))
 
@@ -294,6 +335,9 @@ def section(quick, rounds):
     for pixel_format, times in zip(formats, all_times):
         print(f"- {pixel_format}: {ratio(times, 'this package, in place', 'C++, in place'):.3f} times the time of C++")
     print(f"- A call for 2 x 2 pixels: {python:.2f} us, C++ {cpp:.2f} us")
+    for count in (250, 1000):
+        shares = [f"{form} {numpy_defects(form, width, height, rounds, count):.2f}" for form in formats]
+        print(f"- {count} defects by numpy behind this package, by a frame without: {', '.join(shares)}")
     calls = 2000 if quick else 100000
     print(f"- {calls} calls: resident memory grows by {growth(calls) / 1024:.0f} KiB")
     print(f"- Two threads with a corrector each, 1280 x 1024 Mono8: {two_threads(rounds, 20 if quick else 1000):.2f} times "

@@ -4,8 +4,8 @@
 """Turns the output of several rounds of the benches into the section of a machine, in Markdown.
 
 Usage: table.py MACHINE HEADING-LINE... -- FILE...
-Files *.csv hold NAME,NANOSECONDS; from files *.log come the lines "tables of GROUP/FORMAT: TEXT". A figure is the median
-over the files. A ratio is taken inside each file first: two rounds never meet the same machine. The spread is the
+Files *.csv hold NAME,NANOSECONDS; from files *.log come the lines "tables of GROUP/FORMAT: TEXT" and "GROUP/FORMAT, WAY by
+none RATIO". A figure is the median over the files. A ratio is taken inside each file first: two rounds never meet the same machine. The spread is the
 distance of the quartiles of that ratio, or of the figure where there is no ratio, as a share of its median.
 """
 
@@ -43,19 +43,25 @@ REFERENCE_RATIOS = (
     + [(f"{what}-{t}/ours", f"{what}-{t}/sums-alone", 1.6, "of the sums alone")
        for what in ("accumulate", "record-16") for t in ("u8", "u16")])
 FLAGS_GOAL = 2.8
+# Most that a frame with defects may take, in multiples of one without.
+DEFECT_GOALS = {"250 defects": 1.015, "1000 defects": 1.05}
 
 
 class Figures:
     def __init__(self, files):
         self.rounds = []
         self.tables = {}
+        self.outputs = {}  # by image and way
         for file in files:
             with open(file, encoding="utf-8") as lines:
                 if file.endswith(".csv"):
                     pairs = (line.strip().rsplit(",", 1) for line in lines if "," in line)
                     self.rounds.append({name: float(ns) for name, ns in pairs})
                 else:
-                    self.tables.update(re.findall(r"^tables of (\S+): (.*)$", lines.read(), re.MULTILINE))
+                    text = lines.read()
+                    self.tables.update(re.findall(r"^tables of (\S+): (.*)$", text, re.MULTILINE))
+                    for image, way, ratio in re.findall(r"^ *(\S+), (.+) by none ([0-9.]+)$", text, re.MULTILINE):
+                        self.outputs.setdefault(image, {}).setdefault(way, []).append(float(ratio))
 
     def names(self):
         return list(dict.fromkeys(name for values in self.rounds for name in values))
@@ -114,6 +120,18 @@ def opencv(figures):
     return table(["", "OpenCV's best, us", "times ours", "spread", "goal, at least"], rows)
 
 
+def outputs(figures):
+    ways = list(dict.fromkeys(way for ratios in figures.outputs.values() for way in ratios))
+
+    def cell(ratios, goal):
+        text = ", ".join(f"{ratio:.3f}" for ratio in ratios) or "-"
+        return f"{text}; {verdict(statistics.median(ratios), goal)}" if ratios and goal else text
+
+    rows = [[image] + [cell(ratios.get(way, []), DEFECT_GOALS.get(way)) for way in ways]
+            for image, ratios in figures.outputs.items()]
+    return table([""] + ways, rows)
+
+
 def references(figures):
     rows = []
     compared = {ours: rest for ours, *rest in REFERENCE_RATIOS}
@@ -163,6 +181,7 @@ def main(arguments):
     figures = Figures(arguments[split + 1:])
     page = ["## " + arguments[0], "", *[f"- {line}" for line in arguments[1:split]], ""]
     for heading, lines in (("Correction, one thread", correction(figures)), ("Beside OpenCV", opencv(figures)),
+                           ("Defects and pedestal, by a frame without, each run", outputs(figures)),
                            ("References, 2448 x 2048", references(figures)), ("Fetch and gate", fetch(figures))):
         if lines:
             page += ["### " + heading, "", *lines]
