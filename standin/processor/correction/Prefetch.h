@@ -8,8 +8,8 @@ namespace XAPEL2 {
 namespace StandIn {
 
 /// Asks for the line that pMemory lies in to come into the first cache; anywhere, as this reads nothing. The empty
-/// statement tells that something happens: g++ takes a function that does nothing but ask for one that does nothing, and
-/// leaves out its calls.
+/// statement tells that something happens: g++ takes a function that does nothing but ask for one that does nothing,
+/// and leaves out its calls.
 inline void prefetch(const void* pMemory) {
     __builtin_prefetch(pMemory, 0, 3);
     __asm__ volatile("");
