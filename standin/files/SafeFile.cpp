@@ -81,7 +81,6 @@ void checkReplaceable(const std::string& strPath) {
 }
 
 int openFolder(const std::string& strPath) {
-    checkReplaceable(strPath);
     const std::string strFolder = fs::path(strPath).parent_path().string();
     const int iFolder =
         repeated([&] { return open(strFolder.empty() ? "." : strFolder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
@@ -148,9 +147,15 @@ int create(int iFolder, std::string& rName) {
 
 }  // namespace
 
+std::string savedFile(const std::string& strFile) {
+    const std::string strPath = target(strFile);
+    checkReplaceable(strPath);
+    return strPath;
+}
+
 CSafeFile::CSafeFile(const std::string& strFile, eSave eHow)
     : m_eHow(eHow),
-      m_strPath(target(strFile)),
+      m_strPath(savedFile(strFile)),
       m_folder(openFolder(m_strPath)),
       m_file((eHow == eSaveFlushed ? sweep(m_folder.get()) : void(), create(m_folder.get(), m_strTemporary))) {}
 

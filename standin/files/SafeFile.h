@@ -19,6 +19,10 @@ enum eSave {
     eSaveQuick,    ///< for one of many files: neither
 };
 
+/// The file that a save under this name makes: behind symbolic links, which need not lead to one yet.
+/// @throws CFileError  what is there may not be replaced: a folder, a device, a file that is read-only.
+std::string savedFile(const std::string& strFile);
+
 /// A file that is written beside the place of its own under a hidden name, and takes that place when it is finished:
 /// another file there stays as it was until then. Without finish() nothing is left of it. A symbolic link is followed,
 /// so that its target is replaced; a file that may not be written is not replaced either.

@@ -165,6 +165,32 @@ TEST_F(OutputCommand, NothingIsWrittenOverWhatWasRead) {
     }
 }
 
+// A recording waits beside the file that it replaces, and once took the place of links and of what is read-only.
+TEST_F(OutputCommand, RecordingsGoBehindLinksAndSpareWhatIsReadOnly) {
+    namespace fs = std::filesystem;
+    const Words vecRecord = {"record", "dark", "-d", "sim:7?width=96&height=64", "-n", "4", "-o"};
+    const auto fnRecord = [&](const char* pName, int iExit, const std::string& strSaid) {
+        Words vecWords = vecRecord;
+        vecWords.push_back(file(pName));
+        run(vecWords, iExit, strSaid);
+    };
+    fs::create_symlink("dark.tif", file("link.tif"));
+    fs::create_symlink("new.tif", file("early.tif"));
+    const std::string strBefore = content(file("dark.tif"));
+    fnRecord("link.tif", 0, "");
+    fnRecord("early.tif", 0, "");
+    EXPECT_TRUE(fs::is_symlink(file("link.tif")) && fs::is_symlink(file("early.tif")));
+    EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(file("new.tif"))));
+    EXPECT_TRUE(content(file("dark.tif")) != strBefore);
+
+    fs::permissions(file("dark.tif"), fs::perms::owner_read);
+    const std::string strKept = content(file("dark.tif"));
+    for (const char* pName : {"dark.tif", "link.tif"}) {
+        fnRecord(pName, 3, "read-only");
+        EXPECT_TRUE(content(file("dark.tif")) == strKept);
+    }
+}
+
 TEST_F(OutputCommand, WhatIsWrongIsRefusedAndChangesNothing) {
     output({"--target", "1500", "--pedestal", "8.5", "--defects", list("good.csv", "40,20\n")});
     const std::string strBefore = content(file("light.tif"));

@@ -11,19 +11,27 @@
 
 #include <unistd.h>
 
+#include "standin/files/SafeFile.h"
+
 namespace XAPEL2 {
 namespace App {
 
 namespace fs = std::filesystem;
 
-void requireWritable(const std::string& strFile, const CSourceFiles& rSources) {
+std::string requireWritable(const std::string& strFile, const CSourceFiles& rSources) {
     rSources.requireOther(strFile);
-    const fs::path parent = fs::path(strFile).parent_path();
-    const fs::path folder = parent.empty() ? "." : parent;
     std::error_code ignored;
     if (fs::is_directory(strFile, ignored)) {
         throw std::runtime_error(strFile + " is a folder; give the name of a file in it");
     }
+    std::string strSaved;
+    try {
+        strSaved = StandIn::savedFile(strFile);
+    } catch (const StandIn::CFileError& rError) {
+        throw std::runtime_error(strFile + ": " + rError.what() + "; choose another name");
+    }
+    const fs::path parent = fs::path(strSaved).parent_path();
+    const fs::path folder = parent.empty() ? "." : parent;
     if (!fs::is_directory(folder, ignored)) {
         throw std::runtime_error(folder.string() + " is no folder; create it first");
     }
@@ -31,6 +39,7 @@ void requireWritable(const std::string& strFile, const CSourceFiles& rSources) {
         throw std::runtime_error(folder.string() + ": " + std::generic_category().message(errno) +
                                  "; choose another folder");
     }
+    return strSaved;
 }
 
 }  // namespace App

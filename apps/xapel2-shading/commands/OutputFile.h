@@ -12,9 +12,10 @@
 namespace XAPEL2 {
 namespace App {
 
+/// @return  the file that will be written: the one behind symbolic links.
 /// @throws std::runtime_error  the file cannot be written where it is to be; names it and says what to do.
 /// @throws CUsageError         it is one of the sources.
-void requireWritable(const std::string& strFile, const CSourceFiles& rSources);
+std::string requireWritable(const std::string& strFile, const CSourceFiles& rSources);
 
 }  // namespace App
 }  // namespace XAPEL2

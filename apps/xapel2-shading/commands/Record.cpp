@@ -164,7 +164,7 @@ int runRecord(const RecordOptions& rOptions) {
     COutput output("record", rOptions.bJson);
     CSourceFiles sources;
     sources.addDevice(rOptions.strDevice);
-    requireWritable(rOptions.strFile, sources);
+    CPendingFile file(requireWritable(rOptions.strFile, sources));
     CSession session(rOptions.strDevice, rOptions.dTimeoutS);
     const StandIn::PixelFormat* const pFormat = StandIn::findPixelFormat(session.pixelFormat());
     if (rOptions.bLine && pFormat != nullptr && pFormat->isCfa()) {
@@ -182,7 +182,6 @@ int runRecord(const RecordOptions& rOptions) {
                   << counted(framesToTake(session, rOptions), rOptions.bLight ? "light frame" : "dark frame")
                   << " from " << shown(rOptions.strDevice) << ", " << session.pixelFormat() << ", "
                   << placeInWords(session) << std::endl;
-    CPendingFile file(rOptions.strFile);
     Recording result;
     try {
         CProgress progress;
