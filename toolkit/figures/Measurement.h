@@ -27,6 +27,10 @@ struct FramePair {
 struct SceneFrames {
     std::optional<MeanImage> before, after;  ///< empty where there is no frame
     std::optional<FramePair> shown;          ///< the last frame
+
+    uint64_t frames() const { return before ? before->nFrames : 0; }
+    /// Two frames or more tell fixed pattern and noise apart.
+    bool isMeasured() const { return frames() >= 2; }
 };
 
 /// Which frames of a camera go into a reference, and which are left to judge it by.

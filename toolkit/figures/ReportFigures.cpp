@@ -9,6 +9,7 @@
 #include <ctime>
 
 #include "toolkit/figures/Curves.h"
+#include "toolkit/figures/MeasuredUnevenness.h"
 #include "toolkit/figures/Prediction.h"
 #include "toolkit/figures/Spots.h"
 #include "toolkit/frames/Percentile.h"
@@ -25,7 +26,6 @@ namespace {
 constexpr std::size_t PROFILE_POINTS = 500, HISTOGRAM_BINS = 160, MARKS_MAX = 200;
 constexpr double VALUES_PER_BIN = 3.0;   // that a histogram is even with
 constexpr double SATURATED_MAX = 0.001;  // share of samples that a measurement bears
-constexpr uint64_t FRAMES_MIN = 2;       // that tell fixed pattern and noise apart
 
 // Curves are for the eye: four decimals keep the file small.
 ordered_json curveJson(const std::vector<double>& vecValues) {
@@ -34,35 +34,6 @@ ordered_json curveJson(const std::vector<double>& vecValues) {
         json.push_back(std::round(dValue * 1e4) / 1e4 + 0.0);  // no negative zero
     }
     return json;
-}
-
-uint64_t frames(const SceneFrames& rScene) {
-    return rScene.before ? rScene.before->nFrames : 0;
-}
-
-bool isMeasured(const SceneFrames& rScene) {
-    return frames(rScene) >= FRAMES_MIN;
-}
-
-// Stands for a dark image that there is none of.
-MeanImage blackLike(const MeanImage& rImage) {
-    MeanImage black{rImage.layout, rImage.nFrames, std::vector<float>(rImage.vecSamples.size()), 0.0};
-    black.vecClassVariance.assign(rImage.vecClassVariance.size(), 0.0);
-    return black;
-}
-
-std::string filterText(const PairOptions& rFiles) {
-    std::string strText;
-    const auto fnAdd = [&](unsigned nRadius, const char* pName) {
-        if (nRadius > 0) {
-            strText += (strText.empty() ? "" : ", ") + std::string(pName) + ' ' + std::to_string(nRadius);
-        }
-    };
-    fnAdd(rFiles.nMedianDark, "median on the dark reference, radius");
-    fnAdd(rFiles.nBoxDark, "box on the dark reference, radius");
-    fnAdd(rFiles.nMedianLight, "median on the light reference, radius");
-    fnAdd(rFiles.nBoxLight, "box on the light reference, radius");
-    return strText;
 }
 
 ordered_json toJson(const std::vector<Spot>& rSpots) {
@@ -99,41 +70,9 @@ class CFigureSource {
 public:
     explicit CFigureSource(const ReportInput& rInput) : m_rInput(rInput), m_rPair(rInput.pair) {}
 
-    void addNonUniformity(ordered_json& rJson) const {
-        const bool bEven = isMeasured(m_rInput.light) && !m_rInput.bSelfTest;
-        const bool bDark = bEven && isMeasured(m_rInput.dark);
-        const MeanImage even = bEven || !m_rPair.light ? *m_rInput.light.before : meanOf(*m_rPair.light);
-        const bool bReference = m_rPair.dark && (!bEven || isOfFrames(m_rPair.dark));
-        const MeanImage dark = bDark ? *m_rInput.dark.before : bReference ? meanOf(*m_rPair.dark) : blackLike(even);
-        // That of the pair is judged, and free of light that moved; frames tell it where the pair does not.
-        double dGain = m_rPair.pair ? m_rPair.pair->figures.dGain : UNKNOWN;
-        if (!std::isfinite(dGain)) {
-            dGain = photonTransferGain(dark, even);
-        }
-        rJson["before"] = classesJson(dark, even, dGain, bDark || bReference);
-        rJson["after"] = nullptr;
-        double dDarkVariance = UNKNOWN;  // of a corrected dark frame, DN^2
-        if (bEven) {
-            const MeanImage& rAfter = *m_rInput.light.after;
-            const MeanImage darkened = bDark ? darkAfter() : blackLike(rAfter);
-            rJson["after"] = classesJson(darkened, rAfter, dGain, bDark);
-            dDarkVariance = bDark ? darkened.dTemporalVariance : UNKNOWN;
-        }
-        rJson["nonUniformityText"] = nonUniformityText(bEven, bDark);
-        addSummary(rJson);
-        rJson["summary"]["spots"] = bEven ? toJson(spots()) : ordered_json();
-        rJson["summary"]["dsnuPredicted"] = nullptr;
-        if (bDark && m_rPair.dark && isDarkComputed() && std::isfinite(dDarkVariance)) {
-            // The noise of the mean that is taken off stays in every corrected frame.
-            rJson["summary"]["dsnuPredicted"] =
-                std::sqrt(dDarkVariance / static_cast<double>(m_rPair.dark->averaged())) /
-                (std::isfinite(dGain) ? dGain : 1.0);
-        }
-        if (bEven && rJson["summary"]["prnuAfter"].is_null()) {
-            rJson["nonUniformityText"] =
-                rJson["nonUniformityText"].get<std::string>() +
-                " A PRNU that is not told is hidden by noise, or by the unevenness in the dark.";
-        }
+    /// After the unevenness: sought where even frames were measured.
+    void addSpots(ordered_json& rJson) const {
+        rJson["summary"]["spots"] = rJson["after"].is_null() ? ordered_json() : toJson(spots());
     }
 
     void addCurves(ordered_json& rJson) const {
@@ -157,7 +96,7 @@ public:
         rJson["measuredOn"] =
             m_rInput.bSelfTest
                 ? "The light reference itself, before and after correction by the pair: a self-test, no measurement."
-                : "Mean of " + counted(frames(m_rInput.light), "frame") +
+                : "Mean of " + counted(m_rInput.light.frames(), "frame") +
                       " of the even target outside the reference. 100 % is the mean of a colour, its dark level taken "
                       "off.";
     }
@@ -218,7 +157,7 @@ public:
                                        : "Shorten the exposure or dim the light, and make the report again."});
         }
         // A filter trades what is small for less noise, and what is cut off cannot be made even: neither is predicted.
-        const bool bPredicted = m_rPair.light && filterText(m_rInput.files).empty() && dSaturated <= SATURATED_MAX;
+        const bool bPredicted = m_rPair.light && m_rInput.files.filters().empty() && dSaturated <= SATURATED_MAX;
         append(vecFound,
                compareLight(correctionOf(rSummary, "prnu", bPredicted ? residualPercent(rSummary["class"]) : UNKNOWN)));
         if (bPredicted) {
@@ -235,7 +174,7 @@ public:
         return vecFound;
     }
 
-    /// After addNonUniformity(): judges what that has measured.
+    /// After the unevenness and the spots: judges what they have measured.
     void addJudgement(ordered_json& rJson) const {
         Findings vecFindings = findings();
         const Findings vecMeasured = measuredFindings(rJson["summary"]);
@@ -299,111 +238,6 @@ private:
         return vecOnce;
     }
 
-    static ordered_json classesJson(const MeanImage& rDark, const MeanImage& rEven, double dGain, bool bDark) {
-        ordered_json json = toJson(nonUniformity(rDark, rEven, dGain));
-        if (!bDark) {
-            for (ordered_json& rClass : json["classes"]) {
-                rClass["darkMean"] = nullptr;
-                for (const char* pFigure : {"dsnu", "dsnuUncertainty", "dsnuLimit"}) {
-                    for (auto& rItem : rClass[pFigure].items()) {
-                        rItem.value() = nullptr;
-                    }
-                }
-            }
-        }
-        return json;
-    }
-
-    // Pixel for pixel: a reference of the whole sensor or of a line serves other images, too.
-    bool isOfFrames(const std::optional<StandIn::ReferenceImage>& rReference) const {
-        const StandIn::ImageGeometry place = geometryOf(m_rInput.camera);
-        return rReference->layout.hasSamplesLike(m_rInput.light.before->layout) &&
-               (!place.isKnown() || !rReference->geometry.isKnown() || rReference->geometry == place);
-    }
-
-    // Corrected images end at 0 DN, and what is cut off there looks even. The mean of the corrected frames follows from
-    // that of the raw ones, where no filter has changed the references, they are those of the very pixels, and the
-    // formula is the plain one.
-    bool isDarkComputed() const {
-        return filterText(m_rInput.files).empty() && (!m_rPair.light || m_rPair.light->output.isDefault()) &&
-               (!m_rPair.dark || isOfFrames(m_rPair.dark)) && (!m_rPair.light || isOfFrames(m_rPair.light));
-    }
-
-    MeanImage darkAfter() const {
-        if (!isDarkComputed()) {
-            return *m_rInput.dark.after;
-        }
-        MeanImage image = *m_rInput.dark.before;
-        const StandIn::ReferenceImage* pDark = m_rPair.dark ? &*m_rPair.dark : nullptr;
-        const std::vector<float> vecGains = gainsOf(pDark, m_rPair.light ? &*m_rPair.light : nullptr);
-        double dSquares = 0.0;
-        for (std::size_t i = 0; i < image.vecSamples.size(); ++i) {
-            image.vecSamples[i] =
-                (image.vecSamples[i] - (pDark != nullptr ? pDark->vecSamples[i] : 0.0F)) * vecGains[i];
-            dSquares += static_cast<double>(vecGains[i]) * vecGains[i];
-        }
-        // The noise of the dark is about the same in every pixel.
-        dSquares /= static_cast<double>(image.vecSamples.size());
-        image.dTemporalVariance *= dSquares;
-        for (double& rVariance : image.vecClassVariance) {
-            rVariance *= dSquares;
-        }
-        return image;
-    }
-
-    std::string nonUniformityText(bool bEven, bool bDark) const {
-        const std::string strEven = std::to_string(frames(m_rInput.light)) + " even";
-        const std::string strDark = std::to_string(frames(m_rInput.dark)) + " dark";
-        if (!bEven) {
-            return m_rPair.light
-                       ? "Before correction: of the references. After correction nothing is given: that takes "
-                         "two or more frames of the even target that are not in the reference."
-                       : "Before correction: of the frames measured. After correction nothing is given.";
-        }
-        if (!bDark) {
-            return "Mean of " + strEven +
-                   " frames that are not in the reference, their temporal noise taken out. The dark signal before "
-                   "correction is that of the dark reference, after correction none is given: that takes two or more "
-                   "dark "
-                   "frames that are not in the reference.";
-        }
-        return "Mean of " + strDark + " and " + strEven +
-               " frames that are not in the references, their temporal noise taken out." +
-               (isDarkComputed() ? " The dark signal after correction is that of the formula, below 0 DN too, where "
-                                   "corrected images end."
-                                 : " Corrected dark frames end at 0 DN: without a pedestal their DSNU reads half of "
-                                   "what it is.");
-    }
-
-    // The colour that is worst after correction, or before where nothing was measured after.
-    void addSummary(ordered_json& rJson) const {
-        const ordered_json& rLast = rJson["after"].is_null() ? rJson["before"] : rJson["after"];
-        std::size_t iWorst = 0;
-        const auto fnPrnu = [&](std::size_t i) {
-            const ordered_json& rTotal = rLast["classes"][i]["prnuPercent"]["total"];
-            return rTotal.is_null() ? -1.0 : rTotal.get<double>();
-        };
-        for (std::size_t i = 1; i < rLast["classes"].size(); ++i) {
-            iWorst = fnPrnu(i) > fnPrnu(iWorst) ? i : iWorst;
-        }
-        ordered_json summary;
-        summary["class"] = rLast["classes"][iWorst]["class"];
-        summary["dsnuUnit"] = rLast["dsnuUnit"];
-        for (const char* pWhen : {"before", "after"}) {
-            const std::string strWhen = pWhen[0] == 'b' ? "Before" : "After";
-            const bool bThere = !rJson[pWhen].is_null();
-            const ordered_json class_ = bThere ? rJson[pWhen]["classes"][iWorst] : ordered_json();
-            summary["prnu" + strWhen] = bThere ? class_["prnuPercent"]["total"] : ordered_json();
-            summary["dsnu" + strWhen] = bThere ? class_["dsnu"]["total"] : ordered_json();
-            summary["prnu" + strWhen + "Uncertainty"] =
-                bThere ? class_["prnuPercentUncertainty"]["total"] : ordered_json();
-            summary["dsnu" + strWhen + "Uncertainty"] = bThere ? class_["dsnuUncertainty"]["total"] : ordered_json();
-            summary["prnu" + strWhen + "Limit"] = bThere ? class_["prnuPercentLimit"]["total"] : ordered_json();
-            summary["dsnu" + strWhen + "Limit"] = bThere ? class_["dsnuLimit"]["total"] : ordered_json();
-        }
-        rJson["summary"] = summary;
-    }
-
     // How far the values of the mean of whole numbers lie apart, percent of the mean signal of the dimmest colour.
     double valueStep() const {
         const MeanImage& rImage = *m_rInput.light.before;
@@ -455,9 +289,9 @@ ordered_json gainJson(const ReportInput& rInput) {
             {"p1", fnShare(0.01)},
             {"p99", fnShare(0.99)},
             {"max", fnShare(1.0)},
-            {"text", !rPair.light                       ? "There is no light reference, so the gain is 1."
-                     : filterText(rInput.files).empty() ? ""
-                                                        : "Shown is the gain without the filters."}};
+            {"text", !rPair.light                     ? "There is no light reference, so the gain is 1."
+                     : rInput.files.filters().empty() ? ""
+                                                      : "Shown is the gain without the filters."}};
 }
 
 }  // namespace
@@ -472,11 +306,12 @@ ordered_json reportFigures(const ReportInput& rInput) {
     json["height"] = rLayout.nHeight;
     json["made"] = timeText();
     json["files"] = {{"dark", textOrNull(rInput.files.strDark)}, {"light", textOrNull(rInput.files.strLight)}};
-    json["filters"] = textOrNull(filterText(rInput.files));
+    json["filters"] = textOrNull(rInput.files.filters());
     json["camera"] = toJson(rInput.camera);
-    json["frames"] = {{"dark", frames(rInput.dark)}, {"light", rInput.bSelfTest ? 0 : frames(rInput.light)}};
+    json["frames"] = {{"dark", rInput.dark.frames()}, {"light", rInput.bSelfTest ? 0 : rInput.light.frames()}};
+    CMeasuredUnevenness(rInput).addTo(json);
     const CFigureSource source(rInput);
-    source.addNonUniformity(json);
+    source.addSpots(json);
     source.addJudgement(json);
     source.addTime(json);
     json["gain"] = gainJson(rInput);

@@ -9,6 +9,20 @@
 namespace XAPEL2 {
 namespace Toolkit {
 
+std::string PairOptions::filters() const {
+    std::string strText;
+    const auto fnAdd = [&](unsigned nRadius, const char* pName) {
+        if (nRadius > 0) {
+            strText += (strText.empty() ? "" : ", ") + std::string(pName) + ' ' + std::to_string(nRadius);
+        }
+    };
+    fnAdd(nMedianDark, "median on the dark reference, radius");
+    fnAdd(nBoxDark, "box on the dark reference, radius");
+    fnAdd(nMedianLight, "median on the light reference, radius");
+    fnAdd(nBoxLight, "box on the light reference, radius");
+    return strText;
+}
+
 void applyPair(CSession& rSession, const PairOptions& rPair) {
     using Ext::Sc::Shading;
     Shading& rShading = rSession.shading();

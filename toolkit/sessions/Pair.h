@@ -18,6 +18,8 @@ struct PairOptions {
     unsigned nMedianLight = 0, nMedianDark = 0;  ///< radius of the median filter, pixels; 0: off
 
     bool empty() const { return strDark.empty() && strLight.empty(); }
+    /// "median on the dark reference, radius 2, ..."; empty: no filter.
+    std::string filters() const;
 };
 
 /// Loads the pair in place of all references that the session has, and applies it with its filters to the camera's
