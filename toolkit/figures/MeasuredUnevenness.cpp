@@ -55,9 +55,9 @@ void CMeasuredUnevenness::addTo(ordered_json& rJson) const {
     rJson["after"] = nullptr;
     double dDarkVariance = UNKNOWN;  // of a corrected dark frame, DN^2
     if (bEven) {
-        const MeanImage& rAfter = *m_rInput.light.after;
-        const MeanImage darkened = bDark ? darkAfter() : blackLike(rAfter);
-        rJson["after"] = classesJson(darkened, rAfter, dGain, bDark);
+        const MeanImage after = withoutOutput(*m_rInput.light.after);
+        const MeanImage darkened = bDark ? darkAfter() : blackLike(after);
+        rJson["after"] = classesJson(darkened, after, dGain, bDark);
         dDarkVariance = bDark ? darkened.dTemporalVariance : UNKNOWN;
     }
     rJson["nonUniformityText"] = text(bEven, bDark);
@@ -81,17 +81,47 @@ bool CMeasuredUnevenness::isOfFrames(const std::optional<StandIn::ReferenceImage
            (!place.isKnown() || !rReference->geometry.isKnown() || rReference->geometry == place);
 }
 
+// A target scales signal and conversion gain alike, and a pedestal only moves: figures are those of neither.
+MeanImage CMeasuredUnevenness::withoutOutput(MeanImage image) const {
+    const bool bPlain = !m_rPair.light || m_rPair.light->output.isDefault() ||
+                        m_rPair.light->layout.pFormat != image.layout.pFormat ||
+                        (m_rPair.dark && !m_rPair.dark->layout.hasSamplesLike(m_rPair.light->layout));
+    if (bPlain) {
+        return image;
+    }
+    StandIn::ReferenceImage plain = *m_rPair.light;
+    plain.output = {};
+    StandIn::ReferenceImage black = plain;
+    black.vecSamples.assign(black.vecSamples.size(), 0.0F);
+    const StandIn::ReferenceImage& rDark = m_rPair.dark ? *m_rPair.dark : black;
+    std::vector<double> vecScales = StandIn::pairTargets(rDark, *m_rPair.light);
+    const std::vector<double> vecOwn = StandIn::pairTargets(rDark, plain);
+    double dSquares = 0.0;
+    for (std::size_t i = 0; i < vecScales.size(); ++i) {
+        vecScales[i] /= vecOwn[i];
+        dSquares += vecScales[i] * vecScales[i] / static_cast<double>(vecScales.size());
+        if (i < image.vecClassVariance.size()) {
+            image.vecClassVariance[i] /= vecScales[i] * vecScales[i];
+        }
+    }
+    for (std::size_t i = 0; i < image.vecSamples.size(); ++i) {
+        const double dSignal = static_cast<double>(image.vecSamples[i]) - m_rPair.light->output.dPedestal;
+        image.vecSamples[i] = static_cast<float>(dSignal / vecScales[image.layout.classOf(i)]);
+    }
+    image.dTemporalVariance /= dSquares;
+    return image;
+}
+
 // Corrected images end at 0 DN, and what is cut off there looks even. The mean of the corrected frames follows from
-// that of the raw ones, where no filter has changed the references, they are those of the very pixels, and the
-// formula is the plain one.
+// that of the raw ones, where no filter has changed the references and they are those of the very pixels.
 bool CMeasuredUnevenness::isDarkComputed() const {
-    return m_rInput.files.filters().empty() && (!m_rPair.light || m_rPair.light->output.isDefault()) &&
-           (!m_rPair.dark || isOfFrames(m_rPair.dark)) && (!m_rPair.light || isOfFrames(m_rPair.light));
+    return m_rInput.files.filters().empty() && (!m_rPair.dark || isOfFrames(m_rPair.dark)) &&
+           (!m_rPair.light || isOfFrames(m_rPair.light));
 }
 
 MeanImage CMeasuredUnevenness::darkAfter() const {
     if (!isDarkComputed()) {
-        return *m_rInput.dark.after;
+        return withoutOutput(*m_rInput.dark.after);
     }
     MeanImage image = *m_rInput.dark.before;
     const StandIn::ReferenceImage* pDark = m_rPair.dark ? &*m_rPair.dark : nullptr;

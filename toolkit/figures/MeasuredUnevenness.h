@@ -14,7 +14,8 @@
 namespace XAPEL2 {
 namespace Toolkit {
 
-/// Non-uniformity after EMVA 1288 of the frames that were measured, or of the references where there are too few.
+/// Non-uniformity after EMVA 1288 of the frames that were measured, or of the references where there are too few. Figures
+/// after correction are those of neither target nor pedestal: electrons stay those of the camera.
 class CMeasuredUnevenness {
 public:
     /// @param[in] rInput  borrowed.
@@ -25,6 +26,7 @@ public:
 
 private:
     bool isOfFrames(const std::optional<StandIn::ReferenceImage>& rReference) const;
+    MeanImage withoutOutput(MeanImage image) const;
     bool isDarkComputed() const;
     MeanImage darkAfter() const;
     std::string text(bool bEven, bool bDark) const;

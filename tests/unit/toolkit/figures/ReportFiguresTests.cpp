@@ -64,6 +64,18 @@ TEST(ReportFigures, DarkSignalAfterCorrectionFollowsFromTheRawFrames) {
     EXPECT_NEAR(rAfter.at("dsnu").at("total").get<double>(), std::sqrt(dPattern), 1e-5);
     EXPECT_NEAR(json.at("summary").at("dsnuPredicted").get<double>(), std::sqrt(dVariance / 4.0), 1e-5);
 
+    // Twice as bright and moved up, figures stay those of the camera's electrons.
+    ReportInput scaled = input;
+    scaled.pair.light->output = {StandIn::eTargetValue, 150.0, 16.0};
+    scaled.light.after = MeanImage{layout, 400, fnStripes(166.0F, 168.0F)};
+    scaled.dark.after = MeanImage{layout, 400, fnStripes(22.0F, 13.0F)};
+    const auto scaledJson = reportFigures(scaled);
+    EXPECT_EQ(scaledJson.at("after").at("classes").at(0).at("dsnu").at("total"), rAfter.at("dsnu").at("total"));
+    EXPECT_EQ(scaledJson.at("summary").at("dsnuPredicted"), json.at("summary").at("dsnuPredicted"));
+    EXPECT_NEAR(scaledJson.at("after").at("classes").at(0).at("lightMean").get<double>(), 75.5, 1e-4);
+    scaled.files.nBoxDark = 1;
+    EXPECT_NEAR(reportFigures(scaled).at("after").at("classes").at(0).at("darkMean").get<double>(), 0.75, 1e-5);
+
     input.dark.before.reset();
     json = reportFigures(input);
     for (const char* pFigure : {"dsnu", "dsnuUncertainty", "dsnuLimit"}) {
