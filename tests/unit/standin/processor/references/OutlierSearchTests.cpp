@@ -165,6 +165,24 @@ TEST(OutlierSearch, WhatLeavesTheOthersIsNamedAndNotInTheMean) {
     }
 }
 
+// Where a pixel is watched from the middle of a recording on, few of its samples tell how noisy it is.
+TEST(OutlierSearch, WeakSpikesAreLeftOutInWhateverFrame) {
+    const ImageLayout layout = layoutOf("Mono12", 320, 240);
+    CField field(layout, 0.55, 23);
+    for (const uint64_t iOdd : {0U, 4U, 6U, 7U, 8U, 9U, 15U}) {
+        Frames vecFrames = framesOf(field, 16);
+        uint64_t nSpikes = 0;
+        for (uint64_t iY = 4; iY < layout.nHeight; iY += 8) {
+            for (uint64_t iX = 4; iX < layout.nWidth; iX += 8, ++nSpikes) {
+                const std::size_t i = iY * layout.samplesPerRow() + iX;
+                vecFrames[iOdd][i] = field.truth(i) + 12.0 * field.noise(i);
+            }
+        }
+        const ReferenceImage reference = record(layout, field, vecFrames, 16, 16, nullptr);
+        EXPECT_EQ(reference.outliers.nSamplesLeftOut, nSpikes) << "frame " << iOdd + 1;
+    }
+}
+
 TEST(OutlierSearch, StaysInWhereItIsToBeKeptAndOfAFewFrames) {
     const ImageLayout layout = layoutOf("Mono12", 320, 240);
     CField field(layout, 0.55, 9);
