@@ -130,6 +130,27 @@ std::vector<double> withOwnGains(std::vector<double> vecGains, const PairFigures
     return vecGains;
 }
 
+/// Light without the noise of light: the sensor is full, and its noise is that of the dark. True where the gain that
+/// the two would give makes full scale more electrons than any pixel holds, by far more than chance.
+bool isWithoutShotNoise(const StandIn::ReferenceImage& rDark, const StandIn::ReferenceImage& rLight) {
+    constexpr double ELECTRONS_MOST = 2e6;  // at full scale; also of cameras that average a hundred frames themselves
+    constexpr double DEVIATIONS = 4.0;
+    const double dSignal = rLight.dMean - rDark.dMean, dFullScale = rLight.layout.pFormat->fullScale();
+    const auto fnUncertainty = [](const StandIn::ReferenceImage& r, double dVariance) {
+        return dVariance *
+               std::sqrt(2.0 / (static_cast<double>(r.layout.samples()) * static_cast<double>(r.nImages - 1)));
+    };
+    if (rDark.nImages < 2 || rLight.nImages < 2 || !isNoiseKnown(rDark) || !isNoiseKnown(rLight) ||
+        rLight.dTemporalNoise <= 0.0 || 100.0 * dSignal < SIGNAL_LEAST * dFullScale) {
+        return false;
+    }
+    const double dDark = rDark.dTemporalNoise * rDark.dTemporalNoise;
+    const double dLight = rLight.dTemporalNoise * rLight.dTemporalNoise;
+    const double dMost =
+        dLight - dDark + DEVIATIONS * std::hypot(fnUncertainty(rDark, dDark), fnUncertainty(rLight, dLight));
+    return dMost < dSignal * dFullScale / ELECTRONS_MOST;
+}
+
 void judgeNoiseOfPair(const PairFigures& rFigures, const MeanImage& rLight, Findings& rFindings) {
     constexpr double FRAMES_MOST = 1000.0;
     if (std::isnan(rFigures.dGain)) {
@@ -171,6 +192,11 @@ PairJudgement judgePair(const StandIn::ReferenceImage& rDark, const StandIn::Ref
     const MeanImage dark = meanOf(rDark), light = meanOf(rLight);
     rFigures.dGain = photonTransferGain(dark, light);
     rFigures.noise = sensorNoise(rDark, rLight);
+    const bool bFull = isWithoutShotNoise(rDark, rLight);
+    if (bFull) {
+        rFigures.dGain = UNKNOWN;
+        rFigures.noise.clear();
+    }
     if (std::any_of(rGains.begin(), rGains.end(), isGain)) {
         const std::vector<double> vecGains = withOwnGains(rGains, rFigures);
         rFigures.dGain = meanOf(vecGains);
@@ -182,6 +208,14 @@ PairJudgement judgePair(const StandIn::ReferenceImage& rDark, const StandIn::Ref
     rFigures.unevenness = nonUniformity(dark, light, rFigures.dGain);
 
     judgeSignal(rDark, rLight, result.vecFindings);
+    if (bFull) {
+        result.vecFindings.push_back({eWarning, "no-shot-noise",
+                                      "The noise of the light reference, " + fixed(rLight.dTemporalNoise, 2) +
+                                          " DN, is no more than that of the dark one, " +
+                                          fixed(rDark.dTemporalNoise, 2) +
+                                          " DN: so it is where the sensor is full, below full scale of its images too.",
+                                      "Shorten the exposure or dim the light, and record the light reference again."});
+    }
     append(result.vecFindings, judgeOutputLevel(rDark, rLight));
     const std::size_t nSamples = rLight.layout.samples() / rLight.layout.classes();
     if (nSamples < SAMPLES_LEAST) {

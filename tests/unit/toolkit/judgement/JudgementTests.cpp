@@ -89,6 +89,11 @@ TEST(Judgement, SaysWhatIsWrongWithThePairAndNothingElse) {
         {"warning few-frames note gain-unknown", [](auto& rDark, auto&) { rDark.nImages = 1; }},
         {"warning no-noise note gain-unknown", [](auto&, auto& rLight) { rLight.dTemporalNoise = 0.0; }},
         {"warning noisy-reference", [](auto&, auto& rLight) { rLight.dTemporalNoise = 100.0; }},
+        {"warning no-shot-noise note gain-unknown",
+         [](auto& rDark, auto& rLight) { rLight.dTemporalNoise = rDark.dTemporalNoise; }},
+        {"warning no-shot-noise note gain-unknown",
+         [](auto& rDark, auto& rLight) { rLight.dTemporalNoise = 0.9 * rDark.dTemporalNoise; }},
+        {"", [](auto& rDark, auto& rLight) { rLight.dTemporalNoise = std::hypot(rDark.dTemporalNoise, 3.0); }},
         {"",
          [](auto&, auto& rLight) {
              rLight.means = {2064.0, 2065.0, 2062.0, 2066.0};
