@@ -5,6 +5,8 @@
 #include "toolkit/judgement/Bits.h"
 
 #include <algorithm>
+#include <cmath>
+#include <vector>
 
 #include "toolkit/text/Texts.h"
 
@@ -28,11 +30,49 @@ const StandIn::PixelFormat* formatWithBits(const StandIn::PixelFormat& rFormat, 
     return itFormat == rFormats.end() ? nullptr : &*itFormat;
 }
 
-void judgeSaturation(const StandIn::ReferenceImage& rReference, uint32_t uTop, Findings& rFindings) {
-    // The mean is at the top only where every frame is.
+/// Share of the samples that have the largest value in every frame: nowhere else is their mean there.
+double shareAtTop(const StandIn::ReferenceImage& rReference) {
     const auto nAtTop =
-        std::count(rReference.vecSamples.begin(), rReference.vecSamples.end(), static_cast<float>(uTop));
-    const double dShare = static_cast<double>(nAtTop) / static_cast<double>(rReference.vecSamples.size());
+        std::count(rReference.vecSamples.begin(), rReference.vecSamples.end(), static_cast<float>(rReference.uLargest));
+    return static_cast<double>(nAtTop) / static_cast<double>(rReference.vecSamples.size());
+}
+
+/// Of a sample of normal noise that is cut off at a value: the share of its frames that are, from how far its mean lies
+/// below that value. With z = (value - true mean) / deviation the mean lies z P(z) + p(z) deviations below, and the
+/// share is P(-z), for the normal distribution P and its density p.
+class CClippedShare {
+public:
+    CClippedShare() {
+        for (double z = Z_LEAST; z <= Z_MOST; z += STEP) {
+            const double dBelow = 0.5 * std::erfc(-z / std::sqrt(2.0));
+            m_vecDistances.push_back(z * dBelow + std::exp(-z * z / 2.0) / std::sqrt(2.0 * PI));
+            m_vecShares.push_back(1.0 - dBelow);
+        }
+    }
+    /// @param[in] dDistance  in standard deviations.
+    double operator()(double dDistance) const {
+        const auto it = std::lower_bound(m_vecDistances.begin(), m_vecDistances.end(), dDistance);
+        return it == m_vecDistances.end() ? 0.0 : m_vecShares[static_cast<std::size_t>(it - m_vecDistances.begin())];
+    }
+
+private:
+    static constexpr double Z_LEAST = -5.0, Z_MOST = 4.0, STEP = 0.01, PI = 3.14159265358979323846;
+    std::vector<double> m_vecDistances, m_vecShares;
+};
+
+/// Share of all samples of all frames that were cut off at the largest value, where that is a full scale.
+double shareClipped(const StandIn::ReferenceImage& rReference) {
+    const CClippedShare clipped;
+    double dSum = 0.0;
+    for (std::size_t i = 0; i < rReference.vecSamples.size(); ++i) {
+        const double dBelow = static_cast<double>(rReference.uLargest) - static_cast<double>(rReference.vecSamples[i]);
+        dSum += clipped(dBelow / rReference.dTemporalNoise);
+    }
+    return dSum / static_cast<double>(rReference.vecSamples.size());
+}
+
+void judgeSaturation(const StandIn::ReferenceImage& rReference, double dShare, Findings& rFindings) {
+    const uint32_t uTop = rReference.uLargest;
     if (dShare <= SATURATED_WARNED) {
         return;
     }
@@ -54,7 +94,7 @@ Findings judgeBits(const StandIn::ReferenceImage& rReference) {
         return vecFindings;
     }
     const bool bNoise = rReference.nImages > 1 && rReference.dTemporalNoise >= NOISE_LEAST;
-    bool bTop = bNoise;
+    bool bFullScale = false;
     for (const unsigned nBits : {10U, 12U, 14U}) {
         const uint32_t uTop = (1U << nBits) - 1U;
         if (rFormat.nWireBits != 16 || nBits >= rFormat.nBits || rReference.uLargest > uTop) {
@@ -70,11 +110,13 @@ Findings judgeBits(const StandIn::ReferenceImage& rReference) {
                                        pFormat->pName + " or, of aravis:ID, ?PixelFormat=" + pFormat->pName +
                                        ", and record again."});
         }
-        bTop = bTop || rReference.uLargest == uTop;
+        bFullScale = rReference.uLargest == uTop;
         break;
     }
-    if (bTop) {
-        judgeSaturation(rReference, rReference.uLargest, vecFindings);
+    if (bFullScale && bNoise) {
+        judgeSaturation(rReference, shareClipped(rReference), vecFindings);
+    } else if (bFullScale || bNoise) {
+        judgeSaturation(rReference, shareAtTop(rReference), vecFindings);
     }
     return vecFindings;
 }

@@ -7,6 +7,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
+#include <random>
+#include <string>
 
 namespace XAPEL2 {
 namespace Toolkit {
@@ -64,6 +67,39 @@ TEST(Bits, MissingOnesAreNoticedAndTheirFullScaleIsSaturated) {
             EXPECT_NE(strNamed.find(*r.pNamed == '\0' ? "" : std::string(pKey) + r.pNamed), std::string::npos);
         }
         EXPECT_EQ(strSaturated, r.pSaturated);
+    }
+}
+
+// A sample that is cut off in some of its frames has its mean below, and counts by its share of them.
+TEST(Bits, SamplesThatAreCutOffNowAndThenCount) {
+    constexpr unsigned FRAMES = 16;
+    constexpr double NOISE = 20.0;
+    for (const double dBrightest : {4080.0, 4095.0, 4120.0, 4200.0}) {
+        StandIn::ReferenceImage reference;
+        reference.eKind = StandIn::eReferenceLight;
+        reference.layout = {StandIn::findPixelFormat("Mono16"), 200, 100};
+        reference.nImages = FRAMES;
+        reference.uLargest = 4095;
+        reference.dTemporalNoise = NOISE;
+        std::mt19937 random(3);
+        std::normal_distribution<double> normal;
+        std::size_t nCut = 0;
+        for (std::size_t i = 0; i < reference.layout.samples(); ++i) {
+            const double dTruth = dBrightest - 0.05 * static_cast<double>(i);  // down to 1,000 DN below
+            double dSum = 0.0;
+            for (unsigned n = 0; n < FRAMES; ++n) {
+                const double dValue = std::min(4095.0, std::floor(dTruth + NOISE * normal(random) + 0.5));
+                nCut += dValue == 4095.0 ? 1U : 0U;
+                dSum += dValue;
+            }
+            reference.vecSamples.push_back(static_cast<float>(dSum / FRAMES));
+        }
+        const Findings vecFindings = judgeBits(reference);
+        const double dPercent =
+            100.0 * static_cast<double>(nCut) / static_cast<double>(FRAMES * reference.layout.samples());
+        ASSERT_EQ(vecFindings.size(), 2U) << dPercent;
+        EXPECT_EQ(vecFindings[1].eLevel, dPercent > 1.0 ? eRefusal : eWarning);
+        EXPECT_NEAR(std::stod(vecFindings[1].strText) / dPercent, 1.0, 0.1) << vecFindings[1].strText << dPercent;
     }
 }
 
