@@ -14,8 +14,8 @@
 namespace XAPEL2 {
 namespace Toolkit {
 
-/// Non-uniformity after EMVA 1288 of the frames that were measured, or of the references where there are too few. Figures
-/// after correction are those of neither target nor pedestal: electrons stay those of the camera.
+/// Non-uniformity after EMVA 1288 of the frames that were measured, or of the references where there are too few.
+/// Figures after correction are those of neither target nor pedestal: electrons stay those of the camera.
 class CMeasuredUnevenness {
 public:
     /// @param[in] rInput  borrowed.

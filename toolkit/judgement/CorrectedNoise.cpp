@@ -89,8 +89,10 @@ double CCorrectedNoise::deviation(std::size_t iSample, double dValue) const {
     }
     const ClassNoise& rNoise = m_noise[iClass];
     const double dGain = m_vecTargets[iClass] / dReference;
-    const double dSignal = std::max(0.0, (dValue - m_rLight.output.dPedestal) / dGain);
-    const double dOwn = rNoise.dDarkVariance + rNoise.dGain * dSignal + ROUNDING;
+    // Below the pedestal, too: samples that noise carries there make up for those that it carries above, which seem to
+    // have signal.
+    const double dSignal = (dValue - m_rLight.output.dPedestal) / dGain;
+    const double dOwn = std::max(rNoise.dDarkVariance / 4.0, rNoise.dDarkVariance + rNoise.dGain * dSignal) + ROUNDING;
     return std::sqrt(dGain * dGain * variance(iClass, dOwn, dSignal, dReference) + ROUNDING);
 }
 

@@ -208,7 +208,7 @@ TEST(CorrectedNoise, PedestalKeepsTheNoiseOfADarkScene) {
     const double dGain = 0.3, dRead = lab.model().dReadNoise;
     double dMean = 0.0, dSquares = 0.0, dLaw = 0.0;
     const CCorrectedNoise predicted(dark, light, sensorNoise(dark, light));
-    double dTarget = predicted.target(0), dPredicted = 0.0;
+    double dTarget = predicted.target(0), dPredicted = 0.0, dMapped = 0.0;
     for (uint64_t k = 0; k < FRAMES; ++k) {
         const Frame frame = lab.corrected(StandIn::eSceneDark, k);
         for (std::size_t i = 0; i < frame.vecSamples.size(); ++i) {
@@ -220,10 +220,13 @@ TEST(CorrectedNoise, PedestalKeepsTheNoiseOfADarkScene) {
             dLaw += dScale * dScale * (dGain * dGain * (dRead * dRead + 0.2) + 1.0 / 12.0) * (1.0 + 1.0 / 16.0) +
                     1.0 / 12.0;
             dPredicted += std::pow(predicted.deviation(i, 16.0), 2.0);
+            dMapped += predicted.deviation(i, frame.vecSamples[i]);
         }
     }
     const double dCount = FRAMES * WIDTH * HEIGHT;
     EXPECT_NEAR(dMean / dCount, 0.0, 0.05);
     EXPECT_NEAR(std::sqrt(dSquares / dLaw), 1.0, 0.02);
     EXPECT_NEAR(std::sqrt(dPredicted / dLaw), 1.0, 0.02);
+    // From the noisy samples themselves, as the map of a frame is.
+    EXPECT_NEAR(dMapped / dCount / std::sqrt(dLaw / dCount), 1.0, 0.02);
 }
