@@ -244,7 +244,9 @@ void measureOutputs(const Options& rOptions, const std::string& strName, CRing& 
             vecOpenCv.back().fnAfter = rWay.fnCorrect;
         }
     }
-    measureInTurns(rOptions, strName, rRing, rScene, vecOpenCv);
+    if (vecOpenCv.size() > 1) {  // as far as OpenCV is installed
+        measureInTurns(rOptions, strName, rRing, rScene, vecOpenCv);
+    }
 }
 
 void measure(const Options& rOptions, const Group& rGroup, const Format& rFormat, const CScene& rScene,

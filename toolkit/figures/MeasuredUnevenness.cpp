@@ -91,8 +91,11 @@ MeanImage CMeasuredUnevenness::withoutOutput(MeanImage image) const {
     }
     StandIn::ReferenceImage plain = *m_rPair.light;
     plain.output = {};
-    StandIn::ReferenceImage black = plain;
-    black.vecSamples.assign(black.vecSamples.size(), 0.0F);
+    StandIn::ReferenceImage black;
+    if (!m_rPair.dark) {
+        black = plain;
+        black.vecSamples.assign(black.vecSamples.size(), 0.0F);
+    }
     const StandIn::ReferenceImage& rDark = m_rPair.dark ? *m_rPair.dark : black;
     std::vector<double> vecScales = StandIn::pairTargets(rDark, *m_rPair.light);
     const std::vector<double> vecOwn = StandIn::pairTargets(rDark, plain);
@@ -151,8 +154,7 @@ std::string CMeasuredUnevenness::text(bool bEven, bool bDark) const {
     if (!bDark) {
         return "Mean of " + strEven +
                " frames that are not in the reference, their temporal noise taken out. The dark signal before "
-               "correction is that of the dark reference, after correction none is given: that takes two or more "
-               "dark "
+               "correction is that of the dark reference, after correction none is given: that takes two or more dark "
                "frames that are not in the reference.";
     }
     return "Mean of " + strDark + " and " + strEven +

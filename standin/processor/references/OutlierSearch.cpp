@@ -121,9 +121,8 @@ double CPixelJudge::limit(double dMiddle) const {
     const double dSpread =
         *itMost / normalQuantile(1.0 - static_cast<double>(nNear) / static_cast<double>(vecFar.size() + 1));
     // Four samples may lie twice as far apart by chance. Fewer are not asked at all, so it begins with the law's noise.
-    const double dTrust = bCovered ? 1.0 - static_cast<double>(OWN_SAMPLES - 1) / static_cast<double>(nNear) : 1.0;
-    const double dLaw = bCovered ? dNoise : 0.0;
-    const double dOwn = std::sqrt(dTrust * dSpread * dSpread + (1.0 - dTrust) * dLaw * dLaw);
+    const double dTrust = 1.0 - static_cast<double>(OWN_SAMPLES - 1) / static_cast<double>(nNear);
+    const double dOwn = bCovered ? std::sqrt(dTrust * dSpread * dSpread + (1.0 - dTrust) * dNoise * dNoise) : dSpread;
     const double dFew = 1.0 + 8.0 / static_cast<double>(nNear);
     // On a coarse scale a few samples may be the same by chance.
     return std::max(dKnown, bCovered ? OWN_NOISE * dOwn : OWN_NOISE_ALONE * dFew * std::max(dOwn, OWN_LEAST));
